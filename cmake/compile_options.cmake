@@ -1,0 +1,27 @@
+# One place for the language level, the warnings and the sanitizers.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+option(MDNSPROXY_WERROR "Treat warnings as errors" ON)
+set(MDNSPROXY_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them (address,undefined)")
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(MDNSPROXY_WERROR)
+  add_compile_options(-Werror)
+endif()
+if(MDNSPROXY_SANITIZE)
+  add_compile_options(-fsanitize=${MDNSPROXY_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${MDNSPROXY_SANITIZE})
+endif()
+
+# The programs use neither exceptions nor RTTI: every error is a return code (see docs/architecture.md).
+add_library(mdnsproxy_code_options INTERFACE)
+target_compile_options(mdnsproxy_code_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti>)
+target_include_directories(mdnsproxy_code_options INTERFACE ${CMAKE_SOURCE_DIR}/src)

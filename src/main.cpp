@@ -1,0 +1,78 @@
+// mdnsproxy: start-up, then the event loop.
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "config/config.h"
+#include "platform/platform.h"
+#include "runtime/runtime.h"
+#include "tables/tables.h"
+
+namespace {
+
+// A crash on a customer's device is worth its whole core file. Where the limit may not be raised, the old one stays.
+void raise_core_limit() {
+  const rlimit unlimited = {RLIM_INFINITY, RLIM_INFINITY};
+  setrlimit(RLIMIT_CORE, &unlimited);
+}
+
+const char* program_name(const char* argv0) {
+  const char* slash = std::strrchr(argv0, '/');
+  return slash != nullptr ? slash + 1 : argv0;
+}
+
+void switch_to_debug_mode() {
+  gDBG = 1;
+  gDebugStream = stdout;
+  gLogLevel = gLOG_DBG;
+  log_message(LOG_DEBUG, "\n\n\t\tmain(): *** Got D -- using debug level gLOG_DBG ***\n\n");
+  closelog();
+  openlog(gProgramName, LOG_PID | LOG_CONS | LOG_NDELAY | LOG_PERROR, LOG_DAEMON);
+}
+
+// Only the first option counts. The banner ends the process; an option that is none has had getopt's own complaint.
+void apply_option(int argc, char** argv) {
+  int index = 0;
+  gOptionChar = getfirstoption(argc, argv, "dDvV", &index);
+  switch (gOptionChar) {
+    case 'v':
+    case 'V':
+      std::printf("\n%s -- Zenmor Bonjour Gateway -- version %s\n\n", gProgramName, gSettings.version);
+      std::exit(0);
+    case 'd':
+    case 'D':
+      switch_to_debug_mode();
+      break;
+    default:
+      break;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  gDBG = 0;
+  gDebugStream = stderr;
+  gLogLevel = 2;
+  crashdump_init(argv[0]);
+  raise_core_limit();
+  gProgramName = program_name(argv[0]);
+  setlogmask(kSyslogMaskErrors);
+  openlog(gProgramName, LOG_NDELAY, LOG_DAEMON);
+  if (argc >= 2) {
+    apply_option(argc, argv);
+  }
+  main_init();
+  log_message(LOG_DEBUG, "%s (version %s) started in verbose debug logging mode...", gProgramName, gSettings.version);
+  FindInterfaces();
+  InitFromConfigFiles(gSettings.services_file, gSettings.rules_file);
+  vupdate_status_file(MYSTATUS__RUNNING__OK,
+                      "Finished startup, InitFromConfigFiles() processed without error, %s (%s) deamon PID = %d\n", gProgramName,
+                      gSettings.version, gDaemonPID);
+  HandleEvents(0);
+  return 0;
+}
