@@ -43,47 +43,47 @@ struct ResponderContext;
 // One installed rule: a service type, a source and a destination interface. Made by add_proxy_rule, lives as long as the
 // process; no table holds it, it is the context of its browse.
 struct BridgeContext {
-  DNSServiceRef ref;                       // the browse; a sub-operation of gDNSServiceRef_Shared
-  std::int32_t if_from;                    // interface index that is browsed
-  std::int32_t if_to;                      // interface index on which found instances are re-announced
-  char subtype_service_type[kSubtypeSize]; // the rule's type when it has three labels (subtype first, cut to fit), else ""
-  ResponderContext* responder_contexts;    // instances found by this rule, keyed by name; null: none
+  DNSServiceRef ref;                        // the browse; a sub-operation of gDNSServiceRef_Shared
+  std::int32_t if_from;                     // interface index that is browsed
+  std::int32_t if_to;                       // interface index on which found instances are re-announced
+  char subtype_service_type[kSubtypeSize];  // the rule's type when it has three labels (subtype first, cut to fit), else ""
+  ResponderContext* responder_contexts;     // instances found by this rule, keyed by name; null: none
 };
 
 // The resolved data of one instance, the context of its two address queries. Owned by the ResponderContext.
 struct Addr_query_context {
-  std::uint8_t addr_v4[4];         // network order; last IPv4 address seen, all zero: none yet
-  std::uint8_t addr_v6[16];        // last IPv6 address seen, all zero: none yet
+  std::uint8_t addr_v4[4];            // network order; last IPv4 address seen, all zero: none yet
+  std::uint8_t addr_v6[16];           // last IPv6 address seen, all zero: none yet
   BridgeContext* bridge_context_ptr;  // the rule; not owned
   char hosttarget[kHostTargetSize];   // presentation format, as the resolve reply gave it
-  std::uint16_t opaqueport;        // network byte order, never converted
-  std::uint16_t txtLen;            // bytes of the resolved TXT data, also when they were too many to keep
-  std::uint8_t txt[kNameSize];     // the TXT data; kept only when txtLen is below the size
-  char service_type[kNameSize];    // "_ipp._tcp"
-  char service_name[kNameSize];    // the instance name, unescaped
-  std::uint32_t IfIndex;           // interface of the resolve reply
-  char* record_label;              // text that names the instance in replies to its address records; see record_labels.h
+  std::uint16_t opaqueport;           // network byte order, never converted
+  std::uint16_t txtLen;               // bytes of the resolved TXT data, also when they were too many to keep
+  std::uint8_t txt[kNameSize];        // the TXT data; kept only when txtLen is below the size
+  char service_type[kNameSize];       // "_ipp._tcp"
+  char service_name[kNameSize];       // the instance name, unescaped
+  std::uint32_t IfIndex;              // interface of the resolve reply
+  char* record_label;                 // text that names the instance in replies to its address records; see record_labels.h
 };
 
 // The context of one instance's subtype query. Owned by the ResponderContext until the query has been answered.
 struct subtype_query_context {
-  BridgeContext* bridge_context_ptr;  // not owned
-  char subtype_query_name[kNameSize]; // "_universal._sub._ipp._tcp.local."
-  char service_fullname[kNameSize];   // "My Printer._ipp._tcp.local.", unescaped
+  BridgeContext* bridge_context_ptr;   // not owned
+  char subtype_query_name[kNameSize];  // "_universal._sub._ipp._tcp.local."
+  char service_fullname[kNameSize];    // "My Printer._ipp._tcp.local.", unescaped
 };
 
 // One service instance that a rule's browse has found. Lives from its add reply to its remove reply; owns every DNS-SD
 // operation, record and context below (null: none), and del_responder_context alone takes them apart.
 struct ResponderContext {
-  char* name;                        // instance name as the browse reply gave it; owned; the key
-  DNSServiceRef reg_service_ref;     // the service as registered on if_to
-  DNSServiceRef resolve_service_ref; // runs until the first resolve reply
+  char* name;                         // instance name as the browse reply gave it; owned; the key
+  DNSServiceRef reg_service_ref;      // the service as registered on if_to
+  DNSServiceRef resolve_service_ref;  // runs until the first resolve reply
   DNSServiceRef query_addrv4_ref;
   DNSServiceRef query_addrv6_ref;
-  DNSServiceRef query_subtype_ref;   // runs until an answer names this instance
-  DNSRecordRef dns_record_ptr;       // the host's A record on if_to (on gDNSServiceRef_RegisterRecord)
-  DNSRecordRef dns_recordv6_ptr;     // the host's AAAA record on if_to
-  DNSRecordRef subtype_record_ptr;   // the subtype's PTR record on if_to
+  DNSServiceRef query_subtype_ref;  // runs until an answer names this instance
+  DNSRecordRef dns_record_ptr;      // the host's A record on if_to (on gDNSServiceRef_RegisterRecord)
+  DNSRecordRef dns_recordv6_ptr;    // the host's AAAA record on if_to
+  DNSRecordRef subtype_record_ptr;  // the subtype's PTR record on if_to
   struct Addr_query_context* Addr_query_context;
   struct subtype_query_context* subtype_query_context;
   UT_hash_handle hh;

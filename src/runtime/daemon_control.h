@@ -29,6 +29,6 @@ const sigset_t* wait_signal_mask();
 void pause_microseconds(unsigned microseconds);
 void pause_seconds(unsigned seconds);
 
-extern int gDaemonPID;             // what fork returned in the process that goes on: 0
-extern int gSID;                   // session id, as setsid returned it
-extern int gConfigPIDFilehandle;   // descriptor of the PID file while it is written; -1 after a failed open
+extern int gDaemonPID;            // what fork returned in the process that goes on: 0
+extern int gSID;                  // session id, as setsid returned it
+extern int gConfigPIDFilehandle;  // descriptor of the PID file while it is written; -1 after a failed open

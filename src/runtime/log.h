@@ -9,8 +9,8 @@
 inline constexpr int gLOG_DBG = 5;
 
 // The two syslog masks: up to LOG_ERR, and everything.
-inline constexpr int kSyslogMaskErrors = LOG_UPTO(LOG_ERR);       // 15
-inline constexpr int kSyslogMaskEverything = LOG_UPTO(LOG_DEBUG); // 255
+inline constexpr int kSyslogMaskErrors = LOG_UPTO(LOG_ERR);        // 15
+inline constexpr int kSyslogMaskEverything = LOG_UPTO(LOG_DEBUG);  // 255
 
 // All written by start-up (main), and gDBG for a moment by the table dump.
 extern int gDBG;                  // 0: messages go to syslog; else to gDebugStream

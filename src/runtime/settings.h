@@ -5,14 +5,14 @@
 #include <cstdint>
 
 struct Settings {
-  const char* version;          // shown in the banner, the status file and the exit traces
-  const char* run_directory;    // the daemon's working directory
-  const char* pid_file;         // one line: the daemon's process id
-  const char* services_file;    // the services list
-  const char* rules_file;       // the rules list
-  const char* domain;           // browse and registration domain
-  const char* status_file;      // two lines: status code and message
-  std::int32_t responder_limit; // a resolve starts only while gResponderCount is this or less
+  const char* version;           // shown in the banner, the status file and the exit traces
+  const char* run_directory;     // the daemon's working directory
+  const char* pid_file;          // one line: the daemon's process id
+  const char* services_file;     // the services list
+  const char* rules_file;        // the rules list
+  const char* domain;            // browse and registration domain
+  const char* status_file;       // two lines: status code and message
+  std::int32_t responder_limit;  // a resolve starts only while gResponderCount is this or less
 };
 
 // Constant while the program runs; written by tests alone.

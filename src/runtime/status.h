@@ -8,17 +8,17 @@
 
 // One signed int is both the daemon's state in the status file and its exit status (of which the kernel keeps eight bits).
 enum MyStatus : int {
-  MYSTATUS__RUNNING__OK = 0,       // running; a warning that continues
+  MYSTATUS__RUNNING__OK = 0,  // running; a warning that continues
   MYSTATUS__STARTING_UP = 1,
-  MYSTATUS__TERMINATED = 10,       // by SIGHUP, SIGINT, SIGQUIT or SIGTERM
+  MYSTATUS__TERMINATED = 10,  // by SIGHUP, SIGINT, SIGQUIT or SIGTERM
   MYSTATUS__NO_MEMORY = 20,
   MYSTATUS__FILE_ERROR = 30,       // status file or PID file
   MYSTATUS__INTERFACE_ERROR = 40,  // lookup failed, or two of one name
   MYSTATUS__SERVICES_FILE = 110,
   MYSTATUS__RULES_FILE = 120,
-  MYSTATUS__DNSSD_ERROR = 600,     // a call that must not fail, or an internal consistency check
+  MYSTATUS__DNSSD_ERROR = 600,  // a call that must not fail, or an internal consistency check
   MYSTATUS__ARRAY_ERROR = 800,
-  MYSTATUS__SYSTEM_ERROR = 999,    // semaphores, fork, setsid
+  MYSTATUS__SYSTEM_ERROR = 999,  // semaphores, fork, setsid
 };
 
 // Reports one error: always to syslog at aSyslogLevel, whatever the mode. Status 0 returns; any other ends the process through

@@ -19,32 +19,32 @@
 #include "platform/ut_array.h"
 
 struct IfNameToIndex_t {
-  char* if_name;         // owned; the key
-  std::int32_t if_index; // kernel index, as if_nameindex gave it
+  char* if_name;          // owned; the key
+  std::int32_t if_index;  // kernel index, as if_nameindex gave it
   UT_hash_handle hh;
 };
 
 struct ServiceTypeToId_t {
-  char* service_type;           // owned; the key
-  std::int32_t service_type_id; // 1 for the first type, then consecutive
+  char* service_type;            // owned; the key
+  std::int32_t service_type_id;  // 1 for the first type, then consecutive
   UT_hash_handle hh;
 };
 
 struct ServiceNameToServiceTypesArray_t {
-  char* service_name;      // owned; the key
-  UT_array* service_types; // owned texts in file order; never null
+  char* service_name;       // owned; the key
+  UT_array* service_types;  // owned texts in file order; never null
   UT_hash_handle hh;
 };
 
 struct ServiceTypeToIfTo_t {
-  std::int32_t service_type_index; // a service_type_id; the key
-  UT_array* if_to_array;           // owned 32-bit destination indexes, each once, in the order of the rules
+  std::int32_t service_type_index;  // a service_type_id; the key
+  UT_array* if_to_array;            // owned 32-bit destination indexes, each once, in the order of the rules
   UT_hash_handle hh;
 };
 
 struct gHashRulesIfFrom_t {
-  std::int32_t if_index;                         // source interface; the key
-  ServiceTypeToIfTo_t* serviceType_to_ifTo_hash; // head of the inner table; null: empty
+  std::int32_t if_index;                          // source interface; the key
+  ServiceTypeToIfTo_t* serviceType_to_ifTo_hash;  // head of the inner table; null: empty
   UT_hash_handle hh;
 };
 
@@ -77,8 +77,7 @@ unsigned hash_count_ServiceTypeToId();
 UT_array* hash_getArray_ServiceNameToServiceTypesArray(const char* aServiceName);
 
 // Adds a service and takes over the array. A name that is there already ends the process (110), a lack of memory too (20).
-ServiceNameToServiceTypesArray_t* hash_add_ServiceNameToServiceTypesArray(const char* aServiceName,
-                                                                          UT_array* aServiceTypesArray);
+ServiceNameToServiceTypesArray_t* hash_add_ServiceNameToServiceTypesArray(const char* aServiceName, UT_array* aServiceTypesArray);
 
 unsigned hash_count_ServiceNameToServiceTypesArray();
 
