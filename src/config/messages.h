@@ -7,10 +7,9 @@
 
 inline constexpr int kServicesListStatus = 110;
 
-inline constexpr char kServicesNotFound[] = "ERROR 100130114: cannot find services config file: %s";       // path
-inline constexpr char kServicesStatInvalid[] = "ERROR 100130114: services config file stat invalid: %s";   // path
-inline constexpr char kServicesReadError[] =
-    "ERROR 100130114: read error size :%d bytes, services config file %s";  // size, path
+inline constexpr char kServicesNotFound[] = "ERROR 100130114: cannot find services config file: %s";                 // path
+inline constexpr char kServicesStatInvalid[] = "ERROR 100130114: services config file stat invalid: %s";             // path
+inline constexpr char kServicesReadError[] = "ERROR 100130114: read error size :%d bytes, services config file %s";  // size, path
 inline constexpr char kServicesMissingName[] =
     "ERROR 131155: ERROR in %s: missing name attribute in <mdnsservice> tag, exiting.";  // path
 inline constexpr char kServicesMissingEndTag[] =
@@ -22,10 +21,9 @@ inline constexpr char kServicesMissingType[] =
 
 inline constexpr int kRulesListStatus = 120;
 
-inline constexpr char kRulesNotFound[] = "ERROR 12013011401: cannot find rules config file: %s";      // path
-inline constexpr char kRulesStatInvalid[] = "ERROR 12013011401: rules config file stat invalid: %s";  // path
-inline constexpr char kRulesReadError[] =
-    "ERROR 12013011401: read error size :%d bytes, rules config file %s";  // size, path
+inline constexpr char kRulesNotFound[] = "ERROR 12013011401: cannot find rules config file: %s";                 // path
+inline constexpr char kRulesStatInvalid[] = "ERROR 12013011401: rules config file stat invalid: %s";             // path
+inline constexpr char kRulesReadError[] = "ERROR 12013011401: read error size :%d bytes, rules config file %s";  // size, path
 inline constexpr char kRulesMissingService[] =
     "ERROR 12013011402: in %s: missing mdnsservice attribute in <mdnsproxyrule> tag";  // path
 inline constexpr char kRulesMissingRuleType[] =
