@@ -1,0 +1,55 @@
+// Initialisation from the two files: the services list first, since a rule names a service of it.
+
+#include "config/config.h"
+#include "config/messages.h"
+#include "runtime/runtime.h"
+#include "tables/tables.h"
+
+namespace {
+
+// Between the two files, so that whoever writes the rules list at boot gets it there.
+constexpr unsigned kPauseBetweenFiles = 1;  // second
+
+std::FILE* open_services(const char* path) {
+  std::FILE* file = std::fopen(path, "r");
+  if (file == nullptr) {
+    if (gDBG != 0) {
+      log_message(LOG_ERR, "cannot find services config file: %s", path);
+    }
+    handle_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesNotFound, path);
+  }
+  return file;
+}
+
+std::FILE* open_rules(const char* path) {
+  std::FILE* file = std::fopen(path, "r");
+  if (file == nullptr) {
+    if (gDBG != 0) {
+      log_message(LOG_ERR, "cannot find rules config file: %s", path);
+    }
+    handle_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesNotFound, path);
+  }
+  return file;
+}
+
+}  // namespace
+
+void InitFromConfigFiles(const char* aConfigServicesFilename, const char* aConfigRulesFilename) {
+  log_message(LOG_DEBUG, "InitFromConfigFiles(): START: aConfigServicesFilename = %s, aConfigRulesFilename = %s",
+              aConfigServicesFilename, aConfigRulesFilename);
+  if (gDBG != 0) {
+    log_message(LOG_DEBUG, "\n*************   Init: Config File Parsing: %s *******************************\n",
+                aConfigServicesFilename);
+  }
+  parse_servicefile(open_services(aConfigServicesFilename), aConfigServicesFilename);
+  if (gDBG != 0) {
+    log_message(LOG_DEBUG, "\n\n\n*************   Init: Config File Parsing: %s *******************************\n",
+                aConfigRulesFilename);
+  }
+  pause_seconds(kPauseBetweenFiles);
+  parse_rulesfile(open_rules(aConfigRulesFilename), aConfigRulesFilename);
+  if (gDBG != 0) {
+    log_message(LOG_DEBUG, "\n\n\n\t ********************* DONE WITH RULES ******************\n\n");
+    debug_printOutAllHashInfo();
+  }
+}
