@@ -1,0 +1,74 @@
+"""What every end-to-end test has: a network, things that are closed at the end, and all logs when it fails."""
+
+import os
+
+import pytest
+import testbed
+
+
+class Scene:
+    """One test's network and everything on it. Closed in reverse order; on a failure each part tells its story."""
+
+    def __init__(self):
+        self.parts = []
+
+    def keep(self, part):
+        self.parts.append(part)
+        return part
+
+    # --- the vocabulary, kept
+
+    def network(self, *names, **how):
+        return self.keep(testbed.Network(*names, **how))
+
+    def daemon(self, namespace, *rules, **how):
+        return self.keep(testbed.Daemon(namespace, testbed.rules_list(*rules), **how))
+
+    def printer(self, link, *arguments, **how):
+        return self.keep(testbed.Printer(link, *arguments, **how))
+
+    def device(self, link, *arguments, **how):
+        return self.keep(testbed.Device(link, *arguments, **how))
+
+    def browser(self, link, *arguments, **how):
+        return self.keep(testbed.Browser(link, *arguments, **how))
+
+    def ear(self, link):
+        return self.keep(testbed.Ear(link))
+
+    # --- the end
+
+    def stories(self):
+        return [part.logs() if hasattr(part, "logs") else part.story() for part in self.parts
+                if hasattr(part, "logs") or hasattr(part, "story")]
+
+    def close(self):
+        for part in reversed(self.parts):
+            part.close()
+
+
+@pytest.fixture
+def scene(request):
+    made = Scene()
+    request.node.scene = made
+    yield made
+    made.close()
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    report = (yield).get_result()
+    if report.failed and call.when == "call" and hasattr(item, "scene"):
+        report.sections.append(("logs", "\n".join(item.scene.stories())))
+
+
+def pytest_collection_modifyitems(items):
+    """A test that cannot run is a failure, so nothing here may be skipped."""
+    for item in items:
+        for mark in ("skip", "skipif", "xfail"):
+            assert item.get_closest_marker(mark) is None, f"{item.nodeid} is marked {mark}"
+
+
+def pytest_sessionstart():
+    if os.geteuid() != 0:
+        pytest.exit("the end-to-end tests make network namespaces, which needs root", returncode=3)

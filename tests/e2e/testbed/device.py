@@ -1,0 +1,128 @@
+"""A host on a link that says on the air exactly what the test tells it, and answers questions about it: for names, addresses
+and moments that a ready-made responder would not let through."""
+
+import select
+import socket
+import threading
+
+from . import dns
+from .sockets import open_on
+
+
+class Service:
+    def __init__(self, host, instance, kind, port, txt, subtypes):
+        self.type = dns.labels(f"{kind}.local")
+        self.name = dns.labels((instance,)) + self.type
+        self.subtypes = [dns.labels(f"{subtype}._sub.{kind}.local") for subtype in subtypes]
+        self.srv = dns.Record(self.name, dns.SRV, (0, 0, port, host), dns.HOST_TTL, True)
+        self.txt = dns.Record(self.name, dns.TXT, dns.txt_data(txt), dns.OTHER_TTL, True)
+
+    @property
+    def pointers(self):
+        return [dns.Record(name, dns.PTR, self.name) for name in [self.type, *self.subtypes]]
+
+    @property
+    def records(self):
+        return [*self.pointers, self.srv, self.txt]
+
+
+class Device:
+    """`host`: the host name's first label. `addresses`: what the host claims to have; by default what it has."""
+
+    def __init__(self, link, host="printer", addresses=None):
+        self.link = link
+        self.host = dns.labels((host, "local"))
+        self.addresses = list(link.addresses() if addresses is None else addresses)
+        self.services = []
+        self._lock = threading.Lock()
+        self._sockets = open_on(link)
+        self._stop_reading, self._stop = socket.socketpair()
+        self._thread = threading.Thread(target=self._serve, daemon=True)
+        self._thread.start()
+
+    # --- what it says
+
+    def publish(self, instance, kind="_ipp._tcp", port=631, txt=(), subtypes=()):
+        """Adds a service and announces it (with the host's addresses). Returns it."""
+        service = Service(self.host, instance, kind, port, txt, subtypes)
+        with self._lock:
+            self.services.append(service)
+        self.say(service.records + self.address_records())
+        return service
+
+    def withdraw(self, service):
+        """Says goodbye for the service; the host stays."""
+        with self._lock:
+            self.services.remove(service)
+        self.say_goodbye(service.records)
+
+    def change_addresses(self, addresses):
+        """The host has other addresses from now on; announced with the cache-flush bit."""
+        with self._lock:
+            self.addresses = list(addresses)
+        self.say(self.address_records())
+
+    def announce(self):
+        with self._lock:
+            services = list(self.services)
+        self.say([record for service in services for record in service.records] + self.address_records())
+
+    def say(self, records):
+        self.send(dns.Message(dns.RESPONSE, answers=list(records)))
+
+    def say_goodbye(self, records):
+        self.say([dns.Record(record.name, record.kind, record.data, 0, record.flush) for record in records])
+
+    def send(self, message):
+        self.send_bytes(dns.encode(message))
+
+    def send_bytes(self, data):
+        for opened, group in self._sockets:
+            opened.sendto(data, group)
+
+    def address_records(self):
+        return [dns.Record(self.host, dns.AAAA if ":" in address else dns.A, address, dns.HOST_TTL, True)
+                for address in self.addresses]
+
+    # --- what it answers
+
+    def _serve(self):
+        while True:
+            ready = select.select([opened for opened, _ in self._sockets] + [self._stop_reading], [], [])[0]
+            if self._stop_reading in ready:
+                return
+            for opened, group in self._sockets:
+                if opened in ready:
+                    self._answer(opened, group)
+
+    def _answer(self, opened, group):
+        try:
+            message = dns.decode(opened.recv(9000))
+        except (ValueError, OSError):
+            return
+        if message.is_response:
+            return
+        with self._lock:
+            known = [record for service in self.services for record in service.records] + self.address_records()
+        answers = [record for question in message.questions for record in known
+                   if question.kind in (record.kind, dns.ANY) and dns.same_name(question.name, record.name)]
+        answers = [record for record in dict.fromkeys(answers)
+                   if not any(dns.same_name(record.name, seen.name) and (record.kind, record.data) == (seen.kind, seen.data)
+                              and seen.ttl * 2 >= record.ttl for seen in message.answers)]
+        if answers:
+            opened.sendto(dns.encode(dns.Message(dns.RESPONSE, answers=answers)), group)
+
+    def close(self):
+        """Vanishes without a word."""
+        self._stop.send(b".")
+        self._thread.join()
+        for opened, _ in self._sockets:
+            opened.close()
+        self._stop.close()
+        self._stop_reading.close()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()

@@ -1,0 +1,99 @@
+"""A gateway and its links.
+
+        link a                 gateway                link b
+    [ br0 10.1.0.2 ]----[ a 10.1.0.1 | b 10.2.0.1 ]----[ br0 10.2.0.2 ]
+      fd00:1::2            fd00:1::1   fd00:2::1           fd00:2::2
+
+A link is a namespace with a bridge in it: the bridge is the wire, and its own address is that of the one host that every link
+has. Further hosts and gateways are attached to the bridge.
+"""
+
+from .namespace import Namespace
+
+
+class Link:
+    """One link: its wire, and the host `.2` on it."""
+
+    def __init__(self, name, number, ipv4=True, ipv6=True):
+        self.name = name
+        self.number = number
+        self.ipv4 = ipv4
+        self.ipv6 = ipv6
+        self.interface = "br0"
+        self.ns = Namespace(f"link {name}")
+        quiet_interfaces(self.ns)
+        if not ipv6:
+            self.ns.set("net/ipv6/conf/default/disable_ipv6", 1)
+        self.ns.run(f"ip link add {self.interface} type bridge mcast_snooping 0")
+        self.ns.run(f"ip link set dev {self.interface} up")
+        if ipv4:
+            self.ns.run(f"ip addr add {self.address4(2)}/24 dev {self.interface}")
+        if ipv6:
+            self.ns.run(f"ip addr add {self.address6(2)}/64 dev {self.interface} nodad")
+
+    def address4(self, host):
+        return f"10.{self.number}.0.{host}"
+
+    def address6(self, host):
+        return f"fd00:{self.number}::{host:x}"
+
+    def addresses(self, host=2):
+        """What the host on this link has, IPv4 first."""
+        return ([self.address4(host)] if self.ipv4 else []) + ([self.address6(host)] if self.ipv6 else [])
+
+    def attach(self, other, interface, host):
+        """Puts an interface of the namespace `other` on this link, with both of host number `host`'s addresses."""
+        port = f"port{host}"
+        self.ns.run(f"ip link add {port} type veth peer name {interface} netns {other.path}")
+        self.ns.run(f"ip link set dev {port} master {self.interface} up")
+        other.run(f"ip link set dev {interface} up")
+        other.run(f"ip addr add {self.address4(host)}/24 dev {interface}")
+        other.run(f"ip addr add {self.address6(host)}/64 dev {interface} nodad")
+
+    def close(self):
+        self.ns.close()
+
+
+class Network:
+    """Links by name, and one gateway (host `.1` of every link, interface named as the link) that routes between them."""
+
+    def __init__(self, *names, ipv4_only=(), ipv6_only=()):
+        self.gateway = self.new_gateway("gateway")
+        self.links = {}
+        for number, name in enumerate(names, start=1):
+            link = Link(name, number, ipv4=name not in ipv6_only, ipv6=name not in ipv4_only)
+            self.links[name] = link
+            link.attach(self.gateway, name, host=1)
+            if link.ipv4:
+                link.ns.run(f"ip route add default via {link.address4(1)}")
+            if link.ipv6:
+                link.ns.run(f"ip -6 route add default via {link.address6(1)}")
+
+    def __getitem__(self, name):
+        return self.links[name]
+
+    @staticmethod
+    def new_gateway(name):
+        gateway = Namespace(name)
+        quiet_interfaces(gateway)
+        gateway.set("net/ipv4/ip_forward", 1)
+        gateway.set("net/ipv6/conf/all/forwarding", 1)
+        return gateway
+
+    def close(self):
+        for link in self.links.values():
+            link.close()
+        self.gateway.close()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+
+def quiet_interfaces(namespace):
+    """Addresses are usable at once (no duplicate detection), and no router is looked for."""
+    namespace.set("net/ipv6/conf/default/accept_dad", 0)
+    namespace.set("net/ipv6/conf/default/accept_ra", 0)
+    namespace.set("net/ipv6/conf/default/router_solicitations", 0)

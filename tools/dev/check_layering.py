@@ -1,0 +1,73 @@
+#!/usr/bin/python3
+"""Checks that includes run one way (see docs/architecture.md): platform < runtime < tables < proxy < config < main.
+
+check_layering.py [ROOT]: prints each breach as file:line: text; exit status 1 when there is one.
+"""
+
+import pathlib
+import re
+import sys
+
+from sources import ROOT, cpp_files
+
+LAYERS = ("platform", "runtime", "tables", "proxy", "config")
+
+# A C interface is met in few places: who may include which system header (first match decides; others are free for all).
+SYSTEM_HEADERS = (
+    (re.compile(r"avahi-"), {"dnssd"}),
+    (re.compile(r"dns_sd\.h$"), {"dnssd", "runtime", "proxy"}),
+    (re.compile(r"(ini|uthash|utarray)\.h$"), {"platform"}),
+    (re.compile(r"CLI/|nlohmann/"), {"tools"}),
+)
+
+_INCLUDE = re.compile(r'\s*#\s*include\s*([<"])([^>"]+)[>"]')
+
+
+# The scanners are shared with programs that are not the daemon, so they stand on nothing of it.
+SCANNERS = re.compile(r"config/(\w+_scanner|quoted_value)\.(h|cpp)$")
+
+
+def breach(path, folder, quoted, header):
+    """Why the file may not include this header, or None."""
+    if not quoted:
+        for pattern, folders in SYSTEM_HEADERS:
+            if pattern.match(header):
+                return None if folder in folders else f"<{header}> belongs to {', '.join(sorted(folders))}"
+        return None
+    target = header.split("/")[0]
+    if folder == "dnssd":
+        return None if target == "dnssd" else "the DNS-SD library includes nothing of the rest"
+    if target == "dnssd":
+        return "the rest knows of the DNS-SD library only <dns_sd.h>"
+    if SCANNERS.search(path.as_posix()) and not SCANNERS.match(header):
+        return "a scanner needs nothing of the daemon"
+    if target not in LAYERS:
+        return f"no folder of src is called '{target}'" if folder != "tools" else None
+    if folder in LAYERS and LAYERS.index(target) > LAYERS.index(folder):
+        return f"{folder} is below {target}"
+    return None
+
+
+def breaches(root):
+    """(file, line number, text) of every breach below root/src and root/tools."""
+    for path in cpp_files(root, ("src", "tools")):
+        relative = path.relative_to(root)
+        folder = "tools" if relative.parts[0] == "tools" else relative.parts[1] if len(relative.parts) > 2 else "main"
+        for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), start=1):
+            include = _INCLUDE.match(line)
+            if include:
+                reason = breach(path, folder, include[1] == '"', include[2])
+                if reason:
+                    yield relative, number, f'includes "{include[2]}": {reason}'
+
+
+def main():
+    root = pathlib.Path(sys.argv[1]).resolve() if len(sys.argv) > 1 else ROOT
+    found = list(breaches(root))
+    for path, number, text in found:
+        print(f"{path}:{number}: {text}")
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
