@@ -56,5 +56,6 @@ int detached_message(char* buffer, std::size_t size, const char* format);
 inline constexpr int kDetachedNumber = 2147483647;
 inline constexpr const char* kDetachedText = "(list)";
 
-extern std::FILE* gMyStatusFilehandle;  // open while one update is being written, else null
-extern sem_t gStatusFileSemaphore;      // created by main_init; one update at a time
+extern std::FILE* gMyStatusFilehandle;    // open while one update is being written, else null
+extern sem_t gStatusFileSemaphore;        // created by main_init; one update at a time
+extern bool gStatusFileSemaphoreCreated;  // false: not created yet, updates do not wait for it

@@ -1,0 +1,126 @@
+// Lifecycle of a handled signal:
+// 1. It arrives while the daemon works: the kernel keeps it pending.
+// 2. The daemon comes to a wait (pselect, a pause) and lets it through: signal_handler runs, and nothing else is under way.
+// 3. signal_handler holds all of them again first, so that a second one cannot nest into its exit path. One that the kernel
+//    had started to deliver together with the first runs its handler before or after, never within.
+#include "runtime/signals.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "runtime/daemon_control.h"
+#include "runtime/log.h"
+#include "runtime/status.h"
+
+namespace {
+
+constexpr int kHandledSignals[] = {SIGHUP, SIGINT, SIGTERM, SIGQUIT, SIGUSR1, SIGUSR2, SIGIO};
+constexpr int kJobControlSignals[] = {SIGCHLD, SIGTSTP, SIGTTOU, SIGTTIN};
+
+sigset_t gWaitMask;
+bool gSignalsAreHeld = false;
+
+template <std::size_t kCount>
+sigset_t set_of(const int (&signals)[kCount]) {
+  sigset_t set;
+  sigemptyset(&set);
+  for (int signal_number : signals) {
+    sigaddset(&set, signal_number);
+  }
+  return set;
+}
+
+void block_handled_signals(sigset_t* previous) {
+  const sigset_t handled = set_of(kHandledSignals);
+  sigprocmask(SIG_BLOCK, &handled, previous);
+}
+
+// Lets the held signals through while it lives.
+class HeldSignalsLetThrough {
+ public:
+  HeldSignalsLetThrough() {
+    if (gSignalsAreHeld) {
+      sigprocmask(SIG_SETMASK, &gWaitMask, nullptr);
+    }
+  }
+  ~HeldSignalsLetThrough() {
+    if (gSignalsAreHeld) {
+      block_handled_signals(nullptr);
+    }
+  }
+  HeldSignalsLetThrough(const HeldSignalsLetThrough&) = delete;
+  HeldSignalsLetThrough& operator=(const HeldSignalsLetThrough&) = delete;
+};
+
+}  // namespace
+
+void block_job_control_signals() {
+  const sigset_t job_control = set_of(kJobControlSignals);
+  sigprocmask(SIG_BLOCK, &job_control, nullptr);
+}
+
+void install_signal_handler() {
+  struct sigaction action = {};
+  action.sa_handler = signal_handler;
+  sigemptyset(&action.sa_mask);
+  for (int signal_number : kHandledSignals) {
+    sigaction(signal_number, &action, nullptr);
+  }
+}
+
+void hold_handled_signals() {
+  block_handled_signals(&gWaitMask);
+  gSignalsAreHeld = true;
+}
+
+const sigset_t* wait_signal_mask() { return gSignalsAreHeld ? &gWaitMask : nullptr; }
+
+// The kernel delivers what is pending before the call that lets it through returns.
+void deliver_held_signals() { const HeldSignalsLetThrough let_through; }
+
+void pause_microseconds(unsigned microseconds) {
+  const HeldSignalsLetThrough let_through;
+  usleep(microseconds);
+}
+
+void pause_seconds(unsigned seconds) {
+  const HeldSignalsLetThrough let_through;
+  sleep(seconds);
+}
+
+void signal_handler(int aSignal) {
+  block_handled_signals(nullptr);
+  log_message(LOG_DEBUG, "signal_handler(): aSignal = %d ...", aSignal);
+  switch (aSignal) {
+    case SIGHUP:
+      handle_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGHUP signal (%d) -- currently unhandled, exiting.", aSignal);
+      break;
+    case SIGINT:
+      handle_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGINT signal (%d), exiting.", aSignal);
+      break;
+    case SIGQUIT:
+      handle_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGQUIT signal (%d), exiting.", aSignal);
+      break;
+    case SIGTERM:
+      handle_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGTERM signal (%d), exiting.", aSignal);
+      break;
+    case SIGUSR1:
+      setlogmask(kSyslogMaskEverything);
+      std::fputs("mdnsproxy open the syslog!\n", stdout);
+      break;
+    case SIGUSR2:
+      setlogmask(kSyslogMaskErrors);
+      std::fputs("mdnsproxy close the syslog!\n", stdout);
+      break;
+    case SIGIO:
+      log_message(LOG_DEBUG, "sig_sigpoll(): GOT SIGNAL: %d", aSignal);
+      handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
+                   "Received SIGPOLL signal (%d), unhandled, ignoring and continuing execution as normal.", aSignal);
+      break;
+    default:
+      handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING, "WARNING 9991001151036: Received Unhandled signal (%d), ignoring.",
+                   aSignal);
+      break;
+  }
+}

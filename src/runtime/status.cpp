@@ -1,0 +1,125 @@
+// The way out, in reading order: handle_error, exit_clean, vexit_clean, update_status_file,
+// exit_clean_no_update_status_file.
+#include "runtime/status.h"
+
+#include <dns_sd.h>
+
+#include <cstdlib>
+
+#include "runtime/daemon_control.h"
+#include "runtime/log.h"
+#include "runtime/settings.h"
+#include "runtime/startup.h"
+
+std::FILE* gMyStatusFilehandle = nullptr;
+sem_t gStatusFileSemaphore;
+bool gStatusFileSemaphoreCreated = false;
+
+namespace {
+
+// The longest message format of the program is a fifth of this; what is shown of it without its values is hardly longer.
+constexpr std::size_t kDetachedMessageSize = 1024;
+
+void release_connection(DNSServiceRef connection) {
+  if (connection != nullptr) {
+    DNSServiceRefDeallocate(connection);
+  }
+}
+
+void log_clean_exit(int status) {
+  log_message(LOG_DEBUG, "%s (version %s) EXITING CLEAN with status = %d from verbose debug logging mode.", gProgramName,
+              gSettings.version, status);
+}
+
+void open_status_file() {
+  log_message(LOG_DEBUG, "update_status_file(): (gMyStatusFilehandle == NULL), attempting to open the file: %s ...",
+              gSettings.status_file);
+  gMyStatusFilehandle = std::fopen(gSettings.status_file, "w");
+  if (gMyStatusFilehandle == nullptr) {
+    log_message(LOG_ERR, "ERROR 30130117011910: Could not open status file %s, exiting", gSettings.status_file);
+    exit_clean_no_update_status_file(MYSTATUS__FILE_ERROR);
+  }
+}
+
+// A write to the stream only shows its error (a full disk, say) once the bytes are on their way, so each is sent off at once.
+void end_unless_written(int result) {
+  if (result < 0 || std::fflush(gMyStatusFilehandle) != 0) {
+    log_message(LOG_ERR, "ERROR 30130117011911: Could not write to status file %s, exiting", gSettings.status_file);
+    exit_clean_no_update_status_file(MYSTATUS__FILE_ERROR);
+  }
+}
+
+// Before the semaphores are made there is nothing to wait for; the report of their failure comes this way.
+void lock_status_file() {
+  if (gStatusFileSemaphoreCreated) {
+    sem_wait(&gStatusFileSemaphore);
+  }
+}
+
+void unlock_status_file() {
+  if (gStatusFileSemaphoreCreated) {
+    sem_post(&gStatusFileSemaphore);
+  }
+}
+
+}  // namespace
+
+void handle_error(int aMyStatusCode, int aSyslogLevel, const char* aFormat, ...) {
+  log_message(LOG_DEBUG, "handle_error(): aMyStatusCode = %d, aSyslogLevel = %d, (aFormat and va_list omitted) ...",
+              aMyStatusCode, aSyslogLevel);
+  va_list args;
+  va_start(args, aFormat);
+  vsyslog(aSyslogLevel, aFormat, args);
+  va_end(args);
+  if (aMyStatusCode != MYSTATUS__RUNNING__OK) {
+    log_message(LOG_ERR, "handle_error(): aMyStatusCode = %d != MYSTATUS__RUNNING__OK, calling exit_clean()...", aMyStatusCode);
+    char message[kDetachedMessageSize];
+    detached_message(message, sizeof(message), aFormat);
+    exit_clean(aMyStatusCode, "%s", message);
+  }
+  log_message(LOG_DEBUG, "handle_error(): aMyStatusCode = %d == MYSTATUS__RUNNING__OK, continuing execution...", aMyStatusCode);
+}
+
+void exit_clean(int status, const char* format, ...) {
+  log_message(LOG_DEBUG, "exit_clean(): exit_status = %d ...", status);
+  va_list args;
+  va_start(args, format);
+  vexit_clean(status, format, args);
+}
+
+void vexit_clean(int status, const char* format, va_list args) {
+  log_message(LOG_DEBUG, "vexit_clean(): exit_status = %d ...", status);
+  update_status_file(status, format, args);
+  exit_clean_no_update_status_file(status);
+}
+
+void update_status_file(int status, const char* format, va_list args) {
+  log_message(LOG_DEBUG, "update_status_file(): aNewMYSTATUS = %d ...", status);
+  lock_status_file();
+  open_status_file();
+  end_unless_written(std::fprintf(gMyStatusFilehandle, "%d\n", status));
+  end_unless_written(std::vfprintf(gMyStatusFilehandle, format, args));
+  std::fputc('\n', gMyStatusFilehandle);
+  std::fclose(gMyStatusFilehandle);
+  gMyStatusFilehandle = nullptr;
+  unlock_status_file();
+}
+
+void vupdate_status_file(int status, const char* format, ...) {
+  log_message(LOG_DEBUG, "vupdate_status_file(): aNewMYSTATUS = %d ...", status);
+  va_list args;
+  va_start(args, format);
+  update_status_file(status, format, args);
+  va_end(args);
+}
+
+void exit_clean_no_update_status_file(int status) {
+  log_message(LOG_DEBUG, "exit_clean_no_update_status_file(): exit_status = %d ...", status);
+  release_connection(gDNSServiceRef_Shared);
+  release_connection(gDNSServiceRef_RegisterRecord);
+  log_clean_exit(status);
+  closelog();
+  close_and_delete_PID_file(gSettings.pid_file);
+  log_clean_exit(status);
+  std::exit(status);
+}
