@@ -27,7 +27,7 @@ std::vector<std::string> interfaces_here() {
 
 struct Options {
   CheckRequest request = {"/etc/mdnsservice-list.xml", "/tmp/mdnsproxyrule-list.xml", "/etc/mdnsproxy.conf", false, std::nullopt};
-  std::vector<std::string> interfaces;
+  std::string interfaces;
   bool json = false;
 };
 
@@ -38,14 +38,13 @@ void describe(CLI::App& app, Options& options) {
   app.add_option("--settings", options.request.settings_file, "settings")->type_name("FILE")->capture_default_str();
   app.add_option("--interfaces", options.interfaces,
                  "interfaces of the machine that the files are for (default: those of this one)")
-      ->type_name("NAME,NAME...")
-      ->delimiter(',');
+      ->type_name("NAME,NAME...");
   app.add_flag("--json", options.json, "write JSON instead of text");
 }
 
 int run(const CLI::App& app, Options& options) {
   options.request.settings_required = app.count("--settings") > 0;
-  options.request.interfaces = app.count("--interfaces") > 0 ? options.interfaces : interfaces_here();
+  options.request.interfaces = app.count("--interfaces") > 0 ? CLI::detail::split(options.interfaces, ',') : interfaces_here();
   const Verdict verdict = check_files(options.request);
   const std::string report = options.json ? json_report(verdict, options.request) : text_report(verdict, options.request);
   const bool written = std::fputs(report.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;

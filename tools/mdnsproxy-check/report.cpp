@@ -30,7 +30,7 @@ std::string finding_line(const Finding& finding) {
   const std::string end = finding.status != 0 ? " [ends the daemon with " + status_text(finding.status) + "]" : "";
   return formatted("%s:%u:%u: %s: ", finding.file.c_str(), finding.position.line, finding.position.column,
                    severity_text(finding.severity)) +
-         on_one_line(finding.message) + end + "; to mend it, " + on_one_line(finding.cure) + "\n";
+         on_one_line(finding.message) + end + "; cure: " + on_one_line(finding.cure) + "\n";
 }
 
 // --- The table ------------------------------------------------------------------------------------------------------------

@@ -6,6 +6,7 @@
 
 #include "config/messages.h"
 #include "config/services_scanner.h"
+#include "mdnsproxy-check/library_types.h"
 #include "mdnsproxy-check/service_type.h"
 #include "mdnsproxy-check/source_text.h"
 #include "mdnsproxy-check/verdict.h"
@@ -107,7 +108,8 @@ void take_type(ServicesCheck& check, ServiceCatalog& catalog, const ServicesItem
   warn_of_comment(check, item, "the type");
   warn_of_empty_value(check, item);
   if (const std::optional<TypeFault> fault = find_type_fault(item.value)) {
-    warn(check, item.value_offset, fault->message, fault->cure);
+    const char* outcome = library_accepts_type(item.value) ? "" : ": a rule for this service ends the daemon";
+    warn(check, item.value_offset, fault->message + outcome, fault->cure);
   }
   warn_of_second_service(check, item);
 }
