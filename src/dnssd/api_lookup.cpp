@@ -1,0 +1,130 @@
+// The functions of dns_sd.h that make connections and look things up: what is checked, and which operation is started.
+// A call that fails has started nothing and has left *sdRef as it was.
+#include "dnssd/api.h"
+#include "dnssd/engine.h"
+#include "dnssd/operations.h"
+#include "dnssd/references.h"
+
+using namespace dnssd;
+
+namespace dnssd {
+
+DNSServiceErrorType begin_operation(DNSServiceRef* ref, DNSServiceFlags flags, std::uint32_t interface_index, void* context,
+                                    decltype(Operation::part)&& part, Operation** operation) {
+  Serial connection = 0;
+  if (flags & kFlagsShareConnection) {
+    const Operation* shared = connection_of(*ref);
+    if (shared == nullptr) return kDNSServiceErr_BadReference;
+    connection = shared->serial;
+  }
+  DNSServiceErrorType error = engine_open();
+  if (error != kDNSServiceErr_NoError) return error;
+  Server* server = nullptr;
+  error = server_get(interface_index, &server);
+  if (error != kDNSServiceErr_NoError) {
+    engine_close_if_unused();
+    return error;
+  }
+  *operation = operation_new(connection, server, context, std::move(part));
+  return kDNSServiceErr_NoError;
+}
+
+DNSServiceErrorType finish_operation(DNSServiceRef* ref, Operation* operation, DNSServiceErrorType error) {
+  if (error == kDNSServiceErr_NoError) {
+    *ref = service_ref(*operation);
+  } else {
+    operation_release(operation);
+  }
+  return error;
+}
+
+}  // namespace dnssd
+
+extern "C" {
+
+// A reference that others share. kErrServiceNotRunning when the system refuses the engine's descriptors.
+DNSServiceErrorType DNSServiceCreateConnection(DNSServiceRef* sdRef) {
+  const LibraryCall call;
+  if (sdRef == nullptr) return kDNSServiceErr_BadParam;
+  const DNSServiceErrorType error = engine_open();
+  if (error != kDNSServiceErr_NoError) return error;
+  *sdRef = service_ref(*operation_new(0, nullptr, nullptr, Connection{}));
+  return kDNSServiceErr_NoError;
+}
+
+// `regtype` may name one subtype: "_ipp._tcp,_universal", or first: "_universal._ipp._tcp".
+DNSServiceErrorType DNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
+                                     const char* regtype, const char* domain, DNSServiceBrowseReply callBack,
+                                     void* context) {
+  const LibraryCall call;
+  if (sdRef == nullptr || regtype == nullptr || callBack == nullptr) return kDNSServiceErr_BadParam;
+  const std::optional<ServiceType> type = parse_browse_type(regtype);
+  if (!type) return kDNSServiceErr_BadParam;
+  if (!is_local_domain(domain)) return kDNSServiceErr_Unsupported;
+  Browse browse;
+  browse.callback = callBack;
+  Operation* operation = nullptr;
+  const DNSServiceErrorType error =
+      begin_operation(sdRef, flags, interfaceIndex, context, std::move(browse), &operation);
+  if (error != kDNSServiceErr_NoError) return error;
+  return finish_operation(sdRef, operation, browse_start(*operation, *type));
+}
+
+// `name` is the plain instance name of a browse reply.
+DNSServiceErrorType DNSServiceResolve(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex, const char* name,
+                                      const char* regtype, const char* domain, DNSServiceResolveReply callBack,
+                                      void* context) {
+  const LibraryCall call;
+  if (sdRef == nullptr || name == nullptr || regtype == nullptr || domain == nullptr || callBack == nullptr) {
+    return kDNSServiceErr_BadParam;
+  }
+  const std::optional<ServiceType> type = parse_service_type(regtype);
+  if (!type) return kDNSServiceErr_BadParam;
+  if (!is_local_domain(domain)) return kDNSServiceErr_Unsupported;
+  const std::optional<Name> instance = prepend_label(name, type_name(*type));
+  if (!instance) return kDNSServiceErr_BadParam;
+  Resolve resolve;
+  resolve.callback = callBack;
+  Operation* operation = nullptr;
+  const DNSServiceErrorType error =
+      begin_operation(sdRef, flags, interfaceIndex, context, std::move(resolve), &operation);
+  if (error != kDNSServiceErr_NoError) return error;
+  return finish_operation(sdRef, operation, resolve_start(*operation, *instance));
+}
+
+// Every query is a multicast one that lasts until it is released, whatever the name's domain.
+DNSServiceErrorType DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
+                                          const char* fullname, uint16_t rrtype, uint16_t rrclass,
+                                          DNSServiceQueryRecordReply callBack, void* context) {
+  const LibraryCall call;
+  if (sdRef == nullptr || fullname == nullptr || rrtype == 0 || callBack == nullptr) return kDNSServiceErr_BadParam;
+  if (rrclass != kDNSServiceClass_IN) return kDNSServiceErr_Unsupported;
+  const std::optional<Name> name = parse_name(fullname);
+  if (!name || name->labels.empty()) return kDNSServiceErr_BadParam;
+  Query query;
+  query.callback = callBack;
+  query.rrtype = rrtype;
+  Operation* operation = nullptr;
+  const DNSServiceErrorType error = begin_operation(sdRef, flags, interfaceIndex, context, std::move(query), &operation);
+  if (error != kDNSServiceErr_NoError) return error;
+  return finish_operation(sdRef, operation, query_start(*operation, *name));
+}
+
+int DNSServiceRefSockFD(DNSServiceRef sdRef) {
+  const LibraryCall call;
+  return operation_of(sdRef) == nullptr ? -1 : gEngine->poll.epoll_fd;
+}
+
+DNSServiceErrorType DNSServiceProcessResult(DNSServiceRef sdRef) {
+  const LibraryCall call;
+  if (sdRef == nullptr) return kDNSServiceErr_BadParam;
+  return operation_of(sdRef) == nullptr ? kDNSServiceErr_BadReference : engine_pass();
+}
+
+void DNSServiceRefDeallocate(DNSServiceRef sdRef) {
+  const LibraryCall call;
+  Operation* operation = operation_of(sdRef);
+  if (operation != nullptr) operation_release(operation);
+}
+
+}  // extern "C"

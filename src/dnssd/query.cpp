@@ -1,0 +1,70 @@
+// Query: one Avahi record browser. What is reported goes by the caller's view of an answer, "this is what the host now has":
+// for A and AAAA the newest live address whenever it differs from the one last reported, so that a change is one answer,
+// the loss of one of two addresses is followed by the other, and a repeated or expired one is silence; for other types each
+// distinct rdata once while it lives. Losses are never reported: the caller would take them for answers.
+#include "dnssd/engine.h"
+#include "dnssd/operations.h"
+
+namespace dnssd {
+namespace {
+
+bool is_address(std::uint16_t rrtype) { return rrtype == kDNSServiceType_A || rrtype == kDNSServiceType_AAAA; }
+
+void queue_answer(Operation& operation, const Query& query, std::uint16_t rrtype, const std::string& rdata,
+                  std::uint32_t ttl) {
+  Reply reply;
+  reply.flags = kDNSServiceFlagsAdd;
+  reply.name = query.full_name;
+  reply.rrtype = rrtype;
+  reply.data = rdata;
+  reply.ttl = ttl;
+  reply_queue(operation, std::move(reply));
+}
+
+void tell_newest_address(Operation& operation, Query& query) {
+  const auto* newest = answer_newest(query.answers);
+  if (newest == nullptr || newest->first == query.told) return;
+  query.told = newest->first;
+  queue_answer(operation, query, query.rrtype, newest->first, newest->second.ttl);
+}
+
+void query_failed(Operation& operation, const Query& query) {
+  Reply reply;
+  reply.error = kDNSServiceErr_Unknown;
+  reply.name = query.full_name;
+  reply.rrtype = query.rrtype;
+  reply_queue(operation, std::move(reply));
+}
+
+void answer_changed(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, AvahiBrowserEvent event,
+                    AvahiRecord* record, AvahiLookupResultFlags, void* userdata) {
+  Operation& operation = *static_cast<Operation*>(userdata);
+  Query& query = *std::get_if<Query>(&operation.part);
+  if (event == AVAHI_BROWSER_FAILURE) query_failed(operation, query);
+  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE) return;
+  const std::string rdata = rdata_of(*record);
+  if (rdata.empty()) return;
+  const bool has_become_live = event == AVAHI_BROWSER_NEW && answer_add(query.answers, protocol, rdata, record->ttl);
+  if (event == AVAHI_BROWSER_REMOVE) answer_remove(query.answers, protocol, rdata);
+  if (is_address(query.rrtype)) {
+    tell_newest_address(operation, query);
+  } else if (has_become_live) {
+    queue_answer(operation, query, record->key->type, rdata, record->ttl);
+  }
+}
+
+}  // namespace
+
+DNSServiceErrorType query_start(Operation& operation, const Name& name) {
+  Query& query = *std::get_if<Query>(&operation.part);
+  query.full_name = name_to_text(name);
+  query.browser = record_browser_new(operation, name, query.rrtype, answer_changed);
+  return query.browser == nullptr ? kDNSServiceErr_BadParam : kDNSServiceErr_NoError;
+}
+
+void query_stop(Query& query) {
+  if (query.browser != nullptr) avahi_s_record_browser_free(query.browser);
+  query.browser = nullptr;
+}
+
+}  // namespace dnssd

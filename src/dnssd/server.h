@@ -1,0 +1,38 @@
+// One Avahi server per interface in use, bound to that interface.
+#pragma once
+
+#include "dnssd/dnssd.h"
+#include "dnssd/pacing.h"
+
+namespace dnssd {
+
+// Lives from the first operation on its interface until it has been idle for a while, or until the engine ends.
+struct Server {
+  std::uint32_t interface_index = 0;
+  std::string interface_name;  // as it was when the server was made
+  AvahiPoll api{};
+  AvahiServer* avahi = nullptr;
+  int sockets[2] = {-1, -1};  // Avahi's own for IPv4 and IPv6; -1: none
+  int bind_error = 0;         // errno of a socket that could not be bound to the interface
+  unsigned operations = 0;    // live operations on it
+  unsigned publications = 0;  // live publications on it
+  AvahiTimeout* linger = nullptr;  // runs while neither is there
+  Pacing pacing;
+  std::unordered_map<std::string, Publication*> shared;  // publications that further holders may join, by their key
+};
+
+// The server of an interface, made if need be. On an error *server is untouched: kDNSServiceErr_Unsupported for index 0 and
+// kDNSServiceInterfaceIndexLocalOnly, kDNSServiceErr_BadInterfaceIndex when there is no such interface,
+// kDNSServiceErr_NoAuth when its sockets may not be bound to it, kErrServiceNotRunning when Avahi cannot run there.
+DNSServiceErrorType server_get(std::uint32_t interface_index, Server** server);
+
+void server_use(Server& server);
+void server_unuse(Server& server);
+
+// Starts or stops the idle timer, as the two counts say.
+void server_review_idle(Server& server);
+
+// Withdraws what it publishes and frees Avahi's server; `server` itself stays.
+void server_close(Server& server);
+
+}  // namespace dnssd
