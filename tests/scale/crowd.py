@@ -1,0 +1,150 @@
+"""The vocabulary of a crowded link, beside that of the end-to-end tests.
+
+    Crowd     thousands of devices on a link, each with one service (air/announcer.cpp)
+    Clients   phones and laptops that browse there and ask again (air/clients.cpp)
+    Watcher   which services of a link could be used, and what the gateway's packets weigh (air/observer.cpp)
+
+Each is a program of its own, on the far side of a pipe: it ends with the test process, however that ends. Times are seconds of
+the real-time clock, by which the kernel stamps the packets.
+"""
+
+import json
+import pathlib
+import queue
+import subprocess
+import sys
+import threading
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
+
+from testbed.daemon import build_directory  # noqa: E402  pylint: disable=wrong-import-position
+from testbed.waiting import wait_until  # noqa: E402  pylint: disable=wrong-import-position
+
+
+class _Program:
+    """One of the programs in air/: takes lines, answers with lines."""
+
+    def __init__(self, name, link, *arguments):
+        path = build_directory() / "air" / name
+        self.name = name
+        self._process = subprocess.Popen(  # pylint: disable=consider-using-with
+            link.ns.command(str(path), "--interface", link.interface, *map(str, arguments)), stdin=subprocess.PIPE,
+            stdout=subprocess.PIPE, text=True)
+        self._lines = queue.Queue()
+        threading.Thread(target=self._read, daemon=True).start()
+        assert self.answer(10) == "ready"
+
+    def _read(self):
+        for line in self._process.stdout:
+            self._lines.put(line.rstrip("\n"))
+
+    def tell(self, *words):
+        self._process.stdin.write(" ".join(map(str, words)) + "\n")
+        self._process.stdin.flush()
+
+    def answer(self, within):
+        try:
+            return self._lines.get(timeout=within)
+        except queue.Empty:
+            raise AssertionError(f"{self.name} has not answered within {within} s") from None
+
+    def close(self):
+        self._process.stdin.close()
+        try:
+            self._process.wait(5)
+        except subprocess.TimeoutExpired:
+            self._process.kill()
+            self._process.wait()
+        self._process.stdout.close()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+
+class Crowd(_Program):
+    """`kinds`: the devices' service types in turn. `addresses`: 4, 6 or 46, which families each host has one of. `txt`: bytes
+    of TXT data."""
+
+    def __init__(self, link, kinds=("_ipp._tcp",), addresses=46, txt=64):
+        super().__init__("air-announcer", link, "--types", ",".join(kinds), "--link", link.number, "--addresses", addresses,
+                         "--txt", txt)
+
+    def announce(self, first, count, seconds=0.0):
+        """Devices first .. first + count - 1 announce themselves within `seconds`. Returns when the first and the last of them
+        had done so for the first time; the second announcement, a second later, goes by itself."""
+        return self._wave("announce", first, count, seconds)
+
+    def withdraw(self, first, count, seconds=0.0):
+        """They say goodbye."""
+        return self._wave("withdraw", first, count, seconds)
+
+    def vanish(self, first, count):
+        """They fall silent."""
+        self.tell("vanish", first, count)
+        self.answer(5)
+
+    def _wave(self, word, first, count, seconds):
+        self.tell(word, first, count, seconds)
+        begin, end = self.answer(seconds + 30).split()[-2:]
+        return float(begin), float(end)
+
+
+class Clients(_Program):
+    def __init__(self, link, kinds, clients=1, picks=1, sessions=1, seed=1):
+        super().__init__("air-clients", link, "--types", ",".join(kinds), "--clients", clients, "--picks", picks, "--sessions",
+                         sessions, "--seed", seed)
+
+    def go(self, seconds):
+        """Starts their sessions and returns at once."""
+        self.tell("go", seconds)
+
+    def wait(self, within):
+        """Waits until the sessions are over; the number of queries asked."""
+        return int(self.answer(within).split()[1])
+
+
+class Watcher(_Program):
+    def __init__(self, link, gateway_addresses):
+        super().__init__("air-observer", link, "--from", ",".join(gateway_addresses))
+        self.link = link
+
+    def ask(self, word):
+        self.tell(word)
+        return json.loads(self.answer(30))
+
+    @property
+    def there(self):
+        """How many services could be used now."""
+        return self.ask("count")["there"]
+
+    @property
+    def listed(self):
+        """How many have a PTR record now."""
+        return self.ask("count")["listed"]
+
+    @property
+    def services(self):
+        """{instance name: (when it could be used first, when it went last)}, 0 for not yet."""
+        return {name: tuple(times) for name, times in self.ask("services").items()}
+
+    @property
+    def traffic(self):
+        return self.ask("traffic")
+
+    def reset(self):
+        self.ask("reset")
+
+    def sees(self, count, within):
+        wait_until(lambda: self.there >= count, within, lambda: f"{count} services on link {self.link.name}: {self.ask('count')}")
+
+    def loses_all(self, within):
+        wait_until(lambda: self.listed == 0, within, lambda: f"no service on link {self.link.name}: {self.ask('count')}")
+
+
+def gateway_addresses(link):
+    """All addresses of the gateway on a link, its link-local one included."""
+    text = link.gateway.run(f"ip -o addr show dev {link.name}")
+    return [line.split()[3].split("/")[0] for line in text.splitlines()]
