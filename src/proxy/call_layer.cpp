@@ -40,13 +40,14 @@ DNSServiceErrorType MyDNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags f
               "host = %s, port = %d, txtLen = %d, txtRecord = %s",
               flags, interfaceIndex, text_or_null(name), text_or_null(regtype), text_or_null(domain), text_or_null(host), port,
               txtLen, text_or_null(static_cast<const char*>(txtRecord)));
-  return DNSServiceRegister(sdRef, flags, interfaceIndex, name, regtype, domain, host, port, txtLen, txtRecord, callBack, context);
+  return DNSServiceRegister(sdRef, flags, interfaceIndex, name, regtype, domain, host, port, txtLen, txtRecord, callBack,
+                            context);
 }
 
 DNSServiceErrorType MyDNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* RecordRef, DNSServiceFlags flags,
                                                std::uint32_t interfaceIndex, const char* fullname, std::uint16_t rrtype,
-                                               std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata,
-                                               std::uint32_t ttl, DNSServiceRegisterRecordReply callBack, void* context) {
+                                               std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata, std::uint32_t ttl,
+                                               DNSServiceRegisterRecordReply callBack, void* context) {
   log_message(LOG_DEBUG,
               "\nMyDNSServiceRegisterRecord(): START: flags = %x, interfaceIndex = %d, fullname = %s, rrtype = %d, "
               "rrclass = %d, rdlen = %d, ttl = %d",

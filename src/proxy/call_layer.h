@@ -31,8 +31,8 @@ DNSServiceErrorType MyDNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags f
 
 DNSServiceErrorType MyDNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* RecordRef, DNSServiceFlags flags,
                                                std::uint32_t interfaceIndex, const char* fullname, std::uint16_t rrtype,
-                                               std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata,
-                                               std::uint32_t ttl, DNSServiceRegisterRecordReply callBack, void* context);
+                                               std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata, std::uint32_t ttl,
+                                               DNSServiceRegisterRecordReply callBack, void* context);
 
 DNSServiceErrorType MyDNSServiceRemoveRecord(DNSServiceRef sdRef, DNSRecordRef RecordRef, DNSServiceFlags flags);
 

@@ -73,11 +73,11 @@ char* address_record_label(Addr_query_context* result) {
 DNSServiceErrorType register_address(const Answer& answer, std::uint16_t rrtype, std::span<const std::uint8_t> address,
                                      DNSRecordRef* record) {
   DNSRecordRef registered = nullptr;
-  const DNSServiceErrorType error = MyDNSServiceRegisterRecord(
-      gDNSServiceRef_RegisterRecord, &registered, answer.fencing | kFlagsProxiedRecord,
-      static_cast<std::uint32_t>(answer.result->bridge_context_ptr->if_to), answer.result->hosttarget, rrtype,
-      kDNSServiceClass_IN, static_cast<std::uint16_t>(address.size()), address.data(), 0, callback_ServiceRegisterRecord,
-      address_record_label(answer.result));
+  const DNSServiceErrorType error =
+      MyDNSServiceRegisterRecord(gDNSServiceRef_RegisterRecord, &registered, answer.fencing | kFlagsProxiedRecord,
+                                 static_cast<std::uint32_t>(answer.result->bridge_context_ptr->if_to), answer.result->hosttarget,
+                                 rrtype, kDNSServiceClass_IN, static_cast<std::uint16_t>(address.size()), address.data(), 0,
+                                 callback_ServiceRegisterRecord, address_record_label(answer.result));
   if (error == kDNSServiceErr_NoError) {
     *record = registered;
   }
@@ -93,8 +93,7 @@ DNSServiceErrorType update_address(DNSRecordRef record, std::span<const std::uin
 
 // The host's first IPv4 address. A refusal is reported; the next answer tries again.
 bool register_ipv4(const Answer& answer, Ipv4Bytes address) {
-  const DNSServiceErrorType error =
-      register_address(answer, kDNSServiceType_A, address, &answer.service_context->dns_record_ptr);
+  const DNSServiceErrorType error = register_address(answer, kDNSServiceType_A, address, &answer.service_context->dns_record_ptr);
   if (error != kDNSServiceErr_NoError) {
     handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING, kRegisterRecordRefused, static_cast<long>(error));
     return false;
@@ -114,8 +113,8 @@ void update_ipv4(const Answer& answer, Ipv4Bytes address) {
               kThisFunction, __LINE__, as_pointer(answer.service_context), as_pointer(answer.service_context->dns_record_ptr),
               shown);
   if (error != kDNSServiceErr_NoError) {
-    handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING, "MyDNSServiceUpdateRecord(): FAIL: MyDNSServiceUpdateRecord  call failed: %ld",
-                 static_cast<long>(error));
+    handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
+                 "MyDNSServiceUpdateRecord(): FAIL: MyDNSServiceUpdateRecord  call failed: %ld", static_cast<long>(error));
     return;
   }
   std::ranges::copy(address, answer.result->addr_v4);
@@ -156,8 +155,8 @@ void register_ipv6(const Answer& answer, Ipv6Bytes address) {
 void update_ipv6(const Answer& answer, Ipv6Bytes address) {
   const DNSServiceErrorType error = update_address(answer.service_context->dns_recordv6_ptr, address);
   if (error != kDNSServiceErr_NoError) {
-    handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING, "MyDNSServiceUpdateRecord(): FAIL: MyDNSServiceUpdateRecord call failed: %ld",
-                 static_cast<long>(error));
+    handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
+                 "MyDNSServiceUpdateRecord(): FAIL: MyDNSServiceUpdateRecord call failed: %ld", static_cast<long>(error));
     return;
   }
   log_message(LOG_DEBUG, "-----%s-----%d---the IPV6 address changed---", kThisFunction, __LINE__);

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <span>
 
-using Ipv4Bytes = std::span<const std::uint8_t, 4>;   // network order
+using Ipv4Bytes = std::span<const std::uint8_t, 4>;  // network order
 using Ipv6Bytes = std::span<const std::uint8_t, 16>;
 
 // 169.254.0.0/16 (RFC 3927): means nothing on another link.

@@ -79,8 +79,7 @@ int hostname_to_ip(const char* hostname, std::uint8_t* address_out) {
   int lookup_h_errno = 0;
   const bool found = hostname != nullptr && nss_mdns_gethostbyname(hostname, &host->entry, host->buffer, sizeof host->buffer,
                                                                    &lookup_errno, &lookup_h_errno) == 0;
-  const int result =
-      found && has_addresses(host->entry, Ipv4Bytes::extent) ? copy_first_ipv4(host->entry, address_out) : 1;
+  const int result = found && has_addresses(host->entry, Ipv4Bytes::extent) ? copy_first_ipv4(host->entry, address_out) : 1;
   zmk_free(host, __FILE__, __LINE__);
   return result;
 }
@@ -90,11 +89,9 @@ int hostname_to_ipv6(const char* hostname, std::uint8_t* address_out) {
   HostEntry* host = new_host_entry();
   int lookup_errno = 0;
   int lookup_h_errno = 0;
-  const bool found = hostname != nullptr &&
-                     nss_mdns_gethostbyname2(hostname, AF_INET6, &host->entry, host->buffer, sizeof host->buffer, &lookup_errno,
-                                             &lookup_h_errno) == 0;
-  const int result =
-      found && has_addresses(host->entry, Ipv6Bytes::extent) ? copy_first_ipv6(host->entry, address_out) : 1;
+  const bool found = hostname != nullptr && nss_mdns_gethostbyname2(hostname, AF_INET6, &host->entry, host->buffer,
+                                                                    sizeof host->buffer, &lookup_errno, &lookup_h_errno) == 0;
+  const int result = found && has_addresses(host->entry, Ipv6Bytes::extent) ? copy_first_ipv6(host->entry, address_out) : 1;
   zmk_free(host, __FILE__, __LINE__);
   return result;
 }

@@ -87,7 +87,7 @@ struct ResponderContext {
   struct Addr_query_context* Addr_query_context;
   struct subtype_query_context* subtype_query_context;
   UT_hash_handle hh;
-  char* subtype_record_label;        // text for the replies to the subtype record; see record_labels.h
+  char* subtype_record_label;  // text for the replies to the subtype record; see record_labels.h
 };
 
 // Live ResponderContexts over all rules. Written by the browse and resolve handlers alone.

@@ -38,9 +38,10 @@ void register_proxied_instance(ResponderContext* service_context, const Addr_que
   const auto txt_length = static_cast<std::uint16_t>(kVendorEntry.size() + kept_txt_length(result));
   unsigned char* txt = new_proxied_txt(result);
   DNSServiceRef local = gDNSServiceRef_Shared;
-  const DNSServiceErrorType error = MyDNSServiceRegister(
-      &local, flags | kFlagsShareConnection, static_cast<std::uint32_t>(bridge->if_to), result->service_name, result->service_type,
-      gSettings.domain, result->hosttarget, result->opaqueport, txt_length, txt, callback_ServiceRegister, bridge);
+  const DNSServiceErrorType error =
+      MyDNSServiceRegister(&local, flags | kFlagsShareConnection, static_cast<std::uint32_t>(bridge->if_to), result->service_name,
+                           result->service_type, gSettings.domain, result->hosttarget, result->opaqueport, txt_length, txt,
+                           callback_ServiceRegister, bridge);
   if (error != kDNSServiceErr_NoError) {
     handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
                  "\tcallback_ServiceResolve(): FAIL: DNSServiceRegister(sdref_bridge_reply) call failed: %ld",
@@ -104,7 +105,8 @@ void DNSSD_API callback_ServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef 
   } else if (errorCode == kDNSServiceErr_NoError) {
     log_message(LOG_DEBUG, "callback_ServiceRegisterRecord(): Name now registered and active: %s", label);
   } else {
-    handle_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, "callback_ServiceRegisterRecord(): Error %d for name = %s", errorCode, label);
+    handle_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, "callback_ServiceRegisterRecord(): Error %d for name = %s", errorCode,
+                 label);
   }
   if ((flags & kDNSServiceFlagsMoreComing) == 0) {
     std::fflush(stdout);

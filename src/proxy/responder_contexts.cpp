@@ -114,8 +114,7 @@ void end_operations(ResponderContext* service_context) {
 }
 
 void retire_labels(ResponderContext* service_context) {
-  const bool address_records_stay =
-      service_context->dns_record_ptr != nullptr || service_context->dns_recordv6_ptr != nullptr;
+  const bool address_records_stay = service_context->dns_record_ptr != nullptr || service_context->dns_recordv6_ptr != nullptr;
   if (service_context->Addr_query_context != nullptr && !address_records_stay) {
     record_label_retire(service_context->Addr_query_context->record_label);
   }

@@ -49,8 +49,7 @@ Rule look_up_rule(const char* service_type, const char* if_from, const char* if_
 gHashRulesIfFrom_t* find_or_add_source(const Rule& rule) {
   gHashRulesIfFrom_t* source = hash_find_gHashRulesIfFrom(rule.if_from_index);
   if (source == nullptr) {
-    log_message(LOG_DEBUG,
-                "add_proxy_rule(): couldn't find existing gHashRulesIfFrom_t if_from_index = %d, creating one now...",
+    log_message(LOG_DEBUG, "add_proxy_rule(): couldn't find existing gHashRulesIfFrom_t if_from_index = %d, creating one now...",
                 rule.if_from_index);
     source = hash_add_RulesIfFrom(rule.if_from_index);
   }

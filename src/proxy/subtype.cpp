@@ -18,8 +18,8 @@ constexpr const char* kThisFunction = "process_queryrecord_PTR";
 
 // Where a pointer answer points.
 struct Target {
-  char text[kNameSize];             // the whole name, dotted; empty when the data holds no whole name
-  char first_label[kSubtypeSize];   // unescaped
+  char text[kNameSize];            // the whole name, dotted; empty when the data holds no whole name
+  char first_label[kSubtypeSize];  // unescaped
 };
 
 // Reads the target within the first kNameSize bytes of the data; a name has at most 255 (RFC 1035 section 2.3.4).
