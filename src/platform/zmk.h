@@ -29,6 +29,8 @@ void zmk_free(void* ptr, const char* file, int line);
 struct ZmkUsage {
   std::size_t blocks;
   std::size_t bytes;
+
+  bool operator==(const ZmkUsage&) const = default;
 };
 
 // Everything that is live now.

@@ -20,6 +20,7 @@ struct Record {
   std::vector<std::string> calls;
   unsigned closings = 0;
   int mask = kAllPriorities;
+  std::function<void()> action;
 };
 
 Record& record() {
@@ -45,6 +46,9 @@ void take(int priority, const char* format, va_list args) {
     record().visible.push_back(line);
   }
   std::fprintf(stderr, "syslog(%d): %s\n", priority, line.text.c_str());
+  if (record().action) {
+    record().action();
+  }
 }
 
 }  // namespace
@@ -101,6 +105,7 @@ const std::vector<int>& masks() { return record().masks; }
 const std::vector<Opening>& openings() { return record().openings; }
 unsigned closings() { return record().closings; }
 const std::vector<std::string>& calls() { return record().calls; }
+void on_message(std::function<void()> action) { record().action = std::move(action); }
 void reset() { record() = Record{}; }
 
 std::vector<std::string> texts(int priority) {

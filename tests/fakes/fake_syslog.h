@@ -2,6 +2,7 @@
 // is recorded, whatever the mask, and copied to standard error as "syslog(<priority>): text", where a death test can see it.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,9 @@ unsigned closings();
 
 // What has been called since reset, in order: "openlog", "closelog", "setlogmask", "syslog".
 const std::vector<std::string>& calls();
+
+// Runs `action` inside each further message, after it has been recorded.
+void on_message(std::function<void()> action);
 
 // Forgets everything; the mask is 255, as in a new process.
 void reset();
