@@ -20,8 +20,9 @@ std::string without_any_word() { return std::string("other tag without") + kEver
 
 TEST(RulesScanner, YieldsTheFiveValuesOfEachRuleInFileOrder) {
   EXPECT_THAT(
-      scan_rules("<mdnsproxyrule mdnsservice=\"AirPlay\" rule_type=\"0\" if_from=\"br1\" if_to=\"br0\" bidirectional=\"false\"/>\n"
-                 "<mdnsproxyrule mdnsservice=\"_ipp._tcp\" rule_type=\"1\" if_from=\"br0\" if_to=\"br2\" bidirectional=\"yes\"/>\n"),
+      scan_rules(
+          "<mdnsproxyrule mdnsservice=\"AirPlay\" rule_type=\"0\" if_from=\"br1\" if_to=\"br0\" bidirectional=\"false\"/>\n"
+          "<mdnsproxyrule mdnsservice=\"_ipp._tcp\" rule_type=\"1\" if_from=\"br0\" if_to=\"br2\" bidirectional=\"yes\"/>\n"),
       ElementsAre("rule AirPlay|0|br1|br0|false", "rule _ipp._tcp|1|br0|br2|yes"));
 }
 

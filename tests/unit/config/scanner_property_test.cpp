@@ -142,9 +142,29 @@ int count_of(const std::vector<std::string>& lines, const std::string& beginning
 }
 
 TEST(ScannerProperty, ServicesAreReadAsThePlainLoopReadsThem) {
-  RandomFiles files({"<mdnsservice name=\"AirPlay\">", "<service type=\"_ipp._tcp\"/>", "</mdnsservice>", "mdnsservice name",
-                     "mdnsservice  name", "service type", "<mdnsservice", " name=", "\"", "\"", "\"\"", "=", ">", "/>", " ", "\n",
-                     "x", "<!--", "-->", "</mdnsservice", "'", "&amp;", std::string(1, '\0')},
+  RandomFiles files({"<mdnsservice name=\"AirPlay\">",
+                     "<service type=\"_ipp._tcp\"/>",
+                     "</mdnsservice>",
+                     "mdnsservice name",
+                     "mdnsservice  name",
+                     "service type",
+                     "<mdnsservice",
+                     " name=",
+                     "\"",
+                     "\"",
+                     "\"\"",
+                     "=",
+                     ">",
+                     "/>",
+                     " ",
+                     "\n",
+                     "x",
+                     "<!--",
+                     "-->",
+                     "</mdnsservice",
+                     "'",
+                     "&amp;",
+                     std::string(1, '\0')},
                     seed());
   int with_types = 0;
   int with_missing_types = 0;
@@ -160,11 +180,32 @@ TEST(ScannerProperty, ServicesAreReadAsThePlainLoopReadsThem) {
 }
 
 TEST(ScannerProperty, RulesAreReadAsThePlainLoopReadsThem) {
-  RandomFiles files({"<mdnsproxyrule mdnsservice=\"A\" rule_type=\"0\" if_from=\"b\" if_to=\"c\" bidirectional=\"1\"/>", "<", "<r ",
-                     ">", "/>", " mdnsservice=\"S\"", " rule_type=\"1\"", " if_from=\"br0\"", " if_to=\"br1\"",
-                     " bidirectional=\"no\"", " mdnsservice=\"if_to\"", " x=\"if_from\"", " bidirectional=\"rule_type\"",
-                     "mdnsservice", "rule_type", "if_from", "if_to", "bidirectional", "\"", "\"\"", "=", " ", "'", "x",
-                     "<!-- ", std::string(1, '\0')},
+  RandomFiles files({"<mdnsproxyrule mdnsservice=\"A\" rule_type=\"0\" if_from=\"b\" if_to=\"c\" bidirectional=\"1\"/>",
+                     "<",
+                     "<r ",
+                     ">",
+                     "/>",
+                     " mdnsservice=\"S\"",
+                     " rule_type=\"1\"",
+                     " if_from=\"br0\"",
+                     " if_to=\"br1\"",
+                     " bidirectional=\"no\"",
+                     " mdnsservice=\"if_to\"",
+                     " x=\"if_from\"",
+                     " bidirectional=\"rule_type\"",
+                     "mdnsservice",
+                     "rule_type",
+                     "if_from",
+                     "if_to",
+                     "bidirectional",
+                     "\"",
+                     "\"\"",
+                     "=",
+                     " ",
+                     "'",
+                     "x",
+                     "<!-- ",
+                     std::string(1, '\0')},
                     seed());
   int with_rules = 0;
   int with_missing_values = 0;
@@ -181,8 +222,16 @@ TEST(ScannerProperty, RulesAreReadAsThePlainLoopReadsThem) {
 
 TEST(ScannerProperty, TagsThatHoldEveryWordInAnyOrderAreReadAsThePlainLoopReadsThem) {
   std::mt19937 random(seed());
-  std::vector<std::string> pieces = {" mdnsservice=\"S\"", " rule_type=\"1\"", " if_from=\"br0\"", " if_to=\"br1\"",
-                                     " bidirectional=\"no\"", " x=\"if_from\"", " y=\"mdnsservice", "\"\"", "\"", " if_to "};
+  std::vector<std::string> pieces = {" mdnsservice=\"S\"",
+                                     " rule_type=\"1\"",
+                                     " if_from=\"br0\"",
+                                     " if_to=\"br1\"",
+                                     " bidirectional=\"no\"",
+                                     " x=\"if_from\"",
+                                     " y=\"mdnsservice",
+                                     "\"\"",
+                                     "\"",
+                                     " if_to "};
   for (int i = 0; i < kFiles; ++i) {
     std::shuffle(pieces.begin(), pieces.end(), random);
     std::string file = "<r";
