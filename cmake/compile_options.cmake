@@ -20,6 +20,9 @@ if(MDNSPROXY_SANITIZE)
   add_compile_options(-fsanitize=${MDNSPROXY_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${MDNSPROXY_SANITIZE})
 endif()
+if(MDNSPROXY_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link -UNDEBUG)  # coverage to steer by, and assertions, in everything
+endif()
 
 # The programs use neither exceptions nor RTTI: every error is a return code (see docs/architecture.md).
 add_library(mdnsproxy_code_options INTERFACE)

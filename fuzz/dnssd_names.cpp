@@ -1,0 +1,67 @@
+// The DNS-SD library's names and service types, from texts and bytes that nobody has checked.
+//
+// Claims: what is accepted obeys the limits of DNS, and comes back unchanged from every form that it is written in.
+
+#include "dnssd/names.h"
+
+#include "dnssd/service_names.h"
+#include "fuzz.h"
+
+using namespace dnssd;
+
+namespace {
+
+constexpr std::size_t kTextMax = 4 * kWireNameMax;
+
+void check_name(const Name& name) {
+  const std::vector<std::uint8_t> wire = name_to_wire(name);
+  fuzz::claim(wire.size() <= kWireNameMax, "a name is short enough for the wire");
+  fuzz::claim(is_wire_name(wire), "a name's wire format is one");
+  const std::string text = name_to_text(name);
+  fuzz::claim(text.size() <= kTextMax, "a name's text is bounded");
+  const std::optional<Name> again = parse_name(text);
+  fuzz::claim(again && again->labels == name.labels, "a name comes back from its text");
+  const std::optional<Name> from_avahi = parse_name(name_to_avahi(name));
+  fuzz::claim(from_avahi && from_avahi->labels == name.labels, "a name comes back from Avahi's text");
+  fuzz::claim(fold_case(fold_case(text)) == fold_case(text), "folding twice is folding once");
+}
+
+void check_type(const std::optional<ServiceType>& type) {
+  if (!type)
+    return;
+  check_name(type_name(*type));
+  const std::optional<ServiceType> again = parse_service_type(type_text(*type));
+  fuzz::claim(again && again->application == type->application && again->transport == type->transport,
+              "a type comes back from its text");
+  for (const std::string& subtype : type->subtypes)
+    check_name(subtype_name(*type, subtype));
+}
+
+// A name that conflicts for ever still finds an end: each next one is another and none is too long.
+void check_renaming(const std::string& label) {
+  std::string name = truncate_utf8(label, kLabelMax);
+  for (int i = 0; i < 4; ++i) {
+    const std::string next = next_service_name(name);
+    fuzz::claim(next != name, "the next name is another");
+    fuzz::claim(next.size() <= kLabelMax, "the next name is a label");
+    name = next;
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const fuzz::Block block(data, size);
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  if (const std::optional<Name> name = parse_name(text))
+    check_name(*name);
+  check_type(parse_service_type(text));
+  check_type(parse_browse_type(text));
+  if (const std::optional<Name> name = prepend_label(text, Name{{"_ipp", "_tcp", "local"}}))
+    check_name(*name);
+  check_renaming(text);
+  is_wire_name(block.bytes());
+  is_txt_data(block.bytes());
+  is_local_domain(text.c_str());
+  return 0;
+}
