@@ -3,6 +3,7 @@
     Network     a gateway and its links, each in a network namespace that vanishes with the test process
     Box         a private file system, process table and syslog for one program on the gateway
     Daemon      mdnsproxy in a box
+    Script      what a scripted DNS-SD library answers the daemon
     Device      a host on a link that says on the air exactly what the test tells it
     Printer     a service published by python3-zeroconf, an implementation that shares nothing with ours
     Browser     what python3-zeroconf finds on a link
@@ -20,7 +21,9 @@ from .ear import Ear
 from .namespace import Namespace
 from .network import Link, Network
 from .printer import Printer
-from .waiting import wait_until
+from .script import Script, scripted_library
+from .waiting import stays_true, wait_until
 
-__all__ = ["Box", "Browser", "Daemon", "Device", "Ear", "Link", "Namespace", "Network", "Printer", "mdnsproxy_path", "rule",
-           "rules_list", "services_list", "wait_until"]
+__all__ = ["Box", "Browser", "Daemon", "Device", "Ear", "Link", "Namespace", "Network", "Printer", "Script",
+           "mdnsproxy_path", "rule", "rules_list", "scripted_library", "services_list",
+           "stays_true", "wait_until"]

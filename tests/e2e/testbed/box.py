@@ -129,6 +129,14 @@ class Box:
         assert len(self.started) > number, f"the box is broken:\n{self.output('init')}"
         return Process(self, self.started[number])
 
+    def run(self, *arguments):
+        """Runs a program in the box to its end and returns what it wrote; it has to succeed."""
+        name = f"run-{len(self.started)}"
+        process = self.start(*arguments, output=name)
+        process.wait()
+        assert process.exit_status == 0, f"{arguments}: {process.exit_status}\n{self.output(name)}"
+        return self.output(name)
+
     def output(self, name="output"):
         return (self.root / "log" / name).read_bytes().decode("utf-8", "replace")
 

@@ -6,7 +6,7 @@ import time
 import zeroconf
 from zeroconf import const
 
-from .printer import zeroconf_on
+from .printer import close_zeroconf, zeroconf_on
 from .waiting import wait_until
 
 
@@ -62,7 +62,7 @@ class Browser:
 
     def close(self):
         self._browser.cancel()
-        self.zeroconf.close()
+        close_zeroconf(self.zeroconf)
 
     def __enter__(self):
         return self

@@ -37,7 +37,8 @@ def rule(service, if_from, if_to, bidirectional=False, literal=True):
 
 
 def rules_list(*rules):
-    return "".join(rules)
+    """The text of a rules list; without a rule it still holds something, since an empty file is an error."""
+    return "".join(rules) or "<!-- no rule -->\n"
 
 
 class Daemon:

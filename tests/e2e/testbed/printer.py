@@ -14,6 +14,12 @@ def zeroconf_on(link):
         return zeroconf.Zeroconf(interfaces=interfaces, ip_version=version)
 
 
+def close_zeroconf(opened):
+    """Ends it with its event loop, which it would leave to the interpreter's last moments."""
+    opened.close()
+    opened.loop.close()
+
+
 class Printer:
     """Announced from its making on (python3-zeroconf probes first, which takes it about 0.7 s). Several services of one host
     take the same `host`."""
@@ -33,7 +39,7 @@ class Printer:
 
     def close(self):
         """Says goodbye, if that was not done, and ends."""
-        self.zeroconf.close()
+        close_zeroconf(self.zeroconf)
 
     def __enter__(self):
         return self
