@@ -9,6 +9,7 @@ import json
 import os
 import pathlib
 import re
+import select
 import shutil
 import signal
 import socket
@@ -74,7 +75,9 @@ class Box:
     def __init__(self, namespace, name="box"):
         self.name = name
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="mdnsproxy-"))
-        self.syslog = []
+        self._messages = []
+        self._closed = False
+        self._log_lock = threading.Lock()
         self.ended = {}    # process id -> wait status
         self.started = []  # process ids in the order of the start commands
         for directory in ("etc", "tmp", "run", "dev", "program", "log"):
@@ -86,6 +89,7 @@ class Box:
         self._log_socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM | socket.SOCK_CLOEXEC)
         self._log_socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 1 << 22)
         self._log_socket.bind(str(self.root / "dev" / "log"))
+        self._stop_listening, self._stop = socket.socketpair()
         self._init_log = open(self.root / "log" / "init", "wb")  # pylint: disable=consider-using-with
         self._init = subprocess.Popen(  # pylint: disable=consider-using-with
             namespace.command("unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc", "/usr/bin/python3", "-I",
@@ -155,18 +159,31 @@ class Box:
     # --- syslog
 
     def _listen(self):
+        """Keeps the short queue of the socket empty, or the daemon would wait at it."""
         while True:
-            try:
-                datagram = self._log_socket.recv(65536)
-            except OSError:
+            select.select([self._log_socket, self._stop_listening], [], [])
+            if not self._take_messages():
                 return
-            if not datagram:
-                return
-            self.syslog.append(SyslogLine(datagram))
+
+    def _take_messages(self):
+        """Reads what has been sent so far; false once the box is closed."""
+        with self._log_lock:
+            while not self._closed:
+                try:
+                    self._messages.append(SyslogLine(self._log_socket.recv(65536, socket.MSG_DONTWAIT)))
+                except BlockingIOError:
+                    return True
+        return False
+
+    @property
+    def syslog(self):
+        """Every message that was sent until now."""
+        self._take_messages()
+        return list(self._messages)
 
     def logged(self, text, priority=None):
         """The syslog lines so far that contain `text` (and have the priority)."""
-        return [line for line in list(self.syslog) if text in line.text and priority in (None, line.priority)]
+        return [line for line in self.syslog if text in line.text and priority in (None, line.priority)]
 
     # --- the end
 
@@ -191,9 +208,12 @@ class Box:
 
     def close(self):
         self.kill_all()
-        self._threads[1].join(5)
-        self._log_socket.shutdown(socket.SHUT_RDWR)
-        self._log_socket.close()
+        self._closed = True
+        self._stop.send(b".")
+        for thread in self._threads:
+            thread.join(5)
+        for opened in (self._log_socket, self._stop, self._stop_listening):
+            opened.close()
         self._init.stdout.close()
         self._init_log.close()
         shutil.rmtree(self.root, ignore_errors=True)
