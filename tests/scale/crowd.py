@@ -144,7 +144,7 @@ class Watcher(_Program):
         wait_until(lambda: self.listed == 0, within, lambda: f"no service on link {self.link.name}: {self.ask('count')}")
 
 
-def gateway_addresses(link):
-    """All addresses of the gateway on a link, its link-local one included."""
-    text = link.gateway.run(f"ip -o addr show dev {link.name}")
+def gateway_addresses(gateway, interface):
+    """All addresses of an interface of the gateway, its link-local one included."""
+    text = gateway.run(f"ip -o addr show dev {interface}")
     return [line.split()[3].split("/")[0] for line in text.splitlines()]

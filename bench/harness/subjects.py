@@ -1,0 +1,132 @@
+"""Who is measured, each on the gateway of a network of its own with the links a and b:
+
+    mdnsproxy           this daemon with its library, one rule per forwarded type from a to b
+    reflector           Debian's avahi-daemon with enable-reflector=yes, its settings otherwise as the package has them
+    reflector-filtered  the same with reflect-filters naming the forwarded types: the most that a reflector can be told
+    floor               the bare library (register_floor.cpp), which registers on b what the others would have to find on a
+
+A subject has `process`, and announce/withdraw for the floor alone, which takes the place of the devices on link a.
+"""
+
+import pathlib
+import queue
+import subprocess
+import threading
+
+from crowd import build_directory
+from testbed import Box, Daemon, rule, rules_list, wait_until
+
+from .process import Process, descendant
+
+_AVAHI = "/usr/sbin/avahi-daemon"
+# Debian's avahi-daemon.conf as the package installs it, without its comments, and without D-Bus, which a box has not.
+_AVAHI_CONF = """[server]
+use-ipv4=yes
+use-ipv6=yes
+enable-dbus=no
+ratelimit-interval-usec=1000000
+ratelimit-burst=1000
+[wide-area]
+enable-wide-area=yes
+[publish]
+publish-hinfo=no
+publish-workstation=no
+[reflector]
+enable-reflector=yes
+{filters}
+[rlimits]
+"""
+
+
+class Mdnsproxy:
+    name = "mdnsproxy"
+
+    def __init__(self, network, kinds):
+        self.daemon = Daemon(network.gateway, rules_list(*(rule(kind, "a", "b") for kind in kinds)))
+        self.daemon.start_and_wait(within=30)
+        self.process = Process(_find(self.daemon.box, "mdnsproxy"))
+
+    def logs(self):
+        return self.daemon.logs()
+
+    def close(self):
+        self.daemon.close()
+
+
+class Reflector:
+    name = "reflector"
+    filters = False
+
+    def __init__(self, network, kinds):
+        self.box = Box(network.gateway, self.name)
+        (self.box.root / "etc" / "avahi").mkdir()
+        filters = f"reflect-filters={','.join(f'{kind}.local' for kind in kinds)}" if self.filters else ""
+        self.box.write("/etc/avahi/avahi-daemon.conf", _AVAHI_CONF.format(filters=filters))
+        self.box.start(_AVAHI, "--no-drop-root", "--no-chroot", "--no-rlimits")
+        wait_until(lambda: "Server startup complete" in self.box.output(), 30, "avahi-daemon started")
+        self.process = Process(_find(self.box, "avahi-daemon"))
+
+    def logs(self):
+        return self.box.logs()
+
+    def close(self):
+        self.box.close()
+
+
+class ReflectorFiltered(Reflector):
+    name = "reflector-filtered"
+    filters = True
+
+
+class Floor:
+    name = "floor"
+
+    def __init__(self, network, kinds):
+        path = build_directory() / "bench" / "register_floor"
+        self._program = subprocess.Popen(  # pylint: disable=consider-using-with
+            network.gateway.command(str(path), "b", *kinds), stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self._lines = queue.Queue()
+        threading.Thread(target=self._read, daemon=True).start()
+        assert self._lines.get(timeout=10).strip() == "ready"
+        self.process = Process(self._program.pid)  # nsenter has become the program
+
+    def _read(self):
+        for line in self._program.stdout:
+            self._lines.put(line)
+
+    def announce(self, first, count, seconds=0.0):  # pylint: disable=unused-argument
+        return self._command("register", first, count)
+
+    def withdraw(self, first, count, seconds=0.0):  # pylint: disable=unused-argument
+        return self._command("release", first, count)
+
+    def _command(self, word, first, count):
+        self._program.stdin.write(f"{word} {first} {count}\n")
+        self._program.stdin.flush()
+        begin, end = self._lines.get(timeout=60).split()[-2:]
+        return float(begin), float(end)
+
+    def logs(self):
+        return ""
+
+    def close(self):
+        self._program.stdin.close()
+        try:
+            self._program.wait(20)
+        except subprocess.TimeoutExpired:
+            self._program.kill()
+            self._program.wait()
+        self._program.stdout.close()
+
+
+SUBJECTS = {subject.name: subject for subject in (Mdnsproxy, Reflector, ReflectorFiltered, Floor)}
+
+
+def has_reflector():
+    return pathlib.Path(_AVAHI).exists()
+
+
+def _find(box, name):
+    """The machine's id of the process `name` in a box."""
+    init = box._init.pid  # pylint: disable=protected-access
+    return wait_until(lambda: descendant(init, name), 10, f"the process {name}")
