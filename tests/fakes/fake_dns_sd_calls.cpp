@@ -295,7 +295,7 @@ DNSServiceErrorType DNSSD_API DNSServiceRemoveRecord(DNSServiceRef sdRef, DNSRec
   Call call = begin("DNSServiceRemoveRecord", sdRef, flags);
   call.record = RecordRef;
   const std::string text = opening(call) + " " + id_of(RecordRef);
-  if (is_about_live_record(call, sdRef, RecordRef)) {
+  if (is_about_live_record(call, sdRef, RecordRef) && call.result == kDNSServiceErr_NoError) {
     find(RecordRef)->live = false;
   }
   return write_down(std::move(call), text);
