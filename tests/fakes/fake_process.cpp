@@ -71,7 +71,7 @@ struct State {
 };
 
 State& state() {
-  static State the_state;
+  static State& the_state = *new State;  // never destroyed: the process calls it to its very end
   return the_state;
 }
 
