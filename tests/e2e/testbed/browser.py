@@ -52,12 +52,15 @@ class Browser:
         for kind in (const._TYPE_A, const._TYPE_AAAA):
             question.add_question(zeroconf.DNSQuestion(host, kind, const._CLASS_IN))
         self.zeroconf.send(question)
-        records = wait_until(lambda: [record for record in self.zeroconf.cache.entries_with_name(host.lower())
-                                      if isinstance(record, zeroconf.DNSAddress) and not record.is_expired(
-                                          zeroconf.current_time_millis())],
-                             within, f"{host} resolved on link {self.link.name}")
+        return wait_until(lambda: self.known_addresses(host), within, f"{host} resolved on link {self.link.name}")
+
+    def known_addresses(self, host):
+        """The addresses that this client holds for a host name at the moment, IPv4 first."""
+        now = zeroconf.current_time_millis()
+        records = [record for record in self.zeroconf.cache.entries_with_name(host.lower())
+                   if isinstance(record, zeroconf.DNSAddress) and not record.is_expired(now)]
         families = {4: socket.AF_INET, 16: socket.AF_INET6}
-        return sorted((socket.inet_ntop(families[len(record.address)], record.address) for record in records),
+        return sorted({socket.inet_ntop(families[len(record.address)], record.address) for record in records},
                       key=lambda address: (":" in address, address))
 
     def close(self):

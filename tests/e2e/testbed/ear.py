@@ -80,6 +80,15 @@ class Ear:
         return wait_until(lambda: self.heard(name, kind, **narrow), within,
                           lambda: f"on link {self.link.name}: {dns.TYPE_NAMES.get(kind, kind)} of {name} {narrow}")[0]
 
+    def held(self, sources, since=0.0):
+        """The records that a listener still holds from these senders: announced, and no goodbye since. Negative answers (NSEC)
+        do not count. As (name, kind, data), names as texts in lower case."""
+        last = {}
+        for _, record in self.records(sources, since):
+            if record.kind != dns.NSEC:
+                last[dns.text(record.name).lower(), record.kind, record.data] = record.ttl
+        return [key for key, ttl in last.items() if ttl > 0]
+
     def story(self):
         """What was heard, for a person."""
         return f"--- link {self.link.name}\n" + "\n".join(

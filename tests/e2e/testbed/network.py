@@ -8,6 +8,8 @@ A link is a namespace with a bridge in it: the bridge is the wire, and its own a
 has. Further hosts and gateways are attached to the bridge.
 """
 
+import json
+
 from .namespace import Namespace
 
 
@@ -71,6 +73,11 @@ class Network:
 
     def __getitem__(self, name):
         return self.links[name]
+
+    def gateway_addresses(self, name):
+        """Every address of the gateway's interface on that link, the link-local one included."""
+        found = json.loads(self.gateway.run(f"ip -j addr show dev {name}"))
+        return [address["local"] for address in found[0]["addr_info"]]
 
     @staticmethod
     def new_gateway(name):
