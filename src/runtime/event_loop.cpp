@@ -35,7 +35,9 @@ fd_set sockets_to_watch(const Sockets& sockets) {
   return watched;
 }
 
-bool is_readable(int socket, const fd_set& readable) { return fits_a_set(socket) && FD_ISSET(socket, &readable); }
+bool is_readable(int socket, const fd_set& readable) {
+  return fits_a_set(socket) && FD_ISSET(static_cast<unsigned>(socket), &readable);
+}
 
 // One connection a pass, the shared one first; the other is still readable in a later one.
 DNSServiceErrorType serve_one(const Sockets& sockets, const fd_set& readable) {

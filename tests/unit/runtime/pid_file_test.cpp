@@ -1,6 +1,5 @@
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -98,25 +97,6 @@ TEST_F(PidFileTest, NamesThePidFileSettingWhereItExists) {
   gSettings.pid_file = "/setting";
   Create();
   EXPECT_THAT(Messages()[1], HasSubstr("attempting to create PID file: /setting: ("));
-}
-
-TEST_F(PidFileTest, KillsInEarnest) {
-  fake_process::stop();
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  const pid_t earlier = fork();
-  if (earlier == 0) {
-    close(ends[1]);
-    char byte;
-    _exit(static_cast<int>(read(ends[0], &byte, 1)));  // until the test is over
-  }
-  GivenPidFile(std::to_string(earlier) + "\n");
-  Create();
-  int status = 0;
-  waitpid(earlier, &status, 0);
-  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-  close(ends[0]);
-  close(ends[1]);
 }
 
 TEST_F(PidFileTest, GoesOnWhenTheKillFails) {
