@@ -49,7 +49,8 @@ double now() {
 }
 
 void check(DNSServiceErrorType error, const char* call) {
-  if (error == kDNSServiceErr_NoError) return;
+  if (error == kDNSServiceErr_NoError)
+    return;
   std::fprintf(stderr, "%s: %d\n", call, error);
   std::exit(1);
 }
@@ -62,7 +63,8 @@ void record_registered(DNSServiceRef, DNSRecordRef, DNSServiceFlags, DNSServiceE
   check(error, "record registration");
 }
 
-void add_record(Floor& floor, Device& device, const std::string& host, std::uint16_t type, const void* address, std::uint16_t size) {
+void add_record(Floor& floor, Device& device, const std::string& host, std::uint16_t type, const void* address,
+                std::uint16_t size) {
   DNSRecordRef record = nullptr;
   check(DNSServiceRegisterRecord(floor.records, &record, kProxiedRecord, floor.interface_index, host.c_str(), type,
                                  kDNSServiceClass_IN, size, address, 0, record_registered, nullptr),
@@ -86,8 +88,8 @@ void add_device(Floor& floor, long number) {
   const std::string host = "device-" + std::to_string(number) + ".local.";
   const std::string name = "Device " + std::to_string(number);
   const std::string id = "id=" + std::to_string(number);
-  const std::string txt = "\rvender=Zenmor" + std::string(1, static_cast<char>(id.size())) + id + std::string(1, 50) + "f=" +
-                          std::string(48, 'x');
+  const std::string txt =
+      "\rvender=Zenmor" + std::string(1, static_cast<char>(id.size())) + id + std::string(1, 50) + "f=" + std::string(48, 'x');
   add_addresses(floor, device, host, number);
   device.service = floor.services;
   check(DNSServiceRegister(&device.service, kShareConnection | kProxiedRecord, floor.interface_index, name.c_str(),
@@ -99,8 +101,10 @@ void add_device(Floor& floor, long number) {
 
 void remove_device(Floor& floor, long number) {
   const auto device = floor.devices.find(number);
-  if (device == floor.devices.end()) return;
-  for (DNSRecordRef record : device->second.records) check(DNSServiceRemoveRecord(floor.records, record, 0), "DNSServiceRemoveRecord");
+  if (device == floor.devices.end())
+    return;
+  for (DNSRecordRef record : device->second.records)
+    check(DNSServiceRemoveRecord(floor.records, record, 0), "DNSServiceRemoveRecord");
   DNSServiceRefDeallocate(device->second.service);
   floor.devices.erase(device);
 }
@@ -108,10 +112,12 @@ void remove_device(Floor& floor, long number) {
 void obey(Floor& floor, const char* line) {
   std::array<char, 16> word{};
   long first = 0, count = 0;
-  if (std::sscanf(line, "%15s %ld %ld", word.data(), &first, &count) != 3) return;
+  if (std::sscanf(line, "%15s %ld %ld", word.data(), &first, &count) != 3)
+    return;
   const bool adds = std::strcmp(word.data(), "register") == 0;
   const double begin = now();
-  for (long number = first; number < first + count; ++number) adds ? add_device(floor, number) : remove_device(floor, number);
+  for (long number = first; number < first + count; ++number)
+    adds ? add_device(floor, number) : remove_device(floor, number);
   std::printf("%s %ld %ld %.6f %.6f\n", adds ? "registered" : "released", first, count, begin, now());
 }
 
@@ -119,10 +125,13 @@ void serve(Floor& floor) {
   std::array<pollfd, 2> polled{{{STDIN_FILENO, POLLIN, 0}, {DNSServiceRefSockFD(floor.services), POLLIN, 0}}};
   for (std::array<char, 256> line{};;) {
     poll(polled.data(), polled.size(), -1);
-    if (polled[1].revents != 0) check(DNSServiceProcessResult(floor.services), "DNSServiceProcessResult");
-    if (polled[0].revents == 0) continue;
+    if (polled[1].revents != 0)
+      check(DNSServiceProcessResult(floor.services), "DNSServiceProcessResult");
+    if (polled[0].revents == 0)
+      continue;
     // One line at a time is all that is ever written.
-    if (std::fgets(line.data(), line.size(), stdin) == nullptr) return;
+    if (std::fgets(line.data(), line.size(), stdin) == nullptr)
+      return;
     obey(floor, line.data());
     std::fflush(stdout);
   }
@@ -138,7 +147,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   floor.types.assign(argv + 2, argv + argc);
-  if (floor.types.empty()) floor.types.emplace_back("_ipp._tcp");
+  if (floor.types.empty())
+    floor.types.emplace_back("_ipp._tcp");
   check(DNSServiceCreateConnection(&floor.services), "DNSServiceCreateConnection");
   check(DNSServiceCreateConnection(&floor.records), "DNSServiceCreateConnection");
   std::puts("ready");

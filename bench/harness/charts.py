@@ -1,0 +1,116 @@
+"""The charts of a run: visibility.svg, cost.svg, day.svg."""
+
+from .results import SUBJECT_TITLES, memory_each, middle
+from .svg import FAINT, GRID, INK, Drawing, number, round_steps
+
+# Distinguishable without colour vision too (Okabe and Ito).
+COLOURS = {"mdnsproxy": "#0072B2", "reflector": "#D55E00", "reflector-filtered": "#E69F00", "floor": "#8C8C8C"}
+_LABEL = 150  # width of the column of names beside bars
+
+
+def draw_all(results, directory):
+    written = []
+    if results.get("scale"):
+        written += [_visibility(results["scale"], directory / "visibility.svg"), _cost(results["scale"], directory / "cost.svg")]
+    if results.get("day"):
+        written.append(_day(results["day"], directory / "day.svg"))
+    return written
+
+
+# --- Visibility over time
+
+def _visibility(scale, path):
+    panel, height, left = 400, 380, 70
+    drawing = Drawing(left + len(scale) * (panel + left) - 10, height)
+    drawing.text(left, 30, "Services usable on link b after so many seconds", 17, weight="bold")
+    drawing.text(left, 50, "all of them announced on link a within 0.9 s; nobody asks on link b", 12, colour=FAINT)
+    for number_of_panel, (count, subjects) in enumerate(scale.items()):
+        _curves(drawing, left + number_of_panel * (panel + left), panel, height - 60, int(count), subjects)
+    drawing.save(path)
+    return path
+
+
+def _curves(drawing, left, width, bottom, count, subjects):
+    top = 88
+    curves = {subject: _typical(runs)["times"] for subject, runs in subjects.items()}
+    ticks = round_steps(max([times[-1] for times in curves.values() if times], default=1) * 1.05)
+    def x_of(seconds):
+        return left + width * seconds / ticks[-1]
+    def y_of(services):
+        return bottom - (bottom - top) * services / (count * 1.05)
+    for step in range(5):
+        services = count * step // 4
+        drawing.line(left, y_of(services), left + width, y_of(services))
+        drawing.text(left - 8, y_of(services) + 4, f"{services}", 12, "end", FAINT)
+    for tick in ticks:
+        drawing.text(x_of(tick), bottom + 18, number(tick), 12, "middle", FAINT)
+    drawing.text(left + width, bottom + 38, "seconds", 12, "end", FAINT)
+    for subject, times in reversed(curves.items()):
+        points = [(x_of(0), y_of(0))]
+        for index, at in enumerate(times):
+            points += [(x_of(at), y_of(index)), (x_of(at), y_of(index + 1))]
+        drawing.path(points + [(x_of(ticks[-1]), y_of(len(times)))], COLOURS[subject])
+    _legend(drawing, left + width - 190, bottom - 22 * len(curves) - 8,
+            {subject: f"{SUBJECT_TITLES[subject]}: {len(times)}" for subject, times in curves.items()})
+
+
+def _typical(runs):
+    """The round whose number of visible services is the median one."""
+    return sorted(runs, key=lambda run: run["there"])[len(runs) // 2]
+
+
+def _legend(drawing, left, top, titles):
+    for row, (subject, title) in enumerate(titles.items()):
+        drawing.bar(left, top + 22 * row - 8, 14, 8, COLOURS[subject])
+        drawing.text(left + 22, top + 22 * row, title, 12)
+
+
+# --- Bars
+
+def _bars(drawing, left, top, width, title, values, unit=""):
+    """One group of horizontal bars; a value is (subject, label, figure or None). Returns the y below it."""
+    drawing.text(left, top, title, 13, weight="bold")
+    largest = max((figure for _, _, figure in values if figure is not None), default=1) or 1
+    room = width - _LABEL - 70
+    for row, (subject, label, figure) in enumerate(values):
+        y = top + 14 + row * 22
+        drawing.text(left + _LABEL - 8, y + 12, label, 12, "end", INK)
+        if figure is None:
+            drawing.text(left + _LABEL, y + 12, "never", 12, colour=FAINT)
+            continue
+        drawing.bar(left + _LABEL, y, room * figure / largest, 16, COLOURS[subject])
+        drawing.text(left + _LABEL + room * figure / largest + 7, y + 12, number(figure) + unit, 12)
+    below = top + 14 + len(values) * 22
+    drawing.line(left + _LABEL, top + 10, left + _LABEL, below, GRID)
+    return below + 34
+
+
+def _cost(scale, path):
+    column, counts = 460, list(scale)
+    rows = sum(len(subjects) for subjects in scale.values())
+    drawing = Drawing(2 * column + 60, 110 + 22 * rows + 50 * len(counts))
+    drawing.text(30, 32, "What so many services at once cost", 17, weight="bold")
+    y = 72
+    for count, subjects in scale.items():
+        cpu = [(subject, SUBJECT_TITLES[subject], middle(runs, "cpu")) for subject, runs in subjects.items()]
+        memory = [(subject, SUBJECT_TITLES[subject], memory_each(runs)) for subject, runs in subjects.items()]
+        _bars(drawing, 30, y, column, f"{count} services: processor time", cpu, " s")
+        y = _bars(drawing, 30 + column, y, column, f"{count} services: memory for each", memory, " KiB")
+    drawing.save(path)
+    return path
+
+
+def _day(day, path):
+    column = 460
+    drawing = Drawing(2 * column + 60, 150 + 2 * (22 * len(day) + 50))
+    drawing.text(30, 32, "A working day in small", 17, weight="bold")
+    drawing.text(30, 52, "30 services of 10 types on link a, 2 of the types wanted on link b; 10 clients on each link browse and ask "
+                 "again. What the gateway sends:", 12, colour=FAINT)
+    y = 92
+    for link, key in (("b", "traffic"), ("a", "traffic_on_a")):
+        packets = [(subject, SUBJECT_TITLES[subject], middle(runs, key, "packets")) for subject, runs in day.items()]
+        sizes = [(subject, SUBJECT_TITLES[subject], middle(runs, key, "bytes") / 1e3) for subject, runs in day.items()]
+        _bars(drawing, 30, y, column, f"packets on link {link}", packets)
+        y = _bars(drawing, 30 + column, y, column, f"kilobytes on link {link}", sizes, " kB")
+    drawing.save(path)
+    return path
