@@ -28,9 +28,7 @@ ServicesItem begin_service(ServicesScanner& scanner) {
   if (name.value == nullptr) {
     return make_item(scanner, ServicesItemKind::missing_name, start);
   }
-  scanner.end_tag = end_tag;
-  scanner.split = name.split;
-  scanner.service = name.value;
+  scanner = {scanner.buffer, scanner.next_start, end_tag, name.split, name.value};
   return make_item(scanner, ServicesItemKind::service_begins, start, name.value);
 }
 

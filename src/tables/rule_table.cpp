@@ -30,7 +30,6 @@ gHashRulesIfFrom_t* new_source(std::int32_t if_index) {
   }
   *record = {};
   record->if_index = if_index;
-  record->serviceType_to_ifTo_hash = nullptr;
   return record;
 }
 

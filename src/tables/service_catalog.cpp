@@ -21,7 +21,7 @@ ServiceNameToServiceTypesArray_t* gHashServiceNameToServiceTypesArray = nullptr;
 
 namespace {
 
-// The next three are for a caller that holds the semaphore.
+// The next three are for a caller that holds the semaphore, insert_type takes it.
 ServiceTypeToId_t* find_type(const char* service_type) {
   ServiceTypeToId_t* record = nullptr;
   HASH_FIND_STR(gHashServiceTypeToId, service_type, record);
@@ -47,13 +47,18 @@ std::int32_t link_type(ServiceTypeToId_t* record) {
   return record->service_type_id;
 }
 
+std::int32_t insert_type(const char* service_type) {
+  const SemaphoreGuard guard(gServiceTypeToIdSemaphore);
+  return link_type(new_type(service_type));
+}
+
 ServiceNameToServiceTypesArray_t* find_name(const char* service_name) {
   ServiceNameToServiceTypesArray_t* record = nullptr;
   HASH_FIND_STR(gHashServiceNameToServiceTypesArray, service_name, record);
   return record;
 }
 
-ServiceNameToServiceTypesArray_t* new_name(const char* service_name) {
+ServiceNameToServiceTypesArray_t* new_name(const char* service_name, UT_array* service_types) {
   auto* record =
       static_cast<ServiceNameToServiceTypesArray_t*>(zmk_malloc(sizeof(ServiceNameToServiceTypesArray_t), __FILE__, __LINE__));
   if (record == nullptr) {
@@ -64,6 +69,7 @@ ServiceNameToServiceTypesArray_t* new_name(const char* service_name) {
   if (record->service_name == nullptr) {
     handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 131128: strdup failed, exiting.");
   }
+  record->service_types = service_types;
   return record;
 }
 
@@ -104,11 +110,7 @@ std::int32_t hash_add_ServiceTypeToId(const char* service_type) {
   if (existing_id >= 0) {
     return existing_id;
   }
-  std::int32_t service_type_id = 0;
-  {
-    const SemaphoreGuard guard(gServiceTypeToIdSemaphore);
-    service_type_id = link_type(new_type(service_type));
-  }
+  const std::int32_t service_type_id = insert_type(service_type);
   log_message(LOG_DEBUG, "hash_add_ServiceTypeToId(): returning service_type_id = %d for service_type = %s\n", service_type_id,
               service_type);
   return service_type_id;
@@ -144,8 +146,7 @@ ServiceNameToServiceTypesArray_t* hash_add_ServiceNameToServiceTypesArray(const 
   if (hash_getArray_ServiceNameToServiceTypesArray(aServiceName) != nullptr) {
     handle_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kDuplicateServiceName, aServiceName, gSettings.services_file);
   }
-  ServiceNameToServiceTypesArray_t* record = new_name(aServiceName);
-  record->service_types = aServiceTypesArray;
+  ServiceNameToServiceTypesArray_t* record = new_name(aServiceName, aServiceTypesArray);
   link_name(record);
   return record;
 }

@@ -79,6 +79,15 @@ TEST_F(InitConfig, InDebugModeEveryStepIsShownAndTheTablesAreDumpedToTheSystemLo
               Contains("\n\n*****>>>>>>>>>>> 0 total in the gHashServiceNameToServiceTypesArray:\n"));
 }
 
+TEST_F(InitConfig, EveryStepIsShownAtTheHighestVerbosityOnly) {
+  given_services(kServices);
+  given_rules(rule("S", "0", "br0", "br1", "1"));
+  switch_to_debug_mode();
+  gLogLevel = gLOG_DBG - 1;
+  init();
+  EXPECT_THAT(debug_messages(), IsEmpty());
+}
+
 TEST_F(InitConfigDeath, AServicesListThatCannotBeOpenedEndsTheProcess) {
   given_rules(rule("_a._tcp", "1", "br0", "br1", "0"));
   EXPECT_EXIT(tell_status_at_exit();

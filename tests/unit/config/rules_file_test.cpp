@@ -131,6 +131,14 @@ TEST_F(RulesFile, InDebugModeEachRuleIsShown) {
                                                     "bidirectional_boolAsInt = 0\n"));
 }
 
+TEST_F(RulesFile, InDebugModeARuleIsShownBeforeItsPause) {
+  switch_to_debug_mode();
+  std::size_t messages_at_pause = 0;
+  fake_process::on_call("usleep", [&] { messages_at_pause = debug_messages().size(); });
+  parse_rules(rule("_a._tcp", "1", "br1", "br0", "no"));
+  EXPECT_EQ(messages_at_pause, 2U);
+}
+
 TEST_F(RulesFile, InSyslogModeItSaysNothingOfItsOwn) {
   parse_rules(rule("_a._tcp", "1", "br1", "br0", "1"));
   EXPECT_THAT(fake_syslog::lines(), IsEmpty());

@@ -19,7 +19,15 @@ void expect_offsets(const std::string& bytes, const ServicesItem& item, const ch
   expect_text_at(bytes, item.phrase_offset, phrase);
   if (item.value != nullptr) {
     expect_text_at(bytes, item.value_offset, item.value);
+  } else {
+    EXPECT_EQ(item.value_offset, 0U);
   }
+}
+
+void expect_end(const ServicesItem& item) {
+  EXPECT_EQ(item.kind, ServicesItemKind::end) << "the end stays the end";
+  EXPECT_EQ(item.phrase_offset, 0U);
+  EXPECT_EQ(item.value_offset, 0U);
 }
 
 std::string line_of(const std::string& bytes, const ServicesItem& item) {
@@ -58,15 +66,25 @@ void expect_offsets(const std::string& bytes, const RulesItem& item) {
   expect_text_at(bytes, item.tag_end, ">");
   for (std::size_t i = 0; i < kRuleWords.size(); ++i) {
     const RuleAttribute& attribute = item.attributes[i];
-    if (attribute.present) {
+    if (!attribute.present) {
+      EXPECT_EQ(attribute.word_offset, 0U);
+    } else {
       expect_text_at(bytes, attribute.word_offset, kRuleWords[i]);
       EXPECT_GE(attribute.word_offset, item.tag_offset);
       EXPECT_LT(attribute.word_offset, item.tag_end);
     }
     if (attribute.value != nullptr) {
       expect_text_at(bytes, attribute.value_offset, attribute.value);
+    } else {
+      EXPECT_EQ(attribute.value_offset, 0U);
     }
   }
+}
+
+void expect_end(const RulesItem& item) {
+  EXPECT_EQ(item.kind, RulesItemKind::end) << "the end stays the end";
+  EXPECT_EQ(item.tag_offset, 0U);
+  EXPECT_EQ(item.tag_end, 0U);
 }
 
 std::string line_of_rule(const RulesItem& item) {
@@ -106,6 +124,7 @@ std::string line_of(const std::string& bytes, const RulesItem& item) {
       return line_of_missing_value(item);
     case RulesItemKind::unclosed_tag:
       expect_text_at(bytes, item.tag_offset, "<");
+      EXPECT_EQ(item.tag_end, 0U);
       return "unclosed tag";
     case RulesItemKind::end:
       break;
@@ -126,7 +145,7 @@ std::vector<std::string> scan_services(const std::string& bytes) {
       break;
     }
   }
-  EXPECT_EQ(next_item(scanner).kind, ServicesItemKind::end) << "the end stays the end";
+  expect_end(next_item(scanner));
   return lines;
 }
 
@@ -141,6 +160,6 @@ std::vector<std::string> scan_rules(const std::string& bytes) {
       break;
     }
   }
-  EXPECT_EQ(next_item(scanner).kind, RulesItemKind::end) << "the end stays the end";
+  expect_end(next_item(scanner));
   return lines;
 }

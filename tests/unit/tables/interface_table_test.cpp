@@ -184,6 +184,14 @@ TEST_F(InterfaceTable, InDebugModeASystemWithoutInterfacesSumsUpToZero) {
                                             "\t>>> 0 total keys in hash via: hash_count_ifNameToIndex()\n\n"));
 }
 
+TEST_F(InterfaceTable, EveryEntryIsShownAtTheHighestVerbosityOnly) {
+  fake_if_nameindex::set({{5, "br0"}});
+  switch_to_debug_mode();
+  gLogLevel = gLOG_DBG - 1;
+  FindInterfaces();
+  EXPECT_THAT(debug_messages(), IsEmpty());
+}
+
 TEST_F(InterfaceTableDeath, AMissingInterfaceListEndsTheProcessWithItsReason) {
   fake_if_nameindex::fail(ENOBUFS);
   EXPECT_EXIT(tell_status_at_exit();
