@@ -20,12 +20,13 @@ def draw_all(results, directory):
 # --- Visibility over time
 
 def _visibility(scale, path):
-    panel, height, left = 400, 380, 70
-    drawing = Drawing(left + len(scale) * (panel + left) - 10, height)
+    panel, bottom, left = 400, 320, 70
+    legend = 22 * max(map(len, scale.values()))
+    drawing = Drawing(left + len(scale) * (panel + left) - 30, bottom + 60 + legend)
     drawing.text(left, 30, "Services usable on link b after so many seconds", 17, weight="bold")
     drawing.text(left, 50, "all of them announced on link a within 0.9 s; nobody asks on link b", 12, colour=FAINT)
     for number_of_panel, (count, subjects) in enumerate(scale.items()):
-        _curves(drawing, left + number_of_panel * (panel + left), panel, height - 60, int(count), subjects)
+        _curves(drawing, left + number_of_panel * (panel + left), panel, bottom, int(count), subjects)
     drawing.save(path)
     return path
 
@@ -50,8 +51,8 @@ def _curves(drawing, left, width, bottom, count, subjects):
         for index, at in enumerate(times):
             points += [(x_of(at), y_of(index)), (x_of(at), y_of(index + 1))]
         drawing.path(points + [(x_of(ticks[-1]), y_of(len(times)))], COLOURS[subject])
-    _legend(drawing, left + width - 190, bottom - 22 * len(curves) - 8,
-            {subject: f"{SUBJECT_TITLES[subject]}: {len(times)}" for subject, times in curves.items()})
+    drawing.text(left, bottom + 38, f"{count} services, of which became usable:", 12, colour=FAINT)
+    _legend(drawing, left, bottom + 62, {subject: f"{SUBJECT_TITLES[subject]}: {len(times)}" for subject, times in curves.items()})
 
 
 def _typical(runs):
@@ -86,11 +87,13 @@ def _bars(drawing, left, top, width, title, values, unit=""):
 
 
 def _cost(scale, path):
-    column, counts = 460, list(scale)
+    column = 460
     rows = sum(len(subjects) for subjects in scale.values())
-    drawing = Drawing(2 * column + 60, 110 + 22 * rows + 50 * len(counts))
+    drawing = Drawing(2 * column + 60, 72 + 22 * rows + 48 * len(scale))
     drawing.text(30, 32, "What so many services at once cost", 17, weight="bold")
-    y = 72
+    drawing.text(30, 52, "from the first announcement to 20 s later; memory: growth to the peak, divided by their number", 12,
+                 colour=FAINT)
+    y = 92
     for count, subjects in scale.items():
         cpu = [(subject, SUBJECT_TITLES[subject], middle(runs, "cpu")) for subject, runs in subjects.items()]
         memory = [(subject, SUBJECT_TITLES[subject], memory_each(runs)) for subject, runs in subjects.items()]
@@ -102,7 +105,7 @@ def _cost(scale, path):
 
 def _day(day, path):
     column = 460
-    drawing = Drawing(2 * column + 60, 150 + 2 * (22 * len(day) + 50))
+    drawing = Drawing(2 * column + 60, 72 + 2 * (22 * len(day) + 48))
     drawing.text(30, 32, "A working day in small", 17, weight="bold")
     drawing.text(30, 52, "30 services of 10 types on link a, 2 of the types wanted on link b; 10 clients on each link browse and ask "
                  "again. What the gateway sends:", 12, colour=FAINT)
