@@ -12,6 +12,7 @@
 #include "fakes/fake_add_proxy_rule.h"
 #include "fakes/fake_process.h"
 #include "fakes/fake_syslog.h"
+#include "mdnsproxy-check/daemon_messages.h"
 #include "mdnsproxy-check/verdict.h"
 #include "runtime/runtime.h"
 #include "unit/child_process.h"
@@ -158,15 +159,21 @@ Outcome Agreement::DaemonOutcome() const {
   return outcome;
 }
 
+// Refused types are left out: the DNS-SD library refuses them, and here rules are only recorded. Findings come in the order in
+// which the daemon would meet them.
 Outcome Agreement::CheckOutcome() const {
-  const Verdict verdict = check_files({services_, rules_, directory().path_of("no-settings"), false, std::nullopt});
+  const CheckRequest request = {services_, rules_, directory().path_of("no-settings"), false, std::nullopt};
+  Findings findings;
+  const ServiceCatalog catalog = check_services(services_, findings);
   Outcome outcome;
-  if (verdict.end) {
-    outcome.status = verdict.end->status;
-    outcome.message = verdict.end->message;
-  }
-  for (const Installation& each : verdict.installations) {
+  for (const Installation& each : check_rules(request, catalog, findings)) {
     outcome.rules.push_back(each.service_type + " " + each.if_from + "->" + each.if_to);
+  }
+  for (const Finding& each : findings) {
+    if (outcome.status == 0 && each.severity == Severity::error && each.status != kDnssdStatus) {
+      outcome.status = each.status;
+      outcome.message = each.message;
+    }
   }
   return outcome;
 }
