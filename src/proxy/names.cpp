@@ -47,7 +47,7 @@ int copy_next_label(char* dst, const char* dst_end, const char** cursor, int n) 
 int count_labels(const char* name) {
   const char* cursor = name;
   int count = 0;
-  char label[kNameSize];
+  char label[kNameSize] = {};
   while (copy_next_label(label, label + sizeof label, &cursor, 1) == 0 && label[0] != '\0') {
     ++count;
   }
