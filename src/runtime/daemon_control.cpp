@@ -65,9 +65,7 @@ void detach_standard_streams() {
 
 void change_to_run_directory() {
   log_message(LOG_DEBUG, "daemonize(): change running directory to: %s ...", gSettings.run_directory);
-  if (chdir(gSettings.run_directory) != 0) {
-    return;  // no file of ours is named relative to it
-  }
+  [[maybe_unused]] const int ignored = chdir(gSettings.run_directory);  // no file of ours is named relative to it
 }
 
 }  // namespace

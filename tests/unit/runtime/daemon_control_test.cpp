@@ -47,18 +47,24 @@ std::string CallsSoFar() {
 }  // namespace
 
 TEST_F(Daemonize, DoesNothingInAChildOfInit) {
-  fake_process::start();
-  fake_process::always("getppid", 1);
-  Run();
-  EXPECT_THAT(fake_process::calls(), ElementsAre("getppid()"));
-  EXPECT_THAT(Messages(), ElementsAre("daemonize(): aRundir = /logged/directory, aPIDfile = /logged/file ...",
-                                      "daemonize(): checking if we're already a child process  ...",
-                                      "daemonize(): getppid() returned 1, so already a child process."));
-  EXPECT_FALSE(directory_.has("pid"));
-  EXPECT_EQ(gDaemonPID, 0);
-  EXPECT_FALSE(AreBlocked({SIGCHLD}));
-  EXPECT_FALSE(AreBlocked({SIGTERM}));
-  EXPECT_EQ(wait_signal_mask(), nullptr);
+  const ChildProcess child = run_in_child([this] {
+    GivenHarmlessProcess();
+    fake_process::always("getppid", 1);
+    Run();
+    EXPECT_THAT(fake_process::calls(), ElementsAre("getppid()"));
+    EXPECT_THAT(Messages(), ElementsAre("daemonize(): aRundir = /logged/directory, aPIDfile = /logged/file ...",
+                                        "daemonize(): checking if we're already a child process  ...",
+                                        "daemonize(): getppid() returned 1, so already a child process."));
+    EXPECT_THAT(Priorities(), ElementsAre(LOG_DEBUG));
+    EXPECT_FALSE(directory_.has("pid"));
+    EXPECT_EQ(gDaemonPID, 0);
+    EXPECT_FALSE(AreBlocked({SIGCHLD}));
+    EXPECT_FALSE(AreBlocked({SIGTERM}));
+    EXPECT_EQ(wait_signal_mask(), nullptr);
+    std::printf("came back");
+  });
+  EXPECT_EQ(child.exit_status, 0) << describe(child);
+  EXPECT_EQ(child.out, "came back");
 }
 
 TEST_F(Daemonize, GoesThroughItsStepsInOrder) {
@@ -91,6 +97,7 @@ TEST_F(Daemonize, IsTracedStepByStepInTheChild) {
                                         "daemonize(): creating PID file ...",
                                         "create_PID_file(): START: attempting to create aPIDfilename = " + pid_path_ + " ...",
                                         HasSubstr("create_PID_file(): FINISH: ")));
+    EXPECT_THAT(Priorities(), ElementsAre(LOG_DEBUG));
   });
   EXPECT_EQ(child.exit_status, 0) << describe(child);
 }
@@ -215,7 +222,11 @@ TEST_F(Daemonize, ChangesToTheRunDirectoryOfTheSettingsIfItCan) {
 TEST_F(Daemonize, BlocksTheJobControlSignalsAndHoldsTheHandledOnes) {
   const ChildProcess child = run_in_child([] {
     GivenHarmlessProcess();
-    fake_process::on_call("sigaction", [] { EXPECT_TRUE(AreBlocked({SIGCHLD, SIGTSTP, SIGTTOU, SIGTTIN})); });
+    fake_syslog::on_message([] { EXPECT_TRUE(AreBlocked({SIGCHLD}) || fake_process::calls_of("fork").empty()); });
+    fake_process::on_call("sigaction", [] {
+      EXPECT_TRUE(AreBlocked({SIGCHLD, SIGTSTP, SIGTTOU, SIGTTIN}));
+      EXPECT_FALSE(AreBlocked({SIGTERM})) << "not before the handler is there for all";
+    });
     fake_process::on_call("fork", [] { EXPECT_TRUE(AreBlocked({SIGHUP, SIGINT, SIGTERM, SIGQUIT, SIGUSR1, SIGUSR2, SIGIO})); });
     Run();
     EXPECT_TRUE(AreBlocked({SIGCHLD, SIGTSTP, SIGTTOU, SIGTTIN}));

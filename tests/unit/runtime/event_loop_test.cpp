@@ -1,3 +1,4 @@
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -59,7 +60,7 @@ TEST_F(EventLoop, CountsItsPassesUpToTheMaximum) {
   HandleEvents(3);
   EXPECT_THAT(Messages(), ElementsAre(kStart, LoopLine(1, 3), kTimedOut, "myTimerCallBack(): START ...\n", LoopLine(2, 3),
                                       kTimedOut, "myTimerCallBack(): START ...\n"));
-  EXPECT_THAT(fake_syslog::texts(LOG_DEBUG), SizeIs(7));
+  EXPECT_THAT(Priorities(), ElementsAre(LOG_DEBUG));
 }
 
 TEST_F(EventLoop, ComesBackBeforeItsFirstWaitWithAMaximumOfOne) {
@@ -152,6 +153,19 @@ TEST_F(EventLoop, LeavesASocketOutThatNoSetHasRoomFor) {
   EXPECT_THAT(Waits(), ElementsAre("pselect(0, 100000000)"));
 }
 
+TEST_F(EventLoop, ServesASocketThatTookThePlaceOfStandardInput) {
+  const ChildProcess child = run_in_child([this] {
+    close(STDIN_FILENO);
+    GivenSharedConnection();
+    ASSERT_EQ(DNSServiceRefSockFD(gDNSServiceRef_Shared), 0);
+    GivenSharedReplies(1);
+    gSelectTimeout = 0;
+    Pass(1);
+    EXPECT_THAT(delivered_, ElementsAre("shared"));
+  });
+  EXPECT_EQ(child.exit_status, 0) << describe(child);
+}
+
 TEST_F(EventLoop, ReadsTheTimeoutAfreshOnEveryPass) {
   fake_process::always("pselect", 0);
   fake_process::on_call("pselect", [] { gSelectTimeout = 5; });
@@ -165,6 +179,7 @@ TEST_F(EventLoop, EndsWhenTheSharedConnectionFails) {
   HandleEvents(0);
   EXPECT_EQ(stopNow, 1);
   EXPECT_THAT(Messages(), ElementsAre(kStart, LoopLine(1, 0), kServing, "DNSServiceProcessResult returned -65563\n"));
+  EXPECT_THAT(Priorities(), ElementsAre(LOG_DEBUG));
 }
 
 TEST_F(EventLoop, EndsWhenTheOtherConnectionFails) {
@@ -189,6 +204,7 @@ TEST_F(EventLoop, EndsWhenTheWaitFailsOtherwise) {
   HandleEvents(0);
   EXPECT_EQ(stopNow, 1);
   EXPECT_THAT(Messages(), ElementsAre(kStart, LoopLine(1, 0), "select() returned -1 errno 9 Bad file descriptor\n"));
+  EXPECT_THAT(Priorities(), ElementsAre(LOG_DEBUG));
 }
 
 TEST_F(EventLoop, LetsASignalInterruptItsWait) {

@@ -88,12 +88,6 @@ TEST_F(Log, WritesTracesAboveLevelFour) {
   EXPECT_EQ(gLOG_DBG, 5);
 }
 
-TEST_F(Log, StartsInNormalModeWithErrorsOnStandardError) {
-  EXPECT_EQ(gDBG, 0);
-  EXPECT_EQ(gLogLevel, 2);
-  EXPECT_EQ(gDebugStream, stderr);
-}
-
 TEST_F(Log, HasTheTwoMasksOfSyslog) {
   EXPECT_EQ(kSyslogMaskErrors, 15);
   EXPECT_EQ(kSyslogMaskEverything, 255);
@@ -116,14 +110,31 @@ TEST_F(Log, PrintsATimestampInLocalTime) {
   EXPECT_EQ(child.out, " 7:06:09.004  22:59:58.999  ");
 }
 
+TEST_F(Log, StartsInNormalModeWithErrorsOnStandardError) {
+  EXPECT_EQ(initial_state().dbg, 0);
+  EXPECT_EQ(initial_state().log_level, 2);
+  EXPECT_EQ(initial_state().debug_stream, stderr);
+}
+
 TEST(FixedSettings, AreTheOnesOfTheManual) {
-  EXPECT_STREQ(gSettings.version, "1.0.0");
-  EXPECT_STREQ(gSettings.run_directory, "/tmp");
-  EXPECT_STREQ(gSettings.pid_file, "/var/run/mdnsproxy.pid");
-  EXPECT_STREQ(gSettings.services_file, "/etc/mdnsservice-list.xml");
-  EXPECT_STREQ(gSettings.rules_file, "/tmp/mdnsproxyrule-list.xml");
-  EXPECT_STREQ(gSettings.domain, "local");
-  EXPECT_STREQ(gSettings.status_file, "/tmp/mdnsproxy.out");
-  EXPECT_EQ(gSettings.responder_limit, 2000);
-  EXPECT_EQ(gSelectTimeout, 100000000);
+  const Settings& settings = initial_state().settings;
+  EXPECT_STREQ(settings.version, "1.0.0");
+  EXPECT_STREQ(settings.run_directory, "/tmp");
+  EXPECT_STREQ(settings.pid_file, "/var/run/mdnsproxy.pid");
+  EXPECT_STREQ(settings.services_file, "/etc/mdnsservice-list.xml");
+  EXPECT_STREQ(settings.rules_file, "/tmp/mdnsproxyrule-list.xml");
+  EXPECT_STREQ(settings.domain, "local");
+  EXPECT_STREQ(settings.status_file, "/tmp/mdnsproxy.out");
+  EXPECT_EQ(settings.responder_limit, 2000);
+}
+
+TEST(InitialState, HasNothingStarted) {
+  EXPECT_EQ(initial_state().daemon_pid, 0);
+  EXPECT_EQ(initial_state().sid, 0);
+  EXPECT_EQ(initial_state().stop_now, 0);
+  EXPECT_EQ(initial_state().select_timeout, 100000000);
+  EXPECT_EQ(initial_state().option_char, 0);
+  EXPECT_FALSE(initial_state().semaphore_created);
+  EXPECT_FALSE(initial_state().has_connection);
+  EXPECT_EQ(initial_state().status_file, nullptr);
 }

@@ -58,6 +58,13 @@ TEST_F(PidFileTest, IsTracedFromStartToFinish) {
                           "create_PID_file(): FINISH: wrote PID: " + OwnPid() + " to aPIDfilename: " + pid_path_ + "."));
 }
 
+TEST_F(PidFileTest, IsSilentInNormalModeUnlessSomethingIsWrong) {
+  setlogmask(kSyslogMaskErrors);
+  Create();
+  close_and_delete_PID_file(pid_path_.c_str());
+  EXPECT_THAT(fake_syslog::visible_lines(), IsEmpty());
+}
+
 TEST_F(PidFileTest, IsCreatedOnlyIfThereIsNoneWrittenAtOnceSyncedAndClosed) {
   Create();
   const std::string file = std::to_string(gConfigPIDFilehandle);
@@ -82,6 +89,7 @@ TEST_F(PidFileTest, OfAnEarlierInstanceIsTakenOverInThisOrder) {
   fake_process::on_call("kill", [&] { warnings_before_kill = Warnings().size(); });
   Create();
   EXPECT_EQ(warnings_before_kill, 2u);
+  EXPECT_THAT(Priorities(), ElementsAre(LOG_WARNING, LOG_DEBUG));
   EXPECT_THAT(
       testing::PrintToString(Messages()),
       HoldsInOrder({"attempting to create PID file: " + pid_path_ +
@@ -117,6 +125,7 @@ TEST_F(PidFileTest, WithoutANumberKillsNobodyAndIsOverwritten) {
     EXPECT_THAT(Warnings(), ElementsAre(Warning301802(), Warning301804())) << content;
     EXPECT_THAT(fake_syslog::texts(LOG_DEBUG),
                 testing::Contains("create_PID_file(): could successfully read previous PID = 0, trying to kill now..."));
+    EXPECT_THAT(Priorities(), ElementsAre(LOG_WARNING, LOG_DEBUG));
     EXPECT_EQ(PidFile(), OwnPid());
   }
 }

@@ -8,20 +8,9 @@
 
 namespace {
 
-struct RuntimeState {
-  Settings settings;
-  const char* vcm_settings_file;
-};
-
-// As it was before the first test changed it.
-const RuntimeState& program_state() {
-  static const RuntimeState the_state = {gSettings, gVcmSettingsFile};
-  return the_state;
-}
-
 void reset_globals() {
-  gSettings = program_state().settings;
-  gVcmSettingsFile = program_state().vcm_settings_file;
+  gSettings = initial_state().settings;
+  gVcmSettingsFile = initial_state().vcm_settings_file;
   gDBG = 0;
   gLogLevel = 2;
   gDebugStream = stderr;
@@ -37,7 +26,26 @@ std::string line_of(int priority, const std::string& text) { return "syslog(" + 
 
 }  // namespace
 
+// Before the first test changes any of it.
+const InitialState& initial_state() {
+  static const InitialState the_state = {gSettings,
+                                         gVcmSettingsFile,
+                                         gDBG,
+                                         gLogLevel,
+                                         gDebugStream,
+                                         gDaemonPID,
+                                         gSID,
+                                         stopNow,
+                                         gSelectTimeout,
+                                         gOptionChar,
+                                         gStatusFileSemaphoreCreated,
+                                         gDNSServiceRef_Shared != nullptr || gDNSServiceRef_RegisterRecord != nullptr,
+                                         gMyStatusFilehandle};
+  return the_state;
+}
+
 RuntimeTest::RuntimeTest() {
+  initial_state();
   reset_globals();
   gSettings.status_file = status_path_.c_str();
   gSettings.pid_file = pid_path_.c_str();
@@ -86,6 +94,14 @@ std::vector<std::string> RuntimeTest::Messages() {
     texts.push_back(line.text);
   }
   return texts;
+}
+
+std::set<int> RuntimeTest::Priorities() {
+  std::set<int> priorities;
+  for (const fake_syslog::Line& line : fake_syslog::lines()) {
+    priorities.insert(line.priority);
+  }
+  return priorities;
 }
 
 std::string debug_line(const std::string& text) { return line_of(LOG_DEBUG, text); }

@@ -3,7 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <initializer_list>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -40,12 +42,33 @@ class RuntimeTest : public testing::Test {
   // Every syslog message's text so far, in order.
   static std::vector<std::string> Messages();
 
+  // The priorities of all syslog messages so far, each once.
+  static std::set<int> Priorities();
+
   ScratchDirectory directory_;
   const std::string status_path_ = directory_.path_of("status");
   const std::string pid_path_ = directory_.path_of("pid");
   const std::string run_directory_ = directory_.path();
   const std::string settings_path_ = directory_.path_of("settings");
 };
+
+// The globals as the program starts with them.
+struct InitialState {
+  Settings settings;
+  const char* vcm_settings_file;
+  int dbg;
+  int log_level;
+  std::FILE* debug_stream;
+  int daemon_pid;
+  int sid;
+  int stop_now;
+  int select_timeout;
+  int option_char;
+  bool semaphore_created;
+  bool has_connection;
+  std::FILE* status_file;
+};
+const InitialState& initial_state();
 
 // "syslog(7): text", as the fake shows a message on standard error.
 std::string debug_line(const std::string& text);

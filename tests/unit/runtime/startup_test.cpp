@@ -81,6 +81,7 @@ TEST_F(MainInit, GoesThroughItsStepsInOrder) {
                                   "\"main_init(): sem_wait() succeded, calling sem_post()... \"",
                                   "\"main_init(): semaphore testing complete.\"", "\"main_init(): FINISHED.\\n\\n\""}));
         EXPECT_EQ(Messages().front(), "main_init...");
+        EXPECT_THAT(Priorities(), ElementsAre(LOG_DEBUG));
       });
   EXPECT_EQ(child.exit_status, 0) << describe(child);
 }
@@ -168,6 +169,19 @@ TEST_F(MainInit, FailsWhenASemaphoreCanBeTakenTwice) {
   EXPECT_EQ(child.exit_status, 999 % 256);
   EXPECT_THAT(child.err, HasSubstr(warning_line(kSecondTrywaitSucceeded)));
   EXPECT_EQ(StatusFile(), std::string("999\n") + kSecondTrywaitSucceeded + "\n");
+}
+
+TEST_F(MainInit, MakesNoConnectionBeforeItsSemaphoresAreTested) {
+  const ChildProcess child = Run([] {
+    fake_syslog::on_message([] {
+      if (Messages().back() == "main_init(): semaphore testing complete.") {
+        EXPECT_THAT(fake_dns_sd::calls(), IsEmpty());
+        std::printf("looked");
+      }
+    });
+  });
+  EXPECT_EQ(child.exit_status, 0) << describe(child);
+  EXPECT_EQ(child.out, "looked");
 }
 
 TEST_F(MainInit, MakesTheSharedConnectionAndThenTheOther) {
