@@ -1,0 +1,36 @@
+# SPDX-License-Identifier: MIT
+"""The systemd units as systemd's own tools see them. test_package.py runs them."""
+
+import re
+import subprocess
+
+import source_tree
+
+UNIT = source_tree.ROOT / "packaging/systemd/mdnsproxy.service"
+# "at most 1.5" is what the project holds itself to; 10 is a service without any restriction.
+MOST_EXPOSURE = 1.5
+
+
+def test_it_is_closed_tight():
+    shown = source_tree.run("systemd-analyze", "security", "--offline=true", "--no-pager", UNIT)
+    exposure = float(re.search(r"Overall exposure level for mdnsproxy.service: ([\d.]+)", shown)[1])
+    assert exposure <= MOST_EXPOSURE, shown
+
+
+def test_systemd_understands_every_line():
+    for unit in sorted(UNIT.parent.iterdir()):
+        done = subprocess.run(["systemd-analyze", "verify", "--man=no", unit], stdin=subprocess.DEVNULL, capture_output=True, text=True,
+                              check=False)
+        # The programs are not installed on the machine that this runs on.
+        complaints = [line for line in done.stderr.splitlines() if "is not executable: No such file or directory" not in line]
+        assert complaints == []
+
+
+def test_the_programs_that_it_starts_are_those_of_the_package():
+    programs = re.findall(r"^Exec\w+=-?(\S+)", UNIT.read_text(encoding="utf-8"), re.MULTILINE)
+    assert programs == ["/bin/cp", "/usr/bin/mdnsproxy-check", "/usr/sbin/mdnsproxy", "/bin/cat"]
+
+
+def test_the_rules_come_from_the_file_that_the_manual_names():
+    assert "cp /etc/mdnsproxyrule-list.xml /tmp/mdnsproxyrule-list.xml" in UNIT.read_text(encoding="utf-8")
+    assert '"/tmp/mdnsproxyrule-list.xml"' in source_tree.read("src/runtime/settings.cpp")
