@@ -1,0 +1,194 @@
+"""Somebody on a link who says what no honest host would. Everything is bounded: a flood is a list of packets of known length,
+sent at a stated pace, and ends."""
+
+import itertools
+import random
+import struct
+import threading
+import time
+
+from testbed import dns
+from testbed.sockets import open_on
+
+KIND = "_ipp._tcp.local"
+HEADER = struct.Struct("!6H")
+
+
+class Adversary:
+    """Sends from the host of a link, over IPv4 and IPv6 in turn. `sent` counts packets."""
+
+    def __init__(self, link):
+        self.link = link
+        self.sent = 0
+        self._sockets = open_on(link)
+        self._stopped = threading.Event()
+        self._thread = None
+
+    def send(self, packet):
+        opened, group = self._sockets[self.sent % len(self._sockets)]
+        opened.sendto(packet, group)
+        self.sent += 1
+
+    def say(self, packet):
+        """Sends it over both protocols."""
+        for opened, group in self._sockets:
+            opened.sendto(packet, group)
+
+    def flood(self, packets, per_second):
+        """Sends them all, at that pace or slower, and returns when it is done."""
+        started = time.monotonic()
+        for number, packet in enumerate(packets):
+            ahead = number / per_second - (time.monotonic() - started)
+            if ahead > 0.005 and self._stopped.wait(ahead):
+                return
+            if self._stopped.is_set():
+                return
+            self.send(packet)
+
+    def start_flood(self, packets, per_second):
+        self._thread = threading.Thread(target=self.flood, args=(packets, per_second), daemon=True)
+        self._thread.start()
+
+    @property
+    def is_flooding(self):
+        return self._thread is not None and self._thread.is_alive()
+
+    def close(self):
+        self._stopped.set()
+        if self._thread:
+            self._thread.join()
+        for opened, _ in self._sockets:
+            opened.close()
+
+
+# --- What it sends ------------------------------------------------------------------------------------------------------------------
+
+
+def instance(number):
+    return dns.labels((f"Invented {number}", *KIND.split(".")))
+
+
+def host(number):
+    return dns.labels((f"invented-{number}", "local"))
+
+
+def announcement(name, target, port=631, txt=b"\x09txtvers=1", addresses=(), ttl=dns.OTHER_TTL):
+    """PTR, SRV, TXT and addresses of one service, as an honest host would announce it."""
+    records = [dns.Record(dns.labels(KIND), dns.PTR, dns.labels(name), ttl),
+               dns.Record(dns.labels(name), dns.SRV, (0, 0, port, dns.labels(target)), min(ttl, dns.HOST_TTL), True),
+               dns.Record(dns.labels(name), dns.TXT, txt, ttl, True)]
+    return dns.encode(dns.Message(dns.RESPONSE, answers=records + addresses_of(target, *addresses, ttl=min(ttl, dns.HOST_TTL))))
+
+
+def addresses_of(target, *addresses, ttl=dns.HOST_TTL, flush=True):
+    return [dns.Record(dns.labels(target), dns.AAAA if ":" in address else dns.A, address, ttl, flush) for address in addresses]
+
+
+def invented_instances(count, per_host=1):
+    """Instances that look right in every way."""
+    for number in range(count):
+        of_host = number // per_host
+        yield announcement(instance(number), host(of_host), addresses=(f"10.1.{of_host // 250 % 250 + 1}.{of_host % 250 + 1}",))
+
+
+def truncated():
+    """A good announcement, cut at every length; and with record counts that it does not hold."""
+    whole = announcement(instance(0), host(0), addresses=("10.1.0.9", "fd00:1::9"))
+    for length in range(len(whole)):
+        yield whole[:length]
+    for counts in ((0, 0xFFFF, 0, 0), (0xFFFF, 4, 0xFFFF, 0xFFFF), (4, 0, 0, 0), (0, 1, 0, 3)):
+        yield HEADER.pack(0, dns.RESPONSE, *counts) + whole[HEADER.size:]
+
+
+def record(name, kind, data, ttl=dns.OTHER_TTL, length=None):
+    """One record of raw bytes, whose length field may lie."""
+    return name + struct.pack("!HHIH", kind, 0x8001, ttl, len(data) if length is None else length) + data
+
+
+def response(*records, count=None):
+    return HEADER.pack(0, dns.RESPONSE, 0, count if count is not None else len(records), 0, 0) + b"".join(records)
+
+
+def compression_loops():
+    """Pointers to themselves, to each other, forward, past the end, and a chain of a thousand."""
+    start = HEADER.size
+    kind = dns.encode_name(dns.labels(KIND))
+    for target in (start, start + 1, 0, start + 40, 0x3FFF):
+        pointer = struct.pack("!H", 0xC000 | target)
+        yield response(record(pointer, dns.PTR, pointer))
+        yield response(record(kind, dns.PTR, b"\x01a" + pointer))
+        yield response(record(kind, dns.PTR, b"\x01a" + struct.pack("!H", 0xC000 | (start + len(kind) + 10))))
+        yield response(record(b"\x01a" + pointer, dns.SRV, b"\0" * 6 + pointer))
+    chain = b"".join(struct.pack("!H", 0xC000 | (start + len(kind) + 10 + 2 * at)) for at in range(1, 1000))
+    yield response(record(kind, dns.PTR, chain + b"\x01a\0"))
+    for bits in (0x40, 0x80):
+        yield response(record(bytes([bits | 5]) + b"hello\0", dns.PTR, bytes([bits | 1]) + b"a\0"))
+
+
+def odd_labels():
+    """Labels that no text form shows as they are, and the longest that there may be."""
+    yield from (b"a\0b", b"\0", b".", b"\\", b"a.b", b"\\.", b"\\032", b"\xff" * 63, b" ", b"\n", b"%s%n%n", b"\xc3", b"x" * 63,
+                b"\\" * 63, b"." * 63, b"\x01" * 63, b"\0" * 63, b"\"", b"<>&", b"local", b"_tcp")
+
+
+def long_names():
+    """Instances of odd labels, hosts of 255 bytes, and names one byte longer."""
+    widest = (b"x" * 63, b"y" * 63, b"z" * 63)
+    targets = ((*widest, b"w" * 55, b"local"), (*widest, b"w" * 56, b"local"), (b"\x01" * 63,) * 3 + (b"\x02" * 55, b"local"))
+    for label, target in itertools.product(odd_labels(), targets):
+        yield announcement((label, *KIND.split(".")), target, addresses=("10.1.0.9", "fd00:1::9"))
+    for label in odd_labels():
+        yield announcement((label, *KIND.split(".")), (label, b"local"), addresses=("10.1.0.9", "fd00:1::9"))
+
+
+def odd_hosts():
+    """SRV targets that are no host names of this link, with addresses for them."""
+    for number, target in enumerate(("local", "example", "evil.example.com", "9.0.1.10.in-addr.arpa", "a.ip6.arpa", "_ipp._tcp.local",
+                                     "a.b.c.d.e.f.g.local", "LOCAL", "x.Local", ())):
+        yield announcement((f"Odd host {number}", *KIND.split(".")), target, addresses=("10.1.0.9", "fd00:1::9"))
+
+
+def odd_txt():
+    """TXT data of every size and of none, and with lengths that do not fit."""
+    sizes = (0, 1, 2, 255, 256, 1008, 1009, 1010, 1300, 4000, 8000, 8900)
+    for number, size in enumerate(sizes):
+        txt = b"".join(bytes([min(255, size - at - 1)]) + b"t" * min(255, size - at - 1) for at in range(0, size, 256))
+        yield announcement((f"Long text {number}", *KIND.split(".")), host(number), txt=txt, addresses=("10.1.0.9",))
+    for number, txt in enumerate((b"\xff", b"\x05abc", b"\0" * 400, b"\x0dvender=Zenmo", b"\x00\x0dvender=Zenmor", b"\x01" * 301)):
+        yield announcement((f"Odd text {number}", *KIND.split(".")), host(number), txt=txt, addresses=("10.1.0.9",))
+
+
+def odd_lengths():
+    """Record data shorter and longer than its type has it."""
+    name = dns.encode_name(instance(1))
+    at_host = dns.encode_name(dns.labels(host(1)))
+    for data in (b"", b"\x0a", b"\x0a\x01\x00\x09\x00", b"\0" * 15, b"\0" * 17):
+        yield response(record(at_host, dns.A, data), record(at_host, dns.AAAA, data), record(name, dns.SRV, data),
+                       record(name, dns.TXT, data), record(dns.encode_name(dns.labels(KIND)), dns.PTR, data))
+        yield response(record(at_host, dns.A, data, length=0xFFFF))
+
+
+def changing_addresses(target, count, odd=True):
+    """A host that has another address every time, at times one that nobody has."""
+    choices = ["0.0.0.0", "::", "169.254.1.1", "fe80::1", "255.255.255.255", "127.0.0.1", "::1", "224.0.0.251", "ff02::fb"]
+    for number in range(count):
+        ordinary = (f"10.1.{number // 250 % 250 + 1}.{number % 250 + 1}", f"fd00:1::{number + 16:x}")
+        strange = choices[number % len(choices)] if odd and number % 3 == 0 else None
+        yield dns.encode(dns.Message(dns.RESPONSE, answers=addresses_of(target, *((strange,) if strange else ordinary))))
+
+
+def conflicting_srv(name, count):
+    """The same instance on other hosts and ports."""
+    for number in range(count):
+        srv = dns.Record(dns.labels(name), dns.SRV, (0, 0, number % 65536, dns.labels(host(number))), dns.HOST_TTL, True)
+        yield dns.encode(dns.Message(dns.RESPONSE, answers=[srv, *addresses_of(host(number), "10.1.0.66")]))
+
+
+def noise(seed, count):
+    """Good announcements with some bytes changed."""
+    dice = random.Random(seed)
+    for number in range(count):
+        packet = bytearray(announcement(instance(number % 50), host(number % 7), addresses=("10.1.0.9", "fd00:1::9")))
+        for _ in range(dice.randint(1, 8)):
+            packet[dice.randrange(len(packet))] = dice.randrange(256)
+        yield bytes(packet[:dice.randint(1, len(packet))] if dice.random() < 0.2 else packet)

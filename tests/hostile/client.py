@@ -1,0 +1,81 @@
+"""A client on a link: asks by multicast, and takes what the gateway answers."""
+
+import time
+
+from testbed import dns
+from testbed.sockets import open_on
+
+
+class Client:
+    """`ear`: the ear on the client's link."""
+
+    def __init__(self, link, ear):
+        self.link = link
+        self.ear = ear
+        self.gateway = (link.address4(1), link.address6(1))
+        self._held = {}  # (name, kind) -> data of every record
+        self._taken_in = 0
+        self._sockets = open_on(link)
+
+    def ask(self, name, kind):
+        question = dns.encode(dns.Message(questions=[dns.Question(dns.labels(name), kind)]))
+        for opened, group in self._sockets:
+            opened.sendto(question, group)
+
+    def finds(self, name, kind=dns.SRV, within=5):
+        """The data of the gateway's answer. Asks again every second, since a responder need not repeat what it has just said."""
+        started = time.monotonic()
+        deadline = started + within
+        while time.monotonic() < deadline:
+            self.ask(name, kind)
+            again = time.monotonic() + 1
+            while time.monotonic() < again:
+                heard = [record for _, record in self.ear.heard(name, kind, sources=self.gateway, since=started) if record.ttl]
+                if heard:
+                    return heard[-1].data
+                time.sleep(0.01)
+        raise AssertionError(f"{dns.text(dns.labels(name))} is not to be found on link {self.link.name}")
+
+    def heard_packets(self, since=0.0):
+        """What the gateway has put on the link."""
+        return self.ear.sent_by(*self.gateway, since=since)
+
+    def held(self):
+        """What a client that hears everything holds from the gateway: (name, kind, data) of every record that was announced and
+        neither withdrawn nor flushed, by whomever."""
+        self._listen()
+        return {(*key, data) for key, all_data in self._held.items() for data in all_data}
+
+    def _listen(self):
+        """Takes in what has been heard since the last time."""
+        packets = self.ear.packets[self._taken_in:]
+        self._taken_in += len(packets)
+        for packet in packets:
+            if packet.message and packet.message.is_response:
+                for record in packet.message.records:
+                    self._take_in(record, packet.source in self.gateway)
+
+    def _take_in(self, record, is_gateways):
+        key = (dns.text(record.name).lower(), record.kind)
+        if record.kind == dns.NSEC:
+            return
+        if not is_gateways:
+            if record.flush:
+                self._held.pop(key, None)
+            return
+        held = self._held.setdefault(key, set())
+        if not record.ttl:
+            held.discard(record.data)
+        elif record.flush:
+            self._held[key] = {record.data}
+        else:
+            held.add(record.data)
+
+    def instances(self, kind="_ipp._tcp.local"):
+        """The instances that the gateway has announced and not withdrawn."""
+        self._listen()
+        return set(self._held.get((kind, dns.PTR), ()))
+
+    def close(self):
+        for opened, _ in self._sockets:
+            opened.close()

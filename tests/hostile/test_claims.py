@@ -1,0 +1,64 @@
+"""Somebody on link B who has every name already, whichever the gateway probes for or announces.
+
+    link A                 gateway            link B
+    [ printer ]-----------[ mdnsproxy ]---+---[ client, counting packets ]
+                                          +---[ adversary ]
+"""
+
+import threading
+import time
+
+from adversary import Adversary, addresses_of
+from client import Client
+from testbed import dns, rule, wait_until
+
+
+class Claimant:
+    """Answers every name that the gateway says with data of its own, until it is told to stop."""
+
+    def __init__(self, scene, client):
+        self.adversary = scene.keep(Adversary(client.link))
+        self.client = client
+        self._stopped = threading.Event()
+        self._thread = threading.Thread(target=self._claim, daemon=True)
+        self._thread.start()
+
+    def _claim(self):
+        answered = 0
+        while not self._stopped.wait(0.005):
+            packets = self.client.heard_packets()
+            for packet in packets[answered:]:
+                for answer in self._answers(packet.message):
+                    self.adversary.say(dns.encode(dns.Message(dns.RESPONSE, answers=answer)))
+            answered = len(packets)
+
+    @staticmethod
+    def _answers(message):
+        records = message.authorities + message.answers
+        for name in {record.name for record in records if record.kind == dns.SRV}:
+            yield [dns.Record(name, dns.SRV, (0, 0, 9, dns.labels("mine.local")), dns.HOST_TTL, True)]
+        for name in {record.name for record in records if record.kind in (dns.A, dns.AAAA)}:
+            yield addresses_of(name, "10.2.0.66", "fd00:2::66")
+
+    def stop(self):
+        self._stopped.set()
+        self._thread.join()
+
+
+def test_whoever_claims_every_name_costs_few_packets_and_ends_nothing(scene):
+    network = scene.network("a", "b")
+    daemon = scene.daemon(network.gateway, rule("_ipp._tcp", "a", "b")).start_and_wait()
+    client = scene.keep(Client(network["b"], scene.ear(network["b"])))
+    claimant = Claimant(scene, client)
+    scene.device(network["a"]).publish("Genuine")
+    wait_until(lambda: client.heard_packets(), 5, "a probe")
+    since = time.monotonic()
+    wait_until(lambda: time.monotonic() - since > 8, 9, "eight seconds of claims")
+    claimed = len(client.heard_packets())
+    claimant.stop()
+    # RFC 6762, section 8.1: fifteen tries, then one in five seconds. A try is a probe or two, over two protocols.
+    assert claimed <= 90, f"{claimed} packets in eight seconds"
+    assert daemon.daemon_status is None and daemon.status_code == 0, daemon.status_file
+    wait_until(client.instances, 15, "the service under a name that nobody claims")
+    assert daemon.stop() == 10
+    wait_until(lambda: not client.held(), 5, lambda: f"goodbyes; link B still holds {client.held()}")
