@@ -40,7 +40,7 @@ struct Device {
   std::string instance, host;     // names on the wire
   std::string srv, txt, a, aaaa;  // rdata; an address that it does not have is empty
   bool live = false;
-  double sent_at[2] = {0, 0};  // when its records last went out, by protocol
+  double service_sent_at[2] = {0, 0}, host_sent_at[2] = {0, 0};  // when its records last went out, by protocol
 };
 
 // Announcements or goodbyes of a range of devices that go out evenly spread.
@@ -51,10 +51,12 @@ struct Wave {
   int round;  // 1: said when it is over
 };
 
-// A question for all instances of a type whose known answers may still be coming; by source and type.
+// What one asker wants and says it knows already; more of that may still be coming.
 struct Round {
-  double due;
-  std::unordered_set<long> known;
+  double due = 0;
+  std::unordered_set<std::size_t> types;  // all instances of these
+  std::vector<air::Question> questions;   // for records that only one device has
+  std::unordered_set<std::string> known;  // record_key of known answers
 };
 
 struct Town {
@@ -63,7 +65,7 @@ struct Town {
   std::unordered_map<std::string, long> instance_index, host_index;  // folded
   std::vector<Device> devices;
   std::vector<Wave> waves;
-  std::map<std::pair<std::string, std::size_t>, Round> rounds[2];  // by protocol
+  std::map<std::string, Round> rounds[2];  // by the asker's address, per protocol
   std::vector<air::Socket> sockets;
   std::string addresses;
   std::string link;
@@ -154,7 +156,7 @@ void send_whole(Town& town, Device& device, bool goodbye) {
   add_addresses(writer, device, &Writer::answer, goodbye);
   for (std::size_t protocol = 0; protocol < town.sockets.size(); ++protocol) {
     send_on(town, protocol, writer);
-    device.sent_at[protocol] = air::now();
+    device.service_sent_at[protocol] = device.host_sent_at[protocol] = air::now();
   }
 }
 
@@ -201,50 +203,49 @@ void run_waves(Town& town) {
 
 // --- Answers
 
+std::string record_key(const std::string& name, std::uint16_t type, const std::string& rdata) {
+  return air::folded(name) + static_cast<char>(type) + (type == air::kTypePtr ? air::folded(rdata) : rdata);
+}
+
+bool is_known(const Round& round, const std::string& name, std::uint16_t type, const std::string& rdata) {
+  return !round.known.empty() && round.known.contains(record_key(name, type, rdata));
+}
+
+// One message under way: pointers first, then what belongs to them.
+struct Batch {
+  Writer writer{air::kResponse};
+  std::vector<const Device*> devices;
+  std::size_t room_used = 0;
+};
+
+void send_batch(Town& town, std::size_t protocol, Batch& batch) {
+  for (const Device* device : batch.devices) {
+    add_service(batch.writer, *device, &Writer::additional, false);
+    add_addresses(batch.writer, *device, &Writer::additional, false);
+  }
+  send_on(town, protocol, batch.writer);
+  batch = Batch();
+}
+
 // Everything of a type that was neither known nor said within the last second, in as few messages as it takes.
 void answer_type(Town& town, std::size_t protocol, std::size_t type, const Round& round) {
   const double at = air::now();
-  Writer writer(air::kResponse);
-  std::vector<Device*> added;
-  const auto flush = [&] {
-    for (const Device* device : added) {
-      add_service(writer, *device, &Writer::additional, false);
-      add_addresses(writer, *device, &Writer::additional, false);
-    }
-    send_on(town, protocol, writer);
-    writer = Writer(air::kResponse);
-    added.clear();
-  };
-  std::size_t room_used = 0;
+  Batch batch;
   for (std::size_t number = type; number < town.devices.size(); number += town.types.size()) {
     Device& device = town.devices[number];
-    if (!device.live || at - device.sent_at[protocol] < kRepeatGap || round.known.contains(static_cast<long>(number)))
+    if (!device.live || at - device.service_sent_at[protocol] < kRepeatGap)
+      continue;
+    if (is_known(round, town.types[type], air::kTypePtr, device.instance))
       continue;
     const std::size_t size = 2 * device.instance.size() + device.host.size() + device.txt.size() + 100;
-    if (room_used + size > air::kMessageRoom) {
-      flush();
-      room_used = 0;
-    }
-    add_pointer(town, writer, device, false);
-    device.sent_at[protocol] = at;
-    added.push_back(&device);
-    room_used += size;
+    if (batch.room_used + size > air::kMessageRoom)
+      send_batch(town, protocol, batch);
+    add_pointer(town, batch.writer, device, false);
+    device.service_sent_at[protocol] = device.host_sent_at[protocol] = at;
+    batch.devices.push_back(&device);
+    batch.room_used += size;
   }
-  flush();
-}
-
-void run_rounds(Town& town) {
-  for (std::size_t protocol = 0; protocol < town.sockets.size(); ++protocol) {
-    auto& rounds = town.rounds[protocol];
-    for (auto it = rounds.begin(); it != rounds.end();) {
-      if (it->second.due > air::now()) {
-        ++it;
-        continue;
-      }
-      answer_type(town, protocol, it->first.second, it->second);
-      it = rounds.erase(it);
-    }
-  }
+  send_batch(town, protocol, batch);
 }
 
 bool wants(const air::Question& question, std::uint16_t type) { return question.type == type || question.type == air::kTypeAny; }
@@ -257,47 +258,83 @@ Device* live_device(Town& town, const std::unordered_map<std::string, long>& ind
   return device.live ? &device : nullptr;
 }
 
-// Questions for records that only one device has are answered at once.
-void answer_unique(Town& town, std::size_t protocol, const air::Question& question) {
+// Whether the asker lacks one of the records that the question wants.
+bool lacks_service(const Round& round, const air::Question& question, const Device& device) {
+  return (wants(question, air::kTypeSrv) && !is_known(round, device.instance, air::kTypeSrv, device.srv)) ||
+         (wants(question, air::kTypeTxt) && !is_known(round, device.instance, air::kTypeTxt, device.txt));
+}
+
+bool lacks_address(const Round& round, const air::Question& question, const Device& device) {
+  return (wants(question, air::kTypeA) && !device.a.empty() && !is_known(round, device.host, air::kTypeA, device.a)) ||
+         (wants(question, air::kTypeAaaa) && !device.aaaa.empty() && !is_known(round, device.host, air::kTypeAaaa, device.aaaa));
+}
+
+// Each device answers for itself.
+void answer_unique(Town& town, std::size_t protocol, const Round& round, const air::Question& question) {
+  const double at = air::now();
   Writer writer(air::kResponse);
-  if (const Device* device = live_device(town, town.instance_index, question.name)) {
-    if (wants(question, air::kTypeSrv) || wants(question, air::kTypeTxt))
-      add_service(writer, *device, &Writer::answer, false);
-  } else if (const Device* host = live_device(town, town.host_index, question.name)) {
-    if (wants(question, air::kTypeA) || wants(question, air::kTypeAaaa))
-      add_addresses(writer, *host, &Writer::answer, false);
+  Device* device = live_device(town, town.instance_index, question.name);
+  if (device != nullptr && lacks_service(round, question, *device) && at - device->service_sent_at[protocol] >= kRepeatGap) {
+    device->service_sent_at[protocol] = at;
+    add_service(writer, *device, &Writer::answer, false);
+  }
+  Device* host = live_device(town, town.host_index, question.name);
+  if (host != nullptr && lacks_address(round, question, *host) && at - host->host_sent_at[protocol] >= kRepeatGap) {
+    host->host_sent_at[protocol] = at;
+    add_addresses(writer, *host, &Writer::answer, false);
   }
   send_on(town, protocol, writer);
 }
 
-void note_known(Town& town, const air::Message& message, Round& round) {
-  for (const air::Record& record : message.answers) {
-    const auto known = town.instance_index.find(air::folded(record.target));
-    if (record.type == air::kTypePtr && known != town.instance_index.end() && record.ttl * 2 >= air::kOtherTtl) {
-      round.known.insert(known->second);
+void run_rounds(Town& town) {
+  for (std::size_t protocol = 0; protocol < town.sockets.size(); ++protocol) {
+    auto& rounds = town.rounds[protocol];
+    for (auto it = rounds.begin(); it != rounds.end();) {
+      if (it->second.due > air::now()) {
+        ++it;
+        continue;
+      }
+      const Round round = std::move(it->second);
+      it = rounds.erase(it);
+      for (const air::Question& question : round.questions)
+        answer_unique(town, protocol, round, question);
+      for (const std::size_t type : round.types)
+        answer_type(town, protocol, type, round);
     }
   }
 }
 
+void note_known(const air::Message& message, Round& round) {
+  for (const air::Record& record : message.answers) {
+    const bool is_host_record = record.type != air::kTypePtr && record.type != air::kTypeTxt;
+    if (record.ttl * 2 < (is_host_record ? air::kHostTtl : air::kOtherTtl))
+      continue;
+    std::string rdata = record.rdata;
+    if (record.type == air::kTypePtr)
+      rdata = record.target;
+    if (record.type == air::kTypeSrv)
+      rdata = record.rdata.substr(0, 6) + record.target;
+    round.known.insert(record_key(record.name, record.type, rdata));
+  }
+}
+
 void handle_query(Town& town, std::size_t protocol, const std::string& source, const air::Message& message) {
-  auto& rounds = town.rounds[protocol];
-  const bool more = (message.flags & air::kQueryTruncated) != 0;
+  const auto [entry, is_new] = town.rounds[protocol].try_emplace(source);
+  Round& round = entry->second;
   for (const air::Question& question : message.questions) {
     const auto type = town.type_index.find(question.name);
-    if (type == town.type_index.end() || !wants(question, air::kTypePtr)) {
-      answer_unique(town, protocol, question);
-      continue;
+    if (type != town.type_index.end() && wants(question, air::kTypePtr)) {
+      round.types.insert(type->second);
+    } else if (town.instance_index.contains(question.name) || town.host_index.contains(question.name)) {
+      round.questions.push_back(question);
     }
-    const double delay = more ? random_between(town, kTruncatedDelayMin, kTruncatedDelayMax)
-                              : random_between(town, kSharedDelayMin, kSharedDelayMax);
-    rounds.insert({{source, type->second}, {air::now() + delay, {}}});
   }
-  for (auto& [key, round] : rounds) {
-    if (key.first != source)
-      continue;
-    note_known(town, message, round);
-    if (more)
-      round.due = std::max(round.due, air::now() + kTruncatedDelayMin);
+  note_known(message, round);
+  const bool more = (message.flags & air::kQueryTruncated) != 0;
+  if (more) {
+    round.due = air::now() + random_between(town, kTruncatedDelayMin, kTruncatedDelayMax);
+  } else if (is_new) {
+    round.due = air::now() + (round.types.empty() ? 0 : random_between(town, kSharedDelayMin, kSharedDelayMax));
   }
 }
 
