@@ -45,8 +45,10 @@ int custom_service_find(std::string_view service_type) {
 int custom_service_find_or_add(std::string_view service_type) {
   const std::string_view key = without_local(service_type);
   CustomService* service = find(key);
-  if (service == nullptr && (service = new_service(key)) != nullptr) {
+  if (service == nullptr && !custom_services_are_full() && (service = new_service(key)) != nullptr) {
     HASH_ADD_KEYPTR(hh, gCustomServices, service->service_type, key.size(), service);
   }
   return service != nullptr ? service->index : -1;
 }
+
+bool custom_services_are_full() { return HASH_COUNT(gCustomServices) >= kMostCustomServices; }

@@ -32,6 +32,7 @@ struct Parsing {
   SettingsReport report;
   void* context;
   bool no_memory;
+  bool reported_too_many;
 };
 
 bool is_comment(std::string_view line) {
@@ -138,10 +139,20 @@ FencingSettings* fencing_record_by_name(SettingsReading& reading, std::string_vi
   return index != -1 ? fencing_record(reading, index) : nullptr;
 }
 
+// A custom service that got no index: one report tells of all of them, a lack of memory is the caller's to report.
+void leave_out_service(Parsing& parsing) {
+  if (!custom_services_are_full()) {
+    parsing.no_memory = true;
+  } else if (!parsing.reported_too_many) {
+    parsing.reported_too_many = true;
+    parsing.report(parsing.line, "too many custom service types since the program began, not configured", parsing.context);
+  }
+}
+
 void take_fencing_setting(Parsing& parsing, std::string_view service, std::string_view key, const char* value) {
   FencingSettings* settings = fencing_record_by_name(*parsing.reading, service);
   if (settings == nullptr) {
-    parsing.no_memory = true;
+    leave_out_service(parsing);
     return;
   }
   settings->present = true;
@@ -191,7 +202,7 @@ bool parse(Parsing& parsing) {
 }  // namespace
 
 SettingsReading* settings_read(const char* text, std::size_t size, SettingsReport report, void* context, bool* no_memory) {
-  Parsing parsing = {text, text + size, 0, 0, nullptr, new_reading(), report, context, false};
+  Parsing parsing = {text, text + size, 0, 0, nullptr, new_reading(), report, context, false, false};
   *no_memory = parsing.reading == nullptr;
   if (*no_memory) {
     return nullptr;

@@ -8,8 +8,9 @@
 //   anchor_ap = 02:00:00:00:00:01
 //
 // A missing file means that nothing is configured. A malformed one is reported once to syslog with its line and counts as
-// missing; a value that is no number is reported once with its line and counts as not configured. The file is read again
-// only when it has changed, and a transaction sees one reading from its begin to its cancel.
+// missing; so is one that cannot be read, is no regular file or is larger than 64 KiB. A value that is no number is reported once
+// with its line and counts as not configured. The file is read again only when it has changed, and a transaction sees one reading
+// from its begin to its cancel.
 #pragma once
 
 #include <cstdint>

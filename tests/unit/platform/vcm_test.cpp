@@ -1,6 +1,8 @@
 // What the store answers, given what the settings file says.
 #include "platform/vcm.h"
 
+#include "platform/custom_services.h"
+#include "unit/child_process.h"
 #include "unit/platform/settings_fixture.h"
 
 using testing::ElementsAre;
@@ -114,6 +116,22 @@ TEST_F(Vcm, HoldsManyCustomTypes) {
   for (int i = 0; i < 500; ++i) {
     EXPECT_THAT(Hop(Custom(("_many" + std::to_string(i) + "._udp").c_str()), kVcmFencingWired), Optional(i));
   }
+}
+
+TEST_F(Vcm, LeavesOutCustomTypesBeyondTheMostOfOneProcess) {
+  const ChildProcess child = run_in_child([this] {
+    std::string text;
+    for (int i = 0; i <= kMostCustomServices + 5; ++i) {
+      text += "[fencing _c" + std::to_string(i) + "._tcp]\nwireless_hop = 1\nwired_hop = 2\n";
+    }
+    GivenFile(text + "[fencing AirDisk]\nwireless_hop = 3\n");
+    EXPECT_THAT(Hop(0, kVcmFencingWireless), Optional(3)) << "the rest is configured";
+    EXPECT_THAT(Reports(),
+                ElementsAre(testing::HasSubstr(": too many custom service types since the program began, not configured")));
+    EXPECT_THAT(Hop(Custom("_c0._tcp"), kVcmFencingWireless), Optional(1));
+    EXPECT_EQ(Custom(("_c" + std::to_string(kMostCustomServices + 5) + "._tcp").c_str()), -1);
+  });
+  EXPECT_EQ(child.exit_status, 0) << describe(child);
 }
 
 TEST_F(Vcm, TakesTheNamesOfSectionsAndKeysExactly) {
