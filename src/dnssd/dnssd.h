@@ -48,8 +48,8 @@
 //
 // Reading order: api_lookup.cpp and api_publish.cpp (each dns_sd.h function: what is checked, which operation starts),
 // this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then browse.cpp, resolve.cpp, query.cpp
-// with answers.h; register.cpp and records.cpp with publications.cpp and pacing.h; last the ground: server.cpp, poll.cpp,
-// goodbye.cpp, signals.cpp, names.cpp, service_names.cpp.
+// with answers.h; register.cpp and records.cpp with publications.cpp, pacing.h, announcer.h, message.cpp and crowd.h; last
+// the ground: server.cpp, links.h, poll.cpp, signals.cpp, names.cpp, service_names.cpp.
 #pragma once
 
 #include <avahi-core/lookup.h>
@@ -123,8 +123,10 @@ struct Registration {
   std::uint32_t conflicts = 0;          // in the window that began at conflicts_since
   std::int64_t conflicts_since = 0;     // monotonic, microseconds
   AvahiTimeout* retry = nullptr;        // runs while the next name waits for its turn
-  Publication* service = nullptr;       // null while no name is tried
-  Publication* enumeration = nullptr;   // the record under _services._dns-sd._udp, shared by all of its type
+  // Each may be shared with other registrations that want the very same records.
+  Publication* service = nullptr;      // SRV and TXT, under the name that is tried or established; null: none is
+  std::vector<Publication*> pointers;  // the PTR records that lead to it, held once the name is established;
+                                       // the last one is the type's, under _services._dns-sd._udp
 };
 
 struct Record {
@@ -172,6 +174,7 @@ struct Engine {
   std::unordered_map<Serial, std::unique_ptr<Publication>> publications;
   std::deque<Reply> replies;
   std::size_t deliverable = 0;  // replies in the queue whose operation is still there
+  AvahiWatch* links = nullptr;    // on a netlink socket; null when the system refused it
   std::vector<Serial> changed_publications;  // state changes that Avahi reported, to be acted upon when it has returned
 };
 

@@ -6,6 +6,7 @@
 #include <avahi-core/log.h>
 #include <unistd.h>
 
+#include "dnssd/links.h"
 #include "dnssd/operations.h"
 #include "dnssd/publications.h"
 #include "dnssd/references.h"
@@ -41,6 +42,12 @@ void settle_publications() {
   }
 }
 
+void send_noted_goodbyes() {
+  for (const auto& [index, server] : gEngine->servers) {
+    if (!server->announcer.goodbyes.empty()) send_goodbyes(*server);
+  }
+}
+
 __attribute__((destructor)) void close_at_exit() {
   const LibraryCall call;
   if (gEngine != nullptr) engine_close();
@@ -56,6 +63,7 @@ LibraryCall::LibraryCall() {
 LibraryCall::~LibraryCall() {
   if (gEngine != nullptr) {
     settle_publications();
+    if (!gEngine->passing) send_noted_goodbyes();
     signals_review(gEngine->published > 0);
     poll_arm(gEngine->poll, gEngine->deliverable > 0);
   }
@@ -69,6 +77,7 @@ DNSServiceErrorType engine_open() {
   engine->owner = getpid();
   if (!poll_open(engine->poll)) return kErrServiceNotRunning;
   gEngine = engine.release();
+  links_open();
   return kDNSServiceErr_NoError;
 }
 
@@ -77,6 +86,7 @@ void engine_close_if_unused() {
 }
 
 void engine_close() {
+  publications_say_goodbye();
   for (const auto& [serial, operation] : gEngine->operations) {
     if (auto* browse = std::get_if<Browse>(&operation->part)) browse_stop(*browse);
     if (auto* resolve = std::get_if<Resolve>(&operation->part)) resolve_stop(*resolve);
@@ -86,6 +96,7 @@ void engine_close() {
   for (const auto& [index, server] : gEngine->servers) server_close(*server);
   publications_discard();
   signals_review(false);
+  links_close();
   poll_close(gEngine->poll);
   delete gEngine;
   gEngine = nullptr;

@@ -1,7 +1,6 @@
-// How fast publications are committed and withdrawn. Avahi compares each record that it is about to send with all those it
-// has sent within the last half second, so the work grows with the square of what is announced at about the same time:
-// most of it went there when 2000 services were committed at once. Held to a steady rate, it grows with their number.
-// The first ones, more than an ordinary link ever holds, go out at once, so that nobody waits who need not.
+// How fast things go out when there are many of them. What Avahi does for a record that it probes for grows with the number
+// that are probed for at about the same time, so that their whole cost grows with its square; held to a steady rate, it
+// grows with their number. The first ones, more than an ordinary link ever holds, go at once: nobody waits who need not.
 #pragma once
 
 #include <cstdint>
@@ -14,26 +13,33 @@ namespace dnssd {
 struct Server;
 struct Publication;
 
-// An allowance of records: spent as they are sent, growing back at a steady rate up to its size.
+struct Rate {
+  double burst;       // that many go at once
+  double per_second;  // that many follow
+};
+
+// What may go out now: spent as it does, growing back at a steady rate up to the burst.
 struct Allowance {
-  double records = 0;
+  double left = 0;
   std::int64_t counted_at = 0;  // monotonic, microseconds
 };
 
-// A server's publications that wait for their turn, oldest first, by serial (0 or unknown: gone meanwhile).
+void allowance_grow(Allowance& allowance, const Rate& rate);
+
+// Microseconds until something is left; 0: there is.
+std::int64_t allowance_wait(const Allowance& allowance, const Rate& rate);
+
+// A server's publications that wait to be committed, oldest first, by serial (an unknown one is gone meanwhile).
 struct Pacing {
-  Allowance commits;
-  Allowance withdrawals;
+  Allowance allowance;
   std::deque<std::uintptr_t> waiting;
-  std::deque<std::uintptr_t> leaving;
   AvahiTimeout* timer = nullptr;  // runs while any of them has to wait
 };
 
 void pacing_open(Server& server);
 void pacing_close(Server& server);
 
-// Puts a publication in the queue and does at once what the allowance permits. Not to be called from Avahi's code.
+// Puts a publication in the queue and commits at once what may be. Not to be called from Avahi's code.
 void pacing_commit(Publication& publication);
-void pacing_withdraw(Publication& publication);
 
 }  // namespace dnssd

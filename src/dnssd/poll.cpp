@@ -34,10 +34,11 @@ struct AvahiTimeout {
 namespace dnssd {
 namespace {
 
-// One pass takes at most this many ready descriptors (each is one packet) and due timers, so that the caller's loop comes
-// round within milliseconds; what is left keeps the descriptor readable.
+// One pass takes at most this many ready descriptors (each is one packet) and this much time for due timers, so that the
+// caller's loop comes round within milliseconds; what is left keeps the descriptor readable. (Not a number of timers: one
+// packet may bring hundreds, and Avahi's lists grow with those that are late.)
 constexpr int kEventsPerPass = 32;
-constexpr int kTimersPerPass = 64;
+constexpr std::int64_t kTimersPerPass = 10'000;  // microseconds
 
 constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
 
@@ -102,7 +103,8 @@ void wake_fired(AvahiWatch* watch, int fd, AvahiWatchEvent, void*) {
 
 void run_due_timers(Poll& poll) {
   const std::int64_t now = wall_clock_now();
-  for (int i = 0; i < kTimersPerPass && !poll.timers.empty() && poll.timers.begin()->first <= now; ++i) {
+  const std::int64_t end = monotonic_now() + kTimersPerPass;
+  while (!poll.timers.empty() && poll.timers.begin()->first <= now && monotonic_now() < end) {
     AvahiTimeout* timeout = poll.timers.begin()->second;
     timeout_update(timeout, nullptr);
     timeout->callback(timeout, timeout->userdata);

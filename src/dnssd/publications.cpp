@@ -1,15 +1,17 @@
 // Lifecycle of a publication:
-//   1. publication_new and publication_start put it in its server's queue; pacing calls publication_commit.
-//   2. Avahi reports a state; once its code has returned, publication_settle tells the holders.
+//   1. publication_new and publication_start; those that are probed for wait in their server's queue for pacing.
+//   2. publication_commit hands it to Avahi, which reports a state; once its code has returned, publication_settle
+//      announces what is established and tells the holders.
 //   3. After a conflict it is refused: its group is freed at once and the holders leave it.
-//   4. When the last holder has left, pacing calls publication_leave: the group is freed, which sends the goodbye. Until
-//      then Avahi goes on answering for it, and a new holder may still join.
+//   4. When the last holder has left, the group is freed and the goodbye noted, to be sent when the library is left.
 #include "dnssd/publications.h"
 
 #include <avahi-common/error.h>
 
 #include <algorithm>
 
+#include "dnssd/announcer.h"
+#include "dnssd/crowd.h"
 #include "dnssd/operations.h"
 #include "dnssd/pacing.h"
 #include "dnssd/references.h"
@@ -21,13 +23,6 @@ namespace {
 void drop_records(Publication& publication) {
   for (const PublishedRecord& published : publication.records) avahi_record_unref(published.record);
   publication.records.clear();
-  publication.records.shrink_to_fit();
-}
-
-void unshare(Publication& publication) {
-  if (publication.key.empty()) return;
-  publication.server->shared.erase(publication.key);
-  publication.key.clear();
 }
 
 void free_group(Publication& publication) {
@@ -35,24 +30,21 @@ void free_group(Publication& publication) {
   publication.group = nullptr;
 }
 
-void withdraw_replaced(Publication& publication) {
-  std::vector<Serial> replaced;
-  replaced.swap(publication.replaces);
-  for (const Serial serial : replaced) {
-    Publication* old = publication_find(serial);
-    if (old != nullptr && old->holders.empty()) pacing_withdraw(*old);
-  }
-}
-
 void erase(Publication& publication) {
   withdraw_replaced(publication);
   free_group(publication);
-  unshare(publication);
+  publication_unshare(publication);
   drop_records(publication);
   Server& server = *publication.server;
   --server.publications;
+  crowd_review(server);
   gEngine->publications.erase(publication.serial);
   server_review_idle(server);
+}
+
+void withdraw(Publication& publication) {
+  if (publication.stage == Stage::established) say_goodbye(publication);
+  erase(publication);
 }
 
 void report(Publication& publication, AvahiEntryGroupState state) {
@@ -60,48 +52,57 @@ void report(Publication& publication, AvahiEntryGroupState state) {
   gEngine->changed_publications.push_back(publication.serial);
 }
 
-// Runs inside Avahi's code: only notes what happened.
-void group_changed(AvahiServer*, AvahiSEntryGroup*, AvahiEntryGroupState state, void* userdata) {
-  report(*static_cast<Publication*>(userdata), state);
-}
-
-int add_records(Publication& publication) {
+int add_records(const Publication& publication, int more_flags) {
   const Server& server = *publication.server;
   for (const PublishedRecord& published : publication.records) {
+    const auto flags = static_cast<AvahiPublishFlags>(published.flags | more_flags | AVAHI_PUBLISH_NO_ANNOUNCE);
     const int error = avahi_server_add(server.avahi, publication.group, static_cast<AvahiIfIndex>(server.interface_index),
-                                       AVAHI_PROTO_UNSPEC, published.flags, published.record);
+                                       AVAHI_PROTO_UNSPEC, flags, published.record);
     if (error < 0) return error;
   }
   return AVAHI_OK;
 }
 
-// Withdraws at once what still waits to be withdrawn under the same unique name. False when nothing does.
-bool make_room_for(const Publication& publication) {
-  std::vector<Publication*> namesakes;
-  for (const Serial serial : publication.server->pacing.leaving) {
-    Publication* leaving = publication_find(serial);
-    if (leaving != nullptr && leaving->holders.empty() && leaving->unique_name == publication.unique_name) {
-      namesakes.push_back(leaving);
-    }
-  }
-  std::sort(namesakes.begin(), namesakes.end());
-  namesakes.erase(std::unique(namesakes.begin(), namesakes.end()), namesakes.end());
-  for (Publication* namesake : namesakes) erase(*namesake);
-  return !namesakes.empty();
+bool is_probed_for(const Publication& publication) {
+  return std::any_of(publication.records.begin(), publication.records.end(), [](const PublishedRecord& published) {
+    return (published.flags & AVAHI_PUBLISH_UNIQUE) && !(published.flags & AVAHI_PUBLISH_NO_PROBE);
+  });
 }
 
-int try_commit(Publication& publication) {
+void group_changed(AvahiServer*, AvahiSEntryGroup*, AvahiEntryGroupState, void*);
+
+// `more_flags` are added to each record's own.
+int hand_to_avahi(Publication& publication, int more_flags) {
   publication.group = avahi_s_entry_group_new(publication.server->avahi, group_changed, &publication);
   if (publication.group == nullptr) return AVAHI_ERR_NO_MEMORY;
-  const int error = add_records(publication);
-  if (error < 0) return error;
-  return avahi_s_entry_group_commit(publication.group);
+  const int error = add_records(publication, more_flags);
+  return error < 0 ? error : avahi_s_entry_group_commit(publication.group);
+}
+
+// Avahi goes on to announce what it has probed for, whatever the flags say, if the group is still there when it has called
+// back. A new one, without probes, takes its place.
+void take_over_from_probes(Publication& publication) {
+  free_group(publication);
+  publication.has_name = true;
+  const int error = hand_to_avahi(publication, AVAHI_PUBLISH_NO_PROBE);
+  if (error < 0) report(publication, AVAHI_ENTRY_GROUP_FAILURE);
+}
+
+// Runs inside Avahi's code, which lets go of a group that its callback has freed; all else is left to publication_settle.
+void group_changed(AvahiServer*, AvahiSEntryGroup*, AvahiEntryGroupState state, void* userdata) {
+  Publication& publication = *static_cast<Publication*>(userdata);
+  if (state == AVAHI_ENTRY_GROUP_ESTABLISHED && !publication.has_name && is_probed_for(publication)) {
+    take_over_from_probes(publication);
+  } else {
+    report(publication, state);
+  }
 }
 
 void refuse(Publication& publication) {
   publication.stage = Stage::refused;
   free_group(publication);
-  unshare(publication);
+  publication_unshare(publication);
+  withdraw_replaced(publication);
 }
 
 void tell(Serial holder, Publication& publication) {
@@ -113,23 +114,26 @@ void tell(Serial holder, Publication& publication) {
 
 }  // namespace
 
-Publication* publication_new(Server& server, Serial holder, std::vector<PublishedRecord>&& records) {
+Publication* publication_new(Server& server, Serial holder, const std::string& key, std::vector<PublishedRecord>&& records) {
   static Serial last = 0;
   auto owned = std::make_unique<Publication>();
   Publication* publication = owned.get();
   publication->serial = ++last;
   publication->server = &server;
-  publication->size = static_cast<unsigned>(records.size());
+  publication->key = key;
   publication->records = std::move(records);
   publication->holders.push_back(holder);
   ++server.publications;
+  crowd_review(server);
+  server.shared[key] = publication;
   gEngine->publications.emplace(publication->serial, std::move(owned));
   return publication;
 }
 
-void publication_share(Publication& publication, const std::string& key) {
-  publication.key = key;
-  publication.server->shared[key] = &publication;
+void publication_unshare(Publication& publication) {
+  if (publication.key.empty()) return;
+  publication.server->shared.erase(publication.key);
+  publication.key.clear();
 }
 
 Publication* publication_find_shared(const Server& server, const std::string& key) {
@@ -142,28 +146,43 @@ Publication* publication_find(Serial serial) {
   return found == gEngine->publications.end() ? nullptr : found->second.get();
 }
 
-void publication_start(Publication& publication) { pacing_commit(publication); }
+void publication_start(Publication& publication) {
+  if (is_probed_for(publication)) {
+    pacing_commit(publication);
+  } else {
+    publication_commit(publication);
+  }
+}
 
 void publication_join(Publication& publication, Serial holder) { publication.holders.push_back(holder); }
 
 void publication_release(Publication& publication, Serial holder) {
   std::erase(publication.holders, holder);
-  if (!publication.holders.empty()) return;
-  if (publication.group == nullptr) {
-    erase(publication);
-  } else {
-    pacing_withdraw(publication);
-  }
+  if (publication.holders.empty()) withdraw(publication);
+}
+
+void publication_forsake(Publication& publication, Serial holder) {
+  std::erase(publication.holders, holder);
+  if (publication.holders.empty()) erase(publication);
 }
 
 void publication_replace(Publication& from, Publication& to, Serial holder) {
-  const bool is_committed = to.stage != Stage::waiting;
-  if (is_committed) {
-    publication_release(from, holder);
-    return;
-  }
   std::erase(from.holders, holder);
-  if (from.holders.empty()) to.replaces.push_back(from.serial);
+  if (!from.holders.empty()) return;
+  if (to.stage == Stage::established && to.announcements_left == 0) {
+    withdraw(from);
+  } else {
+    to.replaces.push_back(from.serial);
+  }
+}
+
+void withdraw_replaced(Publication& publication) {
+  std::vector<Serial> replaced;
+  replaced.swap(publication.replaces);
+  for (const Serial serial : replaced) {
+    Publication* old = publication_find(serial);
+    if (old != nullptr && old->holders.empty()) withdraw(*old);
+  }
 }
 
 void publication_commit(Publication& publication) {
@@ -171,19 +190,28 @@ void publication_commit(Publication& publication) {
     erase(publication);
     return;
   }
-  int error = try_commit(publication);
-  if (error == AVAHI_ERR_COLLISION && !publication.unique_name.empty() && make_room_for(publication)) {
-    free_group(publication);
-    error = try_commit(publication);
-  }
-  drop_records(publication);
   publication.stage = Stage::committed;
+  const int error = hand_to_avahi(publication, 0);
   if (error < 0) report(publication, error == AVAHI_ERR_COLLISION ? AVAHI_ENTRY_GROUP_COLLISION : AVAHI_ENTRY_GROUP_FAILURE);
-  withdraw_replaced(publication);
 }
 
-void publication_leave(Publication& publication) {
-  if (publication.holders.empty()) erase(publication);
+void publication_begin_again(Publication& publication) {
+  if (publication.stage != Stage::committed && publication.stage != Stage::established) return;
+  if (!is_probed_for(publication)) {
+    if (publication.stage == Stage::established) announce(publication);
+    return;
+  }
+  free_group(publication);
+  publication.has_name = false;
+  publication.announcements_left = 0;
+  publication.stage = Stage::waiting;
+  pacing_commit(publication);
+}
+
+void publications_say_goodbye() {
+  for (const auto& [serial, publication] : gEngine->publications) {
+    if (publication->stage == Stage::established) say_goodbye(*publication);
+  }
 }
 
 void publications_discard() {
@@ -196,6 +224,7 @@ void publication_settle(Serial serial) {
   if (publication == nullptr || publication->stage == Stage::refused) return;
   if (publication->reported == AVAHI_ENTRY_GROUP_ESTABLISHED) {
     publication->stage = Stage::established;
+    if (publication->announcements_left == 0) announce(*publication);
   } else if (publication->reported == AVAHI_ENTRY_GROUP_COLLISION || publication->reported == AVAHI_ENTRY_GROUP_FAILURE) {
     refuse(*publication);
   } else {

@@ -13,52 +13,64 @@ struct PublishedRecord {
 enum class Stage {
   waiting,      // not yet committed
   committed,    // Avahi probes
-  established,  // announced
+  established,  // announced, and answered for
   refused,      // another host has the name, or Avahi refused the records
 };
 
-// Lives from publication_new until its last holder has left and it has been withdrawn.
+// Lives from publication_new until its last holder has left.
 struct Publication {
   Serial serial = 0;
   Server* server = nullptr;
   Stage stage = Stage::waiting;
   AvahiEntryGroupState reported = AVAHI_ENTRY_GROUP_UNCOMMITED;  // what Avahi said last
-  std::string key;           // in the server's `shared` under it; empty: it has one holder for ever
-  std::string unique_name;   // folded; the name that nobody else may have; empty: none
-  std::vector<PublishedRecord> records;  // until committed; Avahi keeps them from then on
-  unsigned size = 0;                     // records in it
-  AvahiSEntryGroup* group = nullptr;     // null before the commit and when refused
-  std::vector<Serial> holders;           // operations that want it
-  std::vector<Serial> replaces;          // publications to withdraw as soon as this one is committed
+  std::string key;  // it is in the server's `shared` under it; empty: nobody can join it
+  std::vector<PublishedRecord> records;
+  AvahiSEntryGroup* group = nullptr;  // null before the commit and when refused
+  bool has_name = false;              // its probes have succeeded
+  std::vector<Serial> holders;        // operations that want it
+  std::vector<Serial> replaces;       // publications to withdraw with this one's first announcement
+  std::int64_t announce_at = 0;       // monotonic, microseconds; the announcement that is due
+  unsigned announcements_left = 0;
 };
 
-// A new one with `holder`, not yet started. Takes over the references in `records`.
-Publication* publication_new(Server& server, Serial holder, std::vector<PublishedRecord>&& records);
+// A new one with `holder`, joinable under `key`, not yet started. Takes over the references in `records`.
+Publication* publication_new(Server& server, Serial holder, const std::string& key, std::vector<PublishedRecord>&& records);
 
-// Makes it joinable under `key`.
-void publication_share(Publication& publication, const std::string& key);
+// Lets nobody join it any more.
+void publication_unshare(Publication& publication);
 
-// The live publication under `key`, one that is about to be withdrawn included; null when there is none.
+// The live publication under `key`; null when there is none.
 Publication* publication_find_shared(const Server& server, const std::string& key);
 
 Publication* publication_find(Serial serial);
 
-// Commits it when its turn comes. Not to be called from Avahi's code (nor are the functions below).
+// Commits it: at once when nothing in it is probed for, else when its turn comes. Not to be called from Avahi's code (nor
+// are the functions below).
 void publication_start(Publication& publication);
 
 void publication_join(Publication& publication, Serial holder);
 
-// `holder` leaves; with the last one the publication is withdrawn when its turn comes.
+// `holder` leaves; with the last one the publication is withdrawn, with its goodbye.
 void publication_release(Publication& publication, Serial holder);
 
-// `holder` goes over from `from` to `to`; if it was the last, `from` is withdrawn once `to` has been committed, never before.
+// The same without a goodbye, for records that another host turned out to have as well.
+void publication_forsake(Publication& publication, Serial holder);
+
+// `holder` goes over from `from` to `to`; if it was the last, `from` is withdrawn when `to` is announced, never before.
 void publication_replace(Publication& from, Publication& to, Serial holder);
 
-// Pacing's two steps: its turn has come.
-void publication_commit(Publication& publication);
-void publication_leave(Publication& publication);
+// Withdraws what `publication` was to replace.
+void withdraw_replaced(Publication& publication);
 
-// When the engine ends: frees all of them without a word to their holders. Their servers are gone already.
+// Pacing: its turn has come.
+void publication_commit(Publication& publication);
+
+// Its interface has come back: probes for its name, if it is one that is probed for, and announces it (RFC 6762 section 8).
+void publication_begin_again(Publication& publication);
+
+// Notes the goodbyes of every established publication, and frees all of them: the engine ends. The groups go with their
+// servers.
+void publications_say_goodbye();
 void publications_discard();
 
 // Tells the holders of a change of state that Avahi has reported.

@@ -53,8 +53,8 @@ bool is_reverse_name(const std::string& name) {
   return folded.ends_with(".in-addr.arpa") || folded.ends_with(".ip6.arpa");
 }
 
-std::string key_of(const Record& record, const std::string& rdata) {
-  return fold_case(record.name) + '\n' + std::to_string(record.rrtype) + '\n' + rdata;
+std::string key_of(const std::string& name, std::uint16_t rrtype, const std::string& rdata) {
+  return fold_case(name) + '\n' + std::to_string(rrtype) + '\n' + rdata;
 }
 
 void queue_record_reply(Operation& operation, DNSServiceErrorType error) {
@@ -67,25 +67,6 @@ void tell_established(Operation& operation, Record& record) {
   if (record.told) return;
   record.told = true;
   queue_record_reply(operation, kDNSServiceErr_NoError);
-}
-
-// The publication of `rdata`, with the operation as one of its holders; *is_new: it has yet to be started. Null when the
-// rdata is none of the type.
-Publication* hold_publication(Operation& operation, const Record& record, const std::string& rdata, std::uint32_t ttl,
-                              int flags, bool* is_new) {
-  const std::string key = key_of(record, rdata);
-  Publication* publication = publication_find_shared(*operation.server, key);
-  *is_new = publication == nullptr;
-  if (publication != nullptr) {
-    publication_join(*publication, operation.serial);
-    return publication;
-  }
-  AvahiRecord* avahi_record = record_from_rdata(record.name, record.rrtype, rdata, ttl);
-  if (avahi_record == nullptr) return nullptr;
-  publication = publication_new(*operation.server, operation.serial,
-                                {{avahi_record, static_cast<AvahiPublishFlags>(flags)}});
-  publication_share(*publication, key);
-  return publication;
 }
 
 }  // namespace
@@ -123,38 +104,44 @@ std::string rdata_of(AvahiRecord& record) {
   return rdata;
 }
 
+Publication* record_hold(Operation& operation, const std::string& name, std::uint16_t rrtype, const std::string& rdata,
+                         std::uint32_t ttl, int flags) {
+  const std::string key = key_of(name, rrtype, rdata);
+  Publication* publication = publication_find_shared(*operation.server, key);
+  if (publication != nullptr) {
+    publication_join(*publication, operation.serial);
+    return publication;
+  }
+  AvahiRecord* record = record_from_rdata(name, rrtype, rdata, ttl);
+  if (record == nullptr) return nullptr;
+  publication = publication_new(*operation.server, operation.serial, key,
+                                {{record, static_cast<AvahiPublishFlags>(flags)}});
+  publication_start(*publication);
+  return publication;
+}
+
 DNSServiceErrorType record_start(Operation& operation, const std::string& rdata, std::uint32_t ttl) {
   Record& record = *std::get_if<Record>(&operation.part);
   const int flags = record.unique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_ALLOW_MULTIPLE : 0;
-  bool is_new = false;
-  record.publication = hold_publication(operation, record, rdata, ttl, flags, &is_new);
+  record.publication = record_hold(operation, record.name, record.rrtype, rdata, ttl, flags);
   if (record.publication == nullptr) return kDNSServiceErr_BadParam;
-  if (is_new) {
-    publication_start(*record.publication);
-  } else if (record.publication->stage == Stage::established) {
-    tell_established(operation, record);
-  }
+  if (record.publication->stage == Stage::established) tell_established(operation, record);
   return kDNSServiceErr_NoError;
 }
 
 DNSServiceErrorType record_update(Operation& operation, const std::string& rdata, std::uint32_t ttl) {
   Record& record = *std::get_if<Record>(&operation.part);
   if (record.publication == nullptr) return kDNSServiceErr_BadState;
-  if (record.publication->key == key_of(record, rdata)) return kDNSServiceErr_NoError;
+  if (record.publication->key == key_of(record.name, record.rrtype, rdata)) return kDNSServiceErr_NoError;
   // The name is ours already, so a unique record's new data needs no probes.
   const int flags =
       record.unique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_ALLOW_MULTIPLE | AVAHI_PUBLISH_NO_PROBE : 0;
-  bool is_new = false;
-  Publication* updated = hold_publication(operation, record, rdata, ttl, flags, &is_new);
+  Publication* updated = record_hold(operation, record.name, record.rrtype, rdata, ttl, flags);
   if (updated == nullptr) return kDNSServiceErr_BadParam;
   Publication& old = *record.publication;
   record.publication = updated;
   publication_replace(old, *updated, operation.serial);
-  if (is_new) {
-    publication_start(*updated);
-  } else if (updated->stage == Stage::established) {
-    tell_established(operation, record);
-  }
+  if (updated->stage == Stage::established) tell_established(operation, record);
   return kDNSServiceErr_NoError;
 }
 

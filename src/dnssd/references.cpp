@@ -36,7 +36,7 @@ void release_one(Serial serial) {
   gEngine->deliverable -= operation->queued;
   stop(*operation);
   if (is_published(*operation)) --gEngine->published;
-  if (operation->server != nullptr) server_unuse(*operation->server);
+  if (operation->server != nullptr) server_unuse(*operation->server, !is_published(*operation));
 }
 
 std::vector<Serial> members_of(Serial connection) {
@@ -59,7 +59,7 @@ Operation* operation_new(Serial connection, Server* server, void* context, declt
   operation->part = std::move(part);
   if (connection == 0) ++gEngine->connections;
   if (is_published(*operation)) ++gEngine->published;
-  if (server != nullptr) server_use(*server);
+  if (server != nullptr) server_use(*server, !is_published(*operation));
   gEngine->operations.emplace(operation->serial, std::move(owned));
   return operation;
 }

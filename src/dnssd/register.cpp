@@ -1,10 +1,12 @@
 // Lifecycle of a registration:
-//   1. registration_start: the service's records (SRV and TXT unique, PTR shared) become one publication under the name.
-//   2. Established: the caller is told the name, and the type is entered under _services._dns-sd._udp (RFC 6763 section 9),
-//      a record that all registrations of the type on the interface hold together.
-//   3. Conflict, before or after that: the publication is dropped, the next name tried, and the caller told that name once
+//   1. registration_start: the service's SRV and TXT records become a publication under the name, which is probed for.
+//   2. Established: the caller is told the name; the PTR records to it follow, and the type is entered under
+//      _services._dns-sd._udp (RFC 6763 section 9). Not before: Avahi answers for a shared record at once, and its goodbye
+//      after a lost probe would make another host's service of that name disappear.
+//   3. Conflict, before or after that: the publications are dropped, the next name tried, and the caller told that name once
 //      it is established; with NoAutoRename the caller is told of the conflict, and that is the end of it.
-//   4. registration_stop: both publications are released, the last holder's with its goodbye.
+//   4. registration_stop: all of them are released; the last holder's release sends the goodbye.
+#include "dnssd/announcer.h"
 #include "dnssd/engine.h"
 #include "dnssd/operations.h"
 #include "dnssd/publications.h"
@@ -19,8 +21,7 @@ constexpr std::uint32_t kConflictsMax = 15;
 constexpr std::int64_t kConflictWindow = 10'000'000;  // microseconds
 constexpr std::int64_t kConflictPause = 5'000'000;    // microseconds
 
-constexpr auto kUnique = AVAHI_PUBLISH_UNIQUE;
-constexpr auto kShared = static_cast<AvahiPublishFlags>(0);
+constexpr int kShared = 0;  // AVAHI_PUBLISH_ flags of a record that others may have too
 
 std::string to_rdata(const Name& name) {
   const std::vector<std::uint8_t> wire = name_to_wire(name);
@@ -33,39 +34,11 @@ std::string srv_rdata(const Registration& registration) {
   return std::string(head, sizeof head) + to_rdata(host ? *host : Name{});
 }
 
-// Adds one record; false when Avahi takes it for none.
-bool add(std::vector<PublishedRecord>& records, const Name& name, std::uint16_t rrtype, const std::string& rdata,
-         AvahiPublishFlags flags) {
+// Adds one unique record; false when Avahi takes it for none.
+bool add(std::vector<PublishedRecord>& records, const Name& name, std::uint16_t rrtype, const std::string& rdata) {
   AvahiRecord* record = record_from_rdata(name_to_avahi(name), rrtype, rdata, 0);
-  if (record != nullptr) records.push_back({record, flags});
+  if (record != nullptr) records.push_back({record, AVAHI_PUBLISH_UNIQUE});
   return record != nullptr;
-}
-
-// All records of the service under `instance`; a port of 0 keeps the name without letting it be found (dns_sd.h).
-bool add_service(std::vector<PublishedRecord>& records, const Registration& registration, const Name& instance) {
-  bool good = add(records, instance, AVAHI_DNS_TYPE_SRV, srv_rdata(registration), kUnique) &&
-              add(records, instance, AVAHI_DNS_TYPE_TXT, registration.txt, kUnique);
-  if (registration.port == 0) return good;
-  const std::string target = to_rdata(instance);
-  good = good && add(records, type_name(registration.type), AVAHI_DNS_TYPE_PTR, target, kShared);
-  for (const std::string& subtype : registration.type.subtypes) {
-    good = good && add(records, subtype_name(registration.type, subtype), AVAHI_DNS_TYPE_PTR, target, kShared);
-  }
-  return good;
-}
-
-// Publishes the service under its present name.
-DNSServiceErrorType try_name(Operation& operation, Registration& registration) {
-  const std::optional<Name> instance = prepend_label(registration.name, type_name(registration.type));
-  std::vector<PublishedRecord> records;
-  if (!instance || !add_service(records, registration, *instance)) {
-    for (const PublishedRecord& published : records) avahi_record_unref(published.record);
-    return kDNSServiceErr_BadParam;
-  }
-  registration.service = publication_new(*operation.server, operation.serial, std::move(records));
-  registration.service->unique_name = fold_case(name_to_avahi(*instance));
-  publication_start(*registration.service);
-  return kDNSServiceErr_NoError;
 }
 
 void queue_registration_reply(Operation& operation, const Registration& registration, DNSServiceErrorType error) {
@@ -77,21 +50,54 @@ void queue_registration_reply(Operation& operation, const Registration& registra
   reply_queue(operation, std::move(reply));
 }
 
-// Holds the record _services._dns-sd._udp.local PTR <type>, which the first registration of a type publishes.
-void enter_type(Operation& operation, Registration& registration) {
-  if (registration.enumeration != nullptr || registration.port == 0) return;
+// Holds a PTR record; its name and target are ours, so that it is never refused.
+void hold_pointer(Operation& operation, Registration& registration, const Name& name, const Name& target) {
+  Publication* publication =
+      record_hold(operation, name_to_avahi(name), AVAHI_DNS_TYPE_PTR, to_rdata(target), 0, kShared);
+  if (publication != nullptr) registration.pointers.push_back(publication);
+}
+
+// Holds the PTR records to the service under its type and each subtype, and the type's under _services._dns-sd._udp.
+void hold_pointers(Operation& operation, Registration& registration) {
   const Name type = type_name(registration.type);
-  const std::string key = "type\n" + fold_case(name_to_text(type));
-  registration.enumeration = publication_find_shared(*operation.server, key);
-  if (registration.enumeration != nullptr) {
-    publication_join(*registration.enumeration, operation.serial);
-    return;
+  const std::optional<Name> instance = prepend_label(registration.name, type);
+  if (!instance) return;
+  hold_pointer(operation, registration, type, *instance);
+  for (const std::string& subtype : registration.type.subtypes) {
+    hold_pointer(operation, registration, subtype_name(registration.type, subtype), *instance);
+  }
+  hold_pointer(operation, registration, Name{{"_services", "_dns-sd", "_udp", "local"}}, type);
+}
+
+// The name is ours: tells the caller, and lets others find it. A port of 0 only keeps the name (dns_sd.h).
+void name_established(Operation& operation, Registration& registration) {
+  if (registration.port != 0 && registration.pointers.empty()) hold_pointers(operation, registration);
+  if (registration.told == registration.name) return;
+  registration.told = registration.name;
+  queue_registration_reply(operation, registration, kDNSServiceErr_NoError);
+}
+
+// Publishes SRV and TXT under the present name.
+DNSServiceErrorType try_name(Operation& operation, Registration& registration) {
+  const std::optional<Name> instance = prepend_label(registration.name, type_name(registration.type));
+  if (!instance) return kDNSServiceErr_BadParam;
+  const std::string srv = srv_rdata(registration);
+  const std::string key = "service\n" + fold_case(name_to_avahi(*instance)) + '\n' + srv + '\n' + registration.txt;
+  registration.service = publication_find_shared(*operation.server, key);
+  if (registration.service != nullptr) {
+    publication_join(*registration.service, operation.serial);
+    if (registration.service->stage == Stage::established) name_established(operation, registration);
+    return kDNSServiceErr_NoError;
   }
   std::vector<PublishedRecord> records;
-  if (!add(records, Name{{"_services", "_dns-sd", "_udp", "local"}}, AVAHI_DNS_TYPE_PTR, to_rdata(type), kShared)) return;
-  registration.enumeration = publication_new(*operation.server, operation.serial, std::move(records));
-  publication_share(*registration.enumeration, key);
-  publication_start(*registration.enumeration);
+  if (!add(records, *instance, AVAHI_DNS_TYPE_SRV, srv) ||
+      !add(records, *instance, AVAHI_DNS_TYPE_TXT, registration.txt)) {
+    for (const PublishedRecord& published : records) avahi_record_unref(published.record);
+    return kDNSServiceErr_BadParam;
+  }
+  registration.service = publication_new(*operation.server, operation.serial, key, std::move(records));
+  publication_start(*registration.service);
+  return kDNSServiceErr_NoError;
 }
 
 // Whether the conflicts have come so fast that the next name has to wait.
@@ -119,9 +125,39 @@ void try_next_name(Operation& operation, Registration& registration) {
   poll_timer_start(registration.retry, kConflictPause);
 }
 
-void drop_service(Operation& operation, Registration& registration) {
+void release_all(Operation& operation, Registration& registration) {
+  for (Publication* pointer : registration.pointers) publication_release(*pointer, operation.serial);
+  registration.pointers.clear();
   if (registration.service != nullptr) publication_release(*registration.service, operation.serial);
   registration.service = nullptr;
+}
+
+// The name belongs to another host: its service must not hear our goodbyes. Only the type's own record gets one.
+void forsake_all(Operation& operation, Registration& registration) {
+  if (!registration.pointers.empty()) {
+    publication_release(*registration.pointers.back(), operation.serial);
+    registration.pointers.pop_back();
+  }
+  for (Publication* pointer : registration.pointers) publication_forsake(*pointer, operation.serial);
+  registration.pointers.clear();
+  publication_forsake(*registration.service, operation.serial);
+  registration.service = nullptr;
+}
+
+// Changes the TXT record of a service that nobody else holds, in place.
+bool update_in_place(Operation& operation, Publication& service, AvahiRecord* record) {
+  const Server& server = *operation.server;
+  const auto flags =
+      static_cast<AvahiPublishFlags>(AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_UPDATE | AVAHI_PUBLISH_NO_ANNOUNCE);
+  publication_unshare(service);
+  const int error = avahi_server_add(server.avahi, service.group, static_cast<AvahiIfIndex>(server.interface_index),
+                                     AVAHI_PROTO_UNSPEC, flags, record);
+  if (error < 0) return false;
+  PublishedRecord& published = service.records.back();
+  avahi_record_unref(published.record);
+  published.record = avahi_record_ref(record);
+  if (service.stage == Stage::established) announce(service);
+  return true;
 }
 
 }  // namespace
@@ -134,14 +170,11 @@ void registration_changed(Operation& operation, Publication& publication) {
   Registration& registration = *std::get_if<Registration>(&operation.part);
   if (registration.service != &publication) return;
   if (publication.stage == Stage::established) {
-    enter_type(operation, registration);
-    if (registration.told == registration.name) return;
-    registration.told = registration.name;
-    queue_registration_reply(operation, registration, kDNSServiceErr_NoError);
+    name_established(operation, registration);
     return;
   }
   const bool conflicts = publication.reported == AVAHI_ENTRY_GROUP_COLLISION;
-  drop_service(operation, registration);
+  forsake_all(operation, registration);
   if (conflicts && registration.auto_rename) {
     try_next_name(operation, registration);
   } else {
@@ -156,26 +189,23 @@ DNSServiceErrorType registration_update(Operation& operation, const std::string&
   AvahiRecord* record = record_from_rdata(name_to_avahi(*instance), AVAHI_DNS_TYPE_TXT, txt, ttl);
   if (record == nullptr) return kDNSServiceErr_BadParam;
   registration.txt = txt;
-  int error = 0;
-  if (registration.service != nullptr && registration.service->group != nullptr) {
-    const Server& server = *operation.server;
-    error = avahi_server_add(server.avahi, registration.service->group, static_cast<AvahiIfIndex>(server.interface_index),
-                             AVAHI_PROTO_UNSPEC,
-                             static_cast<AvahiPublishFlags>(AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_UPDATE), record);
-  } else if (registration.service != nullptr) {
-    drop_service(operation, registration);
-    try_name(operation, registration);
+  Publication* service = registration.service;
+  bool good = true;
+  if (service != nullptr && service->group != nullptr && service->holders.size() == 1) {
+    good = update_in_place(operation, *service, record);
+  } else if (service != nullptr) {
+    // Not yet committed, or held by others too, who keep what they have: then the new data is a service of its own.
+    release_all(operation, registration);
+    good = try_name(operation, registration) == kDNSServiceErr_NoError;
   }
   avahi_record_unref(record);
-  return error < 0 ? kDNSServiceErr_Unknown : kDNSServiceErr_NoError;
+  return good ? kDNSServiceErr_NoError : kDNSServiceErr_Unknown;
 }
 
 void registration_stop(Operation& operation, Registration& registration) {
   poll_timer_free(registration.retry);
   registration.retry = nullptr;
-  drop_service(operation, registration);
-  if (registration.enumeration != nullptr) publication_release(*registration.enumeration, operation.serial);
-  registration.enumeration = nullptr;
+  release_all(operation, registration);
 }
 
 }  // namespace dnssd

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 
+#include "dnssd/links.h"
 #include "dnssd/operations.h"
 
 namespace dnssd {
@@ -120,19 +121,23 @@ DNSServiceErrorType server_get(std::uint32_t interface_index, Server** server) {
   if (error != kDNSServiceErr_NoError) return error;
   made->linger = poll_timer_new(gEngine->poll, linger_over, made.get());
   pacing_open(*made);
+  announcer_open(*made);
   *server = made.get();
   gEngine->servers.emplace(interface_index, std::move(made));
+  links_note(**server);
   server_review_idle(**server);
   return kDNSServiceErr_NoError;
 }
 
-void server_use(Server& server) {
+void server_use(Server& server, bool looks_up) {
   ++server.operations;
+  if (looks_up) ++server.lookups;
   server_review_idle(server);
 }
 
-void server_unuse(Server& server) {
+void server_unuse(Server& server, bool looks_up) {
   --server.operations;
+  if (looks_up) --server.lookups;
   server_review_idle(server);
 }
 
@@ -145,6 +150,8 @@ void server_review_idle(Server& server) {
 }
 
 void server_close(Server& server) {
+  send_goodbyes(server);
+  announcer_close(server);
   pacing_close(server);
   poll_timer_free(server.linger);
   server.linger = nullptr;

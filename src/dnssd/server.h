@@ -1,6 +1,7 @@
 // One Avahi server per interface in use, bound to that interface.
 #pragma once
 
+#include "dnssd/announcer.h"
 #include "dnssd/dnssd.h"
 #include "dnssd/pacing.h"
 
@@ -15,9 +16,13 @@ struct Server {
   int sockets[2] = {-1, -1};  // Avahi's own for IPv4 and IPv6; -1: none
   int bind_error = 0;         // errno of a socket that could not be bound to the interface
   unsigned operations = 0;    // live operations on it
+  unsigned lookups = 0;       // those of them that look something up
   unsigned publications = 0;  // live publications on it
   AvahiTimeout* linger = nullptr;  // runs while neither is there
+  unsigned link = 0;       // what of its link is there, see links.h
+  bool is_crowded = false;  // see crowd.h
   Pacing pacing;
+  Announcer announcer;
   std::unordered_map<std::string, Publication*> shared;  // publications that further holders may join, by their key
 };
 
@@ -26,13 +31,14 @@ struct Server {
 // kDNSServiceErr_NoAuth when its sockets may not be bound to it, kErrServiceNotRunning when Avahi cannot run there.
 DNSServiceErrorType server_get(std::uint32_t interface_index, Server** server);
 
-void server_use(Server& server);
-void server_unuse(Server& server);
+// Counts an operation in or out; `looks_up`: it is a browse, a resolve or a query.
+void server_use(Server& server, bool looks_up);
+void server_unuse(Server& server, bool looks_up);
 
 // Starts or stops the idle timer, as the two counts say.
 void server_review_idle(Server& server);
 
-// Withdraws what it publishes and frees Avahi's server; `server` itself stays.
+// Sends the goodbyes that have been noted and frees Avahi's server; `server` itself stays.
 void server_close(Server& server);
 
 }  // namespace dnssd

@@ -1,0 +1,162 @@
+#include "dnssd/announcer.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "dnssd/crowd.h"
+#include "dnssd/message.h"
+#include "dnssd/publications.h"
+#include "dnssd/server.h"
+
+namespace dnssd {
+namespace {
+
+constexpr unsigned kAnnouncements = 2;                 // RFC 6762 section 8.3: at least two,
+constexpr std::int64_t kAnnouncementGap = 1'000'000;   // one second apart (microseconds)
+
+// What is established within this time shares a packet; far too short for anybody to notice.
+constexpr std::int64_t kGather = 20'000;  // microseconds
+
+// The records of 2000 services, five each, are announced twice in about ten seconds.
+constexpr Rate kAnnounceRate{512, 2000};
+
+// A full send buffer is waited for this long in all, so that a dead interface cannot hold up the process's end.
+constexpr int kSendPatience = 300;  // milliseconds
+
+constexpr std::uint16_t kPort = 5353;
+constexpr char kGroupIpv4[] = "224.0.0.251";
+constexpr char kGroupIpv6[] = "ff02::fb";
+
+// Sends `bytes` to `to`, waiting for room within `patience`. A protocol that the interface lacks refuses it, rightly.
+void send_bytes(int fd, const std::string& bytes, const sockaddr* to, socklen_t length, int& patience) {
+  while (sendto(fd, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL, to, length) < 0) {
+    const bool is_full = errno == EAGAIN || errno == ENOBUFS;
+    if (!is_full || patience <= 0) return;
+    constexpr int kStep = 10;  // milliseconds
+    pollfd room{fd, POLLOUT, 0};
+    poll(&room, 1, kStep);
+    patience -= kStep;
+  }
+}
+
+void send_ipv4(int fd, const std::string& bytes, int& patience) {
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(kPort);
+  inet_pton(AF_INET, kGroupIpv4, &to.sin_addr);
+  send_bytes(fd, bytes, reinterpret_cast<const sockaddr*>(&to), sizeof to, patience);
+}
+
+void send_ipv6(int fd, const std::string& bytes, std::uint32_t interface_index, int& patience) {
+  sockaddr_in6 to{};
+  to.sin6_family = AF_INET6;
+  to.sin6_port = htons(kPort);
+  to.sin6_scope_id = interface_index;
+  inet_pton(AF_INET6, kGroupIpv6, &to.sin6_addr);
+  send_bytes(fd, bytes, reinterpret_cast<const sockaddr*>(&to), sizeof to, patience);
+}
+
+void send_message(const Server& server, const Message& message, int& patience) {
+  if (message.answers == 0) return;
+  if (server.sockets[AVAHI_PROTO_INET] >= 0) send_ipv4(server.sockets[AVAHI_PROTO_INET], message.bytes, patience);
+  if (server.sockets[AVAHI_PROTO_INET6] >= 0) {
+    send_ipv6(server.sockets[AVAHI_PROTO_INET6], message.bytes, server.interface_index, patience);
+  }
+}
+
+// Appends a record, sending the message first when it is full.
+void append(const Server& server, Message& message, AvahiRecord& record, std::uint32_t ttl, bool is_unique, int& patience) {
+  if (message_add(message, record, ttl, is_unique)) return;
+  send_message(server, message, patience);
+  message = Message();
+  message_add(message, record, ttl, is_unique);
+}
+
+void schedule(Publication& publication, std::int64_t from_now) {
+  Announcer& announcer = publication.server->announcer;
+  publication.announce_at = monotonic_now() + from_now;
+  announcer.due.emplace(publication.announce_at, publication.serial);
+}
+
+// The next publication whose time has come and that may be sent now; null when there is none.
+Publication* next_due(Announcer& announcer) {
+  const std::int64_t now = monotonic_now();
+  while (!announcer.due.empty() && announcer.due.begin()->first <= now) {
+    if (announcer.allowance.left <= 0) return nullptr;
+    const auto [at, serial] = *announcer.due.begin();
+    announcer.due.erase(announcer.due.begin());
+    Publication* publication = publication_find(serial);
+    if (publication == nullptr || publication->announce_at != at || publication->stage != Stage::established) continue;
+    announcer.allowance.left -= static_cast<double>(publication->records.size());
+    return publication;
+  }
+  return nullptr;
+}
+
+void set_timer(Announcer& announcer) {
+  if (announcer.due.empty()) return;
+  const std::int64_t until_due = announcer.due.begin()->first - monotonic_now();
+  poll_timer_start(announcer.timer, std::max<std::int64_t>({until_due, allowance_wait(announcer.allowance, kAnnounceRate), 1}));
+}
+
+void send_due(AvahiTimeout*, void* userdata) {
+  Server& server = *static_cast<Server*>(userdata);
+  Announcer& announcer = server.announcer;
+  allowance_grow(announcer.allowance, kAnnounceRate);
+  const QuietScope quiet(server);
+  Message message;
+  int patience = 0;  // an announcement that finds no room is made good by the second one
+  while (Publication* publication = next_due(announcer)) {
+    for (const PublishedRecord& published : publication->records) {
+      append(server, message, *published.record, published.record->ttl, published.flags & AVAHI_PUBLISH_UNIQUE, patience);
+    }
+    if (--publication->announcements_left > 0) schedule(*publication, kAnnouncementGap);
+    withdraw_replaced(*publication);
+  }
+  send_message(server, message, patience);
+  set_timer(announcer);
+}
+
+}  // namespace
+
+void announcer_open(Server& server) {
+  server.announcer.allowance = {kAnnounceRate.burst, monotonic_now()};
+  server.announcer.timer = poll_timer_new(gEngine->poll, send_due, &server);
+}
+
+void announcer_close(Server& server) {
+  poll_timer_free(server.announcer.timer);
+  server.announcer.timer = nullptr;
+  server.announcer.due.clear();
+}
+
+void announce(Publication& publication) {
+  publication.announcements_left = kAnnouncements;
+  schedule(publication, kGather);
+  set_timer(publication.server->announcer);
+}
+
+void say_goodbye(const Publication& publication) {
+  for (const PublishedRecord& published : publication.records) {
+    publication.server->announcer.goodbyes.push_back(avahi_record_ref(published.record));
+  }
+}
+
+void send_goodbyes(Server& server) {
+  std::vector<AvahiRecord*> goodbyes;
+  goodbyes.swap(server.announcer.goodbyes);
+  Message message;
+  int patience = kSendPatience;
+  for (AvahiRecord* record : goodbyes) {
+    append(server, message, *record, 0, false, patience);
+    avahi_record_unref(record);
+  }
+  send_message(server, message, patience);
+}
+
+}  // namespace dnssd

@@ -1,0 +1,42 @@
+// Announces what has been established and says goodbye for what is withdrawn, in place of Avahi (every record is added with
+// AVAHI_PUBLISH_NO_ANNOUNCE). Avahi compares each record that it sends of its own accord with every other of the last half
+// second, announces each four times, and adds to it what belongs to it each time: for 2000 services at once that was most
+// of the work, and it grew with the square of their number. Here many records share a packet, and each is sent twice, one
+// second apart, which is what RFC 6762 section 8.3 asks for; queries are answered by Avahi as ever.
+#pragma once
+
+#include <avahi-core/rr.h>
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "dnssd/pacing.h"
+
+namespace dnssd {
+
+struct Server;
+struct Publication;
+
+struct Announcer {
+  std::multimap<std::int64_t, std::uintptr_t> due;  // publications by monotonic time in microseconds
+  Allowance allowance;
+  AvahiTimeout* timer = nullptr;        // runs while anything is due
+  std::vector<AvahiRecord*> goodbyes;   // owned references, to be sent when the library is left
+};
+
+void announcer_open(Server& server);
+
+// Forgets what is due; the goodbyes must have been sent.
+void announcer_close(Server& server);
+
+// Announces the publication, now and again in a second; what it replaces is withdrawn with the first announcement.
+void announce(Publication& publication);
+
+// Notes the goodbyes of a publication's records.
+void say_goodbye(const Publication& publication);
+
+// Sends the goodbyes that have been noted.
+void send_goodbyes(Server& server);
+
+}  // namespace dnssd

@@ -1,0 +1,28 @@
+// Multicast DNS responses that the library writes itself: announcements and goodbyes.
+#pragma once
+
+#include <avahi-core/rr.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "dnssd/names.h"
+
+namespace dnssd {
+
+// One response under construction, names compressed (RFC 1035 section 4.1.4, RFC 6762 section 18.14).
+struct Message {
+  Message();
+  std::string bytes;
+  std::uint16_t answers = 0;
+  std::unordered_map<std::string, std::uint16_t> names;  // where a name that may be pointed at stands, by its text
+};
+
+// Appends `record` with `ttl` (0: a goodbye) and, for one that is unique on the link, the cache-flush bit. False, and the
+// message is as it was, when it would grow beyond one frame; a message without answers takes any record that fits into the
+// 9000 bytes of RFC 6762 section 17.
+bool message_add(Message& message, AvahiRecord& record, std::uint32_t ttl, bool is_unique);
+
+}  // namespace dnssd
