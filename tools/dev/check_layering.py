@@ -16,9 +16,13 @@ LAYERS = ("platform", "runtime", "tables", "proxy", "config")
 SYSTEM_HEADERS = (
     (re.compile(r"avahi-"), {"dnssd"}),
     (re.compile(r"dns_sd\.h$"), {"dnssd", "runtime", "proxy"}),
-    (re.compile(r"(ini|uthash|utarray)\.h$"), {"platform"}),
+    (re.compile(r"ini\.h$"), {"platform", "tools"}),
+    (re.compile(r"(uthash|utarray)\.h$"), {"platform"}),
     (re.compile(r"CLI/|nlohmann/"), {"tools"}),
 )
+
+# A tool that foretells what the library will take asks the library's own code.
+OF_THE_LIBRARY_FOR_TOOLS = {"dnssd/names.h", "dnssd/service_names.h"}
 
 _INCLUDE = re.compile(r'\s*#\s*include\s*([<"])([^>"]+)[>"]')
 
@@ -38,6 +42,8 @@ def breach(path, folder, quoted, header):
     if folder == "dnssd":
         return None if target == "dnssd" else "the DNS-SD library includes nothing of the rest"
     if target == "dnssd":
+        if folder == "tools" and header in OF_THE_LIBRARY_FOR_TOOLS:
+            return None
         return "the rest knows of the DNS-SD library only <dns_sd.h>"
     if SCANNERS.search(path.as_posix()) and not SCANNERS.match(header):
         return "a scanner needs nothing of the daemon"
