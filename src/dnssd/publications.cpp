@@ -30,7 +30,9 @@ void free_group(Publication& publication) {
   publication.group = nullptr;
 }
 
+// Out of the table first: two that replace each other (a host that took an address again) must not erase each other twice.
 void erase(Publication& publication) {
+  const auto erased = gEngine->publications.extract(publication.serial);
   withdraw_replaced(publication);
   free_group(publication);
   publication_unshare(publication);
@@ -38,7 +40,6 @@ void erase(Publication& publication) {
   Server& server = *publication.server;
   --server.publications;
   crowd_review(server);
-  gEngine->publications.erase(publication.serial);
   server_review_idle(server);
 }
 
