@@ -5,7 +5,8 @@
 // the scanners accept, and other programs may rely on the same scanners (services_scanner.h, rules_scanner.h need nothing of the
 // daemon). Needs: the tables, add_proxy_rule.
 //
-// Sources, in reading order: services_scanner, services_file, rules_scanner, rules_file, init_config.
+// Sources, in reading order: quoted_value, services_scanner, rules_scanner, rule_values; messages; config_text, services_file,
+// rules_file, init_config.
 #pragma once
 
 #include <cstdio>

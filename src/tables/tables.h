@@ -10,7 +10,7 @@
 // Keys are compared byte for byte. Each operation takes its table's semaphore (runtime/startup.h) for itself and must not be
 // called while it is held. When the hash library itself finds no memory the process ends with status -1 and no message.
 //
-// Sources, in reading order: interface_table.cpp, service_catalog.cpp, rule_table.cpp, table_dump.cpp.
+// Sources, in reading order: interface_table.cpp, service_catalog.cpp (messages.h), rule_table.cpp, table_dump.cpp.
 #pragma once
 
 #include <cstdint>
