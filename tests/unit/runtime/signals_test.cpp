@@ -101,6 +101,7 @@ TEST_F(SignalHandler, GoesOnAfterSigio) {
                                         "Received SIGPOLL signal (29), unhandled, ignoring and continuing execution as normal.",
                                         HasSubstr("continuing execution...")));
     EXPECT_THAT(fake_syslog::texts(LOG_WARNING), testing::SizeIs(1));
+    EXPECT_THAT(Priorities(), ElementsAre(LOG_WARNING, LOG_DEBUG));
   });
   EXPECT_EQ(child.exit_status, 0) << describe(child);
 }

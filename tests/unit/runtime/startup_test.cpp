@@ -164,11 +164,51 @@ TEST_F(MainInit, SaysSoOnceMoreInDebugMode) {
                             ":handle_error(): aMyStatusCode = 999"}));
 }
 
+TEST_F(MainInit, ShowsOnlyTheErrorBelowTheHighestVerbosity) {
+  Run([this] {
+    GivenDebugMode(4);
+    fake_process::fail_call("sem_trywait", 1, EAGAIN);
+  });
+  EXPECT_THAT(DebugStream(), testing::MatchesRegex("mdnsproxy.c:[0-9]+:handle_error\\(\\): aMyStatusCode = 999 != "
+                                                   "MYSTATUS__RUNNING__OK, calling exit_clean\\(\\)\\.\\.\\.\n"));
+}
+
 TEST_F(MainInit, FailsWhenASemaphoreCanBeTakenTwice) {
   const ChildProcess child = Run([] { fake_process::always("sem_trywait", 0); });
   EXPECT_EQ(child.exit_status, 999 % 256);
   EXPECT_THAT(child.err, HasSubstr(warning_line(kSecondTrywaitSucceeded)));
   EXPECT_EQ(StatusFile(), std::string("999\n") + kSecondTrywaitSucceeded + "\n");
+}
+
+TEST_F(MainInit, TestsTheSemaphoreBetweenItsMessages) {
+  const ChildProcess child = Run([] {
+    fake_syslog::on_message([] {
+      if (Messages().back().starts_with("main_init(): ")) {
+        int value = -1;
+        sem_getvalue(&gIfNameToIndexSemaphore, &value);
+        std::printf("%d", value);
+      }
+    });
+  });
+  EXPECT_EQ(child.out, "10001011") << "its count at each message, from the first to the last";
+}
+
+TEST_F(MainInit, BeginsAfterTheSettingsAndFinishesAfterTheConnections) {
+  GivenSettings("[mdnsproxy]\nlog_level = enable\n");
+  const ChildProcess child = Run([] {
+    fake_syslog::on_message([] {
+      if (Messages().back() == "main_init...") {
+        EXPECT_THAT(fake_syslog::masks(), ElementsAre(255));
+        EXPECT_THAT(fake_process::calls_of("sem_init"), IsEmpty());
+        std::printf("began ");
+      } else if (Messages().back() == "main_init(): FINISHED.\n\n") {
+        EXPECT_THAT(fake_dns_sd::calls("DNSServiceCreateConnection"), testing::SizeIs(2));
+        std::printf("finished");
+      }
+    });
+  });
+  EXPECT_EQ(child.exit_status, 0) << describe(child);
+  EXPECT_EQ(child.out, "began finished");
 }
 
 TEST_F(MainInit, MakesNoConnectionBeforeItsSemaphoresAreTested) {

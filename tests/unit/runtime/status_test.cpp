@@ -216,6 +216,12 @@ TEST_F(Status, HasAThirdEmptyLineBehindAMessageWithItsOwnNewline) {
   EXPECT_EQ(StatusFile(), "0\nFinished startup\n\n");
 }
 
+TEST_F(Status, MayHaveAnEmptyMessage) {
+  const ChildProcess child = run_in_child([] { vupdate_status_file(1, "%s", ""); });
+  EXPECT_EQ(child.exit_status, 0) << describe(child);
+  EXPECT_EQ(StatusFile(), "1\n\n");
+}
+
 TEST_F(Status, IsTracedInOrder) {
   vupdate_status_file(1, "text");
   EXPECT_THAT(fake_syslog::lines(),
