@@ -1,5 +1,7 @@
 // Browse: one Avahi record browser for the PTR records of the type. It reports an instance once per protocol; the caller
-// hears of it when the first has it and when the last has lost it.
+// hears of it when the first has it and when the last has lost it. Goodbyes are heard earlier than Avahi believes them (see
+// departures.h).
+#include "dnssd/departures.h"
 #include "dnssd/engine.h"
 #include "dnssd/operations.h"
 
@@ -13,13 +15,14 @@ struct Instance {
 };
 
 // Nothing when the target is no instance of the type that is browsed.
-std::optional<Instance> instance_of(const Browse& browse, const char* target) {
-  const std::optional<Name> name = parse_name(target);
-  if (!name || name->labels.size() != browse.type.labels.size() + 1) return std::nullopt;
-  const Name rest{{name->labels.begin() + 1, name->labels.end()}};
+std::optional<Instance> instance_of(const Browse& browse, const Name& target) {
+  if (target.labels.size() != browse.type.labels.size() + 1)
+    return std::nullopt;
+  const Name rest{{target.labels.begin() + 1, target.labels.end()}};
   const std::string text = name_to_text(rest);
-  if (fold_case(text) != fold_case(name_to_text(browse.type))) return std::nullopt;
-  return Instance{name->labels[0], rest.labels[0] + "." + rest.labels[1] + "."};
+  if (fold_case(text) != fold_case(name_to_text(browse.type)))
+    return std::nullopt;
+  return Instance{target.labels[0], rest.labels[0] + "." + rest.labels[1] + "."};
 }
 
 void queue_browse_reply(Operation& operation, DNSServiceFlags flags, const Instance& instance) {
@@ -34,14 +37,17 @@ void instance_found(Operation& operation, Browse& browse, unsigned protocol, con
   unsigned& protocols = browse.instances[fold_case(instance.name)];
   const bool is_new = protocols == 0;
   protocols |= protocol;
-  if (is_new) queue_browse_reply(operation, kDNSServiceFlagsAdd, instance);
+  if (is_new)
+    queue_browse_reply(operation, kDNSServiceFlagsAdd, instance);
 }
 
 void instance_lost(Operation& operation, Browse& browse, unsigned protocol, const Instance& instance) {
   const auto found = browse.instances.find(fold_case(instance.name));
-  if (found == browse.instances.end()) return;
+  if (found == browse.instances.end())
+    return;
   found->second &= ~protocol;
-  if (found->second != 0) return;
+  if (found->second != 0)
+    return;
   browse.instances.erase(found);
   queue_browse_reply(operation, 0, instance);
 }
@@ -55,31 +61,58 @@ void browser_failed(Operation& operation) {
 void ptr_changed(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record,
                  AvahiLookupResultFlags, void* userdata) {
   Operation& operation = *static_cast<Operation*>(userdata);
-  if (event == AVAHI_BROWSER_FAILURE) browser_failed(operation);
-  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE) return;
-  Browse& browse = *std::get_if<Browse>(&operation.part);
-  const std::optional<Instance> instance = instance_of(browse, record->data.ptr.name);
-  if (!instance) return;
+  if (event == AVAHI_BROWSER_FAILURE)
+    browser_failed(operation);
+  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE)
+    return;
+  const std::optional<Name> target = parse_name(record->data.ptr.name);
+  if (!target)
+    return;
   const unsigned bit = protocol == AVAHI_PROTO_INET6 ? 2u : 1u;
   if (event == AVAHI_BROWSER_NEW) {
-    instance_found(operation, browse, bit, *instance);
+    browse_found(operation, bit, *target);
   } else {
-    instance_lost(operation, browse, bit, *instance);
+    browse_lost(operation, bit, *target);
   }
 }
 
 }  // namespace
+
+bool browse_has(const Browse& browse, unsigned protocol, const Name& target) {
+  const std::optional<Instance> instance = instance_of(browse, target);
+  const auto found = instance ? browse.instances.find(fold_case(instance->name)) : browse.instances.end();
+  return found != browse.instances.end() && (found->second & protocol) != 0;
+}
+
+void browse_found(Operation& operation, unsigned protocol, const Name& target) {
+  Browse& browse = *std::get_if<Browse>(&operation.part);
+  const std::optional<Instance> instance = instance_of(browse, target);
+  if (instance)
+    instance_found(operation, browse, protocol, *instance);
+}
+
+void browse_lost(Operation& operation, unsigned protocol, const Name& target) {
+  Browse& browse = *std::get_if<Browse>(&operation.part);
+  const std::optional<Instance> instance = instance_of(browse, target);
+  if (instance)
+    instance_lost(operation, browse, protocol, *instance);
+}
 
 DNSServiceErrorType browse_start(Operation& operation, const ServiceType& type) {
   Browse& browse = *std::get_if<Browse>(&operation.part);
   browse.type = type_name(type);
   const Name asked = type.subtypes.empty() ? browse.type : subtype_name(type, type.subtypes[0]);
   browse.browser = record_browser_new(operation, asked, AVAHI_DNS_TYPE_PTR, ptr_changed);
-  return browse.browser == nullptr ? kDNSServiceErr_BadParam : kDNSServiceErr_NoError;
+  if (browse.browser == nullptr)
+    return kDNSServiceErr_BadParam;
+  departures_watch(operation, asked);
+  return kDNSServiceErr_NoError;
 }
 
 void browse_stop(Browse& browse) {
-  if (browse.browser != nullptr) avahi_s_record_browser_free(browse.browser);
+  departures_unwatch(browse);
+  if (browse.browser != nullptr)
+    avahi_s_record_browser_free(browse.browser);
   browse.browser = nullptr;
 }
 

@@ -47,8 +47,8 @@
 // others. It includes nothing of the rest of this source tree.
 //
 // Reading order: api_lookup.cpp and api_publish.cpp (each dns_sd.h function: what is checked, which operation starts),
-// this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then browse.cpp, resolve.cpp, query.cpp
-// with answers.h; register.cpp and records.cpp with publications.cpp, pacing.h, announcer.h, message.cpp and crowd.h; last
+// this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then browse.cpp with departures.h and
+// pointer_records.h, resolve.cpp, query.cpp with answers.h; register.cpp and records.cpp with publications.cpp, pacing.h, announcer.h, message.cpp and crowd.h; last
 // the ground: server.cpp, links.h, poll.cpp, signals.cpp, names.cpp, service_names.cpp.
 #pragma once
 

@@ -3,8 +3,10 @@
 #include <avahi-common/error.h>
 #include <avahi-common/malloc.h>
 #include <avahi-core/core.h>
+#include <fcntl.h>
 #include <net/if.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -149,14 +151,23 @@ void server_review_idle(Server& server) {
   }
 }
 
+// Avahi sends what it still has to answer when it is freed, with the records' full lifetimes: so the goodbyes come last, over
+// copies of its sockets.
 void server_close(Server& server) {
-  send_goodbyes(server);
   announcer_close(server);
   pacing_close(server);
   poll_timer_free(server.linger);
   server.linger = nullptr;
+  for (int& fd : server.sockets) {
+    if (fd >= 0) fd = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+  }
   avahi_server_free(server.avahi);
   server.avahi = nullptr;
+  send_goodbyes(server);
+  for (int& fd : server.sockets) {
+    if (fd >= 0) close(fd);
+    fd = -1;
+  }
 }
 
 AvahiSRecordBrowser* record_browser_new(Operation& operation, const Name& name, std::uint16_t rrtype,

@@ -1,0 +1,284 @@
+// Lifecycle of a departure: a goodbye for a present instance makes it (waiting); a live record in time ends it; else it is
+// told to the browse, stays until Avahi must have noticed too, and ends. A live record in that time brings the instance back,
+// but only once what was cached of its former life is gone. Lifecycle of a listener: the first browse on its interface makes it, the last one ends it.
+#include "dnssd/departures.h"
+
+#include <arpa/inet.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <map>
+#include <memory>
+#include <set>
+#include <utility>
+
+#include "dnssd/engine.h"
+#include "dnssd/pointer_records.h"
+#include "dnssd/server.h"
+
+namespace dnssd {
+namespace {
+
+// How long somebody may contradict a goodbye before it is believed. RFC 6762 section 10.1 gives one second; the rest of it is for
+// the withdrawal to reach another link.
+constexpr std::int64_t kBelievedAfter = 750'000;
+// Until Avahi has dropped the record as well: its second, and as much again for a busy machine.
+constexpr std::int64_t kForgottenAfter = 1'250'000;
+// What a new life's records replace goes one second after them (RFC 6762 section 10.2): found earlier, the instance would be
+// resolved to where it was.
+constexpr std::int64_t kBackAfter = 1'050'000;
+
+constexpr std::uint16_t kMulticastDnsPort = 5353;
+constexpr char kGroup4[] = "224.0.0.251";
+constexpr char kGroup6[] = "ff02::fb";
+constexpr unsigned kIpv4 = 1;
+constexpr unsigned kIpv6 = 2;
+
+// The largest message of RFC 6762 section 17.
+constexpr std::size_t kMessageMax = 9000;
+constexpr int kReceiveBufferBytes = 1024 * 1024;
+
+struct Watcher;
+
+struct Departure {
+  Watcher* watcher = nullptr;
+  Name target;
+  unsigned protocol = 0;
+  bool told = false;
+  bool is_back = false;           // heard alive since it was told
+  AvahiTimeout* timer = nullptr;  // owned
+};
+
+// One browse. A departure's key: the folded target and the protocol.
+struct Watcher {
+  Operation* operation = nullptr;
+  std::string asked;  // folded
+  std::map<std::pair<std::string, unsigned>, std::unique_ptr<Departure>> departures;
+};
+
+struct Listener {
+  std::array<AvahiWatch*, 2> watches{};  // IPv4, IPv6; null: not to be had
+  std::array<int, 2> sockets{-1, -1};
+  std::map<const Browse*, std::unique_ptr<Watcher>> watchers;
+};
+
+// By interface index. Those of a parent's engine are forgotten in a forked child; their descriptors were closed with it.
+std::map<std::uint32_t, std::unique_ptr<Listener>> listeners;
+const Engine* listeners_owner = nullptr;
+
+void forget_foreign_listeners() {
+  if (listeners_owner == gEngine)
+    return;
+  for (auto& [index, listener] : listeners)
+    static_cast<void>(listener.release());
+  listeners.clear();
+  listeners_owner = gEngine;
+}
+
+void end_departure(Watcher& watcher, const std::pair<std::string, unsigned>& key) {
+  const auto found = watcher.departures.find(key);
+  if (found == watcher.departures.end())
+    return;
+  poll_timer_free(found->second->timer);
+  watcher.departures.erase(found);
+}
+
+std::pair<std::string, unsigned> key_of(const Name& target, unsigned protocol) {
+  return {fold_case(name_to_text(target)), protocol};
+}
+
+void departure_over(const Departure& departure) {
+  Operation& operation = *departure.watcher->operation;
+  const Name target = departure.target;
+  const unsigned protocol = departure.protocol;
+  const bool is_back = departure.is_back;
+  end_departure(*departure.watcher, key_of(target, protocol));
+  if (is_back)
+    browse_found(operation, protocol, target);
+}
+
+void departure_due(AvahiTimeout*, void* userdata) {
+  Departure& departure = *static_cast<Departure*>(userdata);
+  if (departure.told) {
+    departure_over(departure);
+    return;
+  }
+  departure.told = true;
+  poll_timer_start(departure.timer, kForgottenAfter);
+  browse_lost(*departure.watcher->operation, departure.protocol, departure.target);
+}
+
+void begin_departure(Watcher& watcher, unsigned protocol, const Name& target) {
+  auto departure = std::make_unique<Departure>();
+  departure->watcher = &watcher;
+  departure->target = target;
+  departure->protocol = protocol;
+  departure->timer = poll_timer_new(gEngine->poll, departure_due, departure.get());
+  poll_timer_start(departure->timer, kBelievedAfter);
+  watcher.departures.emplace(key_of(target, protocol), std::move(departure));
+}
+
+void heard_goodbye(Watcher& watcher, unsigned protocol, const Name& target) {
+  const auto found = watcher.departures.find(key_of(target, protocol));
+  if (found != watcher.departures.end()) {
+    found->second->is_back = false;
+  } else if (browse_has(*std::get_if<Browse>(&watcher.operation->part), protocol, target)) {
+    begin_departure(watcher, protocol, target);
+  }
+}
+
+void heard_alive(Watcher& watcher, unsigned protocol, const Name& target) {
+  if (watcher.departures.empty())
+    return;
+  const auto key = key_of(target, protocol);
+  const auto found = watcher.departures.find(key);
+  if (found == watcher.departures.end())
+    return;
+  if (!found->second->told) {
+    end_departure(watcher, key);
+  } else if (!found->second->is_back) {
+    found->second->is_back = true;
+    poll_timer_start(found->second->timer, kBackAfter);
+  }
+}
+
+void heard(Listener& listener, unsigned protocol, const PointerRecord& record) {
+  const std::string owner = fold_case(name_to_text(record.owner));
+  for (const auto& [browse, watcher] : listener.watchers) {
+    if (watcher->asked != owner)
+      continue;
+    if (record.ttl == 0) {
+      heard_goodbye(*watcher, protocol, record.target);
+    } else {
+      heard_alive(*watcher, protocol, record.target);
+    }
+  }
+}
+
+// Anything that did not come from the port of multicast DNS is no response (RFC 6762 section 6).
+bool from_multicast_dns(const sockaddr_storage& sender) {
+  if (sender.ss_family == AF_INET) {
+    return ntohs(reinterpret_cast<const sockaddr_in&>(sender).sin_port) == kMulticastDnsPort;
+  }
+  return sender.ss_family == AF_INET6 && ntohs(reinterpret_cast<const sockaddr_in6&>(sender).sin6_port) == kMulticastDnsPort;
+}
+
+void message_arrived(AvahiWatch*, int fd, AvahiWatchEvent, void* userdata) {
+  Listener& listener = *static_cast<Listener*>(userdata);
+  std::array<std::uint8_t, kMessageMax> bytes;
+  sockaddr_storage sender{};
+  socklen_t sender_size = sizeof sender;
+  const ssize_t length =
+      recvfrom(fd, bytes.data(), bytes.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sender), &sender_size);
+  if (length <= 0 || !from_multicast_dns(sender))
+    return;
+  const unsigned protocol = sender.ss_family == AF_INET6 ? kIpv6 : kIpv4;
+  for (const PointerRecord& record : read_pointer_records({bytes.data(), static_cast<std::size_t>(length)})) {
+    heard(listener, protocol, record);
+  }
+}
+
+bool join_and_bind4(int fd, std::uint32_t interface_index) {
+  sockaddr_in group{};
+  group.sin_family = AF_INET;
+  group.sin_port = htons(kMulticastDnsPort);
+  inet_pton(AF_INET, kGroup4, &group.sin_addr);
+  ip_mreqn membership{};
+  membership.imr_multiaddr = group.sin_addr;
+  membership.imr_ifindex = static_cast<int>(interface_index);
+  setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership);  // Avahi's does as well
+  return bind(fd, reinterpret_cast<const sockaddr*>(&group), sizeof group) == 0;
+}
+
+bool join_and_bind6(int fd, std::uint32_t interface_index) {
+  sockaddr_in6 group{};
+  group.sin6_family = AF_INET6;
+  group.sin6_port = htons(kMulticastDnsPort);
+  group.sin6_scope_id = interface_index;
+  inet_pton(AF_INET6, kGroup6, &group.sin6_addr);
+  ipv6_mreq membership{};
+  membership.ipv6mr_multiaddr = group.sin6_addr;
+  membership.ipv6mr_interface = interface_index;
+  setsockopt(fd, IPPROTO_IPV6, IPV6_JOIN_GROUP, &membership, sizeof membership);  // Avahi's does as well
+  return bind(fd, reinterpret_cast<const sockaddr*>(&group), sizeof group) == 0;
+}
+
+// A socket that gets what is sent to the group on this interface and nothing else; -1 when the system refuses it.
+int open_socket(int family, std::uint32_t interface_index) {
+  char name[IF_NAMESIZE];
+  if (if_indextoname(interface_index, name) == nullptr)
+    return -1;
+  const int fd = socket(family, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+  if (fd < 0)
+    return -1;
+  const int one = 1;
+  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+  setsockopt(fd, SOL_SOCKET, SO_REUSEPORT, &one, sizeof one);
+  setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes, sizeof kReceiveBufferBytes);
+  if (family == AF_INET6)
+    setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &one, sizeof one);
+  if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, name, sizeof name) == 0 &&
+      (family == AF_INET ? join_and_bind4(fd, interface_index) : join_and_bind6(fd, interface_index))) {
+    return fd;
+  }
+  close(fd);
+  return -1;
+}
+
+void open_listener(Listener& listener, std::uint32_t interface_index) {
+  const AvahiPoll api = poll_api(gEngine->poll);
+  constexpr std::array<int, 2> kFamilies = {AF_INET, AF_INET6};
+  for (std::size_t i = 0; i < kFamilies.size(); ++i) {
+    listener.sockets[i] = open_socket(kFamilies[i], interface_index);
+    if (listener.sockets[i] < 0)
+      continue;
+    listener.watches[i] = poll_watch_new(&api, listener.sockets[i], AVAHI_WATCH_IN, message_arrived, &listener);
+  }
+}
+
+void close_listener(Listener& listener) {
+  for (std::size_t i = 0; i < listener.sockets.size(); ++i) {
+    if (listener.watches[i] != nullptr)
+      poll_watch_free(listener.watches[i]);
+    if (listener.sockets[i] >= 0)
+      close(listener.sockets[i]);
+  }
+}
+
+}  // namespace
+
+void departures_watch(Operation& operation, const Name& asked) {
+  forget_foreign_listeners();
+  const std::uint32_t interface_index = operation.server->interface_index;
+  std::unique_ptr<Listener>& listener = listeners[interface_index];
+  if (listener == nullptr) {
+    listener = std::make_unique<Listener>();
+    open_listener(*listener, interface_index);
+  }
+  auto watcher = std::make_unique<Watcher>();
+  watcher->operation = &operation;
+  watcher->asked = fold_case(name_to_text(asked));
+  listener->watchers[std::get_if<Browse>(&operation.part)] = std::move(watcher);
+}
+
+void departures_unwatch(const Browse& browse) {
+  forget_foreign_listeners();
+  for (auto listener = listeners.begin(); listener != listeners.end(); ++listener) {
+    const auto found = listener->second->watchers.find(&browse);
+    if (found == listener->second->watchers.end())
+      continue;
+    for (auto& [key, departure] : found->second->departures)
+      poll_timer_free(departure->timer);
+    listener->second->watchers.erase(found);
+    if (listener->second->watchers.empty()) {
+      close_listener(*listener->second);
+      listeners.erase(listener);
+    }
+    return;
+  }
+}
+
+}  // namespace dnssd
