@@ -21,8 +21,8 @@ struct Publication;
 struct Announcer {
   std::multimap<std::int64_t, std::uintptr_t> due;  // publications by monotonic time in microseconds
   Allowance allowance;
-  AvahiTimeout* timer = nullptr;        // runs while anything is due
-  std::vector<AvahiRecord*> goodbyes;   // owned references, to be sent when the library is left
+  AvahiTimeout* timer = nullptr;       // runs while anything is due
+  std::vector<AvahiRecord*> goodbyes;  // owned references, to be sent when the library is left
 };
 
 void announcer_open(Server& server);

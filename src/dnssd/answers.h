@@ -8,9 +8,9 @@
 namespace dnssd {
 
 struct Answer {
-  unsigned protocols = 0;    // bit per Avahi protocol that has it
-  std::uint64_t order = 0;   // larger: became live later
-  std::uint32_t ttl = 0;     // seconds, as first reported
+  unsigned protocols = 0;   // bit per Avahi protocol that has it
+  std::uint64_t order = 0;  // larger: became live later
+  std::uint32_t ttl = 0;    // seconds, as first reported
 };
 
 struct AnswerSet {

@@ -14,11 +14,13 @@ DNSServiceErrorType begin_operation(DNSServiceRef* ref, DNSServiceFlags flags, s
   Serial connection = 0;
   if (flags & kFlagsShareConnection) {
     const Operation* shared = connection_of(*ref);
-    if (shared == nullptr) return kDNSServiceErr_BadReference;
+    if (shared == nullptr)
+      return kDNSServiceErr_BadReference;
     connection = shared->serial;
   }
   DNSServiceErrorType error = engine_open();
-  if (error != kDNSServiceErr_NoError) return error;
+  if (error != kDNSServiceErr_NoError)
+    return error;
   Server* server = nullptr;
   error = server_get(interface_index, &server);
   if (error != kDNSServiceErr_NoError) {
@@ -45,50 +47,56 @@ extern "C" {
 // A reference that others share. kErrServiceNotRunning when the system refuses the engine's descriptors.
 DNSServiceErrorType DNSServiceCreateConnection(DNSServiceRef* sdRef) {
   const LibraryCall call;
-  if (sdRef == nullptr) return kDNSServiceErr_BadParam;
+  if (sdRef == nullptr)
+    return kDNSServiceErr_BadParam;
   const DNSServiceErrorType error = engine_open();
-  if (error != kDNSServiceErr_NoError) return error;
+  if (error != kDNSServiceErr_NoError)
+    return error;
   *sdRef = service_ref(*operation_new(0, nullptr, nullptr, Connection{}));
   return kDNSServiceErr_NoError;
 }
 
 // `regtype` may name one subtype: "_ipp._tcp,_universal", or first: "_universal._ipp._tcp".
-DNSServiceErrorType DNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
-                                     const char* regtype, const char* domain, DNSServiceBrowseReply callBack,
-                                     void* context) {
+DNSServiceErrorType DNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex, const char* regtype,
+                                     const char* domain, DNSServiceBrowseReply callBack, void* context) {
   const LibraryCall call;
-  if (sdRef == nullptr || regtype == nullptr || callBack == nullptr) return kDNSServiceErr_BadParam;
+  if (sdRef == nullptr || regtype == nullptr || callBack == nullptr)
+    return kDNSServiceErr_BadParam;
   const std::optional<ServiceType> type = parse_browse_type(regtype);
-  if (!type) return kDNSServiceErr_BadParam;
-  if (!is_local_domain(domain)) return kDNSServiceErr_Unsupported;
+  if (!type)
+    return kDNSServiceErr_BadParam;
+  if (!is_local_domain(domain))
+    return kDNSServiceErr_Unsupported;
   Browse browse;
   browse.callback = callBack;
   Operation* operation = nullptr;
-  const DNSServiceErrorType error =
-      begin_operation(sdRef, flags, interfaceIndex, context, std::move(browse), &operation);
-  if (error != kDNSServiceErr_NoError) return error;
+  const DNSServiceErrorType error = begin_operation(sdRef, flags, interfaceIndex, context, std::move(browse), &operation);
+  if (error != kDNSServiceErr_NoError)
+    return error;
   return finish_operation(sdRef, operation, browse_start(*operation, *type));
 }
 
 // `name` is the plain instance name of a browse reply.
 DNSServiceErrorType DNSServiceResolve(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex, const char* name,
-                                      const char* regtype, const char* domain, DNSServiceResolveReply callBack,
-                                      void* context) {
+                                      const char* regtype, const char* domain, DNSServiceResolveReply callBack, void* context) {
   const LibraryCall call;
   if (sdRef == nullptr || name == nullptr || regtype == nullptr || domain == nullptr || callBack == nullptr) {
     return kDNSServiceErr_BadParam;
   }
   const std::optional<ServiceType> type = parse_service_type(regtype);
-  if (!type) return kDNSServiceErr_BadParam;
-  if (!is_local_domain(domain)) return kDNSServiceErr_Unsupported;
+  if (!type)
+    return kDNSServiceErr_BadParam;
+  if (!is_local_domain(domain))
+    return kDNSServiceErr_Unsupported;
   const std::optional<Name> instance = prepend_label(name, type_name(*type));
-  if (!instance) return kDNSServiceErr_BadParam;
+  if (!instance)
+    return kDNSServiceErr_BadParam;
   Resolve resolve;
   resolve.callback = callBack;
   Operation* operation = nullptr;
-  const DNSServiceErrorType error =
-      begin_operation(sdRef, flags, interfaceIndex, context, std::move(resolve), &operation);
-  if (error != kDNSServiceErr_NoError) return error;
+  const DNSServiceErrorType error = begin_operation(sdRef, flags, interfaceIndex, context, std::move(resolve), &operation);
+  if (error != kDNSServiceErr_NoError)
+    return error;
   return finish_operation(sdRef, operation, resolve_start(*operation, *instance));
 }
 
@@ -97,16 +105,20 @@ DNSServiceErrorType DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags 
                                           const char* fullname, uint16_t rrtype, uint16_t rrclass,
                                           DNSServiceQueryRecordReply callBack, void* context) {
   const LibraryCall call;
-  if (sdRef == nullptr || fullname == nullptr || rrtype == 0 || callBack == nullptr) return kDNSServiceErr_BadParam;
-  if (rrclass != kDNSServiceClass_IN) return kDNSServiceErr_Unsupported;
+  if (sdRef == nullptr || fullname == nullptr || rrtype == 0 || callBack == nullptr)
+    return kDNSServiceErr_BadParam;
+  if (rrclass != kDNSServiceClass_IN)
+    return kDNSServiceErr_Unsupported;
   const std::optional<Name> name = parse_name(fullname);
-  if (!name || name->labels.empty()) return kDNSServiceErr_BadParam;
+  if (!name || name->labels.empty())
+    return kDNSServiceErr_BadParam;
   Query query;
   query.callback = callBack;
   query.rrtype = rrtype;
   Operation* operation = nullptr;
   const DNSServiceErrorType error = begin_operation(sdRef, flags, interfaceIndex, context, std::move(query), &operation);
-  if (error != kDNSServiceErr_NoError) return error;
+  if (error != kDNSServiceErr_NoError)
+    return error;
   return finish_operation(sdRef, operation, query_start(*operation, *name));
 }
 
@@ -117,14 +129,16 @@ int DNSServiceRefSockFD(DNSServiceRef sdRef) {
 
 DNSServiceErrorType DNSServiceProcessResult(DNSServiceRef sdRef) {
   const LibraryCall call;
-  if (sdRef == nullptr) return kDNSServiceErr_BadParam;
+  if (sdRef == nullptr)
+    return kDNSServiceErr_BadParam;
   return operation_of(sdRef) == nullptr ? kDNSServiceErr_BadReference : engine_pass();
 }
 
 void DNSServiceRefDeallocate(DNSServiceRef sdRef) {
   const LibraryCall call;
   Operation* operation = operation_of(sdRef);
-  if (operation != nullptr) operation_release(operation);
+  if (operation != nullptr)
+    operation_release(operation);
 }
 
 }  // extern "C"

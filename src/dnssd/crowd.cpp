@@ -45,20 +45,25 @@ void loop_back(const Server& server, int yes) {
 
 void crowd_review(Server& server) {
   const bool is_crowded = server.publications > (server.is_crowded ? kCrowdEnds : kCrowdBegins);
-  if (is_crowded == server.is_crowded) return;
+  if (is_crowded == server.is_crowded)
+    return;
   server.is_crowded = is_crowded;
   for (const int fd : server.sockets) {
-    if (fd >= 0 && is_crowded) attach_filter(fd);
-    if (fd >= 0 && !is_crowded) detach_filter(fd);
+    if (fd >= 0 && is_crowded)
+      attach_filter(fd);
+    if (fd >= 0 && !is_crowded)
+      detach_filter(fd);
   }
 }
 
 QuietScope::QuietScope(const Server& server) : quiet_(server.is_crowded && server.lookups == 0 ? &server : nullptr) {
-  if (quiet_ != nullptr) loop_back(*quiet_, 0);
+  if (quiet_ != nullptr)
+    loop_back(*quiet_, 0);
 }
 
 QuietScope::~QuietScope() {
-  if (quiet_ != nullptr) loop_back(*quiet_, 1);
+  if (quiet_ != nullptr)
+    loop_back(*quiet_, 1);
 }
 
 }  // namespace dnssd

@@ -89,8 +89,8 @@ struct Connection {};
 struct Browse {
   DNSServiceBrowseReply callback = nullptr;
   AvahiSRecordBrowser* browser = nullptr;
-  Name type;                                             // _ipp._tcp.local: what an instance's name must end in
-  std::unordered_map<std::string, unsigned> instances;   // live ones: folded name to the protocols that still have it
+  Name type;                                            // _ipp._tcp.local: what an instance's name must end in
+  std::unordered_map<std::string, unsigned> instances;  // live ones: folded name to the protocols that still have it
 };
 
 struct Resolve {
@@ -114,15 +114,15 @@ struct Query {
 struct Registration {
   DNSServiceRegisterReply callback = nullptr;  // may be null
   ServiceType type;
-  std::string name;           // plain, as it is tried or established now
-  std::string told;           // the name in the last reply, empty before the first
-  std::string host;           // Avahi text
-  std::uint16_t port = 0;     // host order
-  std::string txt;            // rdata
+  std::string name;        // plain, as it is tried or established now
+  std::string told;        // the name in the last reply, empty before the first
+  std::string host;        // Avahi text
+  std::uint16_t port = 0;  // host order
+  std::string txt;         // rdata
   bool auto_rename = true;
-  std::uint32_t conflicts = 0;          // in the window that began at conflicts_since
-  std::int64_t conflicts_since = 0;     // monotonic, microseconds
-  AvahiTimeout* retry = nullptr;        // runs while the next name waits for its turn
+  std::uint32_t conflicts = 0;       // in the window that began at conflicts_since
+  std::int64_t conflicts_since = 0;  // monotonic, microseconds
+  AvahiTimeout* retry = nullptr;     // runs while the next name waits for its turn
   // Each may be shared with other registrations that want the very same records.
   Publication* service = nullptr;      // SRV and TXT, under the name that is tried or established; null: none is
   std::vector<Publication*> pointers;  // the PTR records that lead to it, held once the name is established;
@@ -141,7 +141,7 @@ struct Record {
 // One thing that the caller has a reference to.
 struct Operation {
   Serial serial = 0;
-  Serial connection = 0;  // the connection that it shares or belongs to; 0: it stands by itself
+  Serial connection = 0;     // the connection that it shares or belongs to; 0: it stands by itself
   Server* server = nullptr;  // null for a connection
   void* context = nullptr;
   unsigned queued = 0;  // replies that wait for delivery
@@ -163,18 +163,18 @@ struct Reply {
 
 // The process's one engine: made with the first reference, gone with the last one that is not part of a connection.
 struct Engine {
-  pid_t owner = 0;     // the process that made it; in a forked child it is not ours
+  pid_t owner = 0;  // the process that made it; in a forked child it is not ours
   Poll poll;
-  bool lost = false;   // the descriptor or an Avahi server failed: nothing works any more
-  bool passing = false;         // DNSServiceProcessResult is running
-  unsigned connections = 0;     // live references that stand by themselves
-  unsigned published = 0;       // live registrations and records
+  bool lost = false;         // the descriptor or an Avahi server failed: nothing works any more
+  bool passing = false;      // DNSServiceProcessResult is running
+  unsigned connections = 0;  // live references that stand by themselves
+  unsigned published = 0;    // live registrations and records
   std::unordered_map<Serial, std::unique_ptr<Operation>> operations;
   std::map<std::uint32_t, std::unique_ptr<Server>> servers;  // by interface index
   std::unordered_map<Serial, std::unique_ptr<Publication>> publications;
   std::deque<Reply> replies;
-  std::size_t deliverable = 0;  // replies in the queue whose operation is still there
-  AvahiWatch* links = nullptr;    // on a netlink socket; null when the system refused it
+  std::size_t deliverable = 0;               // replies in the queue whose operation is still there
+  AvahiWatch* links = nullptr;               // on a netlink socket; null when the system refused it
   std::vector<Serial> changed_publications;  // state changes that Avahi reported, to be acted upon when it has returned
 };
 

@@ -22,7 +22,8 @@ int gDescriptor = -1;
 struct AddressList {
   ifaddrs* first = nullptr;
   ~AddressList() {
-    if (first != nullptr) freeifaddrs(first);
+    if (first != nullptr)
+      freeifaddrs(first);
   }
 };
 
@@ -31,9 +32,12 @@ unsigned link_of(const Server& server, const ifaddrs* first) {
   unsigned link = 0;
   for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
     const bool is_live = (entry->ifa_flags & kLive) == kLive;
-    if (!is_live || entry->ifa_addr == nullptr || server.interface_name != entry->ifa_name) continue;
-    if (entry->ifa_addr->sa_family == AF_INET) link |= kIpv4;
-    if (entry->ifa_addr->sa_family == AF_INET6) link |= kIpv6;
+    if (!is_live || entry->ifa_addr == nullptr || server.interface_name != entry->ifa_name)
+      continue;
+    if (entry->ifa_addr->sa_family == AF_INET)
+      link |= kIpv4;
+    if (entry->ifa_addr->sa_family == AF_INET6)
+      link |= kIpv6;
   }
   return link;
 }
@@ -41,18 +45,21 @@ unsigned link_of(const Server& server, const ifaddrs* first) {
 void begin_again(const Server& server) {
   std::vector<Serial> serials;
   for (const auto& [serial, publication] : gEngine->publications) {
-    if (publication->server == &server) serials.push_back(serial);
+    if (publication->server == &server)
+      serials.push_back(serial);
   }
   for (const Serial serial : serials) {
     Publication* publication = publication_find(serial);
-    if (publication != nullptr) publication_begin_again(*publication);
+    if (publication != nullptr)
+      publication_begin_again(*publication);
   }
 }
 
 void review(Server& server, const ifaddrs* first) {
   const unsigned before = server.link;
   server.link = link_of(server, first);
-  if (server.link & ~before) begin_again(server);
+  if (server.link & ~before)
+    begin_again(server);
 }
 
 void drain(int fd) {
@@ -64,15 +71,18 @@ void drain(int fd) {
 void something_changed(AvahiWatch*, int fd, AvahiWatchEvent, void*) {
   drain(fd);
   AddressList addresses;
-  if (getifaddrs(&addresses.first) != 0) return;
-  for (const auto& [index, server] : gEngine->servers) review(*server, addresses.first);
+  if (getifaddrs(&addresses.first) != 0)
+    return;
+  for (const auto& [index, server] : gEngine->servers)
+    review(*server, addresses.first);
 }
 
 }  // namespace
 
 void links_open() {
   gDescriptor = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
-  if (gDescriptor < 0) return;
+  if (gDescriptor < 0)
+    return;
   sockaddr_nl address{};
   address.nl_family = AF_NETLINK;
   address.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
@@ -80,19 +90,23 @@ void links_open() {
   if (bind(gDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
     gEngine->links = poll_watch_new(&api, gDescriptor, AVAHI_WATCH_IN, something_changed, nullptr);
   }
-  if (gEngine->links == nullptr) links_close();
+  if (gEngine->links == nullptr)
+    links_close();
 }
 
 void links_close() {
-  if (gEngine->links != nullptr) poll_watch_free(gEngine->links);
-  if (gDescriptor >= 0) close(gDescriptor);
+  if (gEngine->links != nullptr)
+    poll_watch_free(gEngine->links);
+  if (gDescriptor >= 0)
+    close(gDescriptor);
   gEngine->links = nullptr;
   gDescriptor = -1;
 }
 
 void links_note(Server& server) {
   AddressList addresses;
-  if (getifaddrs(&addresses.first) == 0) server.link = link_of(server, addresses.first);
+  if (getifaddrs(&addresses.first) == 0)
+    server.link = link_of(server, addresses.first);
 }
 
 }  // namespace dnssd

@@ -12,8 +12,8 @@ constexpr std::size_t kMessageBytesMax = 9000 - 48;
 constexpr std::size_t kHeaderBytes = 12;
 constexpr std::size_t kAnswerCountAt = 6;
 constexpr std::uint16_t kAuthoritativeResponse = 0x8400;
-constexpr std::uint16_t kCacheFlush = 0x8000;       // RFC 6762 section 10.2
-constexpr std::uint16_t kPointer = 0xC000;          // the two bits that make a length a pointer
+constexpr std::uint16_t kCacheFlush = 0x8000;  // RFC 6762 section 10.2
+constexpr std::uint16_t kPointer = 0xC000;     // the two bits that make a length a pointer
 constexpr std::size_t kPointerReach = 0x3FFF;
 
 void put16(std::string& bytes, unsigned value) {
@@ -89,7 +89,8 @@ bool message_add(Message& message, AvahiRecord& record, std::uint32_t ttl, bool 
   put_record(message, record, ttl, is_unique, added);
   if (message.bytes.size() > (message.answers == 0 ? kMessageBytesMax : kFrameBytes)) {
     message.bytes.resize(size_before);
-    for (const std::string& text : added) message.names.erase(text);
+    for (const std::string& text : added)
+      message.names.erase(text);
     return false;
   }
   set16(message.bytes, kAnswerCountAt, ++message.answers);

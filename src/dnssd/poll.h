@@ -22,7 +22,7 @@ struct Poll {
   bool dispatching = false;
   std::int64_t armed = 0;  // the time timer_fd is set to, 0: not set
   std::unordered_set<AvahiWatch*> watches;
-  std::vector<AvahiWatch*> freed_watches;               // freed while events were being dispatched
+  std::vector<AvahiWatch*> freed_watches;             // freed while events were being dispatched
   std::multimap<std::int64_t, AvahiTimeout*> timers;  // the ones that run, by wall clock time
 };
 

@@ -10,8 +10,7 @@ namespace {
 
 bool is_address(std::uint16_t rrtype) { return rrtype == kDNSServiceType_A || rrtype == kDNSServiceType_AAAA; }
 
-void queue_answer(Operation& operation, const Query& query, std::uint16_t rrtype, const std::string& rdata,
-                  std::uint32_t ttl) {
+void queue_answer(Operation& operation, const Query& query, std::uint16_t rrtype, const std::string& rdata, std::uint32_t ttl) {
   Reply reply;
   reply.flags = kDNSServiceFlagsAdd;
   reply.name = query.full_name;
@@ -23,7 +22,8 @@ void queue_answer(Operation& operation, const Query& query, std::uint16_t rrtype
 
 void tell_newest_address(Operation& operation, Query& query) {
   const auto* newest = answer_newest(query.answers);
-  if (newest == nullptr || newest->first == query.told) return;
+  if (newest == nullptr || newest->first == query.told)
+    return;
   query.told = newest->first;
   queue_answer(operation, query, query.rrtype, newest->first, newest->second.ttl);
 }
@@ -36,16 +36,20 @@ void query_failed(Operation& operation, const Query& query) {
   reply_queue(operation, std::move(reply));
 }
 
-void answer_changed(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, AvahiBrowserEvent event,
-                    AvahiRecord* record, AvahiLookupResultFlags, void* userdata) {
+void answer_changed(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record,
+                    AvahiLookupResultFlags, void* userdata) {
   Operation& operation = *static_cast<Operation*>(userdata);
   Query& query = *std::get_if<Query>(&operation.part);
-  if (event == AVAHI_BROWSER_FAILURE) query_failed(operation, query);
-  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE) return;
+  if (event == AVAHI_BROWSER_FAILURE)
+    query_failed(operation, query);
+  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE)
+    return;
   const std::string rdata = rdata_of(*record);
-  if (rdata.empty()) return;
+  if (rdata.empty())
+    return;
   const bool has_become_live = event == AVAHI_BROWSER_NEW && answer_add(query.answers, protocol, rdata, record->ttl);
-  if (event == AVAHI_BROWSER_REMOVE) answer_remove(query.answers, protocol, rdata);
+  if (event == AVAHI_BROWSER_REMOVE)
+    answer_remove(query.answers, protocol, rdata);
   if (is_address(query.rrtype)) {
     tell_newest_address(operation, query);
   } else if (has_become_live) {
@@ -63,7 +67,8 @@ DNSServiceErrorType query_start(Operation& operation, const Name& name) {
 }
 
 void query_stop(Query& query) {
-  if (query.browser != nullptr) avahi_s_record_browser_free(query.browser);
+  if (query.browser != nullptr)
+    avahi_s_record_browser_free(query.browser);
   query.browser = nullptr;
 }
 

@@ -12,9 +12,9 @@ namespace {
 
 // RFC 6762 section 17 holds a message to 9000 bytes; more rdata than this could never be sent.
 constexpr std::size_t kRdataMax = 8192;
-constexpr std::uint32_t kHostTtl = 120;      // RFC 6762 section 10
+constexpr std::uint32_t kHostTtl = 120;  // RFC 6762 section 10
 constexpr std::uint32_t kOtherTtl = 75 * 60;
-constexpr std::size_t kSrvTargetAt = 6;      // RFC 2782
+constexpr std::size_t kSrvTargetAt = 6;  // RFC 2782
 
 std::span<const std::uint8_t> bytes_of(const std::string& data) {
   return {reinterpret_cast<const std::uint8_t*>(data.data()), data.size()};
@@ -27,7 +27,8 @@ bool is_two_strings(std::span<const std::uint8_t> data) {
 // Whether `rdata` is well-formed for `rrtype`; types that Avahi takes as plain bytes are.
 bool is_rdata(std::uint16_t rrtype, const std::string& rdata) {
   const std::span<const std::uint8_t> data = bytes_of(rdata);
-  if (data.empty() || data.size() > kRdataMax) return false;
+  if (data.empty() || data.size() > kRdataMax)
+    return false;
   switch (rrtype) {
     case kDNSServiceType_A:
       return data.size() == sizeof(AvahiIPv4Address);
@@ -64,7 +65,8 @@ void queue_record_reply(Operation& operation, DNSServiceErrorType error) {
 }
 
 void tell_established(Operation& operation, Record& record) {
-  if (record.told) return;
+  if (record.told)
+    return;
   record.told = true;
   queue_record_reply(operation, kDNSServiceErr_NoError);
 }
@@ -86,11 +88,13 @@ std::uint32_t usual_ttl(const std::string& name, std::uint16_t rrtype) {
 }
 
 AvahiRecord* record_from_rdata(const std::string& name, std::uint16_t rrtype, const std::string& rdata, std::uint32_t ttl) {
-  if (!is_rdata(rrtype, rdata)) return nullptr;
-  AvahiRecord* record =
-      avahi_record_new_full(name.c_str(), AVAHI_DNS_CLASS_IN, rrtype, ttl != 0 ? ttl : usual_ttl(name, rrtype));
-  if (record == nullptr) return nullptr;
-  if (avahi_rdata_parse(record, rdata.data(), rdata.size()) == 0 && avahi_record_is_valid(record)) return record;
+  if (!is_rdata(rrtype, rdata))
+    return nullptr;
+  AvahiRecord* record = avahi_record_new_full(name.c_str(), AVAHI_DNS_CLASS_IN, rrtype, ttl != 0 ? ttl : usual_ttl(name, rrtype));
+  if (record == nullptr)
+    return nullptr;
+  if (avahi_rdata_parse(record, rdata.data(), rdata.size()) == 0 && avahi_record_is_valid(record))
+    return record;
   avahi_record_unref(record);
   return nullptr;
 }
@@ -98,7 +102,8 @@ AvahiRecord* record_from_rdata(const std::string& name, std::uint16_t rrtype, co
 std::string rdata_of(AvahiRecord& record) {
   std::string rdata(kRdataMax, '\0');
   const std::size_t size = avahi_rdata_serialize(&record, rdata.data(), rdata.size());
-  if (size == static_cast<std::size_t>(-1)) return {};
+  if (size == static_cast<std::size_t>(-1))
+    return {};
   rdata.resize(size);
   rdata.shrink_to_fit();
   return rdata;
@@ -113,9 +118,9 @@ Publication* record_hold(Operation& operation, const std::string& name, std::uin
     return publication;
   }
   AvahiRecord* record = record_from_rdata(name, rrtype, rdata, ttl);
-  if (record == nullptr) return nullptr;
-  publication = publication_new(*operation.server, operation.serial, key,
-                                {{record, static_cast<AvahiPublishFlags>(flags)}});
+  if (record == nullptr)
+    return nullptr;
+  publication = publication_new(*operation.server, operation.serial, key, {{record, static_cast<AvahiPublishFlags>(flags)}});
   publication_start(*publication);
   return publication;
 }
@@ -124,30 +129,36 @@ DNSServiceErrorType record_start(Operation& operation, const std::string& rdata,
   Record& record = *std::get_if<Record>(&operation.part);
   const int flags = record.unique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_ALLOW_MULTIPLE : 0;
   record.publication = record_hold(operation, record.name, record.rrtype, rdata, ttl, flags);
-  if (record.publication == nullptr) return kDNSServiceErr_BadParam;
-  if (record.publication->stage == Stage::established) tell_established(operation, record);
+  if (record.publication == nullptr)
+    return kDNSServiceErr_BadParam;
+  if (record.publication->stage == Stage::established)
+    tell_established(operation, record);
   return kDNSServiceErr_NoError;
 }
 
 DNSServiceErrorType record_update(Operation& operation, const std::string& rdata, std::uint32_t ttl) {
   Record& record = *std::get_if<Record>(&operation.part);
-  if (record.publication == nullptr) return kDNSServiceErr_BadState;
-  if (record.publication->key == key_of(record.name, record.rrtype, rdata)) return kDNSServiceErr_NoError;
+  if (record.publication == nullptr)
+    return kDNSServiceErr_BadState;
+  if (record.publication->key == key_of(record.name, record.rrtype, rdata))
+    return kDNSServiceErr_NoError;
   // The name is ours already, so a unique record's new data needs no probes.
-  const int flags =
-      record.unique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_ALLOW_MULTIPLE | AVAHI_PUBLISH_NO_PROBE : 0;
+  const int flags = record.unique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_ALLOW_MULTIPLE | AVAHI_PUBLISH_NO_PROBE : 0;
   Publication* updated = record_hold(operation, record.name, record.rrtype, rdata, ttl, flags);
-  if (updated == nullptr) return kDNSServiceErr_BadParam;
+  if (updated == nullptr)
+    return kDNSServiceErr_BadParam;
   Publication& old = *record.publication;
   record.publication = updated;
   publication_replace(old, *updated, operation.serial);
-  if (updated->stage == Stage::established) tell_established(operation, record);
+  if (updated->stage == Stage::established)
+    tell_established(operation, record);
   return kDNSServiceErr_NoError;
 }
 
 void record_changed(Operation& operation, Publication& publication) {
   Record& record = *std::get_if<Record>(&operation.part);
-  if (record.publication != &publication) return;
+  if (record.publication != &publication)
+    return;
   if (publication.stage == Stage::established) {
     tell_established(operation, record);
     return;
@@ -159,7 +170,8 @@ void record_changed(Operation& operation, Publication& publication) {
 }
 
 void record_stop(Operation& operation, Record& record) {
-  if (record.publication != nullptr) publication_release(*record.publication, operation.serial);
+  if (record.publication != nullptr)
+    publication_release(*record.publication, operation.serial);
   record.publication = nullptr;
 }
 

@@ -7,8 +7,7 @@
 namespace dnssd {
 
 // Makes an operation with `part`, under a new serial; it counts as a connection when `connection` is 0. Needs gEngine.
-Operation* operation_new(Serial connection, Server* server, void* context,
-                         decltype(Operation::part)&& part);
+Operation* operation_new(Serial connection, Server* server, void* context, decltype(Operation::part)&& part);
 
 // Any live operation, records included; null for every other number.
 Operation* operation_find(Serial serial);

@@ -37,13 +37,15 @@ std::string srv_rdata(const Registration& registration) {
 // Adds one unique record; false when Avahi takes it for none.
 bool add(std::vector<PublishedRecord>& records, const Name& name, std::uint16_t rrtype, const std::string& rdata) {
   AvahiRecord* record = record_from_rdata(name_to_avahi(name), rrtype, rdata, 0);
-  if (record != nullptr) records.push_back({record, AVAHI_PUBLISH_UNIQUE});
+  if (record != nullptr)
+    records.push_back({record, AVAHI_PUBLISH_UNIQUE});
   return record != nullptr;
 }
 
 void queue_registration_reply(Operation& operation, const Registration& registration, DNSServiceErrorType error) {
   Reply reply;
-  if (error == kDNSServiceErr_NoError) reply.flags = kDNSServiceFlagsAdd;
+  if (error == kDNSServiceErr_NoError)
+    reply.flags = kDNSServiceFlagsAdd;
   reply.error = error;
   reply.name = registration.name;
   reply.detail = type_text(registration.type);
@@ -52,16 +54,17 @@ void queue_registration_reply(Operation& operation, const Registration& registra
 
 // Holds a PTR record; its name and target are ours, so that it is never refused.
 void hold_pointer(Operation& operation, Registration& registration, const Name& name, const Name& target) {
-  Publication* publication =
-      record_hold(operation, name_to_avahi(name), AVAHI_DNS_TYPE_PTR, to_rdata(target), 0, kShared);
-  if (publication != nullptr) registration.pointers.push_back(publication);
+  Publication* publication = record_hold(operation, name_to_avahi(name), AVAHI_DNS_TYPE_PTR, to_rdata(target), 0, kShared);
+  if (publication != nullptr)
+    registration.pointers.push_back(publication);
 }
 
 // Holds the PTR records to the service under its type and each subtype, and the type's under _services._dns-sd._udp.
 void hold_pointers(Operation& operation, Registration& registration) {
   const Name type = type_name(registration.type);
   const std::optional<Name> instance = prepend_label(registration.name, type);
-  if (!instance) return;
+  if (!instance)
+    return;
   hold_pointer(operation, registration, type, *instance);
   for (const std::string& subtype : registration.type.subtypes) {
     hold_pointer(operation, registration, subtype_name(registration.type, subtype), *instance);
@@ -71,8 +74,10 @@ void hold_pointers(Operation& operation, Registration& registration) {
 
 // The name is ours: tells the caller, and lets others find it. A port of 0 only keeps the name (dns_sd.h).
 void name_established(Operation& operation, Registration& registration) {
-  if (registration.port != 0 && registration.pointers.empty()) hold_pointers(operation, registration);
-  if (registration.told == registration.name) return;
+  if (registration.port != 0 && registration.pointers.empty())
+    hold_pointers(operation, registration);
+  if (registration.told == registration.name)
+    return;
   registration.told = registration.name;
   queue_registration_reply(operation, registration, kDNSServiceErr_NoError);
 }
@@ -80,19 +85,21 @@ void name_established(Operation& operation, Registration& registration) {
 // Publishes SRV and TXT under the present name.
 DNSServiceErrorType try_name(Operation& operation, Registration& registration) {
   const std::optional<Name> instance = prepend_label(registration.name, type_name(registration.type));
-  if (!instance) return kDNSServiceErr_BadParam;
+  if (!instance)
+    return kDNSServiceErr_BadParam;
   const std::string srv = srv_rdata(registration);
   const std::string key = "service\n" + fold_case(name_to_avahi(*instance)) + '\n' + srv + '\n' + registration.txt;
   registration.service = publication_find_shared(*operation.server, key);
   if (registration.service != nullptr) {
     publication_join(*registration.service, operation.serial);
-    if (registration.service->stage == Stage::established) name_established(operation, registration);
+    if (registration.service->stage == Stage::established)
+      name_established(operation, registration);
     return kDNSServiceErr_NoError;
   }
   std::vector<PublishedRecord> records;
-  if (!add(records, *instance, AVAHI_DNS_TYPE_SRV, srv) ||
-      !add(records, *instance, AVAHI_DNS_TYPE_TXT, registration.txt)) {
-    for (const PublishedRecord& published : records) avahi_record_unref(published.record);
+  if (!add(records, *instance, AVAHI_DNS_TYPE_SRV, srv) || !add(records, *instance, AVAHI_DNS_TYPE_TXT, registration.txt)) {
+    for (const PublishedRecord& published : records)
+      avahi_record_unref(published.record);
     return kDNSServiceErr_BadParam;
   }
   registration.service = publication_new(*operation.server, operation.serial, key, std::move(records));
@@ -121,14 +128,17 @@ void try_next_name(Operation& operation, Registration& registration) {
     try_name(operation, registration);
     return;
   }
-  if (registration.retry == nullptr) registration.retry = poll_timer_new(gEngine->poll, pause_over, &operation);
+  if (registration.retry == nullptr)
+    registration.retry = poll_timer_new(gEngine->poll, pause_over, &operation);
   poll_timer_start(registration.retry, kConflictPause);
 }
 
 void release_all(Operation& operation, Registration& registration) {
-  for (Publication* pointer : registration.pointers) publication_release(*pointer, operation.serial);
+  for (Publication* pointer : registration.pointers)
+    publication_release(*pointer, operation.serial);
   registration.pointers.clear();
-  if (registration.service != nullptr) publication_release(*registration.service, operation.serial);
+  if (registration.service != nullptr)
+    publication_release(*registration.service, operation.serial);
   registration.service = nullptr;
 }
 
@@ -138,7 +148,8 @@ void forsake_all(Operation& operation, Registration& registration) {
     publication_release(*registration.pointers.back(), operation.serial);
     registration.pointers.pop_back();
   }
-  for (Publication* pointer : registration.pointers) publication_forsake(*pointer, operation.serial);
+  for (Publication* pointer : registration.pointers)
+    publication_forsake(*pointer, operation.serial);
   registration.pointers.clear();
   publication_forsake(*registration.service, operation.serial);
   registration.service = nullptr;
@@ -147,16 +158,17 @@ void forsake_all(Operation& operation, Registration& registration) {
 // Changes the TXT record of a service that nobody else holds, in place.
 bool update_in_place(Operation& operation, Publication& service, AvahiRecord* record) {
   const Server& server = *operation.server;
-  const auto flags =
-      static_cast<AvahiPublishFlags>(AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_UPDATE | AVAHI_PUBLISH_NO_ANNOUNCE);
+  const auto flags = static_cast<AvahiPublishFlags>(AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_UPDATE | AVAHI_PUBLISH_NO_ANNOUNCE);
   publication_unshare(service);
   const int error = avahi_server_add(server.avahi, service.group, static_cast<AvahiIfIndex>(server.interface_index),
                                      AVAHI_PROTO_UNSPEC, flags, record);
-  if (error < 0) return false;
+  if (error < 0)
+    return false;
   PublishedRecord& published = service.records.back();
   avahi_record_unref(published.record);
   published.record = avahi_record_ref(record);
-  if (service.stage == Stage::established) announce(service);
+  if (service.stage == Stage::established)
+    announce(service);
   return true;
 }
 
@@ -168,7 +180,8 @@ DNSServiceErrorType registration_start(Operation& operation) {
 
 void registration_changed(Operation& operation, Publication& publication) {
   Registration& registration = *std::get_if<Registration>(&operation.part);
-  if (registration.service != &publication) return;
+  if (registration.service != &publication)
+    return;
   if (publication.stage == Stage::established) {
     name_established(operation, registration);
     return;
@@ -185,9 +198,11 @@ void registration_changed(Operation& operation, Publication& publication) {
 DNSServiceErrorType registration_update(Operation& operation, const std::string& txt, std::uint32_t ttl) {
   Registration& registration = *std::get_if<Registration>(&operation.part);
   const std::optional<Name> instance = prepend_label(registration.name, type_name(registration.type));
-  if (!instance) return kDNSServiceErr_BadState;
+  if (!instance)
+    return kDNSServiceErr_BadState;
   AvahiRecord* record = record_from_rdata(name_to_avahi(*instance), AVAHI_DNS_TYPE_TXT, txt, ttl);
-  if (record == nullptr) return kDNSServiceErr_BadParam;
+  if (record == nullptr)
+    return kDNSServiceErr_BadParam;
   registration.txt = txt;
   Publication* service = registration.service;
   bool good = true;

@@ -13,14 +13,14 @@ struct Server {
   std::string interface_name;  // as it was when the server was made
   AvahiPoll api{};
   AvahiServer* avahi = nullptr;
-  int sockets[2] = {-1, -1};  // Avahi's own for IPv4 and IPv6; -1: none
-  int bind_error = 0;         // errno of a socket that could not be bound to the interface
-  unsigned operations = 0;    // live operations on it
-  unsigned lookups = 0;       // those of them that look something up
-  unsigned publications = 0;  // live publications on it
+  int sockets[2] = {-1, -1};       // Avahi's own for IPv4 and IPv6; -1: none
+  int bind_error = 0;              // errno of a socket that could not be bound to the interface
+  unsigned operations = 0;         // live operations on it
+  unsigned lookups = 0;            // those of them that look something up
+  unsigned publications = 0;       // live publications on it
   AvahiTimeout* linger = nullptr;  // runs while neither is there
-  unsigned link = 0;       // what of its link is there, see links.h
-  bool is_crowded = false;  // see crowd.h
+  unsigned link = 0;               // what of its link is there, see links.h
+  bool is_crowded = false;         // see crowd.h
   Pacing pacing;
   Announcer announcer;
   std::unordered_map<std::string, Publication*> shared;  // publications that further holders may join, by their key

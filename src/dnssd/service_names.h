@@ -25,8 +25,8 @@ std::optional<ServiceType> parse_service_type(std::string_view text);
 // The same for a browse, which may also put the subtype first: "_universal._ipp._tcp". At most one subtype.
 std::optional<ServiceType> parse_browse_type(std::string_view text);
 
-std::string type_text(const ServiceType& type);  // "_ipp._tcp.", as replies carry it
-Name type_name(const ServiceType& type);         // _ipp._tcp.local
+std::string type_text(const ServiceType& type);                          // "_ipp._tcp.", as replies carry it
+Name type_name(const ServiceType& type);                                 // _ipp._tcp.local
 Name subtype_name(const ServiceType& type, const std::string& subtype);  // _universal._sub._ipp._tcp.local
 
 // Cuts `name` to at most `room` bytes without cutting through a UTF-8 character.

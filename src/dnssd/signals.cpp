@@ -22,16 +22,16 @@ constexpr int kEndings[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
 // Kills by the default action, in a shell's way of counting, should the signal raised again come back.
 constexpr int kExitOfSignal = 128;
 
-int gDepth = 0;        // frames
-sigset_t gCallers;     // the mask to restore when the outermost frame ends
-sigset_t gTaken;       // valid while gAnyTaken
+int gDepth = 0;     // frames
+sigset_t gCallers;  // the mask to restore when the outermost frame ends
+sigset_t gTaken;    // valid while gAnyTaken
 bool gAnyTaken = false;
 AvahiWatch* gWatch = nullptr;  // on the signalfd, while any signal is taken
 int gDescriptor = -1;
-int gCaught = 0;       // a taken signal that has arrived, 0: none
+int gCaught = 0;  // a taken signal that has arrived, 0: none
 
 bool has_default_action(int signal) {
-  struct sigaction action{};
+  struct sigaction action {};
   return sigaction(signal, nullptr, &action) == 0 && (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_DFL;
 }
 
@@ -43,24 +43,31 @@ bool is_to_be_taken(int signal) {
 
 void signal_arrived(AvahiWatch*, int fd, AvahiWatchEvent, void*) {
   signalfd_siginfo info{};
-  if (read(fd, &info, sizeof info) == sizeof info) gCaught = static_cast<int>(info.ssi_signo);
+  if (read(fd, &info, sizeof info) == sizeof info)
+    gCaught = static_cast<int>(info.ssi_signo);
 }
 
 // Adds to the callers' mask what is in `set` (SIG_BLOCK), or takes it out (SIG_UNBLOCK).
 void change_callers_mask(int how, const sigset_t& set) {
   for (const int signal : kEndings) {
-    if (sigismember(&set, signal) != 1) continue;
-    if (how == SIG_BLOCK) sigaddset(&gCallers, signal);
-    if (how == SIG_UNBLOCK) sigdelset(&gCallers, signal);
+    if (sigismember(&set, signal) != 1)
+      continue;
+    if (how == SIG_BLOCK)
+      sigaddset(&gCallers, signal);
+    if (how == SIG_UNBLOCK)
+      sigdelset(&gCallers, signal);
   }
 }
 
 void give_back() {
-  if (!gAnyTaken) return;
+  if (!gAnyTaken)
+    return;
   change_callers_mask(SIG_UNBLOCK, gTaken);
   gAnyTaken = false;
-  if (gWatch != nullptr) poll_watch_free(gWatch);
-  if (gDescriptor >= 0) close(gDescriptor);
+  if (gWatch != nullptr)
+    poll_watch_free(gWatch);
+  if (gDescriptor >= 0)
+    close(gDescriptor);
   gWatch = nullptr;
   gDescriptor = -1;
 }
@@ -68,13 +75,15 @@ void give_back() {
 // Makes `wanted` what is taken, if it is not so already.
 void take(const sigset_t& wanted) {
   const int fd = signalfd(gDescriptor, &wanted, SFD_CLOEXEC | SFD_NONBLOCK);
-  if (fd < 0) return;
+  if (fd < 0)
+    return;
   gDescriptor = fd;
   if (gWatch == nullptr) {
     const AvahiPoll api = poll_api(gEngine->poll);
     gWatch = poll_watch_new(&api, gDescriptor, AVAHI_WATCH_IN, signal_arrived, nullptr);
   }
-  if (gAnyTaken) change_callers_mask(SIG_UNBLOCK, gTaken);
+  if (gAnyTaken)
+    change_callers_mask(SIG_UNBLOCK, gTaken);
   change_callers_mask(SIG_BLOCK, wanted);
   gTaken = wanted;
   gAnyTaken = true;
@@ -82,7 +91,8 @@ void take(const sigset_t& wanted) {
 
 bool differs_from_taken(const sigset_t& wanted) {
   for (const int signal : kEndings) {
-    if ((sigismember(&wanted, signal) == 1) != is_taken(signal)) return true;
+    if ((sigismember(&wanted, signal) == 1) != is_taken(signal))
+      return true;
   }
   return false;
 }
@@ -90,10 +100,12 @@ bool differs_from_taken(const sigset_t& wanted) {
 }  // namespace
 
 void signals_hold() {
-  if (gDepth++ > 0) return;
+  if (gDepth++ > 0)
+    return;
   sigset_t held;
   sigfillset(&held);
-  for (const int fault : kFaults) sigdelset(&held, fault);
+  for (const int fault : kFaults)
+    sigdelset(&held, fault);
   pthread_sigmask(SIG_BLOCK, &held, &gCallers);
 }
 
@@ -114,7 +126,8 @@ void signals_review(bool publishing) {
   sigemptyset(&wanted);
   bool any = false;
   for (const int signal : kEndings) {
-    if (!is_to_be_taken(signal)) continue;
+    if (!is_to_be_taken(signal))
+      continue;
     sigaddset(&wanted, signal);
     any = true;
   }
@@ -126,11 +139,13 @@ void signals_review(bool publishing) {
 }
 
 void signals_die_if_caught() {
-  if (gCaught == 0) return;
+  if (gCaught == 0)
+    return;
   const int signal = gCaught;
   gCaught = 0;
   const bool is_ours = has_default_action(signal);
-  if (is_ours) engine_close();
+  if (is_ours)
+    engine_close();
   give_back();
   if (is_ours) {
     sigset_t only;
@@ -144,7 +159,8 @@ void signals_die_if_caught() {
 }
 
 void signals_forget() {
-  if (!gAnyTaken) return;
+  if (!gAnyTaken)
+    return;
   change_callers_mask(SIG_UNBLOCK, gTaken);
   gAnyTaken = false;
   gWatch = nullptr;  // freed by nobody: it is part of the parent's engine

@@ -74,15 +74,16 @@ void replied(void* context, const std::string& rest) {
   const std::string name = static_cast<const char*>(context);
   print("reply\t" + name + "\t" + rest);
   const auto planned = gNextReplyDoes.find(name);
-  if (planned == gNextReplyDoes.end()) return;
+  if (planned == gNextReplyDoes.end())
+    return;
   const std::vector<std::string> commands = planned->second;
   gNextReplyDoes.erase(planned);
-  for (const std::string& command : commands) run(command);
+  for (const std::string& command : commands)
+    run(command);
 }
 
 std::string head(const char* kind, DNSServiceFlags flags, std::uint32_t interface_index, DNSServiceErrorType error) {
-  return std::string(kind) + "\t" + std::to_string(flags) + "\t" + std::to_string(interface_index) + "\t" +
-         std::to_string(error);
+  return std::string(kind) + "\t" + std::to_string(flags) + "\t" + std::to_string(interface_index) + "\t" + std::to_string(error);
 }
 
 void on_browse(DNSServiceRef, DNSServiceFlags flags, std::uint32_t index, DNSServiceErrorType error, const char* name,
@@ -119,7 +120,8 @@ DNSServiceRef start_ref(const std::string& connection) { return connection == "-
 void done(DNSServiceErrorType error) { print("done\t" + std::to_string(error)); }
 
 void started(const std::string& name, DNSServiceRef ref, DNSServiceErrorType error) {
-  if (error == kDNSServiceErr_NoError) gRefs[name] = ref;
+  if (error == kDNSServiceErr_NoError)
+    gRefs[name] = ref;
   done(error);
 }
 
@@ -131,17 +133,15 @@ void do_connect(const Fields& f) {
 
 void do_browse(const Fields& f) {  // name connection flags interface type domain
   DNSServiceRef ref = start_ref(f[2]);
-  const DNSServiceErrorType error =
-      DNSServiceBrowse(&ref, number(f[3]), number(f[4]), Text(f[5]).get(), Text(f[6]).get(), on_browse,
-                       const_cast<char*>(context_of(f[1])));
+  const DNSServiceErrorType error = DNSServiceBrowse(&ref, number(f[3]), number(f[4]), Text(f[5]).get(), Text(f[6]).get(),
+                                                     on_browse, const_cast<char*>(context_of(f[1])));
   started(f[1], ref, error);
 }
 
 void do_resolve(const Fields& f) {  // name connection flags interface instance type domain
   DNSServiceRef ref = start_ref(f[2]);
-  const DNSServiceErrorType error =
-      DNSServiceResolve(&ref, number(f[3]), number(f[4]), Text(f[5]).get(), Text(f[6]).get(), Text(f[7]).get(), on_resolve,
-                        const_cast<char*>(context_of(f[1])));
+  const DNSServiceErrorType error = DNSServiceResolve(&ref, number(f[3]), number(f[4]), Text(f[5]).get(), Text(f[6]).get(),
+                                                      Text(f[7]).get(), on_resolve, const_cast<char*>(context_of(f[1])));
   started(f[1], ref, error);
 }
 
@@ -209,7 +209,8 @@ void do_serve(const Fields& f) {
 // when <name> <command, its tabs written as '|'>: runs the command inside the next callback of that name.
 void do_when(const Fields& f) {
   std::string command = f[2];
-  for (char& c : command) c = c == '|' ? '\t' : c;
+  for (char& c : command)
+    c = c == '|' ? '\t' : c;
   gNextReplyDoes[f[1]].push_back(command);
   done(0);
 }
@@ -217,7 +218,8 @@ void do_when(const Fields& f) {
 void count_signal(int) { ++gHandled; }
 
 void release_all_and_exit(int) {
-  for (const auto& [name, ref] : gRefs) DNSServiceRefDeallocate(ref);
+  for (const auto& [name, ref] : gRefs)
+    DNSServiceRefDeallocate(ref);
   std::exit(10);
 }
 
@@ -245,7 +247,8 @@ void do_fork(const Fields& f) {
   const pid_t child = fork();
   if (child == 0) {
     std::string command = f[1];
-    for (char& c : command) c = c == '|' ? '\t' : c;
+    for (char& c : command)
+      c = c == '|' ? '\t' : c;
     run(command);
     std::exit(0);
   }
@@ -258,11 +261,10 @@ void do_fork(const Fields& f) {
 void do_close(const Fields& f) { done(close(static_cast<int>(number(f[1])))); }
 
 const std::map<std::string, std::function<void(const Fields&)>> kCommands = {
-    {"connect", do_connect},   {"browse", do_browse}, {"resolve", do_resolve}, {"query", do_query},
-    {"register", do_register}, {"record", do_record}, {"update", do_update},   {"remove", do_remove},
-    {"release", do_release},   {"socket", do_socket}, {"process", do_process}, {"exit", do_exit},
-    {"abandon", do_abandon},   {"serve", do_serve},   {"when", do_when},       {"handle", do_handle},
-    {"blocked", do_blocked},   {"handled", do_handled}, {"raise", do_raise},   {"fork", do_fork},
+    {"connect", do_connect}, {"browse", do_browse},   {"resolve", do_resolve}, {"query", do_query},     {"register", do_register},
+    {"record", do_record},   {"update", do_update},   {"remove", do_remove},   {"release", do_release}, {"socket", do_socket},
+    {"process", do_process}, {"exit", do_exit},       {"abandon", do_abandon}, {"serve", do_serve},     {"when", do_when},
+    {"handle", do_handle},   {"blocked", do_blocked}, {"handled", do_handled}, {"raise", do_raise},     {"fork", do_fork},
     {"close", do_close},
 };
 
@@ -284,7 +286,8 @@ void run(const std::string& line) {
 // The lowest live reference to serve the library by, as a caller would who always serves one connection first.
 DNSServiceRef any_ref() {
   for (const auto& [name, ref] : gRefs) {
-    if (DNSServiceRefSockFD(ref) >= 0) return ref;
+    if (DNSServiceRefSockFD(ref) >= 0)
+      return ref;
   }
   return nullptr;
 }
@@ -293,8 +296,10 @@ DNSServiceRef any_ref() {
 bool read_commands(std::string& pending) {
   char buffer[65536];
   const ssize_t size = read(0, buffer, sizeof buffer);
-  if (size == 0) return false;
-  if (size > 0) pending.append(buffer, static_cast<std::size_t>(size));
+  if (size == 0)
+    return false;
+  if (size > 0)
+    pending.append(buffer, static_cast<std::size_t>(size));
   for (std::size_t end; (end = pending.find('\n')) != pending.npos;) {
     const std::string line = pending.substr(0, end);
     pending.erase(0, end + 1);
@@ -313,8 +318,10 @@ int main() {
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(0, &readable);
-    if (fd >= 0) FD_SET(fd, &readable);
-    if (select(std::max(fd, 0) + 1, &readable, nullptr, nullptr, nullptr) <= 0) continue;
+    if (fd >= 0)
+      FD_SET(fd, &readable);
+    if (select(std::max(fd, 0) + 1, &readable, nullptr, nullptr, nullptr) <= 0)
+      continue;
     if (fd >= 0 && FD_ISSET(fd, &readable)) {
       const DNSServiceErrorType error = DNSServiceProcessResult(ref);
       if (error != kDNSServiceErr_NoError) {
@@ -322,6 +329,7 @@ int main() {
         gSelecting = false;
       }
     }
-    if (FD_ISSET(0, &readable) && !read_commands(pending)) return 0;
+    if (FD_ISSET(0, &readable) && !read_commands(pending))
+      return 0;
   }
 }
