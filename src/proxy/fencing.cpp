@@ -15,8 +15,8 @@ constexpr std::int32_t kNotConfigured = -1;
 
 struct FencingSettings {
   std::int32_t wireless_hop;
-  std::int32_t wired_hop;
   bool is_anchor;
+  std::int32_t wired_hop;
 };
 
 // A type that is in neither list keeps the index that the second look-up gave it; no setting is found under it.
@@ -47,18 +47,19 @@ bool is_anchor_access_point(VcmXact xact, const char* service_type, int index) {
   return is_anchor;
 }
 
+std::int32_t read_hop(VcmXact xact, const char* service_type, int index, int kind) {
+  std::int32_t hop = kNotConfigured;
+  if (vcm_bonjour_fencing_pgetHop(xact, index, &hop, kind) != 0) {
+    log_message(LOG_DEBUG, "check_mdns_service_fencing: %s fencing for service type: %s:%d not configured",
+                kind == kVcmFencingWireless ? "Wireless" : "Wired", service_type, index);
+  }
+  return hop;
+}
+
+// Asked for in the order in which they stand.
 FencingSettings read_settings(VcmXact xact, const char* service_type, int index) {
-  FencingSettings settings = {kNotConfigured, kNotConfigured, false};
-  if (vcm_bonjour_fencing_pgetHop(xact, index, &settings.wireless_hop, kVcmFencingWireless) != 0) {
-    log_message(LOG_DEBUG, "check_mdns_service_fencing: Wireless fencing for service type: %s:%d not configured", service_type,
-                index);
-  }
-  settings.is_anchor = is_anchor_access_point(xact, service_type, index);
-  if (vcm_bonjour_fencing_pgetHop(xact, index, &settings.wired_hop, kVcmFencingWired) != 0) {
-    log_message(LOG_DEBUG, "check_mdns_service_fencing: Wired fencing for service type: %s:%d not configured", service_type,
-                index);
-  }
-  return settings;
+  return {read_hop(xact, service_type, index, kVcmFencingWireless), is_anchor_access_point(xact, service_type, index),
+          read_hop(xact, service_type, index, kVcmFencingWired)};
 }
 
 // Wired fencing alone never applies.

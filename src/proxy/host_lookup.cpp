@@ -4,6 +4,7 @@
 #include <netdb.h>
 
 #include <cstring>
+#include <new>
 
 #include "platform/nss_mdns.h"
 #include "platform/zmk.h"
@@ -20,6 +21,8 @@ constexpr std::size_t kWorkBufferSize = 1024;
 struct HostEntry {
   hostent entry;
   char buffer[kWorkBufferSize];
+  int error;  // why there is no entry; not looked at
+  int h_error;
 };
 
 HostEntry* new_host_entry() {
@@ -27,8 +30,7 @@ HostEntry* new_host_entry() {
   if (block == nullptr) {
     handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
   }
-  std::memset(block, 0, sizeof(HostEntry));
-  return static_cast<HostEntry*>(block);
+  return new (block) HostEntry{};
 }
 
 // Whether `entry` holds addresses of the length that the caller will read.
@@ -75,10 +77,8 @@ int copy_first_ipv6(const hostent& entry, std::uint8_t* address_out) {
 int hostname_to_ip(const char* hostname, std::uint8_t* address_out) {
   log_message(LOG_DEBUG, "hostname_to_ip(): START: hostname = %s ...", text_or_null(hostname));
   HostEntry* host = new_host_entry();
-  int lookup_errno = 0;
-  int lookup_h_errno = 0;
   const bool found = hostname != nullptr && nss_mdns_gethostbyname(hostname, &host->entry, host->buffer, sizeof host->buffer,
-                                                                   &lookup_errno, &lookup_h_errno) == 0;
+                                                                   &host->error, &host->h_error) == 0;
   const int result = found && has_addresses(host->entry, Ipv4Bytes::extent) ? copy_first_ipv4(host->entry, address_out) : 1;
   zmk_free(host, __FILE__, __LINE__);
   return result;
@@ -87,10 +87,8 @@ int hostname_to_ip(const char* hostname, std::uint8_t* address_out) {
 int hostname_to_ipv6(const char* hostname, std::uint8_t* address_out) {
   log_message(LOG_DEBUG, "hostname_to_ipv6(): START: hostname = %s ...", text_or_null(hostname));
   HostEntry* host = new_host_entry();
-  int lookup_errno = 0;
-  int lookup_h_errno = 0;
   const bool found = hostname != nullptr && nss_mdns_gethostbyname2(hostname, AF_INET6, &host->entry, host->buffer,
-                                                                    sizeof host->buffer, &lookup_errno, &lookup_h_errno) == 0;
+                                                                    sizeof host->buffer, &host->error, &host->h_error) == 0;
   const int result = found && has_addresses(host->entry, Ipv6Bytes::extent) ? copy_first_ipv6(host->entry, address_out) : 1;
   zmk_free(host, __FILE__, __LINE__);
   return result;

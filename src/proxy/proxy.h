@@ -6,7 +6,8 @@
 // fail ends the process. Needs: the two connections of runtime/startup.h, the tables, the fencing settings of the platform.
 //
 // Sources, in the order in which a service instance meets them: call_layer, rule_installation, responder_contexts, browse,
-// resolve, host_addresses, fencing, registration, subtype; beside them names (label helpers) and record_labels.
+// resolve, host_addresses, fencing, registration, subtype; beside them names (label helpers), record_labels and host_lookup (host
+// names over nss-mdns, a facility that the proxy itself does not use).
 #pragma once
 
 #include <dns_sd.h>

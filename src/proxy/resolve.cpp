@@ -1,6 +1,7 @@
 // A found instance is resolved: shall it be forwarded, and where is its host?
 
 #include <cstring>
+#include <new>
 #include <span>
 #include <string_view>
 
@@ -77,8 +78,7 @@ Addr_query_context* new_addr_query_context(const Resolved& resolved) {
   if (block == nullptr) {
     handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
   }
-  std::memset(block, 0, sizeof(Addr_query_context));
-  Addr_query_context* result = static_cast<Addr_query_context*>(block);
+  Addr_query_context* result = new (block) Addr_query_context{};
   copy_text(result->service_type, resolved.service_type);
   result->bridge_context_ptr = resolved.bridge;
   copy_text(result->service_name, resolved.service_name);
@@ -142,8 +142,7 @@ subtype_query_context* new_subtype_query_context(const Resolved& resolved, const
   if (block == nullptr) {
     handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
   }
-  std::memset(block, 0, sizeof(subtype_query_context));
-  subtype_query_context* record_PTR = static_cast<subtype_query_context*>(block);
+  subtype_query_context* record_PTR = new (block) subtype_query_context{};
   record_PTR->bridge_context_ptr = resolved.bridge;
   copy_text(record_PTR->subtype_query_name, query_name);
   join_text(record_PTR->service_fullname, {resolved.service_name, ".", resolved.service_type, ".local."});

@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 
 #include "proxy/call_layer.h"
 #include "proxy/proxy.h"
@@ -41,8 +42,7 @@ ResponderContext* new_responder_context(const char* name) {
   if (block == nullptr) {
     handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 102046: malloc failed, exiting.");
   }
-  std::memset(block, 0, sizeof(ResponderContext));
-  ResponderContext* service_context = static_cast<ResponderContext*>(block);
+  ResponderContext* service_context = new (block) ResponderContext{};
   service_context->name = zmk_strdup(name, __FILE__, __LINE__);
   if (service_context->name == nullptr) {
     handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 102047: strdup failed, exiting.");

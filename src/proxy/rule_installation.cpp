@@ -1,6 +1,6 @@
 // A rule's way in: its place in the rule table, its BridgeContext, its browse. Runs at start-up only, before the event loop.
 
-#include <cstring>
+#include <new>
 
 #include "platform/ut_array.h"
 #include "proxy/call_layer.h"
@@ -61,9 +61,7 @@ ServiceTypeToIfTo_t* new_destinations(std::int32_t service_type_id) {
   if (block == nullptr) {
     handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 111710: malloc failed, exiting.");
   }
-  ServiceTypeToIfTo_t* destinations = static_cast<ServiceTypeToIfTo_t*>(block);
-  destinations->service_type_index = service_type_id;
-  destinations->if_to_array = index_array_new();
+  ServiceTypeToIfTo_t* destinations = new (block) ServiceTypeToIfTo_t{service_type_id, index_array_new(), {}};
   if (destinations->if_to_array == nullptr) {
     handle_error(MYSTATUS__ARRAY_ERROR, LOG_WARNING, "ERROR 111711: utarray_new() failed, exiting.");
   }
@@ -129,10 +127,7 @@ BridgeContext* new_bridge(const Rule& rule) {
   if (block == nullptr) {
     handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171548: malloc failed, exiting.");
   }
-  BridgeContext* bridge = static_cast<BridgeContext*>(block);
-  std::memset(block, 0, sizeof(BridgeContext));
-  bridge->if_from = rule.if_from_index;
-  bridge->if_to = rule.if_to_index;
+  BridgeContext* bridge = new (block) BridgeContext{nullptr, rule.if_from_index, rule.if_to_index, "", nullptr};
   keep_subtype(bridge, rule.service_type);
   return bridge;
 }

@@ -1,7 +1,6 @@
 #include "proxy/subtype.h"
 
 #include <algorithm>
-#include <cstring>
 #include <span>
 #include <string_view>
 

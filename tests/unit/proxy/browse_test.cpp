@@ -1,3 +1,6 @@
+#include <functional>
+
+#include "fakes/fake_syslog.h"
 #include "runtime/runtime.h"
 #include "unit/proxy/proxy_test.h"
 
@@ -11,6 +14,10 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
+
+const std::int32_t gCountAtStart = gResponderCount;
+
+TEST(ResponderCount, StartsAtZero) { EXPECT_EQ(gCountAtStart, 0); }
 
 class BrowseReply : public ProxyTest {
  protected:
@@ -74,6 +81,7 @@ TEST_F(BrowseReply, AnAddReplyWithoutANameIsIgnored) {
   Forget();
   Browses({.flags = kDNSServiceFlagsAdd});
   EXPECT_THAT(Calls(), IsEmpty());
+  EXPECT_THAT(Traces(), Contains("callback_ServiceBrowse(): ADD: a reply without a name, ignored"));
   EXPECT_EQ(gResponderCount, 0);
 }
 
@@ -169,6 +177,39 @@ TEST_F(BrowseReply, AnInstanceComesBackAfterItsRemoval) {
   BrowseAdds("My Printer");
   EXPECT_NE(Instance("My Printer"), nullptr);
   EXPECT_THAT(Calls("DNSServiceResolve"), SizeIs(2));
+}
+
+// --- A table that changes under the handler's hands: cannot happen, is noticed ----------------------------------------------------
+
+// Does something inside the nth message of all that begins so.
+void InsideMessage(const std::string& beginning, int nth, std::function<void()> action) {
+  fake_syslog::on_message([beginning, left = nth, action]() mutable {
+    if (fake_syslog::lines().back().text.starts_with(beginning) && --left == 0) {
+      action();
+    }
+  });
+}
+
+TEST_F(BrowseReply, ANewInstanceThatIsNotFoundIsReportedAndItsResolveGoesOn) {
+  GivenRule("_ipp._tcp");
+  Forget();
+  InsideMessage("add_responder_context(): ", 1, [this] { del_responder_context(Rule(), Rule()->responder_contexts); });
+  BrowseAdds("My Printer");
+  EXPECT_THAT(Warnings(), ElementsAre("ERROR 13013016492: callback_ServiceBrowse(): REMOVE: "
+                                      "bridge_context_ptr->dns_record_service_ptr == NULL, unhandled case, exiting."));
+  EXPECT_TRUE(fake_dns_sd::is_live(LastCall("DNSServiceResolve").ref));
+  EXPECT_EQ(gResponderCount, 0);
+}
+
+TEST_F(BrowseReply, ARemovedInstanceThatIsStillFoundIsReported) {
+  GivenRule("_ipp._tcp");
+  BrowseAdds("My Printer");
+  Forget();
+  InsideMessage("get_responder_context_by_name(): start ", 2, [this] { add_responder_context(Rule(), "My Printer"); });
+  BrowseRemoves("My Printer");
+  EXPECT_THAT(Traces(), Contains(printed("callback_ServiceBrowse(): REMOVE:  failed %p",
+                                         static_cast<const void*>(Instance("My Printer")))));
+  EXPECT_EQ(gResponderCount, 0);
 }
 
 // --- Several rules and the limit ------------------------------------------------------------------------------------------------

@@ -115,6 +115,9 @@ TEST_F(RecordLabels, AnExhaustedPoolTakesOverTheLabelThatIsInUseForTheLongestTim
   for (std::size_t i = 0; i + 1 < pool; ++i) {
     EXPECT_TRUE(second_round.insert(record_label_acquire("taken over")).second) << "oldest first, so each once";
   }
+  char* resting = *distinct.begin();
+  record_label_retire(resting);
+  EXPECT_EQ(record_label_acquire("rested"), resting) << "rather than one in use";
   for (char* label : distinct) {
     record_label_retire(label);
   }

@@ -245,7 +245,10 @@ using RecordReplyDeathTest = RegisterReply;
 
 TEST_F(RecordReply, ASuccessIsLoggedWithTheInstancesLabel) {
   fake_dns_sd::deliver_record(Instance()->dns_record_ptr, kDNSServiceFlagsAdd, kDNSServiceErr_NoError);
-  EXPECT_THAT(Traces(), ElementsAre(testing::StartsWith("\ncallback_ServiceRegisterRecord(): START:"),
+  EXPECT_THAT(Traces(), ElementsAre(printed("\ncallback_ServiceRegisterRecord(): START: sdref = %p, record = %p, flags = 2, "
+                                            "errorCode = 0 ...",
+                                            static_cast<const void*>(gDNSServiceRef_RegisterRecord),
+                                            static_cast<const void*>(Instance()->dns_record_ptr)),
                                     "callback_ServiceRegisterRecord(): Got a reply for record My Printer.local: ",
                                     "callback_ServiceRegisterRecord(): Name now registered and active: My Printer.local"));
   ExpectNothingChanged();
@@ -303,7 +306,7 @@ TEST_F(RecordReply, ARecordThatStaysKeepsItsLabel) {
   Instance()->reg_service_ref = nullptr;
   BrowseRemoves("My Printer");
   GivenSilence();
-  for (int i = 0; i < 3000; ++i) {
+  for (int i = 0; i < 6000; ++i) {
     BrowseAdds("Other");
     Resolves("Other._ipp._tcp.local.");
     AddressAnswers("192.0.2.2");

@@ -91,7 +91,10 @@ TEST_F(ResolveReply, TracesItsSteps) {
   Resolves(kFullname);
   EXPECT_THAT(
       Traces(),
-      AllOf(Contains("callback_ServiceResolve(): (BridgeContext*)context->if_from = 2, ->if_to = 3"),
+      AllOf(Contains(printed("\ncallback_ServiceResolve(): START: sdref = %p, flags = 0, ifIndex = 2, errorCode = 0, fullname = "
+                             "My\\032Printer._ipp._tcp.local., hosttarget = printer.local., opaqueport = %d, txtLen = 0 ...",
+                             Pointer(resolve), htons(631))),
+            Contains("callback_ServiceResolve(): (BridgeContext*)context->if_from = 2, ->if_to = 3"),
             Contains(printed("callback_ServiceResolve(): calling DNSServiceRefDeallocate(sdref = %p)...", Pointer(resolve))),
             Contains(around_line(
                 "callback_ServiceResolve,",

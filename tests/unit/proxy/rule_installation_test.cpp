@@ -175,6 +175,14 @@ TEST_F(AddProxyRule, TriesARefusedBrowseFourTimesHalfASecondApart) {
   EXPECT_THAT(fake_process::calls_of("usleep"), ElementsAre("usleep(500000)", "usleep(500000)", "usleep(500000)"));
 }
 
+TEST_F(AddProxyRule, PausesBetweenTwoTries) {
+  std::vector<std::size_t> tries_before_pauses;
+  fake_process::on_call("usleep", [&] { tries_before_pauses.push_back(Calls("DNSServiceBrowse").size()); });
+  fake_dns_sd::fail_next("DNSServiceBrowse", 3, kDNSServiceErr_Unknown);
+  GivenRule("_ipp._tcp");
+  EXPECT_THAT(tries_before_pauses, ElementsAre(1, 2, 3));
+}
+
 TEST_F(AddProxyRule, APromptBrowsePausesNothing) {
   GivenRule("_ipp._tcp");
   EXPECT_THAT(Retries(), IsEmpty());

@@ -58,6 +58,9 @@ TEST_F(SubtypeAnswer, IsTraced) {
   EXPECT_THAT(
       Traces(),
       AllOf(Contains(around_line("-----callback_ServiceQueryRecord-----", printed("----process_queryrecord_PTR: %p--", query))),
+            Contains(printed("\nprocess_queryrecord_PTR(): START: sdref = %p, flags = 2, ifIndex = 2, errorCode = 0, fullname = "
+                             "printer.local., rrtype = 12, rrclass = 1, rdlen = 28, ttl = 120 ...",
+                             query)),
             Contains("process_queryrecord_PTR(): +++++++++hostname = My Printer++++++++"),
             Contains(around_line("process_queryrecord_PTR,",
                                  ",register PTR record,service type:_universal._sub._ipp._tcp.local., service name:My "
