@@ -22,8 +22,8 @@ constexpr std::int64_t kAnnouncementGap = 1'000'000;  // one second apart (micro
 // What is established within this time shares a packet; far too short for anybody to notice.
 constexpr std::int64_t kGather = 20'000;  // microseconds
 
-// The records of 2000 services, five each, are announced twice in about ten seconds.
-constexpr Rate kAnnounceRate{512, 2000};
+// Records; the burst is what pacing.cpp commits at once, five a service, and the rate twice what it commits later.
+constexpr Rate kAnnounceRate{1280, 1600};
 
 // A full send buffer is waited for this long in all, so that a dead interface cannot hold up the process's end.
 constexpr int kSendPatience = 300;  // milliseconds

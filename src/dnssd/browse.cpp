@@ -85,21 +85,21 @@ bool browse_has(const Browse& browse, unsigned protocol, const Name& target) {
 }
 
 void browse_found(Operation& operation, unsigned protocol, const Name& target) {
-  Browse& browse = *std::get_if<Browse>(&operation.part);
+  Browse& browse = part_of<Browse>(operation);
   const std::optional<Instance> instance = instance_of(browse, target);
   if (instance)
     instance_found(operation, browse, protocol, *instance);
 }
 
 void browse_lost(Operation& operation, unsigned protocol, const Name& target) {
-  Browse& browse = *std::get_if<Browse>(&operation.part);
+  Browse& browse = part_of<Browse>(operation);
   const std::optional<Instance> instance = instance_of(browse, target);
   if (instance)
     instance_lost(operation, browse, protocol, *instance);
 }
 
 DNSServiceErrorType browse_start(Operation& operation, const ServiceType& type) {
-  Browse& browse = *std::get_if<Browse>(&operation.part);
+  Browse& browse = part_of<Browse>(operation);
   browse.type = type_name(type);
   const Name asked = type.subtypes.empty() ? browse.type : subtype_name(type, type.subtypes[0]);
   browse.browser = record_browser_new(operation, asked, AVAHI_DNS_TYPE_PTR, ptr_changed);

@@ -5,6 +5,8 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <span>
+
 #include "dnssd/server.h"
 
 namespace dnssd {
@@ -14,26 +16,65 @@ namespace {
 constexpr unsigned kCrowdBegins = 400;
 constexpr unsigned kCrowdEnds = 200;
 
-// Drops probes, queries with records in their authority section (RFC 6762 section 8.1), that this machine has sent. The
-// filter sees a datagram from its UDP header on: the DNS flags stand at 10, the authority count at 16.
-void attach_filter(int fd) {
-  sock_filter program[] = {
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(SKF_AD_OFF + SKF_AD_PKTTYPE)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PACKET_LOOPBACK, 0, 4),
-      BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 10),
-      BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, 0x8000, 2, 0),
-      BPF_STMT(BPF_LD | BPF_H | BPF_ABS, 16),
-      BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, 0, 1, 0),
-      BPF_STMT(BPF_RET | BPF_K, 0xFFFFFFFF),
-      BPF_STMT(BPF_RET | BPF_K, 0),
-  };
-  const sock_fprog filter{sizeof program / sizeof program[0], program};
+// A filter sees a datagram from its UDP header on: the DNS flags stand at 10, the first bit telling a response; the number of
+// records in the authority section, which only a probe has in a query, stands at 16.
+constexpr unsigned kFlagsAt = 10;
+constexpr unsigned kAuthorityAt = 16;
+constexpr unsigned kWhereFrom = static_cast<unsigned>(SKF_AD_OFF + SKF_AD_PKTTYPE);
+
+// Takes responses, and questions of other machines that are no probes.
+sock_filter kUnpublished[] = {
+    BPF_STMT(BPF_LD | BPF_H | BPF_ABS, kFlagsAt),
+    BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, 0x8000, 4, 0),
+    BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kWhereFrom),
+    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PACKET_LOOPBACK, 3, 0),
+    BPF_STMT(BPF_LD | BPF_H | BPF_ABS, kAuthorityAt),
+    BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, 0, 1, 0),
+    BPF_STMT(BPF_RET | BPF_K, 0xFFFFFFFF),
+    BPF_STMT(BPF_RET | BPF_K, 0),
+};
+
+// Takes everything but this machine's probes.
+sock_filter kCrowded[] = {
+    BPF_STMT(BPF_LD | BPF_H | BPF_ABS, kFlagsAt),
+    BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, 0x8000, 4, 0),
+    BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kWhereFrom),
+    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, PACKET_LOOPBACK, 0, 2),
+    BPF_STMT(BPF_LD | BPF_H | BPF_ABS, kAuthorityAt),
+    BPF_JUMP(BPF_JMP | BPF_JGT | BPF_K, 0, 1, 0),
+    BPF_STMT(BPF_RET | BPF_K, 0xFFFFFFFF),
+    BPF_STMT(BPF_RET | BPF_K, 0),
+};
+
+void attach_filter(int fd, std::span<sock_filter> program) {
+  const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
   setsockopt(fd, SOL_SOCKET, SO_ATTACH_FILTER, &filter, sizeof filter);
 }
 
 void detach_filter(int fd) {
   const int unused = 0;
   setsockopt(fd, SOL_SOCKET, SO_DETACH_FILTER, &unused, sizeof unused);
+}
+
+void listen_with(int fd, Ear ear) {
+  switch (ear) {
+    case Ear::unpublished:
+      attach_filter(fd, kUnpublished);
+      break;
+    case Ear::ordinary:
+      detach_filter(fd);
+      break;
+    case Ear::crowded:
+      attach_filter(fd, kCrowded);
+      break;
+  }
+}
+
+Ear ear_for(const Server& server) {
+  if (server.publications == 0)
+    return Ear::unpublished;
+  const bool is_crowded = server.publications > (server.ear == Ear::crowded ? kCrowdEnds : kCrowdBegins);
+  return is_crowded ? Ear::crowded : Ear::ordinary;
 }
 
 void loop_back(const Server& server, int yes) {
@@ -44,19 +85,20 @@ void loop_back(const Server& server, int yes) {
 }  // namespace
 
 void crowd_review(Server& server) {
-  const bool is_crowded = server.publications > (server.is_crowded ? kCrowdEnds : kCrowdBegins);
-  if (is_crowded == server.is_crowded)
+  const Ear ear = ear_for(server);
+  if (ear == server.ear)
     return;
-  server.is_crowded = is_crowded;
+  server.ear = ear;
   for (const int fd : server.sockets) {
-    if (fd >= 0 && is_crowded)
-      attach_filter(fd);
-    if (fd >= 0 && !is_crowded)
-      detach_filter(fd);
+    if (fd >= 0) {
+      listen_with(fd, ear);
+    }
   }
 }
 
-QuietScope::QuietScope(const Server& server) : quiet_(server.is_crowded && server.lookups == 0 ? &server : nullptr) {
+void crowd_begin(int fd) { listen_with(fd, Ear::unpublished); }
+
+QuietScope::QuietScope(const Server& server) : quiet_(server.ear == Ear::crowded && server.lookups == 0 ? &server : nullptr) {
   if (quiet_ != nullptr)
     loop_back(*quiet_, 0);
 }

@@ -1,18 +1,27 @@
-// What is done differently on an interface on which very many records are published. This machine hears its own multicast
-// (other programs on it need to), and each record and question heard costs Avahi a walk over all that it has or has just
-// sent: at two thousand services, half of all the work. So from some hundred services on, and only then,
-//   - the machine's own probes are not listened to (another responder on this machine still hears ours, and that both want
-//     a name is found out when it announces it), and
-//   - our announcements are not looped back while this process looks nothing up on the interface (other programs on this
-//     machine find the services by asking; goodbyes are always looped back).
+// What a server listens to, and whether it hears itself: the savings without which two thousand services cost many times
+// what they should. Avahi holds each question of type ANY, which is what probes are (RFC 6762 section 8.1), against every
+// record that it has published or remembers, and each record that it hears against all those of the last half second.
+//
+//   - Where nothing is published, neither probes nor this machine's own questions are listened to: there is no name to
+//     defend, and nothing to answer with.
+//   - Where very many records are published (a crowd), and only there, this machine's own probes, which multicast loops
+//     back, are not listened to. Another responder on this machine still hears ours, and that both want a name is found out
+//     when it announces it.
+//   - In a crowd, our announcements are not looped back while this process looks nothing up on the interface. Other programs
+//     on this machine find the services by asking; goodbyes are always looped back.
 #pragma once
 
 namespace dnssd {
 
 struct Server;
 
-// To be called when the number of publications has changed.
+enum class Ear { unpublished, ordinary, crowded };
+
+// Makes the two sockets listen as the number of publications demands; to be called when that has changed.
 void crowd_review(Server& server);
+
+// The same for a socket that has just been made, when nothing is published.
+void crowd_begin(int fd);
 
 // While it lives, nothing that is sent on a crowded server's sockets is looped back.
 class QuietScope {

@@ -125,7 +125,7 @@ void heard_goodbye(Watcher& watcher, unsigned protocol, const Name& target) {
   const auto found = watcher.departures.find(key_of(target, protocol));
   if (found != watcher.departures.end()) {
     found->second->is_back = false;
-  } else if (browse_has(*std::get_if<Browse>(&watcher.operation->part), protocol, target)) {
+  } else if (browse_has(part_of<Browse>(*watcher.operation), protocol, target)) {
     begin_departure(watcher, protocol, target);
   }
 }

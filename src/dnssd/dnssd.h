@@ -49,7 +49,7 @@
 // Reading order: api_lookup.cpp and api_publish.cpp (each dns_sd.h function: what is checked, which operation starts),
 // this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then browse.cpp with departures.h and
 // pointer_records.h, resolve.cpp, query.cpp with answers.h; register.cpp and records.cpp with publications.cpp, pacing.h, announcer.h, message.cpp and crowd.h; last
-// the ground: server.cpp, links.h, poll.cpp, signals.cpp, names.cpp, service_names.cpp.
+// the ground: server.cpp, gate.h, links.h, poll.cpp, signals.cpp, names.cpp, service_names.cpp.
 #pragma once
 
 #include <avahi-core/lookup.h>
@@ -58,6 +58,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <deque>
 #include <map>
 #include <memory>
@@ -120,9 +121,9 @@ struct Registration {
   std::uint16_t port = 0;  // host order
   std::string txt;         // rdata
   bool auto_rename = true;
-  std::uint32_t conflicts = 0;       // in the window that began at conflicts_since
-  std::int64_t conflicts_since = 0;  // monotonic, microseconds
-  AvahiTimeout* retry = nullptr;     // runs while the next name waits for its turn
+  std::uint32_t conflicts = 0;     // since there was none for a while
+  std::int64_t last_conflict = 0;  // monotonic, microseconds
+  AvahiTimeout* retry = nullptr;   // runs while the next name waits for its turn
   // Each may be shared with other registrations that want the very same records.
   Publication* service = nullptr;      // SRV and TXT, under the name that is tried or established; null: none is
   std::vector<Publication*> pointers;  // the PTR records that lead to it, held once the name is established;
@@ -147,6 +148,16 @@ struct Operation {
   unsigned queued = 0;  // replies that wait for delivery
   std::variant<Connection, Browse, Resolve, Query, Registration, Record> part;
 };
+
+// The part of an operation that is known to be of its kind.
+template <typename Part>
+Part& part_of(Operation& operation) {
+  Part* part = std::get_if<Part>(&operation.part);
+  if (part == nullptr) {
+    std::abort();
+  }
+  return *part;
+}
 
 // One reply on its way to a callback; which fields it uses goes by the operation's kind.
 struct Reply {

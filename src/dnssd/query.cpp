@@ -1,7 +1,8 @@
 // Query: one Avahi record browser. What is reported goes by the caller's view of an answer, "this is what the host now has":
 // for A and AAAA the newest live address whenever it differs from the one last reported, so that a change is one answer,
 // the loss of one of two addresses is followed by the other, and a repeated or expired one is silence; for other types each
-// distinct rdata once while it lives. Losses are never reported: the caller would take them for answers.
+// distinct rdata once while it lives. Losses are never reported: the caller would take them for answers. The unspecified
+// address is nobody's and never reported.
 #include "dnssd/engine.h"
 #include "dnssd/operations.h"
 
@@ -9,6 +10,8 @@ namespace dnssd {
 namespace {
 
 bool is_address(std::uint16_t rrtype) { return rrtype == kDNSServiceType_A || rrtype == kDNSServiceType_AAAA; }
+
+bool is_unspecified(const std::string& address) { return address.find_first_not_of('\0') == address.npos; }
 
 void queue_answer(Operation& operation, const Query& query, std::uint16_t rrtype, const std::string& rdata, std::uint32_t ttl) {
   Reply reply;
@@ -39,13 +42,13 @@ void query_failed(Operation& operation, const Query& query) {
 void answer_changed(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record,
                     AvahiLookupResultFlags, void* userdata) {
   Operation& operation = *static_cast<Operation*>(userdata);
-  Query& query = *std::get_if<Query>(&operation.part);
+  Query& query = part_of<Query>(operation);
   if (event == AVAHI_BROWSER_FAILURE)
     query_failed(operation, query);
   if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE)
     return;
   const std::string rdata = rdata_of(*record);
-  if (rdata.empty())
+  if (rdata.empty() || (is_address(query.rrtype) && is_unspecified(rdata)))
     return;
   const bool has_become_live = event == AVAHI_BROWSER_NEW && answer_add(query.answers, protocol, rdata, record->ttl);
   if (event == AVAHI_BROWSER_REMOVE)
@@ -60,7 +63,7 @@ void answer_changed(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, 
 }  // namespace
 
 DNSServiceErrorType query_start(Operation& operation, const Name& name) {
-  Query& query = *std::get_if<Query>(&operation.part);
+  Query& query = part_of<Query>(operation);
   query.full_name = name_to_text(name);
   query.browser = record_browser_new(operation, name, query.rrtype, answer_changed);
   return query.browser == nullptr ? kDNSServiceErr_BadParam : kDNSServiceErr_NoError;

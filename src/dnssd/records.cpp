@@ -106,7 +106,8 @@ std::string rdata_of(AvahiRecord& record) {
     return {};
   rdata.resize(size);
   rdata.shrink_to_fit();
-  return rdata;
+  // Avahi forgets empty strings; a TXT record always holds one (RFC 6763 section 6.1).
+  return rdata.empty() && record.key->type == AVAHI_DNS_TYPE_TXT ? std::string(1, '\0') : rdata;
 }
 
 Publication* record_hold(Operation& operation, const std::string& name, std::uint16_t rrtype, const std::string& rdata,
@@ -126,7 +127,7 @@ Publication* record_hold(Operation& operation, const std::string& name, std::uin
 }
 
 DNSServiceErrorType record_start(Operation& operation, const std::string& rdata, std::uint32_t ttl) {
-  Record& record = *std::get_if<Record>(&operation.part);
+  Record& record = part_of<Record>(operation);
   const int flags = record.unique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_ALLOW_MULTIPLE : 0;
   record.publication = record_hold(operation, record.name, record.rrtype, rdata, ttl, flags);
   if (record.publication == nullptr)
@@ -137,7 +138,7 @@ DNSServiceErrorType record_start(Operation& operation, const std::string& rdata,
 }
 
 DNSServiceErrorType record_update(Operation& operation, const std::string& rdata, std::uint32_t ttl) {
-  Record& record = *std::get_if<Record>(&operation.part);
+  Record& record = part_of<Record>(operation);
   if (record.publication == nullptr)
     return kDNSServiceErr_BadState;
   if (record.publication->key == key_of(record.name, record.rrtype, rdata))
@@ -156,7 +157,7 @@ DNSServiceErrorType record_update(Operation& operation, const std::string& rdata
 }
 
 void record_changed(Operation& operation, Publication& publication) {
-  Record& record = *std::get_if<Record>(&operation.part);
+  Record& record = part_of<Record>(operation);
   if (record.publication != &publication)
     return;
   if (publication.stage == Stage::established) {

@@ -16,10 +16,11 @@
 namespace dnssd {
 namespace {
 
-// RFC 6762 section 8.1: after fifteen conflicts within ten seconds, at least five seconds before each further try.
+// RFC 6762 section 8.1: after fifteen conflicts within ten seconds, at least five seconds before each further try. Conflicts
+// count together until there has been none for ten seconds.
 constexpr std::uint32_t kConflictsMax = 15;
-constexpr std::int64_t kConflictWindow = 10'000'000;  // microseconds
-constexpr std::int64_t kConflictPause = 5'000'000;    // microseconds
+constexpr std::int64_t kConflictsForgotten = 10'000'000;  // microseconds
+constexpr std::int64_t kConflictPause = 5'000'000;        // microseconds
 
 constexpr int kShared = 0;  // AVAHI_PUBLISH_ flags of a record that others may have too
 
@@ -110,16 +111,16 @@ DNSServiceErrorType try_name(Operation& operation, Registration& registration) {
 // Whether the conflicts have come so fast that the next name has to wait.
 bool must_pause(Registration& registration) {
   const std::int64_t now = monotonic_now();
-  if (now - registration.conflicts_since > kConflictWindow) {
-    registration.conflicts_since = now;
+  if (now - registration.last_conflict > kConflictsForgotten) {
     registration.conflicts = 0;
   }
+  registration.last_conflict = now;
   return ++registration.conflicts > kConflictsMax;
 }
 
 void pause_over(AvahiTimeout*, void* userdata) {
   Operation& operation = *static_cast<Operation*>(userdata);
-  try_name(operation, *std::get_if<Registration>(&operation.part));
+  try_name(operation, part_of<Registration>(operation));
 }
 
 void try_next_name(Operation& operation, Registration& registration) {
@@ -174,12 +175,10 @@ bool update_in_place(Operation& operation, Publication& service, AvahiRecord* re
 
 }  // namespace
 
-DNSServiceErrorType registration_start(Operation& operation) {
-  return try_name(operation, *std::get_if<Registration>(&operation.part));
-}
+DNSServiceErrorType registration_start(Operation& operation) { return try_name(operation, part_of<Registration>(operation)); }
 
 void registration_changed(Operation& operation, Publication& publication) {
-  Registration& registration = *std::get_if<Registration>(&operation.part);
+  Registration& registration = part_of<Registration>(operation);
   if (registration.service != &publication)
     return;
   if (publication.stage == Stage::established) {
@@ -196,7 +195,7 @@ void registration_changed(Operation& operation, Publication& publication) {
 }
 
 DNSServiceErrorType registration_update(Operation& operation, const std::string& txt, std::uint32_t ttl) {
-  Registration& registration = *std::get_if<Registration>(&operation.part);
+  Registration& registration = part_of<Registration>(operation);
   const std::optional<Name> instance = prepend_label(registration.name, type_name(registration.type));
   if (!instance)
     return kDNSServiceErr_BadState;

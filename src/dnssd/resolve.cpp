@@ -58,7 +58,7 @@ void resolve_failed(Operation& operation, const Resolve& resolve) {
 void record_seen(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record,
                  AvahiLookupResultFlags, void* userdata) {
   Operation& operation = *static_cast<Operation*>(userdata);
-  Resolve& resolve = *std::get_if<Resolve>(&operation.part);
+  Resolve& resolve = part_of<Resolve>(operation);
   if (event == AVAHI_BROWSER_FAILURE)
     resolve_failed(operation, resolve);
   if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE)
@@ -78,7 +78,7 @@ void record_seen(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, Ava
 }  // namespace
 
 DNSServiceErrorType resolve_start(Operation& operation, const Name& instance) {
-  Resolve& resolve = *std::get_if<Resolve>(&operation.part);
+  Resolve& resolve = part_of<Resolve>(operation);
   resolve.full_name = name_to_text(instance);
   resolve.srv_browser = record_browser_new(operation, instance, AVAHI_DNS_TYPE_SRV, record_seen);
   resolve.txt_browser = record_browser_new(operation, instance, AVAHI_DNS_TYPE_TXT, record_seen);

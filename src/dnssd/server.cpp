@@ -51,6 +51,7 @@ void bind_to_interface(Server& server, int fd, int protocol) {
   const auto length = static_cast<socklen_t>(name.size() + 1);
   if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, name.c_str(), length) != 0)
     server.bind_error = errno;
+  crowd_begin(fd);
   const int size = kReceiveBufferBytes;
   if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0) {
     setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
@@ -59,9 +60,13 @@ void bind_to_interface(Server& server, int fd, int protocol) {
 
 AvahiWatch* server_watch_new(const AvahiPoll* api, int fd, AvahiWatchEvent events, AvahiWatchCallback callback, void* userdata) {
   const int protocol = gBeingMade != nullptr ? protocol_of(fd) : -1;
-  if (protocol >= 0)
-    bind_to_interface(*gBeingMade, fd, protocol);
-  return poll_watch_new(api, fd, events, callback, userdata);
+  if (protocol < 0) {
+    return poll_watch_new(api, fd, events, callback, userdata);
+  }
+  bind_to_interface(*gBeingMade, fd, protocol);
+  Gate& gate = gBeingMade->gates[protocol];
+  gate_open(gate, callback, userdata);
+  return poll_watch_new(api, fd, events, gate_pass, &gate);
 }
 
 void server_state_changed(AvahiServer*, AvahiServerState state, void*) {

@@ -2,7 +2,9 @@
 #pragma once
 
 #include "dnssd/announcer.h"
+#include "dnssd/crowd.h"
 #include "dnssd/dnssd.h"
+#include "dnssd/gate.h"
 #include "dnssd/pacing.h"
 
 namespace dnssd {
@@ -14,13 +16,14 @@ struct Server {
   AvahiPoll api{};
   AvahiServer* avahi = nullptr;
   int sockets[2] = {-1, -1};       // Avahi's own for IPv4 and IPv6; -1: none
+  Gate gates[2];                   // before them
   int bind_error = 0;              // errno of a socket that could not be bound to the interface
   unsigned operations = 0;         // live operations on it
   unsigned lookups = 0;            // those of them that look something up
   unsigned publications = 0;       // live publications on it
   AvahiTimeout* linger = nullptr;  // runs while neither is there
   unsigned link = 0;               // what of its link is there, see links.h
-  bool is_crowded = false;         // see crowd.h
+  Ear ear = Ear::unpublished;      // what its sockets listen to
   Pacing pacing;
   Announcer announcer;
   std::unordered_map<std::string, Publication*> shared;  // publications that further holders may join, by their key

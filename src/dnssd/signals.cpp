@@ -4,9 +4,9 @@
 #include "dnssd/signals.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
+#include <csignal>
 
 #include "dnssd/engine.h"
 
