@@ -19,7 +19,7 @@ def package():
     return Package()
 
 
-@pytest.fixture(scope="session")
+@pytest.fixture(scope="module")
 def debian():
     made = DebianRoot()
     yield made

@@ -35,7 +35,7 @@ class DebianRoot:
     """The directory `path`, removed on close. machine.py boots it."""
 
     def __init__(self):
-        self.path = pathlib.Path(tempfile.mkdtemp(prefix="mdnsproxy-root-", dir="/var/tmp"))
+        self.path = new_directory()
         try:
             source_tree.run("tar", "-C", self.path, "-xf", cached_tar())
         except BaseException:
@@ -100,6 +100,13 @@ class kept_archives:
             file.unlink()
 
 
+def new_directory():
+    """One that everybody may enter: it is the root directory of users without privileges too."""
+    path = pathlib.Path(tempfile.mkdtemp(prefix="mdnsproxy-root-", dir="/var/tmp"))
+    path.chmod(0o755)
+    return path
+
+
 def cached_tar():
     tar = CACHE / f"{SUITE}-{source_tree.run('dpkg', '--print-architecture').strip()}.tar"
     if not tar.exists() or time.time() - tar.stat().st_mtime > OLDEST_CACHE:
@@ -109,7 +116,7 @@ def cached_tar():
 
 def make_tar(tar):
     CACHE.mkdir(parents=True, exist_ok=True)
-    root = pathlib.Path(tempfile.mkdtemp(prefix="mdnsproxy-root-", dir="/var/tmp"))
+    root = new_directory()
     partial = tar.with_suffix(f".{os.getpid()}")
     try:
         source_tree.run("debootstrap", "--variant=minbase", SUITE, root, source_line())

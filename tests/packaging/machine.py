@@ -8,13 +8,14 @@ cgroup tree of its own, and its kernel settings are read-only. Everything in it 
 import os
 import pathlib
 import subprocess
+import tempfile
 
 from testbed import wait_until
 
 INIT = pathlib.Path(__file__).with_name("machine_init.sh")
 # Coldplug would wake this machine's real devices; nobody logs in.
 MASKED = ("systemd-udev-trigger.service", "systemd-udev-settle.service", "getty.target", "console-getty.service",
-          "systemd-firstboot.service", "apt-daily.timer", "apt-daily-upgrade.timer")
+          "systemd-logind.service", "systemd-firstboot.service", "apt-daily.timer", "apt-daily-upgrade.timer")
 # What could reach beyond the machine.
 WITHOUT = "-sys_time,-sys_module,-sys_rawio,-mac_admin,-syslog,-wake_alarm"
 
@@ -27,15 +28,15 @@ class Machine:
             mask.symlink_to("/dev/null")
         (root.path / "etc/machine-id").write_text("")
         self.cgroup = make_cgroup()
-        self.output = open(root.path / "var/log/machine", "wb")  # pylint: disable=consider-using-with
+        self.console = open(root.path / "var/log/machine", "wb")  # pylint: disable=consider-using-with
         self.process = subprocess.Popen(  # pylint: disable=consider-using-with
             ["sh", "-c", 'echo $$ >"$0/cgroup.procs" && exec "$@"', self.cgroup,
              "setpriv", "--pdeathsig", "KILL", f"--bounding-set={WITHOUT}", *namespace.command(
                  "unshare", "--mount", "--pid", "--fork", "--kill-child", "--uts", "--ipc", "--cgroup", "sh", INIT, root.path)],
-            stdin=subprocess.DEVNULL, stdout=self.output, stderr=self.output)
+            stdin=subprocess.DEVNULL, stdout=self.console, stderr=self.console)
         try:
             self.pid = wait_until(self._init_pid, 10, "process 1 of the machine")
-            wait_until(lambda: self.status("systemctl is-system-running --wait") in (0, 1) and self.is_up(), 60, self.logs)
+            wait_until(self.is_up, 120, self.logs)
         except BaseException:
             self.close()
             raise
@@ -109,9 +110,12 @@ class Machine:
         return "--- machine\n" + "\n".join(parts)
 
     def close(self):
+        """Once is enough; more often does no harm."""
+        if self.console.closed:
+            return
         self.process.kill()  # and with it process 1 of the machine, and with that everything in it
         self.process.wait()
-        self.output.close()
+        self.console.close()
         wait_until(lambda: remove_cgroup(self.cgroup), 10, "an empty cgroup")
         for mask in self.masks:
             mask.unlink()
@@ -130,9 +134,7 @@ def make_cgroup():
     mounts = [line.split() for line in pathlib.Path("/proc/mounts").read_text().splitlines()]
     tree = [fields[1] for fields in mounts if fields[2] == "cgroup2"]
     assert tree, "a test machine needs the cgroup2 file system mounted"
-    branch = pathlib.Path(tree[0]) / f"mdnsproxy-test-{os.getpid()}"
-    branch.mkdir()
-    return branch
+    return pathlib.Path(tempfile.mkdtemp(prefix="mdnsproxy-test-", dir=tree[0]))
 
 
 def remove_cgroup(branch):

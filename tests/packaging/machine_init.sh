@@ -37,5 +37,4 @@ mkdir -p run/udev
 mkdir -p mnt
 pivot_root . mnt
 umount -l /mnt
-hostname router
 exec env -i container=other PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 /lib/systemd/systemd --log-target=journal
