@@ -91,7 +91,7 @@ def _cost(scale, path):
     rows = sum(len(subjects) for subjects in scale.values())
     drawing = Drawing(2 * column + 60, 72 + 22 * rows + 48 * len(scale))
     drawing.text(30, 32, "What so many services at once cost", 17, weight="bold")
-    drawing.text(30, 52, "from the first announcement to 20 s later; memory: growth to the peak, divided by their number", 12,
+    drawing.text(30, 52, "from the first announcement to 40 s later; memory: growth to the peak, divided by their number", 12,
                  colour=FAINT)
     y = 92
     for count, subjects in scale.items():

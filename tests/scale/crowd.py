@@ -130,6 +130,11 @@ class Watcher(_Program):
         """{instance name: (when it could be used first, when it went last)}, 0 for not yet."""
         return {name: tuple(times) for name, times in self.ask("services").items()}
 
+    def is_there(self, name):
+        """Whether the instance of that name could be used now."""
+        seen, gone = self.ask(f"service {name}")
+        return seen > gone
+
     @property
     def traffic(self):
         return self.ask("traffic")

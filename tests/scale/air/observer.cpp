@@ -8,6 +8,7 @@
 //
 //   count     {"there": N, "listed": N (by their PTR alone), "at": T (last change)}
 //   services  {"Device 1": [first there, last gone], ...}    0: not yet; seconds of the real-time clock
+//   service NAME   the same for one: [first there, last gone]
 //   traffic   {"gateway": {"packets", "bytes", "multicast", "queries", "unicast", "bytes4", "bytes6"}, "others": {...}} since
 //             the last reset
 //   reset     {}: forgets services and traffic
@@ -159,8 +160,23 @@ std::string text_of_services(const Watcher& watcher) {
   return text + "}";
 }
 
+// The times of the first service with that label; zeros for an unknown one.
+std::string text_of_service(const Watcher& watcher, const std::string& wanted) {
+  char times[64] = "[0, 0]";
+  for (const auto& [name, label] : watcher.labels) {
+    if (label != wanted)
+      continue;
+    const Service& service = watcher.services.at(name);
+    std::snprintf(times, sizeof times, "[%.6f, %.6f]", service.there_at, service.gone_at);
+  }
+  return times;
+}
+
 void obey(Watcher& watcher, const std::string& line) {
-  if (line == "count") {
+  constexpr char kService[] = "service ";
+  if (line.starts_with(kService)) {
+    air::say(text_of_service(watcher, line.substr(sizeof kService - 1)));
+  } else if (line == "count") {
     char text[128];
     std::snprintf(text, sizeof text, R"({"there": %ld, "listed": %ld, "at": %.6f})", watcher.there, watcher.listed,
                   watcher.changed_at);
