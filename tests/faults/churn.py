@@ -20,7 +20,7 @@ class Churn:
         network = scene.network("a", "b")
         self.daemon = scene.daemon(network.gateway, rule("_ipp._tcp", "a", "b"), rule("_universal._ipp._tcp", "a", "b"))
         self.daemon.start_and_wait()
-        self.client = scene.keep(Client(network["b"], scene.ear(network["b"])))
+        self.client = scene.keep(Client(network["b"], scene.ear(network["b"]), network.gateway))
         self.devices = [scene.device(network["a"], host=f"host-{number}", addresses=self._addresses()) for number in range(HOSTS)]
         self.figures = Figures(self.daemon.box, mdnsproxy_path())
         self.events = 0

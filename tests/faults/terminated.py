@@ -23,7 +23,7 @@ class Station:
         self.dice = random.Random(seed)
         self.network = testbed.Network("a", "b")
         self.ear = testbed.Ear(self.network["b"])
-        self.client = Client(self.network["b"], self.ear)
+        self.client = Client(self.network["b"], self.ear, self.network.gateway)
         self.device = testbed.Device(self.network["a"])
         for number in range(SERVICES):
             self.device.publish(f"Service {number}", "_ipp._tcp" if number % 2 else "_http._tcp", 1000 + number)
@@ -54,7 +54,7 @@ class Station:
                 assert daemon.pid_file is None
                 wait_until(lambda: not self.client.held(), 2, lambda: f"goodbyes; link B still holds {self.client.held()}")
             except AssertionError as error:
-                raise AssertionError(f"SIGTERM {asked:.3f} s after the start: {error}\n{daemon.logs()}") from error
+                raise AssertionError(f"SIGTERM {asked:.3f} s after the start: {error}\n{daemon.logs()}\n{self.ear.story()}") from error
 
     def close(self):
         self.device.close()

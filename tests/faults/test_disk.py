@@ -54,7 +54,7 @@ def test_a_disk_that_is_full_at_the_start_ends_it_with_status_30(disk):
 def test_a_disk_that_fills_up_later_does_not_keep_it_from_withdrawing(disk, scene):
     disk.daemon.start()
     wait_until(lambda: disk.status_file().startswith("0\n"), 10, "running")
-    client = scene.keep(Client(disk.network["b"], scene.ear(disk.network["b"])))
+    client = scene.keep(Client(disk.network["b"], scene.ear(disk.network["b"]), disk.network.gateway))
     scene.device(disk.network["a"]).publish("Office Printer")
     client.finds("Office Printer._ipp._tcp.local", within=10)
     disk.shell(FILL)

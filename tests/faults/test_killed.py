@@ -21,7 +21,7 @@ def test_clients_notice_nothing_when_it_is_killed_and_starts_again(scene):
     browser = scene.browser(network["b"])
     for name in names:
         browser.sees(name, within=10)
-    client = scene.keep(Client(network["b"], scene.ear(network["b"])))
+    client = scene.keep(Client(network["b"], scene.ear(network["b"]), network.gateway))
 
     daemon.send(signal.SIGKILL)
     wait_until(lambda: daemon.daemon_status is not None, 5, "its end")

@@ -22,7 +22,7 @@ class Gateway:
         self.daemon = scene.daemon(self.ns, rule("_ipp._tcp", "a", "b")).start_and_wait()
         self.device = scene.device(self.network["a"])
         self.device.publish("Office Printer")
-        self.client = scene.keep(Client(self.network["b"], scene.ear(self.network["b"])))
+        self.client = scene.keep(Client(self.network["b"], scene.ear(self.network["b"]), self.network.gateway))
         self.serves()
 
     def serves(self, within=15):

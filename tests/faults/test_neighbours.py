@@ -4,7 +4,7 @@ to the moment when nobody has said anything for a while."""
 import time
 
 import pytest
-from client import Client
+from client import Client, addresses_on
 from testbed import Network, dns, rule, wait_until
 
 PTR_NAME = "_ipp._tcp.local"
@@ -14,10 +14,10 @@ PRINTER = "Office Printer._ipp._tcp.local"
 class Counter:
     """What gateways say on a link: packets, and the instances that they announce."""
 
-    def __init__(self, scene, link, *hosts):
+    def __init__(self, scene, link, *gateways):
         self.link = link
         self.ear = scene.ear(link)
-        self.sources = [address for host in hosts for address in (link.address4(host), link.address6(host))]
+        self.sources = [address for gateway in gateways for address in addresses_on(gateway, link.name)]
 
     @property
     def packets(self):
@@ -60,7 +60,7 @@ def test_two_side_by_side_in_the_same_direction(scene):
     daemons = [scene.daemon(namespace, rule("_ipp._tcp", "a", "b"), name=name)
                for namespace, name in ((network.gateway, "first"), (second, "second"))]
     start_all(*daemons)
-    counter = Counter(scene, network["b"], 1, 3)
+    counter = Counter(scene, network["b"], network.gateway, second)
     scene.device(network["a"]).publish("Office Printer")
     wait_until(lambda: counter.instances, 10, "the printer on link B")
     falls_silent([counter])
@@ -68,8 +68,7 @@ def test_two_side_by_side_in_the_same_direction(scene):
     # Two gateways, each with three probes and four announcements of two sets of records over two protocols.
     assert len(counter.packets) <= 80
     assert daemons[0].stop() == 10
-    client = scene.keep(Client(network["b"], counter.ear))
-    client.gateway = counter.sources[2:]
+    client = scene.keep(Client(network["b"], counter.ear, second))
     assert client.finds(PRINTER, within=10) == (0, 0, 631, dns.labels("printer.local"))
     falls_silent([counter])
     assert len(counter.packets) <= 120
@@ -88,7 +87,7 @@ def test_two_side_by_side_in_opposite_directions(scene, bidirectional):
     daemons = [scene.daemon(network.gateway, rule("_ipp._tcp", "a", "b", bidirectional), name="first"),
                scene.daemon(second, rule("_ipp._tcp", "b", "a", bidirectional), name="second")]
     start_all(*daemons)
-    on_a, on_b = Counter(scene, network["a"], 1, 3), Counter(scene, network["b"], 1, 3)
+    on_a, on_b = (Counter(scene, network[name], network.gateway, second) for name in "ab")
     device = scene.device(network["a"])
     service = device.publish("Office Printer")
     wait_until(lambda: on_b.instances, 10, "the printer on link B")
@@ -97,7 +96,7 @@ def test_two_side_by_side_in_opposite_directions(scene, bidirectional):
     assert not on_a.instances, "it came back"
     assert len(on_b.packets) <= 80 and len(on_a.packets) <= 40
     device.withdraw(service)
-    client = scene.keep(Client(network["b"], on_b.ear))
+    client = scene.keep(Client(network["b"], on_b.ear, network.gateway))
     client.gateway = tuple(on_b.sources)
     wait_until(lambda: not client.held(), 5, lambda: f"goodbyes; link B still holds {client.held()}")
 
@@ -112,7 +111,8 @@ def test_a_ring_of_three(scene):
     daemons = [scene.daemon(gateways[number], rule("_ipp._tcp", one, other), name=f"{one} to {other}")
                for number, (one, other) in enumerate((("a", "b"), ("b", "c"), ("c", "a")))]
     start_all(*daemons)
-    counters = {name: Counter(scene, network[name], 4, 5, 6) for name in "abc"}
+    counters = {name: Counter(scene, network[name], *(gateways[at] for at in each))
+                for name, each in (("a", (0, 2)), ("b", (0, 1)), ("c", (1, 2)))}
     scene.device(network["a"]).publish("Office Printer")
     wait_until(lambda: counters["b"].instances, 10, "the printer on link B")
     falls_silent(counters.values())
@@ -129,8 +129,8 @@ class SameName:
     def __init__(self, scene):
         self.network = scene.network("a", "b")
         self.daemon = scene.daemon(self.network.gateway, rule("_ipp._tcp", "a", "b")).start_and_wait()
-        self.counter = Counter(scene, self.network["b"], 1)
-        self.client = scene.keep(Client(self.network["b"], self.counter.ear))
+        self.counter = Counter(scene, self.network["b"], self.network.gateway)
+        self.client = scene.keep(Client(self.network["b"], self.counter.ear, self.network.gateway))
         self.browser = scene.browser(self.network["b"])
 
     def neither_is_lost(self):

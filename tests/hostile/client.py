@@ -1,18 +1,25 @@
 """A client on a link: asks by multicast, and takes what the gateway answers."""
 
+import json
 import time
 
 from testbed import dns
 from testbed.sockets import open_on
 
 
-class Client:
-    """`ear`: the ear on the client's link."""
+def addresses_on(namespace, interface):
+    """Every address that packets from there may come from, the link-local one too."""
+    described = json.loads(namespace.run(f"ip -j addr show dev {interface}"))
+    return tuple(address["local"] for address in described[0]["addr_info"])
 
-    def __init__(self, link, ear):
+
+class Client:
+    """`ear`: the ear on the client's link; `gateway`: the namespace of the gateway, whose interface is named as the link."""
+
+    def __init__(self, link, ear, gateway):
         self.link = link
         self.ear = ear
-        self.gateway = (link.address4(1), link.address6(1))
+        self.gateway = addresses_on(gateway, link.name)
         self._held = {}  # (name, kind) -> data of every record
         self._taken_in = 0
         self._sockets = open_on(link)

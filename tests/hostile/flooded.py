@@ -18,7 +18,7 @@ class Flooded:
         self.daemon = scene.daemon(network.gateway, *rules).start_and_wait()
         self.device = scene.device(network["a"], host="genuine-host")
         self.device.publish("Genuine", port=6310, subtypes=("_universal",))
-        self.client = scene.keep(Client(network["b"], scene.ear(network["b"])))
+        self.client = scene.keep(Client(network["b"], scene.ear(network["b"]), network.gateway))
         self.finds_genuine()
         self.adversary = scene.keep(Adversary(network["a"]))
 

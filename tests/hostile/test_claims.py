@@ -48,7 +48,7 @@ class Claimant:
 def test_whoever_claims_every_name_costs_few_packets_and_ends_nothing(scene):
     network = scene.network("a", "b")
     daemon = scene.daemon(network.gateway, rule("_ipp._tcp", "a", "b")).start_and_wait()
-    client = scene.keep(Client(network["b"], scene.ear(network["b"])))
+    client = scene.keep(Client(network["b"], scene.ear(network["b"]), network.gateway))
     claimant = Claimant(scene, client)
     scene.device(network["a"]).publish("Genuine")
     wait_until(lambda: client.heard_packets(), 5, "a probe")
