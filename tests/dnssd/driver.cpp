@@ -189,6 +189,9 @@ void do_update(const Fields& f) {  // name rdata ttl; the name of a record, or o
 
 void do_remove(const Fields& f) { done(DNSServiceRemoveRecord(gRefs[gConnectionOf[f[1]]], gRecords[f[1]], 0)); }
 
+// connection record: removes a record by way of a connection that need not be its own.
+void do_remove_from(const Fields& f) { done(DNSServiceRemoveRecord(gRefs[f[1]], gRecords[f[2]], 0)); }
+
 void do_release(const Fields& f) {
   DNSServiceRefDeallocate(gRefs[f[1]]);
   done(0);
@@ -234,6 +237,13 @@ void do_blocked(const Fields& f) {
   sigprocmask(SIG_BLOCK, nullptr, &mask);
   done(sigismember(&mask, static_cast<int>(number(f[1]))));
 }
+
+// In a forked child: the mask after the first call into the library.
+void do_after_fork(const Fields& f) {
+  DNSServiceRefSockFD(nullptr);
+  do_blocked(f);
+}
+
 void do_handled(const Fields&) { done(gHandled); }
 
 void do_raise(const Fields& f) {
@@ -261,10 +271,28 @@ void do_fork(const Fields& f) {
 void do_close(const Fields& f) { done(close(static_cast<int>(number(f[1])))); }
 
 const std::map<std::string, std::function<void(const Fields&)>> kCommands = {
-    {"connect", do_connect}, {"browse", do_browse},   {"resolve", do_resolve}, {"query", do_query},     {"register", do_register},
-    {"record", do_record},   {"update", do_update},   {"remove", do_remove},   {"release", do_release}, {"socket", do_socket},
-    {"process", do_process}, {"exit", do_exit},       {"abandon", do_abandon}, {"serve", do_serve},     {"when", do_when},
-    {"handle", do_handle},   {"blocked", do_blocked}, {"handled", do_handled}, {"raise", do_raise},     {"fork", do_fork},
+    {"removefrom", do_remove_from},
+    {"after fork", do_after_fork},
+    {"connect", do_connect},
+    {"browse", do_browse},
+    {"resolve", do_resolve},
+    {"query", do_query},
+    {"register", do_register},
+    {"record", do_record},
+    {"update", do_update},
+    {"remove", do_remove},
+    {"release", do_release},
+    {"socket", do_socket},
+    {"process", do_process},
+    {"exit", do_exit},
+    {"abandon", do_abandon},
+    {"serve", do_serve},
+    {"when", do_when},
+    {"handle", do_handle},
+    {"blocked", do_blocked},
+    {"handled", do_handled},
+    {"raise", do_raise},
+    {"fork", do_fork},
     {"close", do_close},
 };
 

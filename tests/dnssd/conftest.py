@@ -1,0 +1,86 @@
+"""Fixtures: a link of two hosts for each file, and drivers that a failing test prints the logs of."""
+
+import os
+import sys
+
+import pytest
+
+sys.path.insert(0, os.path.dirname(__file__))
+
+import driver as d  # noqa: E402
+
+
+class Link:
+    """Two hosts with a veth pair between them:
+
+        near (10.9.0.1, fd09::1) eth0 ---- eth0 far (10.9.0.2, fd09::2)
+    """
+
+    def __init__(self, **protocols):
+        self.near, self.far = d.Host("near"), d.Host("far")
+        self.drivers, self.processes = [], []
+        d.link(self.near, "eth0", self.far, "eth0", **protocols)
+        self.near_index, self.far_index = self.near.index("eth0"), self.far.index("eth0")
+
+    def driver(self, host, connect=True, **options):
+        driver = d.Driver(host, **options)
+        self.drivers.append(driver)
+        if connect:
+            assert driver.connect() == 0
+        return driver
+
+    def publisher(self, **options):
+        return self.driver(self.near, **options)
+
+    def looker(self, **options):
+        return self.driver(self.far, **options)
+
+    def wipe(self):
+        """Ends the drivers, so that the next test finds a link on which nothing is published."""
+        for driver in self.drivers:
+            driver.kill()
+        for process in self.processes:
+            process.kill()
+            process.wait()
+        self.drivers, self.processes = [], []
+
+    def remove(self):
+        self.wipe()
+        self.near.remove()
+        self.far.remove()
+
+
+@pytest.fixture(scope="module")
+def module_link():
+    link = Link()
+    yield link
+    link.remove()
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    outcome = yield
+    report = outcome.get_result()
+    link = item.funcargs.get("link") if hasattr(item, "funcargs") else None
+    if report.when == "call" and report.failed and link is not None:
+        report.sections.append(("drivers", "\n".join(driver.dump() for driver in link.drivers)))
+
+
+@pytest.fixture
+def link(module_link):
+    yield module_link
+    module_link.wipe()
+
+
+@pytest.fixture
+def own_link():
+    """Makes links of the test's own, for what would spoil the shared one."""
+    links = []
+
+    def make(**protocols):
+        links.append(Link(**protocols))
+        return links[-1]
+
+    yield make
+    for one in links:
+        one.remove()

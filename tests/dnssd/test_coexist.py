@@ -1,0 +1,136 @@
+"""Other implementations: python3-zeroconf on the other side of the link, avahi-daemon on the same machine."""
+
+import os
+import subprocess
+import sys
+import textwrap
+
+import pytest
+
+import driver as d
+
+
+def zeroconf(link, host, program):
+    """Runs a Python program with zeroconf on a host; its lines are collected in `lines`."""
+    process = subprocess.Popen(["ip", "netns", "exec", host.name, "/usr/bin/python3", "-u", "-c", textwrap.dedent(program)],
+                               stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    process.lines = []
+    d.Reader(process.stdout, lambda line, _: process.lines.append(line)).start()
+    link.processes.append(process)
+    return process
+
+
+PUBLISH = """
+    import socket, sys
+    from zeroconf import ServiceInfo, Zeroconf
+    zc = Zeroconf(interfaces=["10.9.0.1"])
+    info = ServiceInfo("_ipp._tcp.local.", "Büro 2. Stock._ipp._tcp.local.", port=631, server="printer.local.",
+                       addresses=[socket.inet_aton("10.9.0.77")], properties={"rp": "print"})
+    zc.register_service(info)
+    print("up")
+    sys.stdin.readline()
+    info.addresses = [socket.inet_aton("10.9.0.78")]
+    zc.update_service(info)
+    print("changed")
+    sys.stdin.readline()
+    zc.unregister_service(info)
+    zc.close()
+    print("down")
+"""
+
+BROWSE = """
+    import sys
+    from zeroconf import ServiceBrowser, Zeroconf
+    class Listener:
+        def add_service(self, zc, kind, name):
+            info = zc.get_service_info(kind, name, 5000)
+            print("add", name, info and (info.server, info.port, info.properties, info.parsed_addresses()))
+        def update_service(self, zc, kind, name):
+            pass
+        def remove_service(self, zc, kind, name):
+            print("remove", name)
+    zc = Zeroconf(interfaces=["10.9.0.1"])
+    ServiceBrowser(zc, "_ipp._tcp.local.", Listener())
+    print("up")
+    sys.stdin.readline()
+"""
+
+
+def test_a_service_of_another_implementation_is_found_resolved_followed_and_lost(link):
+    looker = link.looker()
+    looker.browse("br", link.far_index, "_ipp._tcp")
+    other = zeroconf(link, link.near, PUBLISH)
+    reply = looker.wait("br")[0]
+    assert d.text_of(reply.fields[0]) == "Büro 2. Stock"
+    looker.resolve("rs", link.far_index, "Büro 2. Stock", "_ipp._tcp.")
+    resolved = looker.wait("rs")[0]
+    assert d.text_of(resolved.fields[0]) == "Büro\\0322\\.\\032Stock._ipp._tcp.local."
+    assert d.text_of(resolved.fields[1]) == "printer.local." and bytes.fromhex(resolved.fields[3]) == b"\x08rp=print"
+    looker.query("q", link.far_index, "printer.local.", d.A)
+    looker.wait("q")
+    other.stdin.write("change\n")
+    other.stdin.flush()
+    looker.wait("q", 2)
+    assert [reply.fields[3] for reply in looker.of("q")] == ["0a09004d", "0a09004e"]
+    other.stdin.write("end\n")
+    other.stdin.flush()
+    assert not d.add_flag(looker.wait("br", 2)[1])
+
+
+def test_another_implementation_finds_resolves_and_loses_our_service(link):
+    publisher = link.looker()
+    other = zeroconf(link, link.near, BROWSE)
+    d.wait_for(lambda: "up" in other.lines, "zeroconf to be up", 20)
+    publisher.record("r", link.far_index, "printer.local.", d.A, bytes([10, 9, 0, 77]))
+    publisher.record("r6", link.far_index, "printer.local.", d.AAAA, bytes([0xFD, 9] + [0] * 13 + [77]))
+    publisher.register("reg", link.far_index, "My Printer", txt=d.txt_data("rp=print"))
+    d.wait_for(lambda: any(line.startswith("add My Printer._ipp._tcp.local.") for line in other.lines), "add", 20)
+    line = next(line for line in other.lines if line.startswith("add"))
+    assert "printer.local." in line and "631" in line and "10.9.0.77" in line and "fd09::4d" in line and "print" in line
+    publisher.end()
+    d.wait_for(lambda: "remove My Printer._ipp._tcp.local." in other.lines, "remove")
+
+
+@pytest.fixture
+def avahi_daemon(link):
+    """avahi-daemon on the near host, in directories of its own, with a service of its own."""
+    directory = f"/tmp/dnssd-avahi-{os.getpid()}"
+    services = f"{directory}/services"
+    os.makedirs(services, exist_ok=True)
+    with open(f"{directory}/avahi-daemon.conf", "w", encoding="ascii") as conf:
+        conf.write("[server]\nhost-name=gateway\nenable-dbus=no\nallow-interfaces=eth0\n[publish]\npublish-workstation=no\n")
+    with open(f"{services}/web.service", "w", encoding="ascii") as service:
+        service.write("<service-group><name>Gateway Web</name><service><type>_http._tcp</type><port>80</port></service>"
+                      "<service><type>_ipp._tcp</type><port>81</port></service></service-group>")
+    script = (f"mkdir -p /etc/avahi/services && mount --bind {services} /etc/avahi/services && mount -t tmpfs none /run && "
+              f"exec avahi-daemon --no-drop-root --no-chroot --no-rlimits -f {directory}/avahi-daemon.conf")
+    process = subprocess.Popen(["ip", "netns", "exec", link.near.name, "unshare", "-m", "sh", "-c", script],
+                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    process.lines = []
+    d.Reader(process.stdout, lambda line, _: process.lines.append(line)).start()
+    link.processes.append(process)
+    yield process
+    sys.stdout.write("\n".join(process.lines))
+
+
+def test_avahi_daemon_on_the_same_machine_goes_on_working_and_is_found(link, avahi_daemon):
+    near, far = link.publisher(), link.looker()
+    near.browse("br", link.near_index, "_http._tcp")
+    far.browse("br", link.far_index, "_http._tcp")
+    assert d.text_of(near.wait("br", deadline=30)[0].fields[0]) == "Gateway Web"
+    assert d.text_of(far.wait("br", deadline=30)[0].fields[0]) == "Gateway Web"
+    near.register("reg", link.near_index, "Ours", regtype="_http._tcp", host="ours.local")
+    far.wait("br", 2)
+    far.resolve("rs", link.far_index, "Gateway Web", "_http._tcp")
+    assert d.text_of(far.wait("rs")[0].fields[1]) == "gateway.local."
+    assert avahi_daemon.poll() is None
+
+
+def test_a_name_that_avahi_daemon_has_is_not_taken_from_it(link, avahi_daemon):
+    far, near = link.looker(), link.publisher()
+    far.browse("br", link.far_index, "_ipp._tcp")
+    assert d.text_of(far.wait("br", deadline=30)[0].fields[0]) == "Gateway Web"
+    near.register("reg", link.near_index, "Gateway Web", host="ours.local")
+    assert d.text_of(near.wait("reg")[0].fields[0]) == "Gateway Web (2)"
+    far.wait("br", 2)
+    assert [d.text_of(reply.fields[0]) for reply in far.of("br") if d.add_flag(reply)] == ["Gateway Web", "Gateway Web (2)"]
