@@ -100,14 +100,15 @@ DNSServiceErrorType DNSServiceResolve(DNSServiceRef* sdRef, DNSServiceFlags flag
   return finish_operation(sdRef, operation, resolve_start(*operation, *instance));
 }
 
-// Every query is a multicast one that lasts until it is released, whatever the name's domain.
+// Every query is a multicast one that lasts until it is released, whatever the name's domain. One type at a time:
+// kDNSServiceType_ANY is kDNSServiceErr_Unsupported.
 DNSServiceErrorType DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
                                           const char* fullname, uint16_t rrtype, uint16_t rrclass,
                                           DNSServiceQueryRecordReply callBack, void* context) {
   const LibraryCall call;
   if (sdRef == nullptr || fullname == nullptr || rrtype == 0 || callBack == nullptr)
     return kDNSServiceErr_BadParam;
-  if (rrclass != kDNSServiceClass_IN)
+  if (rrclass != kDNSServiceClass_IN || rrtype == kDNSServiceType_ANY)
     return kDNSServiceErr_Unsupported;
   const std::optional<Name> name = parse_name(fullname);
   if (!name || name->labels.empty())

@@ -6,6 +6,8 @@
 
 #include "proxy/record_labels.h"
 
+#include <utlist.h>
+
 #include <array>
 #include <cstddef>
 
@@ -23,49 +25,37 @@ constexpr std::size_t kPoolSize = 2 * 2001 + kRestingBeforeReuse;
 struct Label {
   char text[kNameSize];
   bool in_use;
-  Label* older;  // neighbours in the list that holds it, null at the ends
-  Label* newer;
+  Label* prev;  // neighbours in the list that holds it, as utlist.h keeps them
+  Label* next;
 };
 
-struct LabelList {
-  Label* oldest;
-  Label* newest;
-  std::size_t count;
-};
+// Each list from the label that has been in it for the longest time to the one that came last; null: empty.
+Label* labels_in_use;
+Label* labels_resting;
 
 std::array<Label, kPoolSize> pool;
 std::size_t fresh_used;  // labels from here on are fresh
-LabelList labels_in_use;
-LabelList labels_resting;
+std::size_t resting_count;
 
-void append(LabelList& list, Label* label) {
-  label->older = list.newest;
-  label->newer = nullptr;
-  (list.newest != nullptr ? list.newest->newer : list.oldest) = label;
-  list.newest = label;
-  ++list.count;
-}
-
-void unlink(LabelList& list, Label* label) {
-  (label->older != nullptr ? label->older->newer : list.oldest) = label->newer;
-  (label->newer != nullptr ? label->newer->older : list.newest) = label->older;
-  --list.count;
-}
-
-Label* take_oldest(LabelList& list) {
-  Label* label = list.oldest;
-  unlink(list, label);
+Label* take_oldest(Label*& list) {
+  Label* label = list;
+  DL_DELETE(list, label);
   return label;
 }
 
+Label* take_resting() {
+  --resting_count;
+  return take_oldest(labels_resting);
+}
+
 Label* take_label() {
-  if (labels_resting.count > kRestingBeforeReuse) {
-    return take_oldest(labels_resting);
+  if (resting_count > kRestingBeforeReuse) {
+    return take_resting();
   }
   if (fresh_used < kPoolSize) {
     return &pool[fresh_used++];
   }
-  return take_oldest(labels_resting.count != 0 ? labels_resting : labels_in_use);
+  return resting_count != 0 ? take_resting() : take_oldest(labels_in_use);
 }
 
 }  // namespace
@@ -74,7 +64,7 @@ char* record_label_acquire(const char* text) {
   Label* label = take_label();
   copy_text(label->text, text);
   label->in_use = true;
-  append(labels_in_use, label);
+  DL_APPEND(labels_in_use, label);
   return label->text;
 }
 
@@ -85,7 +75,8 @@ void record_label_retire(char* label) {
   Label* retired = reinterpret_cast<Label*>(label);  // its first member
   if (retired->in_use) {
     retired->in_use = false;
-    unlink(labels_in_use, retired);
-    append(labels_resting, retired);
+    DL_DELETE(labels_in_use, retired);
+    DL_APPEND(labels_resting, retired);
+    ++resting_count;
   }
 }

@@ -1,6 +1,6 @@
 // A found instance is resolved: shall it be forwarded, and where is its host?
 
-#include <cstring>
+#include <algorithm>
 #include <new>
 #include <span>
 #include <string_view>
@@ -78,17 +78,25 @@ Addr_query_context* new_addr_query_context(const Resolved& resolved) {
   if (block == nullptr) {
     handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
   }
-  Addr_query_context* result = new (block) Addr_query_context{};
-  copy_text(result->service_type, resolved.service_type);
-  result->bridge_context_ptr = resolved.bridge;
-  copy_text(result->service_name, resolved.service_name);
-  result->opaqueport = resolved.opaqueport;
-  result->txtLen = static_cast<std::uint16_t>(resolved.txt.size());
-  if (resolved.txt.size() < sizeof result->txt && !resolved.txt.empty()) {
-    std::memcpy(result->txt, resolved.txt.data(), resolved.txt.size());
-  }
+  Addr_query_context* result = new (block) Addr_query_context{
+      .addr_v4 = {},
+      .addr_v6 = {},
+      .bridge_context_ptr = resolved.bridge,
+      .hosttarget = {},
+      .opaqueport = resolved.opaqueport,
+      .txtLen = static_cast<std::uint16_t>(resolved.txt.size()),
+      .txt = {},
+      .service_type = {},
+      .service_name = {},
+      .IfIndex = resolved.interfaceIndex,
+      .record_label = nullptr,
+  };
   copy_text(result->hosttarget, resolved.hosttarget);
-  result->IfIndex = resolved.interfaceIndex;
+  if (resolved.txt.size() < sizeof result->txt) {
+    std::ranges::copy(resolved.txt, result->txt);
+  }
+  copy_text(result->service_type, resolved.service_type);
+  copy_text(result->service_name, resolved.service_name);
   return result;
 }
 
@@ -142,8 +150,7 @@ subtype_query_context* new_subtype_query_context(const Resolved& resolved, const
   if (block == nullptr) {
     handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
   }
-  subtype_query_context* record_PTR = new (block) subtype_query_context{};
-  record_PTR->bridge_context_ptr = resolved.bridge;
+  subtype_query_context* record_PTR = new (block) subtype_query_context{resolved.bridge, {}, {}};
   copy_text(record_PTR->subtype_query_name, query_name);
   join_text(record_PTR->service_fullname, {resolved.service_name, ".", resolved.service_type, ".local."});
   log_message(LOG_DEBUG, "%s,%d,save record_PTR, service_name:%s, service_type:%s, on interface:%d", "callback_ServiceResolve",

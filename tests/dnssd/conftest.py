@@ -64,6 +64,7 @@ def pytest_runtest_makereport(item, call):
     link = item.funcargs.get("link") if hasattr(item, "funcargs") else None
     if report.when == "call" and report.failed and link is not None:
         report.sections.append(("drivers", "\n".join(driver.dump() for driver in link.drivers)))
+        report.sections.append(("processes", "\n".join("\n".join(process.lines) for process in link.processes)))
 
 
 @pytest.fixture

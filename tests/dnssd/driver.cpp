@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <functional>
 #include <map>
 #include <string>
@@ -27,6 +28,7 @@ std::map<std::string, DNSRecordRef> gRecords;
 std::map<std::string, std::string> gConnectionOf;                // of each record
 std::map<std::string, std::vector<std::string>> gNextReplyDoes;  // commands to run inside the next callback of a name
 bool gSelecting = true;                                          // whether the main loop serves the library
+bool gAside = false;
 int gHandled = 0;
 
 std::string hex(const void* data, std::size_t size) {
@@ -68,7 +70,10 @@ void print(const std::string& line) {
 }
 
 // The context of every operation: its name, which lives for ever.
-const char* context_of(const std::string& name) { return strdup(name.c_str()); }
+const char* context_of(const std::string& name) {
+  static std::deque<std::string> names;
+  return names.emplace_back(name).c_str();
+}
 
 void replied(void* context, const std::string& rest) {
   const std::string name = static_cast<const char*>(context);
@@ -78,8 +83,10 @@ void replied(void* context, const std::string& rest) {
     return;
   const std::vector<std::string> commands = planned->second;
   gNextReplyDoes.erase(planned);
+  gAside = true;
   for (const std::string& command : commands)
     run(command);
+  gAside = false;
 }
 
 std::string head(const char* kind, DNSServiceFlags flags, std::uint32_t interface_index, DNSServiceErrorType error) {
@@ -117,7 +124,8 @@ void on_record(DNSServiceRef, DNSRecordRef, DNSServiceFlags flags, DNSServiceErr
 // The reference to start an operation with: a copy of the connection's for a shared one, uninitialised otherwise.
 DNSServiceRef start_ref(const std::string& connection) { return connection == "-" ? nullptr : gRefs[connection]; }
 
-void done(DNSServiceErrorType error) { print("done\t" + std::to_string(error)); }
+// A command's answer; "did" for one that ran inside a callback or in a forked child.
+void done(DNSServiceErrorType error) { print((gAside ? "did\t" : "done\t") + std::to_string(error)); }
 
 void started(const std::string& name, DNSServiceRef ref, DNSServiceErrorType error) {
   if (error == kDNSServiceErr_NoError)
@@ -256,6 +264,7 @@ void do_fork(const Fields& f) {
   std::fflush(stdout);
   const pid_t child = fork();
   if (child == 0) {
+    gAside = true;  // its answers are not the parent's
     std::string command = f[1];
     for (char& c : command)
       c = c == '|' ? '\t' : c;

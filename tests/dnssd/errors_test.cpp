@@ -100,6 +100,7 @@ TEST_F(Errors, QueryChecksItsArguments) {
   EXPECT_EQ(query("a..b", 1, 1), kDNSServiceErr_BadParam);
   EXPECT_EQ(query("h.local", 0, 1), kDNSServiceErr_BadParam);
   EXPECT_EQ(query("h.local", 1, 3), kDNSServiceErr_Unsupported);
+  EXPECT_EQ(query("h.local", kDNSServiceType_ANY, 1), kDNSServiceErr_Unsupported);
   EXPECT_EQ(query("h.local", 1, 1), kDNSServiceErr_BadInterfaceIndex);
 }
 

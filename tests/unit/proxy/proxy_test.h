@@ -53,6 +53,8 @@ class ProxyTest : public DaemonTest {
   std::vector<std::string> Calls() const { return fake_dns_sd::lines(mark_); }
   static std::vector<fake_dns_sd::Call> Calls(std::string_view function) { return fake_dns_sd::calls(function); }
   static fake_dns_sd::Call LastCall(std::string_view function);
+  // How many calls the library has seen when each further message that begins so is written.
+  static std::vector<std::size_t>& WatchCallsAt(const std::string& beginning);
   // Messages by priority, since the last ForgetMessages.
   static std::vector<std::string> Traces();
   static std::vector<std::string> Warnings();

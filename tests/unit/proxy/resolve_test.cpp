@@ -103,6 +103,13 @@ TEST_F(ResolveReply, TracesItsSteps) {
   EXPECT_THAT(Warnings(), IsEmpty());
 }
 
+TEST_F(ResolveReply, SaysThatTheResolveEndsBeforeItDoes) {
+  const std::size_t first = fake_dns_sd::calls().size();
+  const std::vector<std::size_t>& calls = WatchCallsAt("callback_ServiceResolve(): calling DNSServiceRefDeallocate");
+  Resolves(kFullname);
+  EXPECT_THAT(calls, ElementsAre(first));
+}
+
 TEST_F(ResolveReply, AnEscapedDotBelongsToTheInstanceName) {
   BrowseAdds("a.b");
   Resolves("a\\.b._ipp._tcp.local.");

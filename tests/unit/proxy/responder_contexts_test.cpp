@@ -212,6 +212,16 @@ TEST_F(ResponderContexts, EachReleaseIsTraced) {
           printed("del_responder_context(): REMOVE:  subtype_query_context=%p", Pointer(was.subtype_query_context))));
 }
 
+TEST_F(ResponderContexts, EachReleaseIsTracedBeforeItHappens) {
+  ResponderContext* instance = Full("My Printer");
+  const std::size_t first = fake_dns_sd::calls().size();
+  const std::vector<std::size_t>& calls = WatchCallsAt("del_responder_context(): REMOVE:");
+  del_responder_context(bridge_, instance);
+  EXPECT_THAT(calls, ElementsAre(first, first + 1, first + 2, first + 3, first + 4, first + 5, first + 6, first + 7, first + 8,
+                                 first + 8))
+      << "eight calls, then the two contexts";
+}
+
 TEST_F(ResponderContexts, NothingIsLeftOfATornDownInstance) {
   const ZmkUsage before = zmk_usage();
   del_responder_context(bridge_, Full("My Printer"));

@@ -177,10 +177,15 @@ TEST_F(AddProxyRule, TriesARefusedBrowseFourTimesHalfASecondApart) {
 
 TEST_F(AddProxyRule, PausesBetweenTwoTries) {
   std::vector<std::size_t> tries_before_pauses;
-  fake_process::on_call("usleep", [&] { tries_before_pauses.push_back(Calls("DNSServiceBrowse").size()); });
+  std::vector<std::size_t> reports_before_pauses;
+  fake_process::on_call("usleep", [&] {
+    tries_before_pauses.push_back(Calls("DNSServiceBrowse").size());
+    reports_before_pauses.push_back(Retries().size());
+  });
   fake_dns_sd::fail_next("DNSServiceBrowse", 3, kDNSServiceErr_Unknown);
   GivenRule("_ipp._tcp");
   EXPECT_THAT(tries_before_pauses, ElementsAre(1, 2, 3));
+  EXPECT_THAT(reports_before_pauses, ElementsAre(1, 2, 3));
 }
 
 TEST_F(AddProxyRule, APromptBrowsePausesNothing) {

@@ -68,6 +68,21 @@ TEST_F(SubtypeAnswer, IsTraced) {
             Contains(printed("process_queryrecord_PTR(): calling DNSServiceRefDeallocate(sdref = %p)...", query))));
 }
 
+TEST_F(SubtypeAnswer, SaysThatTheQueryEndsBeforeItDoes) {
+  const std::size_t first = fake_dns_sd::calls().size();
+  const std::vector<std::size_t>& calls = WatchCallsAt("process_queryrecord_PTR(): calling DNSServiceRefDeallocate");
+  SubtypeAnswers(kMyPrinter);
+  EXPECT_THAT(calls, ElementsAre(first + 1)) << "after the registration";
+}
+
+TEST_F(SubtypeAnswer, ARefusalIsReportedOnceTheQueryHasEnded) {
+  const std::size_t first = fake_dns_sd::calls().size();
+  const std::vector<std::size_t>& calls = WatchCallsAt("callback_ServiceRegisterRecord(): FAIL");
+  fake_dns_sd::fail_call("DNSServiceRegisterRecord", 1, kDNSServiceErr_BadParam);
+  SubtypeAnswers(kMyPrinter);
+  EXPECT_THAT(calls, ElementsAre(first + 2)) << "the registration and the end of the query";
+}
+
 TEST_F(SubtypeAnswer, ForAnotherKnownInstanceIsIgnored) {
   BrowseAdds("Other");
   BrowseAdds("My Printer");  // known already; the words of the test are about it again
