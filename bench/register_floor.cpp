@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // register_floor: the least that announcing services on a link costs with this DNS-SD library. Registers what the daemon would
 // register for as many devices, over the same two connections and with the same flags, without finding, resolving or forwarding
 // anything.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # One place for the language level, the warnings and the sanitizers.
 
 set(CMAKE_CXX_STANDARD 20)

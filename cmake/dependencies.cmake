@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Everything that is not ours, each a Debian package (docs/architecture.md gives the reasons).
 
 find_package(PkgConfig REQUIRED)

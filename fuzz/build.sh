@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: MIT
 # fuzz/build.sh: builds every fuzz target with clang's sanitizers into FUZZ_BUILD_DIR (build/fuzz).
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The DNS-SD library's names and service types, from texts and bytes that nobody has checked.
 //
 // Claims: what is accepted obeys the limits of DNS, and comes back unchanged from every form that it is written in.

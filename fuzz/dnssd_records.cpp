@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Record data that callers of the DNS-SD library and peers on the link hand to it.
 //
 // Claims: data that is accepted is written back in a form that is accepted again and stays the same from then on.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What every fuzz target uses: a reader that takes an input apart, an input as a text that ends at the end of its memory, and
 // a claim that the target makes about the code.
 #pragma once

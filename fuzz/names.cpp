@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Names in presentation format: counting, splitting, unescaping and cutting of labels.
 //
 // Claims: every operation stays within its source and its destination, yields what a plain reading of its rules yields, and the

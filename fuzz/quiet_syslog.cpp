@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // syslog that formats every message, so that an argument which does not suit its format is found, and drops it.
 
 #include <syslog.h>

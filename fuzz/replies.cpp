@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The whole chain of DNS-SD replies: an input is a sequence of browse, resolve, query and register replies, and of calls that are
 // refused, played to the daemon's callbacks over the fake library. Then every instance is removed.
 //

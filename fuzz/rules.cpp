@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rules scanner over any text, and the words that it yields.
 //
 // Claims: it ends, each finding lies in the text, and a value is what stood there between two double quotes.

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: MIT
 # fuzz/run_all.sh SECONDS [SEED]: every fuzz target for that long, two at a time. Builds them first. The seed is printed, so that
 # a run can be repeated; the status is non-zero when a target broke.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/bin/bash
+# SPDX-License-Identifier: MIT
 # fuzz/run_target.sh TARGET SECONDS [SEED]: runs one fuzz target, from its corpus on, for that long. What it finds new goes to a
 # folder that is thrown away, what breaks it to BUILD/artifacts. FUZZ_BUILD_DIR says where the targets were built (build/fuzz).
 # The seed is printed; non-zero when the target broke, took too long over one input, or used too much memory.

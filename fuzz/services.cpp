@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The services scanner over any text.
 //
 // Claims: it ends, each finding lies in the text, and a value is what stood there between two double quotes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Any settings file through the configuration store, as the fencing check asks it.
 //
 // Claims: nothing is left of a reading once the file is another one, and a value that is given is one that the file could say.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "way_out.h"
 
 #include <semaphore.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The daemon's ways out, caught at the link seam (exit is wrapped): a target goes on where the daemon would have ended.
 //
 // What the daemon writes on its way out (status file, PID file) goes to files that nobody reads.

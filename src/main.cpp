@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // mdnsproxy: start-up, then the event loop.
 
 #include <sys/resource.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The charts of a run: visibility.svg, cost.svg, day.svg."""
 
 from .results import SUBJECT_TITLES, memory_each, middle

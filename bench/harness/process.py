@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the kernel knows of one process: processor time and memory."""
 
 import os

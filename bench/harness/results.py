@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The figures of a run: what they come to, the table, and the targets that they are held against."""
 
 import statistics

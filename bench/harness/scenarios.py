@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """At what the subjects are measured. Each scenario makes a network of its own for each subject,
 
         link a                    gateway                   link b

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Who is measured, each on the gateway of a network of its own with the links a and b:
 
     mdnsproxy           this daemon with its library, one rule per forwarded type from a to b

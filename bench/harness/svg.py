@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Just enough SVG for clean charts: no dependency, and the files stay small and readable."""
 
 from xml.sax.saxutils import escape

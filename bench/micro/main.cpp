@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Micro-benchmarks of what the daemon does per reply, per rule and per file. Run as the daemon runs: its semaphores made, its
 // debug messages filtered by the syslog mask.
 #include <benchmark/benchmark.h>

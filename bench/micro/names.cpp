@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The name helpers, each of which runs once or more per reply.
 #include "proxy/names.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading the two files: the time may only grow with their size.
 #include <benchmark/benchmark.h>
 

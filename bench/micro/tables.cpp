@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Look-ups in the tables. Nothing is ever taken out of them, so each benchmark fills up what is missing.
 #include <benchmark/benchmark.h>
 

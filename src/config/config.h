@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two configuration files: what the scanners accept, and initialisation from them.
 //
 // Promises: InitFromConfigFiles returns only when both files were processed without an error; a configuration error ends the

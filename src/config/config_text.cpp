@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/config_text.h"
 
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A configuration file held in memory as one text, together with the stream that it comes from.
 #pragma once
 

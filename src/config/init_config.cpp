@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Initialisation from the two files: the services list first, since a rule names a service of it.
 
 #include "config/config.h"

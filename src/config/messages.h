@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fatal messages of the two configuration files, as printf formats. They stand here once, so that a program which only
 // checks files foretells the daemon's end in the daemon's own words. A number marks the call site; the status that the
 // daemon ends with stands above each group.

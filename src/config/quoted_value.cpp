@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/quoted_value.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How both configuration files delimit a value: by double quotes, nothing else, without escapes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/rule_values.h"
 
 #include <cstring>

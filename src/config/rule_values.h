@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the values of a rule mean.
 #pragma once
 

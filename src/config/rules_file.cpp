@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rules list into installed rules. Each failure here closes the stream and frees the text before it ends the process.
 
 #include "config/config.h"

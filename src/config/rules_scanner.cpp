@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/rules_scanner.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rules list scanner: which rules a file holds, tag by tag.
 //
 // The format is what this scanner accepts and no more; it only looks like XML. A tag is the text from a '<' to the next '>',

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "config/services_scanner.h"
 
 #include <cstring>

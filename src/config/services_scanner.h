@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The services list scanner: which services and types a file holds, item by item.
 //
 // The format is what this scanner accepts and no more; it only looks like XML. All matching is byte for byte, and everything

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dnssd/announcer.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Announces what has been established and says goodbye for what is withdrawn, in place of Avahi (every record is added with
 // AVAHI_PUBLISH_NO_ANNOUNCE). Avahi compares each record that it sends of its own accord with every other of the last half
 // second, announces each four times, and adds to it what belongs to it each time: for 2000 services at once that was most

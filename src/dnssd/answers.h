@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The live answers to one question: what Avahi has reported as new and not yet as removed, over both protocols.
 #pragma once
 

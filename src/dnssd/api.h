@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the functions of dns_sd.h that start an operation have in common.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The functions of dns_sd.h that make connections and look things up: what is checked, and which operation is started.
 // A call that fails has started nothing and has left *sdRef as it was.
 #include "dnssd/api.h"

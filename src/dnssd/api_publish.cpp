@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The functions of dns_sd.h that publish: what is checked, and which operation is started.
 #include <unistd.h>
 

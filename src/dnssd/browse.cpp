@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Browse: one Avahi record browser for the PTR records of the type. It reports an instance once per protocol; the caller
 // hears of it when the first has it and when the last has lost it. Goodbyes are heard earlier than Avahi believes them (see
 // departures.h).

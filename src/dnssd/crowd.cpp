@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dnssd/crowd.h"
 
 #include <linux/filter.h>

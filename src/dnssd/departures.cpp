@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lifecycle of a departure: a goodbye for a present instance makes it (waiting); a live record in time ends it; else it is
 // told to the browse, stays until Avahi must have noticed too, and ends. A live record in that time brings the instance back,
 // but only once what was cached of its former life is gone. Lifecycle of a listener: the first browse on its interface makes it, the last one ends it.

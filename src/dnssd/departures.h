@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hears the goodbyes of browsed instances itself.
 //
 // Avahi keeps a record for the second that RFC 6762 section 10.1 leaves for others to rescue it, and reports it gone only

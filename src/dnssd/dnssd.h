@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libdns_sd.so.1: the dns_sd.h interface over Avahi's embeddable core, in the caller's own process.
 //
 // What the library promises

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The engine's life and its one pass; the frame that every call of dns_sd.h stands in.
 #pragma once
 

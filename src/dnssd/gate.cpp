@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dnssd/gate.h"
 
 #include <sys/ioctl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a server takes in. Anybody on a link may send as much as the link carries, and each record costs Avahi a walk over all
 // those of the last half second; a flood on one interface would leave no time for the others. So each socket has an allowance
 // of records: beyond it, packets are read and thrown away before Avahi sees them. What is lost so is asked for again, by the

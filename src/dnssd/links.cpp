@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dnssd/links.h"
 
 #include <ifaddrs.h>

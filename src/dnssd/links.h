@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Notices when an interface comes back, so that what is published there is probed for and announced anew (RFC 6762 section
 // 8). A netlink socket says that something has changed; what it was is read from the system's list of addresses.
 #pragma once

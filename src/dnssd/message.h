@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Multicast DNS responses that the library writes itself: announcements and goodbyes.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dnssd/names.h"
 
 #include <avahi-common/domain.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // DNS names in the three forms that meet here: the presentation format of dns_sd.h (a dot and a backslash escaped by a
 // backslash, bytes up to 32 as \DDD, UTF-8 as it is), Avahi's texts (every byte that is not a letter, digit, '-' or '_'
 // escaped), and uncompressed wire format. All of them pass through `Name`, the list of plain labels.

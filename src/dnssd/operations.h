@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What each kind of operation can be told, one section a file. Every *_start gets an operation that is in the registry and
 // whose part is filled in; on an error the caller releases it. Every *_stop frees what the part owns.
 #pragma once

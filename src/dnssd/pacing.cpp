@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dnssd/pacing.h"
 
 #include <algorithm>

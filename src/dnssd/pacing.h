@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How fast things go out when there are many of them. What Avahi does for a record that it probes for grows with the number
 // that are probed for at about the same time, so that their whole cost grows with its square; held to a steady rate, it
 // grows with their number. The first ones, more than an ordinary link ever holds, go at once: nobody waits who need not.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dnssd/pointer_records.h"
 
 #include <algorithm>

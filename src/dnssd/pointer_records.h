@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads multicast DNS responses for the pointer records in them. Nothing in the bytes is trusted.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lifecycle of a watch: Avahi makes it in watch_new; freed, it leaves the epoll set at once, and its memory goes when the
 // events that are being dispatched are through (the same batch may still name it).
 // Lifecycle of a timeout: it is in `timers` exactly while it runs; firing stops it, Avahi starts it again.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Avahi's event loop interface over one epoll descriptor. Nothing here runs by itself: poll_dispatch does what is due.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lifecycle of a publication:
 //   1. publication_new and publication_start; those that are probed for wait in their server's queue for pacing.
 //   2. publication_commit hands it to Avahi, which reports a state; once its code has returned, publication_settle

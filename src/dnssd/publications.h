@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Records that are published together in one Avahi entry group, and who holds them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Query: one Avahi record browser. What is reported goes by the caller's view of an answer, "this is what the host now has":
 // for A and AAAA the newest live address whenever it differs from the one last reported, so that a change is one answer,
 // the loss of one of two addresses is followed by the other, and a repeated or expired one is silence; for other types each

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Individually registered records. Each is a publication under a key of name, type and rdata, so that the same record
 // registered twice on one interface is one publication with two holders (the first one's TTL and uniqueness hold).
 #include <avahi-core/rr.h>

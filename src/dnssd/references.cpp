@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lifecycle of an operation: operation_new makes it; replies find it by its serial; operation_release takes it out of the
 // registry first, so that nothing finds it while its Avahi objects are freed, and ends the engine with the last connection.
 #include "dnssd/references.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The registry of live references. A reference is a serial number in the shape of a pointer: odd, so that no address of an
 // object equals one, and never used twice, so that a stale one never names its successor.
 #pragma once

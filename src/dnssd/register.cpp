@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lifecycle of a registration:
 //   1. registration_start: the service's SRV and TXT records become a publication under the name, which is probed for.
 //   2. Established: the caller is told the name; the PTR records to it follow, and the type is entered under

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A reply is queued while Avahi's code runs and delivered after it has returned. It names its operation by serial: once
 // that is released, the reply is dropped when its turn comes.
 #include "dnssd/engine.h"

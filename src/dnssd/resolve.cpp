@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Resolve: two Avahi record browsers, for the instance's SRV and TXT records. (Avahi's own service resolver gives up for good
 // after five seconds; record browsers go on asking, at the growing intervals of RFC 6762 section 5.2, until they are freed,
 // and answer from the cache as quickly.) The caller hears of the newest of both, and again when either has changed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dnssd/server.h"
 
 #include <avahi-common/error.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One Avahi server per interface in use, bound to that interface.
 #pragma once
 

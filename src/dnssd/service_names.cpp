@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dnssd/service_names.h"
 
 #include <algorithm>

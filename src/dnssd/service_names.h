@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What DNS-SD says about service names and types (RFC 6763 sections 4 and 7), and the new name after a conflict.
 #pragma once
 

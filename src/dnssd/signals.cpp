@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lifecycle of a taken signal: signals_review blocks it in the mask that the caller gets back, and adds it to the signalfd;
 // when it arrives the watch notes it, and the engine's pass ends in signals_die_if_caught. It is given back as soon as
 // nothing is registered any more.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the library does to signals: holds them back while it works, and takes those that would kill the process without its
 // goodbyes. See the promises in dnssd.h.
 #pragma once

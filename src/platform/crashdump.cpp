@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The handler runs in a process that is broken: it takes no memory, and first says on standard error, with plain writes, what it
 // has to say. syslog comes last, since the crash may have happened in the middle of it; an alarm ends a wait for its lock.
 #include "platform/crashdump.h"

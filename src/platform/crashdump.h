@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The crash report of last resort.
 #pragma once
 

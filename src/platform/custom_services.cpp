@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/custom_services.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The custom service types that the settings file has named so far. Each gets an index behind those of the standard catalog and
 // keeps it while the process runs, whatever becomes of the file: an index that a caller holds never comes to mean another type.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The standard services that the configuration store knows by name, each with the service types that it stands for.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Host names over multicast DNS, answered by nss-mdns. Its library is loaded when one of these is first called; where it is not
 // installed that is an error result of the call, and the next call tries again. Once loaded it stays.
 #pragma once

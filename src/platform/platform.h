@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The platform folder: facilities that the daemon expects of the device that it runs on, made real for Linux.
 //
 // Promises: no call here ends the process (but for a corrupted heap, see zmk_free) and none logs through the daemon's own

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lifecycle of the newest reading:
 // 1. It is read at the first question, and again whenever the file's stamp (device, inode, size, times) has changed.
 // 2. Transactions that begin hold it; a change of the file replaces it here, and the last transaction to end frees the old one.

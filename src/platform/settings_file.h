@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The settings file as it stands now: read again only when it has changed.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One reading of the settings file: its text taken apart into the values that the store is asked for. What the file says more
 // (other sections, other keys) is passed over in silence. Of a setting that stands twice, the later one counts.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The configuration store: settings that are read while the daemon runs, from one INI file.
 //
 //   [mdnsproxy]

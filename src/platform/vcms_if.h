@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the platform knows of an interface beyond its name and index.
 #pragma once
 

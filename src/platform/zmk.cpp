@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lifecycle:
 // 1. A source line gets its LineUse record at its first allocation; the record stays for the life of the process.
 // 2. An allocation puts the block's address into the block table, with its size and its line's record.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tracking allocator: every block of the daemon's dynamic memory is counted under the source line that asked for it, so
 // that a test (or an operator with a debugger) can tell what a torn-down service instance has left behind.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An instance appears or goes.
 
 #include "proxy/call_layer.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The DNS-SD calls that start an operation or change a record, each with one trace of its arguments at LOG_DEBUG.
 //
 // Arguments and result are those of the DNS-SD function of the same name, both unchanged; what a refusal means is the caller's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which hop value marks the registrations of a service type on this access point. Read afresh for every address answer, so that
 // a change of the settings applies to the next one.
 

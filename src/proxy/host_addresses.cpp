@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The host's addresses arrive, and with the first of them the instance is registered on if_to.
 //
 // Every answer is taken as an address that the host has now: neither the error code nor the add flag is looked at.

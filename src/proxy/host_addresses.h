@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The addresses of an instance's host: their answers, and which of them may leave their link.
 #pragma once
 

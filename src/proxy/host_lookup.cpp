@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Host names over nss-mdns.
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "proxy/names.h"
 
 #include <algorithm>

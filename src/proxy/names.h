@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // DNS names as text and on the wire: splitting, unescaping, bounded copies.
 //
 // Text is the presentation format of dns_sd.h: labels separated by dots, a dot or backslash inside a label escaped by a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The proxy engine: one browse per rule, one chain of DNS-SD operations per service instance found, and the registrations that
 // make the instance usable on the other link.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lifecycle of a label: fresh (never used) -> in use (acquired) -> resting (retired) -> in use ...
 //   1. acquire takes the longest-resting label once enough of them rest, else a fresh one, else the longest-resting, else the
 //      one that is in use for the longest time;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Labels that name an instance in the replies to its record registrations.
 //
 // A reply can come late, also after the instance is gone and its record removed, so a label's storage is never given back: it

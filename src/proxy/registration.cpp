@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "proxy/registration.h"
 
 #include <cstring>

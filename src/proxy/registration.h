@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The service itself, registered on if_to once its host has an address there.
 #pragma once
 

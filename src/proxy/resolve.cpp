@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A found instance is resolved: shall it be forwarded, and where is its host?
 
 #include <algorithm>

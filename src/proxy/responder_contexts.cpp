@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The instances of a rule.
 //
 // Lifecycle of a ResponderContext:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A rule's way in: its place in the rule table, its BridgeContext, its browse. Runs at start-up only, before the event loop.
 
 #include <new>

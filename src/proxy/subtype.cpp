@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "proxy/subtype.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The subtype pointer of an instance, re-announced on if_to.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // From a program to a daemon, in reading order: daemonize and its steps. Signals and the PID file have files of their own.
 #include "runtime/daemon_control.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Becoming a daemon, the PID file, and signals.
 #pragma once
 

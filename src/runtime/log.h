@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one way of saying anything: log_message, and the syslog masks.
 #pragma once
 

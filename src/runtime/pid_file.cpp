@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PID file: made at start-up, removed on the way out. Nothing holds a lock on it; one instance a device rests on O_EXCL and on
 // killing the process that an existing file names.
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The process runtime: logging, status codes, the ways out, daemon control, start-up and the event loop.
 //
 // Promises: every message goes through log_message or handle_error; the process ends only through the exit paths of status.h,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Fixed paths, names and limits of the program, in one record, so that a unit test can point them elsewhere. The program
 // itself takes none of them from outside.
 #pragma once

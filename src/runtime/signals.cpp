@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Lifecycle of a handled signal:
 // 1. It arrives while the daemon works: the kernel keeps it pending.
 // 2. The daemon comes to a wait (pselect, a pause) and lets it through: signal_handler runs, and nothing else is under way.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The steps of daemonize that concern signals. What the rest of the program needs of signals is in daemon_control.h.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // main_init's steps in reading order; the event loop has a file of its own.
 #include "runtime/startup.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Start-up's first half and the event loop.
 #pragma once
 

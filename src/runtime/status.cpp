@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The way out, in reading order: handle_error, exit_clean, vexit_clean, update_status_file,
 // exit_clean_no_update_status_file.
 #include "runtime/status.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Status codes, the error reporter, the exit paths and the status file.
 #pragma once
 

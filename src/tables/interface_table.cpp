@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The interface table: gHashIfNameToIndex.
 //
 // Lifecycle:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one fatal message of the tables that a configuration file can bring about, as a printf format. It stands here so that a
 // program which only checks files can foretell it without the tables.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The proxy rule table: gHashRulesIfFrom, and the look-up in its inner tables.
 //
 // Lifecycle:

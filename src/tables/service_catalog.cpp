@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The service catalog: gHashServiceNameToServiceTypesArray and gHashServiceTypeToId.
 //
 // Lifecycle:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The dump of all tables into the system log, for an operator who wants to see what the daemon made of its files.
 //
 // Lifecycle: owns no table. Each is walked in the order in which its records were added, and none changes meanwhile, since

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lookup tables, all built at start-up and only read afterwards; nothing is ever taken out of them.
 //
 //   table                                key                     record owns          bound

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Fixtures: a link of two hosts for each file, and drivers that a failing test prints the logs of."""
 
 import os

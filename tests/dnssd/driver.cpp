@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // dns_sd_driver: a client of dns_sd.h that does what its standard input says, one command a line, and prints every result
 // and every reply, one a line. The tests run it in network namespaces and talk to it (driver.py).
 //

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The vocabulary of the library's network tests: links in namespaces, the driver program, an independent responder."""
 
 import collections

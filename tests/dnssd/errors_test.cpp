@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The error codes of the functions of dns_sd.h, where no network is needed to get them.
 #include <dns_sd.h>
 #include <gtest/gtest.h>

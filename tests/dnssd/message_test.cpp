@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dnssd/message.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "dnssd/names.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What N services cost: one driver registers them (each with an address record), another browses, resolves and asks for the
 addresses, and all are withdrawn. Prints seconds and CPU seconds; run as root: scale_bench.py [N ...]"""
 

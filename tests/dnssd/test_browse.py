@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Browse: who is reported, once when first seen and once when last lost."""
 
 import pytest

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Other implementations: python3-zeroconf on the other side of the link, avahi-daemon on the same machine."""
 
 import os

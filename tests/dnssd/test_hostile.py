@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Packets that mean harm, and tools that find it."""
 
 import random

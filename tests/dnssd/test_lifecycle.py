@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Releases at awkward moments, goodbyes however the process ends, forks, and an engine that has lost its descriptor."""
 
 import time

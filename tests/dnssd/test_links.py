@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Interfaces: one protocol only, down and up again, gone; and no privileges."""
 
 import time

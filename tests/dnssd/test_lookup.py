@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Resolve and query: what a name leads to, and what of it is told."""
 
 import time

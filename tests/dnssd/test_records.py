@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Single records: shared or unique, their lifetimes, holders, and changes."""
 
 import time

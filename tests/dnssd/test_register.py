@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Register: services of other hosts, their names, and who has to give way."""
 
 import time

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the library does to the signals that would kill a process without its goodbyes."""
 
 import os

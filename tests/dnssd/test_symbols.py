@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the library exports, and what it links."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What every end-to-end test has: a network, things that are closed at the end, and all logs when it fails."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The addresses of a forwarded service's host.
 
       link a               gateway                link b

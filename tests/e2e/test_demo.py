@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The demonstration, as a person runs it, and what it leaves behind: nothing."""
 
 import os

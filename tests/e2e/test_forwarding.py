@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A service on link a, seen and used from link b.
 
       link a               gateway                link b

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Every packet that the gateway puts on link b while it forwards one printer, from its first to its last.
 
       link a               gateway                link b

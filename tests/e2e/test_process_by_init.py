@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Started by init: the program stays in the foreground, as it was started.
 
     process 1 ---- [ mdnsproxy over a scripted libdns_sd.so.1 ]

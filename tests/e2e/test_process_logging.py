@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the daemon says, where and how loudly; and its options.
 
     [ mdnsproxy over a scripted libdns_sd.so.1 ]----- /dev/log of its own

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The PID file, and what an existing one means.
 
     [ mdnsproxy over a scripted libdns_sd.so.1, in a process table of its own ]

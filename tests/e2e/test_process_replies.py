@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """One service instance through the whole process, reply by reply.
 
     [ scripted libdns_sd.so.1 ]---- replies ---->[ mdnsproxy: event loop, callbacks ]---- calls ---->[ the script's list ]

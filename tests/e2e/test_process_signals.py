@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Signals, and how the daemon stands in its process table.
 
     [ mdnsproxy over a scripted libdns_sd.so.1, in a process table of its own ]

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """How a start ends when something is wrong: the exit status, of which the kernel keeps eight bits, and the status file.
 
     [ mdnsproxy over a scripted libdns_sd.so.1 ]----- a, b: interfaces of a gateway that nobody listens on

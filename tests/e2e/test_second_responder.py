@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Another multicast DNS responder, avahi-daemon, runs on the gateway as well.
 
       link a                 gateway                   link b

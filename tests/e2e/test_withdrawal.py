@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What link b and link c hold when a service on link a, its host, or the daemon goes.
 
       link a               gateway                link b

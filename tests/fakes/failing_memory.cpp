@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fakes/failing_memory.h"
 
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // malloc, calloc and realloc of the code under test running out of memory on demand. A call that is not told to fail is the real
 // one.
 #pragma once

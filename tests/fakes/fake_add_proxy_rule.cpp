@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fakes/fake_add_proxy_rule.h"
 
 #include <cstdio>

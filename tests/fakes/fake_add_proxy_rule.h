@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // add_proxy_rule that installs nothing: it records the rules it is given, and shows each on standard error as
 // "add_proxy_rule(type, from, to)", where a death test can see it.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fakes/fake_dns_sd.h"
 
 #include <arpa/inet.h>

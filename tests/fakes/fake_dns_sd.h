@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A DNS-SD client library that talks to nobody: it defines every function of dns_sd.h that the program calls, writes each call
 // down, refuses calls on demand, and delivers replies when a test says so.
 //

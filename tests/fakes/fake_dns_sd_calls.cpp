@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The functions of dns_sd.h.
 
 #include <arpa/inet.h>

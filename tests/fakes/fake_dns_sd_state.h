@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the two sources of fake_dns_sd share.
 #pragma once
 

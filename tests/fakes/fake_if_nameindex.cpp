@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "fakes/fake_if_nameindex.h"
 
 #include <net/if.h>

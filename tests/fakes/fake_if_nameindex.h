@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // if_nameindex with the interfaces that a test wants the system to have.
 #pragma once
 

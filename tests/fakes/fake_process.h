@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The process-level calls of the C library, taken over one by one: chdir, close, dup2, fork, fsync, getppid, kill, open, pselect,
 // sem_init, sem_trywait, setsid, sigaction, sleep, usleep, write. While recording is on, each call is recorded and answered as it
 // was told to; a call that was told nothing is the real one, but for kill, sleep and usleep, which do nothing and succeed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // sem_wait and sem_post as they are, recorded. A wait that would never end, since one thread alone could end it, aborts the
 // process instead and says so on standard error.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The definitions here are the functions' plain ones, which that feature's inline wrappers would collide with.
 #undef _FORTIFY_SOURCE
 

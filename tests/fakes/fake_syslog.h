@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // syslog without a syslog: openlog, closelog, setlogmask, syslog and vsyslog record what they are called with. Every message
 // is recorded, whatever the mask, and copied to standard error as "syslog(<priority>): text", where a death test can see it.
 #pragma once

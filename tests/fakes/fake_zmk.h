@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tracking allocator running out of memory on demand. Every call that is not told to fail is the real one.
 #pragma once
 

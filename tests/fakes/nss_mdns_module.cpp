@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libnss_mdns.so.2 that knows a few hosts by heart: loaded in place of the real one through gNssMdnsLibrary.
 //
 //   printer.local    192.0.2.7, and fe80::7, 2001:db8::7

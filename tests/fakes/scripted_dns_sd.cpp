@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // libdns_sd.so.1 that follows a script: takes the place of the DNS-SD library where a test runs the whole daemon.
 //
 // Everything lies in the directory that MDNSPROXY_SCRIPT names:

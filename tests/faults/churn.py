@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Services that come, change and go at random."""
 
 import random

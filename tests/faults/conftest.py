@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The scene of the end-to-end tests, and their vocabulary, for the tests of this folder too."""
 
 import importlib.util

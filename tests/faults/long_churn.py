@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Half an hour of churn; see test_churn.py."""
 
 from churn import returns_to_where_it_started

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """SIGTERM at three hundred random moments; see test_terminated.py."""
 
 from terminated import terminate_often

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """SIGTERM at random moments, in several networks at once."""
 
 import random

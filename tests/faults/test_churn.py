@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Twenty seconds of churn: what the daemon holds returns to where it started.
 
     link A                                           gateway          link B

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A status file that cannot be written.
 
     link A           gateway                            link B

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The gateway is killed without a chance to say goodbye, and starts again while clients still hold what it said.
 
     link A            gateway            link B

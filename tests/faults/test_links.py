@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What happens to the gateway's own interfaces.
 
     link A                 gateway                  link B

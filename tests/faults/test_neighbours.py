@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """More than one gateway, and names that are taken. What a gateway puts on a link is counted from the moment when the service came
 to the moment when nobody has said anything for a while."""
 

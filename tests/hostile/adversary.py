@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Somebody on a link who says what no honest host would. Everything is bounded: a flood is a list of packets of known length,
 sent at a stated pace, and ends."""
 

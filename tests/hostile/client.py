@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A client on a link: asks by multicast, and takes what the gateway answers."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """More invented instances than the gateway takes."""
 
 import time

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A gateway that is flooded, and what has to hold meanwhile."""
 
 import time

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Ten thousand invented instances.
 
     link A                                  gateway        link B

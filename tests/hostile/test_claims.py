@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Somebody on link B who has every name already, whichever the gateway probes for or announces.
 
     link A                 gateway            link B

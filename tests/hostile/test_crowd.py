@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Half as many invented instances again as the gateway takes, announced within a second.
 
     link A                                  gateway        link B

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Floods on link A: the daemon stays up, keeps the genuine service forwarded, keeps its limit, and stays calm on link B.
 
     link A                                  gateway        link B

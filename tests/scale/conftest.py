@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The fixtures of the end-to-end tests (every part is closed at the end; on a failure each tells its story) serve here too."""
 
 import importlib.util

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The vocabulary of a crowded link, beside that of the end-to-end tests.
 
     Crowd     thousands of devices on a link, each with one service (air/announcer.cpp)

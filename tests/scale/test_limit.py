@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """As many instances as the daemon takes, and one more.
 
     link a                          gateway                link b

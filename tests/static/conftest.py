@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 import pathlib
 import sys
 

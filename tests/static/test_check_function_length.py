@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The function length check counts what it should."""
 
 import check_function_length

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The layering check finds what it is for, and nothing else."""
 
 import check_layering

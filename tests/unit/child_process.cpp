@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "unit/child_process.h"
 
 #include <gtest/gtest.h>

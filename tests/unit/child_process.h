@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Code under test that ends its process, or changes it for good, runs in a child.
 #pragma once
 

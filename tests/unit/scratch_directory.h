@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A directory that a test has for itself, empty at first; gone with everything in it when the test is over.
 #pragma once
 

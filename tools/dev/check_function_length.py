@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Checks that no function of src and tools is longer than 60 lines, unless it is one flat switch.
 
 check_function_length.py [--figures] [ROOT]: prints each longer one as file:line: text, exit status 1 when there is one.

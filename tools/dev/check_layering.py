@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Checks that includes run one way (see docs/architecture.md): platform < runtime < tables < proxy < config < main.
 
 check_layering.py [ROOT]: prints each breach as file:line: text; exit status 1 when there is one.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What ./demo shows: a printer on link A before, while and after mdnsproxy makes it usable on link B.
 
 Everything happens in network namespaces that this process alone keeps alive, and the daemon has a file system and a process

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Mutation check: changes one condition, constant, text or order at a time and asks whether a test notices.
 
 usage: tools/dev/mutate.py [--count N] [--seed S] [--folders proxy,config,...] [--work DIR] [--jobs N] [--list] [--only K]

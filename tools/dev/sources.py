@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The project's own C++ files, for the checks of this folder."""
 
 import pathlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The vocabulary of the end-to-end tests.
 
     Network     a gateway and its links, each in a network namespace that vanishes with the test process

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A box: one program's private world on the gateway.
 
 It has an /etc, a /tmp, a /run and a /dev of its own, of which the test sees every file (`box.path("/tmp/mdnsproxy.out")`), a

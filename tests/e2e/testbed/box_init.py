@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Process 1 of a box: makes its file system, starts programs on command and reports how each process ended.
 
 Commands come as JSON lines on standard input, reports go as JSON lines to standard output; the end of the input is the end of

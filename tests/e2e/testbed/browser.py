@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What python3-zeroconf finds on a link: the view of a client there."""
 
 import socket

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """mdnsproxy in a box, with the files that it reads and leaves."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A host on a link that says on the air exactly what the test tells it, and answers questions about it: for names, addresses
 and moments that a ready-made responder would not let through."""
 

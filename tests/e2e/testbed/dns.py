@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Multicast DNS messages, written and read without any library, so that a test sees exactly what is on the wire."""
 
 import ipaddress

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """An ear on a link: every multicast DNS packet on it, whoever sent it."""
 
 import ipaddress

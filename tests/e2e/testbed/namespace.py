@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Network namespaces without a name: a descriptor of this process is all that keeps one alive, so nothing of it can outlast
 the test, however the test ends."""
 

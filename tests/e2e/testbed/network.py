@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A gateway and its links.
 
         link a                 gateway                link b

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A service on a link, published by python3-zeroconf."""
 
 import socket

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The script of a scripted DNS-SD library (tests/fakes/scripted_dns_sd.cpp): what it answers, and what it was asked."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Multicast DNS sockets in a namespace (RFC 6762: port 5353, hop limit 255)."""
 
 import socket

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Waiting for a condition, never for a time."""
 
 import time

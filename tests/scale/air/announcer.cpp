@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // air-announcer: thousands of devices on one link, each a host with one service. They announce themselves when told to, answer
 // what is asked as RFC 6762 says, and say goodbye when told to.
 //

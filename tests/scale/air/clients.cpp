@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // air-clients: the phones and laptops of a link. Each is awake for some sessions; in a session it browses some types of service,
 // and asks again after 1, 2, 4 ... seconds with what it knows by then, as RFC 6762 section 5.2 has it.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one loop of each program here: packets, timers by deadline, and command lines on standard input, whose end ends it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // air-observer: which services of a link could be used by now, from the packets alone, and what those packets weigh.
 //
 //   air-observer --interface NAME --from ADDRESS,ADDRESS

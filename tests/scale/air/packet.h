@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Multicast DNS messages for programs that stand for thousands of devices: written with compression, read with every length
 // checked. Shares nothing with the programs under test.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sockets of a multicast DNS host on one interface, and the clock that all programs of this folder share.
 #pragma once
 

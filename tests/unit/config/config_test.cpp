@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "unit/config/config_test.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a test of the two files needs beside the tables: files of its own, rules that are only recorded, and pauses that are over
 // at once.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A file as one text in memory.
 
 #include "config/config_text.h"

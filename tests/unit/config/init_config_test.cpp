@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Initialisation: the order of the two files, the pause between them, and the files that cannot be opened.
 
 #include <gmock/gmock.h>

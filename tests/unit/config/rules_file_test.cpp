@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rules list into installed rules, and every way in which it ends the process.
 
 #include <gmock/gmock.h>

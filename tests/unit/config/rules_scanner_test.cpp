@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rules list format, finding by finding, and what a rule's values mean.
 
 #include "config/rules_scanner.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "unit/config/scanned.h"
 
 #include <gtest/gtest.h>

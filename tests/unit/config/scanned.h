@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Scanner findings as lines of text, so that a test compares a whole file's worth at once.
 #pragma once
 

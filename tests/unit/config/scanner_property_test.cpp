@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Random files through both scanners, held against a second reading of the formats: the plainest program that could be written
 // for each, one loop of strstr and strtok_r over the buffer.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The services list into the service name table, and every way in which it ends the process.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The services list format, finding by finding.
 
 #include "config/services_scanner.h"

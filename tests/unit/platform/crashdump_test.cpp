@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Each test lets a child process crash and looks at what it said and how it ended.
 #include "platform/crashdump.h"
 

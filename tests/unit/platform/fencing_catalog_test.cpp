@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/fencing_catalog.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/nss_mdns.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // When the settings file is read, what counts as missing, and what is reported how often.
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A settings file that tests write, and the questions they ask of it.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/ut_array.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the store answers, given what the settings file says.
 #include "platform/vcm.h"
 

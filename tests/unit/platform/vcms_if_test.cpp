@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/vcms_if.h"
 
 #include <gmock/gmock.h>

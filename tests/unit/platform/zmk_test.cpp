@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/zmk.h"
 
 #include <gmock/gmock.h>

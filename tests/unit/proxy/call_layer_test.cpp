@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "proxy/call_layer.h"
 
 #include <arpa/inet.h>

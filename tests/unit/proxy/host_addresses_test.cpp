@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "proxy/host_addresses.h"
 
 #include "runtime/runtime.h"

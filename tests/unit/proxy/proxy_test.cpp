@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "unit/proxy/proxy_test.h"
 
 #include <arpa/inet.h>

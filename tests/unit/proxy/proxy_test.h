@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a test of the proxy engine needs around it: interfaces br0 (2), br1 (3) and br2 (4), the two connections over the recording
 // DNS-SD library, and a few words to tell what happens on the links.
 //

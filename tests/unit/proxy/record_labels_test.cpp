@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "proxy/record_labels.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Replies in every order that a library could deliver them in, likely or not: whatever comes, no reference is released twice,
 // none is forgotten, no context outlives its instance.
 

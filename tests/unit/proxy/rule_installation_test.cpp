@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include <syslog.h>
 
 #include "fakes/failing_memory.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "proxy/proxy.h"
 #include "runtime/runtime.h"
 #include "unit/proxy/proxy_test.h"

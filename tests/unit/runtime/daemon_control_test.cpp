@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // daemonize, in a child whenever it gets as far as to change the process.
 #include <fcntl.h>
 #include <sys/stat.h>

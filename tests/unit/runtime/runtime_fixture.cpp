@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "unit/runtime/runtime_fixture.h"
 
 #include <syslog.h>

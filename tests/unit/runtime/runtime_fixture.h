@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The runtime with files of the test's own, no syslog, and a DNS-SD library that talks to nobody.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The handler, and when it runs. Signals are real ones, in a child.
 #include "runtime/signals.h"
 

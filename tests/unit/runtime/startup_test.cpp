@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // main_init and the one option.
 #include <unistd.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // handle_error, the exit paths and the status file.
 #include <semaphore.h>
 #include <sys/resource.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "unit/tables/daemon_test.h"
 
 #include <semaphore.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a test of the tables or of the files needs around it: empty tables, working semaphores, a status file of its own, and both
 // log streams in view.
 #pragma once

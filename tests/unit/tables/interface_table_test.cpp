@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The interface table: look-up, insertion, and what is made of the system's interface list.
 
 #include <gmock/gmock.h>

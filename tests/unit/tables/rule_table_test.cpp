@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rule table's outer level, and the look-up in its inner one.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Rules for the tests of the rule table and of the dump, as installing a rule makes them.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The service type ids, and the types of each service name.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The dump: every line of it, and where it goes.
 
 #include <gmock/gmock.h>
