@@ -37,8 +37,9 @@ constexpr char kGroupIpv6[] = "ff02::fb";
 void send_bytes(int fd, const std::string& bytes, const sockaddr* to, socklen_t length, int& patience) {
   while (sendto(fd, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL, to, length) < 0) {
     const bool is_full = errno == EAGAIN || errno == ENOBUFS;
-    if (!is_full || patience <= 0)
+    if (!is_full || patience <= 0) {
       return;
+    }
     constexpr int kStep = 10;  // milliseconds
     pollfd room{fd, POLLOUT, 0};
     poll(&room, 1, kStep);
@@ -64,10 +65,12 @@ void send_ipv6(int fd, const std::string& bytes, std::uint32_t interface_index, 
 }
 
 void send_message(const Server& server, const Message& message, int& patience) {
-  if (message.answers == 0)
+  if (message.answers == 0) {
     return;
-  if (server.sockets[AVAHI_PROTO_INET] >= 0)
+  }
+  if (server.sockets[AVAHI_PROTO_INET] >= 0) {
     send_ipv4(server.sockets[AVAHI_PROTO_INET], message.bytes, patience);
+  }
   if (server.sockets[AVAHI_PROTO_INET6] >= 0) {
     send_ipv6(server.sockets[AVAHI_PROTO_INET6], message.bytes, server.interface_index, patience);
   }
@@ -75,8 +78,9 @@ void send_message(const Server& server, const Message& message, int& patience) {
 
 // Appends a record, sending the message first when it is full.
 void append(const Server& server, Message& message, AvahiRecord& record, std::uint32_t ttl, bool is_unique, int& patience) {
-  if (message_add(message, record, ttl, is_unique))
+  if (message_add(message, record, ttl, is_unique)) {
     return;
+  }
   send_message(server, message, patience);
   message = Message();
   message_add(message, record, ttl, is_unique);
@@ -92,13 +96,15 @@ void schedule(Publication& publication, std::int64_t from_now) {
 Publication* next_due(Announcer& announcer) {
   const std::int64_t now = monotonic_now();
   while (!announcer.due.empty() && announcer.due.begin()->first <= now) {
-    if (announcer.allowance.left <= 0)
+    if (announcer.allowance.left <= 0) {
       return nullptr;
+    }
     const auto [at, serial] = *announcer.due.begin();
     announcer.due.erase(announcer.due.begin());
     Publication* publication = publication_find(serial);
-    if (publication == nullptr || publication->announce_at != at || publication->stage != Stage::established)
+    if (publication == nullptr || publication->announce_at != at || publication->stage != Stage::established) {
       continue;
+    }
     announcer.allowance.left -= static_cast<double>(publication->records.size());
     return publication;
   }
@@ -106,8 +112,9 @@ Publication* next_due(Announcer& announcer) {
 }
 
 void set_timer(Announcer& announcer) {
-  if (announcer.due.empty())
+  if (announcer.due.empty()) {
     return;
+  }
   const std::int64_t until_due = announcer.due.begin()->first - monotonic_now();
   poll_timer_start(announcer.timer, std::max<std::int64_t>({until_due, allowance_wait(announcer.allowance, kAnnounceRate), 1}));
 }
@@ -123,8 +130,9 @@ void send_due(AvahiTimeout*, void* userdata) {
     for (const PublishedRecord& published : publication->records) {
       append(server, message, *published.record, published.record->ttl, published.flags & AVAHI_PUBLISH_UNIQUE, patience);
     }
-    if (--publication->announcements_left > 0)
+    if (--publication->announcements_left > 0) {
       schedule(*publication, kAnnouncementGap);
+    }
     withdraw_replaced(*publication);
   }
   send_message(server, message, patience);

@@ -21,11 +21,13 @@ bool answer_add(AnswerSet& set, int protocol, const std::string& rdata, std::uin
 
 bool answer_remove(AnswerSet& set, int protocol, const std::string& rdata) {
   const auto found = set.live.find(rdata);
-  if (found == set.live.end())
+  if (found == set.live.end()) {
     return false;
+  }
   found->second.protocols &= ~protocol_bit(protocol);
-  if (found->second.protocols != 0)
+  if (found->second.protocols != 0) {
     return false;
+  }
   set.live.erase(found);
   return true;
 }
@@ -33,8 +35,9 @@ bool answer_remove(AnswerSet& set, int protocol, const std::string& rdata) {
 const std::pair<const std::string, Answer>* answer_newest(const AnswerSet& set) {
   const std::pair<const std::string, Answer>* newest = nullptr;
   for (const auto& entry : set.live) {
-    if (newest == nullptr || entry.second.order > newest->second.order)
+    if (newest == nullptr || entry.second.order > newest->second.order) {
       newest = &entry;
+    }
   }
   return newest;
 }

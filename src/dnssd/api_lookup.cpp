@@ -15,13 +15,15 @@ DNSServiceErrorType begin_operation(DNSServiceRef* ref, DNSServiceFlags flags, s
   Serial connection = 0;
   if (flags & kFlagsShareConnection) {
     const Operation* shared = connection_of(*ref);
-    if (shared == nullptr)
+    if (shared == nullptr) {
       return kDNSServiceErr_BadReference;
+    }
     connection = shared->serial;
   }
   DNSServiceErrorType error = engine_open();
-  if (error != kDNSServiceErr_NoError)
+  if (error != kDNSServiceErr_NoError) {
     return error;
+  }
   Server* server = nullptr;
   error = server_get(interface_index, &server);
   if (error != kDNSServiceErr_NoError) {
@@ -48,11 +50,13 @@ extern "C" {
 // A reference that others share. kErrServiceNotRunning when the system refuses the engine's descriptors.
 DNSServiceErrorType DNSServiceCreateConnection(DNSServiceRef* sdRef) {
   const LibraryCall call;
-  if (sdRef == nullptr)
+  if (sdRef == nullptr) {
     return kDNSServiceErr_BadParam;
+  }
   const DNSServiceErrorType error = engine_open();
-  if (error != kDNSServiceErr_NoError)
+  if (error != kDNSServiceErr_NoError) {
     return error;
+  }
   *sdRef = service_ref(*operation_new(0, nullptr, nullptr, Connection{}));
   return kDNSServiceErr_NoError;
 }
@@ -61,19 +65,23 @@ DNSServiceErrorType DNSServiceCreateConnection(DNSServiceRef* sdRef) {
 DNSServiceErrorType DNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex, const char* regtype,
                                      const char* domain, DNSServiceBrowseReply callBack, void* context) {
   const LibraryCall call;
-  if (sdRef == nullptr || regtype == nullptr || callBack == nullptr)
+  if (sdRef == nullptr || regtype == nullptr || callBack == nullptr) {
     return kDNSServiceErr_BadParam;
+  }
   const std::optional<ServiceType> type = parse_browse_type(regtype);
-  if (!type)
+  if (!type) {
     return kDNSServiceErr_BadParam;
-  if (!is_local_domain(domain))
+  }
+  if (!is_local_domain(domain)) {
     return kDNSServiceErr_Unsupported;
+  }
   Browse browse;
   browse.callback = callBack;
   Operation* operation = nullptr;
   const DNSServiceErrorType error = begin_operation(sdRef, flags, interfaceIndex, context, std::move(browse), &operation);
-  if (error != kDNSServiceErr_NoError)
+  if (error != kDNSServiceErr_NoError) {
     return error;
+  }
   return finish_operation(sdRef, operation, browse_start(*operation, *type));
 }
 
@@ -85,19 +93,23 @@ DNSServiceErrorType DNSServiceResolve(DNSServiceRef* sdRef, DNSServiceFlags flag
     return kDNSServiceErr_BadParam;
   }
   const std::optional<ServiceType> type = parse_service_type(regtype);
-  if (!type)
+  if (!type) {
     return kDNSServiceErr_BadParam;
-  if (!is_local_domain(domain))
+  }
+  if (!is_local_domain(domain)) {
     return kDNSServiceErr_Unsupported;
+  }
   const std::optional<Name> instance = prepend_label(name, type_name(*type));
-  if (!instance)
+  if (!instance) {
     return kDNSServiceErr_BadParam;
+  }
   Resolve resolve;
   resolve.callback = callBack;
   Operation* operation = nullptr;
   const DNSServiceErrorType error = begin_operation(sdRef, flags, interfaceIndex, context, std::move(resolve), &operation);
-  if (error != kDNSServiceErr_NoError)
+  if (error != kDNSServiceErr_NoError) {
     return error;
+  }
   return finish_operation(sdRef, operation, resolve_start(*operation, *instance));
 }
 
@@ -107,20 +119,24 @@ DNSServiceErrorType DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags 
                                           const char* fullname, uint16_t rrtype, uint16_t rrclass,
                                           DNSServiceQueryRecordReply callBack, void* context) {
   const LibraryCall call;
-  if (sdRef == nullptr || fullname == nullptr || rrtype == 0 || callBack == nullptr)
+  if (sdRef == nullptr || fullname == nullptr || rrtype == 0 || callBack == nullptr) {
     return kDNSServiceErr_BadParam;
-  if (rrclass != kDNSServiceClass_IN || rrtype == kDNSServiceType_ANY)
+  }
+  if (rrclass != kDNSServiceClass_IN || rrtype == kDNSServiceType_ANY) {
     return kDNSServiceErr_Unsupported;
+  }
   const std::optional<Name> name = parse_name(fullname);
-  if (!name || name->labels.empty())
+  if (!name || name->labels.empty()) {
     return kDNSServiceErr_BadParam;
+  }
   Query query;
   query.callback = callBack;
   query.rrtype = rrtype;
   Operation* operation = nullptr;
   const DNSServiceErrorType error = begin_operation(sdRef, flags, interfaceIndex, context, std::move(query), &operation);
-  if (error != kDNSServiceErr_NoError)
+  if (error != kDNSServiceErr_NoError) {
     return error;
+  }
   return finish_operation(sdRef, operation, query_start(*operation, *name));
 }
 
@@ -131,16 +147,18 @@ int DNSServiceRefSockFD(DNSServiceRef sdRef) {
 
 DNSServiceErrorType DNSServiceProcessResult(DNSServiceRef sdRef) {
   const LibraryCall call;
-  if (sdRef == nullptr)
+  if (sdRef == nullptr) {
     return kDNSServiceErr_BadParam;
+  }
   return operation_of(sdRef) == nullptr ? kDNSServiceErr_BadReference : engine_pass();
 }
 
 void DNSServiceRefDeallocate(DNSServiceRef sdRef) {
   const LibraryCall call;
   Operation* operation = operation_of(sdRef);
-  if (operation != nullptr)
+  if (operation != nullptr) {
     operation_release(operation);
+  }
 }
 
 }  // extern "C"

@@ -24,33 +24,40 @@ std::string own_name() {
 
 // The service name to try first. Nothing when `name` is too long and may not be cut.
 std::optional<std::string> first_name(const char* name, bool auto_rename) {
-  if (name == nullptr || *name == '\0')
+  if (name == nullptr || *name == '\0') {
     return own_name();
+  }
   const std::string text = name;
-  if (text.size() > kLabelMax && !auto_rename)
+  if (text.size() > kLabelMax && !auto_rename) {
     return std::nullopt;
+  }
   return truncate_utf8(text, kLabelMax);
 }
 
 // The SRV target as Avahi text. Nothing when `host` is no name.
 std::optional<std::string> host_text(const char* host) {
-  if (host == nullptr || *host == '\0')
+  if (host == nullptr || *host == '\0') {
     return name_to_avahi(Name{{own_name(), "local"}});
+  }
   const std::optional<Name> name = parse_name(host);
-  if (!name || name->labels.empty())
+  if (!name || name->labels.empty()) {
     return std::nullopt;
+  }
   return name_to_avahi(*name);
 }
 
 // TXT data as given; null and empty stand for one empty string (dns_sd.h). Nothing when it is malformed.
 std::optional<std::string> txt_data(std::uint16_t length, const void* txt) {
-  if (length == 0)
+  if (length == 0) {
     return std::string(1, '\0');
-  if (txt == nullptr)
+  }
+  if (txt == nullptr) {
     return std::nullopt;
+  }
   const std::string data(static_cast<const char*>(txt), length);
-  if (!is_txt_data({reinterpret_cast<const std::uint8_t*>(data.data()), data.size()}))
+  if (!is_txt_data({reinterpret_cast<const std::uint8_t*>(data.data()), data.size()})) {
     return std::nullopt;
+  }
   return data;
 }
 
@@ -68,8 +75,9 @@ bool fill(Registration& registration, const char* name, const char* regtype, con
   std::optional<std::string> first = first_name(name, registration.auto_rename);
   std::optional<std::string> target = host_text(host);
   std::optional<std::string> data = txt_data(txt_length, txt);
-  if (!type || !first || !target || !data)
+  if (!type || !first || !target || !data) {
     return false;
+  }
   registration.type = std::move(*type);
   registration.name = std::move(*first);
   registration.host = std::move(*target);
@@ -94,22 +102,27 @@ DNSServiceErrorType DNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags fla
                                        const char* regtype, const char* domain, const char* host, uint16_t port, uint16_t txtLen,
                                        const void* txtRecord, DNSServiceRegisterReply callBack, void* context) {
   const LibraryCall call;
-  if (sdRef == nullptr || regtype == nullptr)
+  if (sdRef == nullptr || regtype == nullptr) {
     return kDNSServiceErr_BadParam;
+  }
   Registration registration;
   registration.auto_rename = (flags & kDNSServiceFlagsNoAutoRename) == 0;
-  if (!registration.auto_rename && (name == nullptr || callBack == nullptr))
+  if (!registration.auto_rename && (name == nullptr || callBack == nullptr)) {
     return kDNSServiceErr_BadFlags;
-  if (!fill(registration, name, regtype, host, txtLen, txtRecord))
+  }
+  if (!fill(registration, name, regtype, host, txtLen, txtRecord)) {
     return kDNSServiceErr_BadParam;
-  if (!is_local_domain(domain))
+  }
+  if (!is_local_domain(domain)) {
     return kDNSServiceErr_Unsupported;
+  }
   registration.callback = callBack;
   registration.port = host_order(port);
   Operation* operation = nullptr;
   const DNSServiceErrorType error = begin_operation(sdRef, flags, interfaceIndex, context, std::move(registration), &operation);
-  if (error != kDNSServiceErr_NoError)
+  if (error != kDNSServiceErr_NoError) {
     return error;
+  }
   return finish_operation(sdRef, operation, registration_start(*operation));
 }
 
@@ -124,13 +137,16 @@ DNSServiceErrorType DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* 
   }
   const bool is_shared = (flags & kDNSServiceFlagsShared) != 0;
   const bool is_unique = (flags & kDNSServiceFlagsUnique) != 0;
-  if (is_shared == is_unique)
+  if (is_shared == is_unique) {
     return kDNSServiceErr_BadFlags;
-  if (rrclass != kDNSServiceClass_IN)
+  }
+  if (rrclass != kDNSServiceClass_IN) {
     return kDNSServiceErr_Unsupported;
+  }
   const std::optional<Name> name = parse_name(fullname);
-  if (!name || name->labels.empty() || rrtype == 0)
+  if (!name || name->labels.empty() || rrtype == 0) {
     return kDNSServiceErr_BadParam;
+  }
   Record record;
   record.callback = callBack;
   record.name = name_to_avahi(*name);
@@ -139,8 +155,9 @@ DNSServiceErrorType DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* 
   Operation* operation = nullptr;
   DNSServiceErrorType error =
       begin_operation(&sdRef, kFlagsShareConnection, interfaceIndex, context, std::move(record), &operation);
-  if (error != kDNSServiceErr_NoError)
+  if (error != kDNSServiceErr_NoError) {
     return error;
+  }
   error = record_start(*operation, std::string(static_cast<const char*>(rdata), rdlen), ttl);
   if (error == kDNSServiceErr_NoError) {
     *RecordRef = record_ref(*operation);
@@ -154,26 +171,30 @@ DNSServiceErrorType DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* 
 DNSServiceErrorType DNSServiceUpdateRecord(DNSServiceRef sdRef, DNSRecordRef RecordRef, DNSServiceFlags, uint16_t rdlen,
                                            const void* rdata, uint32_t ttl) {
   const LibraryCall call;
-  if (rdata == nullptr)
+  if (rdata == nullptr) {
     return kDNSServiceErr_BadParam;
+  }
   const std::string data(static_cast<const char*>(rdata), rdlen);
   if (RecordRef != nullptr) {
     Operation* record = record_of(sdRef, RecordRef);
     return record == nullptr ? kDNSServiceErr_BadReference : record_update(*record, data, ttl);
   }
   Operation* operation = operation_of(sdRef);
-  if (operation == nullptr || !std::holds_alternative<Registration>(operation->part))
+  if (operation == nullptr || !std::holds_alternative<Registration>(operation->part)) {
     return kDNSServiceErr_BadReference;
+  }
   return registration_update(*operation, data, ttl);
 }
 
 DNSServiceErrorType DNSServiceRemoveRecord(DNSServiceRef sdRef, DNSRecordRef RecordRef, DNSServiceFlags) {
   const LibraryCall call;
-  if (RecordRef == nullptr)
+  if (RecordRef == nullptr) {
     return kDNSServiceErr_BadParam;
+  }
   Operation* record = record_of(sdRef, RecordRef);
-  if (record == nullptr)
+  if (record == nullptr) {
     return kDNSServiceErr_BadReference;
+  }
   operation_release(record);
   return kDNSServiceErr_NoError;
 }

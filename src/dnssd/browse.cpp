@@ -17,12 +17,14 @@ struct Instance {
 
 // Nothing when the target is no instance of the type that is browsed.
 std::optional<Instance> instance_of(const Browse& browse, const Name& target) {
-  if (target.labels.size() != browse.type.labels.size() + 1)
+  if (target.labels.size() != browse.type.labels.size() + 1) {
     return std::nullopt;
+  }
   const Name rest{{target.labels.begin() + 1, target.labels.end()}};
   const std::string text = name_to_text(rest);
-  if (fold_case(text) != fold_case(name_to_text(browse.type)))
+  if (fold_case(text) != fold_case(name_to_text(browse.type))) {
     return std::nullopt;
+  }
   return Instance{target.labels[0], rest.labels[0] + "." + rest.labels[1] + "."};
 }
 
@@ -38,17 +40,20 @@ void instance_found(Operation& operation, Browse& browse, unsigned protocol, con
   unsigned& protocols = browse.instances[fold_case(instance.name)];
   const bool is_new = protocols == 0;
   protocols |= protocol;
-  if (is_new)
+  if (is_new) {
     queue_browse_reply(operation, kDNSServiceFlagsAdd, instance);
+  }
 }
 
 void instance_lost(Operation& operation, Browse& browse, unsigned protocol, const Instance& instance) {
   const auto found = browse.instances.find(fold_case(instance.name));
-  if (found == browse.instances.end())
+  if (found == browse.instances.end()) {
     return;
+  }
   found->second &= ~protocol;
-  if (found->second != 0)
+  if (found->second != 0) {
     return;
+  }
   browse.instances.erase(found);
   queue_browse_reply(operation, 0, instance);
 }
@@ -62,13 +67,16 @@ void browser_failed(Operation& operation) {
 void ptr_changed(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record,
                  AvahiLookupResultFlags, void* userdata) {
   Operation& operation = *static_cast<Operation*>(userdata);
-  if (event == AVAHI_BROWSER_FAILURE)
+  if (event == AVAHI_BROWSER_FAILURE) {
     browser_failed(operation);
-  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE)
+  }
+  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE) {
     return;
+  }
   const std::optional<Name> target = parse_name(record->data.ptr.name);
-  if (!target)
+  if (!target) {
     return;
+  }
   const unsigned bit = protocol == AVAHI_PROTO_INET6 ? 2u : 1u;
   if (event == AVAHI_BROWSER_NEW) {
     browse_found(operation, bit, *target);
@@ -88,15 +96,17 @@ bool browse_has(const Browse& browse, unsigned protocol, const Name& target) {
 void browse_found(Operation& operation, unsigned protocol, const Name& target) {
   Browse& browse = part_of<Browse>(operation);
   const std::optional<Instance> instance = instance_of(browse, target);
-  if (instance)
+  if (instance) {
     instance_found(operation, browse, protocol, *instance);
+  }
 }
 
 void browse_lost(Operation& operation, unsigned protocol, const Name& target) {
   Browse& browse = part_of<Browse>(operation);
   const std::optional<Instance> instance = instance_of(browse, target);
-  if (instance)
+  if (instance) {
     instance_lost(operation, browse, protocol, *instance);
+  }
 }
 
 DNSServiceErrorType browse_start(Operation& operation, const ServiceType& type) {
@@ -104,16 +114,18 @@ DNSServiceErrorType browse_start(Operation& operation, const ServiceType& type) 
   browse.type = type_name(type);
   const Name asked = type.subtypes.empty() ? browse.type : subtype_name(type, type.subtypes[0]);
   browse.browser = record_browser_new(operation, asked, AVAHI_DNS_TYPE_PTR, ptr_changed);
-  if (browse.browser == nullptr)
+  if (browse.browser == nullptr) {
     return kDNSServiceErr_BadParam;
+  }
   departures_watch(operation, asked);
   return kDNSServiceErr_NoError;
 }
 
 void browse_stop(Browse& browse) {
   departures_unwatch(browse);
-  if (browse.browser != nullptr)
+  if (browse.browser != nullptr) {
     avahi_s_record_browser_free(browse.browser);
+  }
   browse.browser = nullptr;
 }
 

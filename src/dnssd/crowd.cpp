@@ -72,8 +72,9 @@ void listen_with(int fd, Ear ear) {
 }
 
 Ear ear_for(const Server& server) {
-  if (server.publications == 0)
+  if (server.publications == 0) {
     return Ear::unpublished;
+  }
   const bool is_crowded = server.publications > (server.ear == Ear::crowded ? kCrowdEnds : kCrowdBegins);
   return is_crowded ? Ear::crowded : Ear::ordinary;
 }
@@ -87,8 +88,9 @@ void loop_back(const Server& server, int yes) {
 
 void crowd_review(Server& server) {
   const Ear ear = ear_for(server);
-  if (ear == server.ear)
+  if (ear == server.ear) {
     return;
+  }
   server.ear = ear;
   for (const int fd : server.sockets) {
     if (fd >= 0) {
@@ -100,13 +102,15 @@ void crowd_review(Server& server) {
 void crowd_begin(int fd) { listen_with(fd, Ear::unpublished); }
 
 QuietScope::QuietScope(const Server& server) : quiet_(server.ear == Ear::crowded && server.lookups == 0 ? &server : nullptr) {
-  if (quiet_ != nullptr)
+  if (quiet_ != nullptr) {
     loop_back(*quiet_, 0);
+  }
 }
 
 QuietScope::~QuietScope() {
-  if (quiet_ != nullptr)
+  if (quiet_ != nullptr) {
     loop_back(*quiet_, 1);
+  }
 }
 
 }  // namespace dnssd

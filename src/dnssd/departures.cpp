@@ -71,18 +71,21 @@ std::map<std::uint32_t, std::unique_ptr<Listener>> listeners;
 const Engine* listeners_owner = nullptr;
 
 void forget_foreign_listeners() {
-  if (listeners_owner == gEngine)
+  if (listeners_owner == gEngine) {
     return;
-  for (auto& [index, listener] : listeners)
+  }
+  for (auto& [index, listener] : listeners) {
     static_cast<void>(listener.release());
+  }
   listeners.clear();
   listeners_owner = gEngine;
 }
 
 void end_departure(Watcher& watcher, const std::pair<std::string, unsigned>& key) {
   const auto found = watcher.departures.find(key);
-  if (found == watcher.departures.end())
+  if (found == watcher.departures.end()) {
     return;
+  }
   poll_timer_free(found->second->timer);
   watcher.departures.erase(found);
 }
@@ -97,8 +100,9 @@ void departure_over(const Departure& departure) {
   const unsigned protocol = departure.protocol;
   const bool is_back = departure.is_back;
   end_departure(*departure.watcher, key_of(target, protocol));
-  if (is_back)
+  if (is_back) {
     browse_found(operation, protocol, target);
+  }
 }
 
 void departure_due(AvahiTimeout*, void* userdata) {
@@ -132,12 +136,14 @@ void heard_goodbye(Watcher& watcher, unsigned protocol, const Name& target) {
 }
 
 void heard_alive(Watcher& watcher, unsigned protocol, const Name& target) {
-  if (watcher.departures.empty())
+  if (watcher.departures.empty()) {
     return;
+  }
   const auto key = key_of(target, protocol);
   const auto found = watcher.departures.find(key);
-  if (found == watcher.departures.end())
+  if (found == watcher.departures.end()) {
     return;
+  }
   if (!found->second->told) {
     end_departure(watcher, key);
   } else if (!found->second->is_back) {
@@ -149,8 +155,9 @@ void heard_alive(Watcher& watcher, unsigned protocol, const Name& target) {
 void heard(Listener& listener, unsigned protocol, const PointerRecord& record) {
   const std::string owner = fold_case(name_to_text(record.owner));
   for (const auto& [browse, watcher] : listener.watchers) {
-    if (watcher->asked != owner)
+    if (watcher->asked != owner) {
       continue;
+    }
     if (record.ttl == 0) {
       heard_goodbye(*watcher, protocol, record.target);
     } else {
@@ -174,8 +181,9 @@ void message_arrived(AvahiWatch*, int fd, AvahiWatchEvent, void* userdata) {
   socklen_t sender_size = sizeof sender;
   const ssize_t length =
       recvfrom(fd, bytes.data(), bytes.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sender), &sender_size);
-  if (length <= 0 || !from_multicast_dns(sender))
+  if (length <= 0 || !from_multicast_dns(sender)) {
     return;
+  }
   const unsigned protocol = sender.ss_family == AF_INET6 ? kIpv6 : kIpv4;
   for (const PointerRecord& record : read_pointer_records({bytes.data(), static_cast<std::size_t>(length)})) {
     heard(listener, protocol, record);
@@ -210,17 +218,20 @@ bool join_and_bind6(int fd, std::uint32_t interface_index) {
 // A socket that gets what is sent to the group on this interface and nothing else; -1 when the system refuses it.
 int open_socket(int family, std::uint32_t interface_index) {
   char name[IF_NAMESIZE];
-  if (if_indextoname(interface_index, name) == nullptr)
+  if (if_indextoname(interface_index, name) == nullptr) {
     return -1;
+  }
   const int fd = socket(family, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (fd < 0)
+  if (fd < 0) {
     return -1;
+  }
   const int one = 1;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
   setsockopt(fd, SOL_SOCKET, SO_REUSEPORT, &one, sizeof one);
   setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes, sizeof kReceiveBufferBytes);
-  if (family == AF_INET6)
+  if (family == AF_INET6) {
     setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &one, sizeof one);
+  }
   if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, name, sizeof name) == 0 &&
       (family == AF_INET ? join_and_bind4(fd, interface_index) : join_and_bind6(fd, interface_index))) {
     return fd;
@@ -234,18 +245,21 @@ void open_listener(Listener& listener, std::uint32_t interface_index) {
   constexpr std::array<int, 2> kFamilies = {AF_INET, AF_INET6};
   for (std::size_t i = 0; i < kFamilies.size(); ++i) {
     listener.sockets[i] = open_socket(kFamilies[i], interface_index);
-    if (listener.sockets[i] < 0)
+    if (listener.sockets[i] < 0) {
       continue;
+    }
     listener.watches[i] = poll_watch_new(&api, listener.sockets[i], AVAHI_WATCH_IN, message_arrived, &listener);
   }
 }
 
 void close_listener(Listener& listener) {
   for (std::size_t i = 0; i < listener.sockets.size(); ++i) {
-    if (listener.watches[i] != nullptr)
+    if (listener.watches[i] != nullptr) {
       poll_watch_free(listener.watches[i]);
-    if (listener.sockets[i] >= 0)
+    }
+    if (listener.sockets[i] >= 0) {
       close(listener.sockets[i]);
+    }
   }
 }
 
@@ -269,10 +283,12 @@ void departures_unwatch(const Browse& browse) {
   forget_foreign_listeners();
   for (auto listener = listeners.begin(); listener != listeners.end(); ++listener) {
     const auto found = listener->second->watchers.find(&browse);
-    if (found == listener->second->watchers.end())
+    if (found == listener->second->watchers.end()) {
       continue;
-    for (auto& [key, departure] : found->second->departures)
+    }
+    for (auto& [key, departure] : found->second->departures) {
       poll_timer_free(departure->timer);
+    }
     listener->second->watchers.erase(found);
     if (listener->second->watchers.empty()) {
       close_listener(*listener->second);

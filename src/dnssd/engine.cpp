@@ -27,8 +27,9 @@ Engine* gAbandoned = nullptr;
 void discard_log(AvahiLogLevel, const char*) {}
 
 void abandon_parents_engine() {
-  if (gEngine == nullptr || gEngine->owner == getpid())
+  if (gEngine == nullptr || gEngine->owner == getpid()) {
     return;
+  }
   signals_forget();
   poll_abandon(gEngine->poll);
   gAbandoned = gEngine;
@@ -40,22 +41,25 @@ void settle_publications() {
   while (!gEngine->changed_publications.empty()) {
     std::vector<Serial> changed;
     changed.swap(gEngine->changed_publications);
-    for (const Serial serial : changed)
+    for (const Serial serial : changed) {
       publication_settle(serial);
+    }
   }
 }
 
 void send_noted_goodbyes() {
   for (const auto& [index, server] : gEngine->servers) {
-    if (!server->announcer.goodbyes.empty())
+    if (!server->announcer.goodbyes.empty()) {
       send_goodbyes(*server);
+    }
   }
 }
 
 __attribute__((destructor)) void close_at_exit() {
   const LibraryCall call;
-  if (gEngine != nullptr)
+  if (gEngine != nullptr) {
     engine_close();
+  }
 }
 
 }  // namespace
@@ -68,8 +72,9 @@ LibraryCall::LibraryCall() {
 LibraryCall::~LibraryCall() {
   if (gEngine != nullptr) {
     settle_publications();
-    if (!gEngine->passing)
+    if (!gEngine->passing) {
       send_noted_goodbyes();
+    }
     signals_review(gEngine->published > 0);
     poll_arm(gEngine->poll, gEngine->deliverable > 0);
   }
@@ -77,37 +82,45 @@ LibraryCall::~LibraryCall() {
 }
 
 DNSServiceErrorType engine_open() {
-  if (gEngine != nullptr)
+  if (gEngine != nullptr) {
     return gEngine->lost ? kErrServiceNotRunning : kDNSServiceErr_NoError;
+  }
   avahi_set_log_function(discard_log);
   auto engine = std::make_unique<Engine>();
   engine->owner = getpid();
-  if (!poll_open(engine->poll))
+  if (!poll_open(engine->poll)) {
     return kErrServiceNotRunning;
+  }
   gEngine = engine.release();
   links_open();
   return kDNSServiceErr_NoError;
 }
 
 void engine_close_if_unused() {
-  if (gEngine != nullptr && gEngine->connections == 0)
+  if (gEngine != nullptr && gEngine->connections == 0) {
     engine_close();
+  }
 }
 
 void engine_close() {
   publications_say_goodbye();
   for (const auto& [serial, operation] : gEngine->operations) {
-    if (auto* browse = std::get_if<Browse>(&operation->part))
+    if (auto* browse = std::get_if<Browse>(&operation->part)) {
       browse_stop(*browse);
-    if (auto* resolve = std::get_if<Resolve>(&operation->part))
+    }
+    if (auto* resolve = std::get_if<Resolve>(&operation->part)) {
       resolve_stop(*resolve);
-    if (auto* query = std::get_if<Query>(&operation->part))
+    }
+    if (auto* query = std::get_if<Query>(&operation->part)) {
       query_stop(*query);
-    if (auto* registration = std::get_if<Registration>(&operation->part))
+    }
+    if (auto* registration = std::get_if<Registration>(&operation->part)) {
       poll_timer_free(registration->retry);
+    }
   }
-  for (const auto& [index, server] : gEngine->servers)
+  for (const auto& [index, server] : gEngine->servers) {
     server_close(*server);
+  }
   publications_discard();
   signals_review(false);
   links_close();
@@ -117,19 +130,24 @@ void engine_close() {
 }
 
 DNSServiceErrorType engine_pass() {
-  if (gEngine->passing)
+  if (gEngine->passing) {
     return kDNSServiceErr_BadState;
-  if (gEngine->lost)
+  }
+  if (gEngine->lost) {
     return kErrServiceNotRunning;
+  }
   gEngine->passing = true;
-  if (!poll_dispatch(gEngine->poll))
+  if (!poll_dispatch(gEngine->poll)) {
     gEngine->lost = true;
+  }
   signals_die_if_caught();
   settle_publications();
-  if (!gEngine->lost)
+  if (!gEngine->lost) {
     replies_deliver();
-  if (gEngine == nullptr || !gEngine->passing)
+  }
+  if (gEngine == nullptr || !gEngine->passing) {
     return kDNSServiceErr_NoError;
+  }
   gEngine->passing = false;
   return gEngine->lost ? kErrServiceNotRunning : kDNSServiceErr_NoError;
 }

@@ -21,7 +21,7 @@ struct Gate {
 // Makes `gate` the gate of a socket that Avahi watches with `callback` and `userdata`.
 void gate_open(Gate& gate, AvahiWatchCallback callback, void* userdata);
 
-// The callback to watch the socket with instead, its userdata the gate.
-void gate_pass(AvahiWatch* watch, int fd, AvahiWatchEvent events, void* gate);
+// The callback to watch the socket with instead; its userdata is the gate.
+void gate_pass(AvahiWatch* watch, int fd, AvahiWatchEvent events, void* userdata);
 
 }  // namespace dnssd

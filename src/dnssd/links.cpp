@@ -23,8 +23,9 @@ int gDescriptor = -1;
 struct AddressList {
   ifaddrs* first = nullptr;
   ~AddressList() {
-    if (first != nullptr)
+    if (first != nullptr) {
       freeifaddrs(first);
+    }
   }
 };
 
@@ -33,12 +34,15 @@ unsigned link_of(const Server& server, const ifaddrs* first) {
   unsigned link = 0;
   for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
     const bool is_live = (entry->ifa_flags & kLive) == kLive;
-    if (!is_live || entry->ifa_addr == nullptr || server.interface_name != entry->ifa_name)
+    if (!is_live || entry->ifa_addr == nullptr || server.interface_name != entry->ifa_name) {
       continue;
-    if (entry->ifa_addr->sa_family == AF_INET)
+    }
+    if (entry->ifa_addr->sa_family == AF_INET) {
       link |= kIpv4;
-    if (entry->ifa_addr->sa_family == AF_INET6)
+    }
+    if (entry->ifa_addr->sa_family == AF_INET6) {
       link |= kIpv6;
+    }
   }
   return link;
 }
@@ -46,21 +50,24 @@ unsigned link_of(const Server& server, const ifaddrs* first) {
 void begin_again(const Server& server) {
   std::vector<Serial> serials;
   for (const auto& [serial, publication] : gEngine->publications) {
-    if (publication->server == &server)
+    if (publication->server == &server) {
       serials.push_back(serial);
+    }
   }
   for (const Serial serial : serials) {
     Publication* publication = publication_find(serial);
-    if (publication != nullptr)
+    if (publication != nullptr) {
       publication_begin_again(*publication);
+    }
   }
 }
 
 void review(Server& server, const ifaddrs* first) {
   const unsigned before = server.link;
   server.link = link_of(server, first);
-  if (server.link & ~before)
+  if (server.link & ~before) {
     begin_again(server);
+  }
 }
 
 void drain(int fd) {
@@ -72,18 +79,21 @@ void drain(int fd) {
 void something_changed(AvahiWatch*, int fd, AvahiWatchEvent, void*) {
   drain(fd);
   AddressList addresses;
-  if (getifaddrs(&addresses.first) != 0)
+  if (getifaddrs(&addresses.first) != 0) {
     return;
-  for (const auto& [index, server] : gEngine->servers)
+  }
+  for (const auto& [index, server] : gEngine->servers) {
     review(*server, addresses.first);
+  }
 }
 
 }  // namespace
 
 void links_open() {
   gDescriptor = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
-  if (gDescriptor < 0)
+  if (gDescriptor < 0) {
     return;
+  }
   sockaddr_nl address{};
   address.nl_family = AF_NETLINK;
   address.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
@@ -91,23 +101,27 @@ void links_open() {
   if (bind(gDescriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
     gEngine->links = poll_watch_new(&api, gDescriptor, AVAHI_WATCH_IN, something_changed, nullptr);
   }
-  if (gEngine->links == nullptr)
+  if (gEngine->links == nullptr) {
     links_close();
+  }
 }
 
 void links_close() {
-  if (gEngine->links != nullptr)
+  if (gEngine->links != nullptr) {
     poll_watch_free(gEngine->links);
-  if (gDescriptor >= 0)
+  }
+  if (gDescriptor >= 0) {
     close(gDescriptor);
+  }
   gEngine->links = nullptr;
   gDescriptor = -1;
 }
 
 void links_note(Server& server) {
   AddressList addresses;
-  if (getifaddrs(&addresses.first) == 0)
+  if (getifaddrs(&addresses.first) == 0) {
     server.link = link_of(server, addresses.first);
+  }
 }
 
 }  // namespace dnssd

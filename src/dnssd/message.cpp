@@ -90,8 +90,9 @@ bool message_add(Message& message, AvahiRecord& record, std::uint32_t ttl, bool 
   put_record(message, record, ttl, is_unique, added);
   if (message.bytes.size() > (message.answers == 0 ? kMessageBytesMax : kFrameBytes)) {
     message.bytes.resize(size_before);
-    for (const std::string& text : added)
+    for (const std::string& text : added) {
       message.names.erase(text);
+    }
     return false;
   }
   set16(message.bytes, kAnswerCountAt, ++message.answers);

@@ -21,13 +21,15 @@ void run(Server& server) {
   while (!pacing.waiting.empty() && pacing.allowance.left > 0) {
     Publication* publication = publication_find(pacing.waiting.front());
     pacing.waiting.pop_front();
-    if (publication == nullptr)
+    if (publication == nullptr) {
       continue;
+    }
     pacing.allowance.left -= 1;
     publication_commit(*publication);
   }
-  if (pacing.waiting.empty())
+  if (pacing.waiting.empty()) {
     return;
+  }
   poll_timer_start(pacing.timer, std::max<std::int64_t>(allowance_wait(pacing.allowance, kCommitRate), 1));
 }
 
@@ -43,8 +45,9 @@ void allowance_grow(Allowance& allowance, const Rate& rate) {
 }
 
 std::int64_t allowance_wait(const Allowance& allowance, const Rate& rate) {
-  if (allowance.left > 0)
+  if (allowance.left > 0) {
     return 0;
+  }
   return static_cast<std::int64_t>((1 - allowance.left) / rate.per_second * kMicrosecondsPerSecond);
 }
 

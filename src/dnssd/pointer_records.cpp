@@ -63,26 +63,31 @@ std::optional<Name> read_name(Reader& reader) {
   while (at < reader.message.size()) {
     const std::uint8_t length = reader.message[at];
     if (length == 0) {
-      if (!has_jumped)
+      if (!has_jumped) {
         reader.at = at + 1;
+      }
       return name;
     }
     if ((length & kPointerBits) == kPointerBits) {
-      if (at + 1 >= reader.message.size())
+      if (at + 1 >= reader.message.size()) {
         return std::nullopt;
+      }
       const std::size_t target = static_cast<std::size_t>(length & ~kPointerBits) << 8 | reader.message[at + 1];
-      if (target >= furthest_pointer)
+      if (target >= furthest_pointer) {
         return std::nullopt;
-      if (!has_jumped)
+      }
+      if (!has_jumped) {
         reader.at = at + 2;
+      }
       has_jumped = true;
       at = furthest_pointer = target;
       continue;
     }
     const std::optional<std::string> label = length <= kLabelMax ? label_at(reader.message, at + 1, length) : std::nullopt;
     wire_length += length + std::size_t{1};
-    if (!label || wire_length > kWireNameMax)
+    if (!label || wire_length > kWireNameMax) {
       return std::nullopt;
+    }
     name.labels.push_back(*label);
     at += length + std::size_t{1};
   }

@@ -51,23 +51,29 @@ std::int64_t clock_now(clockid_t clock) {
 
 std::uint32_t epoll_events(AvahiWatchEvent events) {
   std::uint32_t bits = 0;
-  if (events & AVAHI_WATCH_IN)
+  if (events & AVAHI_WATCH_IN) {
     bits |= EPOLLIN;
-  if (events & AVAHI_WATCH_OUT)
+  }
+  if (events & AVAHI_WATCH_OUT) {
     bits |= EPOLLOUT;
+  }
   return bits;
 }
 
 AvahiWatchEvent avahi_events(std::uint32_t bits) {
   int events = 0;
-  if (bits & EPOLLIN)
+  if (bits & EPOLLIN) {
     events |= AVAHI_WATCH_IN;
-  if (bits & EPOLLOUT)
+  }
+  if (bits & EPOLLOUT) {
     events |= AVAHI_WATCH_OUT;
-  if (bits & EPOLLERR)
+  }
+  if (bits & EPOLLERR) {
     events |= AVAHI_WATCH_ERR;
-  if (bits & EPOLLHUP)
+  }
+  if (bits & EPOLLHUP) {
     events |= AVAHI_WATCH_HUP;
+  }
   return static_cast<AvahiWatchEvent>(events);
 }
 
@@ -81,11 +87,13 @@ void watch_update(AvahiWatch* watch, AvahiWatchEvent events) {
 AvahiWatchEvent watch_get_events(AvahiWatch* watch) { return watch->happened; }
 
 void timeout_update(AvahiTimeout* timeout, const timeval* due) {
-  if (timeout->running)
+  if (timeout->running) {
     timeout->poll->timers.erase(timeout->at);
+  }
   timeout->running = due != nullptr;
-  if (due == nullptr)
+  if (due == nullptr) {
     return;
+  }
   timeout->at = timeout->poll->timers.emplace(due->tv_sec * kMicrosecondsPerSecond + due->tv_usec, timeout);
 }
 
@@ -123,8 +131,9 @@ void run_due_timers(Poll& poll) {
 void run_ready_watches(const epoll_event* events, int count) {
   for (int i = 0; i < count; ++i) {
     auto* watch = static_cast<AvahiWatch*>(events[i].data.ptr);
-    if (watch->freed)
+    if (watch->freed) {
       continue;
+    }
     watch->happened = avahi_events(events[i].events);
     watch->callback(watch, watch->fd, watch->happened, watch->userdata);
     watch->happened = static_cast<AvahiWatchEvent>(0);
@@ -132,8 +141,9 @@ void run_ready_watches(const epoll_event* events, int count) {
 }
 
 void close_descriptor(int& fd) {
-  if (fd >= 0)
+  if (fd >= 0) {
     close(fd);
+  }
   fd = -1;
 }
 
@@ -158,8 +168,9 @@ bool poll_open(Poll& poll) {
 }
 
 void poll_close(Poll& poll) {
-  for (AvahiWatch* watch : poll.watches)
+  for (AvahiWatch* watch : poll.watches) {
     delete watch;
+  }
   poll.watches.clear();
   close_descriptor(poll.wake_fd);
   close_descriptor(poll.timer_fd);
@@ -167,8 +178,9 @@ void poll_close(Poll& poll) {
 }
 
 void poll_abandon(Poll& poll) {
-  for (const AvahiWatch* watch : poll.watches)
+  for (const AvahiWatch* watch : poll.watches) {
     close(watch->fd);
+  }
   close_descriptor(poll.epoll_fd);
 }
 
@@ -226,8 +238,9 @@ void poll_timer_start(AvahiTimeout* timer, std::int64_t microseconds_from_now) {
 void poll_timer_stop(AvahiTimeout* timer) { timeout_update(timer, nullptr); }
 
 void poll_timer_free(AvahiTimeout* timer) {
-  if (timer == nullptr)
+  if (timer == nullptr) {
     return;
+  }
   timeout_update(timer, nullptr);
   delete timer;
 }
@@ -235,14 +248,16 @@ void poll_timer_free(AvahiTimeout* timer) {
 bool poll_dispatch(Poll& poll) {
   epoll_event events[kEventsPerPass];
   const int count = epoll_wait(poll.epoll_fd, events, kEventsPerPass, 0);
-  if (count < 0 && errno != EINTR)
+  if (count < 0 && errno != EINTR) {
     return false;
+  }
   poll.dispatching = true;
   run_ready_watches(events, count);
   run_due_timers(poll);
   poll.dispatching = false;
-  for (AvahiWatch* watch : poll.freed_watches)
+  for (AvahiWatch* watch : poll.freed_watches) {
     delete watch;
+  }
   poll.freed_watches.clear();
   return true;
 }
@@ -253,8 +268,9 @@ void poll_arm(Poll& poll, bool more) {
     poll.awake = write(poll.wake_fd, &one, sizeof one) == sizeof one;
   }
   const std::int64_t earliest = poll.timers.empty() ? 0 : std::max<std::int64_t>(poll.timers.begin()->first, 1);
-  if (earliest == poll.armed)
+  if (earliest == poll.armed) {
     return;
+  }
   itimerspec setting{};
   setting.it_value.tv_sec = earliest / kMicrosecondsPerSecond;
   setting.it_value.tv_nsec = earliest % kMicrosecondsPerSecond * 1000;

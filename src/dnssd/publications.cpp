@@ -22,14 +22,16 @@ namespace dnssd {
 namespace {
 
 void drop_records(Publication& publication) {
-  for (const PublishedRecord& published : publication.records)
+  for (const PublishedRecord& published : publication.records) {
     avahi_record_unref(published.record);
+  }
   publication.records.clear();
 }
 
 void free_group(Publication& publication) {
-  if (publication.group != nullptr)
+  if (publication.group != nullptr) {
     avahi_s_entry_group_free(publication.group);
+  }
   publication.group = nullptr;
 }
 
@@ -47,8 +49,9 @@ void erase(Publication& publication) {
 }
 
 void withdraw(Publication& publication) {
-  if (publication.stage == Stage::established)
+  if (publication.stage == Stage::established) {
     say_goodbye(publication);
+  }
   erase(publication);
 }
 
@@ -63,8 +66,9 @@ int add_records(const Publication& publication, int more_flags) {
     const auto flags = static_cast<AvahiPublishFlags>(published.flags | more_flags | AVAHI_PUBLISH_NO_ANNOUNCE);
     const int error = avahi_server_add(server.avahi, publication.group, static_cast<AvahiIfIndex>(server.interface_index),
                                        AVAHI_PROTO_UNSPEC, flags, published.record);
-    if (error < 0)
+    if (error < 0) {
       return error;
+    }
   }
   return AVAHI_OK;
 }
@@ -80,8 +84,9 @@ void group_changed(AvahiServer*, AvahiSEntryGroup*, AvahiEntryGroupState, void*)
 // `more_flags` are added to each record's own.
 int hand_to_avahi(Publication& publication, int more_flags) {
   publication.group = avahi_s_entry_group_new(publication.server->avahi, group_changed, &publication);
-  if (publication.group == nullptr)
+  if (publication.group == nullptr) {
     return AVAHI_ERR_NO_MEMORY;
+  }
   const int error = add_records(publication, more_flags);
   return error < 0 ? error : avahi_s_entry_group_commit(publication.group);
 }
@@ -92,8 +97,9 @@ void take_over_from_probes(Publication& publication) {
   free_group(publication);
   publication.has_name = true;
   const int error = hand_to_avahi(publication, AVAHI_PUBLISH_NO_PROBE);
-  if (error < 0)
+  if (error < 0) {
     report(publication, AVAHI_ENTRY_GROUP_FAILURE);
+  }
 }
 
 // Runs inside Avahi's code, which lets go of a group that its callback has freed; all else is left to publication_settle.
@@ -115,12 +121,15 @@ void refuse(Publication& publication) {
 
 void tell(Serial holder, Publication& publication) {
   Operation* operation = operation_find(holder);
-  if (operation == nullptr)
+  if (operation == nullptr) {
     return;
-  if (std::holds_alternative<Registration>(operation->part))
+  }
+  if (std::holds_alternative<Registration>(operation->part)) {
     registration_changed(*operation, publication);
-  if (std::holds_alternative<Record>(operation->part))
+  }
+  if (std::holds_alternative<Record>(operation->part)) {
     record_changed(*operation, publication);
+  }
 }
 
 }  // namespace
@@ -142,8 +151,9 @@ Publication* publication_new(Server& server, Serial holder, const std::string& k
 }
 
 void publication_unshare(Publication& publication) {
-  if (publication.key.empty())
+  if (publication.key.empty()) {
     return;
+  }
   publication.server->shared.erase(publication.key);
   publication.key.clear();
 }
@@ -170,20 +180,23 @@ void publication_join(Publication& publication, Serial holder) { publication.hol
 
 void publication_release(Publication& publication, Serial holder) {
   std::erase(publication.holders, holder);
-  if (publication.holders.empty())
+  if (publication.holders.empty()) {
     withdraw(publication);
+  }
 }
 
 void publication_forsake(Publication& publication, Serial holder) {
   std::erase(publication.holders, holder);
-  if (publication.holders.empty())
+  if (publication.holders.empty()) {
     erase(publication);
+  }
 }
 
 void publication_replace(Publication& from, Publication& to, Serial holder) {
   std::erase(from.holders, holder);
-  if (!from.holders.empty())
+  if (!from.holders.empty()) {
     return;
+  }
   if (to.stage == Stage::established && to.announcements_left == 0) {
     withdraw(from);
   } else {
@@ -196,8 +209,9 @@ void withdraw_replaced(Publication& publication) {
   replaced.swap(publication.replaces);
   for (const Serial serial : replaced) {
     Publication* old = publication_find(serial);
-    if (old != nullptr && old->holders.empty())
+    if (old != nullptr && old->holders.empty()) {
       withdraw(*old);
+    }
   }
 }
 
@@ -208,16 +222,19 @@ void publication_commit(Publication& publication) {
   }
   publication.stage = Stage::committed;
   const int error = hand_to_avahi(publication, 0);
-  if (error < 0)
+  if (error < 0) {
     report(publication, error == AVAHI_ERR_COLLISION ? AVAHI_ENTRY_GROUP_COLLISION : AVAHI_ENTRY_GROUP_FAILURE);
+  }
 }
 
 void publication_begin_again(Publication& publication) {
-  if (publication.stage != Stage::committed && publication.stage != Stage::established)
+  if (publication.stage != Stage::committed && publication.stage != Stage::established) {
     return;
+  }
   if (!is_probed_for(publication)) {
-    if (publication.stage == Stage::established)
+    if (publication.stage == Stage::established) {
       announce(publication);
+    }
     return;
   }
   free_group(publication);
@@ -229,25 +246,29 @@ void publication_begin_again(Publication& publication) {
 
 void publications_say_goodbye() {
   for (const auto& [serial, publication] : gEngine->publications) {
-    if (publication->stage == Stage::established)
+    if (publication->stage == Stage::established) {
       say_goodbye(*publication);
+    }
   }
 }
 
 void publications_discard() {
-  for (const auto& [serial, publication] : gEngine->publications)
+  for (const auto& [serial, publication] : gEngine->publications) {
     drop_records(*publication);
+  }
   gEngine->publications.clear();
 }
 
 void publication_settle(Serial serial) {
   Publication* publication = publication_find(serial);
-  if (publication == nullptr || publication->stage == Stage::refused)
+  if (publication == nullptr || publication->stage == Stage::refused) {
     return;
+  }
   if (publication->reported == AVAHI_ENTRY_GROUP_ESTABLISHED) {
     publication->stage = Stage::established;
-    if (publication->announcements_left == 0)
+    if (publication->announcements_left == 0) {
       announce(*publication);
+    }
   } else if (publication->reported == AVAHI_ENTRY_GROUP_COLLISION || publication->reported == AVAHI_ENTRY_GROUP_FAILURE) {
     refuse(*publication);
   } else {
@@ -255,8 +276,9 @@ void publication_settle(Serial serial) {
   }
   const std::vector<Serial> holders = publication->holders;
   for (const Serial holder : holders) {
-    if ((publication = publication_find(serial)) == nullptr)
+    if ((publication = publication_find(serial)) == nullptr) {
       return;
+    }
     tell(holder, *publication);
   }
 }

@@ -26,8 +26,9 @@ void queue_answer(Operation& operation, const Query& query, std::uint16_t rrtype
 
 void tell_newest_address(Operation& operation, Query& query) {
   const auto* newest = answer_newest(query.answers);
-  if (newest == nullptr || newest->first == query.told)
+  if (newest == nullptr || newest->first == query.told) {
     return;
+  }
   query.told = newest->first;
   queue_answer(operation, query, query.rrtype, newest->first, newest->second.ttl);
 }
@@ -44,16 +45,20 @@ void answer_changed(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, 
                     AvahiLookupResultFlags, void* userdata) {
   Operation& operation = *static_cast<Operation*>(userdata);
   Query& query = part_of<Query>(operation);
-  if (event == AVAHI_BROWSER_FAILURE)
+  if (event == AVAHI_BROWSER_FAILURE) {
     query_failed(operation, query);
-  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE)
+  }
+  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE) {
     return;
+  }
   const std::string rdata = rdata_of(*record);
-  if (rdata.empty() || (is_address(query.rrtype) && is_unspecified(rdata)))
+  if (rdata.empty() || (is_address(query.rrtype) && is_unspecified(rdata))) {
     return;
+  }
   const bool has_become_live = event == AVAHI_BROWSER_NEW && answer_add(query.answers, protocol, rdata, record->ttl);
-  if (event == AVAHI_BROWSER_REMOVE)
+  if (event == AVAHI_BROWSER_REMOVE) {
     answer_remove(query.answers, protocol, rdata);
+  }
   if (is_address(query.rrtype)) {
     tell_newest_address(operation, query);
   } else if (has_become_live) {
@@ -71,8 +76,9 @@ DNSServiceErrorType query_start(Operation& operation, const Name& name) {
 }
 
 void query_stop(Query& query) {
-  if (query.browser != nullptr)
+  if (query.browser != nullptr) {
     avahi_s_record_browser_free(query.browser);
+  }
   query.browser = nullptr;
 }
 

@@ -28,8 +28,9 @@ bool is_two_strings(std::span<const std::uint8_t> data) {
 // Whether `rdata` is well-formed for `rrtype`; types that Avahi takes as plain bytes are.
 bool is_rdata(std::uint16_t rrtype, const std::string& rdata) {
   const std::span<const std::uint8_t> data = bytes_of(rdata);
-  if (data.empty() || data.size() > kRdataMax)
+  if (data.empty() || data.size() > kRdataMax) {
     return false;
+  }
   switch (rrtype) {
     case kDNSServiceType_A:
       return data.size() == sizeof(AvahiIPv4Address);
@@ -66,8 +67,9 @@ void queue_record_reply(Operation& operation, DNSServiceErrorType error) {
 }
 
 void tell_established(Operation& operation, Record& record) {
-  if (record.told)
+  if (record.told) {
     return;
+  }
   record.told = true;
   queue_record_reply(operation, kDNSServiceErr_NoError);
 }
@@ -89,13 +91,16 @@ std::uint32_t usual_ttl(const std::string& name, std::uint16_t rrtype) {
 }
 
 AvahiRecord* record_from_rdata(const std::string& name, std::uint16_t rrtype, const std::string& rdata, std::uint32_t ttl) {
-  if (!is_rdata(rrtype, rdata))
+  if (!is_rdata(rrtype, rdata)) {
     return nullptr;
+  }
   AvahiRecord* record = avahi_record_new_full(name.c_str(), AVAHI_DNS_CLASS_IN, rrtype, ttl != 0 ? ttl : usual_ttl(name, rrtype));
-  if (record == nullptr)
+  if (record == nullptr) {
     return nullptr;
-  if (avahi_rdata_parse(record, rdata.data(), rdata.size()) == 0 && avahi_record_is_valid(record))
+  }
+  if (avahi_rdata_parse(record, rdata.data(), rdata.size()) == 0 && avahi_record_is_valid(record)) {
     return record;
+  }
   avahi_record_unref(record);
   return nullptr;
 }
@@ -103,8 +108,9 @@ AvahiRecord* record_from_rdata(const std::string& name, std::uint16_t rrtype, co
 std::string rdata_of(AvahiRecord& record) {
   std::string rdata(kRdataMax, '\0');
   const std::size_t size = avahi_rdata_serialize(&record, rdata.data(), rdata.size());
-  if (size == static_cast<std::size_t>(-1))
+  if (size == static_cast<std::size_t>(-1)) {
     return {};
+  }
   rdata.resize(size);
   rdata.shrink_to_fit();
   // Avahi forgets empty strings; a TXT record always holds one (RFC 6763 section 6.1).
@@ -120,8 +126,9 @@ Publication* record_hold(Operation& operation, const std::string& name, std::uin
     return publication;
   }
   AvahiRecord* record = record_from_rdata(name, rrtype, rdata, ttl);
-  if (record == nullptr)
+  if (record == nullptr) {
     return nullptr;
+  }
   publication = publication_new(*operation.server, operation.serial, key, {{record, static_cast<AvahiPublishFlags>(flags)}});
   publication_start(*publication);
   return publication;
@@ -131,36 +138,43 @@ DNSServiceErrorType record_start(Operation& operation, const std::string& rdata,
   Record& record = part_of<Record>(operation);
   const int flags = record.unique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_ALLOW_MULTIPLE : 0;
   record.publication = record_hold(operation, record.name, record.rrtype, rdata, ttl, flags);
-  if (record.publication == nullptr)
+  if (record.publication == nullptr) {
     return kDNSServiceErr_BadParam;
-  if (record.publication->stage == Stage::established)
+  }
+  if (record.publication->stage == Stage::established) {
     tell_established(operation, record);
+  }
   return kDNSServiceErr_NoError;
 }
 
 DNSServiceErrorType record_update(Operation& operation, const std::string& rdata, std::uint32_t ttl) {
   Record& record = part_of<Record>(operation);
-  if (record.publication == nullptr)
+  if (record.publication == nullptr) {
     return kDNSServiceErr_BadState;
-  if (record.publication->key == key_of(record.name, record.rrtype, rdata))
+  }
+  if (record.publication->key == key_of(record.name, record.rrtype, rdata)) {
     return kDNSServiceErr_NoError;
+  }
   // The name is ours already, so a unique record's new data needs no probes.
   const int flags = record.unique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_ALLOW_MULTIPLE | AVAHI_PUBLISH_NO_PROBE : 0;
   Publication* updated = record_hold(operation, record.name, record.rrtype, rdata, ttl, flags);
-  if (updated == nullptr)
+  if (updated == nullptr) {
     return kDNSServiceErr_BadParam;
+  }
   Publication& old = *record.publication;
   record.publication = updated;
   publication_replace(old, *updated, operation.serial);
-  if (updated->stage == Stage::established)
+  if (updated->stage == Stage::established) {
     tell_established(operation, record);
+  }
   return kDNSServiceErr_NoError;
 }
 
 void record_changed(Operation& operation, Publication& publication) {
   Record& record = part_of<Record>(operation);
-  if (record.publication != &publication)
+  if (record.publication != &publication) {
     return;
+  }
   if (publication.stage == Stage::established) {
     tell_established(operation, record);
     return;
@@ -172,8 +186,9 @@ void record_changed(Operation& operation, Publication& publication) {
 }
 
 void record_stop(Operation& operation, Record& record) {
-  if (record.publication != nullptr)
+  if (record.publication != nullptr) {
     publication_release(*record.publication, operation.serial);
+  }
   record.publication = nullptr;
 }
 

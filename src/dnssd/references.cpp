@@ -21,38 +21,47 @@ bool is_published(const Operation& operation) {
 }
 
 void stop(Operation& operation) {
-  if (auto* browse = std::get_if<Browse>(&operation.part))
+  if (auto* browse = std::get_if<Browse>(&operation.part)) {
     browse_stop(*browse);
-  if (auto* resolve = std::get_if<Resolve>(&operation.part))
+  }
+  if (auto* resolve = std::get_if<Resolve>(&operation.part)) {
     resolve_stop(*resolve);
-  if (auto* query = std::get_if<Query>(&operation.part))
+  }
+  if (auto* query = std::get_if<Query>(&operation.part)) {
     query_stop(*query);
-  if (auto* registration = std::get_if<Registration>(&operation.part))
+  }
+  if (auto* registration = std::get_if<Registration>(&operation.part)) {
     registration_stop(operation, *registration);
-  if (auto* record = std::get_if<Record>(&operation.part))
+  }
+  if (auto* record = std::get_if<Record>(&operation.part)) {
     record_stop(operation, *record);
+  }
 }
 
 // One operation by itself.
 void release_one(Serial serial) {
   const auto found = gEngine->operations.find(serial);
-  if (found == gEngine->operations.end())
+  if (found == gEngine->operations.end()) {
     return;
+  }
   const std::unique_ptr<Operation> operation = std::move(found->second);
   gEngine->operations.erase(found);
   gEngine->deliverable -= operation->queued;
   stop(*operation);
-  if (is_published(*operation))
+  if (is_published(*operation)) {
     --gEngine->published;
-  if (operation->server != nullptr)
+  }
+  if (operation->server != nullptr) {
     server_unuse(*operation->server, !is_published(*operation));
+  }
 }
 
 std::vector<Serial> members_of(Serial connection) {
   std::vector<Serial> members;
   for (const auto& [serial, operation] : gEngine->operations) {
-    if (operation->connection == connection)
+    if (operation->connection == connection) {
       members.push_back(serial);
+    }
   }
   return members;
 }
@@ -67,19 +76,23 @@ Operation* operation_new(Serial connection, Server* server, void* context, declt
   operation->server = server;
   operation->context = context;
   operation->part = std::move(part);
-  if (connection == 0)
+  if (connection == 0) {
     ++gEngine->connections;
-  if (is_published(*operation))
+  }
+  if (is_published(*operation)) {
     ++gEngine->published;
-  if (server != nullptr)
+  }
+  if (server != nullptr) {
     server_use(*server, !is_published(*operation));
+  }
   gEngine->operations.emplace(operation->serial, std::move(owned));
   return operation;
 }
 
 Operation* operation_find(Serial serial) {
-  if (gEngine == nullptr)
+  if (gEngine == nullptr) {
     return nullptr;
+  }
   const auto found = gEngine->operations.find(serial);
   return found == gEngine->operations.end() ? nullptr : found->second.get();
 }
@@ -110,12 +123,14 @@ void operation_release(Operation* operation) {
     return;
   }
   if (std::holds_alternative<Connection>(operation->part)) {
-    for (const Serial member : members_of(serial))
+    for (const Serial member : members_of(serial)) {
       release_one(member);
+    }
   }
   release_one(serial);
-  if (stands_alone)
+  if (stands_alone) {
     --gEngine->connections;
+  }
 }
 
 }  // namespace dnssd

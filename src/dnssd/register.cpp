@@ -39,15 +39,17 @@ std::string srv_rdata(const Registration& registration) {
 // Adds one unique record; false when Avahi takes it for none.
 bool add(std::vector<PublishedRecord>& records, const Name& name, std::uint16_t rrtype, const std::string& rdata) {
   AvahiRecord* record = record_from_rdata(name_to_avahi(name), rrtype, rdata, 0);
-  if (record != nullptr)
+  if (record != nullptr) {
     records.push_back({record, AVAHI_PUBLISH_UNIQUE});
+  }
   return record != nullptr;
 }
 
 void queue_registration_reply(Operation& operation, const Registration& registration, DNSServiceErrorType error) {
   Reply reply;
-  if (error == kDNSServiceErr_NoError)
+  if (error == kDNSServiceErr_NoError) {
     reply.flags = kDNSServiceFlagsAdd;
+  }
   reply.error = error;
   reply.name = registration.name;
   reply.detail = type_text(registration.type);
@@ -57,16 +59,18 @@ void queue_registration_reply(Operation& operation, const Registration& registra
 // Holds a PTR record; its name and target are ours, so that it is never refused.
 void hold_pointer(Operation& operation, Registration& registration, const Name& name, const Name& target) {
   Publication* publication = record_hold(operation, name_to_avahi(name), AVAHI_DNS_TYPE_PTR, to_rdata(target), 0, kShared);
-  if (publication != nullptr)
+  if (publication != nullptr) {
     registration.pointers.push_back(publication);
+  }
 }
 
 // Holds the PTR records to the service under its type and each subtype, and the type's under _services._dns-sd._udp.
 void hold_pointers(Operation& operation, Registration& registration) {
   const Name type = type_name(registration.type);
   const std::optional<Name> instance = prepend_label(registration.name, type);
-  if (!instance)
+  if (!instance) {
     return;
+  }
   hold_pointer(operation, registration, type, *instance);
   for (const std::string& subtype : registration.type.subtypes) {
     hold_pointer(operation, registration, subtype_name(registration.type, subtype), *instance);
@@ -76,10 +80,12 @@ void hold_pointers(Operation& operation, Registration& registration) {
 
 // The name is ours: tells the caller, and lets others find it. A port of 0 only keeps the name (dns_sd.h).
 void name_established(Operation& operation, Registration& registration) {
-  if (registration.port != 0 && registration.pointers.empty())
+  if (registration.port != 0 && registration.pointers.empty()) {
     hold_pointers(operation, registration);
-  if (registration.told == registration.name)
+  }
+  if (registration.told == registration.name) {
     return;
+  }
   registration.told = registration.name;
   queue_registration_reply(operation, registration, kDNSServiceErr_NoError);
 }
@@ -87,21 +93,24 @@ void name_established(Operation& operation, Registration& registration) {
 // Publishes SRV and TXT under the present name.
 DNSServiceErrorType try_name(Operation& operation, Registration& registration) {
   const std::optional<Name> instance = prepend_label(registration.name, type_name(registration.type));
-  if (!instance)
+  if (!instance) {
     return kDNSServiceErr_BadParam;
+  }
   const std::string srv = srv_rdata(registration);
   const std::string key = "service\n" + fold_case(name_to_avahi(*instance)) + '\n' + srv + '\n' + registration.txt;
   registration.service = publication_find_shared(*operation.server, key);
   if (registration.service != nullptr) {
     publication_join(*registration.service, operation.serial);
-    if (registration.service->stage == Stage::established)
+    if (registration.service->stage == Stage::established) {
       name_established(operation, registration);
+    }
     return kDNSServiceErr_NoError;
   }
   std::vector<PublishedRecord> records;
   if (!add(records, *instance, AVAHI_DNS_TYPE_SRV, srv) || !add(records, *instance, AVAHI_DNS_TYPE_TXT, registration.txt)) {
-    for (const PublishedRecord& published : records)
+    for (const PublishedRecord& published : records) {
       avahi_record_unref(published.record);
+    }
     return kDNSServiceErr_BadParam;
   }
   registration.service = publication_new(*operation.server, operation.serial, key, std::move(records));
@@ -130,17 +139,20 @@ void try_next_name(Operation& operation, Registration& registration) {
     try_name(operation, registration);
     return;
   }
-  if (registration.retry == nullptr)
+  if (registration.retry == nullptr) {
     registration.retry = poll_timer_new(gEngine->poll, pause_over, &operation);
+  }
   poll_timer_start(registration.retry, kConflictPause);
 }
 
 void release_all(Operation& operation, Registration& registration) {
-  for (Publication* pointer : registration.pointers)
+  for (Publication* pointer : registration.pointers) {
     publication_release(*pointer, operation.serial);
+  }
   registration.pointers.clear();
-  if (registration.service != nullptr)
+  if (registration.service != nullptr) {
     publication_release(*registration.service, operation.serial);
+  }
   registration.service = nullptr;
 }
 
@@ -150,8 +162,9 @@ void forsake_all(Operation& operation, Registration& registration) {
     publication_release(*registration.pointers.back(), operation.serial);
     registration.pointers.pop_back();
   }
-  for (Publication* pointer : registration.pointers)
+  for (Publication* pointer : registration.pointers) {
     publication_forsake(*pointer, operation.serial);
+  }
   registration.pointers.clear();
   publication_forsake(*registration.service, operation.serial);
   registration.service = nullptr;
@@ -164,13 +177,15 @@ bool update_in_place(Operation& operation, Publication& service, AvahiRecord* re
   publication_unshare(service);
   const int error = avahi_server_add(server.avahi, service.group, static_cast<AvahiIfIndex>(server.interface_index),
                                      AVAHI_PROTO_UNSPEC, flags, record);
-  if (error < 0)
+  if (error < 0) {
     return false;
+  }
   PublishedRecord& published = service.records.back();
   avahi_record_unref(published.record);
   published.record = avahi_record_ref(record);
-  if (service.stage == Stage::established)
+  if (service.stage == Stage::established) {
     announce(service);
+  }
   return true;
 }
 
@@ -180,8 +195,9 @@ DNSServiceErrorType registration_start(Operation& operation) { return try_name(o
 
 void registration_changed(Operation& operation, Publication& publication) {
   Registration& registration = part_of<Registration>(operation);
-  if (registration.service != &publication)
+  if (registration.service != &publication) {
     return;
+  }
   if (publication.stage == Stage::established) {
     name_established(operation, registration);
     return;
@@ -198,11 +214,13 @@ void registration_changed(Operation& operation, Publication& publication) {
 DNSServiceErrorType registration_update(Operation& operation, const std::string& txt, std::uint32_t ttl) {
   Registration& registration = part_of<Registration>(operation);
   const std::optional<Name> instance = prepend_label(registration.name, type_name(registration.type));
-  if (!instance)
+  if (!instance) {
     return kDNSServiceErr_BadState;
+  }
   AvahiRecord* record = record_from_rdata(name_to_avahi(*instance), AVAHI_DNS_TYPE_TXT, txt, ttl);
-  if (record == nullptr)
+  if (record == nullptr) {
     return kDNSServiceErr_BadParam;
+  }
   registration.txt = txt;
   Publication* service = registration.service;
   bool good = true;

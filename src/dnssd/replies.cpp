@@ -39,8 +39,9 @@ void call(const Query& query, const Target& to, DNSServiceFlags flags, const Rep
 }
 
 void call(const Registration& registration, const Target& to, DNSServiceFlags flags, const Reply& reply) {
-  if (registration.callback == nullptr)
+  if (registration.callback == nullptr) {
     return;
+  }
   registration.callback(to.ref, flags, reply.error, reply.name.c_str(), reply.detail.c_str(), "local.", to.context);
 }
 
@@ -52,8 +53,9 @@ void deliver(Operation& operation, const Reply& reply) {
   const Target to{service_ref(operation), record_ref(operation), reinterpret_cast<DNSServiceRef>(operation.connection),
                   operation.server != nullptr ? operation.server->interface_index : 0, operation.context};
   DNSServiceFlags flags = reply.flags;
-  if (gEngine->deliverable > 0)
+  if (gEngine->deliverable > 0) {
     flags |= kDNSServiceFlagsMoreComing;
+  }
   std::visit([&](const auto& part) { call(part, to, flags, reply); }, operation.part);
 }
 
@@ -72,15 +74,17 @@ void replies_deliver() {
     const Reply reply = std::move(gEngine->replies.front());
     gEngine->replies.pop_front();
     Operation* operation = operation_find(reply.to);
-    if (operation == nullptr)
+    if (operation == nullptr) {
       continue;
+    }
     --operation->queued;
     --gEngine->deliverable;
     ++i;
     deliver(*operation, reply);
   }
-  if (gEngine != nullptr && gEngine->deliverable == 0)
+  if (gEngine != nullptr && gEngine->deliverable == 0) {
     gEngine->replies.clear();
+  }
 }
 
 }  // namespace dnssd

@@ -16,12 +16,14 @@ constexpr std::size_t kSrvTargetAt = 6;
 
 // The target in `srv` in presentation format; nothing when the rdata is malformed or the name holds a zero byte.
 std::optional<std::string> target_text(const std::string& srv) {
-  if (srv.size() <= kSrvTargetAt)
+  if (srv.size() <= kSrvTargetAt) {
     return std::nullopt;
+  }
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(srv.data()) + kSrvTargetAt;
   const std::span<const std::uint8_t> wire(bytes, srv.size() - kSrvTargetAt);
-  if (!is_wire_name(wire))
+  if (!is_wire_name(wire)) {
     return std::nullopt;
+  }
   Name name;
   for (std::size_t at = 0; wire[at] != 0; at += 1u + wire[at]) {
     name.labels.emplace_back(reinterpret_cast<const char*>(&wire[at + 1]), wire[at]);
@@ -32,13 +34,16 @@ std::optional<std::string> target_text(const std::string& srv) {
 void tell_if_complete(Operation& operation, Resolve& resolve) {
   const auto* srv = answer_newest(resolve.srv);
   const auto* txt = answer_newest(resolve.txt);
-  if (srv == nullptr || txt == nullptr)
+  if (srv == nullptr || txt == nullptr) {
     return;
-  if (srv->first == resolve.told_srv && txt->first == resolve.told_txt)
+  }
+  if (srv->first == resolve.told_srv && txt->first == resolve.told_txt) {
     return;
+  }
   std::optional<std::string> target = target_text(srv->first);
-  if (!target)
+  if (!target) {
     return;
+  }
   resolve.told_srv = srv->first;
   resolve.told_txt = txt->first;
   Reply reply;
@@ -60,13 +65,16 @@ void record_seen(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, Ava
                  AvahiLookupResultFlags, void* userdata) {
   Operation& operation = *static_cast<Operation*>(userdata);
   Resolve& resolve = part_of<Resolve>(operation);
-  if (event == AVAHI_BROWSER_FAILURE)
+  if (event == AVAHI_BROWSER_FAILURE) {
     resolve_failed(operation, resolve);
-  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE)
+  }
+  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE) {
     return;
+  }
   const std::string rdata = rdata_of(*record);
-  if (rdata.empty())
+  if (rdata.empty()) {
     return;
+  }
   AnswerSet& answers = record->key->type == AVAHI_DNS_TYPE_SRV ? resolve.srv : resolve.txt;
   if (event == AVAHI_BROWSER_NEW) {
     answer_add(answers, protocol, rdata, record->ttl);
@@ -88,10 +96,12 @@ DNSServiceErrorType resolve_start(Operation& operation, const Name& instance) {
 }
 
 void resolve_stop(Resolve& resolve) {
-  if (resolve.srv_browser != nullptr)
+  if (resolve.srv_browser != nullptr) {
     avahi_s_record_browser_free(resolve.srv_browser);
-  if (resolve.txt_browser != nullptr)
+  }
+  if (resolve.txt_browser != nullptr) {
     avahi_s_record_browser_free(resolve.txt_browser);
+  }
   resolve.srv_browser = nullptr;
   resolve.txt_browser = nullptr;
 }

@@ -38,10 +38,12 @@ Server* gBeingMade = nullptr;
 int protocol_of(int fd) {
   int domain = 0;
   socklen_t size = sizeof domain;
-  if (getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &size) != 0)
+  if (getsockopt(fd, SOL_SOCKET, SO_DOMAIN, &domain, &size) != 0) {
     return -1;
-  if (domain == AF_INET)
+  }
+  if (domain == AF_INET) {
     return AVAHI_PROTO_INET;
+  }
   return domain == AF_INET6 ? AVAHI_PROTO_INET6 : -1;
 }
 
@@ -50,8 +52,9 @@ void bind_to_interface(Server& server, int fd, int protocol) {
   server.sockets[protocol] = fd;
   const std::string& name = server.interface_name;
   const auto length = static_cast<socklen_t>(name.size() + 1);
-  if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, name.c_str(), length) != 0)
+  if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, name.c_str(), length) != 0) {
     server.bind_error = errno;
+  }
   crowd_begin(fd);
   const int size = kReceiveBufferBytes;
   if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0) {
@@ -71,8 +74,9 @@ AvahiWatch* server_watch_new(const AvahiPoll* api, int fd, AvahiWatchEvent event
 }
 
 void server_state_changed(AvahiServer*, AvahiServerState state, void*) {
-  if (state == AVAHI_SERVER_FAILURE)
+  if (state == AVAHI_SERVER_FAILURE) {
     gEngine->lost = true;
+  }
 }
 
 void fill_config(AvahiServerConfig& config, const std::string& interface_name) {
@@ -100,10 +104,12 @@ DNSServiceErrorType start_avahi(Server& server) {
   server.avahi = avahi_server_new(&server.api, &config, server_state_changed, &server, &error);
   gBeingMade = nullptr;
   avahi_server_config_free(&config);
-  if (server.avahi == nullptr)
+  if (server.avahi == nullptr) {
     return kErrServiceNotRunning;
-  if (server.bind_error == 0)
+  }
+  if (server.bind_error == 0) {
     return kDNSServiceErr_NoError;
+  }
   avahi_server_free(server.avahi);
   server.avahi = nullptr;
   return server.bind_error == ENODEV ? kDNSServiceErr_BadInterfaceIndex : kDNSServiceErr_NoAuth;
@@ -127,14 +133,16 @@ DNSServiceErrorType server_get(std::uint32_t interface_index, Server** server) {
     return kDNSServiceErr_NoError;
   }
   char name[IF_NAMESIZE];
-  if (if_indextoname(interface_index, name) == nullptr)
+  if (if_indextoname(interface_index, name) == nullptr) {
     return kDNSServiceErr_BadInterfaceIndex;
+  }
   auto made = std::make_unique<Server>();
   made->interface_index = interface_index;
   made->interface_name = name;
   const DNSServiceErrorType error = start_avahi(*made);
-  if (error != kDNSServiceErr_NoError)
+  if (error != kDNSServiceErr_NoError) {
     return error;
+  }
   made->linger = poll_timer_new(gEngine->poll, linger_over, made.get());
   pacing_open(*made);
   announcer_open(*made);
@@ -147,15 +155,17 @@ DNSServiceErrorType server_get(std::uint32_t interface_index, Server** server) {
 
 void server_use(Server& server, bool looks_up) {
   ++server.operations;
-  if (looks_up)
+  if (looks_up) {
     ++server.lookups;
+  }
   server_review_idle(server);
 }
 
 void server_unuse(Server& server, bool looks_up) {
   --server.operations;
-  if (looks_up)
+  if (looks_up) {
     --server.lookups;
+  }
   server_review_idle(server);
 }
 
@@ -175,15 +185,17 @@ void server_close(Server& server) {
   poll_timer_free(server.linger);
   server.linger = nullptr;
   for (int& fd : server.sockets) {
-    if (fd >= 0)
+    if (fd >= 0) {
       fd = fcntl(fd, F_DUPFD_CLOEXEC, 0);
+    }
   }
   avahi_server_free(server.avahi);
   server.avahi = nullptr;
   send_goodbyes(server);
   for (int& fd : server.sockets) {
-    if (fd >= 0)
+    if (fd >= 0) {
       close(fd);
+    }
     fd = -1;
   }
 }
@@ -191,8 +203,9 @@ void server_close(Server& server) {
 AvahiSRecordBrowser* record_browser_new(Operation& operation, const Name& name, std::uint16_t rrtype,
                                         AvahiSRecordBrowserCallback callback) {
   AvahiKey* key = avahi_key_new(name_to_avahi(name).c_str(), AVAHI_DNS_CLASS_IN, rrtype);
-  if (key == nullptr)
+  if (key == nullptr) {
     return nullptr;
+  }
   const Server& server = *operation.server;
   AvahiSRecordBrowser* browser =
       avahi_s_record_browser_new(server.avahi, static_cast<AvahiIfIndex>(server.interface_index), AVAHI_PROTO_UNSPEC, key,

@@ -23,8 +23,9 @@ bool is_transport(std::string_view label) {
 }
 
 std::optional<ServiceType> type_of_labels(std::string_view application, std::string_view transport) {
-  if (!is_application(application) || !is_transport(transport))
+  if (!is_application(application) || !is_transport(transport)) {
     return std::nullopt;
+  }
   return ServiceType{std::string(application), std::string(transport), {}};
 }
 
@@ -33,11 +34,13 @@ bool add_subtypes(ServiceType& type, std::string_view list) {
   for (;;) {
     const std::size_t comma = list.find(',');
     const std::optional<Name> label = parse_name(list.substr(0, comma));
-    if (!label || label->labels.size() != 1)
+    if (!label || label->labels.size() != 1) {
       return false;
+    }
     type.subtypes.push_back(label->labels[0]);
-    if (comma == list.npos)
+    if (comma == list.npos) {
       return true;
+    }
     list.remove_prefix(comma + 1);
   }
 }
@@ -50,19 +53,23 @@ struct Numbered {
 
 Numbered split_number(std::string_view name) {
   const std::size_t open = name.rfind(" (");
-  if (open == name.npos || !name.ends_with(')'))
+  if (open == name.npos || !name.ends_with(')')) {
     return {name, 1};
+  }
   const std::string_view digits = name.substr(open + 2, name.size() - open - 3);
-  if (digits.empty() || digits.size() > kSuffixDigitsMax)
+  if (digits.empty() || digits.size() > kSuffixDigitsMax) {
     return {name, 1};
+  }
   unsigned number = 0;
   for (const char c : digits) {
-    if (c < '0' || c > '9')
+    if (c < '0' || c > '9') {
       return {name, 1};
+    }
     number = number * 10 + static_cast<unsigned>(c - '0');
   }
-  if (number < 2)
+  if (number < 2) {
     return {name, 1};
+  }
   return {name.substr(0, open), number};
 }
 
@@ -71,11 +78,13 @@ Numbered split_number(std::string_view name) {
 std::optional<ServiceType> parse_service_type(std::string_view text) {
   const std::size_t comma = text.find(',');
   const std::optional<Name> name = parse_name(text.substr(0, comma));
-  if (!name || name->labels.size() != 2)
+  if (!name || name->labels.size() != 2) {
     return std::nullopt;
+  }
   std::optional<ServiceType> type = type_of_labels(name->labels[0], name->labels[1]);
-  if (type && comma != text.npos && !add_subtypes(*type, text.substr(comma + 1)))
+  if (type && comma != text.npos && !add_subtypes(*type, text.substr(comma + 1))) {
     return std::nullopt;
+  }
   return type;
 }
 
@@ -84,13 +93,15 @@ std::optional<ServiceType> parse_browse_type(std::string_view text) {
   const std::optional<Name> name = parse_name(text);
   if (name && name->labels.size() == 3) {
     type = type_of_labels(name->labels[1], name->labels[2]);
-    if (type)
+    if (type) {
       type->subtypes.push_back(name->labels[0]);
+    }
   } else {
     type = parse_service_type(text);
   }
-  if (type && type->subtypes.size() > 1)
+  if (type && type->subtypes.size() > 1) {
     return std::nullopt;
+  }
   return type;
 }
 
@@ -103,11 +114,13 @@ Name subtype_name(const ServiceType& type, const std::string& subtype) {
 }
 
 std::string truncate_utf8(std::string_view name, std::size_t room) {
-  if (name.size() <= room)
+  if (name.size() <= room) {
     return std::string(name);
+  }
   std::size_t end = room;
-  while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80)
+  while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) {
     --end;
+  }
   return std::string(name.substr(0, end));
 }
 
@@ -118,16 +131,18 @@ std::string next_service_name(std::string_view name) {
 }
 
 bool is_local_domain(const char* domain) {
-  if (domain == nullptr || *domain == '\0')
+  if (domain == nullptr || *domain == '\0') {
     return true;
+  }
   const std::string folded = fold_case(domain);
   return folded == "local" || folded == "local.";
 }
 
 bool is_txt_data(std::span<const std::uint8_t> txt) {
   std::size_t at = 0;
-  while (at < txt.size())
+  while (at < txt.size()) {
     at += 1u + txt[at];
+  }
   return at == txt.size();
 }
 

@@ -7,6 +7,7 @@
 #include <pthread.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
+
 #include <csignal>
 
 #include "dnssd/engine.h"
@@ -44,31 +45,38 @@ bool is_to_be_taken(int signal) {
 
 void signal_arrived(AvahiWatch*, int fd, AvahiWatchEvent, void*) {
   signalfd_siginfo info{};
-  if (read(fd, &info, sizeof info) == sizeof info)
+  if (read(fd, &info, sizeof info) == sizeof info) {
     gCaught = static_cast<int>(info.ssi_signo);
+  }
 }
 
 // Adds to the callers' mask what is in `set` (SIG_BLOCK), or takes it out (SIG_UNBLOCK).
 void change_callers_mask(int how, const sigset_t& set) {
   for (const int signal : kEndings) {
-    if (sigismember(&set, signal) != 1)
+    if (sigismember(&set, signal) != 1) {
       continue;
-    if (how == SIG_BLOCK)
+    }
+    if (how == SIG_BLOCK) {
       sigaddset(&gCallers, signal);
-    if (how == SIG_UNBLOCK)
+    }
+    if (how == SIG_UNBLOCK) {
       sigdelset(&gCallers, signal);
+    }
   }
 }
 
 void give_back() {
-  if (!gAnyTaken)
+  if (!gAnyTaken) {
     return;
+  }
   change_callers_mask(SIG_UNBLOCK, gTaken);
   gAnyTaken = false;
-  if (gWatch != nullptr)
+  if (gWatch != nullptr) {
     poll_watch_free(gWatch);
-  if (gDescriptor >= 0)
+  }
+  if (gDescriptor >= 0) {
     close(gDescriptor);
+  }
   gWatch = nullptr;
   gDescriptor = -1;
 }
@@ -76,15 +84,17 @@ void give_back() {
 // Makes `wanted` what is taken, if it is not so already.
 void take(const sigset_t& wanted) {
   const int fd = signalfd(gDescriptor, &wanted, SFD_CLOEXEC | SFD_NONBLOCK);
-  if (fd < 0)
+  if (fd < 0) {
     return;
+  }
   gDescriptor = fd;
   if (gWatch == nullptr) {
     const AvahiPoll api = poll_api(gEngine->poll);
     gWatch = poll_watch_new(&api, gDescriptor, AVAHI_WATCH_IN, signal_arrived, nullptr);
   }
-  if (gAnyTaken)
+  if (gAnyTaken) {
     change_callers_mask(SIG_UNBLOCK, gTaken);
+  }
   change_callers_mask(SIG_BLOCK, wanted);
   gTaken = wanted;
   gAnyTaken = true;
@@ -92,8 +102,9 @@ void take(const sigset_t& wanted) {
 
 bool differs_from_taken(const sigset_t& wanted) {
   for (const int signal : kEndings) {
-    if ((sigismember(&wanted, signal) == 1) != is_taken(signal))
+    if ((sigismember(&wanted, signal) == 1) != is_taken(signal)) {
       return true;
+    }
   }
   return false;
 }
@@ -101,12 +112,14 @@ bool differs_from_taken(const sigset_t& wanted) {
 }  // namespace
 
 void signals_hold() {
-  if (gDepth++ > 0)
+  if (gDepth++ > 0) {
     return;
+  }
   sigset_t held;
   sigfillset(&held);
-  for (const int fault : kFaults)
+  for (const int fault : kFaults) {
     sigdelset(&held, fault);
+  }
   pthread_sigmask(SIG_BLOCK, &held, &gCallers);
 }
 
@@ -127,8 +140,9 @@ void signals_review(bool publishing) {
   sigemptyset(&wanted);
   bool any = false;
   for (const int signal : kEndings) {
-    if (!is_to_be_taken(signal))
+    if (!is_to_be_taken(signal)) {
       continue;
+    }
     sigaddset(&wanted, signal);
     any = true;
   }
@@ -140,13 +154,15 @@ void signals_review(bool publishing) {
 }
 
 void signals_die_if_caught() {
-  if (gCaught == 0)
+  if (gCaught == 0) {
     return;
+  }
   const int signal = gCaught;
   gCaught = 0;
   const bool is_ours = has_default_action(signal);
-  if (is_ours)
+  if (is_ours) {
     engine_close();
+  }
   give_back();
   if (is_ours) {
     sigset_t only;
@@ -160,8 +176,9 @@ void signals_die_if_caught() {
 }
 
 void signals_forget() {
-  if (!gAnyTaken)
+  if (!gAnyTaken) {
     return;
+  }
   change_callers_mask(SIG_UNBLOCK, gTaken);
   gAnyTaken = false;
   gWatch = nullptr;  // freed by nobody: it is part of the parent's engine
