@@ -80,8 +80,20 @@ void on_failed_wait(int result, int error) {
   }
 }
 
+// One more than the highest descriptor that is watched. One that no set has room for must not count: the kernel would read and
+// write as much of the set as the count says, past its end.
+int count_for(const Sockets& sockets) {
+  int count = 0;
+  for (int socket : {sockets.shared, sockets.register_record}) {
+    if (fits_a_set(socket) && socket >= count) {
+      count = socket + 1;
+    }
+  }
+  return count;
+}
+
 void wait_and_serve(const Sockets& sockets) {
-  const int count = (sockets.shared > sockets.register_record ? sockets.shared : sockets.register_record) + 1;
+  const int count = count_for(sockets);
   fd_set readable = sockets_to_watch(sockets);
   const int result = wait_for(count, &readable);
   if (result > 0) {

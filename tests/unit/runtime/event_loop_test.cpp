@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <sys/resource.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -152,6 +154,23 @@ TEST_F(EventLoop, LeavesASocketOutThatNoSetHasRoomFor) {
   fake_dns_sd::fail_next("DNSServiceRefSockFD", 2, kDNSServiceErr_BadParam);
   Pass(1);
   EXPECT_THAT(Waits(), ElementsAre("pselect(0, 100000000)"));
+}
+
+TEST_F(EventLoop, WaitsForNoSocketBeyondTheRoomOfASet) {
+  const ChildProcess child = run_in_child([] {
+    const rlimit room = {2 * FD_SETSIZE, 2 * FD_SETSIZE};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &room), 0);
+    fake_process::always("pselect", 0);
+    GivenSharedConnection();
+    while (dup(STDOUT_FILENO) < FD_SETSIZE) {
+    }
+    GivenRegisterRecordConnection();
+    ASSERT_GE(DNSServiceRefSockFD(gDNSServiceRef_RegisterRecord), FD_SETSIZE);
+    Pass(1);
+    EXPECT_THAT(Waits(),
+                ElementsAre("pselect(" + std::to_string(DNSServiceRefSockFD(gDNSServiceRef_Shared) + 1) + ", 100000000)"));
+  });
+  EXPECT_EQ(child.exit_status, 0) << describe(child);
 }
 
 TEST_F(EventLoop, ServesASocketThatTookThePlaceOfStandardInput) {
