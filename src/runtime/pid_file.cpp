@@ -5,11 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "runtime/daemon_control.h"
@@ -27,16 +25,10 @@ constexpr mode_t kPidFileMode = S_IRUSR | S_IWUSR;
 constexpr std::size_t kPidTextSize = 16;
 
 // Reads one number as fscanf's "%d" does, leading blanks and what follows the number included, but for one that no int holds: that
-// is no number, where fscanf would make another one of it, -1 among them.
+// is no number, where "%d" would make another one of it, -1 among them. A number that no long long holds is read as the nearest.
 bool read_pid(std::FILE* stream, int* pid) {
-  char word[32];
-  if (std::fscanf(stream, "%31s", word) != 1) {
-    return false;
-  }
-  char* end = nullptr;
-  errno = 0;
-  const long number = std::strtol(word, &end, 10);
-  if (end == word || errno != 0 || number < INT_MIN || number > INT_MAX) {
+  long long number = 0;
+  if (std::fscanf(stream, "%lld", &number) != 1 || number < INT_MIN || number > INT_MAX) {
     return false;
   }
   *pid = static_cast<int>(number);
