@@ -132,10 +132,15 @@ TEST_F(PidFileTest, WithoutANumberKillsNobodyAndIsOverwritten) {
 }
 
 TEST_F(PidFileTest, HasItsNumberTakenAsItIs) {
-  const std::pair<const char*, const char*> kContents[] = {
-      {"0\n", "0"},         {"-1\n", "-1"},    {"-42", "-42"}, {"  7 8\n", "7"},
-      {"12 monkeys", "12"}, {"13abc\n", "13"}, {"+5\n", "5"},  {"2147483647\n", "2147483647"},
-      {"0000000000000000000000000000000000000000123\n", "123"}};
+  const std::pair<const char*, const char*> kContents[] = {{"0\n", "0"},
+                                                           {"-1\n", "-1"},
+                                                           {"-42", "-42"},
+                                                           {"  7 8\n", "7"},
+                                                           {"12 monkeys", "12"},
+                                                           {"13abc\n", "13"},
+                                                           {"+5\n", "5"},
+                                                           {"2147483647\n", "2147483647"},
+                                                           {"0000000000000000000000000000000000000000123\n", "123"}};
   for (const auto& [content, pid] : kContents) {
     GivenPidFile(content);
     fake_process::start();
