@@ -86,7 +86,8 @@ void take_note_of_calls(Run& run) {
   for (; run.calls_seen < calls.size(); ++run.calls_seen) {
     const fake_dns_sd::Call& call = calls[run.calls_seen];
     if (call.result != kDNSServiceErr_NoError) {
-      run.record_may_stay |= call.function == "DNSServiceRegister";  // its addresses stay with the connection
+      // Without a service its addresses stay with the connection, and so does a record whose removal is refused.
+      run.record_may_stay |= call.function == "DNSServiceRegister" || call.function == "DNSServiceRemoveRecord";
     } else if (call.function == "DNSServiceResolve") {
       run.resolves.push_back(call);
     } else if (call.function == "DNSServiceQueryRecord") {
@@ -315,6 +316,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (ended != -1)
     check_end(ended);
   remove_all(run);
+  take_note_of_calls(run);
   const ZmkUsage after = zmk_usage();
   fuzz::claim(after.blocks == before.blocks && after.bytes == before.bytes, "nothing of the daemon's memory is left");
   if (ended == -1) {
