@@ -7,6 +7,9 @@
 
 namespace {
 
+// No instance is called so (a label has a byte at least), and no library would resolve it.
+bool is_nameless(const char* name) { return name == nullptr || *name == '\0'; }
+
 void remove_instance(BridgeContext* bridge, const char* name) {
   log_message(LOG_DEBUG,
               "callback_ServiceBrowse(): REMOVE: Now attempting to remove the record and the service register from the other "
@@ -83,7 +86,7 @@ void DNSSD_API callback_ServiceBrowse(DNSServiceRef sdRef, DNSServiceFlags flags
     remove_instance(bridge, replyName);
   } else if (errorCode != kDNSServiceErr_NoError) {
     log_message(LOG_DEBUG, "callback_ServiceBrowse(): ADD: Error code %d", errorCode);
-  } else if (replyName == nullptr) {
+  } else if (is_nameless(replyName)) {
     log_message(LOG_DEBUG, "callback_ServiceBrowse(): ADD: a reply without a name, ignored");
   } else {
     add_instance(bridge, interfaceIndex, replyName, replyType, replyDomain);

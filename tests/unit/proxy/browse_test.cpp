@@ -46,6 +46,14 @@ TEST_F(BrowseReply, AnAddedInstanceIsResolvedWhereItWasSeen) {
   EXPECT_EQ(gResponderCount, 1);
 }
 
+TEST_F(BrowseReply, TheResolveIsStartedBeforeTheInstanceIsKept) {
+  GivenRule("_ipp._tcp");
+  const std::vector<std::size_t>& calls = WatchCallsAt("add_responder_context()");
+  const std::size_t before = fake_dns_sd::calls().size();
+  BrowseAdds("My Printer");
+  EXPECT_THAT(calls, ElementsAre(before + 1));
+}
+
 TEST_F(BrowseReply, AnAddIsTraced) {
   GivenRule("_ipp._tcp");
   Forget();
@@ -77,13 +85,27 @@ TEST_F(BrowseReply, AnAddReplyWithAnErrorIsIgnored) {
   EXPECT_EQ(gResponderCount, 0);
 }
 
+TEST_F(BrowseReply, AnAddReplyWithAnErrorLeavesAKnownInstanceAlone) {
+  GivenRule("_ipp._tcp");
+  BrowseAdds("My Printer");
+  Forget();
+  Browses({.flags = kDNSServiceFlagsAdd, .error = kDNSServiceErr_Unknown, .name = "My Printer"});
+  EXPECT_THAT(Calls(), IsEmpty());
+  EXPECT_THAT(Traces(), AllOf(Contains("callback_ServiceBrowse(): ADD: Error code -65537"),
+                              Not(Contains(HasSubstr("get_responder_context_by_name()")))))
+      << "the error is looked at first";
+  EXPECT_NE(Instance("My Printer"), nullptr);
+}
+
 TEST_F(BrowseReply, AnAddReplyWithoutANameIsIgnored) {
   GivenRule("_ipp._tcp");
-  Forget();
-  Browses({.flags = kDNSServiceFlagsAdd});
-  EXPECT_THAT(Calls(), IsEmpty());
-  EXPECT_THAT(Traces(), Contains("callback_ServiceBrowse(): ADD: a reply without a name, ignored"));
-  EXPECT_EQ(gResponderCount, 0);
+  for (const char* name : {static_cast<const char*>(nullptr), ""}) {
+    Forget();
+    Browses({.flags = kDNSServiceFlagsAdd, .name = name});
+    EXPECT_THAT(Calls(), IsEmpty());
+    EXPECT_THAT(Traces(), Contains("callback_ServiceBrowse(): ADD: a reply without a name, ignored"));
+    EXPECT_EQ(gResponderCount, 0);
+  }
 }
 
 TEST_F(BrowseReply, TheNameAloneIsTheKey) {
@@ -158,9 +180,14 @@ TEST_F(BrowseReply, AnUnknownInstanceIsNotRemoved) {
 TEST_F(BrowseReply, AnErrorReplyWithoutANameRemovesNothing) {
   GivenRule("_ipp._tcp");
   BrowseAdds("My Printer");
-  Browses({.error = kDNSServiceErr_Unknown});
-  EXPECT_NE(Instance("My Printer"), nullptr);
-  EXPECT_EQ(gResponderCount, 1);
+  for (const char* name : {static_cast<const char*>(nullptr), ""}) {
+    Forget();
+    Browses({.error = kDNSServiceErr_Unknown, .name = name});
+    EXPECT_THAT(Calls(), IsEmpty());
+    EXPECT_THAT(Traces(), Contains("callback_ServiceBrowse(): REMOVE:  service is already removed. skip"));
+    EXPECT_NE(Instance("My Printer"), nullptr);
+    EXPECT_EQ(gResponderCount, 1);
+  }
 }
 
 TEST_F(BrowseReply, TheCountNeverGoesBelowZero) {
@@ -246,6 +273,15 @@ TEST_F(BrowseReply, WithTwoThousandAndOneInstancesNoneIsTaken) {
   EXPECT_THAT(Errors(), ElementsAre("callback_ServiceBrowse(): Maxnum(2001) of responder reached..."));
   EXPECT_THAT(Traces(), Contains("callback_ServiceBrowse(): ADD: Now attempting to DNSServiceResolve()..."));
   EXPECT_EQ(gResponderCount, 2001);
+}
+
+TEST_F(BrowseReply, AKnownInstanceIsNoneTooManyAtTheLimit) {
+  GivenRule("_ipp._tcp");
+  BrowseAdds("My Printer");
+  gResponderCount = 2001;
+  BrowseAdds("My Printer");
+  EXPECT_THAT(Errors(), IsEmpty());
+  EXPECT_THAT(Traces(), Contains("callback_ServiceBrowse(): ADD: This service is already added, skip it"));
 }
 
 TEST_F(BrowseReply, TheLimitHoldsForAllRulesTogether) {
