@@ -11,8 +11,10 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 // Each wrapper with arguments of its own, on something that the library accepts.
@@ -94,8 +96,28 @@ TEST_F(CallLayer, GivesEveryOperationItsCallbackAndContext) {
   Resolve();
   Query();
   Register();
+  RegisterRecord();
   for (const char* function : {"DNSServiceBrowse", "DNSServiceResolve", "DNSServiceQueryRecord", "DNSServiceRegister"}) {
     EXPECT_EQ(LastCall(function).context, &bridge_) << function;
+  }
+  ForgetMessages();
+  fake_dns_sd::deliver(LastCall("DNSServiceBrowse").ref, fake_dns_sd::BrowseReply{});
+  fake_dns_sd::deliver(LastCall("DNSServiceResolve").ref, fake_dns_sd::ResolveReply{.error = kDNSServiceErr_Unknown});
+  fake_dns_sd::deliver(LastCall("DNSServiceQueryRecord").ref, fake_dns_sd::QueryReply{.error = kDNSServiceErr_Unknown});
+  fake_dns_sd::deliver(LastCall("DNSServiceRegister").ref, fake_dns_sd::RegisterReply{});
+  fake_dns_sd::deliver_record(record_, 0, kDNSServiceErr_NoError);
+  EXPECT_THAT(Traces(), AllOf(Contains(HasSubstr("callback_ServiceBrowse(): START")),
+                              Contains(HasSubstr("callback_ServiceResolve(): START")),
+                              Contains(HasSubstr("callback_ServiceRegister(): START")),
+                              Contains(HasSubstr("callback_ServiceRegisterRecord(): START"))));
+}
+
+TEST_F(CallLayer, TracesEachCallBeforeItIsMade) {
+  for (const Wrapper& wrapper : EveryWrapper()) {
+    const std::vector<std::size_t>& calls_at_traces = WatchCallsAt("");
+    const std::size_t before = fake_dns_sd::calls().size();
+    wrapper.call();
+    EXPECT_THAT(calls_at_traces, ElementsAre(before)) << wrapper.wrapped;
   }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <cstdint>
 
+#include "fakes/fake_syslog.h"
 #include "fakes/fake_zmk.h"
 #include "runtime/runtime.h"
 #include "unit/proxy/proxy_test.h"
@@ -74,6 +75,26 @@ class ResponderContexts : public ProxyTest {
     return record;
   }
 
+  // Everything that an instance owns but its name and its labels, in the order of its teardown.
+  static std::vector<const void*> Holdings(const ResponderContext& instance) {
+    return {instance.dns_record_ptr,     instance.dns_recordv6_ptr,     instance.subtype_record_ptr, instance.query_addrv4_ref,
+            instance.query_addrv6_ref,   instance.resolve_service_ref,  instance.query_subtype_ref,  instance.reg_service_ref,
+            instance.Addr_query_context, instance.subtype_query_context};
+  }
+
+  // What the instance holds at each release that its teardown traces.
+  static std::vector<std::vector<const void*>> HoldingsDuringTeardown(BridgeContext* bridge, ResponderContext* instance) {
+    std::vector<std::vector<const void*>> seen;
+    fake_syslog::on_message([&seen, instance] {
+      if (fake_syslog::lines().back().text.starts_with("del_responder_context(): REMOVE:")) {
+        seen.push_back(Holdings(*instance));
+      }
+    });
+    del_responder_context(bridge, instance);
+    fake_syslog::on_message(nullptr);
+    return seen;
+  }
+
   BridgeContext* bridge_;
 };
 
@@ -125,13 +146,11 @@ TEST_F(ResponderContexts, TheNameIsACopy) {
 
 TEST_F(ResponderContexts, ASecondAddOfANameChangesNothing) {
   ResponderContext* instance = Full("My Printer");
-  const ResponderContext before = *instance;
+  const std::vector<const void*> before = Holdings(*instance);
+  EXPECT_THAT(before, Not(Contains(nullptr)));
   EXPECT_EQ(add_responder_context(bridge_, "My Printer"), -1);
   EXPECT_EQ(Instance("My Printer"), instance);
-  EXPECT_EQ(instance->reg_service_ref, before.reg_service_ref);
-  EXPECT_EQ(instance->resolve_service_ref, before.resolve_service_ref);
-  EXPECT_EQ(instance->dns_record_ptr, before.dns_record_ptr);
-  EXPECT_EQ(instance->Addr_query_context, before.Addr_query_context);
+  EXPECT_EQ(Holdings(*instance), before);
   EXPECT_THAT(Traces(), Contains("hash_add_responder_context(): name of My Printer already exist."));
   EXPECT_EQ(HASH_COUNT(bridge_->responder_contexts), 1U);
 }
@@ -158,7 +177,9 @@ TEST_F(ResponderContexts, RulesHaveTablesOfTheirOwn) {
 
 TEST_F(ResponderContexts, TheCountIsNotTouched) {
   gResponderCount = 7;
-  del_responder_context(bridge_, Added("My Printer"));
+  ResponderContext* instance = Added("My Printer");
+  EXPECT_EQ(gResponderCount, 7);
+  del_responder_context(bridge_, instance);
   EXPECT_EQ(gResponderCount, 7);
 }
 
@@ -223,6 +244,17 @@ TEST_F(ResponderContexts, EachReleaseIsTracedBeforeItHappens) {
       << "eight calls, then the two contexts";
 }
 
+TEST_F(ResponderContexts, WhatHasBeenReleasedIsForgottenAtOnce) {
+  ResponderContext* instance = Full("My Printer");
+  std::vector<const void*> left = Holdings(*instance);
+  const std::vector<std::vector<const void*>> seen = HoldingsDuringTeardown(bridge_, instance);
+  ASSERT_EQ(seen.size(), left.size());
+  for (std::size_t released = 0; released < left.size(); ++released) {
+    EXPECT_EQ(seen[released], left) << "before release " << released;
+    left[released] = nullptr;
+  }
+}
+
 TEST_F(ResponderContexts, NothingIsLeftOfATornDownInstance) {
   const ZmkUsage before = zmk_usage();
   del_responder_context(bridge_, Full("My Printer"));
@@ -241,6 +273,18 @@ TEST_F(ResponderContexts, WithoutTheServiceItsAddressRecordsStayAndItsSubtypeRec
                                    "DNSServiceRefDeallocate query3"));
   EXPECT_THAT(Traces(), Not(Contains(AnyOf(HasSubstr("dns_record_ptr"), HasSubstr("dns_recordv6_ptr")))));
   EXPECT_EQ(fake_dns_sd::live_records(), 2U) << "they go with the connection";
+}
+
+TEST_F(ResponderContexts, AddressRecordsThatStayAreNotForgotten) {
+  ResponderContext* instance = Full("My Printer");
+  DNSServiceRefDeallocate(instance->reg_service_ref);
+  instance->reg_service_ref = nullptr;
+  const ResponderContext was = *instance;
+  const std::vector<std::vector<const void*>> seen = HoldingsDuringTeardown(bridge_, instance);
+  ASSERT_EQ(seen.size(), 7U);
+  EXPECT_EQ(seen.back()[0], was.dns_record_ptr);
+  EXPECT_EQ(seen.back()[1], was.dns_recordv6_ptr);
+  EXPECT_EQ(seen.back()[2], nullptr) << "the subtype record goes";
 }
 
 TEST_F(ResponderContexts, AFreshInstanceOnlyEndsItsResolve) {

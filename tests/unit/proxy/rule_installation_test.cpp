@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <semaphore.h>
 #include <syslog.h>
 
 #include "fakes/failing_memory.h"
@@ -10,6 +11,20 @@
 #include "runtime/runtime.h"
 #include "tables/tables.h"
 #include "unit/proxy/proxy_test.h"
+
+namespace {
+
+// Cannot happen: the array itself says how long it is. Only a damaged array would have an element less.
+bool gElementsAreMissing = false;
+
+}  // namespace
+
+// Takes the place of index_array_at (the linker's --wrap, by its C++ name).
+extern "C" const std::int32_t* __real__Z14index_array_atPK8UT_arrayj(const UT_array* array, unsigned position);
+extern "C" const std::int32_t* __wrap__Z14index_array_atPK8UT_arrayj(const UT_array* array, unsigned position);
+extern "C" const std::int32_t* __wrap__Z14index_array_atPK8UT_arrayj(const UT_array* array, unsigned position) {
+  return gElementsAreMissing ? nullptr : __real__Z14index_array_atPK8UT_arrayj(array, position);
+}
 
 namespace {
 
@@ -111,7 +126,9 @@ TEST_F(AddProxyRule, KeepsTypesOfOneSourceApart) {
 TEST_F(AddProxyRule, ReportsARepeatedRuleAndSkipsIt) {
   GivenRule("_ipp._tcp", "br0", "br1");
   ForgetMessages();
+  const ZmkUsage before = zmk_usage();
   EXPECT_EQ(GivenRule("_ipp._tcp", "br0", "br1"), nullptr);
+  EXPECT_EQ(zmk_usage(), before) << "no second context";
   EXPECT_THAT(Warnings(),
               ElementsAre("WARNING 111727: POSSIBLE ERROR: found existing if_to = br1 (if_to_index = 3) in array when "
                           "adding for if_from = br0 (if_from_index = 2) and service_type = _ipp._tcp "
@@ -137,6 +154,27 @@ TEST_F(AddProxyRule, HoldsTheRuleSemaphoreOnlyToFindOrCreateTheTypesRecord) {
               ElementsAre("wait gServiceTypeToIdSemaphore", "post gServiceTypeToIdSemaphore", "wait gIfNameToIndexSemaphore",
                           "post gIfNameToIndexSemaphore", "wait gIfNameToIndexSemaphore", "post gIfNameToIndexSemaphore",
                           "wait gRulesSemaphore", "post gRulesSemaphore", "wait gRulesSemaphore", "post gRulesSemaphore"));
+}
+
+// The outer record is there already; nothing but its inner table is guarded here.
+TEST_F(AddProxyRule, MakesTheTypesRecordUnderTheSemaphoreAndGrowsItsListWithoutIt) {
+  GivenRule("_raop._tcp", "br0", "br1");
+  std::vector<std::string> held;
+  fake_syslog::on_message([&held] {
+    const std::string& text = fake_syslog::lines().back().text;
+    if (text.starts_with("add_proxy_rule():")) {
+      int value = -1;
+      sem_getvalue(&gRulesSemaphore, &value);
+      held.push_back(text.substr(0, 46) + (value == 0 ? " [held]" : " [free]"));
+    }
+  });
+  GivenRule("_ipp._tcp", "br0", "br1");
+  fake_syslog::on_message(nullptr);
+  EXPECT_THAT(held, ElementsAre("add_proxy_rule(): START: service_type = _ipp._ [free]",
+                                "add_proxy_rule(): couldn't find existing svcty [held]",
+                                "add_proxy_rule(): adding new if_to_index = 3 t [free]",
+                                "add_proxy_rule(): No registering BROWSE for _i [free]",
+                                "add_proxy_rule(): SUCCESS: MyDNSServiceBrowse( [free]"));
 }
 
 // --- Subtypes -------------------------------------------------------------------------------------------------------------------
@@ -187,6 +225,16 @@ TEST_F(AddProxyRule, PausesBetweenTwoTries) {
   GivenRule("_ipp._tcp");
   EXPECT_THAT(tries_before_pauses, ElementsAre(1, 2, 3));
   EXPECT_THAT(reports_before_pauses, ElementsAre(1, 2, 3));
+}
+
+// The reference that a refused browse has left behind is the next one's, not a fresh copy of the connection's.
+TEST_F(AddProxyRule, CopiesTheConnectionOnceForAllTries) {
+  fake_process::on_call("usleep", [] { gDNSServiceRef_Shared = gDNSServiceRef_RegisterRecord; });
+  fake_dns_sd::fail_next("DNSServiceBrowse", 1, kDNSServiceErr_Unknown);
+  GivenRule("_ipp._tcp");
+  const std::vector<fake_dns_sd::Call> tries = Calls("DNSServiceBrowse");
+  ASSERT_THAT(tries, SizeIs(2));
+  EXPECT_EQ(tries[1].on, "connection1");
 }
 
 TEST_F(AddProxyRule, APromptBrowsePausesNothing) {
@@ -247,6 +295,17 @@ TEST_F(AddProxyRuleDeathTest, AnyLackOfMemoryEndsTheProcess) {
   EXPECT_EXIT(rule_without_memory(2), ExitedWithCode(exit_status(800)),
               says("syslog(4): ERROR 111711: utarray_new() failed, exiting."));
   EXPECT_EXIT(rule_without_memory(3), ExitedWithCode(20), says("syslog(4): ERROR 1301171548: malloc failed, exiting."));
+}
+
+TEST_F(AddProxyRuleDeathTest, AListThatLosesAnElementUnderTheWalkEndsTheProcess) {
+  GivenRule("_ipp._tcp", "br0", "br1");
+  EXPECT_EXIT(
+      {
+        gElementsAreMissing = true;
+        add_proxy_rule("_ipp._tcp", "br0", "br2");
+      },
+      ExitedWithCode(exit_status(800)),
+      says("syslog(4): ERROR 111726: INTERNAL ERROR: Invalid return from loop over UT_array, exiting."));
 }
 
 TEST_F(AddProxyRuleDeathTest, AListThatCannotGrowEndsTheProcessWithoutAMessage) {
