@@ -2,6 +2,7 @@
 #include "unit/config/config_test.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -46,6 +47,14 @@ int unwatched(int result) {
   return result;
 }
 
+// Its first byte is read and put back: the rest of so small a file is in the stream's buffer then.
+std::FILE* stream_that_does_not_close(const std::string& path) {
+  std::FILE* stream = std::fopen(path.c_str(), "r");
+  std::ungetc(std::fgetc(stream), stream);
+  close(fileno(stream));
+  return stream;
+}
+
 }  // namespace
 
 ConfigTest::ConfigTest() {
@@ -77,6 +86,16 @@ int ConfigTest::parse_rules_stream(const std::string& content, const std::string
   directory().write("rules.xml", content_of_path);
   std::FILE* stream = watched(std::fopen(directory().path_of("stream").c_str(), "r"));
   return unwatched(parse_rulesfile(stream, rules_path().c_str()));
+}
+
+int ConfigTest::parse_services_from_a_stream_that_does_not_close(const std::string& content) {
+  directory().write("services.xml", content);
+  return parse_servicefile(stream_that_does_not_close(services_path()), services_path().c_str());
+}
+
+int ConfigTest::parse_rules_from_a_stream_that_does_not_close(const std::string& content) {
+  directory().write("rules.xml", content);
+  return parse_rulesfile(stream_that_does_not_close(rules_path()), rules_path().c_str());
 }
 
 int ConfigTest::parse_services_of_missing_path() {

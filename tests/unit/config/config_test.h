@@ -21,6 +21,10 @@ class ConfigTest : public DaemonTest {
   int parse_services_stream(const std::string& content, const std::string& content_of_path);
   int parse_rules_stream(const std::string& content, const std::string& content_of_path);
 
+  // Reads a stream that holds the whole content already and whose descriptor is gone, so that closing it fails.
+  int parse_services_from_a_stream_that_does_not_close(const std::string& content);
+  int parse_rules_from_a_stream_that_does_not_close(const std::string& content);
+
   // Reads a stream under the name of a file that is not there.
   int parse_services_of_missing_path();
   int parse_rules_of_missing_path();

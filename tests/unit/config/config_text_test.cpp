@@ -17,9 +17,13 @@ namespace {
 class ConfigTextTest : public testing::Test {
  protected:
   ConfigText load(const std::string& content) {
-    directory_.write("file", content);
-    return load_config_text(std::fopen(directory_.path_of("file").c_str(), "r"), directory_.path_of("file").c_str());
+    given("file", content);
+    return load_config_text(open("file"), path_of("file").c_str());
   }
+
+  void given(const std::string& name, const std::string& content) const { directory_.write(name, content); }
+  std::string path_of(const std::string& name) const { return directory_.path_of(name); }
+  std::FILE* open(const std::string& name) const { return std::fopen(path_of(name).c_str(), "r"); }
 
   ~ConfigTextTest() override { fake_zmk::reset(); }
 
@@ -42,6 +46,30 @@ TEST_F(ConfigTextTest, OneByteIsAText) {
   ConfigText text = load("x");
   EXPECT_EQ(text.outcome, LoadOutcome::loaded);
   EXPECT_STREQ(text.buffer, "x");
+  close_config_text(text);
+}
+
+TEST_F(ConfigTextTest, AStreamIsReadAsFarAsItsPathSays) {
+  given("stream", "12345");
+  given("path", "123");
+  ConfigText text = load_config_text(open("stream"), path_of("path").c_str());
+  EXPECT_EQ(text.outcome, LoadOutcome::loaded);
+  EXPECT_EQ(std::string(text.buffer, text.size + 1), std::string("123") + '\0');
+  close_config_text(text);
+}
+
+TEST_F(ConfigTextTest, AStreamShorterThanItsPathIsShort) {
+  given("stream", "12");
+  given("path", "123");
+  ConfigText text = load_config_text(open("stream"), path_of("path").c_str());
+  EXPECT_EQ(text.outcome, LoadOutcome::short_read);
+  EXPECT_EQ(text.size, 3U);
+  close_config_text(text);
+}
+
+TEST_F(ConfigTextTest, ADirectoryIsNoText) {
+  ConfigText text = load_config_text(open(""), path_of("").c_str());
+  EXPECT_NE(text.outcome, LoadOutcome::loaded);
   close_config_text(text);
 }
 

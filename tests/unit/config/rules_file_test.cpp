@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <string>
 
 #include "config/config.h"
@@ -22,6 +23,7 @@ using testing::ElementsAre;
 using testing::ExitedWithCode;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 constexpr const char* kServices =
     "<mdnsservice name=\"Three\"><service type=\"_a._tcp\"/><service type=\"_b._tcp\"/><service type=\"_c._tcp\"/></mdnsservice>"
@@ -120,6 +122,11 @@ TEST_F(RulesFile, IsReadUpToItsLastByte) {
   EXPECT_THAT(rules(), ElementsAre("_a._tcp x->y"));
 }
 
+TEST_F(RulesFile, ReturnsWhatClosingTheStreamGave) {
+  EXPECT_EQ(parse_rules_from_a_stream_that_does_not_close(rule("_a._tcp", "1", "br0", "br1", "0")), EOF);
+  EXPECT_THAT(rules(), ElementsAre("_a._tcp br0->br1"));
+}
+
 TEST_F(RulesFile, InDebugModeEachRuleIsShown) {
   switch_to_debug_mode();
   parse_rules(rule("_a._tcp", "1", "br1", "br0", "tomato") + rule("_b._tcp", "1", "br1", "br0", "no"));
@@ -130,6 +137,20 @@ TEST_F(RulesFile, InDebugModeEachRuleIsShown) {
                                             "\t BIDIRECTIONAL = 1, so adding inverse rule....",
                                             stars + "_b._tcp, rule_type = 1, if_from = br1, if_to = br0, bidirectional = no, "
                                                     "bidirectional_boolAsInt = 0\n"));
+}
+
+TEST_F(RulesFile, InDebugModeTheInverseRuleIsShownBetweenTheTwo) {
+  gDBG = 1;
+  gLogLevel = gLOG_DBG;
+  testing::internal::CaptureStderr();
+  parse_rules(rule("Three", "0", "br1", "br0", "1"));
+  const std::string shown = testing::internal::GetCapturedStderr();
+  for (const char* type : {"_a._tcp", "_b._tcp", "_c._tcp"}) {
+    const std::string call = std::string("add_proxy_rule\\(") + type;
+    EXPECT_THAT(shown,
+                ContainsRegex(call + ", br1, br0\\)\nmdnsproxy.c:[0-9]+:\t BIDIRECTIONAL = 1, so adding inverse rule....\n" +
+                              call + ", br0, br1\\)\n"));
+  }
 }
 
 TEST_F(RulesFile, InDebugModeARuleIsShownBeforeItsPause) {
@@ -164,14 +185,14 @@ TEST_F(RulesFileDeath, ABufferThatFindsNoMemoryEndsTheProcess) {
   EXPECT_EXIT(tell_status_at_exit();
               parse_rules("none"), ExitedWithCode(exit_status(20)),
               AllOf(says("syslog(4): ERROR 12013011401: cannot alloc buf for rules config file: " + rules_path() + "\n"),
-                    says("status file: 20\n"), says("stream closed")));
+                    says("status file: 20\n"), says("stream closed"), Not(says("syslog(3): cannot"))));
 }
 
 TEST_F(RulesFileDeath, AStreamShorterThanItsPathEndsTheProcess) {
   EXPECT_EXIT(tell_status_at_exit();
               parse_rules_stream(std::string(4999, 'x'), std::string(5000, 'x')), ExitedWithCode(exit_status(120)),
               AllOf(says("syslog(4): ERROR 12013011401: read error size :5000 bytes, rules config file " + rules_path() + "\n"),
-                    says("status file: 120\n"), says("stream closed"), says("text freed")));
+                    says("status file: 120\n"), says("stream closed"), says("text freed"), Not(says("syslog(3): read error"))));
 }
 
 // The plain line is on the debug stream, which is standard error here, before the line that ends the process.
@@ -185,6 +206,20 @@ TEST_F(RulesFileDeath, InDebugModeAPlainLineComesFirst) {
   fake_zmk::fail_malloc(1);
   EXPECT_EXIT(parse_rules("none"), ExitedWithCode(exit_status(20)),
               ContainsRegex(":cannot alloc buf for rules config file: [^\n]*rules.xml\nsyslog\\(4\\): ERROR 12013011401"));
+}
+
+// At this verbosity only the rule itself, which is a trace, is not seen.
+TEST_F(RulesFileDeath, InDebugModeAnErrorOfARuleHasNoPlainLine) {
+  gDBG = 1;
+  gLogLevel = 2;
+  EXPECT_EXIT(parse_rules(rule("S", "1", "a", "b", "maybe")), ExitedWithCode(exit_status(120)),
+              StartsWith("syslog(4): ERROR 12013011407"));
+  EXPECT_EXIT(parse_rules(rule("S", "0", "a", "b", "0")), ExitedWithCode(exit_status(120)),
+              StartsWith("syslog(4): ERROR 12013011408"));
+  EXPECT_EXIT(parse_rules(rule("S", "2", "a", "b", "0")), ExitedWithCode(exit_status(120)),
+              StartsWith("syslog(4): ERROR 12013011409"));
+  EXPECT_EXIT(parse_rules("<r mdnsservice rule_type if_from if_to bidirectional>"), ExitedWithCode(exit_status(120)),
+              StartsWith("syslog(4): ERROR 12013011402"));
 }
 
 TEST_F(RulesFileDeath, AMissingServiceEndsTheProcess) {

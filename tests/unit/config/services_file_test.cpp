@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <string>
 
 #include "config/config.h"
@@ -54,6 +55,11 @@ TEST_F(ServicesFile, IsReadUpToItsLastByte) {
   EXPECT_THAT(catalog(), ElementsAre("AirPlay: _airplay._tcp _raop._tcp", "Last:"));
 }
 
+TEST_F(ServicesFile, ReturnsWhatClosingTheStreamGave) {
+  EXPECT_EQ(parse_services_from_a_stream_that_does_not_close(kAirPrint), EOF);
+  EXPECT_THAT(catalog(), ElementsAre("AirPrint: _ipp._tcp"));
+}
+
 TEST_F(ServicesFile, AZeroByteEndsIt) {
   parse_services(std::string(kAirPlay) + '\0' + kAirPrint);
   EXPECT_THAT(catalog(), ElementsAre("AirPlay: _airplay._tcp _raop._tcp"));
@@ -91,7 +97,7 @@ TEST_F(ServicesFileDeath, ABufferThatFindsNoMemoryEndsTheProcess) {
   EXPECT_EXIT(tell_status_at_exit();
               parse_services(kAirPlay), ExitedWithCode(exit_status(20)),
               AllOf(says("syslog(4): ERROR 100130114: cannot alloc buf for services config file: " + services_path() + "\n"),
-                    says("status file: 20\n"), says("stream closed")));
+                    says("status file: 20\n"), says("stream closed"), Not(says("syslog(3): cannot alloc"))));
 }
 
 TEST_F(ServicesFileDeath, AStreamShorterThanItsPathEndsTheProcess) {
@@ -99,7 +105,7 @@ TEST_F(ServicesFileDeath, AStreamShorterThanItsPathEndsTheProcess) {
       tell_status_at_exit();
       parse_services_stream(std::string(4999, 'x'), std::string(5000, 'x')), ExitedWithCode(exit_status(110)),
       AllOf(says("syslog(4): ERROR 100130114: read error size :5000 bytes, services config file " + services_path() + "\n"),
-            says("status file: 110\n"), says("stream closed"), says("text freed")));
+            says("status file: 110\n"), says("stream closed"), says("text freed"), Not(says("syslog(3): read error"))));
 }
 
 // The plain line is on the debug stream, which is standard error here, before the line that ends the process.
@@ -115,6 +121,19 @@ TEST_F(ServicesFileDeath, InDebugModeAPlainLineComesFirst) {
   EXPECT_EXIT(
       parse_services(kAirPlay), ExitedWithCode(exit_status(20)),
       testing::ContainsRegex(":cannot alloc buf for services config file: [^\n]*services.xml\nsyslog\\(4\\): ERROR 100130114"));
+}
+
+TEST_F(ServicesFileDeath, InDebugModeAnErrorOfTheFormatHasNoPlainLine) {
+  gDBG = 1;
+  gLogLevel = 2;
+  EXPECT_EXIT(parse_services("<mdnsservice name=></mdnsservice>"), ExitedWithCode(exit_status(110)),
+              testing::StartsWith("syslog(4): ERROR 131155"));
+  EXPECT_EXIT(parse_services("<mdnsservice name=\"A\">"), ExitedWithCode(exit_status(110)),
+              testing::StartsWith("syslog(4): ERROR 131155"));
+  EXPECT_EXIT(parse_services("<mdnsservice name=\"A\"><service type=/></mdnsservice>"), ExitedWithCode(exit_status(110)),
+              testing::StartsWith("syslog(4): ERROR 131157"));
+  EXPECT_EXIT(parse_services(std::string(kAirPlay) + kAirPlay), ExitedWithCode(exit_status(110)),
+              testing::StartsWith("syslog(4): ERROR 131125"));
 }
 
 TEST_F(ServicesFileDeath, AServiceWithoutANameEndsTheProcess) {
