@@ -86,10 +86,15 @@ void append(const Server& server, Message& message, AvahiRecord& record, std::ui
   message_add(message, record, ttl, is_unique);
 }
 
-void schedule(Publication& publication, std::int64_t from_now) {
-  Announcer& announcer = publication.server->announcer;
-  publication.announce_at = monotonic_now() + from_now;
-  announcer.due.emplace(publication.announce_at, publication.serial);
+void schedule(Publication& publication, std::int64_t at) {
+  publication.announce_at = at;
+  publication.server->announcer.due.emplace(at, publication.serial);
+}
+
+// Whether `publication` is to be announced at `at`; it may have been put off, withdrawn or superseded since that was noted.
+bool is_due(const Publication* publication, std::int64_t at) {
+  return publication != nullptr && publication->announce_at == at && publication->stage == Stage::established &&
+         !publication->holders.empty();
 }
 
 // The next publication whose time has come and that may be sent now; null when there is none.
@@ -102,7 +107,7 @@ Publication* next_due(Announcer& announcer) {
     const auto [at, serial] = *announcer.due.begin();
     announcer.due.erase(announcer.due.begin());
     Publication* publication = publication_find(serial);
-    if (publication == nullptr || publication->announce_at != at || publication->stage != Stage::established) {
+    if (!is_due(publication, at)) {
       continue;
     }
     announcer.allowance.left -= static_cast<double>(publication->records.size());
@@ -131,7 +136,7 @@ void send_due(AvahiTimeout*, void* userdata) {
       append(server, message, *published.record, published.record->ttl, published.flags & AVAHI_PUBLISH_UNIQUE, patience);
     }
     if (--publication->announcements_left > 0) {
-      schedule(*publication, kAnnouncementGap);
+      schedule(*publication, monotonic_now() + kAnnouncementGap);
     }
     withdraw_replaced(*publication);
   }
@@ -154,8 +159,14 @@ void announcer_close(Server& server) {
 
 void announce(Publication& publication) {
   publication.announcements_left = kAnnouncements;
-  schedule(publication, kGather);
+  const std::int64_t at = monotonic_now() + kGather;
+  schedule(publication, publication.announce_by != 0 ? std::min(at, publication.announce_by) : at);
+  publication.announce_by = 0;
   set_timer(publication.server->announcer);
+}
+
+bool is_announced(const Publication& publication) {
+  return publication.stage == Stage::established && publication.announcements_left < kAnnouncements;
 }
 
 void say_goodbye(const Publication& publication) {

@@ -31,8 +31,12 @@ void announcer_open(Server& server);
 // Forgets what is due; the goodbyes must have been sent.
 void announcer_close(Server& server);
 
-// Announces the publication, now and again in a second; what it replaces is withdrawn with the first announcement.
+// Announces the publication, now and again in a second; what it replaces is withdrawn with the first announcement. One that
+// nobody holds any more when its time has come is passed over.
 void announce(Publication& publication);
+
+// Whether the first of the announcements has been made.
+bool is_announced(const Publication& publication);
 
 // Notes the goodbyes of a publication's records.
 void say_goodbye(const Publication& publication);

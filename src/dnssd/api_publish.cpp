@@ -140,7 +140,7 @@ DNSServiceErrorType DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* 
   if (is_shared == is_unique) {
     return kDNSServiceErr_BadFlags;
   }
-  if (rrclass != kDNSServiceClass_IN) {
+  if (rrclass != kDNSServiceClass_IN || rrtype == kDNSServiceType_ANY) {
     return kDNSServiceErr_Unsupported;
   }
   const std::optional<Name> name = parse_name(fullname);

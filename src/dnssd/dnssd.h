@@ -122,6 +122,7 @@ struct Registration {
   std::uint16_t port = 0;  // host order
   std::string txt;         // rdata
   bool auto_rename = true;
+  bool over = false;               // it has failed and the caller was told: nothing is published any more
   std::uint32_t conflicts = 0;     // since there was none for a while
   std::int64_t last_conflict = 0;  // monotonic, microseconds
   AvahiTimeout* retry = nullptr;   // runs while the next name waits for its turn

@@ -38,10 +38,17 @@ DNSServiceErrorType record_update(Operation& operation, const std::string& rdata
 void record_changed(Operation& operation, Publication& publication);
 void record_stop(Operation& operation, Record& record);
 
+// Whose the name of a record is.
+enum class Claim {
+  shared,  // anybody's: no probes
+  unique,  // ours, if the probes say so
+  proven,  // ours, as earlier probes have said
+};
+
 // The publication of one record on the operation's interface, with the operation as one of its holders; made and started if
-// nobody holds the very same record yet. Null when `rdata` is none of the type. `flags` are AVAHI_PUBLISH_ ones.
+// nobody holds the very same record yet. Null when `rdata` is none of the type.
 Publication* record_hold(Operation& operation, const std::string& name, std::uint16_t rrtype, const std::string& rdata,
-                         std::uint32_t ttl, int flags);
+                         std::uint32_t ttl, Claim claim);
 
 // A record in Avahi's form, its reference owned by the caller; null when `rdata` is none of its type. `name` is Avahi text.
 AvahiRecord* record_from_rdata(const std::string& name, std::uint16_t rrtype, const std::string& rdata, std::uint32_t ttl);

@@ -60,6 +60,7 @@ void report(Publication& publication, AvahiEntryGroupState state) {
   gEngine->changed_publications.push_back(publication.serial);
 }
 
+// `more_flags` are added to each record's own.
 int add_records(const Publication& publication, int more_flags) {
   const Server& server = *publication.server;
   for (const PublishedRecord& published : publication.records) {
@@ -73,22 +74,30 @@ int add_records(const Publication& publication, int more_flags) {
   return AVAHI_OK;
 }
 
-bool is_probed_for(const Publication& publication) {
-  return std::any_of(publication.records.begin(), publication.records.end(), [](const PublishedRecord& published) {
-    return (published.flags & AVAHI_PUBLISH_UNIQUE) && !(published.flags & AVAHI_PUBLISH_NO_PROBE);
-  });
+bool is_unique(const Publication& publication) {
+  return std::any_of(publication.records.begin(), publication.records.end(),
+                     [](const PublishedRecord& published) { return (published.flags & AVAHI_PUBLISH_UNIQUE) != 0; });
 }
+
+bool is_to_be_probed_for(const Publication& publication) { return is_unique(publication) && !publication.has_name; }
 
 void group_changed(AvahiServer*, AvahiSEntryGroup*, AvahiEntryGroupState, void*);
 
-// `more_flags` are added to each record's own.
-int hand_to_avahi(Publication& publication, int more_flags) {
+// A record of another host that contradicts one of ours makes Avahi begin anew with ours (RFC 6762 section 9), which is to
+// probe for it, unless it was added without probes: then it would put up with the other. So what is ours already is added
+// without them and, once it is established, marked as a record to probe for. An update with the same data does no more.
+int defend(const Publication& publication) { return add_records(publication, AVAHI_PUBLISH_UPDATE); }
+
+int hand_to_avahi(Publication& publication) {
   publication.group = avahi_s_entry_group_new(publication.server->avahi, group_changed, &publication);
   if (publication.group == nullptr) {
     return AVAHI_ERR_NO_MEMORY;
   }
-  const int error = add_records(publication, more_flags);
-  return error < 0 ? error : avahi_s_entry_group_commit(publication.group);
+  int error = add_records(publication, publication.has_name ? AVAHI_PUBLISH_NO_PROBE : 0);
+  if (error >= 0) {
+    error = avahi_s_entry_group_commit(publication.group);
+  }
+  return error >= 0 && publication.has_name ? defend(publication) : error;
 }
 
 // Avahi goes on to announce what it has probed for, whatever the flags say, if the group is still there when it has called
@@ -96,8 +105,7 @@ int hand_to_avahi(Publication& publication, int more_flags) {
 void take_over_from_probes(Publication& publication) {
   free_group(publication);
   publication.has_name = true;
-  const int error = hand_to_avahi(publication, AVAHI_PUBLISH_NO_PROBE);
-  if (error < 0) {
+  if (hand_to_avahi(publication) < 0) {
     report(publication, AVAHI_ENTRY_GROUP_FAILURE);
   }
 }
@@ -105,7 +113,7 @@ void take_over_from_probes(Publication& publication) {
 // Runs inside Avahi's code, which lets go of a group that its callback has freed; all else is left to publication_settle.
 void group_changed(AvahiServer*, AvahiSEntryGroup*, AvahiEntryGroupState state, void* userdata) {
   Publication& publication = *static_cast<Publication*>(userdata);
-  if (state == AVAHI_ENTRY_GROUP_ESTABLISHED && !publication.has_name && is_probed_for(publication)) {
+  if (state == AVAHI_ENTRY_GROUP_ESTABLISHED && is_to_be_probed_for(publication)) {
     take_over_from_probes(publication);
   } else {
     report(publication, state);
@@ -158,6 +166,13 @@ void publication_unshare(Publication& publication) {
   publication.key.clear();
 }
 
+void publication_share_anew(Publication& publication, const std::string& key) {
+  publication_unshare(publication);
+  if (publication.server->shared.try_emplace(key, &publication).second) {
+    publication.key = key;
+  }
+}
+
 Publication* publication_find_shared(const Server& server, const std::string& key) {
   const auto found = server.shared.find(key);
   return found == server.shared.end() ? nullptr : found->second;
@@ -169,14 +184,20 @@ Publication* publication_find(Serial serial) {
 }
 
 void publication_start(Publication& publication) {
-  if (is_probed_for(publication)) {
+  if (is_to_be_probed_for(publication)) {
     pacing_commit(publication);
   } else {
     publication_commit(publication);
   }
 }
 
-void publication_join(Publication& publication, Serial holder) { publication.holders.push_back(holder); }
+void publication_join(Publication& publication, Serial holder) {
+  const bool was_superseded = publication.holders.empty();
+  publication.holders.push_back(holder);
+  if (was_superseded && publication.stage == Stage::established && publication.announcements_left > 0) {
+    announce(publication);
+  }
+}
 
 void publication_release(Publication& publication, Serial holder) {
   std::erase(publication.holders, holder);
@@ -197,10 +218,18 @@ void publication_replace(Publication& from, Publication& to, Serial holder) {
   if (!from.holders.empty()) {
     return;
   }
-  if (to.stage == Stage::established && to.announcements_left == 0) {
+  if (is_announced(to)) {
     withdraw(from);
-  } else {
-    to.replaces.push_back(from.serial);
+    return;
+  }
+  to.replaces.push_back(from.serial);
+  if (is_announced(from)) {
+    return;
+  }
+  // It takes over the time too, lest one that changes all the while were never announced.
+  to.announce_by = from.announce_at;
+  if (to.stage == Stage::established) {
+    announce(to);
   }
 }
 
@@ -221,7 +250,7 @@ void publication_commit(Publication& publication) {
     return;
   }
   publication.stage = Stage::committed;
-  const int error = hand_to_avahi(publication, 0);
+  const int error = hand_to_avahi(publication);
   if (error < 0) {
     report(publication, error == AVAHI_ERR_COLLISION ? AVAHI_ENTRY_GROUP_COLLISION : AVAHI_ENTRY_GROUP_FAILURE);
   }
@@ -231,7 +260,7 @@ void publication_begin_again(Publication& publication) {
   if (publication.stage != Stage::committed && publication.stage != Stage::established) {
     return;
   }
-  if (!is_probed_for(publication)) {
+  if (!is_unique(publication)) {
     if (publication.stage == Stage::established) {
       announce(publication);
     }

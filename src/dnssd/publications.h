@@ -27,10 +27,11 @@ struct Publication {
   std::string key;  // it is in the server's `shared` under it; empty: nobody can join it
   std::vector<PublishedRecord> records;
   AvahiSEntryGroup* group = nullptr;  // null before the commit and when refused
-  bool has_name = false;              // its probes have succeeded
+  bool has_name = false;              // its probes have succeeded, or those of what it replaces
   std::vector<Serial> holders;        // operations that want it
   std::vector<Serial> replaces;       // publications to withdraw with this one's first announcement
   std::int64_t announce_at = 0;       // monotonic, microseconds; the announcement that is due
+  std::int64_t announce_by = 0;       // the same; the first announcement's latest time, 0: none is set
   unsigned announcements_left = 0;
 };
 
@@ -40,13 +41,16 @@ Publication* publication_new(Server& server, Serial holder, const std::string& k
 // Lets nobody join it any more.
 void publication_unshare(Publication& publication);
 
+// Lets others join it under another key; if that is taken, nobody can any more.
+void publication_share_anew(Publication& publication, const std::string& key);
+
 // The live publication under `key`; null when there is none.
 Publication* publication_find_shared(const Server& server, const std::string& key);
 
 Publication* publication_find(Serial serial);
 
-// Commits it: at once when nothing in it is probed for, else when its turn comes. Not to be called from Avahi's code (nor
-// are the functions below).
+// Commits it: at once when nothing in it has to be probed for, else when its turn comes. Not to be called from Avahi's code
+// (nor are the functions below).
 void publication_start(Publication& publication);
 
 void publication_join(Publication& publication, Serial holder);
@@ -57,7 +61,8 @@ void publication_release(Publication& publication, Serial holder);
 // The same without a goodbye, for records that another host turned out to have as well.
 void publication_forsake(Publication& publication, Serial holder);
 
-// `holder` goes over from `from` to `to`; if it was the last, `from` is withdrawn when `to` is announced, never before.
+// `holder` goes over from `from` to `to`; if it was the last, `from` is withdrawn when `to` is announced, never before, and is
+// not announced itself any more.
 void publication_replace(Publication& from, Publication& to, Serial holder);
 
 // Withdraws what `publication` was to replace.

@@ -66,6 +66,14 @@ void queue_record_reply(Operation& operation, DNSServiceErrorType error) {
   reply_queue(operation, std::move(reply));
 }
 
+// A unique record's new data needs no probes once the old data's have succeeded.
+Claim claim_of_update(const Record& record, const Publication& old) {
+  if (!record.unique) {
+    return Claim::shared;
+  }
+  return old.stage == Stage::established ? Claim::proven : Claim::unique;
+}
+
 void tell_established(Operation& operation, Record& record) {
   if (record.told) {
     return;
@@ -118,7 +126,7 @@ std::string rdata_of(AvahiRecord& record) {
 }
 
 Publication* record_hold(Operation& operation, const std::string& name, std::uint16_t rrtype, const std::string& rdata,
-                         std::uint32_t ttl, int flags) {
+                         std::uint32_t ttl, Claim claim) {
   const std::string key = key_of(name, rrtype, rdata);
   Publication* publication = publication_find_shared(*operation.server, key);
   if (publication != nullptr) {
@@ -129,15 +137,18 @@ Publication* record_hold(Operation& operation, const std::string& name, std::uin
   if (record == nullptr) {
     return nullptr;
   }
-  publication = publication_new(*operation.server, operation.serial, key, {{record, static_cast<AvahiPublishFlags>(flags)}});
+  constexpr auto kShared = static_cast<AvahiPublishFlags>(0);
+  constexpr auto kUnique = static_cast<AvahiPublishFlags>(AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_ALLOW_MULTIPLE);
+  publication = publication_new(*operation.server, operation.serial, key, {{record, claim == Claim::shared ? kShared : kUnique}});
+  publication->has_name = claim == Claim::proven;
   publication_start(*publication);
   return publication;
 }
 
 DNSServiceErrorType record_start(Operation& operation, const std::string& rdata, std::uint32_t ttl) {
   Record& record = part_of<Record>(operation);
-  const int flags = record.unique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_ALLOW_MULTIPLE : 0;
-  record.publication = record_hold(operation, record.name, record.rrtype, rdata, ttl, flags);
+  const Claim claim = record.unique ? Claim::unique : Claim::shared;
+  record.publication = record_hold(operation, record.name, record.rrtype, rdata, ttl, claim);
   if (record.publication == nullptr) {
     return kDNSServiceErr_BadParam;
   }
@@ -155,15 +166,17 @@ DNSServiceErrorType record_update(Operation& operation, const std::string& rdata
   if (record.publication->key == key_of(record.name, record.rrtype, rdata)) {
     return kDNSServiceErr_NoError;
   }
-  // The name is ours already, so a unique record's new data needs no probes.
-  const int flags = record.unique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_ALLOW_MULTIPLE | AVAHI_PUBLISH_NO_PROBE : 0;
-  Publication* updated = record_hold(operation, record.name, record.rrtype, rdata, ttl, flags);
+  Publication& old = *record.publication;
+  Publication* updated = record_hold(operation, record.name, record.rrtype, rdata, ttl, claim_of_update(record, old));
   if (updated == nullptr) {
     return kDNSServiceErr_BadParam;
   }
-  Publication& old = *record.publication;
   record.publication = updated;
-  publication_replace(old, *updated, operation.serial);
+  if (old.stage == Stage::established) {
+    publication_replace(old, *updated, operation.serial);
+  } else {
+    publication_release(old, operation.serial);
+  }
   if (updated->stage == Stage::established) {
     tell_established(operation, record);
   }

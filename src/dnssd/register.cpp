@@ -23,8 +23,6 @@ constexpr std::uint32_t kConflictsMax = 15;
 constexpr std::int64_t kConflictsForgotten = 10'000'000;  // microseconds
 constexpr std::int64_t kConflictPause = 5'000'000;        // microseconds
 
-constexpr int kShared = 0;  // AVAHI_PUBLISH_ flags of a record that others may have too
-
 std::string to_rdata(const Name& name) {
   const std::vector<std::uint8_t> wire = name_to_wire(name);
   return {wire.begin(), wire.end()};
@@ -58,7 +56,7 @@ void queue_registration_reply(Operation& operation, const Registration& registra
 
 // Holds a PTR record; its name and target are ours, so that it is never refused.
 void hold_pointer(Operation& operation, Registration& registration, const Name& name, const Name& target) {
-  Publication* publication = record_hold(operation, name_to_avahi(name), AVAHI_DNS_TYPE_PTR, to_rdata(target), 0, kShared);
+  Publication* publication = record_hold(operation, name_to_avahi(name), AVAHI_DNS_TYPE_PTR, to_rdata(target), 0, Claim::shared);
   if (publication != nullptr) {
     registration.pointers.push_back(publication);
   }
@@ -90,14 +88,18 @@ void name_established(Operation& operation, Registration& registration) {
   queue_registration_reply(operation, registration, kDNSServiceErr_NoError);
 }
 
+// Under which a registration of the same service finds this one's publication.
+std::string key_of(const Registration& registration, const Name& instance) {
+  return "service\n" + fold_case(name_to_avahi(instance)) + '\n' + srv_rdata(registration) + '\n' + registration.txt;
+}
+
 // Publishes SRV and TXT under the present name.
 DNSServiceErrorType try_name(Operation& operation, Registration& registration) {
   const std::optional<Name> instance = prepend_label(registration.name, type_name(registration.type));
   if (!instance) {
     return kDNSServiceErr_BadParam;
   }
-  const std::string srv = srv_rdata(registration);
-  const std::string key = "service\n" + fold_case(name_to_avahi(*instance)) + '\n' + srv + '\n' + registration.txt;
+  const std::string key = key_of(registration, *instance);
   registration.service = publication_find_shared(*operation.server, key);
   if (registration.service != nullptr) {
     publication_join(*registration.service, operation.serial);
@@ -107,7 +109,8 @@ DNSServiceErrorType try_name(Operation& operation, Registration& registration) {
     return kDNSServiceErr_NoError;
   }
   std::vector<PublishedRecord> records;
-  if (!add(records, *instance, AVAHI_DNS_TYPE_SRV, srv) || !add(records, *instance, AVAHI_DNS_TYPE_TXT, registration.txt)) {
+  if (!add(records, *instance, AVAHI_DNS_TYPE_SRV, srv_rdata(registration)) ||
+      !add(records, *instance, AVAHI_DNS_TYPE_TXT, registration.txt)) {
     for (const PublishedRecord& published : records) {
       avahi_record_unref(published.record);
     }
@@ -174,7 +177,6 @@ void forsake_all(Operation& operation, Registration& registration) {
 bool update_in_place(Operation& operation, Publication& service, AvahiRecord* record) {
   const Server& server = *operation.server;
   const auto flags = static_cast<AvahiPublishFlags>(AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_UPDATE | AVAHI_PUBLISH_NO_ANNOUNCE);
-  publication_unshare(service);
   const int error = avahi_server_add(server.avahi, service.group, static_cast<AvahiIfIndex>(server.interface_index),
                                      AVAHI_PROTO_UNSPEC, flags, record);
   if (error < 0) {
@@ -206,26 +208,32 @@ void registration_changed(Operation& operation, Publication& publication) {
   forsake_all(operation, registration);
   if (conflicts && registration.auto_rename) {
     try_next_name(operation, registration);
-  } else {
-    queue_registration_reply(operation, registration, conflicts ? kDNSServiceErr_NameConflict : kDNSServiceErr_Unknown);
+    return;
   }
+  registration.over = true;
+  queue_registration_reply(operation, registration, conflicts ? kDNSServiceErr_NameConflict : kDNSServiceErr_Unknown);
 }
 
 DNSServiceErrorType registration_update(Operation& operation, const std::string& txt, std::uint32_t ttl) {
   Registration& registration = part_of<Registration>(operation);
   const std::optional<Name> instance = prepend_label(registration.name, type_name(registration.type));
-  if (!instance) {
+  if (!instance || registration.over) {
     return kDNSServiceErr_BadState;
   }
   AvahiRecord* record = record_from_rdata(name_to_avahi(*instance), AVAHI_DNS_TYPE_TXT, txt, ttl);
   if (record == nullptr) {
     return kDNSServiceErr_BadParam;
   }
-  registration.txt = txt;
+  if (txt == registration.txt) {
+    avahi_record_unref(record);
+    return kDNSServiceErr_NoError;
+  }
+  registration.txt = txt;  // of the next name to be tried, too
   Publication* service = registration.service;
   bool good = true;
   if (service != nullptr && service->group != nullptr && service->holders.size() == 1) {
     good = update_in_place(operation, *service, record);
+    publication_share_anew(*service, key_of(registration, *instance));
   } else if (service != nullptr) {
     // Not yet committed, or held by others too, who keep what they have: then the new data is a service of its own.
     release_all(operation, registration);

@@ -9,6 +9,7 @@ import pytest
 sys.path.insert(0, os.path.dirname(__file__))
 
 import driver as d  # noqa: E402
+from air import Air  # noqa: E402
 
 
 class Link:
@@ -19,7 +20,7 @@ class Link:
 
     def __init__(self, **protocols):
         self.near, self.far = d.Host("near"), d.Host("far")
-        self.drivers, self.processes = [], []
+        self.drivers, self.processes, self.airs = [], [], []
         d.link(self.near, "eth0", self.far, "eth0", **protocols)
         self.near_index, self.far_index = self.near.index("eth0"), self.far.index("eth0")
 
@@ -36,6 +37,10 @@ class Link:
     def looker(self, **options):
         return self.driver(self.far, **options)
 
+    def air(self):
+        self.airs.append(Air(self))
+        return self.airs[-1]
+
     def wipe(self):
         """Ends the drivers, so that the next test finds a link on which nothing is published."""
         for driver in self.drivers:
@@ -43,7 +48,9 @@ class Link:
         for process in self.processes:
             process.kill()
             process.wait()
-        self.drivers, self.processes = [], []
+        for air in self.airs:
+            air.close()
+        self.drivers, self.processes, self.airs = [], [], []
 
     def remove(self):
         self.wipe()
@@ -65,6 +72,7 @@ def pytest_runtest_makereport(item, call):
     link = item.funcargs.get("link") if hasattr(item, "funcargs") else None
     if report.when == "call" and report.failed and link is not None:
         report.sections.append(("drivers", "\n".join(driver.dump() for driver in link.drivers)))
+        report.sections.append(("air", "\n".join(air.story() for air in link.airs)))
         report.sections.append(("processes", "\n".join("\n".join(process.lines) for process in link.processes)))
 
 

@@ -22,6 +22,7 @@ class Client:
         self.ear = ear
         self.gateway = addresses_on(gateway, link.name)
         self._held = {}  # (name, kind) -> data of every record
+        self._vouched_for = set()  # (name, kind, data) of what other hosts have announced: theirs as much as the gateway's
         self._taken_in = 0
         self._sockets = open_on(link)
 
@@ -50,9 +51,9 @@ class Client:
 
     def held(self):
         """What a client that hears everything holds from the gateway: (name, kind, data) of every record that was announced and
-        neither withdrawn nor flushed, by whomever."""
+        neither withdrawn nor flushed, by whomever, and is no other host's as well."""
         self._listen()
-        return {(*key, data) for key, all_data in self._held.items() for data in all_data}
+        return {(*key, data) for key, all_data in self._held.items() for data in all_data} - self._vouched_for
 
     def _listen(self):
         """Takes in what has been heard since the last time."""
@@ -70,6 +71,10 @@ class Client:
         if not is_gateways:
             if record.flush:
                 self._held.pop(key, None)
+            if record.ttl:
+                self._vouched_for.add((*key, record.data))
+            else:
+                self._vouched_for.discard((*key, record.data))
             return
         held = self._held.setdefault(key, set())
         if not record.ttl:

@@ -1,0 +1,108 @@
+# SPDX-License-Identifier: MIT
+"""What is on the wire when something is announced, changed and withdrawn: no more than has to be, and nothing less."""
+
+import time
+
+import driver as d
+from air import dns
+
+HOST = "printer.local."
+INSTANCE = ("My Printer", "_ipp", "_tcp", "local")
+
+
+def v4(last):
+    return bytes([10, 9, 0, last])
+
+
+def address(last):
+    return f"10.9.0.{last}"
+
+
+def quiet(air, name, kind, seconds):
+    """Until nothing has been said of a record for that long."""
+    def latest():
+        said = air.said(name, kind)
+        return said and time.monotonic() - said[-1][0].time > seconds
+    d.wait_for(latest, f"{seconds} s of silence about {name}")
+
+
+def addresses(air, live=True, since=0.0):
+    return [record.data for _, record in air.said(HOST, dns.A, since) if bool(record.ttl) == live]
+
+
+def test_each_record_of_a_service_is_announced_twice_and_withdrawn_once(link):
+    air, publisher = link.air(), link.publisher()
+    publisher.register("reg", link.near_index, "My Printer")
+    publisher.record("r", link.near_index, HOST, d.A, v4(7))
+    publisher.wait("reg")
+    records = [(INSTANCE, dns.SRV), (INSTANCE, dns.TXT), ("_ipp._tcp.local", dns.PTR), (HOST, dns.A),
+               ("_services._dns-sd._udp.local", dns.PTR)]
+    d.wait_for(lambda: all(len(air.said(*record)) >= 2 for record in records), "two announcements of each")
+    quiet(air, INSTANCE, dns.SRV, 2.5)
+    assert [len(air.said(*record)) for record in records] == [2] * len(records)
+    times = [packet.time for packet, _ in air.said(INSTANCE, dns.SRV)]
+    assert times[1] - times[0] >= 0.99
+    assert all(record.flush == (record.kind in (dns.SRV, dns.TXT)) for each in records for _, record in air.said(*each))
+    publisher.release("c")
+    d.wait_for(lambda: all(air.said(*record, ttl=0) for record in records), "goodbyes")
+    quiet(air, INSTANCE, dns.SRV, 1.5)
+    assert [len(air.said(*record, ttl=0)) for record in records] == [1] * len(records)
+    assert not air.held(air.near)
+
+
+def test_what_is_superseded_before_its_announcement_is_never_announced(link):
+    air, publisher = link.air(), link.publisher()
+    publisher.record("r", link.near_index, HOST, d.A, v4(7))
+    d.wait_for(lambda: len(addresses(air)) >= 2, "the first address")
+    publisher.do("serve", "no")  # nothing falls due
+    for last in (8, 9, 10, 11):
+        assert publisher.update("r", v4(last)) == 0
+    publisher.do("serve", "yes")
+    d.wait_for(lambda: addresses(air).count(address(11)) == 2, "the last address")
+    quiet(air, HOST, dns.A, 1.5)
+    assert addresses(air) == [address(7)] * 2 + [address(11)] * 2
+    assert address(7) in addresses(air, live=False) and address(11) not in addresses(air, live=False)
+
+
+def test_the_old_data_is_not_withdrawn_before_the_new_is_announced(link):
+    air, publisher = link.air(), link.publisher()
+    publisher.record("r", link.near_index, HOST, d.A, v4(7))
+    d.wait_for(lambda: len(addresses(air)) >= 2, "the first address")
+    assert publisher.update("r", v4(8)) == 0
+    d.wait_for(lambda: address(7) in addresses(air, live=False), "the goodbye")
+    new = air.said(HOST, dns.A, data=address(8))[0][0]
+    old = air.said(HOST, dns.A, data=address(7), ttl=0)[0][0]
+    assert new.time <= old.time < new.time + 0.5
+
+
+def test_what_is_superseded_and_comes_back_is_announced(link):
+    air, publisher = link.air(), link.publisher()
+    publisher.record("r", link.near_index, HOST, d.A, v4(7))
+    d.wait_for(lambda: len(addresses(air)) >= 2, "the first address")
+    publisher.do("serve", "no")
+    for last in (8, 9, 8):
+        assert publisher.update("r", v4(last)) == 0
+    publisher.do("serve", "yes")
+    d.wait_for(lambda: addresses(air).count(address(8)) == 2, "the second address")
+    quiet(air, HOST, dns.A, 1.5)
+    assert address(9) not in addresses(air) and address(8) not in addresses(air, live=False)
+    assert address(7) in addresses(air, live=False)
+    publisher.release("c")
+    d.wait_for(lambda: not air.held(air.near), "goodbyes")
+
+
+def test_one_that_changes_all_the_time_is_announced_meanwhile(link):
+    air, publisher = link.air(), link.publisher()
+    publisher.record("r", link.near_index, HOST, d.A, v4(7))
+    d.wait_for(lambda: len(addresses(air)) >= 2, "the first address")
+    end = time.monotonic() + 0.5
+    changes = 0
+    while time.monotonic() < end:
+        changes += 1
+        publisher.update("r", v4(8 + changes % 200))
+    last = address(8 + changes % 200)
+    meanwhile = [record.data for packet, record in air.said(HOST, dns.A) if record.ttl and packet.time < end]
+    assert len(set(meanwhile)) > 2, f"nothing of {changes} changes"
+    d.wait_for(lambda: addresses(air)[-1] == last, "the last of them")
+    quiet(air, HOST, dns.A, 1.5)
+    assert [held[2] for held in air.held(air.near)] == [last, last][:len(air.held(air.near))] and air.held(air.near)
