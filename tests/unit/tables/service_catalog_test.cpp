@@ -159,6 +159,13 @@ TEST_F(ServiceNameTable, NamesThatDifferInCaseAreDifferentServices) {
   EXPECT_EQ(hash_count_ServiceNameToServiceTypesArray(), 2U);
 }
 
+TEST_F(ServiceNameTable, AnEmptyNameIsANameLikeAnyOther) {
+  EXPECT_EQ(hash_getArray_ServiceNameToServiceTypesArray(""), nullptr);
+  UT_array* nameless = types({"_a._tcp"});
+  hash_add_ServiceNameToServiceTypesArray("", nameless);
+  EXPECT_EQ(hash_getArray_ServiceNameToServiceTypesArray(""), nameless);
+}
+
 TEST_F(ServiceNameTable, TheTableKeepsItsOwnCopyOfTheName) {
   std::string name = "AirPlay";
   UT_array* airplay = types({});

@@ -99,6 +99,7 @@ TEST_F(TableDump, InDebugModeOnlyItsStartLineIsOnTheDebugStreamWhichThenGoesOn) 
   EXPECT_THAT(debug_messages(), ElementsAre("debug_printOutAllHashInfo(): START....\n", "after"));
   EXPECT_EQ(gDBG, 7);
   EXPECT_THAT(fake_syslog::lines(), Each(Field(&fake_syslog::Line::priority, LOG_DEBUG)));
+  EXPECT_THAT(fake_syslog::masks(), IsEmpty()) << "the mask is the operator's";
 }
 
 TEST_F(TableDump, InSyslogModeItsStartLineIsInTheSystemLogToo) {
