@@ -1,6 +1,6 @@
 #!/bin/bash
 # SPDX-License-Identifier: MIT
-# fuzz/build.sh: builds every fuzz target with clang's sanitizers into FUZZ_BUILD_DIR (build/fuzz).
+# fuzz/build.sh: builds every fuzz target, optimised, with clang's sanitizers into FUZZ_BUILD_DIR (build/fuzz).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${FUZZ_BUILD_DIR:-build/fuzz}
