@@ -4,6 +4,8 @@
 //   printer.local    192.0.2.7, and fe80::7, 2001:db8::7
 //   twohomes.local   169.254.1.2, 192.0.2.9
 //   linklocal.local  169.254.1.2, and fe80::7
+//   roomy.local      192.0.2.8, and 2001:db8::8; needs a buffer of 1024 bytes
+//   misfit.local     192.0.2.6, and 2001:db8::6, said to be as long as an address of the other family
 //   big.local        does not fit the buffer
 //
 // Every other name is not found.
@@ -22,6 +24,8 @@ nss_status _nss_mdns_gethostbyname2_r(const char* name, int family, hostent* res
 
 namespace {
 
+constexpr size_t kRoomyBuffer = 1024;
+
 struct Host {
   const char* name;
   int family;
@@ -31,7 +35,9 @@ struct Host {
 constexpr Host kHosts[] = {
     {"printer.local", AF_INET, {"192.0.2.7", nullptr}},        {"printer.local", AF_INET6, {"fe80::7", "2001:db8::7"}},
     {"twohomes.local", AF_INET, {"169.254.1.2", "192.0.2.9"}}, {"linklocal.local", AF_INET, {"169.254.1.2", nullptr}},
-    {"linklocal.local", AF_INET6, {"fe80::7", nullptr}},
+    {"linklocal.local", AF_INET6, {"fe80::7", nullptr}},       {"roomy.local", AF_INET, {"192.0.2.8", nullptr}},
+    {"roomy.local", AF_INET6, {"2001:db8::8", nullptr}},       {"misfit.local", AF_INET, {"192.0.2.6", nullptr}},
+    {"misfit.local", AF_INET6, {"2001:db8::6", nullptr}},
 };
 
 // Laid out in the caller's buffer, as the real one does.
@@ -55,15 +61,21 @@ void fill(const Host& host, hostent* result, Answer* answer) {
   result->h_name = const_cast<char*>(host.name);
   result->h_aliases = answer->aliases;
   result->h_addrtype = host.family;
-  result->h_length = host.family == AF_INET ? 4 : 16;
+  const bool misfit = std::strcmp(host.name, "misfit.local") == 0;
+  result->h_length = (host.family == AF_INET) != misfit ? 4 : 16;
   result->h_addr_list = answer->addresses;
+}
+
+bool fits(const char* name, size_t size) {
+  const size_t needed = std::strcmp(name, "roomy.local") == 0 ? kRoomyBuffer : sizeof(Answer);
+  return size >= needed && std::strcmp(name, "big.local") != 0;
 }
 
 }  // namespace
 
 nss_status _nss_mdns_gethostbyname2_r(const char* name, int family, hostent* result, char* buffer, size_t size, int* errnop,
                                       int* h_errnop) {
-  if (size < sizeof(Answer) || std::strcmp(name, "big.local") == 0) {
+  if (!fits(name, size)) {
     *errnop = ERANGE;
     *h_errnop = NETDB_INTERNAL;
     return NSS_STATUS_TRYAGAIN;

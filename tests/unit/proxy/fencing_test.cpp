@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <string>
 
+#include "fakes/fake_zmk.h"
 #include "platform/platform.h"
 #include "unit/proxy/proxy_test.h"
 
@@ -89,6 +90,20 @@ TEST_F(Fencing, WithNeitherBridgeNorAnchorTheTwoTextsAreEqual) {
 }
 
 TEST_F(Fencing, NothingConfiguredGivesMinusOne) { EXPECT_EQ(check_mdns_service_fencing("_ipp._tcp"), -1); }
+
+TEST_F(Fencing, WithoutMemoryForTheTransactionNothingIsConfiguredThisOnce) {
+  GivenSettings("[fencing AirPrint]\nwireless_hop = 1\n");
+  fake_zmk::fail_malloc(1);
+  EXPECT_EQ(check_mdns_service_fencing("_ipp._tcp"), -1);
+  EXPECT_THAT(Traces(),
+              ElementsAre("check_mdns_service_fencing: Wireless fencing for service type: _ipp._tcp:3 not configured",
+                          "check_mdns_service_fencing: Wired fencing, Anchor AP for service type: _ipp._tcp:3 not "
+                          "configured",
+                          "check_mdns_service_fencing: Wired fencing, Anchor AP flag is 0 for service type: _ipp._tcp:3 ",
+                          "check_mdns_service_fencing: Wired fencing for service type: _ipp._tcp:3 not configured",
+                          "check_mdns_service_fencing: service type: _ipp._tcp:3 with hop -1\n"));
+  EXPECT_EQ(check_mdns_service_fencing("_ipp._tcp"), 1);
+}
 
 TEST_F(Fencing, ACustomTypeIsLookedUpAfterTheStandardOnes) {
   GivenSettings("[fencing _custom._tcp]\nwireless_hop = 0\n");

@@ -50,6 +50,13 @@ TEST_F(HostLookup, GivesAHostsIpv6AddressThatIsNotLinkLocal) {
                               Contains("\nhostname_to_ipv6(): addr_list[1]: 2001:db8::7")));
 }
 
+TEST_F(HostLookup, HasRoomForAnEntryOf1024Bytes) {
+  EXPECT_EQ(hostname_to_ip("roomy.local", ipv4_.data()), 0);
+  EXPECT_THAT(ipv4_, ElementsAreArray(address_bytes("192.0.2.8")));
+  EXPECT_EQ(hostname_to_ipv6("roomy.local", ipv6_.data()), 0);
+  EXPECT_THAT(ipv6_, ElementsAreArray(address_bytes("2001:db8::8")));
+}
+
 TEST_F(HostLookup, SaysItsStart) {
   hostname_to_ip("printer.local", ipv4_.data());
   EXPECT_THAT(Traces(), Contains(HasSubstr("hostname_to_ip(): START")));
@@ -58,7 +65,7 @@ TEST_F(HostLookup, SaysItsStart) {
 }
 
 TEST_F(HostLookup, WithoutAUsableAddressTheOutputIsUntouched) {
-  for (const char* host : {"linklocal.local", "nobody.local", "big.local"}) {
+  for (const char* host : {"linklocal.local", "misfit.local", "nobody.local", "big.local"}) {
     EXPECT_EQ(hostname_to_ip(host, ipv4_.data()), 1) << host;
     EXPECT_EQ(hostname_to_ipv6(host, ipv6_.data()), 1) << host;
   }

@@ -281,6 +281,14 @@ TEST_F(RecordReplyDeathTest, AConflictEndsTheProcess) {
             says("status file: 600")));
 }
 
+TEST_F(RecordReplyDeathTest, AConflictOverAnAaaaRecordEndsTheProcess) {
+  AddressAnswers("2001:db8::1");
+  EXPECT_EXIT(
+      fake_dns_sd::deliver_record(Instance()->dns_recordv6_ptr, 0, kDNSServiceErr_NameConflict), ExitedWithCode(exit_status(600)),
+      says("syslog(4): ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: name = My "
+           "Printer.local, errorCode = -65548"));
+}
+
 TEST_F(RecordReplyDeathTest, AnyOtherErrorEndsTheProcess) {
   EXPECT_EXIT(fake_dns_sd::deliver_record(Instance()->dns_record_ptr, 0, kDNSServiceErr_Refused),
               ExitedWithCode(exit_status(600)),

@@ -8,6 +8,7 @@ namespace {
 using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::ExitedWithCode;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -37,6 +38,8 @@ class SubtypeAnswer : public ProxyTest {
 
   const std::vector<std::uint8_t> kMyPrinter = wire_name({"My Printer", "_ipp", "_tcp", "local"});
 };
+
+using SubtypeAnswerDeathTest = SubtypeAnswer;
 
 TEST_F(SubtypeAnswer, ThatNamesTheInstanceIsRegisteredAndEndsTheQuery) {
   const ZmkUsage before = zmk_usage();
@@ -218,6 +221,14 @@ TEST_F(SubtypeAnswer, TheReplyToTheRecordCarriesTheQueryName) {
   ForgetMessages();
   fake_dns_sd::deliver_record(record, kDNSServiceFlagsAdd, kDNSServiceErr_NoError);
   EXPECT_THAT(Traces(), Contains("callback_ServiceRegisterRecord(): Got a reply for record _universal._sub._ipp._tcp.local.: "));
+}
+
+TEST_F(SubtypeAnswerDeathTest, AConflictOverTheRecordEndsTheProcess) {
+  SubtypeAnswers(kMyPrinter);
+  EXPECT_EXIT(fake_dns_sd::deliver_record(Instance()->subtype_record_ptr, 0, kDNSServiceErr_NameConflict),
+              ExitedWithCode(exit_status(600)),
+              says("syslog(4): ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: name = "
+                   "_universal._sub._ipp._tcp.local., errorCode = -65548"));
 }
 
 TEST_F(SubtypeAnswer, TheRecordBearsNoFencingFlag) {
