@@ -113,7 +113,7 @@ void HandleEvents(int max_loops) {
   unsigned counter = 0;
   while (stopNow == 0) {
     ++counter;
-    if (counter == static_cast<unsigned>(max_loops)) {
+    if (max_loops != 0 && counter == static_cast<unsigned>(max_loops)) {  // 0 is no bound, also where the counter comes round to it
       return;
     }
     log_message(LOG_DEBUG, "HandleEvents(): LOOP: while (!stopNow): loop #%d  (max_loops = %d)...\n", static_cast<int>(counter),
