@@ -171,7 +171,7 @@ DNSServiceErrorType DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* 
 DNSServiceErrorType DNSServiceUpdateRecord(DNSServiceRef sdRef, DNSRecordRef RecordRef, DNSServiceFlags, uint16_t rdlen,
                                            const void* rdata, uint32_t ttl) {
   const LibraryCall call;
-  if (rdata == nullptr) {
+  if (sdRef == nullptr || rdata == nullptr) {
     return kDNSServiceErr_BadParam;
   }
   const std::string data(static_cast<const char*>(rdata), rdlen);
@@ -188,7 +188,7 @@ DNSServiceErrorType DNSServiceUpdateRecord(DNSServiceRef sdRef, DNSRecordRef Rec
 
 DNSServiceErrorType DNSServiceRemoveRecord(DNSServiceRef sdRef, DNSRecordRef RecordRef, DNSServiceFlags) {
   const LibraryCall call;
-  if (RecordRef == nullptr) {
+  if (sdRef == nullptr || RecordRef == nullptr) {
     return kDNSServiceErr_BadParam;
   }
   Operation* record = record_of(sdRef, RecordRef);

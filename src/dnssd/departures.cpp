@@ -66,8 +66,9 @@ struct Listener {
   std::map<const Browse*, std::unique_ptr<Watcher>> watchers;
 };
 
-// By interface index. Those of a parent's engine are forgotten in a forked child; their descriptors were closed with it.
-std::map<std::uint32_t, std::unique_ptr<Listener>> listeners;
+// By interface index. Those of a parent's engine are forgotten in a forked child; their descriptors were closed with it. Never
+// destroyed: a program that loads the library late destroys its static objects before the engine ends at exit.
+std::map<std::uint32_t, std::unique_ptr<Listener>>& listeners = *new std::map<std::uint32_t, std::unique_ptr<Listener>>;
 const Engine* listeners_owner = nullptr;
 
 void forget_foreign_listeners() {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Lifecycle of a watch: Avahi makes it in watch_new; freed, it leaves the epoll set at once, and its memory goes when the
 // events that are being dispatched are through (the same batch may still name it).
-// Lifecycle of a timeout: it is in `timers` exactly while it runs; firing stops it, Avahi starts it again.
+// Lifecycle of a timeout: it is in `timers` exactly while it runs; firing stops it, Avahi starts it again. Avahi's are absolute
+// in the time of the wall clock and are taken for so long from now, so that setting the clock neither stops nor fires them.
 #include "dnssd/poll.h"
 
 #include <sys/epoll.h>
@@ -86,15 +87,25 @@ void watch_update(AvahiWatch* watch, AvahiWatchEvent events) {
 
 AvahiWatchEvent watch_get_events(AvahiWatch* watch) { return watch->happened; }
 
-void timeout_update(AvahiTimeout* timeout, const timeval* due) {
+void stop(AvahiTimeout* timeout) {
   if (timeout->running) {
     timeout->poll->timers.erase(timeout->at);
   }
-  timeout->running = due != nullptr;
+  timeout->running = false;
+}
+
+void start(AvahiTimeout* timeout, std::int64_t microseconds_from_now) {
+  stop(timeout);
+  timeout->at = timeout->poll->timers.emplace(monotonic_now() + microseconds_from_now, timeout);
+  timeout->running = true;
+}
+
+void timeout_update(AvahiTimeout* timeout, const timeval* due) {
   if (due == nullptr) {
+    stop(timeout);
     return;
   }
-  timeout->at = timeout->poll->timers.emplace(due->tv_sec * kMicrosecondsPerSecond + due->tv_usec, timeout);
+  start(timeout, due->tv_sec * kMicrosecondsPerSecond + due->tv_usec - clock_now(CLOCK_REALTIME));
 }
 
 AvahiTimeout* timeout_new(const AvahiPoll* api, const timeval* due, AvahiTimeoutCallback callback, void* userdata) {
@@ -103,7 +114,7 @@ AvahiTimeout* timeout_new(const AvahiPoll* api, const timeval* due, AvahiTimeout
   return timeout;
 }
 
-// The timerfd has fired, or was cancelled because the clock was set: either way it wants setting anew.
+// The timerfd has fired and wants setting anew.
 void timer_fired(AvahiWatch* watch, int fd, AvahiWatchEvent, void*) {
   std::uint64_t count;
   while (read(fd, &count, sizeof count) > 0) {
@@ -119,11 +130,11 @@ void wake_fired(AvahiWatch* watch, int fd, AvahiWatchEvent, void*) {
 }
 
 void run_due_timers(Poll& poll) {
-  const std::int64_t now = wall_clock_now();
-  const std::int64_t end = monotonic_now() + kTimersPerPass;
+  const std::int64_t now = monotonic_now();
+  const std::int64_t end = now + kTimersPerPass;
   while (!poll.timers.empty() && poll.timers.begin()->first <= now && monotonic_now() < end) {
     AvahiTimeout* timeout = poll.timers.begin()->second;
-    timeout_update(timeout, nullptr);
+    stop(timeout);
     timeout->callback(timeout, timeout->userdata);
   }
 }
@@ -149,12 +160,11 @@ void close_descriptor(int& fd) {
 
 }  // namespace
 
-std::int64_t wall_clock_now() { return clock_now(CLOCK_REALTIME); }
 std::int64_t monotonic_now() { return clock_now(CLOCK_MONOTONIC); }
 
 bool poll_open(Poll& poll) {
   poll.epoll_fd = epoll_create1(EPOLL_CLOEXEC);
-  poll.timer_fd = timerfd_create(CLOCK_REALTIME, TFD_CLOEXEC | TFD_NONBLOCK);
+  poll.timer_fd = timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK);
   poll.wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (poll.epoll_fd >= 0 && poll.timer_fd >= 0 && poll.wake_fd >= 0) {
     const AvahiPoll api = poll_api(poll);
@@ -227,21 +237,15 @@ AvahiTimeout* poll_timer_new(Poll& poll, AvahiTimeoutCallback callback, void* us
   return new AvahiTimeout{&poll, callback, userdata, false, {}};
 }
 
-void poll_timer_start(AvahiTimeout* timer, std::int64_t microseconds_from_now) {
-  const std::int64_t due = wall_clock_now() + microseconds_from_now;
-  timeval at{};
-  at.tv_sec = due / kMicrosecondsPerSecond;
-  at.tv_usec = due % kMicrosecondsPerSecond;
-  timeout_update(timer, &at);
-}
+void poll_timer_start(AvahiTimeout* timer, std::int64_t microseconds_from_now) { start(timer, microseconds_from_now); }
 
-void poll_timer_stop(AvahiTimeout* timer) { timeout_update(timer, nullptr); }
+void poll_timer_stop(AvahiTimeout* timer) { stop(timer); }
 
 void poll_timer_free(AvahiTimeout* timer) {
   if (timer == nullptr) {
     return;
   }
-  timeout_update(timer, nullptr);
+  stop(timer);
   delete timer;
 }
 
@@ -274,7 +278,7 @@ void poll_arm(Poll& poll, bool more) {
   itimerspec setting{};
   setting.it_value.tv_sec = earliest / kMicrosecondsPerSecond;
   setting.it_value.tv_nsec = earliest % kMicrosecondsPerSecond * 1000;
-  timerfd_settime(poll.timer_fd, TFD_TIMER_ABSTIME | TFD_TIMER_CANCEL_ON_SET, &setting, nullptr);
+  timerfd_settime(poll.timer_fd, TFD_TIMER_ABSTIME, &setting, nullptr);
   poll.armed = earliest;
 }
 

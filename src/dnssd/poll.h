@@ -11,8 +11,7 @@
 
 namespace dnssd {
 
-// Time of the wall clock (Avahi's timeouts are absolute in it) and of the clock that nobody sets, in microseconds.
-std::int64_t wall_clock_now();
+// Time of the clock that nobody sets, in microseconds.
 std::int64_t monotonic_now();
 
 struct Poll {
@@ -24,7 +23,7 @@ struct Poll {
   std::int64_t armed = 0;  // the time timer_fd is set to, 0: not set
   std::unordered_set<AvahiWatch*> watches;
   std::vector<AvahiWatch*> freed_watches;             // freed while events were being dispatched
-  std::multimap<std::int64_t, AvahiTimeout*> timers;  // the ones that run, by wall clock time
+  std::multimap<std::int64_t, AvahiTimeout*> timers;  // the ones that run, by monotonic time
 };
 
 // Opens the three descriptors (all close-on-exec). False when the system refuses one; nothing stays open then.

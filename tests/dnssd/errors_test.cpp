@@ -175,6 +175,9 @@ TEST_F(Errors, UpdateWithoutARecordIsForARegistration) {
   EXPECT_EQ(DNSServiceUpdateRecord(connection_, nullptr, 0, 4, "\3a=b", 0), kDNSServiceErr_BadReference);
   EXPECT_EQ(DNSServiceUpdateRecord(connection_, nullptr, 0, 4, nullptr, 0), kDNSServiceErr_BadParam);
   EXPECT_EQ(DNSServiceRemoveRecord(connection_, nullptr, 0), kDNSServiceErr_BadParam);
+  EXPECT_EQ(DNSServiceUpdateRecord(nullptr, nullptr, 0, 4, "\3a=b", 0), kDNSServiceErr_BadParam);
+  EXPECT_EQ(DNSServiceUpdateRecord(nullptr, wild_record(0xBAD1), 0, 4, "\3a=b", 0), kDNSServiceErr_BadParam);
+  EXPECT_EQ(DNSServiceRemoveRecord(nullptr, wild_record(0xBAD1), 0), kDNSServiceErr_BadParam);
 }
 
 TEST_F(Errors, AllConnectionsHaveTheSameDescriptor) {
@@ -190,10 +193,77 @@ TEST_F(Errors, ProcessResultWithNothingToDoReturnsAtOnce) {
     EXPECT_EQ(DNSServiceProcessResult(connection_), kDNSServiceErr_NoError);
 }
 
-TEST_F(Errors, AFailedCallLeavesTheReferenceAsItWas) {
+// Every way in which a call that starts something can fail, over a reference that must stay what it was.
+class FailedCall : public Errors {
+ protected:
+  void ExpectUntouched(DNSServiceRef was, DNSServiceFlags flags) {
+    DNSServiceRef ref = was;
+    for (const char* type : {"_ipp._tcp", "ipp"}) {
+      for (const char* domain : {"local", "example.com"}) {
+        EXPECT_NE(DNSServiceBrowse(&ref, flags, kNoSuchInterface, type, domain, on_browse, nullptr), kDNSServiceErr_NoError);
+        EXPECT_NE(DNSServiceResolve(&ref, flags, kNoSuchInterface, "n", type, domain, on_resolve, nullptr),
+                  kDNSServiceErr_NoError);
+        EXPECT_NE(
+            DNSServiceRegister(&ref, flags, kNoSuchInterface, "n", type, domain, nullptr, 1, 0, nullptr, on_register, nullptr),
+            kDNSServiceErr_NoError);
+        EXPECT_EQ(ref, was);
+      }
+    }
+    for (const std::uint16_t rrclass : {std::uint16_t{1}, std::uint16_t{3}}) {
+      EXPECT_NE(DNSServiceQueryRecord(&ref, flags, kNoSuchInterface, "h.local", 1, rrclass, on_query, nullptr),
+                kDNSServiceErr_NoError);
+    }
+    EXPECT_NE(DNSServiceBrowse(&ref, flags, kNoSuchInterface, "_ipp._tcp", nullptr, nullptr, nullptr), kDNSServiceErr_NoError);
+    EXPECT_EQ(ref, was);
+  }
+};
+
+TEST_F(FailedCall, LeavesASharedConnectionAsItWas) { ExpectUntouched(connection_, kShare); }
+TEST_F(FailedCall, LeavesWhatIsNoConnectionAsItWas) { ExpectUntouched(wild(0xBAD1), kShare); }
+TEST_F(FailedCall, LeavesAReferenceThatIsNotYetOneAsItWas) { ExpectUntouched(wild(0xBAD1), 0); }
+
+TEST_F(FailedCall, LeavesTheRecordReferenceAsItWas) {
+  const DNSRecordRef was = wild_record(0xBAD1);
+  DNSRecordRef record = was;
+  const auto register_record = [&](DNSServiceRef connection, DNSServiceFlags flags, const char* name, std::uint16_t rrtype) {
+    return DNSServiceRegisterRecord(connection, &record, flags, kNoSuchInterface, name, rrtype, 1, 4, "abcd", 0, on_record,
+                                    nullptr);
+  };
+  EXPECT_EQ(register_record(connection_, 0x10, "h.local", 1), kDNSServiceErr_BadInterfaceIndex);
+  EXPECT_EQ(register_record(connection_, 0x30, "h.local", 1), kDNSServiceErr_BadFlags);
+  EXPECT_EQ(register_record(connection_, 0x10, "h.local", kDNSServiceType_ANY), kDNSServiceErr_Unsupported);
+  EXPECT_EQ(register_record(connection_, 0x10, "h.local", 0), kDNSServiceErr_BadParam);
+  EXPECT_EQ(register_record(connection_, 0x10, ".", 1), kDNSServiceErr_BadParam);
+  EXPECT_EQ(register_record(nullptr, 0x10, "h.local", 1), kDNSServiceErr_BadParam);
+  EXPECT_EQ(register_record(wild(0xBAD1), 0x10, "h.local", 1), kDNSServiceErr_BadReference);
+  EXPECT_EQ(record, was);
+}
+
+TEST_F(Errors, NamesAndLabelsAreHeldToTheirLength) {
+  const std::string label(63, 'x');
+  const std::string long_label = label + "x";
+  const std::string name = label + "." + label + "." + label + "." + std::string(61, 'y');  // 255 bytes on the wire
   DNSServiceRef ref = connection_;
-  DNSServiceBrowse(&ref, kShare, kNoSuchInterface, "_ipp._tcp", nullptr, on_browse, nullptr);
-  EXPECT_EQ(ref, connection_);
+  DNSRecordRef record = nullptr;
+  const auto query = [&](const std::string& text) {
+    return DNSServiceQueryRecord(&ref, kShare, kNoSuchInterface, text.c_str(), 1, 1, on_query, nullptr);
+  };
+  const auto register_record = [&](const std::string& text) {
+    return DNSServiceRegisterRecord(connection_, &record, 0x10, kNoSuchInterface, text.c_str(), 1, 1, 4, "abcd", 0, on_record,
+                                    nullptr);
+  };
+  for (const std::string& good : {name, name + ".", label, std::string("\\.\\."), std::string("local")}) {
+    EXPECT_EQ(query(good), kDNSServiceErr_BadInterfaceIndex) << good;
+    EXPECT_EQ(register_record(good), kDNSServiceErr_BadInterfaceIndex) << good;
+  }
+  for (const std::string& bad : {name + "y", name + ".z", long_label + ".local", std::string(5000, 'x'), std::string("..")}) {
+    EXPECT_EQ(query(bad), kDNSServiceErr_BadParam) << bad;
+    EXPECT_EQ(register_record(bad), kDNSServiceErr_BadParam) << bad;
+  }
+  EXPECT_EQ(Browse(("_" + label + "._tcp").c_str(), nullptr, kNoSuchInterface, on_browse), kDNSServiceErr_BadParam);
+  EXPECT_EQ(Browse(("_ipp._tcp," + long_label).c_str(), nullptr, kNoSuchInterface, on_browse), kDNSServiceErr_BadParam);
+  EXPECT_EQ(Register(0, "n", "_ipp._tcp", nullptr, (long_label + ".local").c_str(), "", on_register), kDNSServiceErr_BadParam);
+  EXPECT_EQ(Register(0, "n", ("_ipp._tcp," + long_label).c_str(), nullptr, nullptr, "", on_register), kDNSServiceErr_BadParam);
 }
 
 TEST(NoConnection, AFailedFirstCallLeavesNoEngineBehind) {

@@ -84,6 +84,64 @@ def test_an_operation_may_be_released_in_its_own_callback(link):
     assert len(looker.of("br")) == 1  # the four that were queued behind it are not delivered
 
 
+def every_kind(link, driver):
+    """Starts one operation of each kind, to be answered sooner or later."""
+    index = link.far_index
+    driver.browse("browse", index, "_ipp._tcp")
+    driver.resolve("resolve", index, "My Printer", "_ipp._tcp")
+    driver.query("query", index, "printer.local.", d.A)
+    driver.register("register", index, "Ours", regtype="_ours._tcp")
+    driver.record("record", index, "ours.local.", d.A, bytes([10, 9, 0, 8]))
+
+
+KINDS = ["browse", "resolve", "query", "register", "record"]
+
+
+@pytest.mark.parametrize("kind", KINDS)
+def test_any_operation_may_be_released_in_its_own_callback_and_no_other_minds(seen, link, kind):
+    looker = link.looker()
+    looker.when(kind, "remove" if kind == "record" else "release", kind)
+    every_kind(link, looker)
+    for name in KINDS:
+        looker.wait(name)
+    assert "did\t0" in looker.log
+    looker.browse("after", link.far_index, "_ipp._tcp")
+    looker.wait("after")
+    assert len(looker.of(kind)) == 1
+
+
+@pytest.mark.parametrize("kind", KINDS)
+def test_all_may_be_released_in_the_callback_of_any(seen, link, kind):
+    looker = link.looker()
+    for name in KINDS:
+        looker.when(kind, "remove" if name == "record" else "release", name)
+    looker.when(kind, "release", "c")
+    every_kind(link, looker)
+    looker.wait(kind)
+    d.wait_for(lambda: looker.log.count("did\t0") == 6, "the releases")
+    replies = len(looker.replies)
+    looker.connect("anew")
+    looker.browse("after", link.far_index, "_ipp._tcp", connection="anew")
+    looker.wait("after")
+    assert len(looker.replies) == replies + 1, "a reply for what was released"
+
+
+def test_what_went_with_its_connection_may_be_released_once_more(seen, link):
+    looker = link.looker()
+    every_kind(link, looker)
+    looker.release("c")
+    for name in ("browse", "resolve", "query", "register", "c"):
+        assert looker.do("socket", name) == -1
+        looker.release(name)
+    assert looker.remove("record") == d.BAD_REFERENCE
+    assert looker.update("register", b"\x01b") == d.BAD_REFERENCE
+    looker.connect("anew")
+    for name in ("browse", "register", "c"):
+        looker.release(name)  # none of them is the new one
+    looker.browse("after", link.far_index, "_ipp._tcp", connection="anew")
+    looker.wait("after")
+
+
 def test_a_whole_connection_may_be_released_in_a_callback(link):
     looker, publisher = link.looker(), link.publisher()
     publisher.register("reg", link.near_index, "My Printer")

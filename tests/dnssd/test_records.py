@@ -168,6 +168,49 @@ def test_a_removed_record_is_gone_within_two_seconds(link):
     assert publisher.remove("r") == d.BAD_REFERENCE
 
 
+LABEL = "x" * 63
+ANY_BYTES = "".join(f"\\{byte:03}" for byte in range(1, 64))
+
+
+@pytest.mark.parametrize("name", [
+    f"{LABEL}.{LABEL}.{LABEL}.{'y' * 61}", f"{ANY_BYTES}.{ANY_BYTES}.{ANY_BYTES}.{ANY_BYTES[:61 * 4]}", "local", "\\.", "\\..\\.",
+    "\\\\.local", "_sub", "Büro im 2\\. Stock.local.", "1.0.9.10.in-addr.arpa.", "-.example.com"],
+    ids=range(10))
+def test_whatever_can_be_asked_for_can_be_registered(link, name):
+    looker, publisher = link.looker(), link.publisher()
+    assert looker.query("q", link.far_index, name, d.TXT) == 0
+    for flags in (d.SHARED, d.UNIQUE):
+        assert publisher.record(f"r{flags}", link.near_index, name, d.TXT, b"\x01a", flags=flags) == 0
+        assert publisher.wait(f"r{flags}")[0].error == 0
+    assert looker.wait("q")[0].fields[3] == b"\x01a".hex()
+
+
+def test_a_name_that_is_not_utf8_is_a_bad_parameter_of_either(link):
+    driver = link.publisher()
+    for name in ("\\255\\254.local", "host.\\195"):
+        assert driver.query("q", link.near_index, name, d.TXT) == d.BAD_PARAM
+        assert driver.record("r", link.near_index, name, d.TXT, b"\x01a") == d.BAD_PARAM
+    assert driver.register("reg", link.near_index, b"\xff\xfe") == d.BAD_PARAM
+    assert driver.register("reg", link.near_index, b"\x80" * 70) == d.BAD_PARAM
+    assert driver.register("reg", link.near_index, "My Printer", host="\\255.local") == d.BAD_PARAM
+    assert driver.resolve("rs", link.near_index, b"\xff\xfe", "_ipp._tcp") == d.BAD_PARAM
+
+
+@pytest.mark.parametrize("size", [8192, 8193, 65535])
+def test_data_that_no_message_can_carry_is_refused(link, size):
+    publisher = link.publisher()
+    rdata = (b"\x7f" + b"x" * 127) * (size // 128)
+    rdata += bytes([size % 128 - 1]) + b"x" * (size % 128 - 1) if size % 128 else b""
+    expected = 0 if size <= 8192 else d.BAD_PARAM
+    assert publisher.record("r", link.near_index, "big.local.", d.TXT, rdata) == expected
+    assert publisher.register("reg", link.near_index, "Big", txt=rdata) == expected
+    publisher.record("small", link.near_index, "small.local.", d.TXT, b"\x01a")
+    assert publisher.wait("small")[0].error == 0
+    assert publisher.update("small", rdata) == expected
+    if expected == 0:
+        assert publisher.wait("reg")[0].error == publisher.wait("r")[0].error == 0
+
+
 def test_bad_rdata_is_a_bad_parameter(link):
     publisher = link.publisher()
     for rrtype, rdata in ((d.A, b"abc"), (d.AAAA, v4(1)), (d.PTR, b"\xc0\x0c"), (d.TXT, b"\x09a"), (d.SRV, b"\0\0\0\0\0\x01")):

@@ -186,6 +186,31 @@ def test_new_txt_data_replaces_the_old(link):
     assert fresh.wait("rs")[0].fields[3] == b"\x01b".hex()
 
 
+def test_a_registration_with_the_data_that_another_was_given_later_is_the_same_service(link):
+    looker, publisher = link.looker(), link.publisher()
+    publisher.register("one", link.near_index, "My Printer", txt=b"\x01a")
+    registered(publisher, "one")
+    assert publisher.update("one", b"\x01b") == 0
+    publisher.register("two", link.near_index, "My Printer", txt=b"\x01b")
+    assert registered(publisher, "two") == "My Printer"
+    publisher.release("one")
+    looker.resolve("rs", link.far_index, "My Printer", "_ipp._tcp")
+    assert looker.wait("rs")[0].fields[3] == b"\x01b".hex()
+
+
+def test_an_update_for_one_of_two_leaves_the_other_its_service(link):
+    looker, publisher = link.looker(), link.publisher()
+    for name in ("one", "two"):
+        publisher.register(name, link.near_index, "My Printer", txt=b"\x01a")
+    assert registered(publisher, "one") == registered(publisher, "two") == "My Printer"
+    assert publisher.update("two", b"\x01b") == 0
+    assert registered(publisher, "two", 2) == "My Printer (2)"
+    for name, txt in (("My Printer", b"\x01a"), ("My Printer (2)", b"\x01b")):
+        looker.resolve(name, link.far_index, name, "_ipp._tcp")
+        assert looker.wait(name)[0].fields[3] == txt.hex()
+    assert len(publisher.of("one")) == 1
+
+
 def test_txt_data_may_change_before_the_name_is_established(link):
     looker, publisher = link.looker(), link.publisher()
     publisher.register("reg", link.near_index, "My Printer", txt=b"\x01a")
