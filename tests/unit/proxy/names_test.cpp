@@ -204,6 +204,7 @@ TEST(WireNameToText, LeavesWhatFollowsTheName) {
 TEST(WireNameToText, GivesAnEmptyTextForANameThatIsNotWhole) {
   EXPECT_EQ(ToText({}), (Converted{"", 0, 0}));
   EXPECT_EQ(ToText({5, 'a', 'b'}), (Converted{"", 0, 3}));
+  EXPECT_EQ(ToText({3, 'a', 'b'}), (Converted{"", 0, 3})) << "one byte too few";
   EXPECT_EQ(ToText({2, 'a', 'b'}), (Converted{"", 0, 0})) << "no terminating zero";
   EXPECT_EQ(ToText({1, 'a', 0xC0, 0x0C}), (Converted{"", 0, 2})) << "a compression pointer";
   EXPECT_EQ(ToText(wire_name({std::string(64, 'x')})), (Converted{"", 0, 66})) << "a label has at most 63 bytes";

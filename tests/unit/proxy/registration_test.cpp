@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "fakes/fake_syslog.h"
 #include "fakes/fake_zmk.h"
 #include "runtime/runtime.h"
 #include "unit/proxy/proxy_test.h"
@@ -98,6 +99,25 @@ TEST_F(ProxiedRegistration, ARefusalIsReportedAndTriedAgainWithTheNextAddressRec
   AddressAnswers("2001:db8::1");
   EXPECT_THAT(Calls("DNSServiceRegister"), SizeIs(2));
   EXPECT_NE(Instance()->reg_service_ref, nullptr);
+}
+
+TEST_F(ProxiedRegistration, AnUpdatedIpv6AddressIsNoNewAddressRecord) {
+  GivenResolvedInstance();
+  fake_dns_sd::fail_call("DNSServiceRegister", 1, kDNSServiceErr_NameConflict);
+  AddressAnswers("2001:db8::1");
+  AddressAnswers("2001:db8::2");
+  EXPECT_THAT(Calls("DNSServiceRegister"), SizeIs(1));
+}
+
+// The trace of the call shows the data as a text.
+TEST_F(ProxiedRegistration, ItsTxtBufferEndsInAZeroByte) {
+  GivenResolvedInstance(std::string(100, 'x'));
+  const std::size_t before = zmk_usage().bytes;
+  static std::size_t held = 0;
+  fake_syslog::on_message(
+      [] { held = fake_syslog::lines().back().text.starts_with("\nMyDNSServiceRegister(): START") ? zmk_usage().bytes : held; });
+  AddressAnswers("192.0.2.1");
+  EXPECT_EQ(held - before, 14U + 100U + 1U);
 }
 
 TEST_F(ProxiedRegistrationDeathTest, NoMemoryForTheTxtDataEndsTheProcess) {
