@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "proxy/proxy.h"
+#include "unit/proxy/proxy_test.h"
 
 namespace {
 
@@ -122,6 +122,26 @@ TEST_F(RecordLabels, AnExhaustedPoolTakesOverTheLabelThatIsInUseForTheLongestTim
   for (char* label : distinct) {
     record_label_retire(label);
   }
+}
+
+using LabelsOfAnInstance = ProxyTest;
+
+TEST_F(LabelsOfAnInstance, AreGivenBackWhenItIsTakenApart) {
+  BridgeContext* rule = GivenRule("_ipp._tcp");
+  GivenSilence();
+  char* held = record_label_acquire("held");
+  for (int i = 0; i < kMoreThanThePool; ++i) {
+    ASSERT_EQ(add_responder_context(rule, "My Printer"), 0);
+    ResponderContext* instance = Instance("My Printer");
+    instance->subtype_record_label = record_label_acquire("subtype record");
+    instance->Addr_query_context =
+        static_cast<struct Addr_query_context*>(zmk_malloc(sizeof(struct Addr_query_context), __FILE__, __LINE__));
+    *instance->Addr_query_context = {};
+    instance->Addr_query_context->record_label = record_label_acquire("address records");
+    del_responder_context(rule, instance);
+  }
+  EXPECT_STREQ(held, "held") << "a pool that has run out takes over the label in use for the longest time";
+  record_label_retire(held);
 }
 
 }  // namespace

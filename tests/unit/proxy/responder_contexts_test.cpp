@@ -42,9 +42,7 @@ class ResponderContexts : public ProxyTest {
     instance->dns_record_ptr = Recorded(kDNSServiceType_A);
     instance->dns_recordv6_ptr = Recorded(kDNSServiceType_AAAA);
     instance->subtype_record_ptr = Recorded(kDNSServiceType_PTR);
-    instance->Addr_query_context =
-        static_cast<struct Addr_query_context*>(zmk_malloc(sizeof(struct Addr_query_context), __FILE__, __LINE__));
-    *instance->Addr_query_context = {};
+    instance->Addr_query_context = NewAddrQueryContext();
     instance->subtype_query_context =
         static_cast<struct subtype_query_context*>(zmk_malloc(sizeof(struct subtype_query_context), __FILE__, __LINE__));
     MarkCalls();
@@ -52,6 +50,11 @@ class ResponderContexts : public ProxyTest {
     return instance;
   }
 
+  static struct Addr_query_context* NewAddrQueryContext() {
+    auto* result = static_cast<struct Addr_query_context*>(zmk_malloc(sizeof(struct Addr_query_context), __FILE__, __LINE__));
+    *result = {};
+    return result;
+  }
   static DNSServiceRef Registered() {
     DNSServiceRef ref = gDNSServiceRef_Shared;
     DNSServiceRegister(&ref, kFlagsShareConnection, 3, "x", "_ipp._tcp", "local", "h", 0, 0, nullptr, callback_ServiceRegister,
@@ -253,6 +256,21 @@ TEST_F(ResponderContexts, WhatHasBeenReleasedIsForgottenAtOnce) {
     EXPECT_EQ(seen[released], left) << "before release " << released;
     left[released] = nullptr;
   }
+}
+
+TEST_F(ResponderContexts, TheContextsAreFreedLastButForTheNameAndTheRecord) {
+  ResponderContext* instance = Full("My Printer");
+  const std::size_t full = zmk_usage().blocks;
+  std::vector<std::size_t> blocks;
+  fake_syslog::on_message([&] {
+    if (fake_syslog::lines().back().text.starts_with("del_responder_context(): REMOVE:")) {
+      blocks.push_back(zmk_usage().blocks);
+      EXPECT_EQ(Instance("My Printer"), instance) << "it stays in its table until the end";
+    }
+  });
+  del_responder_context(bridge_, instance);
+  fake_syslog::on_message(nullptr);
+  EXPECT_THAT(blocks, ElementsAre(full, full, full, full, full, full, full, full, full, full - 1));
 }
 
 TEST_F(ResponderContexts, NothingIsLeftOfATornDownInstance) {

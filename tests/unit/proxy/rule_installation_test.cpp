@@ -282,6 +282,12 @@ TEST_F(AddProxyRuleDeathTest, AnInterfaceOfIndexZeroCountsAsUnknown) {
   EXPECT_EXIT(add_proxy_rule("_ipp._tcp", "br0", "odd0"), ExitedWithCode(exit_status(40)), says("111834"));
 }
 
+TEST_F(AddProxyRule, AnInterfaceOfIndexOneIsOneLikeAnyOther) {
+  hash_add_IfNameToIndex("odd1", 1);
+  EXPECT_EQ(GivenRule("_ipp._tcp", "odd1", "br1")->if_from, 1);
+  EXPECT_EQ(GivenRule("_ipp._tcp", "br0", "odd1")->if_to, 1);
+}
+
 // The allocations of a further rule, its source and its type being known: the type's record, its list, the list's room, the
 // context.
 TEST_F(AddProxyRuleDeathTest, AnyLackOfMemoryEndsTheProcess) {
