@@ -108,6 +108,17 @@ TEST_F(SubtypeAnswer, ForAnUnknownInstanceIsReportedInTheWordsOfTheResolve) {
   EXPECT_THAT(Warnings(), ElementsAre("callback_ServiceResolve(): FAIL to find service context for  Other"));
 }
 
+// The label is unescaped before the look-up, the whole name is compared as it came.
+TEST_F(SubtypeAnswer, OfAnEscapedLabelFindsTheInstanceButIsNotItsName) {
+  SubtypeAnswers(wire_name({"My\\032Printer", "_ipp", "_tcp", "local"}));
+  ExpectQueryGoesOn();
+  EXPECT_THAT(Warnings(), IsEmpty());
+  EXPECT_THAT(Traces(), AllOf(Contains("process_queryrecord_PTR(): +++++++++hostname = My Printer++++++++"),
+                              Contains(around_line("process_queryrecord_PTR,",
+                                                   ",don't register PTR record because of different service name:"
+                                                   "My\\032Printer._ipp._tcp.local. vs My Printer._ipp._tcp.local."))));
+}
+
 TEST_F(SubtypeAnswer, IsComparedExactly) {
   SubtypeAnswers(wire_name({"My Printer", "_IPP", "_tcp", "local"}));
   SubtypeAnswers(wire_name({"My Printer", "_ipp", "_tcp", "local", "x"}));
@@ -221,6 +232,24 @@ TEST_F(SubtypeAnswer, TheReplyToTheRecordCarriesTheQueryName) {
   ForgetMessages();
   fake_dns_sd::deliver_record(record, kDNSServiceFlagsAdd, kDNSServiceErr_NoError);
   EXPECT_THAT(Traces(), Contains("callback_ServiceRegisterRecord(): Got a reply for record _universal._sub._ipp._tcp.local.: "));
+}
+
+// More records come and go, or are refused, than there are labels.
+TEST_F(SubtypeAnswer, TheLabelOfARecordIsNotTakenByOthersThatComeAndGo) {
+  SubtypeAnswers(kMyPrinter);
+  const char* label = static_cast<const char*>(LastCall("DNSServiceRegisterRecord").context);
+  GivenRule("_color._ipp._tcp", "br0", "br2");
+  GivenSilence();
+  for (int i = 0; i < 10000; ++i) {
+    if (i % 2 != 0) {
+      fake_dns_sd::fail_call("DNSServiceRegisterRecord", 1, kDNSServiceErr_BadParam);
+    }
+    BrowseAdds("Other");
+    Resolves("Other._ipp._tcp.local.");
+    SubtypeAnswers(wire_name({"Other", "_ipp", "_tcp", "local"}));
+    BrowseRemoves("Other");
+  }
+  EXPECT_STREQ(label, "_universal._sub._ipp._tcp.local.");
 }
 
 TEST_F(SubtypeAnswerDeathTest, AConflictOverTheRecordEndsTheProcess) {
