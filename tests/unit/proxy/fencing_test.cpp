@@ -184,6 +184,16 @@ TEST_F(FencedRegistration, OfAnotherHopOrNoneBearsNoBit) {
   EXPECT_EQ(LastCall("DNSServiceRegister").flags, 0x4010U);
 }
 
+TEST_F(FencedRegistration, IsThatOfTheInstancesOwnType) {
+  GivenSettings("[fencing AirPrint]\nwireless_hop = 1\n[fencing AirTunes]\nwireless_hop = 0\n");
+  GivenRule("_raop._tcp");
+  BrowseAdds("x");
+  Resolves("x._raop._tcp.local.");
+  AddressAnswers("192.0.2.1");
+  EXPECT_EQ(LastCall("DNSServiceRegisterRecord").flags, 0x80000010U);
+  EXPECT_EQ(LastCall("DNSServiceRegister").flags, 0x80004010U);
+}
+
 TEST_F(FencedRegistration, IsDecidedAnewForEveryAnswer) {
   GivenSettings("[fencing AirPrint]\nwireless_hop = 1\n");
   Registers("192.0.2.1");

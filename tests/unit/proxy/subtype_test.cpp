@@ -192,8 +192,13 @@ TEST_F(SubtypeAnswer, DataBehindTheNameIsPassedOnAsItCame) {
 
 TEST_F(SubtypeAnswer, ALongListOfLabelsIsReadWithinBounds) {
   std::vector<std::string> labels(20000, "x");
+  labels[0] = "My Printer";
   SubtypeAnswers(wire_name(labels));
   ExpectQueryGoesOn();
+  EXPECT_THAT(Traces(), Contains(around_line("process_queryrecord_PTR,",
+                                             ",don't register PTR record because of different service name: vs "
+                                             "My Printer._ipp._tcp.local.")))
+      << "no whole name within the bound";
 }
 
 TEST_F(SubtypeAnswer, ARefusedRecordEndsTheQueryAndReleasesItsContext) {
