@@ -232,7 +232,7 @@ TEST_F(AddressAnswerDeathTest, ARefusedAaaaRecordEndsTheProcess) {
   fake_dns_sd::fail_call("DNSServiceRegisterRecord", 1, kDNSServiceErr_BadParam);
   EXPECT_EXIT(AddressAnswers("2001:db8::1"), ExitedWithCode(exit_status(600)),
               says("syslog(4): callback_ServiceRegisterRecord(): FAIL: MyDNSServiceRegisterRecord(sdref_registerrecord) call "
-                   "failed: -65540"));
+                   "failed: -65540\n"));
 }
 
 TEST_F(AddressAnswer, ARefusedIpv6UpdateIsReportedAndTriedAgain) {

@@ -93,7 +93,7 @@ TEST_F(HostLookup, KeepsNoMemory) {
 TEST_F(HostLookupDeathTest, ALackOfMemoryEndsTheProcess) {
   fake_zmk::fail_malloc(1);
   const auto says_start_and_error = [](const std::string& start) {
-    return AllOf(says(start), says("syslog(4): ERROR 1301171518: malloc failed, exiting."));
+    return AllOf(says(start), says("syslog(4): ERROR 1301171518: malloc failed, exiting.\n"));
   };
   EXPECT_EXIT(hostname_to_ip("printer.local", ipv4_.data()), ExitedWithCode(20),
               says_start_and_error("hostname_to_ip(): START: hostname = printer.local ..."));

@@ -145,7 +145,7 @@ using UnescapeDeathTest = ProxyTest;
 TEST_F(UnescapeDeathTest, ALongerTextEndsTheProcess) {
   std::vector<char> room(2000);
   EXPECT_EXIT(ConvertDomainNameToCString_UnEnsacpe(std::string(1010, 'x').c_str(), room.data()), ExitedWithCode(exit_status(600)),
-              says("syslog(4): ConvertDomainNameToCString_UnEnsacpe(): Error Invalid input parameters!"));
+              says("syslog(4): ConvertDomainNameToCString_UnEnsacpe(): Error Invalid input parameters!\n"));
 }
 
 TEST_F(UnescapeDeathTest, AMissingTextOrRoomEndsTheProcess) {

@@ -126,7 +126,7 @@ TEST_F(ProxiedRegistrationDeathTest, NoMemoryForTheTxtDataEndsTheProcess) {
     fake_zmk::fail_malloc(2);  // the first is the transaction of the fencing settings
     AddressAnswers("192.0.2.1");
   };
-  EXPECT_EXIT(answer_without_memory(), ExitedWithCode(20), says("syslog(4): ERROR 1301171518: malloc failed, exiting."));
+  EXPECT_EXIT(answer_without_memory(), ExitedWithCode(20), says("syslog(4): ERROR 1301171518: malloc failed, exiting.\n"));
 }
 
 // --- Replies to it --------------------------------------------------------------------------------------------------------------
@@ -297,7 +297,7 @@ TEST_F(RecordReplyDeathTest, AConflictEndsTheProcess) {
       },
       ExitedWithCode(exit_status(600)),
       AllOf(says("syslog(4): ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: name = My "
-                 "Printer.local, errorCode = -65548"),
+                 "Printer.local, errorCode = -65548\n"),
             says("status file: 600")));
 }
 
@@ -306,13 +306,13 @@ TEST_F(RecordReplyDeathTest, AConflictOverAnAaaaRecordEndsTheProcess) {
   EXPECT_EXIT(
       fake_dns_sd::deliver_record(Instance()->dns_recordv6_ptr, 0, kDNSServiceErr_NameConflict), ExitedWithCode(exit_status(600)),
       says("syslog(4): ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: name = My "
-           "Printer.local, errorCode = -65548"));
+           "Printer.local, errorCode = -65548\n"));
 }
 
 TEST_F(RecordReplyDeathTest, AnyOtherErrorEndsTheProcess) {
   EXPECT_EXIT(fake_dns_sd::deliver_record(Instance()->dns_record_ptr, 0, kDNSServiceErr_Refused),
               ExitedWithCode(exit_status(600)),
-              says("syslog(4): callback_ServiceRegisterRecord(): Error -65553 for name = My Printer.local"));
+              says("syslog(4): callback_ServiceRegisterRecord(): Error -65553 for name = My Printer.local\n"));
 }
 
 TEST_F(RecordReply, ComesWithAValidLabelLongAfterTheInstanceIsGone) {

@@ -278,9 +278,9 @@ TEST_F(ResolveReplyDeathTest, ALackOfMemoryEndsTheProcess) {
     fake_zmk::fail_malloc(nth);
     Resolves(kFullname);
   };
-  EXPECT_EXIT(resolve_without_memory(1), ExitedWithCode(20), says("syslog(4): ERROR 1301171518: malloc failed, exiting."));
+  EXPECT_EXIT(resolve_without_memory(1), ExitedWithCode(20), says("syslog(4): ERROR 1301171518: malloc failed, exiting.\n"));
   Start("_universal._ipp._tcp");
-  EXPECT_EXIT(resolve_without_memory(2), ExitedWithCode(20), says("syslog(4): ERROR 1301171518: malloc failed, exiting."));
+  EXPECT_EXIT(resolve_without_memory(2), ExitedWithCode(20), says("syslog(4): ERROR 1301171518: malloc failed, exiting.\n"));
 }
 
 // --- The subtype query ----------------------------------------------------------------------------------------------------------

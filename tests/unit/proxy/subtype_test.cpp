@@ -262,7 +262,7 @@ TEST_F(SubtypeAnswerDeathTest, AConflictOverTheRecordEndsTheProcess) {
   EXPECT_EXIT(fake_dns_sd::deliver_record(Instance()->subtype_record_ptr, 0, kDNSServiceErr_NameConflict),
               ExitedWithCode(exit_status(600)),
               says("syslog(4): ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: name = "
-                   "_universal._sub._ipp._tcp.local., errorCode = -65548"));
+                   "_universal._sub._ipp._tcp.local., errorCode = -65548\n"));
 }
 
 TEST_F(SubtypeAnswer, TheRecordBearsNoFencingFlag) {
