@@ -29,6 +29,10 @@ constexpr Rate kAnnounceRate{1280, 1600};
 // A full send buffer is waited for this long in all, so that a dead interface cannot hold up the process's end.
 constexpr int kSendPatience = 300;  // milliseconds
 
+// RFC 6762 section 6: a record is not multicast again within this time, which is shorter in answer to a probe (microseconds).
+constexpr std::int64_t kRepeatGap = 1'000'000;
+constexpr std::int64_t kRepeatGapToProbe = 250'000;
+
 constexpr std::uint16_t kPort = 5353;
 constexpr char kGroupIpv4[] = "224.0.0.251";
 constexpr char kGroupIpv6[] = "ff02::fb";
@@ -135,6 +139,7 @@ void send_due(AvahiTimeout*, void* userdata) {
     for (const PublishedRecord& published : publication->records) {
       append(server, message, *published.record, published.record->ttl, published.flags & AVAHI_PUBLISH_UNIQUE, patience);
     }
+    publication->announced_at = monotonic_now();
     if (--publication->announcements_left > 0) {
       schedule(*publication, monotonic_now() + kAnnouncementGap);
     }
@@ -162,6 +167,24 @@ void announce(Publication& publication) {
   const std::int64_t at = monotonic_now() + kGather;
   schedule(publication, publication.announce_by != 0 ? std::min(at, publication.announce_by) : at);
   publication.announce_by = 0;
+  set_timer(publication.server->announcer);
+}
+
+void announce_in_answer(Publication& publication, bool to_probe) {
+  if (publication.stage != Stage::established) {
+    return;
+  }
+  const std::int64_t now = monotonic_now();
+  const std::int64_t since = now - publication.announced_at;
+  if (!to_probe && since < kRepeatGap) {
+    return;
+  }
+  const std::int64_t at = to_probe ? std::max(now, publication.announced_at + kRepeatGapToProbe) : now + kGather;
+  if (publication.announcements_left > 0 && publication.announce_at <= at) {
+    return;
+  }
+  publication.announcements_left = std::max(publication.announcements_left, 1u);
+  schedule(publication, at);
   set_timer(publication.server->announcer);
 }
 

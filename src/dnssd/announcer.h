@@ -35,6 +35,10 @@ void announcer_close(Server& server);
 // nobody holds any more when its time has come is passed over.
 void announce(Publication& publication);
 
+// The same once only, as the answer to a question: at once to a probe, in a moment to others, but never so soon after the last
+// time that it would be once too often (RFC 6762 section 6). Nothing happens for what is not established.
+void announce_in_answer(Publication& publication, bool to_probe);
+
 // Whether the first of the announcements has been made.
 bool is_announced(const Publication& publication);
 

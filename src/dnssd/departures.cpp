@@ -4,19 +4,12 @@
 // but only once what was cached of its former life is gone. Lifecycle of a listener: the first browse on its interface makes it, the last one ends it.
 #include "dnssd/departures.h"
 
-#include <arpa/inet.h>
-#include <net/if.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <array>
 #include <map>
 #include <memory>
-#include <set>
 #include <utility>
 
 #include "dnssd/engine.h"
+#include "dnssd/group_ear.h"
 #include "dnssd/pointer_records.h"
 #include "dnssd/server.h"
 
@@ -32,15 +25,8 @@ constexpr std::int64_t kForgottenAfter = 1'250'000;
 // resolved to where it was.
 constexpr std::int64_t kBackAfter = 1'050'000;
 
-constexpr std::uint16_t kMulticastDnsPort = 5353;
-constexpr char kGroup4[] = "224.0.0.251";
-constexpr char kGroup6[] = "ff02::fb";
 constexpr unsigned kIpv4 = 1;
 constexpr unsigned kIpv6 = 2;
-
-// The largest message of RFC 6762 section 17.
-constexpr std::size_t kMessageMax = 9000;
-constexpr int kReceiveBufferBytes = 1024 * 1024;
 
 struct Watcher;
 
@@ -61,8 +47,7 @@ struct Watcher {
 };
 
 struct Listener {
-  std::array<AvahiWatch*, 2> watches{};  // IPv4, IPv6; null: not to be had
-  std::array<int, 2> sockets{-1, -1};
+  GroupEar ear;
   std::map<const Browse*, std::unique_ptr<Watcher>> watchers;
 };
 
@@ -167,100 +152,15 @@ void heard(Listener& listener, unsigned protocol, const PointerRecord& record) {
   }
 }
 
-// Anything that did not come from the port of multicast DNS is no response (RFC 6762 section 6).
-bool from_multicast_dns(const sockaddr_storage& sender) {
-  if (sender.ss_family == AF_INET) {
-    return ntohs(reinterpret_cast<const sockaddr_in&>(sender).sin_port) == kMulticastDnsPort;
-  }
-  return sender.ss_family == AF_INET6 && ntohs(reinterpret_cast<const sockaddr_in6&>(sender).sin6_port) == kMulticastDnsPort;
-}
-
 void message_arrived(AvahiWatch*, int fd, AvahiWatchEvent, void* userdata) {
   Listener& listener = *static_cast<Listener*>(userdata);
-  std::array<std::uint8_t, kMessageMax> bytes;
-  sockaddr_storage sender{};
-  socklen_t sender_size = sizeof sender;
-  const ssize_t length =
-      recvfrom(fd, bytes.data(), bytes.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sender), &sender_size);
-  if (length <= 0 || !from_multicast_dns(sender)) {
+  HeardMessage message;
+  if (!group_ear_read(fd, message)) {
     return;
   }
-  const unsigned protocol = sender.ss_family == AF_INET6 ? kIpv6 : kIpv4;
-  for (const PointerRecord& record : read_pointer_records({bytes.data(), static_cast<std::size_t>(length)})) {
+  const unsigned protocol = message.is_ipv6 ? kIpv6 : kIpv4;
+  for (const PointerRecord& record : read_pointer_records(message.span())) {
     heard(listener, protocol, record);
-  }
-}
-
-bool join_and_bind4(int fd, std::uint32_t interface_index) {
-  sockaddr_in group{};
-  group.sin_family = AF_INET;
-  group.sin_port = htons(kMulticastDnsPort);
-  inet_pton(AF_INET, kGroup4, &group.sin_addr);
-  ip_mreqn membership{};
-  membership.imr_multiaddr = group.sin_addr;
-  membership.imr_ifindex = static_cast<int>(interface_index);
-  setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership);  // Avahi's does as well
-  return bind(fd, reinterpret_cast<const sockaddr*>(&group), sizeof group) == 0;
-}
-
-bool join_and_bind6(int fd, std::uint32_t interface_index) {
-  sockaddr_in6 group{};
-  group.sin6_family = AF_INET6;
-  group.sin6_port = htons(kMulticastDnsPort);
-  group.sin6_scope_id = interface_index;
-  inet_pton(AF_INET6, kGroup6, &group.sin6_addr);
-  ipv6_mreq membership{};
-  membership.ipv6mr_multiaddr = group.sin6_addr;
-  membership.ipv6mr_interface = interface_index;
-  setsockopt(fd, IPPROTO_IPV6, IPV6_JOIN_GROUP, &membership, sizeof membership);  // Avahi's does as well
-  return bind(fd, reinterpret_cast<const sockaddr*>(&group), sizeof group) == 0;
-}
-
-// A socket that gets what is sent to the group on this interface and nothing else; -1 when the system refuses it.
-int open_socket(int family, std::uint32_t interface_index) {
-  char name[IF_NAMESIZE];
-  if (if_indextoname(interface_index, name) == nullptr) {
-    return -1;
-  }
-  const int fd = socket(family, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (fd < 0) {
-    return -1;
-  }
-  const int one = 1;
-  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-  setsockopt(fd, SOL_SOCKET, SO_REUSEPORT, &one, sizeof one);
-  setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes, sizeof kReceiveBufferBytes);
-  if (family == AF_INET6) {
-    setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &one, sizeof one);
-  }
-  if (setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, name, sizeof name) == 0 &&
-      (family == AF_INET ? join_and_bind4(fd, interface_index) : join_and_bind6(fd, interface_index))) {
-    return fd;
-  }
-  close(fd);
-  return -1;
-}
-
-void open_listener(Listener& listener, std::uint32_t interface_index) {
-  const AvahiPoll api = poll_api(gEngine->poll);
-  constexpr std::array<int, 2> kFamilies = {AF_INET, AF_INET6};
-  for (std::size_t i = 0; i < kFamilies.size(); ++i) {
-    listener.sockets[i] = open_socket(kFamilies[i], interface_index);
-    if (listener.sockets[i] < 0) {
-      continue;
-    }
-    listener.watches[i] = poll_watch_new(&api, listener.sockets[i], AVAHI_WATCH_IN, message_arrived, &listener);
-  }
-}
-
-void close_listener(Listener& listener) {
-  for (std::size_t i = 0; i < listener.sockets.size(); ++i) {
-    if (listener.watches[i] != nullptr) {
-      poll_watch_free(listener.watches[i]);
-    }
-    if (listener.sockets[i] >= 0) {
-      close(listener.sockets[i]);
-    }
   }
 }
 
@@ -272,7 +172,7 @@ void departures_watch(Operation& operation, const Name& asked) {
   std::unique_ptr<Listener>& listener = listeners[interface_index];
   if (listener == nullptr) {
     listener = std::make_unique<Listener>();
-    open_listener(*listener, interface_index);
+    group_ear_open(listener->ear, interface_index, message_arrived, listener.get());
   }
   auto watcher = std::make_unique<Watcher>();
   watcher->operation = &operation;
@@ -292,7 +192,7 @@ void departures_unwatch(const Browse& browse) {
     }
     listener->second->watchers.erase(found);
     if (listener->second->watchers.empty()) {
-      close_listener(*listener->second);
+      group_ear_close(listener->second->ear);
       listeners.erase(listener);
     }
     return;

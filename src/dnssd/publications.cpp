@@ -13,6 +13,7 @@
 
 #include "dnssd/announcer.h"
 #include "dnssd/crowd.h"
+#include "dnssd/long_names.h"
 #include "dnssd/operations.h"
 #include "dnssd/pacing.h"
 #include "dnssd/references.h"
@@ -41,6 +42,7 @@ void erase(Publication& publication) {
   withdraw_replaced(publication);
   free_group(publication);
   publication_unshare(publication);
+  long_names_forget(publication);
   drop_records(publication);
   Server& server = *publication.server;
   --server.publications;
@@ -154,6 +156,7 @@ Publication* publication_new(Server& server, Serial holder, const std::string& k
   ++server.publications;
   crowd_review(server);
   server.shared[key] = publication;
+  long_names_note(*publication);
   gEngine->publications.emplace(publication->serial, std::move(owned));
   return publication;
 }
@@ -283,6 +286,7 @@ void publications_say_goodbye() {
 
 void publications_discard() {
   for (const auto& [serial, publication] : gEngine->publications) {
+    long_names_forget(*publication);
     drop_records(*publication);
   }
   gEngine->publications.clear();

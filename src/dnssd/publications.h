@@ -31,6 +31,7 @@ struct Publication {
   std::vector<Serial> holders;        // operations that want it
   std::vector<Serial> replaces;       // publications to withdraw with this one's first announcement
   std::int64_t announce_at = 0;       // monotonic, microseconds; the announcement that is due
+  std::int64_t announced_at = 0;      // the same; the last announcement, 0: there has been none
   std::int64_t announce_by = 0;       // the same; the first announcement's latest time, 0: none is set
   unsigned announcements_left = 0;
 };

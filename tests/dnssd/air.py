@@ -60,6 +60,11 @@ class Air(Ear):
         for opened, group in self._sockets:
             opened.sendto(message, group)
 
+    def ask(self, name, kind):
+        message = dns.encode(dns.Message(questions=[dns.Question(dns.labels(name), kind)]))
+        for opened, group in self._sockets:
+            opened.sendto(message, group)
+
     def probes(self, name, since=0.0):
         """The near host's probes for a name, each once however many protocols there are: those over IPv4."""
         return [packet for packet in self.sent_by(*self.near, since=since)

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+// Reads the parts of a multicast DNS message. Nothing in the bytes is trusted: every read checks the room that is left.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "dnssd/names.h"
+
+namespace dnssd {
+
+// RFC 1035 section 4.1.1: the header, and what its second word says.
+inline constexpr std::size_t kMessageHeaderSize = 12;
+inline constexpr std::uint16_t kResponseBit = 0x8000;
+inline constexpr std::uint16_t kOpcodeAndRcodeBits = 0x780F;
+
+// The largest message of RFC 6762 section 17.
+inline constexpr std::size_t kMessageMax = 9000;
+
+// A place in a message. A failed read returns nothing, and the reading is over.
+struct MessageReader {
+  std::span<const std::uint8_t> message;
+  std::size_t at = 0;
+
+  std::optional<std::uint16_t> number16();
+  std::optional<std::uint32_t> number32();
+};
+
+// The name at the reader's place, which moves behind it. Nothing for one that RFC 1035 does not allow, that runs over the end, or
+// that holds a zero byte (see Name). A pointer has to point to what stands before it, further back each time, so that no chain of
+// them is endless.
+std::optional<Name> read_name(MessageReader& reader);
+
+struct Question {
+  Name name;
+  std::uint16_t rrtype = 0;
+};
+
+// The question at the reader's place, whatever its class; the reader moves behind it.
+std::optional<Question> read_question(MessageReader& reader);
+
+}  // namespace dnssd
