@@ -10,6 +10,7 @@
 
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -43,6 +44,7 @@ TEST_F(ReplyChain, AnInstanceThatIsResolvedAlreadyIsNotResolvedAgain) {
   Resolves("second._ipp._tcp.local.");
   EXPECT_THAT(Calls(), ElementsAre("DNSServiceRefDeallocate resolve1"));
   EXPECT_EQ(Instance("second")->Addr_query_context, result);
+  EXPECT_THAT(Traces(), Contains("callback_ServiceResolve(): second is resolved already, skip it"));
 }
 
 TEST_F(ReplyChain, AResolveThatDropsAnotherInstanceIsOverItself) {
