@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iterator>
+#include <limits>
 
 #include "dnssd/crowd.h"
 #include "dnssd/message.h"
@@ -25,6 +27,11 @@ constexpr std::int64_t kGather = 20'000;  // microseconds
 
 // Records; the burst is what pacing.cpp commits at once, five a service, and the rate twice what it commits later.
 constexpr Rate kAnnounceRate{1280, 1600};
+
+// A goodbye's echo comes after every answer that Avahi may have had in store, and is needed if there has been a question in
+// all the time by which a busy machine may be late.
+constexpr std::int64_t kEchoAfter = 200'000;     // microseconds
+constexpr std::int64_t kAnswersDue = 1'000'000;  // microseconds
 
 // A full send buffer is waited for this long in all, so that a dead interface cannot hold up the process's end.
 constexpr int kSendPatience = 300;  // milliseconds
@@ -128,6 +135,19 @@ void set_timer(Announcer& announcer) {
   poll_timer_start(announcer.timer, std::max<std::int64_t>({until_due, allowance_wait(announcer.allowance, kAnnounceRate), 1}));
 }
 
+// What is announced anew must not be withdrawn by the echo of an earlier goodbye.
+void forget_echoes(Announcer& announcer, const AvahiRecord& live) {
+  const auto [begin, end] = announcer.echoes.equal_range(fold_case(live.key->name));
+  for (auto echo = begin; echo != end;) {
+    if (avahi_record_equal_no_ttl(echo->second.record, &live) == 0) {
+      ++echo;
+      continue;
+    }
+    avahi_record_unref(echo->second.record);
+    echo = announcer.echoes.erase(echo);
+  }
+}
+
 void send_due(AvahiTimeout*, void* userdata) {
   Server& server = *static_cast<Server*>(userdata);
   Announcer& announcer = server.announcer;
@@ -138,6 +158,7 @@ void send_due(AvahiTimeout*, void* userdata) {
   while (Publication* publication = next_due(announcer)) {
     for (const PublishedRecord& published : publication->records) {
       append(server, message, *published.record, published.record->ttl, published.flags & AVAHI_PUBLISH_UNIQUE, patience);
+      forget_echoes(announcer, *published.record);
     }
     publication->announced_at = monotonic_now();
     if (--publication->announcements_left > 0) {
@@ -149,17 +170,74 @@ void send_due(AvahiTimeout*, void* userdata) {
   set_timer(announcer);
 }
 
+bool has_just_been_asked(const Server& server) {
+  const std::int64_t now = monotonic_now();
+  return std::any_of(std::begin(server.gates), std::end(server.gates),
+                     [now](const Gate& gate) { return gate.asked_at != 0 && now - gate.asked_at < kAnswersDue; });
+}
+
+// Takes over the reference to `record`.
+void note_echo(Announcer& announcer, AvahiRecord* record) {
+  if (announcer.echoes.empty()) {
+    poll_timer_start(announcer.echo_timer, kEchoAfter);
+  }
+  announcer.echoes.emplace(fold_case(record->key->name), Echo{monotonic_now() + kEchoAfter, record});
+}
+
+// Moves the echoes that are due by `until` to the goodbyes.
+void take_echoes(Announcer& announcer, std::int64_t until) {
+  for (auto echo = announcer.echoes.begin(); echo != announcer.echoes.end();) {
+    if (echo->second.at > until) {
+      ++echo;
+      continue;
+    }
+    announcer.goodbyes.push_back(echo->second.record);
+    echo = announcer.echoes.erase(echo);
+  }
+}
+
+void send_all_goodbyes(Server& server, bool with_echoes) {
+  std::vector<AvahiRecord*> goodbyes;
+  goodbyes.swap(server.announcer.goodbyes);
+  Message message;
+  int patience = kSendPatience;
+  for (AvahiRecord* record : goodbyes) {
+    append(server, message, *record, 0, false, patience);
+    if (with_echoes) {
+      note_echo(server.announcer, record);
+    } else {
+      avahi_record_unref(record);
+    }
+  }
+  send_message(server, message, patience);
+}
+
+void send_echoes(AvahiTimeout*, void* userdata) {
+  Server& server = *static_cast<Server*>(userdata);
+  Announcer& announcer = server.announcer;
+  send_goodbyes(server);
+  take_echoes(announcer, monotonic_now());
+  send_all_goodbyes(server, false);
+  if (!announcer.echoes.empty()) {
+    poll_timer_start(announcer.echo_timer, kEchoAfter);
+  }
+}
+
 }  // namespace
 
 void announcer_open(Server& server) {
   server.announcer.allowance = {kAnnounceRate.burst, monotonic_now()};
   server.announcer.timer = poll_timer_new(gEngine->poll, send_due, &server);
+  server.announcer.echo_timer = poll_timer_new(gEngine->poll, send_echoes, &server);
 }
 
 void announcer_close(Server& server) {
   poll_timer_free(server.announcer.timer);
   server.announcer.timer = nullptr;
+  poll_timer_free(server.announcer.echo_timer);
+  server.announcer.echo_timer = nullptr;
   server.announcer.due.clear();
+  take_echoes(server.announcer, std::numeric_limits<std::int64_t>::max());
 }
 
 void announce(Publication& publication) {
@@ -198,16 +276,6 @@ void say_goodbye(const Publication& publication) {
   }
 }
 
-void send_goodbyes(Server& server) {
-  std::vector<AvahiRecord*> goodbyes;
-  goodbyes.swap(server.announcer.goodbyes);
-  Message message;
-  int patience = kSendPatience;
-  for (AvahiRecord* record : goodbyes) {
-    append(server, message, *record, 0, false, patience);
-    avahi_record_unref(record);
-  }
-  send_message(server, message, patience);
-}
+void send_goodbyes(Server& server) { send_all_goodbyes(server, server.avahi != nullptr && has_just_been_asked(server)); }
 
 }  // namespace dnssd

@@ -10,6 +10,8 @@
 
 #include <cstdint>
 #include <map>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "dnssd/pacing.h"
@@ -19,16 +21,24 @@ namespace dnssd {
 struct Server;
 struct Publication;
 
+// A goodbye that is to be said once more.
+struct Echo {
+  std::int64_t at = 0;            // monotonic, microseconds; not before
+  AvahiRecord* record = nullptr;  // one reference, owned
+};
+
 struct Announcer {
   std::multimap<std::int64_t, std::uintptr_t> due;  // publications by monotonic time in microseconds
   Allowance allowance;
-  AvahiTimeout* timer = nullptr;       // runs while anything is due
-  std::vector<AvahiRecord*> goodbyes;  // owned references, to be sent when the library is left
+  AvahiTimeout* timer = nullptr;                      // runs while anything is due
+  std::vector<AvahiRecord*> goodbyes;                 // owned references, to be sent when the library is left
+  std::unordered_multimap<std::string, Echo> echoes;  // by folded name
+  AvahiTimeout* echo_timer = nullptr;                 // runs while there are any
 };
 
 void announcer_open(Server& server);
 
-// Forgets what is due; the goodbyes must have been sent.
+// Forgets what is due; the goodbyes that are left, echoes too, are to be sent afterwards.
 void announcer_close(Server& server);
 
 // Announces the publication, now and again in a second; what it replaces is withdrawn with the first announcement. One that
@@ -45,7 +55,8 @@ bool is_announced(const Publication& publication);
 // Notes the goodbyes of a publication's records.
 void say_goodbye(const Publication& publication);
 
-// Sends the goodbyes that have been noted.
+// Sends the goodbyes that have been noted. Where somebody has just asked something, they are sent once more a moment later:
+// Avahi waits up to 120 ms with its answer (RFC 6762 section 6) and gives it whatever has been withdrawn in the meantime.
 void send_goodbyes(Server& server);
 
 }  // namespace dnssd

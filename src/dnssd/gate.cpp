@@ -23,13 +23,17 @@ constexpr int kThrownAwayPerPass = 128;
 constexpr std::size_t kHeaderBytes = 12;  // RFC 1035 section 4.1.1
 constexpr int kRecordBytesMin = 11;       // section 4.1.3: a root name, type, class, TTL, length
 
-// The records in the next datagram: as many as it claims, if they could fit. 1 for what is no message.
-int records_in_next(int fd) {
+// The records in the next datagram: as many as it claims, if they could fit. 1 for what is no message. Notes a question.
+int records_in_next(Gate& gate, int fd) {
   std::array<unsigned char, kHeaderBytes> header{};
   int size = 0;
   const ssize_t read = recv(fd, header.data(), header.size(), MSG_PEEK | MSG_DONTWAIT);
   if (read < static_cast<ssize_t>(header.size()) || ioctl(fd, FIONREAD, &size) != 0) {
     return 1;
+  }
+  const bool is_response = (header[2] & 0x80) != 0;
+  if (!is_response) {
+    gate.asked_at = monotonic_now();
   }
   int claimed = 1;
   for (std::size_t at = 4; at < kHeaderBytes; at += 2) {
@@ -62,7 +66,7 @@ void gate_pass(AvahiWatch* watch, int fd, AvahiWatchEvent events, void* userdata
     throw_away(fd);
     return;
   }
-  gate.allowance.left -= records_in_next(fd);
+  gate.allowance.left -= records_in_next(gate, fd);
   gate.callback(watch, fd, events, gate.userdata);
 }
 

@@ -16,6 +16,7 @@ struct Gate {
   AvahiWatchCallback callback = nullptr;  // Avahi's own
   void* userdata = nullptr;               // Avahi's own
   Allowance allowance;                    // records
+  std::int64_t asked_at = 0;              // monotonic, microseconds; when Avahi last got a question, 0: never
 };
 
 // Makes `gate` the gate of a socket that Avahi watches with `callback` and `userdata`.

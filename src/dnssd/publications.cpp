@@ -50,8 +50,13 @@ void erase(Publication& publication) {
   server_review_idle(server);
 }
 
+// Whether others may have it in memory: it is answered for, or has been announced and is probed for anew.
+bool may_be_known(const Publication& publication) {
+  return publication.stage == Stage::established || (publication.stage != Stage::refused && publication.announced_at != 0);
+}
+
 void withdraw(Publication& publication) {
-  if (publication.stage == Stage::established) {
+  if (may_be_known(publication)) {
     say_goodbye(publication);
   }
   erase(publication);
@@ -273,12 +278,13 @@ void publication_begin_again(Publication& publication) {
   publication.has_name = false;
   publication.announcements_left = 0;
   publication.stage = Stage::waiting;
+  publication.reported = AVAHI_ENTRY_GROUP_UNCOMMITED;  // of the group that is gone
   pacing_commit(publication);
 }
 
 void publications_say_goodbye() {
   for (const auto& [serial, publication] : gEngine->publications) {
-    if (publication->stage == Stage::established) {
+    if (may_be_known(*publication)) {
       say_goodbye(*publication);
     }
   }

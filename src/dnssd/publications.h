@@ -75,7 +75,7 @@ void publication_commit(Publication& publication);
 // Its interface has come back: probes for its name, if it is one that is probed for, and announces it (RFC 6762 section 8).
 void publication_begin_again(Publication& publication);
 
-// Notes the goodbyes of every established publication, and frees all of them: the engine ends. The groups go with their
+// Notes the goodbyes of every publication that others may have in memory, and frees all of them: the engine ends. The groups go with their
 // servers.
 void publications_say_goodbye();
 void publications_discard();

@@ -3,6 +3,8 @@
 
 import time
 
+import pytest
+
 import driver as d
 from air import dns
 
@@ -106,3 +108,43 @@ def test_one_that_changes_all_the_time_is_announced_meanwhile(link):
     d.wait_for(lambda: addresses(air)[-1] == last, "the last of them")
     quiet(air, HOST, dns.A, 1.5)
     assert [held[2] for held in air.held(air.near)] == [last, last][:len(air.held(air.near))] and air.held(air.near)
+
+
+@pytest.mark.parametrize("kind", ["record", "service", "all"])
+def test_an_answer_that_was_due_when_it_was_withdrawn_does_not_bring_it_back(link, kind):
+    air, publisher = link.air(), link.publisher()
+    publisher.register("reg", link.near_index, "My Printer")
+    publisher.record("r", link.near_index, HOST, d.A, v4(7))
+    publisher.wait("reg")
+    d.wait_for(lambda: len(air.said(INSTANCE, dns.SRV)) >= 2 and len(addresses(air)) >= 2, "both announcements")
+    quiet(air, HOST, dns.A, 1.2)  # said less than a second ago, it would not be answered with
+    air.ask("_ipp._tcp.local", dns.PTR)
+    air.ask(HOST, dns.A)
+    air.ask("_services._dns-sd._udp.local", dns.PTR)
+    publisher.do("socket", "c")
+    withdrawn = time.monotonic()
+    if kind != "all":
+        publisher.remove("r")
+    if kind == "service":
+        publisher.release("reg")
+    if kind == "all":
+        publisher.release("c")
+    d.wait_for(lambda: time.monotonic() > withdrawn + 0.3, "the answer")
+
+    def held():
+        return [name for name, _, _ in air.held(air.near) if kind != "record" or name == HOST.rstrip(".")]
+
+    d.wait_for(lambda: not held(), "nothing of it to be left", 3)
+
+
+def test_what_is_published_again_at_once_stays_whoever_has_asked(link):
+    air, publisher = link.air(), link.publisher()
+    publisher.record("r", link.near_index, HOST, d.A, v4(7))
+    d.wait_for(lambda: len(addresses(air)) >= 2, "both announcements")
+    air.ask(HOST, dns.A)
+    publisher.remove("r")
+    publisher.record("again", link.near_index, HOST, d.A, v4(7))
+    again = time.monotonic()
+    d.wait_for(lambda: len(addresses(air, since=again)) >= 2, "both announcements")
+    d.wait_for(lambda: time.monotonic() > again + 1.5, "anything that would follow")
+    assert [key[2] for key in air.held(air.near)] == [address(7)]

@@ -6,6 +6,7 @@ import time
 import pytest
 
 import driver as d
+from air import dns
 
 
 @pytest.mark.parametrize("protocols", [{"ipv6": None}, {"ipv4": None}], ids=["IPv4 only", "IPv6 only"])
@@ -44,6 +45,20 @@ def test_services_are_announced_again_when_the_link_comes_back(own_link):
     looker.wait("rs")
     assert [d.add_flag(reply) for reply in looker.of("br")] == [True, False, True]
     assert len(publisher.of("reg")) == 1  # the name is the same: nothing to say
+
+
+def test_what_is_withdrawn_while_it_is_probed_for_anew_gets_its_goodbye(own_link):
+    link = own_link()
+    air, publisher = link.air(), link.publisher()
+    publisher.register("reg", link.near_index, "My Printer")
+    name = ("My Printer", "_ipp", "_tcp", "local")
+    d.wait_for(lambda: len(air.said(name, dns.SRV)) >= 2, "both announcements")
+    link.near.sh("ip", "link", "set", "eth0", "down")
+    again = time.monotonic()
+    link.near.sh("ip", "link", "set", "eth0", "up")
+    d.wait_for(lambda: air.probes(name, again), "a probe")
+    publisher.release("reg")
+    d.wait_for(lambda: air.said(name, dns.SRV, again, ttl=0) and air.said(name, dns.TXT, again, ttl=0), "the goodbye")
 
 
 def test_what_was_registered_while_the_link_was_down_is_announced_when_it_comes_up(own_link):
