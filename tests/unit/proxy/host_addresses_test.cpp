@@ -8,11 +8,8 @@ namespace {
 
 using testing::AllOf;
 using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
-using testing::ElementsAreArray;
 using testing::ExitedWithCode;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
@@ -271,7 +268,10 @@ TEST_F(AddressAnswer, WithTooFewBytesIsLoggedAndIgnored) {
   fake_dns_sd::deliver(Instance()->query_addrv4_ref,
                        fake_dns_sd::QueryReply{.rrtype = kDNSServiceType_A, .rdlen = 4, .rdata = nullptr});
   EXPECT_THAT(Calls(), IsEmpty());
-  EXPECT_THAT(Traces(), Contains(HasSubstr("that are no address---")).Times(3));
+  for (const char* length : {"3", "15", "0"}) {
+    EXPECT_THAT(Traces(), Contains(around_line("-----process_queryrecord_hostaddr-----",
+                                               printed("---ignore %s bytes that are no address---", length))));
+  }
   EXPECT_EQ(HeldV4(), address_bytes("0.0.0.0"));
 }
 
