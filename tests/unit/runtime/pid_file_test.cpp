@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
+#include <iterator>
 #include <utility>
 
 #include "unit/runtime/runtime_fixture.h"
@@ -93,11 +95,23 @@ TEST_F(PidFileTest, OfAnEarlierInstanceIsTakenOverInThisOrder) {
   EXPECT_THAT(Priorities(), ElementsAre(LOG_WARNING, LOG_DEBUG));
   EXPECT_THAT(
       testing::PrintToString(Messages()),
-      HoldsInOrder({"attempting to create PID file: " + pid_path_ +
+      HoldsInOrder({"\"create_PID_file(): attempting to create PID file: " + pid_path_ +
                         ": ( gConfigPIDFilehandle == -1 ) -- so couldn't open file with O_WRONLY|O_CREAT|O_EXCL, so checking if "
-                        "the file already exists...",
-                    "WARNING 301802", "create_PID_file(): successfully read previous PID = 4321, trying to kill now...",
+                        "the file already exists...\"",
+                    "WARNING 301802", "\"create_PID_file(): successfully read previous PID = 4321, trying to kill now...\"",
                     "WARNING 301803", "create_PID_file(): FINISH"}));
+}
+
+TEST_F(PidFileTest, LeavesNoDescriptorBehindWhetherItExistedOrNot) {
+  const auto descriptors = [] {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+  };
+  const auto before = descriptors();
+  Create();
+  EXPECT_EQ(descriptors(), before);
+  Create();
+  EXPECT_EQ(descriptors(), before);
 }
 
 TEST_F(PidFileTest, NamesThePidFileSettingWhereItExists) {

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "platform/vcm.h"
+#include "platform/zmk.h"
 #include "unit/runtime/runtime_fixture.h"
 
 using testing::ElementsAre;
@@ -292,6 +294,22 @@ TEST_F(MainInit, LeavesTheMaskWithoutASettingsFileAndSaysNothing) {
                                    EXPECT_EQ(Messages().front(), "main_init...");
                                  });
   EXPECT_EQ(child.exit_status, 0) << describe(child);
+}
+
+TEST_F(MainInit, EndsItsTransactionOverTheSettings) {
+  for (const char* settings : {"[mdnsproxy]\nlog_level = enable\n", "[mdnsproxy]\nlog_level = disable\n", ""}) {
+    GivenSettings(settings);
+    const ChildProcess child = run_in_child([] {
+      GivenHarmlessProcess();
+      VcmXact xact = nullptr;
+      vcm_beginXact(&xact);  // so that the store holds its reading already
+      vcm_cancelXact(&xact);
+      const ZmkUsage before = zmk_usage();
+      main_init();
+      EXPECT_TRUE(zmk_usage() == before);
+    });
+    EXPECT_EQ(child.exit_status, 0) << settings << describe(child);
+  }
 }
 
 TEST_F(Option, IsTheFirstOne) {
