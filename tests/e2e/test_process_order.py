@@ -18,6 +18,7 @@ START_UP = [
     "main_init...\n",
     "daemonize(): aRundir = /tmp, aPIDfile = /var/run/mdnsproxy.pid ...\n",
     "daemonize(): checking if we're already a child process  ...\n",
+    "daemonize(): Route I/O connections: gDBG = 1 ...\n",
     "create_PID_file(): START: attempting to create aPIDfilename = /var/run/mdnsproxy.pid ...\n",
     "vupdate_status_file(): aNewMYSTATUS = 1 ...\n",
     "main_init(): testing semaphores...  \n",
@@ -58,6 +59,15 @@ def test_it_starts_in_this_order(scene):
     assert [stream.count(message) for message in START_UP] == [1] * len(START_UP)
 
 
+def test_traces_go_to_standard_output_and_what_syslog_copies_to_standard_error(scene):
+    twice = rule("_ipp._tcp", "a", "b")
+    daemon = scene.scripted_daemon(twice, twice, settings=VERBOSE, wrapper=("sh", "-c", 'exec "$@" 2>/tmp/errors', "sh"))
+    daemon.start_and_wait("-d")
+    errors = daemon.box.read("/tmp/errors")
+    assert re.search(r"^mdnsproxy\[\d+\]: WARNING 111727: ", errors, re.MULTILINE) and "mdnsproxy.c:" not in errors
+    assert "mdnsproxy.c:" in daemon.debug_stream and "WARNING 111727" not in daemon.debug_stream
+
+
 def test_the_option_is_read_before_debug_mode_and_traced_to_syslog_alone(scene):
     """The mask is narrow at that moment, whatever the settings say, so that the trace is never seen."""
     daemon = scene.scripted_daemon(settings=VERBOSE).start_and_wait("-d")
@@ -87,10 +97,12 @@ def test_syslog_is_opened_before_anything_is_to_be_said(scene, options):
 
 
 def test_a_crash_is_reported_under_the_programs_name_and_leaves_the_files_as_they_are(scene):
-    daemon = scene.scripted_daemon().start_and_wait()
+    daemon = scene.scripted_daemon()
+    daemon.box.run("sh", "-c", "cp /mnt/program/* /tmp && mv /tmp/mdnsproxy /tmp/gateway")
+    daemon.start_and_wait(program="/tmp/gateway")
     pid, before = daemon.pid, daemon.status_file
     daemon.send(signal.SIGSEGV)
     wait_until(lambda: daemon.daemon_status is not None, 5, "the end")
     assert daemon.daemon_status & 0x7f == signal.SIGSEGV
-    assert daemon.box.logged("mdnsproxy (version 1.0.0): fatal signal 11 (SIGSEGV), address 0x", 2)
+    assert daemon.box.logged("gateway (version 1.0.0): fatal signal 11 (SIGSEGV), address 0x", 2)
     assert daemon.status_file == before and daemon.pid_file == f"{pid}\n"
