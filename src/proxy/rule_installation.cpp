@@ -114,9 +114,9 @@ bool record_rule(const Rule& rule) {
   return true;
 }
 
-// A type of 64 characters or more is kept cut: only its first label is ever used, and a label has at most 63 bytes.
+// Into a bridge that has none yet. A type of 64 characters or more is kept cut: only its first label is ever used, and a label
+// has at most 63 bytes.
 void keep_subtype(BridgeContext* bridge, const char* service_type) {
-  bridge->subtype_service_type[0] = '\0';
   if (count_labels(service_type) == kLabelsWithSubtype) {
     copy_text(bridge->subtype_service_type, service_type);
     log_message(LOG_DEBUG, "subtype existed in service_type:%s, and record in bridge context", bridge->subtype_service_type);
