@@ -158,11 +158,14 @@ TEST_F(EventLoop, LeavesASocketOutThatNoSetHasRoomFor) {
 
 TEST_F(EventLoop, WaitsForNoSocketBeyondTheRoomOfASet) {
   const ChildProcess child = run_in_child([] {
-    const rlimit room = {2 * FD_SETSIZE, 2 * FD_SETSIZE};
+    rlimit room = {};
+    getrlimit(RLIMIT_NOFILE, &room);
+    room.rlim_cur = 2 * FD_SETSIZE;
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &room), 0);
     fake_process::always("pselect", 0);
     GivenSharedConnection();
-    while (dup(STDOUT_FILENO) < FD_SETSIZE) {
+    for (int file = 0; file != -1 && file < FD_SETSIZE;) {
+      file = dup(STDOUT_FILENO);
     }
     GivenRegisterRecordConnection();
     ASSERT_GE(DNSServiceRefSockFD(gDNSServiceRef_RegisterRecord), FD_SETSIZE);
