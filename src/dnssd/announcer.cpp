@@ -177,11 +177,11 @@ bool has_just_been_asked(const Server& server) {
 }
 
 // Takes over the reference to `record`.
-void note_echo(Announcer& announcer, AvahiRecord* record) {
+void note_echo(Announcer& announcer, AvahiRecord* record, std::int64_t at) {
   if (announcer.echoes.empty()) {
     poll_timer_start(announcer.echo_timer, kEchoAfter);
   }
-  announcer.echoes.emplace(fold_case(record->key->name), Echo{monotonic_now() + kEchoAfter, record});
+  announcer.echoes.emplace(fold_case(record->key->name), Echo{at, record});
 }
 
 // Moves the echoes that are due by `until` to the goodbyes.
@@ -201,10 +201,11 @@ void send_all_goodbyes(Server& server, bool with_echoes) {
   goodbyes.swap(server.announcer.goodbyes);
   Message message;
   int patience = kSendPatience;
+  const std::int64_t echo_at = monotonic_now() + kEchoAfter;
   for (AvahiRecord* record : goodbyes) {
     append(server, message, *record, 0, false, patience);
     if (with_echoes) {
-      note_echo(server.announcer, record);
+      note_echo(server.announcer, record, echo_at);
     } else {
       avahi_record_unref(record);
     }
