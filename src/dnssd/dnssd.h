@@ -51,7 +51,7 @@
 // this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then browse.cpp with departures.h and
 // pointer_records.h, resolve.cpp, query.cpp with answers.h; register.cpp and records.cpp with publications.cpp, pacing.h,
 // announcer.h, message.cpp, long_names.h and crowd.h; last the ground: server.cpp, gate.h, group_ear.h, links.h, poll.cpp,
-// signals.cpp, message_reader.h, names.cpp, service_names.cpp.
+// wall_clock.h, signals.cpp, message_reader.h, names.cpp, service_names.cpp.
 #pragma once
 
 #include <avahi-core/lookup.h>

@@ -13,6 +13,7 @@
 #include "dnssd/references.h"
 #include "dnssd/server.h"
 #include "dnssd/signals.h"
+#include "dnssd/wall_clock.h"
 
 namespace dnssd {
 
@@ -141,6 +142,9 @@ DNSServiceErrorType engine_pass() {
     gEngine->lost = true;
   }
   signals_die_if_caught();
+  if (wall_clock_was_set_back()) {
+    publications_probe_again();
+  }
   settle_publications();
   if (!gEngine->lost) {
     replies_deliver();

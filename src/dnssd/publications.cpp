@@ -282,6 +282,21 @@ void publication_begin_again(Publication& publication) {
   pacing_commit(publication);
 }
 
+void publications_probe_again() {
+  std::vector<Serial> probed_for;
+  for (const auto& [serial, publication] : gEngine->publications) {
+    if (publication->stage == Stage::committed) {
+      probed_for.push_back(serial);
+    }
+  }
+  for (const Serial serial : probed_for) {
+    Publication* publication = publication_find(serial);
+    if (publication != nullptr) {
+      publication_begin_again(*publication);
+    }
+  }
+}
+
 void publications_say_goodbye() {
   for (const auto& [serial, publication] : gEngine->publications) {
     if (may_be_known(*publication)) {

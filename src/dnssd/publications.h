@@ -75,6 +75,9 @@ void publication_commit(Publication& publication);
 // Its interface has come back: probes for its name, if it is one that is probed for, and announces it (RFC 6762 section 8).
 void publication_begin_again(Publication& publication);
 
+// The wall clock has been set back: has what Avahi is probing for, which would wait that long, probed for anew.
+void publications_probe_again();
+
 // Notes the goodbyes of every publication that others may have in memory, and frees all of them: the engine ends. The groups go with their
 // servers.
 void publications_say_goodbye();
