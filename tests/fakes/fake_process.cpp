@@ -116,6 +116,25 @@ std::optional<int> told(const char* function, const char* format, ...) {
 
 bool calls_are_real() { return !state().on; }
 
+// "3 4"
+std::string shown(const fd_set* set) {
+  std::string text;
+  for (int file = 0; set != nullptr && file < FD_SETSIZE; ++file) {
+    if (FD_ISSET(file, set)) {
+      text += (text.empty() ? "" : " ") + std::to_string(file);
+    }
+  }
+  return text;
+}
+
+// "5", or "5+1ns"
+std::string shown(const timespec* timeout) {
+  if (timeout == nullptr) {
+    return "for ever";
+  }
+  return std::to_string(timeout->tv_sec) + (timeout->tv_nsec != 0 ? "+" + std::to_string(timeout->tv_nsec) + "ns" : "");
+}
+
 }  // namespace
 
 extern "C" {
@@ -172,7 +191,7 @@ int __wrap_open(const char* path, int flags, ...) {
 
 int __wrap_pselect(int count, fd_set* readable, fd_set* writable, fd_set* exceptional, const timespec* timeout,
                    const sigset_t* mask) {
-  const auto answer = told("pselect", "%d, %ld", count, timeout != nullptr ? static_cast<long>(timeout->tv_sec) : -1);
+  const auto answer = told("pselect", "%d, {%s}, %s", count, shown(readable).c_str(), shown(timeout).c_str());
   return answer ? *answer : __real_pselect(count, readable, writable, exceptional, timeout, mask);
 }
 

@@ -31,7 +31,7 @@ void fail_call(std::string_view function, unsigned nth, int error);
 void on_call(std::string_view function, std::function<void()> action);
 
 // Every call since start, in order, as "kill(123, 9)", and those of one function. Of open, sigaction and pselect:
-// `open("/path", flags, mode)`, `sigaction(number)`, `pselect(count, seconds)`.
+// `open("/path", flags, mode)`, `sigaction(number)`, `pselect(count, {readable descriptors}, seconds)`.
 const std::vector<std::string>& calls();
 std::vector<std::string> calls_of(std::string_view function);
 

@@ -125,7 +125,7 @@ TEST_F(EventLoop, DoesWithoutAConnectionThatDoesNotExist) {
 TEST_F(EventLoop, WaitsForTheTimeoutAloneWithoutConnections) {
   fake_process::always("pselect", 0);
   Pass(1);
-  EXPECT_THAT(Waits(), ElementsAre("pselect(0, 100000000)"));
+  EXPECT_THAT(Waits(), ElementsAre("pselect(0, {}, 100000000)"));
   EXPECT_THAT(fake_dns_sd::calls(), IsEmpty());
 }
 
@@ -134,7 +134,9 @@ TEST_F(EventLoop, WatchesBothSocketsWhicheverIsGreater) {
   GivenConnections();
   const int shared = DNSServiceRefSockFD(gDNSServiceRef_Shared);
   const int records = DNSServiceRefSockFD(gDNSServiceRef_RegisterRecord);
-  const std::string expected = "pselect(" + std::to_string(std::max(shared, records) + 1) + ", 100000000)";
+  const auto [lower, higher] = std::minmax(shared, records);
+  const std::string expected =
+      "pselect(" + std::to_string(higher + 1) + ", {" + std::to_string(lower) + " " + std::to_string(higher) + "}, 100000000)";
   Pass(1);
   std::swap(gDNSServiceRef_Shared, gDNSServiceRef_RegisterRecord);
   Pass(1);
@@ -153,7 +155,7 @@ TEST_F(EventLoop, LeavesASocketOutThatNoSetHasRoomFor) {
   GivenConnections();
   fake_dns_sd::fail_next("DNSServiceRefSockFD", 2, kDNSServiceErr_BadParam);
   Pass(1);
-  EXPECT_THAT(Waits(), ElementsAre("pselect(0, 100000000)"));
+  EXPECT_THAT(Waits(), ElementsAre("pselect(0, {}, 100000000)"));
 }
 
 TEST_F(EventLoop, WaitsForNoSocketBeyondTheRoomOfASet) {
@@ -170,8 +172,8 @@ TEST_F(EventLoop, WaitsForNoSocketBeyondTheRoomOfASet) {
     GivenRegisterRecordConnection();
     ASSERT_GE(DNSServiceRefSockFD(gDNSServiceRef_RegisterRecord), FD_SETSIZE);
     Pass(1);
-    EXPECT_THAT(Waits(),
-                ElementsAre("pselect(" + std::to_string(DNSServiceRefSockFD(gDNSServiceRef_Shared) + 1) + ", 100000000)"));
+    const int shared = DNSServiceRefSockFD(gDNSServiceRef_Shared);
+    EXPECT_THAT(Waits(), ElementsAre("pselect(" + std::to_string(shared + 1) + ", {" + std::to_string(shared) + "}, 100000000)"));
   });
   EXPECT_EQ(child.exit_status, 0) << describe(child);
 }
@@ -193,7 +195,7 @@ TEST_F(EventLoop, ReadsTheTimeoutAfreshOnEveryPass) {
   fake_process::always("pselect", 0);
   fake_process::on_call("pselect", [] { gSelectTimeout = 5; });
   Pass(2);
-  EXPECT_THAT(Waits(), ElementsAre("pselect(0, 100000000)", "pselect(0, 5)"));
+  EXPECT_THAT(Waits(), ElementsAre("pselect(0, {}, 100000000)", "pselect(0, {}, 5)"));
 }
 
 TEST_F(EventLoop, EndsWhenTheSharedConnectionFails) {
