@@ -143,7 +143,9 @@ class Box:
         return self.output(name)
 
     def output(self, name="output"):
-        return (self.root / "log" / name).read_bytes().decode("utf-8", "replace")
+        """What has been written so far; nothing while the program is only being started."""
+        file = self.root / "log" / name
+        return file.read_bytes().decode("utf-8", "replace") if file.exists() else ""
 
     def tell(self, **command):
         self._init.stdin.write(json.dumps(command) + "\n")
