@@ -71,7 +71,7 @@ std::optional<TypeFault> find_type_fault(std::string_view type) {
         "shorten it, or check that what stands before its first dot is all that matters of the rest"};
   }
   if (!is_service_type(labels)) {
-    return TypeFault{"\"" + std::string(type) + "\" is no DNS-SD service type", cure_of(labels)};
+    return TypeFault{std::string("\"").append(type).append("\" is no DNS-SD service type"), cure_of(labels)};
   }
   return std::nullopt;
 }
