@@ -1,0 +1,74 @@
+# SPDX-License-Identifier: MIT
+"""Four times as many services are about four times the work, not sixteen times.
+
+    link a                       gateway                        link b
+    [ devices ]----[ a   mdnsproxy, whose comparisons count   b ]----[ watcher ]
+
+Avahi compares records; how often it does is its work on a crowded link (comparisons.cpp). Some of it is bound to grow faster than
+the crowd (each pointer is held against all that are known of the type); the bounds leave room for that, and none for what gate.h,
+repeats.h, lookups.h and pacing.h save.
+"""
+
+import contextlib
+import struct
+import time
+
+import pytest
+from crowd import Crowd, Watcher, build_directory, gateway_addresses
+from testbed import Daemon, Network, rule, rules_list, wait_until
+
+FEW, MANY = 300, 1200
+TIMES_AT_MOST = 8  # measured: four
+EACH_AT_MOST = 12_000  # comparisons for each of the many; measured: 7,300 with them, 22,200 before
+PATIENCE = 90  # seconds
+CALM = 3  # seconds: in which as good as nothing is compared any more
+
+
+class Counted:
+    """The gateway's daemon, its comparisons counted."""
+
+    def __init__(self, network):
+        library = build_directory() / "tests" / "libcomparisons.so"
+        self.daemon = Daemon(network.gateway, rules_list(rule("_ipp._tcp", "a", "b")),
+                             environment={"LD_PRELOAD": f"/mnt/program/{library.name}"})
+        self.daemon.box.install(library)
+        self.daemon.start_and_wait()
+
+    @property
+    def comparisons(self):
+        return struct.unpack("Q", self.daemon.box.path("/tmp/comparisons").read_bytes())[0]
+
+    def wait_until_calm(self):
+        last = [(time.monotonic(), self.comparisons)]
+
+        def is_calm():
+            now, count = time.monotonic(), self.comparisons
+            if count > last[0][1] * 1.001 + 100:
+                last[0] = (now, count)
+            return now - last[0][0] > CALM
+
+        wait_until(is_calm, PATIENCE, "an end of the comparisons")
+
+
+@pytest.fixture(name="cost_of")
+def make_cost_of():
+    def cost_of(count):
+        with contextlib.ExitStack() as stack:
+            network = stack.enter_context(Network("a", "b"))
+            counted = Counted(network)
+            stack.callback(counted.daemon.close)
+            watcher = stack.enter_context(Watcher(network["b"], gateway_addresses(network.gateway, "b")))
+            devices = stack.enter_context(Crowd(network["a"]))
+            devices.announce(0, count, seconds=0.9)
+            watcher.sees(count, within=PATIENCE)
+            counted.wait_until_calm()
+            return counted.comparisons
+
+    return cost_of
+
+
+def test_the_work_does_not_grow_with_the_square_of_the_crowd(cost_of):
+    few, many = cost_of(FEW), cost_of(MANY)
+    assert few > FEW, "the comparisons are not counted"
+    assert many < EACH_AT_MOST * MANY, f"{many} comparisons for {MANY} services"
+    assert many < TIMES_AT_MOST * few, f"{few} comparisons for {FEW} services, {many} for {MANY}: {many / few:.1f} times"
