@@ -3,8 +3,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
-#include <unordered_map>
+#include <utility>
 
 namespace dnssd {
 
@@ -15,7 +16,7 @@ struct Answer {
 };
 
 struct AnswerSet {
-  std::unordered_map<std::string, Answer> live;  // by rdata
+  std::map<std::string, Answer> live;  // by rdata
   std::uint64_t next_order = 1;
 };
 

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-// Browse: one Avahi record browser for the PTR records of the type. It reports an instance once per protocol; the caller
+// Browse: one lookup of the PTR records of the type. It reports an instance once per protocol; the caller
 // hears of it when the first has it and when the last has lost it. Goodbyes are heard earlier than Avahi believes them (see
 // departures.h).
 #include "dnssd/departures.h"
 #include "dnssd/engine.h"
+#include "dnssd/lookups.h"
 #include "dnssd/operations.h"
 
 namespace dnssd {
@@ -37,10 +38,11 @@ void queue_browse_reply(Operation& operation, DNSServiceFlags flags, const Insta
 }
 
 void instance_found(Operation& operation, Browse& browse, unsigned protocol, const Instance& instance) {
-  unsigned& protocols = browse.instances[fold_case(instance.name)];
-  const bool is_new = protocols == 0;
-  protocols |= protocol;
+  BrowsedInstance& known = browse.instances[fold_case(instance.name)];
+  const bool is_new = known.protocols == 0;
+  known.protocols |= protocol;
   if (is_new) {
+    known.name = instance.name;
     queue_browse_reply(operation, kDNSServiceFlagsAdd, instance);
   }
 }
@@ -50,27 +52,25 @@ void instance_lost(Operation& operation, Browse& browse, unsigned protocol, cons
   if (found == browse.instances.end()) {
     return;
   }
-  found->second &= ~protocol;
-  if (found->second != 0) {
+  found->second.protocols &= ~protocol;
+  if (found->second.protocols != 0) {
     return;
   }
+  // The caller knows it as it was told, however its goodbye spells it.
+  const Instance told{std::move(found->second.name), instance.type};
   browse.instances.erase(found);
-  queue_browse_reply(operation, 0, instance);
+  queue_browse_reply(operation, 0, told);
 }
 
-void browser_failed(Operation& operation) {
+void browse_failed(Operation& operation) {
   Reply reply;
   reply.error = kDNSServiceErr_Unknown;
   reply_queue(operation, std::move(reply));
 }
 
-void ptr_changed(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record,
-                 AvahiLookupResultFlags, void* userdata) {
-  Operation& operation = *static_cast<Operation*>(userdata);
+void ptr_changed(Operation& operation, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record) {
   if (event == AVAHI_BROWSER_FAILURE) {
-    browser_failed(operation);
-  }
-  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE) {
+    browse_failed(operation);
     return;
   }
   const std::optional<Name> target = parse_name(record->data.ptr.name);
@@ -90,7 +90,7 @@ void ptr_changed(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, Ava
 bool browse_has(const Browse& browse, unsigned protocol, const Name& target) {
   const std::optional<Instance> instance = instance_of(browse, target);
   const auto found = instance ? browse.instances.find(fold_case(instance->name)) : browse.instances.end();
-  return found != browse.instances.end() && (found->second & protocol) != 0;
+  return found != browse.instances.end() && (found->second.protocols & protocol) != 0;
 }
 
 void browse_found(Operation& operation, unsigned protocol, const Name& target) {
@@ -113,8 +113,8 @@ DNSServiceErrorType browse_start(Operation& operation, const ServiceType& type) 
   Browse& browse = part_of<Browse>(operation);
   browse.type = type_name(type);
   const Name asked = type.subtypes.empty() ? browse.type : subtype_name(type, type.subtypes[0]);
-  browse.browser = record_browser_new(operation, asked, AVAHI_DNS_TYPE_PTR, ptr_changed);
-  if (browse.browser == nullptr) {
+  browse.lookup = lookup_start(operation, asked, AVAHI_DNS_TYPE_PTR, LookupKind::steady, ptr_changed);
+  if (browse.lookup == nullptr) {
     return kDNSServiceErr_BadParam;
   }
   departures_watch(operation, asked);
@@ -123,10 +123,8 @@ DNSServiceErrorType browse_start(Operation& operation, const ServiceType& type) 
 
 void browse_stop(Browse& browse) {
   departures_unwatch(browse);
-  if (browse.browser != nullptr) {
-    avahi_s_record_browser_free(browse.browser);
-  }
-  browse.browser = nullptr;
+  lookup_end(browse.lookup);
+  browse.lookup = nullptr;
 }
 
 }  // namespace dnssd

@@ -92,6 +92,10 @@ void crowd_review(Server& server) {
     return;
   }
   server.ear = ear;
+  for (Gate& gate : server.gates) {
+    gate_hurry(gate, ear == Ear::unpublished);
+  }
+  lookups_wake(server);
   for (const int fd : server.sockets) {
     if (fd >= 0) {
       listen_with(fd, ear);

@@ -49,9 +49,9 @@
 //
 // Reading order: api_lookup.cpp and api_publish.cpp (each dns_sd.h function: what is checked, which operation starts),
 // this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then browse.cpp with departures.h and
-// pointer_records.h, resolve.cpp, query.cpp with answers.h; register.cpp and records.cpp with publications.cpp, pacing.h,
-// announcer.h, message.cpp, long_names.h and crowd.h; last the ground: server.cpp, gate.h, group_ear.h, links.h, poll.cpp,
-// wall_clock.h, signals.cpp, message_reader.h, names.cpp, service_names.cpp.
+// pointer_records.h, resolve.cpp, query.cpp with answers.h, and lookups.h under all three; register.cpp and records.cpp with
+// publications.cpp, pacing.h, announcer.h, message.cpp, long_names.h and crowd.h; last the ground: server.cpp, gate.h with
+// repeats.h, group_ear.h, links.h, poll.cpp, wall_clock.h, signals.cpp, message_reader.h, names.cpp, service_names.cpp.
 #pragma once
 
 #include <avahi-core/lookup.h>
@@ -83,23 +83,29 @@ inline constexpr DNSServiceErrorType kErrServiceNotRunning = -65563;
 // What a reference is made of. 0 is no reference.
 using Serial = std::uintptr_t;
 
+struct Lookup;
 struct Server;
 struct Publication;
 
-// The parts of an operation that only its kind has. Avahi's objects are owned and freed when the operation is released.
+// The parts of an operation that only its kind has. Lookups are owned and ended when the operation is released.
 struct Connection {};
+
+struct BrowsedInstance {
+  std::string name;        // as it was told
+  unsigned protocols = 0;  // those that still have it
+};
 
 struct Browse {
   DNSServiceBrowseReply callback = nullptr;
-  AvahiSRecordBrowser* browser = nullptr;
-  Name type;                                            // _ipp._tcp.local: what an instance's name must end in
-  std::unordered_map<std::string, unsigned> instances;  // live ones: folded name to the protocols that still have it
+  Lookup* lookup = nullptr;
+  Name type;                                                   // _ipp._tcp.local: what an instance's name must end in
+  std::unordered_map<std::string, BrowsedInstance> instances;  // live ones, by folded name
 };
 
 struct Resolve {
   DNSServiceResolveReply callback = nullptr;
-  AvahiSRecordBrowser* srv_browser = nullptr;
-  AvahiSRecordBrowser* txt_browser = nullptr;
+  Lookup* srv_lookup = nullptr;
+  Lookup* txt_lookup = nullptr;
   std::string full_name;  // presentation format
   AnswerSet srv, txt;
   std::string told_srv, told_txt;  // rdata of the last reply, empty before the first
@@ -107,7 +113,7 @@ struct Resolve {
 
 struct Query {
   DNSServiceQueryRecordReply callback = nullptr;
-  AvahiSRecordBrowser* browser = nullptr;
+  Lookup* lookup = nullptr;
   std::string full_name;  // presentation format
   std::uint16_t rrtype = 0;
   AnswerSet answers;

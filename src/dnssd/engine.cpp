@@ -5,7 +5,10 @@
 #include "dnssd/engine.h"
 
 #include <avahi-core/log.h>
+#include <sys/random.h>
 #include <unistd.h>
+
+#include <cstdlib>
 
 #include "dnssd/links.h"
 #include "dnssd/operations.h"
@@ -48,6 +51,15 @@ void settle_publications() {
   }
 }
 
+// Avahi takes its random delays from rand(), and a process that never seeds it has the same ones as every other: two gateways that
+// are switched on together would probe, and collide, together.
+void seed_jitter() {
+  unsigned seed = 0;
+  if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) == sizeof seed) {
+    std::srand(seed);
+  }
+}
+
 void send_noted_goodbyes() {
   for (const auto& [index, server] : gEngine->servers) {
     if (!server->announcer.goodbyes.empty()) {
@@ -73,11 +85,12 @@ LibraryCall::LibraryCall() {
 LibraryCall::~LibraryCall() {
   if (gEngine != nullptr) {
     settle_publications();
+    signals_review(gEngine->published > 0);
+    // A call from a callback: the one that it is part of does the rest.
     if (!gEngine->passing) {
       send_noted_goodbyes();
+      poll_arm(gEngine->poll, gEngine->deliverable > 0);
     }
-    signals_review(gEngine->published > 0);
-    poll_arm(gEngine->poll, gEngine->deliverable > 0);
   }
   signals_release();
 }
@@ -93,6 +106,7 @@ DNSServiceErrorType engine_open() {
     return kErrServiceNotRunning;
   }
   gEngine = engine.release();
+  seed_jitter();
   links_open();
   return kDNSServiceErr_NoError;
 }

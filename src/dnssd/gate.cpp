@@ -1,14 +1,21 @@
 // SPDX-License-Identifier: MIT
 #include "dnssd/gate.h"
 
-#include <sys/ioctl.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstring>
+#include <ctime>
+#include <optional>
+#include <span>
 
-#include "dnssd/poll.h"
+#include "dnssd/dnssd.h"
+#include "dnssd/message_reader.h"
+#include "dnssd/server.h"
 
 namespace dnssd {
 namespace {
@@ -17,57 +24,210 @@ namespace {
 // times what such a link says in the long run.
 constexpr Rate kIntakeRate{40'000, 2'000};
 
+// At leisure: more services of five records at once than an ordinary link holds, and then rather more than pacing.cpp commits
+// on another link, so that it is not this that the last service waits for.
+constexpr Rate kPaceRate{640, 900};
+
+// No datagram waits longer than this; then there are so many that the pace would only make them be late.
+constexpr std::int64_t kPatience = 11'000'000;  // microseconds
+
+// The shortest wait: what becomes due within it is taken in together.
+constexpr std::int64_t kGather = 50'000;  // microseconds
+
+// Packets that are taken in in one go, when they are there.
+constexpr int kTakenPerPass = 16;
+
 // Packets that are thrown away in one go, so that a flood is kept up with.
 constexpr int kThrownAwayPerPass = 128;
 
-constexpr std::size_t kHeaderBytes = 12;  // RFC 1035 section 4.1.1
-constexpr int kRecordBytesMin = 11;       // section 4.1.3: a root name, type, class, TTL, length
+constexpr std::uint16_t kPort = 5353;
 
-// The records in the next datagram: as many as it claims, if they could fit. 1 for what is no message. Notes a question.
-int records_in_next(Gate& gate, int fd) {
-  std::array<unsigned char, kHeaderBytes> header{};
-  int size = 0;
-  const ssize_t read = recv(fd, header.data(), header.size(), MSG_PEEK | MSG_DONTWAIT);
-  if (read < static_cast<ssize_t>(header.size()) || ioctl(fd, FIONREAD, &size) != 0) {
-    return 1;
+constexpr std::size_t kRecordBytesMin = 11;  // section 4.1.3: a root name, type, class, TTL, length
+
+using Buffer = std::array<std::uint8_t, kMessageMax>;
+
+struct Datagram {
+  std::span<const std::uint8_t> bytes;  // cut when it is too long to be a message
+  std::int64_t at = 0;                  // when it arrived: monotonic, microseconds
+  bool may_be_response = false;         // comes from the port of multicast DNS; from another one Avahi believes nothing
+};
+
+std::int64_t microseconds_of(std::int64_t seconds, std::int64_t microseconds) { return seconds * 1'000'000 + microseconds; }
+
+// The kernel stamps datagrams by the wall clock; what counts is how long ago that was.
+std::int64_t arrival_of(msghdr& header) {
+  for (cmsghdr* part = CMSG_FIRSTHDR(&header); part != nullptr; part = CMSG_NXTHDR(&header, part)) {
+    if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_TIMESTAMP) {
+      continue;
+    }
+    timeval stamp{};
+    std::memcpy(&stamp, CMSG_DATA(part), sizeof stamp);
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const std::int64_t age = microseconds_of(now.tv_sec, now.tv_nsec / 1000) - microseconds_of(stamp.tv_sec, stamp.tv_usec);
+    return monotonic_now() - std::max<std::int64_t>(age, 0);
   }
-  const bool is_response = (header[2] & 0x80) != 0;
-  if (!is_response) {
-    gate.asked_at = monotonic_now();
-  }
-  int claimed = 1;
-  for (std::size_t at = 4; at < kHeaderBytes; at += 2) {
-    claimed += header[at] * 256 + header[at + 1];
-  }
-  return std::min(claimed, 1 + size / kRecordBytesMin);
+  return monotonic_now();
 }
 
-void throw_away(int fd) {
-  char byte;
-  for (int i = 0; i < kThrownAwayPerPass; ++i) {
+bool is_multicast_dns(const sockaddr_storage& sender) {
+  if (sender.ss_family == AF_INET) {
+    return ntohs(reinterpret_cast<const sockaddr_in&>(sender).sin_port) == kPort;
+  }
+  return sender.ss_family == AF_INET6 && ntohs(reinterpret_cast<const sockaddr_in6&>(sender).sin6_port) == kPort;
+}
+
+// The next datagram, which stays in the socket; nothing when there is none.
+std::optional<Datagram> look_at_next(int fd, Buffer& buffer) {
+  iovec room{buffer.data(), buffer.size()};
+  alignas(cmsghdr) std::array<char, 256> control{};
+  sockaddr_storage sender{};
+  msghdr header{};
+  header.msg_name = &sender;
+  header.msg_namelen = sizeof sender;
+  header.msg_iov = &room;
+  header.msg_iovlen = 1;
+  header.msg_control = control.data();
+  header.msg_controllen = control.size();
+  const ssize_t size = recvmsg(fd, &header, MSG_PEEK | MSG_DONTWAIT);
+  if (size < 0) {
+    return std::nullopt;
+  }
+  return Datagram{{buffer.data(), static_cast<std::size_t>(size)}, arrival_of(header), is_multicast_dns(sender)};
+}
+
+// The records in a datagram: as many as it claims, if they could fit. 1 for what is no message.
+double records_in(std::span<const std::uint8_t> message) {
+  if (message.size() < kMessageHeaderSize) {
+    return 1;
+  }
+  std::size_t claimed = 1;
+  for (std::size_t at = 4; at < kMessageHeaderSize; at += 2) {
+    claimed += message[at] * std::size_t{256} + message[at + 1];
+  }
+  return static_cast<double>(std::min(claimed, 1 + message.size() / kRecordBytesMin));
+}
+
+bool is_response(std::span<const std::uint8_t> message) {
+  MessageReader reader{message, 2};
+  return (reader.number16().value_or(0) & kResponseBit) != 0;
+}
+
+void throw_away(int fd, int packets) {
+  char byte = 0;
+  for (int i = 0; i < packets; ++i) {
     if (recv(fd, &byte, sizeof byte, MSG_DONTWAIT) < 0) {
       return;
     }
   }
 }
 
+// Avahi takes it for granted that a watched socket is readable.
+void clear_error(int fd) {
+  int error = 0;
+  socklen_t size = sizeof error;
+  getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
+}
+
+void listen(Gate& gate, AvahiWatchEvent events) {
+  if (gate.watch != nullptr) {
+    poll_api(gEngine->poll).watch_update(gate.watch, events);
+  }
+}
+
+void wait_over(AvahiTimeout*, void* userdata) {
+  Gate& gate = *static_cast<Gate*>(userdata);
+  listen(gate, AVAHI_WATCH_IN);
+  gate.watch = nullptr;
+}
+
+void wait(Gate& gate, AvahiWatch* watch) {
+  if (gate.timer == nullptr) {
+    gate.timer = poll_timer_new(gEngine->poll, wait_over, &gate);
+  }
+  gate.watch = watch;
+  listen(gate, static_cast<AvahiWatchEvent>(0));
+  poll_timer_start(gate.timer, std::max(allowance_wait(gate.pace, kPaceRate), kGather));
+}
+
+bool has_to_wait(const Gate& gate, const Datagram& next) {
+  return gate.at_leisure && gate.pace.left <= 0 && monotonic_now() - next.at < kPatience;
+}
+
+// Passes the next datagram on to Avahi, or by it. False when there is none that may be taken now.
+bool take(Gate& gate, AvahiWatch* watch, int fd) {
+  Buffer buffer;
+  const std::optional<Datagram> next = look_at_next(fd, buffer);
+  if (!next) {
+    return false;
+  }
+  if (has_to_wait(gate, *next)) {
+    wait(gate, watch);
+    return false;
+  }
+  Heard heard;
+  if (gate.at_leisure && next->may_be_response) {
+    heard = repeats_note(gate.repeats, next->bytes, next->at);
+  }
+  if (heard.is_repeat) {
+    throw_away(fd, 1);
+    return true;
+  }
+  if (!is_response(next->bytes)) {
+    gate.asked_at = monotonic_now();
+  }
+  const double records = records_in(next->bytes);
+  gate.allowance.left -= records;
+  gate.pace.left -= records;
+  gate.callback(watch, fd, AVAHI_WATCH_IN, gate.userdata);
+  if (gate.server != nullptr) {
+    lookups_heard(*gate.server, heard.keys);
+  }
+  return true;
+}
+
 }  // namespace
 
-void gate_open(Gate& gate, AvahiWatchCallback callback, void* userdata) {
+void gate_open(Gate& gate, Server* server, int fd, AvahiWatchCallback callback, void* userdata) {
+  const int yes = 1;
+  setsockopt(fd, SOL_SOCKET, SO_TIMESTAMP, &yes, sizeof yes);
+  gate.server = server;
   gate.callback = callback;
   gate.userdata = userdata;
   gate.allowance = {kIntakeRate.burst, monotonic_now()};
+  gate.pace = {kPaceRate.burst, monotonic_now()};
+}
+
+void gate_close(Gate& gate) {
+  poll_timer_free(gate.timer);
+  gate.timer = nullptr;
+  gate.watch = nullptr;
+}
+
+void gate_hurry(Gate& gate, bool at_leisure) {
+  gate.at_leisure = at_leisure;
+  repeats_forget(gate.repeats);
+  if (gate.watch != nullptr) {
+    poll_timer_stop(gate.timer);
+    wait_over(gate.timer, &gate);
+  }
 }
 
 void gate_pass(AvahiWatch* watch, int fd, AvahiWatchEvent events, void* userdata) {
   Gate& gate = *static_cast<Gate*>(userdata);
-  allowance_grow(gate.allowance, kIntakeRate);
-  if (gate.allowance.left <= 0 && (events & AVAHI_WATCH_IN)) {
-    throw_away(fd);
+  if ((events & AVAHI_WATCH_IN) == 0) {
+    clear_error(fd);
     return;
   }
-  gate.allowance.left -= records_in_next(gate, fd);
-  gate.callback(watch, fd, events, gate.userdata);
+  allowance_grow(gate.allowance, kIntakeRate);
+  allowance_grow(gate.pace, kPaceRate);
+  if (gate.allowance.left <= 0) {
+    throw_away(fd, kThrownAwayPerPass);
+    repeats_forget(gate.repeats);
+    return;
+  }
+  for (int i = 0; i < kTakenPerPass && gate.allowance.left > 0 && take(gate, watch, fd); ++i) {
+  }
 }
 
 }  // namespace dnssd

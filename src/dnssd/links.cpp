@@ -65,6 +65,11 @@ void begin_again(const Server& server) {
 void review(Server& server, const ifaddrs* first) {
   const unsigned before = server.link;
   server.link = link_of(server, first);
+  // Avahi forgets what it heard on a link that goes, and takes in what it did not when an address comes.
+  for (Gate& gate : server.gates) {
+    repeats_forget(gate.repeats);
+  }
+  lookups_wake(server);
   if (server.link & ~before) {
     begin_again(server);
   }

@@ -90,4 +90,16 @@ std::optional<Question> read_question(MessageReader& reader) {
   return Question{std::move(*name), *rrtype};
 }
 
+std::optional<RecordHead> read_record_head(MessageReader& reader) {
+  std::optional<Name> owner = read_name(reader);
+  const std::optional<std::uint16_t> rrtype = reader.number16();
+  const std::optional<std::uint16_t> rrclass = reader.number16();
+  const std::optional<std::uint32_t> ttl = reader.number32();
+  const std::optional<std::uint16_t> length = reader.number16();
+  if (!owner || !rrtype || !rrclass || !ttl || !length || *length > reader.message.size() - reader.at) {
+    return std::nullopt;
+  }
+  return RecordHead{std::move(*owner), *rrtype, *rrclass, *ttl, *length};
+}
+
 }  // namespace dnssd

@@ -16,6 +16,9 @@ inline constexpr std::size_t kMessageHeaderSize = 12;
 inline constexpr std::uint16_t kResponseBit = 0x8000;
 inline constexpr std::uint16_t kOpcodeAndRcodeBits = 0x780F;
 
+// RFC 6762 section 18.13: the bit beside a record's class.
+inline constexpr std::uint16_t kCacheFlushBit = 0x8000;
+
 // The largest message of RFC 6762 section 17.
 inline constexpr std::size_t kMessageMax = 9000;
 
@@ -40,5 +43,17 @@ struct Question {
 
 // The question at the reader's place, whatever its class; the reader moves behind it.
 std::optional<Question> read_question(MessageReader& reader);
+
+// What a record begins with. At least `length` bytes of data follow it.
+struct RecordHead {
+  Name owner;
+  std::uint16_t rrtype = 0;
+  std::uint16_t rrclass = 0;  // with the bit beside it
+  std::uint32_t ttl = 0;      // seconds
+  std::size_t length = 0;
+};
+
+// The record's head at the reader's place, which moves to its data.
+std::optional<RecordHead> read_record_head(MessageReader& reader);
 
 }  // namespace dnssd

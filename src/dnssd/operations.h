@@ -7,11 +7,6 @@
 
 namespace dnssd {
 
-// server.cpp: an Avahi record browser for `name` on the operation's interface, its userdata the operation; null when Avahi
-// refuses the name.
-AvahiSRecordBrowser* record_browser_new(Operation& operation, const Name& name, std::uint16_t rrtype,
-                                        AvahiSRecordBrowserCallback callback);
-
 // browse.cpp
 DNSServiceErrorType browse_start(Operation& operation, const ServiceType& type);
 void browse_stop(Browse& browse);

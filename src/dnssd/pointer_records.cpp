@@ -8,10 +8,9 @@
 namespace dnssd {
 namespace {
 
-// RFC 1035 section 3.2.2; RFC 6762 section 18.13 for the bit beside the class.
+// RFC 1035 sections 3.2.2 and 3.2.4.
 constexpr std::uint16_t kTypePtr = 12;
 constexpr std::uint16_t kClassIn = 1;
-constexpr std::uint16_t kCacheFlushBit = 0x8000;
 
 bool skip_questions(MessageReader& reader, unsigned count) {
   for (unsigned i = 0; i < count; ++i) {
@@ -24,21 +23,17 @@ bool skip_questions(MessageReader& reader, unsigned count) {
 
 // Reads one record, into `records` when it is one of those looked for. False when it is malformed.
 bool read_record(MessageReader& reader, std::vector<PointerRecord>& records) {
-  std::optional<Name> owner = read_name(reader);
-  const std::optional<std::uint16_t> type = reader.number16();
-  const std::optional<std::uint16_t> rrclass = reader.number16();
-  const std::optional<std::uint32_t> ttl = reader.number32();
-  const std::optional<std::uint16_t> length = reader.number16();
-  if (!owner || !type || !rrclass || !ttl || !length || *length > reader.message.size() - reader.at) {
+  std::optional<RecordHead> head = read_record_head(reader);
+  if (!head) {
     return false;
   }
-  const std::size_t end = reader.at + *length;
-  if (*type == kTypePtr && (*rrclass & ~kCacheFlushBit) == kClassIn) {
+  const std::size_t end = reader.at + head->length;
+  if (head->rrtype == kTypePtr && (head->rrclass & ~kCacheFlushBit) == kClassIn) {
     std::optional<Name> target = read_name(reader);
     if (!target || reader.at != end) {
       return false;
     }
-    records.push_back({std::move(*owner), std::move(*target), *ttl});
+    records.push_back({std::move(head->owner), std::move(*target), head->ttl});
   }
   reader.at = end;
   return true;

@@ -44,6 +44,10 @@ constexpr std::int64_t kTimersPerPass = 10'000;  // microseconds
 
 constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
 
+// Timers are waited for until the next multiple of this: thousands of them would wake the process as often, each alone, and
+// nothing in multicast DNS hangs on some milliseconds.
+constexpr std::int64_t kTimerGrid = 5'000;  // microseconds
+
 std::int64_t clock_now(clockid_t clock) {
   timespec now{};
   clock_gettime(clock, &now);
@@ -150,6 +154,8 @@ void run_ready_watches(const epoll_event* events, int count) {
     watch->happened = static_cast<AvahiWatchEvent>(0);
   }
 }
+
+std::int64_t on_grid(std::int64_t time) { return (time + kTimerGrid - 1) / kTimerGrid * kTimerGrid; }
 
 void close_descriptor(int& fd) {
   if (fd >= 0) {
@@ -271,7 +277,7 @@ void poll_arm(Poll& poll, bool more) {
     const std::uint64_t one = 1;
     poll.awake = write(poll.wake_fd, &one, sizeof one) == sizeof one;
   }
-  const std::int64_t earliest = poll.timers.empty() ? 0 : std::max<std::int64_t>(poll.timers.begin()->first, 1);
+  const std::int64_t earliest = poll.timers.empty() ? 0 : on_grid(std::max<std::int64_t>(poll.timers.begin()->first, 1));
   if (earliest == poll.armed) {
     return;
   }

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
-// Query: one Avahi record browser. What is reported goes by the caller's view of an answer, "this is what the host now has":
+// Query: one lookup. What is reported goes by the caller's view of an answer, "this is what the host now has":
 // for A and AAAA the newest live address whenever it differs from the one last reported, so that a change is one answer,
 // the loss of one of two addresses is followed by the other, and a repeated or expired one is silence; for other types each
 // distinct rdata once while it lives. Losses are never reported: the caller would take them for answers. The unspecified
 // address is nobody's and never reported.
 #include "dnssd/engine.h"
+#include "dnssd/lookups.h"
 #include "dnssd/operations.h"
 
 namespace dnssd {
@@ -41,14 +42,10 @@ void query_failed(Operation& operation, const Query& query) {
   reply_queue(operation, std::move(reply));
 }
 
-void answer_changed(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record,
-                    AvahiLookupResultFlags, void* userdata) {
-  Operation& operation = *static_cast<Operation*>(userdata);
+void answer_changed(Operation& operation, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record) {
   Query& query = part_of<Query>(operation);
   if (event == AVAHI_BROWSER_FAILURE) {
     query_failed(operation, query);
-  }
-  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE) {
     return;
   }
   const std::string rdata = rdata_of(*record);
@@ -71,15 +68,13 @@ void answer_changed(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, 
 DNSServiceErrorType query_start(Operation& operation, const Name& name) {
   Query& query = part_of<Query>(operation);
   query.full_name = name_to_text(name);
-  query.browser = record_browser_new(operation, name, query.rrtype, answer_changed);
-  return query.browser == nullptr ? kDNSServiceErr_BadParam : kDNSServiceErr_NoError;
+  query.lookup = lookup_start(operation, name, query.rrtype, LookupKind::lasting, answer_changed);
+  return query.lookup == nullptr ? kDNSServiceErr_BadParam : kDNSServiceErr_NoError;
 }
 
 void query_stop(Query& query) {
-  if (query.browser != nullptr) {
-    avahi_s_record_browser_free(query.browser);
-  }
-  query.browser = nullptr;
+  lookup_end(query.lookup);
+  query.lookup = nullptr;
 }
 
 }  // namespace dnssd

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
-// Resolve: two Avahi record browsers, for the instance's SRV and TXT records. (Avahi's own service resolver gives up for good
-// after five seconds; record browsers go on asking, at the growing intervals of RFC 6762 section 5.2, until they are freed,
-// and answer from the cache as quickly.) The caller hears of the newest of both, and again when either has changed.
+// Resolve: two lookups, of the instance's SRV and TXT records. (Avahi's own service resolver gives up for good after five seconds;
+// these go on asking, at the growing intervals of RFC 6762 section 5.2, until they are ended, and answer from the cache as
+// quickly.) The caller hears of the newest of both, and again when either has changed.
+#include <algorithm>
 #include <cstring>
 
 #include "dnssd/engine.h"
+#include "dnssd/lookups.h"
 #include "dnssd/operations.h"
 
 namespace dnssd {
@@ -26,6 +28,9 @@ std::optional<std::string> target_text(const std::string& srv) {
   }
   Name name;
   for (std::size_t at = 0; wire[at] != 0; at += 1u + wire[at]) {
+    if (std::ranges::find(wire.subspan(at + 1, wire[at]), std::uint8_t{0}) != wire.subspan(at + 1, wire[at]).end()) {
+      return std::nullopt;
+    }
     name.labels.emplace_back(reinterpret_cast<const char*>(&wire[at + 1]), wire[at]);
   }
   return name_to_text(name);
@@ -61,14 +66,10 @@ void resolve_failed(Operation& operation, const Resolve& resolve) {
   reply_queue(operation, std::move(reply));
 }
 
-void record_seen(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record,
-                 AvahiLookupResultFlags, void* userdata) {
-  Operation& operation = *static_cast<Operation*>(userdata);
+void record_seen(Operation& operation, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record) {
   Resolve& resolve = part_of<Resolve>(operation);
   if (event == AVAHI_BROWSER_FAILURE) {
     resolve_failed(operation, resolve);
-  }
-  if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE) {
     return;
   }
   const std::string rdata = rdata_of(*record);
@@ -89,21 +90,17 @@ void record_seen(AvahiSRecordBrowser*, AvahiIfIndex, AvahiProtocol protocol, Ava
 DNSServiceErrorType resolve_start(Operation& operation, const Name& instance) {
   Resolve& resolve = part_of<Resolve>(operation);
   resolve.full_name = name_to_text(instance);
-  resolve.srv_browser = record_browser_new(operation, instance, AVAHI_DNS_TYPE_SRV, record_seen);
-  resolve.txt_browser = record_browser_new(operation, instance, AVAHI_DNS_TYPE_TXT, record_seen);
-  const bool both_run = resolve.srv_browser != nullptr && resolve.txt_browser != nullptr;
+  resolve.srv_lookup = lookup_start(operation, instance, AVAHI_DNS_TYPE_SRV, LookupKind::brief, record_seen);
+  resolve.txt_lookup = lookup_start(operation, instance, AVAHI_DNS_TYPE_TXT, LookupKind::brief, record_seen);
+  const bool both_run = resolve.srv_lookup != nullptr && resolve.txt_lookup != nullptr;
   return both_run ? kDNSServiceErr_NoError : kDNSServiceErr_BadParam;
 }
 
 void resolve_stop(Resolve& resolve) {
-  if (resolve.srv_browser != nullptr) {
-    avahi_s_record_browser_free(resolve.srv_browser);
-  }
-  if (resolve.txt_browser != nullptr) {
-    avahi_s_record_browser_free(resolve.txt_browser);
-  }
-  resolve.srv_browser = nullptr;
-  resolve.txt_browser = nullptr;
+  lookup_end(resolve.srv_lookup);
+  lookup_end(resolve.txt_lookup);
+  resolve.srv_lookup = nullptr;
+  resolve.txt_lookup = nullptr;
 }
 
 }  // namespace dnssd

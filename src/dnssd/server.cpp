@@ -12,7 +12,6 @@
 #include <cerrno>
 
 #include "dnssd/links.h"
-#include "dnssd/operations.h"
 
 namespace dnssd {
 namespace {
@@ -69,7 +68,7 @@ AvahiWatch* server_watch_new(const AvahiPoll* api, int fd, AvahiWatchEvent event
   }
   bind_to_interface(*gBeingMade, fd, protocol);
   Gate& gate = gBeingMade->gates[protocol];
-  gate_open(gate, callback, userdata);
+  gate_open(gate, gBeingMade, fd, callback, userdata);
   return poll_watch_new(api, fd, events, gate_pass, &gate);
 }
 
@@ -146,6 +145,7 @@ DNSServiceErrorType server_get(std::uint32_t interface_index, Server** server) {
   made->linger = poll_timer_new(gEngine->poll, linger_over, made.get());
   pacing_open(*made);
   announcer_open(*made);
+  lookups_open(*made);
   *server = made.get();
   gEngine->servers.emplace(interface_index, std::move(made));
   links_note(**server);
@@ -182,6 +182,10 @@ void server_review_idle(Server& server) {
 void server_close(Server& server) {
   announcer_close(server);
   pacing_close(server);
+  lookups_close(server);
+  for (Gate& gate : server.gates) {
+    gate_close(gate);
+  }
   poll_timer_free(server.linger);
   server.linger = nullptr;
   for (int& fd : server.sockets) {
@@ -198,20 +202,6 @@ void server_close(Server& server) {
     }
     fd = -1;
   }
-}
-
-AvahiSRecordBrowser* record_browser_new(Operation& operation, const Name& name, std::uint16_t rrtype,
-                                        AvahiSRecordBrowserCallback callback) {
-  AvahiKey* key = avahi_key_new(name_to_avahi(name).c_str(), AVAHI_DNS_CLASS_IN, rrtype);
-  if (key == nullptr) {
-    return nullptr;
-  }
-  const Server& server = *operation.server;
-  AvahiSRecordBrowser* browser =
-      avahi_s_record_browser_new(server.avahi, static_cast<AvahiIfIndex>(server.interface_index), AVAHI_PROTO_UNSPEC, key,
-                                 AVAHI_LOOKUP_USE_MULTICAST, callback, &operation);
-  avahi_key_unref(key);
-  return browser;
 }
 
 }  // namespace dnssd

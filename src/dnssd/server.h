@@ -6,6 +6,7 @@
 #include "dnssd/crowd.h"
 #include "dnssd/dnssd.h"
 #include "dnssd/gate.h"
+#include "dnssd/lookups.h"
 #include "dnssd/pacing.h"
 
 namespace dnssd {
@@ -27,6 +28,7 @@ struct Server {
   Ear ear = Ear::unpublished;      // what its sockets listen to
   Pacing pacing;
   Announcer announcer;
+  Lookups lookups_there;
   std::unordered_map<std::string, Publication*> shared;  // publications that further holders may join, by their key
 };
 

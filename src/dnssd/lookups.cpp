@@ -1,0 +1,356 @@
+// SPDX-License-Identifier: MIT
+// Lifecycle of a lookup: lookup_start makes its browser; begin_rest ends that, and wake makes the next one, which confirms what
+// was told or has it taken back; lookup_end puts it among the ended ones, of which the next settling is the last.
+#include "dnssd/lookups.h"
+
+#include <algorithm>
+
+#include "dnssd/operations.h"
+#include "dnssd/repeats.h"
+#include "dnssd/server.h"
+
+namespace dnssd {
+namespace {
+
+// Half of what Avahi waits before it sends a question.
+constexpr std::int64_t kSettledAfter = 50'000;  // microseconds
+
+// What a brief lookup rests: longer than anybody needs who only wants the answer.
+constexpr std::int64_t kBriefRest = 1'000'000;  // microseconds
+
+// Seconds: shorter lifetimes are not worth a rest.
+constexpr std::uint32_t kLongLived = 60;
+
+// A rest ends somewhere between these parts of the lifetime, so that what was announced together is not asked for together, and
+// before Avahi would ask again (RFC 6762 section 5.2: at four fifths).
+constexpr std::int64_t kRestPercentMin = 65;
+constexpr std::int64_t kRestPercentMax = 78;
+
+constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
+
+Lookups& lookups_of(const Lookup& lookup) { return lookup.server->lookups_there; }
+
+void set_waking(Lookups& lookups) {
+  if (!lookups.resting.empty()) {
+    poll_timer_start(lookups.waking, std::max<std::int64_t>(lookups.resting.begin()->first - monotonic_now(), 1));
+  }
+}
+
+void set_settling(Lookups& lookups) {
+  if (lookups.ended.size() + lookups.reviewed.size() == 1) {
+    poll_timer_start(lookups.settling, kSettledAfter);
+  }
+}
+
+void review_soon(Lookup& lookup) {
+  if (lookup.is_reviewed || lookup.kind == LookupKind::steady) {
+    return;
+  }
+  lookup.is_reviewed = true;
+  lookups_of(lookup).reviewed.push_back(&lookup);
+  set_settling(lookups_of(lookup));
+}
+
+void leave_rest(Lookup& lookup) {
+  auto [first, last] = lookups_of(lookup).resting.equal_range(lookup.wakes_at);
+  const auto found = std::find_if(first, last, [&](const auto& entry) { return entry.second == &lookup; });
+  if (found != last) {
+    lookups_of(lookup).resting.erase(found);
+  }
+}
+
+void begin_rest(Lookup& lookup, std::int64_t until) {
+  avahi_s_record_browser_free(lookup.browser);
+  lookup.browser = nullptr;
+  lookup.wakes_at = until;
+  const auto place = lookups_of(lookup).resting.emplace(until, &lookup);
+  if (place == lookups_of(lookup).resting.begin()) {
+    set_waking(lookups_of(lookup));
+  }
+}
+
+// --- What has been told
+
+std::vector<ToldRecord>::iterator find_told(Lookup& lookup, AvahiProtocol protocol, AvahiRecord* record) {
+  return std::find_if(lookup.told.begin(), lookup.told.end(), [&](const ToldRecord& told) {
+    return told.protocol == protocol && avahi_record_equal_no_ttl(told.record, record) != 0;
+  });
+}
+
+void tell_new(Lookup& lookup, AvahiProtocol protocol, AvahiRecord* record) {
+  if (lookup.kind == LookupKind::steady) {
+    lookup.callback(*lookup.operation, protocol, AVAHI_BROWSER_NEW, record);
+    return;
+  }
+  const auto known = find_told(lookup, protocol, record);
+  if (known != lookup.told.end()) {
+    avahi_record_unref(known->record);
+    known->record = avahi_record_ref(record);
+    known->is_confirmed = true;
+    return;
+  }
+  lookup.told.push_back({protocol, avahi_record_ref(record), true});
+  lookup.callback(*lookup.operation, protocol, AVAHI_BROWSER_NEW, record);
+}
+
+void tell_gone(Lookup& lookup, AvahiProtocol protocol, AvahiRecord* record) {
+  if (lookup.kind == LookupKind::steady) {
+    lookup.callback(*lookup.operation, protocol, AVAHI_BROWSER_REMOVE, record);
+    return;
+  }
+  const auto known = find_told(lookup, protocol, record);
+  if (known == lookup.told.end()) {
+    return;
+  }
+  AvahiRecord* const told = known->record;
+  lookup.told.erase(known);
+  lookup.callback(*lookup.operation, protocol, AVAHI_BROWSER_REMOVE, told);
+  avahi_record_unref(told);
+}
+
+// The browser has been through the cache: what it has not found there is gone.
+void take_back_unconfirmed(Lookup& lookup) {
+  for (std::size_t i = 0; i < lookup.told.size();) {
+    const ToldRecord told = lookup.told[i];
+    if (told.is_confirmed) {
+      ++i;
+    } else {
+      tell_gone(lookup, told.protocol, told.record);
+    }
+  }
+}
+
+// --- Rest
+
+std::int64_t rest_of(std::uint32_t ttl) {
+  const std::int64_t percent = kRestPercentMin + std::rand() % (kRestPercentMax - kRestPercentMin + 1);
+  return ttl * kMicrosecondsPerSecond / 100 * percent;
+}
+
+// Until when there is nothing to ask, if over this protocol exactly what has been told was said last; 0 if not.
+std::int64_t fresh_until(const Lookup& lookup, AvahiProtocol protocol) {
+  std::uint64_t what = 0;
+  std::uint32_t shortest = 0;
+  for (const ToldRecord& told : lookup.told) {
+    if (told.protocol != protocol) {
+      continue;
+    }
+    what += repeats_what(told.record->key->type, rdata_of(*told.record), told.record->ttl);
+    shortest = shortest == 0 ? told.record->ttl : std::min(shortest, told.record->ttl);
+  }
+  const std::optional<std::int64_t> said = repeats_said(lookup.server->gates[protocol].repeats, lookup.heard_as, what);
+  return said && shortest >= kLongLived ? *said + rest_of(shortest) : 0;
+}
+
+// Until when the lookup may rest; 0: it may not.
+std::int64_t rest_until(const Lookup& lookup) {
+  std::int64_t until = 0;
+  for (const AvahiProtocol protocol : {AVAHI_PROTO_INET, AVAHI_PROTO_INET6}) {
+    const bool has_told = std::ranges::any_of(lookup.told, [&](const ToldRecord& told) { return told.protocol == protocol; });
+    if (!has_told) {
+      continue;
+    }
+    const std::int64_t fresh = fresh_until(lookup, protocol);
+    if (fresh == 0) {
+      return 0;
+    }
+    until = until == 0 ? fresh : std::min(until, fresh);
+  }
+  return until > monotonic_now() ? until : 0;
+}
+
+void rest_if_possible(Lookup& lookup) {
+  if (lookup.kind == LookupKind::steady || lookup.browser == nullptr) {
+    return;
+  }
+  const std::int64_t until = rest_until(lookup);
+  if (until != 0) {
+    begin_rest(lookup, until);
+  }
+}
+
+// --- Avahi's side
+
+void record_seen(AvahiSRecordBrowser* browser, AvahiIfIndex, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record,
+                 AvahiLookupResultFlags flags, void* userdata) {
+  Lookup& lookup = *static_cast<Lookup*>(userdata);
+  if (lookup.operation == nullptr || lookup.browser != browser) {
+    return;
+  }
+  switch (event) {
+    case AVAHI_BROWSER_NEW:
+      tell_new(lookup, protocol, record);
+      if (lookup.kind == LookupKind::brief && (flags & AVAHI_LOOKUP_RESULT_CACHED) != 0) {
+        lookup.kind = LookupKind::lasting;
+        begin_rest(lookup, monotonic_now() + kBriefRest);
+      }
+      break;
+    case AVAHI_BROWSER_REMOVE:
+      tell_gone(lookup, protocol, record);
+      review_soon(lookup);
+      break;
+    case AVAHI_BROWSER_CACHE_EXHAUSTED:
+      take_back_unconfirmed(lookup);
+      rest_if_possible(lookup);
+      break;
+    case AVAHI_BROWSER_FAILURE:
+      lookup.callback(*lookup.operation, protocol, event, nullptr);
+      break;
+    case AVAHI_BROWSER_ALL_FOR_NOW:
+      break;
+  }
+}
+
+bool open_browser(Lookup& lookup) {
+  const Server& server = *lookup.server;
+  lookup.browser = avahi_s_record_browser_new(server.avahi, static_cast<AvahiIfIndex>(server.interface_index), AVAHI_PROTO_UNSPEC,
+                                              lookup.key, AVAHI_LOOKUP_USE_MULTICAST, record_seen, &lookup);
+  return lookup.browser != nullptr;
+}
+
+void wake(Lookup& lookup) {
+  leave_rest(lookup);
+  for (ToldRecord& told : lookup.told) {
+    told.is_confirmed = false;
+  }
+  if (!open_browser(lookup)) {
+    lookup.callback(*lookup.operation, AVAHI_PROTO_UNSPEC, AVAHI_BROWSER_FAILURE, nullptr);
+  }
+}
+
+void waking_fired(AvahiTimeout*, void* userdata) {
+  Lookups& lookups = *static_cast<Lookups*>(userdata);
+  const std::int64_t now = monotonic_now();
+  while (!lookups.resting.empty() && lookups.resting.begin()->first <= now) {
+    wake(*lookups.resting.begin()->second);
+  }
+  set_waking(lookups);
+}
+
+// Something was said of what the lookup has told.
+void heard(Lookup& lookup) {
+  if (lookup.browser != nullptr) {
+    review_soon(lookup);
+    return;
+  }
+  const std::int64_t until = rest_until(lookup);
+  if (until == 0) {
+    wake(lookup);
+    return;
+  }
+  leave_rest(lookup);
+  lookup.wakes_at = until;
+  lookups_of(lookup).resting.emplace(until, &lookup);
+}
+
+// --- The end
+
+void free_lookup(Lookup* lookup) {
+  if (lookup->browser != nullptr) {
+    avahi_s_record_browser_free(lookup->browser);
+  }
+  for (const ToldRecord& told : lookup->told) {
+    avahi_record_unref(told.record);
+  }
+  avahi_key_unref(lookup->key);
+  delete lookup;
+}
+
+void settle(Lookups& lookups) {
+  std::vector<Lookup*> reviewed;
+  reviewed.swap(lookups.reviewed);
+  for (Lookup* lookup : reviewed) {
+    lookup->is_reviewed = false;
+    if (lookup->operation != nullptr) {
+      rest_if_possible(*lookup);
+    }
+  }
+  for (Lookup* lookup : lookups.ended) {
+    free_lookup(lookup);
+  }
+  lookups.ended.clear();
+}
+
+void settling_fired(AvahiTimeout*, void* userdata) { settle(*static_cast<Lookups*>(userdata)); }
+
+void forget_key(Lookup& lookup) {
+  auto [first, last] = lookups_of(lookup).by_key.equal_range(lookup.heard_as);
+  const auto found = std::find_if(first, last, [&](const auto& entry) { return entry.second == &lookup; });
+  if (found != last) {
+    lookups_of(lookup).by_key.erase(found);
+  }
+}
+
+}  // namespace
+
+void lookups_open(Server& server) {
+  Lookups& lookups = server.lookups_there;
+  lookups.waking = poll_timer_new(gEngine->poll, waking_fired, &lookups);
+  lookups.settling = poll_timer_new(gEngine->poll, settling_fired, &lookups);
+}
+
+void lookups_close(Server& server) {
+  Lookups& lookups = server.lookups_there;
+  settle(lookups);
+  poll_timer_free(lookups.waking);
+  poll_timer_free(lookups.settling);
+  lookups.waking = nullptr;
+  lookups.settling = nullptr;
+}
+
+void lookups_heard(Server& server, std::span<const std::uint64_t> keys) {
+  const auto& by_key = server.lookups_there.by_key;
+  for (const std::uint64_t key : keys) {
+    const auto [first, last] = by_key.equal_range(key);
+    for (auto entry = first; entry != last; ++entry) {
+      heard(*entry->second);
+    }
+  }
+}
+
+void lookups_wake(Server& server) {
+  std::multimap<std::int64_t, Lookup*>& resting = server.lookups_there.resting;
+  while (!resting.empty()) {
+    wake(*resting.begin()->second);
+  }
+}
+
+Lookup* lookup_start(Operation& operation, const Name& name, std::uint16_t rrtype, LookupKind kind, LookupCallback callback) {
+  AvahiKey* key = avahi_key_new(name_to_avahi(name).c_str(), AVAHI_DNS_CLASS_IN, rrtype);
+  if (key == nullptr) {
+    return nullptr;
+  }
+  auto* lookup = new Lookup;
+  lookup->operation = &operation;
+  lookup->server = operation.server;
+  lookup->callback = callback;
+  lookup->kind = kind;
+  lookup->key = key;
+  if (!open_browser(*lookup)) {
+    free_lookup(lookup);
+    return nullptr;
+  }
+  if (kind != LookupKind::steady) {
+    lookup->heard_as = repeats_key(name, rrtype);
+    lookups_of(*lookup).by_key.emplace(lookup->heard_as, lookup);
+  }
+  return lookup;
+}
+
+void lookup_end(Lookup* lookup) {
+  if (lookup == nullptr) {
+    return;
+  }
+  lookup->operation = nullptr;
+  Lookups& lookups = lookups_of(*lookup);
+  if (lookup->browser == nullptr) {
+    leave_rest(*lookup);
+  }
+  if (lookup->kind != LookupKind::steady) {
+    forget_key(*lookup);
+  }
+  lookups.ended.push_back(lookup);
+  set_settling(lookups);
+}
+
+}  // namespace dnssd

@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: MIT
+#include "dnssd/repeats.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "dnssd/message_reader.h"
+
+namespace dnssd {
+namespace {
+
+// As long as gate.cpp lets a crowd wait: what devices answer meanwhile, they have mostly said before.
+constexpr std::int64_t kRemembered = 11'000'000;  // microseconds
+
+// Seconds: what lives so long has not begun to be asked for again (at four fifths of its life, RFC 6762 section 5.2) long after
+// it has ceased to be remembered here. Goodbyes are below it too.
+constexpr std::uint32_t kLongLived = 60;
+
+// Twice what two thousand services of six records say; a flood of invented ones is forgotten as soon as it has filled this.
+constexpr std::size_t kRecordsMax = 24'000;
+
+// RFC 1035 section 3.2.2, RFC 2782.
+constexpr std::uint16_t kTypeNs = 2, kTypeCname = 5, kTypePtr = 12, kTypeSrv = 33;
+constexpr std::size_t kSrvTargetAt = 6;
+
+// In the place of data: that there are records of that name and type which others may have as well.
+constexpr std::uint64_t kIsShared = 1;
+
+// What a response says: hashes of data by those of keys.
+struct Contents {
+  std::unordered_map<std::uint64_t, std::uint64_t> said;
+  std::vector<std::uint64_t> keys;
+  bool is_whole = false;      // it is a response, and well-formed to its end
+  bool is_long_lived = true;  // all of it is
+};
+
+std::uint64_t hash_of(std::string_view bytes) { return std::hash<std::string_view>{}(bytes); }
+
+void append_number(std::string& text, std::uint32_t number) {
+  for (int shift = 24; shift >= 0; shift -= 8) {
+    text += static_cast<char>(number >> shift & 0xFF);
+  }
+}
+
+// The name as DNS compares it: labels with the length before each, letters in lower case.
+void append_name(std::string& text, const Name& name) {
+  for (const std::string& label : name.labels) {
+    text += static_cast<char>(label.size());
+    text += fold_case(label);
+  }
+  text += '\0';
+}
+
+void append_bytes(std::string& text, std::span<const std::uint8_t> bytes) {
+  text.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+}
+
+// Where the name that data of this type ends with begins; `length` when there is none, or none that anybody looks for.
+std::size_t name_at(std::uint16_t type, std::size_t length) {
+  switch (type) {
+    case kTypeNs:
+    case kTypeCname:
+    case kTypePtr:
+      return 0;
+    case kTypeSrv:
+      return std::min(kSrvTargetAt, length);
+    default:
+      return length;
+  }
+}
+
+// The data at the reader's place, which moves behind it; names in it uncompressed, so that the same data is the same in every
+// message. False when it is malformed.
+bool append_data(std::string& text, MessageReader& reader, std::uint16_t type, std::size_t length) {
+  const std::size_t end = reader.at + length;
+  const std::size_t plain = name_at(type, length);
+  append_bytes(text, reader.message.subspan(reader.at, plain));
+  reader.at += plain;
+  if (plain < length) {
+    const std::optional<Name> target = read_name(reader);
+    if (!target) {
+      return false;
+    }
+    append_name(text, *target);
+  }
+  return reader.at == end;
+}
+
+std::uint64_t what_of(std::string& data, std::uint32_t ttl, std::uint16_t rrclass) {
+  append_number(data, ttl);
+  append_number(data, rrclass);
+  return hash_of(data);
+}
+
+std::string key_text(const Name& name, std::uint16_t rrtype) {
+  std::string text;
+  append_name(text, name);
+  append_number(text, rrtype);
+  return text;
+}
+
+// Reads one record. False when it is malformed.
+bool read_record(MessageReader& reader, Contents& contents) {
+  const std::optional<RecordHead> head = read_record_head(reader);
+  std::string data;
+  if (!head || !append_data(data, reader, head->rrtype, head->length)) {
+    return false;
+  }
+  std::string key = key_text(head->owner, head->rrtype);
+  contents.keys.push_back(hash_of(key));
+  if ((head->rrclass & kCacheFlushBit) == 0) {
+    contents.said[hash_of(key)] = kIsShared;
+    key += data;
+  }
+  contents.said[hash_of(key)] += what_of(data, head->ttl, head->rrclass);
+  contents.is_long_lived = contents.is_long_lived && head->ttl >= kLongLived;
+  return true;
+}
+
+Contents contents_of(std::span<const std::uint8_t> message) {
+  Contents contents;
+  if (message.size() < kMessageHeaderSize) {
+    return contents;
+  }
+  MessageReader reader{message, 2};
+  const std::uint16_t flags = *reader.number16();
+  const std::uint16_t questions = *reader.number16();
+  const std::uint16_t answers = *reader.number16();
+  const std::uint16_t authorities = *reader.number16();
+  const std::uint16_t additionals = *reader.number16();
+  if ((flags & kResponseBit) == 0 || questions != 0 || authorities != 0) {
+    return contents;
+  }
+  unsigned left = unsigned{answers} + additionals;
+  while (left > 0 && read_record(reader, contents)) {
+    --left;
+  }
+  contents.is_whole = left == 0 && !contents.said.empty();
+  return contents;
+}
+
+// Makes room: what is older than twice the time is gone, and a flood is too.
+void turn(Repeats& repeats, std::int64_t at) {
+  const std::int64_t passed = at - repeats.turned_at;
+  if (repeats.recent.size() > kRecordsMax || passed >= 2 * kRemembered) {
+    repeats_forget(repeats);
+  }
+  if (passed < kRemembered) {
+    return;
+  }
+  repeats.older.clear();
+  repeats.older.swap(repeats.recent);
+  repeats.turned_at = at;
+}
+
+// What was said last of a record; null: nothing that is remembered.
+const Repeats::Said* last_said(const Repeats& repeats, std::uint64_t key) {
+  for (const auto* table : {&repeats.recent, &repeats.older}) {
+    if (const auto found = table->find(key); found != table->end()) {
+      return &found->second;
+    }
+  }
+  return nullptr;
+}
+
+bool is_repeat(const Repeats& repeats, const Contents& contents, std::int64_t at) {
+  return contents.is_long_lived && std::ranges::all_of(contents.said, [&](const auto& said) {
+           const Repeats::Said* last = last_said(repeats, said.first);
+           return last != nullptr && last->what == said.second && at - last->at <= kRemembered;
+         });
+}
+
+}  // namespace
+
+Heard repeats_note(Repeats& repeats, std::span<const std::uint8_t> message, std::int64_t at) {
+  Contents contents = contents_of(message);
+  if (!contents.is_whole) {
+    repeats_forget(repeats);
+    return {false, std::move(contents.keys)};
+  }
+  turn(repeats, at);
+  // A repeat leaves the first one's time, so that it is passed on again in the end.
+  if (is_repeat(repeats, contents, at)) {
+    return {true, std::move(contents.keys)};
+  }
+  for (const auto& [key, what] : contents.said) {
+    repeats.recent[key] = {what, at};
+  }
+  return {false, std::move(contents.keys)};
+}
+
+std::uint64_t repeats_key(const Name& name, std::uint16_t rrtype) { return hash_of(key_text(name, rrtype)); }
+
+std::uint64_t repeats_what(std::uint16_t rrtype, std::string_view rdata, std::uint32_t ttl) {
+  constexpr std::uint16_t kClassIn = 1;
+  const std::size_t plain = name_at(rrtype, rdata.size());
+  std::string data(rdata.substr(0, plain));
+  data += fold_case(rdata.substr(plain));
+  return what_of(data, ttl, kClassIn | kCacheFlushBit);
+}
+
+std::optional<std::int64_t> repeats_said(const Repeats& repeats, std::uint64_t key, std::uint64_t what) {
+  const Repeats::Said* last = last_said(repeats, key);
+  return last != nullptr && last->what == what ? std::optional(last->at) : std::nullopt;
+}
+
+void repeats_forget(Repeats& repeats) {
+  repeats.recent.clear();
+  repeats.older.clear();
+}
+
+}  // namespace dnssd

@@ -1,0 +1,157 @@
+# SPDX-License-Identifier: MIT
+"""Who has heard it need not ask: lookups of unique records that rest while what they have told is what was said last.
+
+Here the library looks up on the near host, and a stranger on the far one announces.
+"""
+
+import contextlib
+import time
+
+import pytest
+
+import driver as d
+from air import dns
+
+HOST = dns.labels("host.local")
+INSTANCE = (b"Device", b"_ipp", b"_tcp", b"local")
+
+
+def address(last, ttl=120):
+    return dns.Record(HOST, dns.A, f"10.9.0.{last}", ttl, True)
+
+
+def text(data):
+    return dns.Record(INSTANCE, dns.TXT, data, 4500, True)
+
+
+def service(ttl=120):
+    return [dns.Record(dns.labels("_ipp._tcp.local"), dns.PTR, INSTANCE, 4500), dns.Record(INSTANCE, dns.SRV, (0, 0, 631, HOST), 120, True),
+            text(b"\x03a=b"), address(7, ttl)]
+
+
+@pytest.fixture(name="place")
+def make_place(link):
+    class Place:
+        air, near = link.air(), link.publisher()
+        index = link.near_index
+
+        def questions(self, name, kind, since=0.0):
+            """Packets of the near host that ask for it."""
+            return [packet for packet in self.air.sent_by(*self.air.near, since=since)
+                    if packet.message and not packet.message.is_response
+                    and any(question.kind == kind and dns.same_name(question.name, dns.labels(name))
+                            for question in packet.message.questions)]
+
+        def say_first(self, *records):
+            """As soon as the far host's addresses can be used."""
+            def is_said():
+                with contextlib.suppress(OSError):
+                    self.air.say(*records)
+                    return True
+                return False
+            d.wait_for(is_said, "the link")
+
+        def told(self, name):
+            return [bytes.fromhex(reply.fields[3])[-1] for reply in self.near.of(name)]
+
+        def is_told(self, name, *lasts):
+            d.wait_for(lambda: self.told(name) == list(lasts), f"{lasts} told")
+
+        def pass_seconds(self, seconds):
+            end = time.monotonic() + seconds
+            d.wait_for(lambda: time.monotonic() > end, "the time", seconds + 5)
+
+    return Place()
+
+
+def browse_and_wait(place, ttl=120):
+    """The browse runs, and the service has been announced and found."""
+    place.near.browse("br", place.index, "_ipp._tcp")
+    d.wait_for(lambda: len(place.questions("_ipp._tcp.local", dns.PTR)) >= 2, "the browse's question over both protocols")
+    place.say_first(*service(ttl))
+    place.near.wait("br")
+
+
+def test_what_was_announced_is_not_asked_for(place):
+    browse_and_wait(place)
+    place.near.query("q", place.index, "host.local.", d.A)
+    place.near.resolve("rs", place.index, "Device", "_ipp._tcp")
+    place.is_told("q", 7)
+    place.near.wait("rs")
+    place.pass_seconds(4)
+    assert not place.questions(HOST, dns.A)
+    assert not place.questions(INSTANCE, dns.SRV) and not place.questions(INSTANCE, dns.TXT)
+    assert len(place.near.of("rs")) == 1 and place.told("q") == [7]
+
+
+def test_what_was_not_announced_is_asked_for(place):
+    place.near.query("q", place.index, "host.local.", d.A)
+    d.wait_for(lambda: len(place.questions(HOST, dns.A)) >= 4, "two questions over both protocols")
+    place.air.say(address(7))
+    place.is_told("q", 7)
+
+
+def test_a_change_is_told_at_once_and_each_way(place):
+    browse_and_wait(place)
+    place.near.query("q", place.index, "host.local.", d.A)
+    place.is_told("q", 7)
+    for told in ([7, 8], [7, 8, 7], [7, 8, 7, 9]):
+        place.pass_seconds(2.5)  # until the address before is gone (RFC 6762 section 10.2)
+        place.air.say(address(told[-1]))
+        place.is_told("q", *told)
+
+
+def test_the_loss_of_the_newer_of_two_addresses_is_followed_by_the_other(place):
+    browse_and_wait(place)
+    place.near.query("q", place.index, "host.local.", d.A)
+    place.is_told("q", 7)
+    place.pass_seconds(2.5)
+    place.air.say(address(7), address(8))
+    place.is_told("q", 7, 8)
+    place.pass_seconds(2.5)
+    place.air.say(address(7))
+    place.is_told("q", 7, 8, 7)
+
+
+def test_a_resolve_that_goes_on_hears_of_a_change(place):
+    browse_and_wait(place)
+    place.near.resolve("rs", place.index, "Device", "_ipp._tcp")
+    place.near.wait("rs")
+    place.pass_seconds(2.5)
+    place.air.say(text(b"\x03a=c"))
+    place.near.wait("rs", 2)
+    assert [bytes.fromhex(reply.fields[3]) for reply in place.near.of("rs")] == [b"\x03a=b", b"\x03a=c"]
+
+
+def test_a_goodbye_ends_the_rest(place):
+    browse_and_wait(place)
+    place.near.query("q", place.index, "host.local.", d.A)
+    place.is_told("q", 7)
+    since = time.monotonic()
+    place.air.say(address(7, ttl=0))
+    d.wait_for(lambda: place.questions(HOST, dns.A, since), "a question after the goodbye")
+
+
+def test_a_short_lived_address_is_asked_for_as_ever(place):
+    browse_and_wait(place, ttl=10)
+    place.near.query("q", place.index, "host.local.", d.A)
+    place.is_told("q", 7)
+    d.wait_for(lambda: place.questions(HOST, dns.A), "a question")
+
+
+def test_an_address_is_asked_for_before_its_lifetime_is_over(place):
+    browse_and_wait(place, ttl=60)
+    place.near.query("q", place.index, "host.local.", d.A)
+    place.is_told("q", 7)
+    began = time.monotonic()
+    d.wait_for(lambda: place.questions(HOST, dns.A), "a question", 55)
+    assert 35 < time.monotonic() - began < 50
+
+
+def test_where_something_is_published_lookups_do_not_rest(place):
+    browse_and_wait(place)
+    place.near.query("q", place.index, "host.local.", d.A)
+    place.is_told("q", 7)
+    since = time.monotonic()
+    place.near.record("r", place.index, "mine.local.", d.A, bytes([10, 9, 0, 1]))
+    d.wait_for(lambda: place.questions(HOST, dns.A, since), "a question")
