@@ -34,13 +34,20 @@ constexpr std::int64_t kPatience = 11'000'000;  // microseconds
 // The shortest wait: what becomes due within it is taken in together.
 constexpr std::int64_t kGather = 50'000;  // microseconds
 
-// Packets that are taken in in one go, when they are there.
+// Packets that are taken in in one go, when they are there, and the time after which no further one is: the largest ones cost
+// some milliseconds each.
 constexpr int kTakenPerPass = 16;
+constexpr std::int64_t kTimePerPass = 5'000;  // microseconds
+
+// What a socket must have room for, as the kernel counts it, before anything waits there: two thousand services' packets. With
+// the kernel's default, waiting would mean losing.
+constexpr int kRoomToWait = 4 * 1024 * 1024;  // bytes
 
 // Packets that are thrown away in one go, so that a flood is kept up with.
 constexpr int kThrownAwayPerPass = 128;
 
 constexpr std::uint16_t kPort = 5353;
+constexpr std::uint8_t kIpv6GroupPrefix = 0xFF;  // RFC 4291 section 2.7
 
 constexpr std::size_t kRecordBytesMin = 11;  // section 4.1.3: a root name, type, class, TTL, length
 
@@ -49,6 +56,7 @@ using Buffer = std::array<std::uint8_t, kMessageMax>;
 struct Datagram {
   std::span<const std::uint8_t> bytes;  // cut when it is too long to be a message
   std::int64_t at = 0;                  // when it arrived: monotonic, microseconds
+  bool is_to_group = true;              // not to this machine alone
   bool may_be_response = false;         // comes from the port of multicast DNS; from another one Avahi believes nothing
 };
 
@@ -68,6 +76,23 @@ std::int64_t arrival_of(msghdr& header) {
     return monotonic_now() - std::max<std::int64_t>(age, 0);
   }
   return monotonic_now();
+}
+
+// False only when the kernel tells that the datagram was sent to an address of this machine; Avahi has asked it to tell.
+bool is_to_group(msghdr& header) {
+  for (cmsghdr* part = CMSG_FIRSTHDR(&header); part != nullptr; part = CMSG_NXTHDR(&header, part)) {
+    if (part->cmsg_level == IPPROTO_IP && part->cmsg_type == IP_PKTINFO) {
+      in_pktinfo info{};
+      std::memcpy(&info, CMSG_DATA(part), sizeof info);
+      return IN_MULTICAST(ntohl(info.ipi_addr.s_addr));
+    }
+    if (part->cmsg_level == IPPROTO_IPV6 && part->cmsg_type == IPV6_PKTINFO) {
+      in6_pktinfo info{};
+      std::memcpy(&info, CMSG_DATA(part), sizeof info);
+      return info.ipi6_addr.s6_addr[0] == kIpv6GroupPrefix;
+    }
+  }
+  return true;
 }
 
 bool is_multicast_dns(const sockaddr_storage& sender) {
@@ -93,7 +118,8 @@ std::optional<Datagram> look_at_next(int fd, Buffer& buffer) {
   if (size < 0) {
     return std::nullopt;
   }
-  return Datagram{{buffer.data(), static_cast<std::size_t>(size)}, arrival_of(header), is_multicast_dns(sender)};
+  return Datagram{
+      {buffer.data(), static_cast<std::size_t>(size)}, arrival_of(header), is_to_group(header), is_multicast_dns(sender)};
 }
 
 // The records in a datagram: as many as it claims, if they could fit. 1 for what is no message.
@@ -151,7 +177,7 @@ void wait(Gate& gate, AvahiWatch* watch) {
 }
 
 bool has_to_wait(const Gate& gate, const Datagram& next) {
-  return gate.at_leisure && gate.pace.left <= 0 && monotonic_now() - next.at < kPatience;
+  return gate.at_leisure && gate.has_room && gate.pace.left <= 0 && monotonic_now() - next.at < kPatience;
 }
 
 // Passes the next datagram on to Avahi, or by it. False when there is none that may be taken now.
@@ -168,7 +194,14 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
   Heard heard;
   if (gate.at_leisure && next->may_be_response) {
     heard = repeats_note(gate.repeats, next->bytes, next->at);
+    if (!next->is_to_group) {
+      // Avahi refuses it if it comes from elsewhere than the link: it counts as said by nobody.
+      repeats_forget(gate.repeats);
+      heard.is_repeat = false;
+    }
   }
+  const double records = records_in(next->bytes);
+  gate.allowance.left -= records;
   if (heard.is_repeat) {
     throw_away(fd, 1);
     return true;
@@ -176,12 +209,10 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
   if (!is_response(next->bytes)) {
     gate.asked_at = monotonic_now();
   }
-  const double records = records_in(next->bytes);
-  gate.allowance.left -= records;
   gate.pace.left -= records;
   gate.callback(watch, fd, AVAHI_WATCH_IN, gate.userdata);
   if (gate.server != nullptr) {
-    lookups_heard(*gate.server, heard.keys);
+    lookups_heard(*gate.server, gate.repeats, heard.keys);
   }
   return true;
 }
@@ -191,6 +222,10 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
 void gate_open(Gate& gate, Server* server, int fd, AvahiWatchCallback callback, void* userdata) {
   const int yes = 1;
   setsockopt(fd, SOL_SOCKET, SO_TIMESTAMP, &yes, sizeof yes);
+  int room = 0;
+  socklen_t size = sizeof room;
+  getsockopt(fd, SOL_SOCKET, SO_RCVBUF, &room, &size);
+  gate.has_room = room >= kRoomToWait;
   gate.server = server;
   gate.callback = callback;
   gate.userdata = userdata;
@@ -224,9 +259,13 @@ void gate_pass(AvahiWatch* watch, int fd, AvahiWatchEvent events, void* userdata
   if (gate.allowance.left <= 0) {
     throw_away(fd, kThrownAwayPerPass);
     repeats_forget(gate.repeats);
+    if (gate.server != nullptr) {
+      lookups_wake(*gate.server);
+    }
     return;
   }
-  for (int i = 0; i < kTakenPerPass && gate.allowance.left > 0 && take(gate, watch, fd); ++i) {
+  const std::int64_t end = monotonic_now() + kTimePerPass;
+  for (int i = 0; i < kTakenPerPass && gate.allowance.left > 0 && take(gate, watch, fd) && monotonic_now() < end; ++i) {
   }
 }
 

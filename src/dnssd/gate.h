@@ -3,7 +3,7 @@
 // over all those of the last half second; a flood on one interface would leave no time for the others.
 //
 //   - Each socket has an allowance of records: beyond it, packets are read and thrown away before Avahi sees them. What is
-//     lost so is asked for again, by the rules for packets that the network loses.
+//     lost so is asked for again, by the rules for packets that the network loses. Repeats count too: they have to be read.
 //   - Where nothing is published, nobody waits for an answer, and what is heard need not be taken in at once: after the first
 //     hundreds of services the rest waits in the socket and follows at a steady rate, so that those walks are short. What only
 //     repeats what was just heard goes no further (repeats.h).
@@ -25,6 +25,7 @@ struct Gate {
   AvahiWatch* watch = nullptr;            // the socket's, known while it is not listened to
   AvahiTimeout* timer = nullptr;          // runs while it is not
   bool at_leisure = true;                 // nothing is published
+  bool has_room = false;                  // much may wait in the socket
   Allowance allowance;                    // records that may be taken in at all
   Allowance pace;                         // records that may be taken in now; used at leisure
   Repeats repeats;                        // at leisure

@@ -7,6 +7,7 @@
 
 #include "dnssd/operations.h"
 #include "dnssd/repeats.h"
+#include "dnssd/rests.h"
 #include "dnssd/server.h"
 
 namespace dnssd {
@@ -17,16 +18,6 @@ constexpr std::int64_t kSettledAfter = 50'000;  // microseconds
 
 // What a brief lookup rests: longer than anybody needs who only wants the answer.
 constexpr std::int64_t kBriefRest = 1'000'000;  // microseconds
-
-// Seconds: shorter lifetimes are not worth a rest.
-constexpr std::uint32_t kLongLived = 60;
-
-// A rest ends somewhere between these parts of the lifetime, so that what was announced together is not asked for together, and
-// before Avahi would ask again (RFC 6762 section 5.2: at four fifths).
-constexpr std::int64_t kRestPercentMin = 65;
-constexpr std::int64_t kRestPercentMax = 78;
-
-constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
 
 Lookups& lookups_of(const Lookup& lookup) { return lookup.server->lookups_there; }
 
@@ -59,14 +50,18 @@ void leave_rest(Lookup& lookup) {
   }
 }
 
-void begin_rest(Lookup& lookup, std::int64_t until) {
-  avahi_s_record_browser_free(lookup.browser);
-  lookup.browser = nullptr;
+void rest(Lookup& lookup, std::int64_t until) {
   lookup.wakes_at = until;
   const auto place = lookups_of(lookup).resting.emplace(until, &lookup);
   if (place == lookups_of(lookup).resting.begin()) {
     set_waking(lookups_of(lookup));
   }
+}
+
+void begin_rest(Lookup& lookup, std::int64_t until) {
+  avahi_s_record_browser_free(lookup.browser);
+  lookup.browser = nullptr;
+  rest(lookup, until);
 }
 
 // --- What has been told
@@ -121,43 +116,6 @@ void take_back_unconfirmed(Lookup& lookup) {
 }
 
 // --- Rest
-
-std::int64_t rest_of(std::uint32_t ttl) {
-  const std::int64_t percent = kRestPercentMin + std::rand() % (kRestPercentMax - kRestPercentMin + 1);
-  return ttl * kMicrosecondsPerSecond / 100 * percent;
-}
-
-// Until when there is nothing to ask, if over this protocol exactly what has been told was said last; 0 if not.
-std::int64_t fresh_until(const Lookup& lookup, AvahiProtocol protocol) {
-  std::uint64_t what = 0;
-  std::uint32_t shortest = 0;
-  for (const ToldRecord& told : lookup.told) {
-    if (told.protocol != protocol) {
-      continue;
-    }
-    what += repeats_what(told.record->key->type, rdata_of(*told.record), told.record->ttl);
-    shortest = shortest == 0 ? told.record->ttl : std::min(shortest, told.record->ttl);
-  }
-  const std::optional<std::int64_t> said = repeats_said(lookup.server->gates[protocol].repeats, lookup.heard_as, what);
-  return said && shortest >= kLongLived ? *said + rest_of(shortest) : 0;
-}
-
-// Until when the lookup may rest; 0: it may not.
-std::int64_t rest_until(const Lookup& lookup) {
-  std::int64_t until = 0;
-  for (const AvahiProtocol protocol : {AVAHI_PROTO_INET, AVAHI_PROTO_INET6}) {
-    const bool has_told = std::ranges::any_of(lookup.told, [&](const ToldRecord& told) { return told.protocol == protocol; });
-    if (!has_told) {
-      continue;
-    }
-    const std::int64_t fresh = fresh_until(lookup, protocol);
-    if (fresh == 0) {
-      return 0;
-    }
-    until = until == 0 ? fresh : std::min(until, fresh);
-  }
-  return until > monotonic_now() ? until : 0;
-}
 
 void rest_if_possible(Lookup& lookup) {
   if (lookup.kind == LookupKind::steady || lookup.browser == nullptr) {
@@ -227,20 +185,19 @@ void waking_fired(AvahiTimeout*, void* userdata) {
   set_waking(lookups);
 }
 
-// Something was said of what the lookup has told.
-void heard(Lookup& lookup) {
+// Something was said of what the lookup has told; `repeats` is of the socket that heard it.
+void heard(Lookup& lookup, const Repeats& repeats) {
   if (lookup.browser != nullptr) {
     review_soon(lookup);
     return;
   }
-  const std::int64_t until = rest_until(lookup);
+  const std::int64_t until = repeats_knows(repeats, lookup.heard_as) ? rest_until(lookup) : 0;
   if (until == 0) {
     wake(lookup);
     return;
   }
   leave_rest(lookup);
-  lookup.wakes_at = until;
-  lookups_of(lookup).resting.emplace(until, &lookup);
+  rest(lookup, until);
 }
 
 // --- The end
@@ -298,12 +255,12 @@ void lookups_close(Server& server) {
   lookups.settling = nullptr;
 }
 
-void lookups_heard(Server& server, std::span<const std::uint64_t> keys) {
+void lookups_heard(Server& server, const Repeats& repeats, std::span<const std::uint64_t> keys) {
   const auto& by_key = server.lookups_there.by_key;
   for (const std::uint64_t key : keys) {
     const auto [first, last] = by_key.equal_range(key);
     for (auto entry = first; entry != last; ++entry) {
-      heard(*entry->second);
+      heard(*entry->second, repeats);
     }
   }
 }

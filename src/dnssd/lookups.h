@@ -19,6 +19,7 @@
 #include <span>
 
 #include "dnssd/dnssd.h"
+#include "dnssd/repeats.h"
 
 namespace dnssd {
 
@@ -67,8 +68,8 @@ void lookups_open(Server& server);
 // Frees what has ended on the server, which is about to be closed.
 void lookups_close(Server& server);
 
-// Something was said of these keys, and Avahi has taken it in.
-void lookups_heard(Server& server, std::span<const std::uint64_t> keys);
+// Something was said of these keys, and Avahi has taken it in; `repeats` is of the socket that heard it.
+void lookups_heard(Server& server, const Repeats& repeats, std::span<const std::uint64_t> keys);
 
 // Wakes all of them: what is said on the server's link may have been missed.
 void lookups_wake(Server& server);

@@ -114,7 +114,7 @@ bool read_record(MessageReader& reader, Contents& contents) {
   std::string key = key_text(head->owner, head->rrtype);
   contents.keys.push_back(hash_of(key));
   if ((head->rrclass & kCacheFlushBit) == 0) {
-    contents.said[hash_of(key)] = kIsShared;
+    contents.said.try_emplace(hash_of(key), kIsShared);  // nothing else, unless a unique one of the key stands beside it
     key += data;
   }
   contents.said[hash_of(key)] += what_of(data, head->ttl, head->rrclass);
@@ -133,14 +133,18 @@ Contents contents_of(std::span<const std::uint8_t> message) {
   const std::uint16_t answers = *reader.number16();
   const std::uint16_t authorities = *reader.number16();
   const std::uint16_t additionals = *reader.number16();
-  if ((flags & kResponseBit) == 0 || questions != 0 || authorities != 0) {
+  // What Avahi refuses has not been said.
+  const bool is_response = (flags & kResponseBit) != 0 && (flags & kOpcodeAndRcodeBits) == 0;
+  if (!is_response || questions != 0 || answers == 0 || authorities != 0) {
     return contents;
   }
   unsigned left = unsigned{answers} + additionals;
   while (left > 0 && read_record(reader, contents)) {
     --left;
   }
-  contents.is_whole = left == 0 && !contents.said.empty();
+  contents.is_whole = left == 0;
+  std::ranges::sort(contents.keys);
+  contents.keys.erase(std::unique(contents.keys.begin(), contents.keys.end()), contents.keys.end());
   return contents;
 }
 
@@ -208,6 +212,8 @@ std::optional<std::int64_t> repeats_said(const Repeats& repeats, std::uint64_t k
   const Repeats::Said* last = last_said(repeats, key);
   return last != nullptr && last->what == what ? std::optional(last->at) : std::nullopt;
 }
+
+bool repeats_knows(const Repeats& repeats, std::uint64_t key) { return last_said(repeats, key) != nullptr; }
 
 void repeats_forget(Repeats& repeats) {
   repeats.recent.clear();

@@ -39,12 +39,15 @@ struct Repeats {
 
 struct Heard {
   bool is_repeat = false;
-  std::vector<std::uint64_t> keys;  // of the names and types of all records in it, or of those before it is malformed
+  std::vector<std::uint64_t> keys;  // of the names and types of all records in it, or of those before it is malformed; each once
 };
 
-// Notes a datagram that arrived at `at` (monotonic, microseconds). Anything that is no well-formed response is no repeat, and
-// makes everything noted so far forgotten.
+// Notes a datagram that arrived at `at` (monotonic, microseconds). Anything that is no well-formed response, or one that Avahi
+// refuses, is no repeat, and makes everything noted so far forgotten.
 Heard repeats_note(Repeats& repeats, std::span<const std::uint8_t> message, std::int64_t at);
+
+// Whether anything is remembered to have been said of the key.
+bool repeats_knows(const Repeats& repeats, std::uint64_t key);
 
 void repeats_forget(Repeats& repeats);
 

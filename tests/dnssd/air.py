@@ -54,11 +54,14 @@ class Air(Ear):
         self.near = [address.split("/")[0] for kind, address in zip(addresses, addresses[1:]) if kind in ("inet", "inet6")]
         self._sockets = open_on(side)
 
-    def say(self, *answers):
-        """A response with these records, over both protocols."""
-        message = dns.encode(dns.Message(flags=dns.RESPONSE, answers=list(answers)))
+    def say(self, *answers, over="both"):
+        """A response with these records, over both protocols or one of "IPv4" and "IPv6"."""
+        self.send(dns.encode(dns.Message(flags=dns.RESPONSE, answers=list(answers))), over)
+
+    def send(self, message, over="both"):
         for opened, group in self._sockets:
-            opened.sendto(message, group)
+            if over in ("both", "IPv6" if ":" in group[0] else "IPv4"):
+                opened.sendto(message, group)
 
     def ask(self, name, kind):
         message = dns.encode(dns.Message(questions=[dns.Question(dns.labels(name), kind)]))

@@ -17,18 +17,24 @@ namespace {
 
 constexpr int kPatience = 20'000;  // milliseconds
 
-// A response of one record that is like no other.
-std::string response(unsigned number) {
+// RFC 6762 section 11; on a loopback address that nobody else uses.
+constexpr std::uint16_t kMulticastDnsPort = 5353;
+constexpr std::uint32_t kSenderAddress = INADDR_LOOPBACK + 0x0509;
+
+std::string record(unsigned number) {
   const std::string name = std::string("\5") + std::to_string(10'000 + number) + std::string("\5local\0", 7);
-  return std::string("\0\0\x84\0\0\0\0\1\0\0\0\0", 12) + name + std::string("\0\1\x80\1\0\0\0\x78\0\4\x0a\0\0\1", 14);
+  return name + std::string("\0\1\x80\1\0\0\0\x78\0\4\x0a\0\0\1", 14);
 }
+
+// A response of one record that is like no other.
+std::string response(unsigned number) { return std::string("\0\0\x84\0\0\0\0\1\0\0\0\0", 12) + record(number); }
 
 class LeisurelyGate : public testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(engine_open(), kDNSServiceErr_NoError);
-    socket_ = ASocket(0);
-    sender_ = ASocket(0);
+    socket_ = ASocket(INADDR_LOOPBACK, 0);
+    sender_ = ASocket(INADDR_LOOPBACK, 0);
     const int size = 4 * 1024 * 1024;
     setsockopt(socket_, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size);
     gate_open(gate_, nullptr, socket_, &LeisurelyGate::Taken, this);
@@ -70,16 +76,15 @@ class LeisurelyGate : public testing::Test {
     }
   }
 
-  Gate gate_;
-  unsigned taken_ = 0;
-
- private:
-  static int ASocket(std::uint16_t port) {
+  static int ASocket(std::uint32_t host, std::uint16_t port) {
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const int yes = 1;
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    setsockopt(fd, SOL_SOCKET, SO_REUSEPORT, &yes, sizeof yes);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_addr.s_addr = htonl(host);
     EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     return fd;
   }
@@ -91,6 +96,8 @@ class LeisurelyGate : public testing::Test {
     ++static_cast<LeisurelyGate*>(userdata)->taken_;
   }
 
+  Gate gate_;
+  unsigned taken_ = 0;
   int socket_ = -1;
   int sender_ = -1;
   AvahiWatch* watch_ = nullptr;
@@ -136,6 +143,46 @@ TEST_F(LeisurelyGate, AFloodIsThrownAway) {
   }
   EXPECT_GE(taken_, 10'000U);
   EXPECT_LT(taken_, 80'000U);
+}
+
+TEST_F(LeisurelyGate, RepeatsAreNotTakenInButCostTheirAllowance) {
+  close(sender_);
+  sender_ = ASocket(kSenderAddress, kMulticastDnsPort);
+  std::string full("\0\0\x84\0\0\0\1\x2c\0\0\0\0", 12);
+  for (unsigned number = 0; number < 300; ++number) {
+    full += record(number);
+  }
+  Send(full);
+  RunWhatIsReady();
+  const double left = gate_.allowance.left;
+  Send(full);
+  RunWhatIsReady();
+  EXPECT_EQ(taken_, 1U);
+  EXPECT_LT(gate_.allowance.left, left - 200);
+}
+
+TEST_F(LeisurelyGate, WhatIsSentToThisMachineAloneMakesNoRepeats) {
+  close(sender_);
+  sender_ = ASocket(kSenderAddress, kMulticastDnsPort);
+  const int yes = 1;
+  setsockopt(socket_, IPPROTO_IP, IP_PKTINFO, &yes, sizeof yes);
+  Send(response(1));
+  Send(response(1));
+  RunWhatIsReady();
+  EXPECT_EQ(taken_, 2U);
+}
+
+TEST_F(LeisurelyGate, NothingWaitsInASocketThatHasNoRoomForIt) {
+  const int size = 64 * 1024;
+  setsockopt(socket_, SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
+  gate_open(gate_, nullptr, socket_, &LeisurelyGate::Taken, this);
+  for (unsigned number = 0; number < 3000; ++number) {
+    Send(response(number));
+    if (number % 20 == 19) {
+      RunWhatIsReady();
+    }
+  }
+  EXPECT_EQ(taken_, 3000U);
 }
 
 TEST_F(LeisurelyGate, WhatComesFromAnotherPortMakesNoRepeats) {

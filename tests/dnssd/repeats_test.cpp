@@ -187,6 +187,27 @@ TEST_F(RepeatsTest, KeysOfTheRecordsBeforeADamagedOneAreTold) {
   EXPECT_FALSE(IsRepeat(whole, 12 * kSecond)) << "everything was forgotten";
 }
 
+TEST_F(RepeatsTest, WhatAvahiRefusesHasNotBeenSaid) {
+  const std::string records = pointer_to('a') + address(1);
+  const std::string as_additionals =
+      number16(0) + number16(0x8400) + number16(0) + number16(0) + number16(0) + number16(2) + records;
+  for (const std::string& refused : {message(0x8403, 0, 2, records), message(0x8C00, 0, 2, records), as_additionals}) {
+    EXPECT_FALSE(IsRepeat(refused, 10 * kSecond));
+    EXPECT_FALSE(IsRepeat(response(records, 2), 10 * kSecond));
+  }
+}
+
+TEST_F(RepeatsTest, AUniqueRecordBesideASharedOneCounts) {
+  EXPECT_FALSE(IsRepeat(response(address(1) + address(9, 1), 2), 10 * kSecond));
+  EXPECT_FALSE(IsRepeat(response(address(2) + address(9, 1), 2), 10 * kSecond));
+  EXPECT_FALSE(IsRepeat(response(address(9, 1) + address(1), 2), 10 * kSecond));
+  EXPECT_FALSE(IsRepeat(response(address(9, 1) + address(2), 2), 10 * kSecond));
+}
+
+TEST_F(RepeatsTest, EachKeyIsToldOnce) {
+  EXPECT_EQ(Hear(response(address(1) + pointer_to('a') + address(2) + pointer_to('b'), 4), 10 * kSecond).keys.size(), 2U);
+}
+
 TEST_F(RepeatsTest, TellsWhetherExactlyThisWasSaidLast) {
   const std::uint64_t key = repeats_key(Name{{"HOST", "local"}}, 1);
   const std::uint64_t first = repeats_what(1, std::string("\x0a\0\0\1", 4), 120);
