@@ -8,6 +8,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+#include <set>
+
 #include "dnssd/publications.h"
 #include "dnssd/server.h"
 
@@ -17,6 +21,8 @@ namespace {
 // Bits of Server::link: the link is up, with an address of that protocol.
 constexpr unsigned kIpv4 = 1;
 constexpr unsigned kIpv6 = 2;
+
+constexpr unsigned kLive = IFF_UP | IFF_RUNNING;
 
 int gDescriptor = -1;
 
@@ -30,7 +36,6 @@ struct AddressList {
 };
 
 unsigned link_of(const Server& server, const ifaddrs* first) {
-  constexpr unsigned kLive = IFF_UP | IFF_RUNNING;
   unsigned link = 0;
   for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
     const bool is_live = (entry->ifa_flags & kLive) == kLive;
@@ -62,33 +67,66 @@ void begin_again(const Server& server) {
   }
 }
 
-void review(Server& server, const ifaddrs* first) {
+void review(Server& server, const ifaddrs* first, bool was_away) {
   const unsigned before = server.link;
   server.link = link_of(server, first);
-  // Avahi forgets what it heard on a link that goes, and takes in what it did not when an address comes.
-  for (Gate& gate : server.gates) {
-    repeats_forget(gate.repeats);
+  // Avahi forgets what it heard on a link that goes, and takes in what it did not when an address comes. Other news, such as the
+  // lifetimes of addresses that each router advertisement renews, are none to it.
+  if (was_away || server.link != before) {
+    for (Gate& gate : server.gates) {
+      repeats_forget(gate.repeats);
+    }
+    lookups_wake(server);
   }
-  lookups_wake(server);
   if (server.link & ~before) {
     begin_again(server);
   }
 }
 
-void drain(int fd) {
-  char buffer[8192];
-  while (recv(fd, buffer, sizeof buffer, MSG_DONTWAIT) > 0) {
+// What the kernel's messages say. A link may be away and back again before they are read.
+struct News {
+  std::set<std::uint32_t> away;  // interfaces that were not up, or lost an address
+  bool is_incomplete = false;    // there were more than the socket could hold
+};
+
+void note_message(News& news, const nlmsghdr& message) {
+  const bool is_link = message.nlmsg_type == RTM_NEWLINK || message.nlmsg_type == RTM_DELLINK;
+  if (is_link && message.nlmsg_len >= NLMSG_LENGTH(sizeof(ifinfomsg))) {
+    const auto& link = *static_cast<const ifinfomsg*>(NLMSG_DATA(&message));
+    if (message.nlmsg_type == RTM_DELLINK || (link.ifi_flags & kLive) != kLive) {
+      news.away.insert(static_cast<std::uint32_t>(link.ifi_index));
+    }
+  }
+  if (message.nlmsg_type == RTM_DELADDR && message.nlmsg_len >= NLMSG_LENGTH(sizeof(ifaddrmsg))) {
+    news.away.insert(static_cast<const ifaddrmsg*>(NLMSG_DATA(&message))->ifa_index);
+  }
+}
+
+News read_news(int fd) {
+  News news;
+  alignas(nlmsghdr) char buffer[16384];
+  for (;;) {
+    const ssize_t size = recv(fd, buffer, sizeof buffer, MSG_DONTWAIT | MSG_TRUNC);
+    if (size <= 0) {
+      news.is_incomplete = news.is_incomplete || (size < 0 && errno == ENOBUFS);
+      return news;
+    }
+    news.is_incomplete = news.is_incomplete || size > static_cast<ssize_t>(sizeof buffer);
+    auto left = static_cast<unsigned>(std::min<ssize_t>(size, sizeof buffer));
+    for (const auto* at = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(at, left); at = NLMSG_NEXT(at, left)) {
+      note_message(news, *at);
+    }
   }
 }
 
 void something_changed(AvahiWatch*, int fd, AvahiWatchEvent, void*) {
-  drain(fd);
+  const News news = read_news(fd);
   AddressList addresses;
   if (getifaddrs(&addresses.first) != 0) {
     return;
   }
   for (const auto& [index, server] : gEngine->servers) {
-    review(*server, addresses.first);
+    review(*server, addresses.first, news.is_incomplete || news.away.contains(index));
   }
 }
 

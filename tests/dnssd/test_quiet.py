@@ -155,3 +155,36 @@ def test_where_something_is_published_lookups_do_not_rest(place):
     since = time.monotonic()
     place.near.record("r", place.index, "mine.local.", d.A, bytes([10, 9, 0, 1]))
     d.wait_for(lambda: place.questions(HOST, dns.A, since), "a question")
+
+
+def test_what_is_said_over_the_other_protocol_is_not_missed(place):
+    place.near.query("q", place.index, "host.local.", d.A)
+    d.wait_for(lambda: len(place.questions(HOST, dns.A)) >= 2, "the question over both protocols")
+    d.wait_for(lambda: not place.air.say(address(7), over="IPv4") and place.told("q"), "the address told")
+    place.pass_seconds(2.5)
+    place.air.say(address(8), over="IPv6")
+    place.is_told("q", 7, 8)
+
+
+def test_what_happens_to_other_interfaces_disturbs_no_rest(place, link):
+    browse_and_wait(place)
+    place.near.query("q", place.index, "host.local.", d.A)
+    place.is_told("q", 7)
+    place.pass_seconds(1)
+    since = time.monotonic()
+    link.near.sh("ip", "link", "add", "other0", "type", "veth", "peer", "name", "other1")
+    link.near.sh("ip", "link", "set", "other0", "up")
+    link.near.sh("ip", "link", "del", "other0")
+    link.near.sh("ip", "addr", "change", "fd09::1/64", "dev", "eth0", "valid_lft", "5000", "preferred_lft", "4000")
+    place.pass_seconds(3)
+    assert not place.questions(HOST, dns.A, since)
+
+
+def test_what_a_flood_may_have_hidden_is_asked_for(place):
+    browse_and_wait(place)
+    place.near.query("q", place.index, "host.local.", d.A)
+    place.is_told("q", 7)
+    since = time.monotonic()
+    for _ in range(100):  # each claims 800 records, of which none is one
+        place.air.send(b"\0\0\x84\0\0\0\x03\x20\0\0\0\0" + b"\xff" * 8900, over="IPv4")
+    d.wait_for(lambda: place.questions(HOST, dns.A, since), "a question after the flood", 30)
