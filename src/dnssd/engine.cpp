@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <ctime>
 
 #include "dnssd/links.h"
 #include "dnssd/operations.h"
@@ -52,12 +53,16 @@ void settle_publications() {
 }
 
 // Avahi takes its random delays from rand(), and a process that never seeds it has the same ones as every other: two gateways that
-// are switched on together would probe, and collide, together.
+// are switched on together would probe, and collide, together. Soon after that the kernel may have no randomness yet: then the
+// nanoseconds of the clock serve.
 void seed_jitter() {
   unsigned seed = 0;
-  if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) == sizeof seed) {
-    std::srand(seed);
+  if (getrandom(&seed, sizeof seed, GRND_NONBLOCK) != sizeof seed) {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    seed = static_cast<unsigned>(now.tv_nsec) ^ static_cast<unsigned>(now.tv_sec) << 20 ^ static_cast<unsigned>(getpid());
   }
+  std::srand(seed);
 }
 
 void send_noted_goodbyes() {
