@@ -134,9 +134,13 @@ double records_in(std::span<const std::uint8_t> message) {
   return static_cast<double>(std::min(claimed, 1 + message.size() / kRecordBytesMin));
 }
 
-bool is_response(std::span<const std::uint8_t> message) {
-  MessageReader reader{message, 2};
-  return (reader.number16().value_or(0) & kResponseBit) != 0;
+// Whether Avahi may have an answer to it in store from now on. Probes, which alone have authorities (RFC 6762 section 8.2), it
+// answers at once.
+bool is_question(std::span<const std::uint8_t> message) {
+  constexpr std::size_t kAuthoritiesAt = 8;
+  MessageReader flags{message, 2};
+  MessageReader authorities{message, kAuthoritiesAt};
+  return (flags.number16().value_or(kResponseBit) & kResponseBit) == 0 && authorities.number16().value_or(0) == 0;
 }
 
 void throw_away(int fd, int packets) {
@@ -206,7 +210,7 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
     throw_away(fd, 1);
     return true;
   }
-  if (!is_response(next->bytes)) {
+  if (is_question(next->bytes)) {
     gate.asked_at = monotonic_now();
   }
   gate.pace.left -= records;

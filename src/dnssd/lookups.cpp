@@ -66,52 +66,30 @@ void begin_rest(Lookup& lookup, std::int64_t until) {
 
 // --- What has been told
 
-std::vector<ToldRecord>::iterator find_told(Lookup& lookup, AvahiProtocol protocol, AvahiRecord* record) {
-  return std::find_if(lookup.told.begin(), lookup.told.end(), [&](const ToldRecord& told) {
-    return told.protocol == protocol && avahi_record_equal_no_ttl(told.record, record) != 0;
-  });
-}
-
 void tell_new(Lookup& lookup, AvahiProtocol protocol, AvahiRecord* record) {
-  if (lookup.kind == LookupKind::steady) {
-    lookup.callback(*lookup.operation, protocol, AVAHI_BROWSER_NEW, record);
-    return;
+  if (lookup.kind != LookupKind::steady) {
+    if (told_confirm(lookup.told, protocol, record)) {
+      return;
+    }
+    if (!told_add(lookup.told, protocol, record)) {
+      told_forget(lookup.told);
+      lookup.kind = LookupKind::steady;
+    }
   }
-  const auto known = find_told(lookup, protocol, record);
-  if (known != lookup.told.end()) {
-    avahi_record_unref(known->record);
-    known->record = avahi_record_ref(record);
-    known->is_confirmed = true;
-    return;
-  }
-  lookup.told.push_back({protocol, avahi_record_ref(record), true});
   lookup.callback(*lookup.operation, protocol, AVAHI_BROWSER_NEW, record);
 }
 
 void tell_gone(Lookup& lookup, AvahiProtocol protocol, AvahiRecord* record) {
-  if (lookup.kind == LookupKind::steady) {
+  if (lookup.kind == LookupKind::steady || told_remove(lookup.told, protocol, record)) {
     lookup.callback(*lookup.operation, protocol, AVAHI_BROWSER_REMOVE, record);
-    return;
   }
-  const auto known = find_told(lookup, protocol, record);
-  if (known == lookup.told.end()) {
-    return;
-  }
-  AvahiRecord* const told = known->record;
-  lookup.told.erase(known);
-  lookup.callback(*lookup.operation, protocol, AVAHI_BROWSER_REMOVE, told);
-  avahi_record_unref(told);
 }
 
 // The browser has been through the cache: what it has not found there is gone.
 void take_back_unconfirmed(Lookup& lookup) {
-  for (std::size_t i = 0; i < lookup.told.size();) {
-    const ToldRecord told = lookup.told[i];
-    if (told.is_confirmed) {
-      ++i;
-    } else {
-      tell_gone(lookup, told.protocol, told.record);
-    }
+  for (const ToldRecord& gone : told_take_unconfirmed(lookup.told)) {
+    lookup.callback(*lookup.operation, gone.protocol, AVAHI_BROWSER_REMOVE, gone.record);
+    avahi_record_unref(gone.record);
   }
 }
 
@@ -168,9 +146,7 @@ bool open_browser(Lookup& lookup) {
 
 void wake(Lookup& lookup) {
   leave_rest(lookup);
-  for (ToldRecord& told : lookup.told) {
-    told.is_confirmed = false;
-  }
+  told_doubt(lookup.told);
   if (!open_browser(lookup)) {
     lookup.callback(*lookup.operation, AVAHI_PROTO_UNSPEC, AVAHI_BROWSER_FAILURE, nullptr);
   }
@@ -206,9 +182,7 @@ void free_lookup(Lookup* lookup) {
   if (lookup->browser != nullptr) {
     avahi_s_record_browser_free(lookup->browser);
   }
-  for (const ToldRecord& told : lookup->told) {
-    avahi_record_unref(told.record);
-  }
+  told_forget(lookup->told);
   avahi_key_unref(lookup->key);
   delete lookup;
 }
@@ -228,8 +202,6 @@ void settle(Lookups& lookups) {
   lookups.ended.clear();
 }
 
-void settling_fired(AvahiTimeout*, void* userdata) { settle(*static_cast<Lookups*>(userdata)); }
-
 void forget_key(Lookup& lookup) {
   auto [first, last] = lookups_of(lookup).by_key.equal_range(lookup.heard_as);
   const auto found = std::find_if(first, last, [&](const auto& entry) { return entry.second == &lookup; });
@@ -243,7 +215,8 @@ void forget_key(Lookup& lookup) {
 void lookups_open(Server& server) {
   Lookups& lookups = server.lookups_there;
   lookups.waking = poll_timer_new(gEngine->poll, waking_fired, &lookups);
-  lookups.settling = poll_timer_new(gEngine->poll, settling_fired, &lookups);
+  lookups.settling = poll_timer_new(
+      gEngine->poll, [](AvahiTimeout*, void* userdata) { settle(*static_cast<Lookups*>(userdata)); }, &lookups);
 }
 
 void lookups_close(Server& server) {
@@ -256,9 +229,8 @@ void lookups_close(Server& server) {
 }
 
 void lookups_heard(Server& server, const Repeats& repeats, std::span<const std::uint64_t> keys) {
-  const auto& by_key = server.lookups_there.by_key;
   for (const std::uint64_t key : keys) {
-    const auto [first, last] = by_key.equal_range(key);
+    const auto [first, last] = server.lookups_there.by_key.equal_range(key);
     for (auto entry = first; entry != last; ++entry) {
       heard(*entry->second, repeats);
     }
@@ -303,9 +275,7 @@ void lookup_end(Lookup* lookup) {
   if (lookup->browser == nullptr) {
     leave_rest(*lookup);
   }
-  if (lookup->kind != LookupKind::steady) {
-    forget_key(*lookup);
-  }
+  forget_key(*lookup);
   lookups.ended.push_back(lookup);
   set_settling(lookups);
 }

@@ -20,6 +20,7 @@
 
 #include "dnssd/dnssd.h"
 #include "dnssd/repeats.h"
+#include "dnssd/told_records.h"
 
 namespace dnssd {
 
@@ -33,12 +34,6 @@ enum class LookupKind {
   brief,    // and at its first answer
 };
 
-struct ToldRecord {
-  AvahiProtocol protocol = AVAHI_PROTO_UNSPEC;
-  AvahiRecord* record = nullptr;  // one reference, owned
-  bool is_confirmed = true;       // by the browser that runs
-};
-
 // Owned by its operation until lookup_end.
 struct Lookup {
   Operation* operation = nullptr;  // null once it has ended
@@ -50,7 +45,7 @@ struct Lookup {
   std::uint64_t heard_as = 0;              // the key's key in Repeats; 0: steady
   AvahiSRecordBrowser* browser = nullptr;  // null while it rests
   std::int64_t wakes_at = 0;               // while it rests: monotonic, microseconds
-  std::vector<ToldRecord> told;            // as new, and not yet as gone; unused by a steady one
+  ToldRecords told;                        // as new, and not yet as gone; unused by a steady one
 };
 
 // A server's lookups that rest, and those that have ended or are to be looked at again, by and by.

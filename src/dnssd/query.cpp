@@ -68,7 +68,9 @@ void answer_changed(Operation& operation, AvahiProtocol protocol, AvahiBrowserEv
 DNSServiceErrorType query_start(Operation& operation, const Name& name) {
   Query& query = part_of<Query>(operation);
   query.full_name = name_to_text(name);
-  query.lookup = lookup_start(operation, name, query.rrtype, LookupKind::lasting, answer_changed);
+  // Everybody may have a pointer of the name: there are as many answers as services, and never an end of them.
+  const LookupKind kind = query.rrtype == kDNSServiceType_PTR ? LookupKind::steady : LookupKind::lasting;
+  query.lookup = lookup_start(operation, name, query.rrtype, kind, answer_changed);
   return query.lookup == nullptr ? kDNSServiceErr_BadParam : kDNSServiceErr_NoError;
 }
 

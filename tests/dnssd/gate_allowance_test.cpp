@@ -100,5 +100,13 @@ TEST_F(GateTest, NotesWhenAvahiGotAQuestion) {
   EXPECT_NE(gate_.asked_at, 0);
 }
 
+TEST_F(GateTest, AProbeIsNoQuestionThatIsAnsweredLater) {
+  std::string probe = message(0, 10, '\0');
+  probe[9] = 1;
+  socket_.Send(probe);
+  Pass();
+  EXPECT_EQ(gate_.asked_at, 0);
+}
+
 }  // namespace
 }  // namespace dnssd

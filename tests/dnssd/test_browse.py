@@ -4,6 +4,7 @@
 import pytest
 
 import driver as d
+from air import dns
 
 
 def names(driver, name):
@@ -121,6 +122,18 @@ def test_a_service_that_comes_back_is_added_again(link):
         publisher.release("reg")
         looker.wait("br", count + 1)
     assert [added for added, _ in names(looker, "br")] == [True, False, True, False]
+
+
+def test_an_instance_goes_by_the_name_that_it_came_by(link):
+    # The caller compares bytes; DNS does not (RFC 6762 section 16).
+    air, looker = link.air(), link.publisher()
+    looker.browse("br", link.near_index, "_ipp._tcp")
+    kind = dns.labels("_ipp._tcp.local")
+    air.say(dns.Record(kind, dns.PTR, (b"Office Printer", *kind), 4500))
+    looker.wait("br")
+    air.say(dns.Record(kind, dns.PTR, (b"office PRINTER", *kind), 0))
+    looker.wait("br", 2)
+    assert names(looker, "br") == [(True, "Office Printer"), (False, "Office Printer")]
 
 
 def test_own_services_are_found_on_the_same_interface(link):

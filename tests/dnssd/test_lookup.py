@@ -4,6 +4,7 @@
 import time
 
 import driver as d
+from air import dns
 
 
 def answers(driver, name):
@@ -152,6 +153,23 @@ def test_each_pointer_is_told_once_in_uncompressed_form(link):
     publisher.record("one again", link.near_index, name, d.PTR, first)
     looker.wait("q", 3)  # it lives anew
     assert answers(looker, "q")[2] == first
+
+
+def test_a_target_that_holds_a_zero_byte_is_none(link):
+    air, looker = link.air(), link.publisher()
+    instance = (b"Device", b"_ipp", b"_tcp", b"local")
+    looker.resolve("rs", link.near_index, "Device", "_ipp._tcp")
+    looker.query("q", link.near_index, "mark.local.", d.TXT)
+
+    def say(target):
+        air.say(dns.Record(instance, dns.SRV, (0, 0, 631, target), 120, True), dns.Record(instance, dns.TXT, b"\x01a", 4500, True))
+
+    say((b"a\0b", b"local"))
+    air.say(dns.Record(dns.labels("mark.local"), dns.TXT, b"\x01m", 4500, True))
+    looker.wait("q")
+    assert looker.of("rs") == []
+    say((b"host", b"local"))
+    assert d.text_of(looker.wait("rs")[0].fields[1]) == "host.local."
 
 
 def test_an_srv_record_is_told_in_uncompressed_form(link):

@@ -148,6 +148,16 @@ def test_an_address_is_asked_for_before_its_lifetime_is_over(place):
     assert 35 < time.monotonic() - began < 50
 
 
+def test_a_name_with_very_many_records_is_told_whole(place):
+    place.near.query("q", place.index, "many.local.", d.TXT)
+    d.wait_for(lambda: len(place.questions("many.local", dns.TXT)) >= 2, "the question over both protocols")
+    many = dns.labels("many.local")
+    for first in range(0, 200, 20):
+        place.say_first(*[dns.Record(many, dns.TXT, b"\x04n%03d" % number, 4500) for number in range(first, first + 20)])
+    replies = place.near.wait("q", 200)
+    assert len({reply.fields[3] for reply in replies}) == 200
+
+
 def test_where_something_is_published_lookups_do_not_rest(place):
     browse_and_wait(place)
     place.near.query("q", place.index, "host.local.", d.A)
