@@ -4,7 +4,7 @@
 //   printer.local    192.0.2.7, and fe80::7, 2001:db8::7
 //   twohomes.local   169.254.1.2, 192.0.2.9
 //   linklocal.local  169.254.1.2, and fe80::7
-//   roomy.local      192.0.2.8, and 2001:db8::8; needs a buffer of 1024 bytes
+//   roomy.local      192.0.2.8, and 2001:db8::8; wants a buffer of exactly 1024 bytes
 //   misfit.local     192.0.2.6, and 2001:db8::6, said to be as long as an address of the other family
 //   big.local        does not fit the buffer
 //
@@ -67,8 +67,10 @@ void fill(const Host& host, hostent* result, Answer* answer) {
 }
 
 bool fits(const char* name, size_t size) {
-  const size_t needed = std::strcmp(name, "roomy.local") == 0 ? kRoomyBuffer : sizeof(Answer);
-  return size >= needed && std::strcmp(name, "big.local") != 0;
+  if (std::strcmp(name, "roomy.local") == 0) {
+    return size == kRoomyBuffer;
+  }
+  return size >= sizeof(Answer) && std::strcmp(name, "big.local") != 0;
 }
 
 }  // namespace

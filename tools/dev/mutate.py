@@ -5,12 +5,12 @@
 usage: tools/dev/mutate.py [--count N] [--seed S] [--folders proxy,config,...] [--work DIR] [--jobs N] [--list] [--only K]
 
 Copies the tree to a scratch folder, builds the unit tests there once, then for each of N mutants (chosen at random by the seed,
-which is printed) edits one place, rebuilds and runs the unit tests. A mutant is killed when the build or a test fails or the
-tests hang; one that nothing notices survives and is printed as a diff. Exit status 1 when fewer than 95 of 100 were killed.
+which is printed; those of equivalent_mutants.txt are left out) edits one place, rebuilds and runs the unit tests. A mutant is
+killed when the build or a test fails or the tests hang; one that nothing notices survives and is printed. Exit status 1 when
+fewer than 95 of 100 were killed.
 """
 
 import argparse
-import difflib
 import json
 import os
 import random
@@ -21,6 +21,7 @@ import sys
 import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+EQUIVALENTS = os.path.join("tools", "dev", "equivalent_mutants.txt")
 FOLDERS = ["proxy", "config", "tables", "runtime"]
 REQUIRED_SHARE = 0.95
 TEST_TIMEOUT_SECONDS = 120
@@ -40,6 +41,10 @@ TOKEN = re.compile(
 SWAPPED = {"==": "!=", "!=": "==", "<=": "<", ">=": ">", "&&": "||", "||": "&&"}
 # Between these an angle bracket is a comparison, elsewhere it may open a template's arguments.
 COMPARED = re.compile(r" [<>] ")
+
+
+# Two declarations in another order are the same program.
+DECLARATION = re.compile(r"^ +[A-Za-z_][\w:]*(?: long)?[ *&]+\w+(?:\[\w+\])?(?: = [^;()]*(?:\{[^;]*\})?| = \{[^;]*\})?;$")
 
 
 class Mutant:
@@ -85,7 +90,8 @@ def order_mutants(path, source):
     lines = source.splitlines(keepends=True)
     for first, second in zip(lines, lines[1:]):
         one, two = STATEMENT.match(first.rstrip("\n")), STATEMENT.match(second.rstrip("\n"))
-        if one and two and one["indent"] == two["indent"] and first != second:
+        declared = DECLARATION.match(first.rstrip("\n")) or DECLARATION.match(second.rstrip("\n"))
+        if one and two and one["indent"] == two["indent"] and first != second and not declared:
             yield Mutant(path, "order", offset, offset + len(first) + len(second), second + first)
         offset += len(first)
 
@@ -171,12 +177,37 @@ def try_mutant(work, mutant, jobs):
             file.write(original)
 
 
-def show(mutant):
+def lines_of(mutant):
+    """What it takes away and what it puts there: "-line", "+line" ..."""
     with open(os.path.join(ROOT, mutant.path), encoding="utf-8") as file:
         original = file.read()
-    mutated = original[: mutant.start] + mutant.replacement + original[mutant.end :]
-    for line in difflib.unified_diff(original.splitlines(), mutated.splitlines(), mutant.path, mutant.kind, n=0, lineterm=""):
+    begin = original.rfind("\n", 0, mutant.start) + 1
+    end = original.find("\n", mutant.end - 1)
+    changed = original[begin : mutant.start] + mutant.replacement + original[mutant.end : end]
+    return (["-" + line for line in original[begin:end].rstrip("\n").split("\n")] +
+            ["+" + line for line in changed.rstrip("\n").split("\n")])
+
+
+def show(mutant):
+    for line in lines_of(mutant):
         print("    " + line)
+
+
+def without_equivalents(candidates):
+    """Leaves out the mutants of EQUIVALENTS; one of those that is none ends the program."""
+    with open(os.path.join(ROOT, EQUIVALENTS), encoding="utf-8") as file:
+        blocks = [block.splitlines()[1:] for block in file.read().split("\n\n")[1:]]
+    known = {tuple([block[0], *block[1:]]) for block in blocks}
+    kept, found = [], set()
+    for mutant in candidates:
+        key = (mutant.path, *lines_of(mutant))
+        if key in known:
+            found.add(key)
+        else:
+            kept.append(mutant)
+    for stale in known - found:
+        sys.exit(f"{EQUIVALENTS}: no such mutant: {stale}")
+    return kept
 
 
 def main():
@@ -190,7 +221,8 @@ def main():
     parser.add_argument("--only", type=int, help="try this one of the chosen mutants only")
     arguments = parser.parse_args()
 
-    candidates = list(all_mutants(ROOT, arguments.folders.split(",")))
+    candidates = without_equivalents(list(all_mutants(ROOT, FOLDERS)))
+    candidates = [mutant for mutant in candidates if mutant.path.split(os.sep)[1] in arguments.folders.split(",")]
     chosen = random.Random(arguments.seed).sample(candidates, min(arguments.count, len(candidates)))
     print(f"seed {arguments.seed}: {len(chosen)} of {len(candidates)} possible mutants", flush=True)
     if arguments.list:

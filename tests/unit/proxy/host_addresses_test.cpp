@@ -67,8 +67,10 @@ TEST_F(AddressAnswer, AnIpv4AnswerIsTraced) {
                            "fullname = printer.local., rrtype = 1, rrclass = 1, rdlen = 4, ttl = 120 ...",
                            Pointer(Instance()->query_addrv4_ref))),
           Contains(around_line("&&&&&&&&&process_queryrecord_hostaddr-----", "----interface_index = 2---result->IfIndex = 2--")),
-          Contains("\nthe query ipv4 string ():  192.0.2.1"), Contains("\nthe the old ipv4 string ():  0.0.0.0"),
           Contains(around_line("-----process_queryrecord_hostaddr-----", "---first query---"))));
+  std::vector<std::string> addresses = Traces();
+  std::erase_if(addresses, [](const std::string& trace) { return !trace.starts_with("\nthe "); });
+  EXPECT_THAT(addresses, ElementsAre("\nthe query ipv4 string ():  192.0.2.1", "\nthe the old ipv4 string ():  0.0.0.0"));
 }
 
 TEST_F(AddressAnswer, ADifferentAddressUpdatesTheRecord) {

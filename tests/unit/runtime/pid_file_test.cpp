@@ -154,6 +154,7 @@ TEST_F(PidFileTest, HasItsNumberTakenAsItIs) {
                                                            {"13abc\n", "13"},
                                                            {"+5\n", "5"},
                                                            {"2147483647\n", "2147483647"},
+                                                           {"-2147483648\n", "-2147483648"},
                                                            {"0000000000000000000000000000000000000000123\n", "123"}};
   for (const auto& [content, pid] : kContents) {
     GivenPidFile(content);
