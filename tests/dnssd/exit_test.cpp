@@ -18,9 +18,10 @@ void on_browse(DNSServiceRef, DNSServiceFlags, uint32_t, DNSServiceErrorType, co
 void on_query(DNSServiceRef, DNSServiceFlags, uint32_t, DNSServiceErrorType, const char*, uint16_t, uint16_t, uint16_t,
               const void*, uint32_t, void*) {}
 
-// In a network of its own, where there is nobody to talk to.
+// In a network of its own, where there is nobody to talk to. Whoever is not root needs a user namespace for that, which a process
+// in a changed root may not have.
 [[noreturn]] void work_and_exit() {
-  if (unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
+  if (unshare(CLONE_NEWNET) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
     std::exit(kNoNamespace);
   }
   const std::uint32_t loopback = if_nametoindex("lo");
