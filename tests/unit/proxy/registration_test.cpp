@@ -60,6 +60,16 @@ TEST_F(ProxiedRegistration, HoldsTheVendorEntryAloneWhenThereAreNoOthers) {
   EXPECT_EQ(LastCall("DNSServiceRegister").data, bytes_of(kVendorEntry));
 }
 
+TEST_F(ProxiedRegistration, ShowsItsTxtDataAndNothingBehindIt) {
+  GivenResolvedInstance(
+      "\x03"
+      "a=b");
+  AddressAnswers("192.0.2.1");
+  EXPECT_THAT(Traces(), Contains(testing::EndsWith(std::string(", txtLen = 18, txtRecord = ") + kVendorEntry +
+                                                   "\x03"
+                                                   "a=b")));
+}
+
 TEST_F(ProxiedRegistration, KeepsTxtDataOf1008Bytes) {
   GivenResolvedInstance(std::string(1008, 'x'));
   AddressAnswers("192.0.2.1");
