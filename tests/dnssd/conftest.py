@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """Fixtures: a link of two hosts for each file, and drivers that a failing test prints the logs of."""
 
+import contextlib
 import os
 import sys
 
@@ -42,7 +43,7 @@ class Link:
         return self.airs[-1]
 
     def wipe(self):
-        """Ends the drivers, so that the next test finds a link on which nothing is published."""
+        """Ends the drivers, so that the next test finds a link on which nothing is published. No sanitizer may have complained."""
         for driver in self.drivers:
             driver.kill()
         for process in self.processes:
@@ -50,12 +51,16 @@ class Link:
             process.wait()
         for air in self.airs:
             air.close()
+        reports = "".join(driver.sanitizer_report() for driver in self.drivers)
         self.drivers, self.processes, self.airs = [], [], []
+        assert not reports, reports
 
     def remove(self):
-        self.wipe()
-        self.near.remove()
-        self.far.remove()
+        try:
+            self.wipe()
+        finally:
+            self.near.remove()
+            self.far.remove()
 
 
 @pytest.fixture(scope="module")
@@ -85,12 +90,10 @@ def link(module_link):
 @pytest.fixture
 def own_link():
     """Makes links of the test's own, for what would spoil the shared one."""
-    links = []
+    with contextlib.ExitStack() as links:
+        def make(**protocols):
+            one = Link(**protocols)
+            links.callback(one.remove)
+            return one
 
-    def make(**protocols):
-        links.append(Link(**protocols))
-        return links[-1]
-
-    yield make
-    for one in links:
-        one.remove()
+        yield make

@@ -4,6 +4,7 @@
 import collections
 import os
 import queue
+import re
 import subprocess
 import sys
 import threading
@@ -16,6 +17,8 @@ SHARED, UNIQUE, NO_AUTO_RENAME = 0x10, 0x20, 0x8
 A, PTR, TXT, AAAA, SRV = 1, 12, 16, 28, 33
 BAD_PARAM, BAD_REFERENCE, BAD_STATE, BAD_FLAGS, UNSUPPORTED = -65540, -65541, -65542, -65543, -65544
 NAME_CONFLICT, BAD_INTERFACE, NOT_RUNNING = -65548, -65552, -65563
+
+SANITIZER = re.compile(r"(Address|Leak)Sanitizer|: runtime error: ")
 
 _serial = 0
 
@@ -34,6 +37,11 @@ def wait_for(condition, what, deadline=DEADLINE):
         if time.monotonic() > end:
             raise AssertionError(f"not within {deadline} s: {what}")
         time.sleep(0.02)
+
+
+def is_sanitized():
+    """Whether driver and library were built with the sanitizers."""
+    return "__asan_init" in sh("nm", os.environ["DNS_SD_DRIVER"]).stdout
 
 
 class Host:
@@ -109,7 +117,8 @@ class Driver:
             env={**os.environ, **(env or {})})
         self.errors = []
         Reader(self.process.stdout, self._line).start()
-        Reader(self.process.stderr, lambda line, _: self.errors.append(line)).start()
+        self._errors_reader = Reader(self.process.stderr, lambda line, _: self.errors.append(line))
+        self._errors_reader.start()
 
     def _line(self, line, now):
         self.log.append(line)
@@ -198,6 +207,12 @@ class Driver:
         if self.process.poll() is None:
             self.process.kill()
         self.process.wait()
+
+    def sanitizer_report(self):
+        """What a sanitizer had to say about the driver, which has ended; normally nothing."""
+        self._errors_reader.join(DEADLINE)
+        first = next((number for number, line in enumerate(self.errors) if SANITIZER.search(line)), len(self.errors))
+        return "\n".join(self.errors[first:])
 
     def dump(self):
         return "\n".join([f"--- driver on {self.host.name}", *self.log, *self.errors])
