@@ -81,6 +81,7 @@ void ptr_changed(Operation& operation, AvahiProtocol protocol, AvahiBrowserEvent
   if (event == AVAHI_BROWSER_NEW) {
     browse_found(operation, bit, *target);
   } else {
+    departures_confirm(operation, bit, *target);
     browse_lost(operation, bit, *target);
   }
 }

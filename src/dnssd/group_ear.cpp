@@ -7,7 +7,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstring>
+
 #include "dnssd/dnssd.h"
+#include "dnssd/message_reader.h"
 
 namespace dnssd {
 namespace {
@@ -15,7 +18,17 @@ namespace {
 constexpr std::uint16_t kMulticastDnsPort = 5353;
 constexpr char kGroup4[] = "224.0.0.251";
 constexpr char kGroup6[] = "ff02::fb";
-constexpr int kReceiveBufferBytes = 1024 * 1024;
+
+// Two thousand services' packets, as the kernel counts them, which doubles it: the default loses some of them.
+constexpr int kReceiveBufferBytes = 2 * 1024 * 1024;
+
+// As gate.cpp has it for Avahi's sockets: what Avahi hears of a crowd is heard here too.
+constexpr Rate kHearingRate{40'000, 2'000};
+
+// Packets that are read, or thrown away, in one go, and the time after which no further one is read. More of them than gate.cpp
+// hands on: most cost little here, and the same pass is long when Avahi is busy.
+constexpr int kPacketsPerPass = 128;
+constexpr std::int64_t kTimePerPass = 5'000;  // microseconds
 
 bool from_multicast_dns(const sockaddr_storage& sender) {
   if (sender.ss_family == AF_INET) {
@@ -62,7 +75,10 @@ int open_socket(int family, std::uint32_t interface_index) {
   const int one = 1;
   setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
   setsockopt(fd, SOL_SOCKET, SO_REUSEPORT, &one, sizeof one);
-  setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes, sizeof kReceiveBufferBytes);
+  setsockopt(fd, SOL_SOCKET, SO_RXQ_OVFL, &one, sizeof one);
+  if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBufferBytes, sizeof kReceiveBufferBytes) != 0) {
+    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferBytes, sizeof kReceiveBufferBytes);
+  }
   if (family == AF_INET6) {
     setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &one, sizeof one);
   }
@@ -74,42 +90,138 @@ int open_socket(int family, std::uint32_t interface_index) {
   return -1;
 }
 
-}  // namespace
+// How many datagrams had found no room in the socket when this one came; `otherwise` when the kernel does not say.
+std::uint32_t overflowed_before(msghdr& header, std::uint32_t otherwise) {
+  for (cmsghdr* part = CMSG_FIRSTHDR(&header); part != nullptr; part = CMSG_NXTHDR(&header, part)) {
+    if (part->cmsg_level == SOL_SOCKET && part->cmsg_type == SO_RXQ_OVFL) {
+      std::memcpy(&otherwise, CMSG_DATA(part), sizeof otherwise);
+    }
+  }
+  return otherwise;
+}
 
-void group_ear_open(GroupEar& ear, std::uint32_t interface_index, AvahiWatchCallback callback, void* userdata) {
+void tell_missed(const GroupEar& ear) {
+  for (const GroupListener& listener : ear.listeners) {
+    if (listener.missed != nullptr) {
+      listener.missed(listener.userdata);
+    }
+  }
+}
+
+// What the listeners have to do with it comes off the allowance.
+void tell_heard(const GroupEar& ear, Allowance& allowance, const HeardMessage& message) {
+  const unsigned flags = *MessageReader{message.bytes, kMessageFlagsAt}.number16();
+  if ((flags & kOpcodeAndRcodeBits) != 0) {
+    return;
+  }
+  const Heeds kind = (flags & kResponseBit) != 0 ? Heeds::responses : Heeds::questions;
+  for (const GroupListener& listener : ear.listeners) {
+    if (listener.heeds == kind) {
+      allowance.left -= claimed_records(message.bytes);
+      listener.heard(message, listener.userdata);
+    }
+  }
+}
+
+// Reads the next datagram. False when there is none.
+bool take(GroupEar& ear, GroupSocket& socket) {
+  std::array<std::uint8_t, kMessageMax> bytes;
+  iovec room{bytes.data(), bytes.size()};
+  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(std::uint32_t))> control{};
+  sockaddr_storage sender{};
+  msghdr header{};
+  header.msg_name = &sender;
+  header.msg_namelen = sizeof sender;
+  header.msg_iov = &room;
+  header.msg_iovlen = 1;
+  header.msg_control = control.data();
+  header.msg_controllen = control.size();
+  const ssize_t length = recvmsg(socket.fd, &header, MSG_DONTWAIT);
+  if (length < 0) {
+    return false;
+  }
+  const std::uint32_t overflowed = overflowed_before(header, socket.overflowed);
+  if (overflowed != socket.overflowed) {
+    socket.overflowed = overflowed;
+    tell_missed(ear);
+  }
+  const std::span<const std::uint8_t> message(bytes.data(), static_cast<std::size_t>(length));
+  if (message.size() >= kMessageHeaderSize && from_multicast_dns(sender)) {
+    tell_heard(ear, socket.allowance, {message, sender.ss_family == AF_INET6});
+  }
+  return true;
+}
+
+void throw_away(const GroupEar& ear, const GroupSocket& socket) {
+  char byte = 0;
+  int packets = 0;
+  while (packets < kPacketsPerPass && recv(socket.fd, &byte, sizeof byte, MSG_DONTWAIT) >= 0) {
+    ++packets;
+  }
+  if (packets > 0) {
+    tell_missed(ear);
+  }
+}
+
+void readable(AvahiWatch* watch, int, AvahiWatchEvent, void* userdata) {
+  GroupEar& ear = *static_cast<GroupEar*>(userdata);
+  for (GroupSocket& socket : ear.sockets) {
+    if (socket.watch == watch) {
+      group_ear_read(ear, socket);
+    }
+  }
+}
+
+void open_all(GroupEar& ear, std::uint32_t interface_index) {
   const AvahiPoll api = poll_api(gEngine->poll);
   constexpr std::array<int, 2> kFamilies = {AF_INET, AF_INET6};
   for (std::size_t i = 0; i < kFamilies.size(); ++i) {
-    ear.sockets[i] = open_socket(kFamilies[i], interface_index);
-    if (ear.sockets[i] >= 0) {
-      ear.watches[i] = poll_watch_new(&api, ear.sockets[i], AVAHI_WATCH_IN, callback, userdata);
+    GroupSocket& socket = ear.sockets[i];
+    socket.fd = open_socket(kFamilies[i], interface_index);
+    socket.allowance = {kHearingRate.burst, monotonic_now()};
+    if (socket.fd >= 0) {
+      socket.watch = poll_watch_new(&api, socket.fd, AVAHI_WATCH_IN, readable, &ear);
     }
   }
 }
 
-void group_ear_close(GroupEar& ear) {
-  for (std::size_t i = 0; i < ear.sockets.size(); ++i) {
-    if (ear.watches[i] != nullptr) {
-      poll_watch_free(ear.watches[i]);
+void close_all(GroupEar& ear) {
+  for (GroupSocket& socket : ear.sockets) {
+    if (socket.watch != nullptr) {
+      poll_watch_free(socket.watch);
     }
-    if (ear.sockets[i] >= 0) {
-      close(ear.sockets[i]);
+    if (socket.fd >= 0) {
+      close(socket.fd);
     }
+    socket = GroupSocket();
   }
-  ear = GroupEar();
 }
 
-bool group_ear_read(int fd, HeardMessage& message) {
-  sockaddr_storage sender{};
-  socklen_t sender_size = sizeof sender;
-  const ssize_t length =
-      recvfrom(fd, message.bytes.data(), message.bytes.size(), MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&sender), &sender_size);
-  if (length <= 0 || !from_multicast_dns(sender)) {
-    return false;
+}  // namespace
+
+void group_ear_listen(GroupEar& ear, std::uint32_t interface_index, const GroupListener& listener) {
+  if (ear.listeners.empty()) {
+    open_all(ear, interface_index);
   }
-  message.length = static_cast<std::size_t>(length);
-  message.is_ipv6 = sender.ss_family == AF_INET6;
-  return true;
+  ear.listeners.push_back(listener);
+}
+
+void group_ear_leave(GroupEar& ear, const void* userdata) {
+  const auto left = std::erase_if(ear.listeners, [userdata](const GroupListener& one) { return one.userdata == userdata; });
+  if (left > 0 && ear.listeners.empty()) {
+    close_all(ear);
+  }
+}
+
+void group_ear_read(GroupEar& ear, GroupSocket& socket) {
+  allowance_grow(socket.allowance, kHearingRate);
+  if (socket.allowance.left <= 0) {
+    throw_away(ear, socket);
+    return;
+  }
+  const std::int64_t end = monotonic_now() + kTimePerPass;
+  for (int i = 0; i < kPacketsPerPass && socket.allowance.left > 0 && take(ear, socket) && monotonic_now() < end; ++i) {
+  }
 }
 
 }  // namespace dnssd

@@ -8,9 +8,22 @@
 // for such a name at the same time find each other out when they announce it, and not before.
 #pragma once
 
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+
 namespace dnssd {
 
 struct Publication;
+
+// A record with such a name.
+struct LongNamed {
+  std::uintptr_t publication = 0;  // serial
+  std::uint16_t rrtype = 0;
+};
+
+// Those of a server, by folded name (Avahi text).
+using LongNames = std::unordered_multimap<std::string, LongNamed>;
 
 // From now on, until long_names_forget: answers questions for those of the publication's records that have such a name.
 void long_names_note(const Publication& publication);

@@ -2,23 +2,81 @@
 #include "dnssd/message_reader.h"
 
 #include <algorithm>
-#include <string>
+#include <string_view>
+#include <utility>
 
 namespace dnssd {
 namespace {
 
-constexpr std::uint8_t kPointerBits = 0xC0;  // RFC 1035 section 4.1.4
+// RFC 1035
+constexpr std::uint8_t kPointerBits = 0xC0;  // section 4.1.4
+constexpr std::size_t kRecordBytesMin = 11;  // section 4.1.3: a root name, type, class, TTL, length
 
 // The plain label of `length` bytes at `from`; nothing when it runs over the end or holds a zero byte (see Name).
-std::optional<std::string> label_at(std::span<const std::uint8_t> message, std::size_t from, std::size_t length) {
+std::optional<std::string_view> label_at(std::span<const std::uint8_t> message, std::size_t from, std::size_t length) {
   if (from > message.size() || length > message.size() - from) {
     return std::nullopt;
   }
-  const std::span<const std::uint8_t> bytes = message.subspan(from, length);
-  if (std::ranges::find(bytes, std::uint8_t{0}) != bytes.end()) {
+  const std::string_view label(reinterpret_cast<const char*>(message.data() + from), length);
+  return label.find('\0') == label.npos ? std::optional(label) : std::nullopt;
+}
+
+// Gives each label of the name at the reader's place to `take`, which returns false to have no more; the reader moves behind the
+// name. False when `take` has returned false, or for what read_name does not read.
+template <typename Take>
+bool walk_name(MessageReader& reader, Take take) {
+  std::size_t at = reader.at;
+  std::size_t furthest_pointer = reader.at;
+  std::size_t wire_length = 1;
+  bool has_jumped = false;
+  while (at < reader.message.size()) {
+    const std::uint8_t length = reader.message[at];
+    if (length == 0) {
+      if (!has_jumped) {
+        reader.at = at + 1;
+      }
+      return true;
+    }
+    if ((length & kPointerBits) == kPointerBits) {
+      if (at + 1 >= reader.message.size()) {
+        return false;
+      }
+      const std::size_t target = static_cast<std::size_t>(length & ~kPointerBits) << 8 | reader.message[at + 1];
+      if (target >= furthest_pointer) {
+        return false;
+      }
+      if (!has_jumped) {
+        reader.at = at + 2;
+      }
+      has_jumped = true;
+      at = furthest_pointer = target;
+      continue;
+    }
+    const std::optional<std::string_view> label = length <= kLabelMax ? label_at(reader.message, at + 1, length) : std::nullopt;
+    wire_length += length + std::size_t{1};
+    if (!label || wire_length > kWireNameMax || !take(*label)) {
+      return false;
+    }
+    at += length + std::size_t{1};
+  }
+  return false;
+}
+
+bool is_same_label(std::string_view one, std::string_view other) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
+  return std::ranges::equal(one, other, {}, lower, lower);
+}
+
+// What follows the owner.
+std::optional<RecordHead> read_rest_of_head(MessageReader& reader, Name&& owner) {
+  const std::optional<std::uint16_t> rrtype = reader.number16();
+  const std::optional<std::uint16_t> rrclass = reader.number16();
+  const std::optional<std::uint32_t> ttl = reader.number32();
+  const std::optional<std::uint16_t> length = reader.number16();
+  if (!rrtype || !rrclass || !ttl || !length || *length > reader.message.size() - reader.at) {
     return std::nullopt;
   }
-  return std::string(bytes.begin(), bytes.end());
+  return RecordHead{std::move(owner), *rrtype, *rrclass, *ttl, *length};
 }
 
 }  // namespace
@@ -42,42 +100,23 @@ std::optional<std::uint32_t> MessageReader::number32() {
 
 std::optional<Name> read_name(MessageReader& reader) {
   Name name;
-  std::size_t at = reader.at;
-  std::size_t furthest_pointer = reader.at;
-  std::size_t wire_length = 1;
-  bool has_jumped = false;
-  while (at < reader.message.size()) {
-    const std::uint8_t length = reader.message[at];
-    if (length == 0) {
-      if (!has_jumped) {
-        reader.at = at + 1;
-      }
-      return name;
-    }
-    if ((length & kPointerBits) == kPointerBits) {
-      if (at + 1 >= reader.message.size()) {
-        return std::nullopt;
-      }
-      const std::size_t target = static_cast<std::size_t>(length & ~kPointerBits) << 8 | reader.message[at + 1];
-      if (target >= furthest_pointer) {
-        return std::nullopt;
-      }
-      if (!has_jumped) {
-        reader.at = at + 2;
-      }
-      has_jumped = true;
-      at = furthest_pointer = target;
-      continue;
-    }
-    const std::optional<std::string> label = length <= kLabelMax ? label_at(reader.message, at + 1, length) : std::nullopt;
-    wire_length += length + std::size_t{1};
-    if (!label || wire_length > kWireNameMax) {
-      return std::nullopt;
-    }
-    name.labels.push_back(*label);
-    at += length + std::size_t{1};
-  }
-  return std::nullopt;
+  const bool is_read = walk_name(reader, [&name](std::string_view label) {
+    name.labels.emplace_back(label);
+    return true;
+  });
+  return is_read ? std::optional(std::move(name)) : std::nullopt;
+}
+
+bool pass_name(MessageReader& reader) {
+  return walk_name(reader, [](std::string_view) { return true; });
+}
+
+bool is_name_at(std::span<const std::uint8_t> message, std::size_t at, const Name& name) {
+  MessageReader reader{message, at};
+  auto next = name.labels.begin();
+  const bool is_same =
+      walk_name(reader, [&](std::string_view label) { return next != name.labels.end() && is_same_label(label, *next++); });
+  return is_same && next == name.labels.end();
 }
 
 std::optional<Question> read_question(MessageReader& reader) {
@@ -90,16 +129,26 @@ std::optional<Question> read_question(MessageReader& reader) {
   return Question{std::move(*name), *rrtype};
 }
 
+bool pass_question(MessageReader& reader) { return pass_name(reader) && reader.number32(); }
+
 std::optional<RecordHead> read_record_head(MessageReader& reader) {
   std::optional<Name> owner = read_name(reader);
-  const std::optional<std::uint16_t> rrtype = reader.number16();
-  const std::optional<std::uint16_t> rrclass = reader.number16();
-  const std::optional<std::uint32_t> ttl = reader.number32();
-  const std::optional<std::uint16_t> length = reader.number16();
-  if (!owner || !rrtype || !rrclass || !ttl || !length || *length > reader.message.size() - reader.at) {
-    return std::nullopt;
+  return owner ? read_rest_of_head(reader, std::move(*owner)) : std::nullopt;
+}
+
+std::optional<RecordHead> pass_record_head(MessageReader& reader) {
+  return pass_name(reader) ? read_rest_of_head(reader, Name()) : std::nullopt;
+}
+
+double claimed_records(std::span<const std::uint8_t> message) {
+  if (message.size() < kMessageHeaderSize) {
+    return 1;
   }
-  return RecordHead{std::move(*owner), *rrtype, *rrclass, *ttl, *length};
+  std::size_t claimed = 1;
+  for (MessageReader counts{message, kMessageCountsAt}; counts.at < kMessageHeaderSize;) {
+    claimed += *counts.number16();
+  }
+  return static_cast<double>(std::min(claimed, 1 + message.size() / kRecordBytesMin));
 }
 
 }  // namespace dnssd

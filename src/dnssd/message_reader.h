@@ -11,8 +11,11 @@
 
 namespace dnssd {
 
-// RFC 1035 section 4.1.1: the header, and what its second word says.
+// RFC 1035 section 4.1.1: the header, what its second word says, and the four numbers behind that: of questions, answers,
+// authorities and additional records.
 inline constexpr std::size_t kMessageHeaderSize = 12;
+inline constexpr std::size_t kMessageFlagsAt = 2;
+inline constexpr std::size_t kMessageCountsAt = 4;
 inline constexpr std::uint16_t kResponseBit = 0x8000;
 inline constexpr std::uint16_t kOpcodeAndRcodeBits = 0x780F;
 
@@ -36,6 +39,13 @@ struct MessageReader {
 // them is endless.
 std::optional<Name> read_name(MessageReader& reader);
 
+// Moves behind a name without keeping it. False for one that read_name does not read.
+bool pass_name(MessageReader& reader);
+
+// Whether the name that begins at `at` is `name` to DNS (letters A to Z are compared without their case). False for one that
+// read_name does not read.
+bool is_name_at(std::span<const std::uint8_t> message, std::size_t at, const Name& name);
+
 struct Question {
   Name name;
   std::uint16_t rrtype = 0;
@@ -43,6 +53,9 @@ struct Question {
 
 // The question at the reader's place, whatever its class; the reader moves behind it.
 std::optional<Question> read_question(MessageReader& reader);
+
+// Moves behind a question without keeping its name. False for one that read_question does not read.
+bool pass_question(MessageReader& reader);
 
 // What a record begins with. At least `length` bytes of data follow it.
 struct RecordHead {
@@ -55,5 +68,11 @@ struct RecordHead {
 
 // The record's head at the reader's place, which moves to its data.
 std::optional<RecordHead> read_record_head(MessageReader& reader);
+
+// The same, but for the owner, which is passed and left empty.
+std::optional<RecordHead> pass_record_head(MessageReader& reader);
+
+// How much work a datagram makes: the questions and records that it claims to have, if they could fit, and one for itself.
+double claimed_records(std::span<const std::uint8_t> message);
 
 }  // namespace dnssd

@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "dnssd/pointer_records.h"
 
-#include <optional>
-
-#include "dnssd/message_reader.h"
-
 namespace dnssd {
 namespace {
 
@@ -12,53 +8,57 @@ namespace {
 constexpr std::uint16_t kTypePtr = 12;
 constexpr std::uint16_t kClassIn = 1;
 
-bool skip_questions(MessageReader& reader, unsigned count) {
+bool pass_questions(MessageReader& reader, unsigned count) {
   for (unsigned i = 0; i < count; ++i) {
-    if (!read_question(reader)) {
+    if (!pass_question(reader)) {
       return false;
     }
   }
   return true;
 }
 
-// Reads one record, into `records` when it is one of those looked for. False when it is malformed.
-bool read_record(MessageReader& reader, std::vector<PointerRecord>& records) {
-  std::optional<RecordHead> head = read_record_head(reader);
-  if (!head) {
-    return false;
-  }
-  const std::size_t end = reader.at + head->length;
-  if (head->rrtype == kTypePtr && (head->rrclass & ~kCacheFlushBit) == kClassIn) {
-    std::optional<Name> target = read_name(reader);
-    if (!target || reader.at != end) {
-      return false;
-    }
-    records.push_back({std::move(head->owner), std::move(*target), head->ttl});
-  }
-  reader.at = end;
-  return true;
-}
+bool is_pointer(const RecordHead& head) { return head.rrtype == kTypePtr && (head.rrclass & ~kCacheFlushBit) == kClassIn; }
 
 }  // namespace
 
-std::vector<PointerRecord> read_pointer_records(std::span<const std::uint8_t> message) {
-  std::vector<PointerRecord> records;
-  MessageReader header{message, 2};
-  const std::optional<std::uint16_t> flags = header.number16();
+PointerRecords pointer_records_of(std::span<const std::uint8_t> message) {
+  MessageReader reader{message, kMessageFlagsAt};
+  const std::optional<std::uint16_t> flags = reader.number16();
   if (message.size() < kMessageHeaderSize || (*flags & kResponseBit) == 0 || (*flags & kOpcodeAndRcodeBits) != 0) {
-    return records;
+    return {};
   }
-  const unsigned questions = *header.number16();
-  unsigned left = *header.number16();
-  left += *header.number16();
-  left += *header.number16();
-  if (!skip_questions(header, questions)) {
-    return records;
+  const unsigned questions = *reader.number16();
+  unsigned left = *reader.number16();
+  left += *reader.number16();
+  left += *reader.number16();
+  if (!pass_questions(reader, questions)) {
+    return {};
   }
-  while (left > 0 && read_record(header, records)) {
-    --left;
+  return {reader, left};
+}
+
+std::optional<PointerRecord> next_pointer_record(PointerRecords& records) {
+  MessageReader& reader = records.reader;
+  while (records.left > 0) {
+    --records.left;
+    const std::size_t owner_at = reader.at;
+    const std::optional<RecordHead> head = pass_record_head(reader);
+    if (!head) {
+      break;
+    }
+    const std::size_t target_at = reader.at;
+    const std::size_t end = target_at + head->length;
+    if (!is_pointer(*head)) {
+      reader.at = end;
+      continue;
+    }
+    if (!pass_name(reader) || reader.at != end) {
+      break;
+    }
+    return PointerRecord{owner_at, target_at, head->ttl};
   }
-  return records;
+  records.left = 0;
+  return std::nullopt;
 }
 
 }  // namespace dnssd

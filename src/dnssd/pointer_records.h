@@ -1,23 +1,36 @@
 // SPDX-License-Identifier: MIT
-// Reads multicast DNS responses for the pointer records in them. Nothing in the bytes is trusted.
+// Finds the pointer records in multicast DNS responses. Nothing in the bytes is trusted, and nothing is copied: most of what a
+// link says is of no interest to whoever looks here.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
-#include <vector>
 
-#include "dnssd/names.h"
+#include "dnssd/message_reader.h"
 
 namespace dnssd {
 
+// Where its names begin in the message, both of them well-formed.
 struct PointerRecord {
-  Name owner;
-  Name target;
+  std::size_t owner_at = 0;
+  std::size_t target_at = 0;
   std::uint32_t ttl = 0;  // seconds; 0: a goodbye (RFC 6762 section 10.1)
 };
 
-// The PTR records of class IN in `message`, in its order and from all of its sections; none when it is no response (RFC
-// 6762 section 18.2). What follows the first thing in it that is malformed is left out.
-std::vector<PointerRecord> read_pointer_records(std::span<const std::uint8_t> message);
+// On the way through a message.
+struct PointerRecords {
+  MessageReader reader;
+  unsigned left = 0;  // records that the message still claims to have
+};
+
+// Before the first of the PTR records of class IN in `message`, which has to outlive it. There are none when it is no response
+// (RFC 6762 section 18.2).
+PointerRecords pointer_records_of(std::span<const std::uint8_t> message);
+
+// The next one, in the message's order and from all of its sections; nothing when there is no further one. What follows the
+// first thing that is malformed is left out.
+std::optional<PointerRecord> next_pointer_record(PointerRecords& records);
 
 }  // namespace dnssd

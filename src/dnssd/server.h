@@ -4,8 +4,11 @@
 
 #include "dnssd/announcer.h"
 #include "dnssd/crowd.h"
+#include "dnssd/departures.h"
 #include "dnssd/dnssd.h"
 #include "dnssd/gate.h"
+#include "dnssd/group_ear.h"
+#include "dnssd/long_names.h"
 #include "dnssd/lookups.h"
 #include "dnssd/pacing.h"
 
@@ -29,6 +32,9 @@ struct Server {
   Pacing pacing;
   Announcer announcer;
   Lookups lookups_there;
+  Departures departures;  // of its browses
+  LongNames long_names;   // of its publications
+  GroupEar group_ear;
   std::unordered_map<std::string, Publication*> shared;  // publications that further holders may join, by their key
 };
 

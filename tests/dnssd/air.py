@@ -58,6 +58,13 @@ class Air(Ear):
         """A response with these records, over both protocols or one of "IPv4" and "IPv6"."""
         self.send(dns.encode(dns.Message(flags=dns.RESPONSE, answers=list(answers))), over)
 
+    def tell(self, *answers):
+        """The same to the near host alone, over IPv4."""
+        for opened, group in self._sockets:
+            if ":" not in group[0]:
+                message = dns.encode(dns.Message(flags=dns.RESPONSE, answers=list(answers)))
+                opened.sendto(message, (next(address for address in self.near if ":" not in address), group[1]))
+
     def send(self, message, over="both"):
         for opened, group in self._sockets:
             if over in ("both", "IPv6" if ":" in group[0] else "IPv4"):

@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: MIT
 """Browse: who is reported, once when first seen and once when last lost."""
 
+import time
+
 import pytest
 
 import driver as d
@@ -134,6 +136,19 @@ def test_an_instance_goes_by_the_name_that_it_came_by(link):
     air.say(dns.Record(kind, dns.PTR, (b"office PRINTER", *kind), 0))
     looker.wait("br", 2)
     assert names(looker, "br") == [(True, "Office Printer"), (False, "Office Printer")]
+
+
+def test_a_goodbye_that_the_group_does_not_hear_is_noticed_by_avahi(link):
+    air, looker = link.air(), link.publisher()
+    looker.browse("br", link.near_index, "_ipp._tcp")
+    kind = dns.labels("_ipp._tcp.local")
+    air.say(dns.Record(kind, dns.PTR, (b"Printer", *kind), 4500), over="IPv4")
+    looker.wait("br")
+    said = time.monotonic()
+    air.tell(dns.Record(kind, dns.PTR, (b"Printer", *kind), 0))
+    looker.wait("br", 2)
+    assert names(looker, "br") == [(True, "Printer"), (False, "Printer")]
+    assert looker.of("br")[1].time - said > 0.9  # RFC 6762 section 10.1: a second, of which the library waits less itself
 
 
 def test_own_services_are_found_on_the_same_interface(link):
