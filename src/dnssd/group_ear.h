@@ -3,7 +3,7 @@
 // packets are Avahi's alone. They are there while somebody listens, which is where something has to be heard that Avahi does
 // not tell; a datagram is read once for all who do.
 //
-// Each socket has an allowance of records, as Avahi's have (gate.h): beyond it, packets are thrown away unread. What comes of no
+// Each socket has an allowance of records, as Avahi's have (gate.h): beyond it, packets are thrown away unread. What is of no
 // interest to anybody costs nothing of it. Whoever listens has to get along with what he has not heard.
 #pragma once
 
