@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <cstddef>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 
 #include "dnssd/message_reader.h"
@@ -15,7 +17,7 @@ namespace dnssd {
 namespace {
 
 // As long as gate.cpp lets a crowd wait: what devices answer meanwhile, they have mostly said before.
-constexpr std::int64_t kRemembered = 11'000'000;  // microseconds
+constexpr std::int64_t kRemembered = kRepeatsForgottenAfter / 2;
 
 // Seconds: what lives so long has not begun to be asked for again (at four fifths of its life, RFC 6762 section 5.2) long after
 // it has ceased to be remembered here. Goodbyes are below it too.
@@ -23,6 +25,9 @@ constexpr std::uint32_t kLongLived = 60;
 
 // Twice what two thousand services of six records say; a flood of invented ones is forgotten as soon as it has filled this.
 constexpr std::size_t kRecordsMax = 24'000;
+
+// What an office says finds room; a smaller table would save nothing.
+constexpr std::size_t kPlacesMin = 64;
 
 // RFC 1035 section 3.2.2, RFC 2782.
 constexpr std::uint16_t kTypeNs = 2, kTypeCname = 5, kTypePtr = 12, kTypeSrv = 33;
@@ -148,34 +153,79 @@ Contents contents_of(std::span<const std::uint8_t> message) {
   return contents;
 }
 
+// --- The table
+
+// Where a key's entry is, or the free place where it would be. There must be a free one.
+template <typename Places>
+auto& place_of(Places& places, std::uint64_t key) {
+  std::size_t at = key & (places.size() - 1);
+  while (places[at].key != 0 && places[at].key != key) {
+    at = (at + 1) & (places.size() - 1);
+  }
+  return places[at];
+}
+
+// No key is 0, which marks a free place.
+std::uint64_t key_in_table(std::uint64_t key) { return std::max<std::uint64_t>(key, 1); }
+
+void grow(SaidTable& table) {
+  std::vector<SaidTable::Said> larger(std::max(kPlacesMin, 2 * table.places.size()));
+  for (const SaidTable::Said& said : table.places) {
+    if (said.key != 0) {
+      place_of(larger, said.key) = said;
+    }
+  }
+  table.places.swap(larger);
+}
+
+void put(SaidTable& table, std::uint64_t key, std::uint64_t what, std::int64_t at) {
+  if (4 * (table.count + 1) > 3 * table.places.size()) {
+    grow(table);
+  }
+  SaidTable::Said& place = place_of(table.places, key_in_table(key));
+  table.count += place.key == 0 ? 1 : 0;
+  // A clock that was set may make a datagram seem to come from the past.
+  const std::int64_t after = std::max<std::int64_t>(at - table.begun_at, std::numeric_limits<std::int32_t>::min());
+  place = {key_in_table(key), static_cast<std::uint32_t>(what), static_cast<std::int32_t>(after)};
+}
+
+struct LastSaid {
+  std::uint32_t what = 0;
+  std::int64_t at = 0;  // monotonic, microseconds
+};
+
+// What was said last of a key, if anything is remembered.
+std::optional<LastSaid> last_said(const Repeats& repeats, std::uint64_t key) {
+  for (const SaidTable* table : {&repeats.recent, &repeats.older}) {
+    if (table->count == 0) {
+      continue;
+    }
+    const SaidTable::Said& said = place_of(table->places, key_in_table(key));
+    if (said.key != 0) {
+      return LastSaid{said.what, table->begun_at + said.after};
+    }
+  }
+  return std::nullopt;
+}
+
+// --- Its use
+
 // Makes room: what is older than twice the time is gone, and a flood is too.
 void turn(Repeats& repeats, std::int64_t at) {
-  const std::int64_t passed = at - repeats.turned_at;
-  if (repeats.recent.size() > kRecordsMax || passed >= 2 * kRemembered) {
+  const std::int64_t passed = at - repeats.recent.begun_at;
+  if (repeats.recent.count > kRecordsMax || passed >= kRepeatsForgottenAfter) {
     repeats_forget(repeats);
   }
   if (passed < kRemembered) {
     return;
   }
-  repeats.older.clear();
-  repeats.older.swap(repeats.recent);
-  repeats.turned_at = at;
-}
-
-// What was said last of a record; null: nothing that is remembered.
-const Repeats::Said* last_said(const Repeats& repeats, std::uint64_t key) {
-  for (const auto* table : {&repeats.recent, &repeats.older}) {
-    if (const auto found = table->find(key); found != table->end()) {
-      return &found->second;
-    }
-  }
-  return nullptr;
+  repeats.older = std::exchange(repeats.recent, SaidTable{{}, 0, at});
 }
 
 bool is_repeat(const Repeats& repeats, const Contents& contents, std::int64_t at) {
   return contents.is_long_lived && std::ranges::all_of(contents.said, [&](const auto& said) {
-           const Repeats::Said* last = last_said(repeats, said.first);
-           return last != nullptr && last->what == said.second && at - last->at <= kRemembered;
+           const std::optional<LastSaid> last = last_said(repeats, said.first);
+           return last && last->what == static_cast<std::uint32_t>(said.second) && at - last->at <= kRemembered;
          });
 }
 
@@ -193,7 +243,7 @@ Heard repeats_note(Repeats& repeats, std::span<const std::uint8_t> message, std:
     return {true, std::move(contents.keys)};
   }
   for (const auto& [key, what] : contents.said) {
-    repeats.recent[key] = {what, at};
+    put(repeats.recent, key, what, at);
   }
   return {false, std::move(contents.keys)};
 }
@@ -209,15 +259,22 @@ std::uint64_t repeats_what(std::uint16_t rrtype, std::string_view rdata, std::ui
 }
 
 std::optional<std::int64_t> repeats_said(const Repeats& repeats, std::uint64_t key, std::uint64_t what) {
-  const Repeats::Said* last = last_said(repeats, key);
-  return last != nullptr && last->what == what ? std::optional(last->at) : std::nullopt;
+  const std::optional<LastSaid> last = last_said(repeats, key);
+  return last && last->what == static_cast<std::uint32_t>(what) ? std::optional(last->at) : std::nullopt;
 }
 
-bool repeats_knows(const Repeats& repeats, std::uint64_t key) { return last_said(repeats, key) != nullptr; }
+bool repeats_knows(const Repeats& repeats, std::uint64_t key) { return last_said(repeats, key).has_value(); }
 
 void repeats_forget(Repeats& repeats) {
-  repeats.recent.clear();
-  repeats.older.clear();
+  repeats.recent = {{}, 0, repeats.recent.begun_at};
+  repeats.older = {};
+}
+
+bool repeats_age(Repeats& repeats, std::int64_t now) {
+  if (now - repeats.recent.begun_at >= kRepeatsForgottenAfter) {
+    repeats_forget(repeats);
+  }
+  return repeats.recent.count + repeats.older.count > 0;
 }
 
 }  // namespace dnssd

@@ -14,27 +14,34 @@
 // and it is the answer that counts (RFC 6762 section 8.1).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "dnssd/names.h"
 
 namespace dnssd {
 
-struct Repeats {
+// What has been said since a moment. By the hash of name and type: what one message said of all unique records of them. By that
+// of name, type and data: each record that others may have as well. A table of places, each entry at the first free one from
+// where its key belongs: two thousand services say twelve thousand things on each socket.
+struct SaidTable {
   struct Said {
-    std::uint64_t what = 0;  // hash of data and lifetime
-    std::int64_t at = 0;     // when it was said first: monotonic, microseconds
+    std::uint64_t key = 0;   // 0: the place is free
+    std::uint32_t what = 0;  // hash of data and lifetime, cut
+    std::int32_t after = 0;  // when it was said first: microseconds since `begun_at`
   };
-  // By the hash of name and type: what one message said of all unique records of them. By that of name, type and data: each
-  // record that others may have as well.
-  std::unordered_map<std::uint64_t, Said> recent;
-  std::unordered_map<std::uint64_t, Said> older;  // `recent` as it was at `turned_at`
-  std::int64_t turned_at = 0;                     // monotonic, microseconds
+  std::vector<Said> places;   // none, or as many as a power of two
+  std::size_t count = 0;      // entries, at most three quarters of the places
+  std::int64_t begun_at = 0;  // monotonic, microseconds
+};
+
+struct Repeats {
+  SaidTable recent;
+  SaidTable older;  // `recent` as it was when that began
 };
 
 struct Heard {
@@ -49,7 +56,15 @@ Heard repeats_note(Repeats& repeats, std::span<const std::uint8_t> message, std:
 // Whether anything is remembered to have been said of the key.
 bool repeats_knows(const Repeats& repeats, std::uint64_t key);
 
+// Forgets all of it; no memory is kept.
 void repeats_forget(Repeats& repeats);
+
+// Forgets what is too old at `now` (monotonic, microseconds) to matter, if nobody says anything any more. Whether anything is
+// remembered still.
+bool repeats_age(Repeats& repeats, std::int64_t now);
+
+// After this time repeats_age forgets all that has been said until now: microseconds.
+inline constexpr std::int64_t kRepeatsForgottenAfter = 22'000'000;
 
 // The key of a name and type.
 std::uint64_t repeats_key(const Name& name, std::uint16_t rrtype);

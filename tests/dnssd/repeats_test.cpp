@@ -177,7 +177,8 @@ TEST_F(RepeatsTest, AFloodDoesNotMakeItGrow) {
                              static_cast<char>('a' + number / 4096) + '\0';
     IsRepeat(response(record(name, 1, 0x8001, 120, "\x0a\1\1\1"), 1), 10 * kSecond + number);
   }
-  EXPECT_LE(repeats_.recent.size() + repeats_.older.size(), 50'000U);
+  EXPECT_LE(repeats_.recent.count + repeats_.older.count, 50'000U);
+  EXPECT_LE(repeats_.recent.places.size() + repeats_.older.places.size(), 65'536U);
 }
 
 TEST_F(RepeatsTest, KeysOfTheRecordsBeforeADamagedOneAreTold) {
@@ -229,10 +230,51 @@ TEST_F(RepeatsTest, TheTargetOfAnSrvRecordIsTheSameInAnyForm) {
   EXPECT_TRUE(repeats_said(repeats_, repeats_key(Name{{"host", "local"}}, 33), what));
 }
 
+TEST_F(RepeatsTest, EachOfThousandsIsRemembered) {
+  const auto numbered = [](unsigned number) {
+    const std::string name = std::string("\3") + static_cast<char>('a' + number % 16) +
+                             static_cast<char>('a' + number / 16 % 16) + static_cast<char>('a' + number / 256) + '\0';
+    return response(record(name, 1, 0x8001, 120, "\x0a\1\1\1"), 1);
+  };
+  for (unsigned number = 0; number < 4096; ++number) {
+    EXPECT_FALSE(IsRepeat(numbered(number), 12 * kSecond + number)) << number;
+  }
+  for (unsigned number = 0; number < 4096; ++number) {
+    EXPECT_TRUE(IsRepeat(numbered(number), 13 * kSecond + number)) << number;
+  }
+  EXPECT_EQ(repeats_.recent.count, 4096U);
+}
+
+TEST_F(RepeatsTest, WhatSeemsToComeFromLongAgoIsNotRememberedAsNew) {
+  constexpr std::int64_t kDay = 86'400 * kSecond;
+  EXPECT_FALSE(IsRepeat(response(address(1), 1), 2 * kDay));
+  EXPECT_FALSE(IsRepeat(response(address(2), 1), 0)) << "the wall clock was set meanwhile";
+  EXPECT_FALSE(IsRepeat(response(address(2), 1), 2 * kDay));
+  EXPECT_TRUE(IsRepeat(response(address(2), 1), 2 * kDay + kSecond));
+}
+
+TEST_F(RepeatsTest, ForgettingKeepsNoMemory) {
+  EXPECT_FALSE(IsRepeat(response(address(1), 1), 10 * kSecond));
+  EXPECT_FALSE(IsRepeat(response(address(2), 1), 25 * kSecond));
+  repeats_forget(repeats_);
+  EXPECT_EQ(repeats_.recent.places.capacity() + repeats_.older.places.capacity(), 0U);
+  EXPECT_FALSE(repeats_age(repeats_, 25 * kSecond));
+}
+
+TEST_F(RepeatsTest, WhatNobodyAddsToIsForgottenInTheEnd) {
+  EXPECT_FALSE(IsRepeat(response(address(1), 1), 30 * kSecond));
+  const std::uint64_t key = repeats_key(Name{{"host", "local"}}, 1);
+  EXPECT_TRUE(repeats_age(repeats_, 30 * kSecond + kRepeatsForgottenAfter - 1));
+  EXPECT_TRUE(repeats_knows(repeats_, key));
+  EXPECT_FALSE(repeats_age(repeats_, 30 * kSecond + kRepeatsForgottenAfter));
+  EXPECT_FALSE(repeats_knows(repeats_, key));
+  EXPECT_EQ(repeats_.recent.places.capacity(), 0U);
+}
+
 TEST_F(RepeatsTest, WhatIsOldIsGone) {
   EXPECT_FALSE(IsRepeat(response(address(1), 1), 10 * kSecond));
   EXPECT_FALSE(IsRepeat(response(address(1), 1), 40 * kSecond));
-  EXPECT_EQ(repeats_.recent.size() + repeats_.older.size(), 1U);
+  EXPECT_EQ(repeats_.recent.count + repeats_.older.count, 1U);
 }
 
 }  // namespace
