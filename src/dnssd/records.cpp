@@ -3,6 +3,8 @@
 // registered twice on one interface is one publication with two holders (the first one's TTL and uniqueness hold).
 #include <avahi-core/rr.h>
 
+#include <array>
+
 #include "dnssd/engine.h"
 #include "dnssd/operations.h"
 #include "dnssd/publications.h"
@@ -114,13 +116,12 @@ AvahiRecord* record_from_rdata(const std::string& name, std::uint16_t rrtype, co
 }
 
 std::string rdata_of(AvahiRecord& record) {
-  std::string rdata(kRdataMax, '\0');
-  const std::size_t size = avahi_rdata_serialize(&record, rdata.data(), rdata.size());
+  std::array<char, kRdataMax> room;
+  const std::size_t size = avahi_rdata_serialize(&record, room.data(), room.size());
   if (size == static_cast<std::size_t>(-1)) {
     return {};
   }
-  rdata.resize(size);
-  rdata.shrink_to_fit();
+  std::string rdata(room.data(), size);
   // Avahi forgets empty strings; a TXT record always holds one (RFC 6763 section 6.1).
   return rdata.empty() && record.key->type == AVAHI_DNS_TYPE_TXT ? std::string(1, '\0') : rdata;
 }
