@@ -26,7 +26,8 @@ bool answer_add(AnswerSet& set, int protocol, const std::string& rdata, std::uin
 // Notes that `protocol` has lost `rdata`. True when no protocol has it any more.
 bool answer_remove(AnswerSet& set, int protocol, const std::string& rdata);
 
-// The answer that became live last, as a pair of rdata and record; null when none is live.
+// The answer that became live last, as a pair of rdata and record; null when none is live. Looks at each: for answers that a lookup
+// bounds (lookups.h).
 const std::pair<const std::string, Answer>* answer_newest(const AnswerSet& set);
 
 }  // namespace dnssd

@@ -4,6 +4,7 @@
 #include "dnssd/lookups.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "dnssd/operations.h"
 #include "dnssd/repeats.h"
@@ -66,17 +67,44 @@ void begin_rest(Lookup& lookup, std::int64_t until) {
 
 // --- What has been told
 
+void take_back(Lookup& lookup, const ToldRecord& gone) {
+  lookup.callback(*lookup.operation, gone.protocol, AVAHI_BROWSER_REMOVE, gone.record);
+  avahi_record_unref(gone.record);
+}
+
 void tell_new(Lookup& lookup, AvahiProtocol protocol, AvahiRecord* record) {
   if (lookup.kind != LookupKind::steady) {
     if (told_confirm(lookup.told, protocol, record)) {
       return;
     }
-    if (!told_add(lookup.told, protocol, record)) {
-      told_forget(lookup.told);
-      lookup.kind = LookupKind::steady;
+    if (const std::optional<ToldRecord> gone = told_add(lookup.told, protocol, record)) {
+      lookup.has_dropped = true;
+      take_back(lookup, *gone);
     }
   }
   lookup.callback(*lookup.operation, protocol, AVAHI_BROWSER_NEW, record);
+}
+
+// Found in the cache: told when the browser has been through it.
+void note_scanned(Lookup& lookup, AvahiProtocol protocol, AvahiRecord* record) {
+  ToldRecords& scanned = lookups_of(lookup).scanned;
+  if (told_confirm(lookup.told, protocol, record)) {
+    return;
+  }
+  if (told_is_full(scanned, protocol)) {
+    lookup.has_dropped = true;
+    return;
+  }
+  static_cast<void>(told_add(scanned, protocol, record));
+}
+
+void tell_scanned(Lookup& lookup) {
+  ToldRecords scanned;
+  scanned.swap(lookups_of(lookup).scanned);
+  for (auto found = scanned.rbegin(); found != scanned.rend(); ++found) {
+    tell_new(lookup, found->protocol, found->record);
+  }
+  told_forget(scanned);
 }
 
 void tell_gone(Lookup& lookup, AvahiProtocol protocol, AvahiRecord* record) {
@@ -88,8 +116,7 @@ void tell_gone(Lookup& lookup, AvahiProtocol protocol, AvahiRecord* record) {
 // The browser has been through the cache: what it has not found there is gone.
 void take_back_unconfirmed(Lookup& lookup) {
   for (const ToldRecord& gone : told_take_unconfirmed(lookup.told)) {
-    lookup.callback(*lookup.operation, gone.protocol, AVAHI_BROWSER_REMOVE, gone.record);
-    avahi_record_unref(gone.record);
+    take_back(lookup, gone);
   }
 }
 
@@ -105,7 +132,26 @@ void rest_if_possible(Lookup& lookup) {
   }
 }
 
+// Older records, for which there was no room, may be there still: a new browser has to go through the cache, in a moment.
+void look_again_if_bare(Lookup& lookup) {
+  if (lookup.has_dropped && lookup.told.empty() && lookup.browser != nullptr) {
+    begin_rest(lookup, monotonic_now());
+  }
+}
+
 // --- Avahi's side
+
+void record_found(Lookup& lookup, AvahiProtocol protocol, AvahiRecord* record, AvahiLookupResultFlags flags) {
+  if (lookup.kind == LookupKind::lasting && lookup.is_scanning) {
+    note_scanned(lookup, protocol, record);
+    return;
+  }
+  tell_new(lookup, protocol, record);
+  if (lookup.kind == LookupKind::brief && (flags & AVAHI_LOOKUP_RESULT_CACHED) != 0) {
+    lookup.kind = LookupKind::lasting;
+    begin_rest(lookup, monotonic_now() + kBriefRest);
+  }
+}
 
 void record_seen(AvahiSRecordBrowser* browser, AvahiIfIndex, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record,
                  AvahiLookupResultFlags flags, void* userdata) {
@@ -115,21 +161,21 @@ void record_seen(AvahiSRecordBrowser* browser, AvahiIfIndex, AvahiProtocol proto
   }
   switch (event) {
     case AVAHI_BROWSER_NEW:
-      tell_new(lookup, protocol, record);
-      if (lookup.kind == LookupKind::brief && (flags & AVAHI_LOOKUP_RESULT_CACHED) != 0) {
-        lookup.kind = LookupKind::lasting;
-        begin_rest(lookup, monotonic_now() + kBriefRest);
-      }
+      record_found(lookup, protocol, record, flags);
       break;
     case AVAHI_BROWSER_REMOVE:
       tell_gone(lookup, protocol, record);
       review_soon(lookup);
+      look_again_if_bare(lookup);
       break;
     case AVAHI_BROWSER_CACHE_EXHAUSTED:
+      lookup.is_scanning = false;
+      tell_scanned(lookup);
       take_back_unconfirmed(lookup);
       rest_if_possible(lookup);
       break;
     case AVAHI_BROWSER_FAILURE:
+      told_forget(lookups_of(lookup).scanned);
       lookup.callback(*lookup.operation, protocol, event, nullptr);
       break;
     case AVAHI_BROWSER_ALL_FOR_NOW:
@@ -139,6 +185,8 @@ void record_seen(AvahiSRecordBrowser* browser, AvahiIfIndex, AvahiProtocol proto
 
 bool open_browser(Lookup& lookup) {
   const Server& server = *lookup.server;
+  lookup.is_scanning = true;
+  lookup.has_dropped = false;
   lookup.browser = avahi_s_record_browser_new(server.avahi, static_cast<AvahiIfIndex>(server.interface_index), AVAHI_PROTO_UNSPEC,
                                               lookup.key, AVAHI_LOOKUP_USE_MULTICAST, record_seen, &lookup);
   return lookup.browser != nullptr;
@@ -174,6 +222,27 @@ void heard(Lookup& lookup, const Repeats& repeats) {
   }
   leave_rest(lookup);
   rest(lookup, until);
+}
+
+// --- What has been said long ago
+
+void forgetting_fired(AvahiTimeout*, void* userdata) {
+  Server& server = *static_cast<Server*>(userdata);
+  bool is_any_left = false;
+  for (Gate& gate : server.gates) {
+    is_any_left = repeats_age(gate.repeats, monotonic_now()) || is_any_left;
+  }
+  server.lookups_there.will_forget = is_any_left;
+  if (is_any_left) {
+    poll_timer_start(server.lookups_there.forgetting, kRepeatsForgottenAfter);
+  }
+}
+
+void forget_by_and_by(Lookups& lookups) {
+  if (!lookups.will_forget) {
+    lookups.will_forget = true;
+    poll_timer_start(lookups.forgetting, kRepeatsForgottenAfter);
+  }
 }
 
 // --- The end
@@ -217,6 +286,7 @@ void lookups_open(Server& server) {
   lookups.waking = poll_timer_new(gEngine->poll, waking_fired, &lookups);
   lookups.settling = poll_timer_new(
       gEngine->poll, [](AvahiTimeout*, void* userdata) { settle(*static_cast<Lookups*>(userdata)); }, &lookups);
+  lookups.forgetting = poll_timer_new(gEngine->poll, forgetting_fired, &server);
 }
 
 void lookups_close(Server& server) {
@@ -224,11 +294,16 @@ void lookups_close(Server& server) {
   settle(lookups);
   poll_timer_free(lookups.waking);
   poll_timer_free(lookups.settling);
+  poll_timer_free(lookups.forgetting);
   lookups.waking = nullptr;
   lookups.settling = nullptr;
+  lookups.forgetting = nullptr;
 }
 
 void lookups_heard(Server& server, const Repeats& repeats, std::span<const std::uint64_t> keys) {
+  if (!keys.empty()) {
+    forget_by_and_by(server.lookups_there);
+  }
   for (const std::uint64_t key : keys) {
     const auto [first, last] = server.lookups_there.by_key.equal_range(key);
     for (auto entry = first; entry != last; ++entry) {

@@ -11,6 +11,9 @@
 // A brief lookup rests for a moment at the first answer from the cache, whatever else there is: a resolve, whose answer stands
 // beside the pointer that led to it, is mostly ended by then.
 //
+// Only lookups of unique records rest, and what they tell is bounded (told_records.h): of very many records, the newest. Avahi goes
+// through its cache from the newest record to the oldest; a lasting lookup tells what it found there the other way round.
+//
 // And when a record browser is freed, Avahi walks over all that there are before it looks at the next packet: those of a twentieth
 // of a second are freed together.
 #pragma once
@@ -29,7 +32,7 @@ namespace dnssd {
 using LookupCallback = void (*)(Operation& operation, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record);
 
 enum class LookupKind {
-  steady,   // never rests
+  steady,   // never rests, and tells everything
   lasting,  // rests while it has nothing to ask
   brief,    // and at its first answer
 };
@@ -41,6 +44,8 @@ struct Lookup {
   LookupCallback callback = nullptr;
   LookupKind kind = LookupKind::steady;
   bool is_reviewed = false;                // it is among those to be reviewed
+  bool is_scanning = false;                // the browser has not been through the cache yet
+  bool has_dropped = false;                // since it began: records that there was no room for
   AvahiKey* key = nullptr;                 // one reference, owned
   std::uint64_t heard_as = 0;              // the key's key in Repeats; 0: steady
   AvahiSRecordBrowser* browser = nullptr;  // null while it rests
@@ -54,8 +59,11 @@ struct Lookups {
   std::multimap<std::int64_t, Lookup*> resting;            // by wakes_at
   std::vector<Lookup*> ended;
   std::vector<Lookup*> reviewed;
-  AvahiTimeout* waking = nullptr;    // runs while any rests
-  AvahiTimeout* settling = nullptr;  // runs while any has ended or is to be reviewed
+  ToldRecords scanned;                 // what the lookup whose browser is going through the cache has found, the newest first
+  AvahiTimeout* waking = nullptr;      // runs while any rests
+  AvahiTimeout* settling = nullptr;    // runs while any has ended or is to be reviewed
+  AvahiTimeout* forgetting = nullptr;  // runs while the gates' Repeats remember anything
+  bool will_forget = false;            // it runs
 };
 
 void lookups_open(Server& server);

@@ -68,8 +68,8 @@ void answer_changed(Operation& operation, AvahiProtocol protocol, AvahiBrowserEv
 DNSServiceErrorType query_start(Operation& operation, const Name& name) {
   Query& query = part_of<Query>(operation);
   query.full_name = name_to_text(name);
-  // Everybody may have a pointer of the name: there are as many answers as services, and never an end of them.
-  const LookupKind kind = query.rrtype == kDNSServiceType_PTR ? LookupKind::steady : LookupKind::lasting;
+  // What is not an address may be everybody's: there are as many pointers of a name as services, and each of them is told.
+  const LookupKind kind = is_address(query.rrtype) ? LookupKind::lasting : LookupKind::steady;
   query.lookup = lookup_start(operation, name, query.rrtype, kind, answer_changed);
   return query.lookup == nullptr ? kDNSServiceErr_BadParam : kDNSServiceErr_NoError;
 }

@@ -6,13 +6,20 @@
 namespace dnssd {
 namespace {
 
-// Far more than a host has addresses; a list is still walked in no time.
-constexpr std::size_t kToldMax = 64;
-
 ToldRecords::iterator find(ToldRecords& told, AvahiProtocol protocol, AvahiRecord* record) {
   return std::find_if(told.begin(), told.end(), [&](const ToldRecord& one) {
     return one.protocol == protocol && avahi_record_equal_no_ttl(one.record, record) != 0;
   });
+}
+
+// The first that leaves when there is no room over the protocol.
+ToldRecords::iterator dispensable(ToldRecords& told, AvahiProtocol protocol) {
+  const auto over = [&](bool is_confirmed) {
+    return std::ranges::find_if(
+        told, [&](const ToldRecord& one) { return one.protocol == protocol && one.is_confirmed == is_confirmed; });
+  };
+  const auto unconfirmed = over(false);
+  return unconfirmed != told.end() ? unconfirmed : over(true);
 }
 
 }  // namespace
@@ -29,12 +36,20 @@ bool told_confirm(ToldRecords& told, AvahiProtocol protocol, AvahiRecord* record
   return true;
 }
 
-bool told_add(ToldRecords& told, AvahiProtocol protocol, AvahiRecord* record) {
-  if (told.size() >= kToldMax) {
-    return false;
+std::optional<ToldRecord> told_add(ToldRecords& told, AvahiProtocol protocol, AvahiRecord* record) {
+  std::optional<ToldRecord> gone;
+  if (told_is_full(told, protocol)) {
+    const auto leaves = dispensable(told, protocol);
+    gone = *leaves;
+    told.erase(leaves);
   }
-  told.push_back({protocol, avahi_record_ref(record), true});
-  return true;
+  told.push_back({avahi_record_ref(record), protocol, true});
+  return gone;
+}
+
+bool told_is_full(const ToldRecords& told, AvahiProtocol protocol) {
+  const auto count = std::ranges::count_if(told, [&](const ToldRecord& one) { return one.protocol == protocol; });
+  return static_cast<std::size_t>(count) >= kToldMax;
 }
 
 bool told_remove(ToldRecords& told, AvahiProtocol protocol, AvahiRecord* record) {

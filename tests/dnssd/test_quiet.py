@@ -158,6 +158,30 @@ def test_a_name_with_very_many_records_is_told_whole(place):
     assert len({reply.fields[3] for reply in replies}) == 200
 
 
+def announce_addresses(place, *lasts):
+    place.say_first(*[address(last) for last in lasts])
+
+
+def test_of_what_is_remembered_the_newest_is_told_last(place):
+    browse_and_wait(place)
+    place.near.query("known", place.index, "host.local.", d.A)
+    announce_addresses(place, 7, 8, 9)
+    d.wait_for(lambda: place.told("known")[-1:] == [9], "the newest address")
+    place.near.query("q", place.index, "host.local.", d.A)
+    place.is_told("q", 7, 8, 9)
+
+
+def test_of_very_many_addresses_the_newest_are_told_and_the_others_when_they_have_gone(place):
+    browse_and_wait(place)
+    place.near.query("known", place.index, "host.local.", d.A)
+    announce_addresses(place, *range(101, 141))
+    d.wait_for(lambda: place.told("known")[-1:] == [140], "the newest address")
+    place.near.query("q", place.index, "host.local.", d.A)
+    place.is_told("q", *range(125, 141))
+    place.air.say(*[address(last, ttl=0) for last in range(125, 141)])
+    d.wait_for(lambda: place.told("q")[-16:] == list(range(109, 125)), "the others")
+
+
 def test_where_something_is_published_lookups_do_not_rest(place):
     browse_and_wait(place)
     place.near.query("q", place.index, "host.local.", d.A)
