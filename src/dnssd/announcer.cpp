@@ -11,7 +11,6 @@
 #include <iterator>
 #include <limits>
 
-#include "dnssd/crowd.h"
 #include "dnssd/message.h"
 #include "dnssd/publications.h"
 #include "dnssd/server.h"
@@ -152,7 +151,6 @@ void send_due(AvahiTimeout*, void* userdata) {
   Server& server = *static_cast<Server*>(userdata);
   Announcer& announcer = server.announcer;
   allowance_grow(announcer.allowance, kAnnounceRate);
-  const QuietScope quiet(server);
   Message message;
   int patience = 0;  // an announcement that finds no room is made good by the second one
   while (Publication* publication = next_due(announcer)) {

@@ -79,11 +79,6 @@ Ear ear_for(const Server& server) {
   return is_crowded ? Ear::crowded : Ear::ordinary;
 }
 
-void loop_back(const Server& server, int yes) {
-  setsockopt(server.sockets[AVAHI_PROTO_INET], IPPROTO_IP, IP_MULTICAST_LOOP, &yes, sizeof yes);
-  setsockopt(server.sockets[AVAHI_PROTO_INET6], IPPROTO_IPV6, IPV6_MULTICAST_LOOP, &yes, sizeof yes);
-}
-
 }  // namespace
 
 void crowd_review(Server& server) {
@@ -104,17 +99,5 @@ void crowd_review(Server& server) {
 }
 
 void crowd_begin(int fd) { listen_with(fd, Ear::unpublished); }
-
-QuietScope::QuietScope(const Server& server) : quiet_(server.ear == Ear::crowded && server.lookups == 0 ? &server : nullptr) {
-  if (quiet_ != nullptr) {
-    loop_back(*quiet_, 0);
-  }
-}
-
-QuietScope::~QuietScope() {
-  if (quiet_ != nullptr) {
-    loop_back(*quiet_, 1);
-  }
-}
 
 }  // namespace dnssd

@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: MIT
-// What a server listens to, and whether it hears itself: the savings without which two thousand services cost many times
-// what they should. Avahi holds each question of type ANY, which is what probes are (RFC 6762 section 8.1), against every
-// record that it has published or remembers, and each record that it hears against all those of the last half second.
+// What a server listens to: the savings without which two thousand services cost many times what they should. Avahi holds each
+// question of type ANY, which is what probes are (RFC 6762 section 8.1), against every record that it has published or remembers,
+// and each record that it hears against all those of the last half second.
 //
 //   - Where nothing is published, neither probes nor this machine's own questions are listened to: there is no name to
 //     defend, and nothing to answer with.
 //   - Where very many records are published (a crowd), and only there, this machine's own probes, which multicast loops
 //     back, are not listened to. Another responder on this machine still hears ours, and that both want a name is found out
 //     when it announces it.
-//   - In a crowd, our announcements are not looped back while this process looks nothing up on the interface. Other programs
-//     on this machine find the services by asking; goodbyes are always looped back.
 #pragma once
 
 namespace dnssd {
@@ -23,17 +21,5 @@ void crowd_review(Server& server);
 
 // The same for a socket that has just been made, when nothing is published.
 void crowd_begin(int fd);
-
-// While it lives, nothing that is sent on a crowded server's sockets is looped back.
-class QuietScope {
- public:
-  explicit QuietScope(const Server& server);
-  ~QuietScope();
-  QuietScope(const QuietScope&) = delete;
-  QuietScope& operator=(const QuietScope&) = delete;
-
- private:
-  const Server* quiet_;  // null: looped back as usual
-};
 
 }  // namespace dnssd

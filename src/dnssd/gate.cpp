@@ -49,8 +49,6 @@ constexpr int kThrownAwayPerPass = 128;
 constexpr std::uint16_t kPort = 5353;
 constexpr std::uint8_t kIpv6GroupPrefix = 0xFF;  // RFC 4291 section 2.7
 
-constexpr std::size_t kRecordBytesMin = 11;  // section 4.1.3: a root name, type, class, TTL, length
-
 using Buffer = std::array<std::uint8_t, kMessageMax>;
 
 struct Datagram {
@@ -58,6 +56,7 @@ struct Datagram {
   std::int64_t at = 0;                  // when it arrived: monotonic, microseconds
   bool is_to_group = true;              // not to this machine alone
   bool may_be_response = false;         // comes from the port of multicast DNS; from another one Avahi believes nothing
+  std::string from;                     // the sender's address, as it is sent
 };
 
 std::int64_t microseconds_of(std::int64_t seconds, std::int64_t microseconds) { return seconds * 1'000'000 + microseconds; }
@@ -95,6 +94,15 @@ bool is_to_group(msghdr& header) {
   return true;
 }
 
+std::string address_of(const sockaddr_storage& sender) {
+  if (sender.ss_family == AF_INET) {
+    const in_addr& bytes = reinterpret_cast<const sockaddr_in&>(sender).sin_addr;
+    return {reinterpret_cast<const char*>(&bytes), sizeof bytes};
+  }
+  const in6_addr& bytes = reinterpret_cast<const sockaddr_in6&>(sender).sin6_addr;
+  return {reinterpret_cast<const char*>(&bytes), sizeof bytes};
+}
+
 bool is_multicast_dns(const sockaddr_storage& sender) {
   if (sender.ss_family == AF_INET) {
     return ntohs(reinterpret_cast<const sockaddr_in&>(sender).sin_port) == kPort;
@@ -118,20 +126,11 @@ std::optional<Datagram> look_at_next(int fd, Buffer& buffer) {
   if (size < 0) {
     return std::nullopt;
   }
-  return Datagram{
-      {buffer.data(), static_cast<std::size_t>(size)}, arrival_of(header), is_to_group(header), is_multicast_dns(sender)};
-}
-
-// The records in a datagram: as many as it claims, if they could fit. 1 for what is no message.
-double records_in(std::span<const std::uint8_t> message) {
-  if (message.size() < kMessageHeaderSize) {
-    return 1;
-  }
-  std::size_t claimed = 1;
-  for (std::size_t at = 4; at < kMessageHeaderSize; at += 2) {
-    claimed += message[at] * std::size_t{256} + message[at + 1];
-  }
-  return static_cast<double>(std::min(claimed, 1 + message.size() / kRecordBytesMin));
+  return Datagram{{buffer.data(), static_cast<std::size_t>(size)},
+                  arrival_of(header),
+                  is_to_group(header),
+                  is_multicast_dns(sender),
+                  address_of(sender)};
 }
 
 // Whether Avahi may have an answer to it in store from now on. Probes, which alone have authorities (RFC 6762 section 8.2), it
@@ -184,6 +183,17 @@ bool has_to_wait(const Gate& gate, const Datagram& next) {
   return gate.at_leisure && gate.has_room && gate.pace.left <= 0 && monotonic_now() - next.at < kPatience;
 }
 
+// Whether this server sent it, and nobody waits to hear of it.
+bool is_own_answer(const Gate& gate, const Datagram& next) {
+  return gate.server != nullptr && gate.server->lookups == 0 && next.may_be_response &&
+         gate.server->addresses.contains(next.from) && own_records_say(gate.server->own_records, next.bytes);
+}
+
+bool is_answered_otherwise(const Gate& gate, const Datagram& next) {
+  const bool is_to_all = next.is_to_group && next.may_be_response;
+  return gate.server != nullptr && crowd_answers_take(*gate.server, next.bytes, next.from, is_to_all);
+}
+
 // Passes the next datagram on to Avahi, or by it. False when there is none that may be taken now.
 bool take(Gate& gate, AvahiWatch* watch, int fd) {
   Buffer buffer;
@@ -204,9 +214,14 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
       heard.is_repeat = false;
     }
   }
-  const double records = records_in(next->bytes);
+  if (is_own_answer(gate, *next)) {
+    gate.allowance.left -= 1;
+    throw_away(fd, 1);
+    return true;
+  }
+  const double records = claimed_records(next->bytes);
   gate.allowance.left -= records;
-  if (heard.is_repeat) {
+  if (heard.is_repeat || is_answered_otherwise(gate, *next)) {
     throw_away(fd, 1);
     return true;
   }

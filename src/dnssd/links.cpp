@@ -5,6 +5,7 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -35,21 +36,29 @@ struct AddressList {
   }
 };
 
-unsigned link_of(const Server& server, const ifaddrs* first) {
-  unsigned link = 0;
+std::string address_bytes(const sockaddr& address) {
+  if (address.sa_family == AF_INET) {
+    const in_addr& bytes = reinterpret_cast<const sockaddr_in&>(address).sin_addr;
+    return {reinterpret_cast<const char*>(&bytes), sizeof bytes};
+  }
+  const in6_addr& bytes = reinterpret_cast<const sockaddr_in6&>(address).sin6_addr;
+  return {reinterpret_cast<const char*>(&bytes), sizeof bytes};
+}
+
+void note_link(Server& server, const ifaddrs* first) {
+  server.link = 0;
+  server.addresses.clear();
   for (const ifaddrs* entry = first; entry != nullptr; entry = entry->ifa_next) {
     const bool is_live = (entry->ifa_flags & kLive) == kLive;
     if (!is_live || entry->ifa_addr == nullptr || server.interface_name != entry->ifa_name) {
       continue;
     }
-    if (entry->ifa_addr->sa_family == AF_INET) {
-      link |= kIpv4;
-    }
-    if (entry->ifa_addr->sa_family == AF_INET6) {
-      link |= kIpv6;
+    const int family = entry->ifa_addr->sa_family;
+    if (family == AF_INET || family == AF_INET6) {
+      server.link |= family == AF_INET ? kIpv4 : kIpv6;
+      server.addresses.insert(address_bytes(*entry->ifa_addr));
     }
   }
-  return link;
 }
 
 void begin_again(const Server& server) {
@@ -69,7 +78,7 @@ void begin_again(const Server& server) {
 
 void review(Server& server, const ifaddrs* first, bool was_away) {
   const unsigned before = server.link;
-  server.link = link_of(server, first);
+  note_link(server, first);
   // Avahi forgets what it heard on a link that goes, and takes in what it did not when an address comes. Other news, such as the
   // lifetimes of addresses that each router advertisement renews, are none to it.
   if (was_away || server.link != before) {
@@ -163,7 +172,7 @@ void links_close() {
 void links_note(Server& server) {
   AddressList addresses;
   if (getifaddrs(&addresses.first) == 0) {
-    server.link = link_of(server, addresses.first);
+    note_link(server, addresses.first);
   }
 }
 

@@ -23,7 +23,9 @@ namespace dnssd {
 namespace {
 
 void drop_records(Publication& publication) {
+  crowd_answers_remove(*publication.server, publication);
   for (const PublishedRecord& published : publication.records) {
+    own_records_remove(publication.server->own_records, *published.record);
     avahi_record_unref(published.record);
   }
   publication.records.clear();
@@ -158,6 +160,10 @@ Publication* publication_new(Server& server, Serial holder, const std::string& k
   publication->key = key;
   publication->records = std::move(records);
   publication->holders.push_back(holder);
+  crowd_answers_add(server, *publication);
+  for (const PublishedRecord& published : publication->records) {
+    own_records_add(server.own_records, *published.record);
+  }
   ++server.publications;
   crowd_review(server);
   server.shared[key] = publication;

@@ -145,6 +145,7 @@ DNSServiceErrorType server_get(std::uint32_t interface_index, Server** server) {
   made->linger = poll_timer_new(gEngine->poll, linger_over, made.get());
   pacing_open(*made);
   announcer_open(*made);
+  crowd_answers_open(*made);
   lookups_open(*made);
   *server = made.get();
   gEngine->servers.emplace(interface_index, std::move(made));
@@ -181,6 +182,7 @@ void server_review_idle(Server& server) {
 // copies of its sockets.
 void server_close(Server& server) {
   announcer_close(server);
+  crowd_answers_close(server);
   pacing_close(server);
   lookups_close(server);
   for (Gate& gate : server.gates) {

@@ -2,14 +2,18 @@
 // One Avahi server per interface in use, bound to that interface.
 #pragma once
 
+#include <set>
+
 #include "dnssd/announcer.h"
 #include "dnssd/crowd.h"
+#include "dnssd/crowd_answers.h"
 #include "dnssd/departures.h"
 #include "dnssd/dnssd.h"
 #include "dnssd/gate.h"
 #include "dnssd/group_ear.h"
 #include "dnssd/long_names.h"
 #include "dnssd/lookups.h"
+#include "dnssd/own_records.h"
 #include "dnssd/pacing.h"
 
 namespace dnssd {
@@ -20,17 +24,20 @@ struct Server {
   std::string interface_name;  // as it was when the server was made
   AvahiPoll api{};
   AvahiServer* avahi = nullptr;
-  int sockets[2] = {-1, -1};       // Avahi's own for IPv4 and IPv6; -1: none
-  Gate gates[2];                   // before them
-  int bind_error = 0;              // errno of a socket that could not be bound to the interface
-  unsigned operations = 0;         // live operations on it
-  unsigned lookups = 0;            // those of them that look something up
-  unsigned publications = 0;       // live publications on it
-  AvahiTimeout* linger = nullptr;  // runs while neither is there
-  unsigned link = 0;               // what of its link is there, see links.h
-  Ear ear = Ear::unpublished;      // what its sockets listen to
+  int sockets[2] = {-1, -1};        // Avahi's own for IPv4 and IPv6; -1: none
+  Gate gates[2];                    // before them
+  int bind_error = 0;               // errno of a socket that could not be bound to the interface
+  unsigned operations = 0;          // live operations on it
+  unsigned lookups = 0;             // those of them that look something up
+  unsigned publications = 0;        // live publications on it
+  AvahiTimeout* linger = nullptr;   // runs while neither is there
+  unsigned link = 0;                // what of its link is there, see links.h
+  std::set<std::string> addresses;  // of its interface, as they are sent, without the scope
+  OwnRecords own_records;           // of its publications
+  Ear ear = Ear::unpublished;       // what its sockets listen to
   Pacing pacing;
   Announcer announcer;
+  CrowdAnswers crowd_answers;
   Lookups lookups_there;
   Departures departures;  // of its browses
   LongNames long_names;   // of its publications
