@@ -3,6 +3,8 @@
 // told to the browse, and stays until Avahi has noticed too, which takes a while where a crowd waits (gate.h). A live record
 // in that time brings the instance back, but only once what was cached of its former life is gone. What is missed may have been
 // such a record, and counts as one for every departure: then it is Avahi's word that holds.
+// A goodbye for what Avahi may yet find, since the gate is behind, makes one that need not be told any more; it ends as others do,
+// or when whatever arrived before the goodbye has been taken in.
 // The ear listens from the first browse on its interface to the last one.
 #include "dnssd/departures.h"
 
@@ -20,6 +22,11 @@ constexpr std::int64_t kBelievedAfter = 750'000;
 // What a new life's records replace goes one second after them (RFC 6762 section 10.2): found earlier, the instance would be
 // resolved to where it was.
 constexpr std::int64_t kBackAfter = 1'050'000;
+
+// What waited in front of the goodbye, and the goodbye too, has been taken in, and Avahi has believed it.
+constexpr std::int64_t kTakenInAfter = kGatePatience + 2'000'000;
+// So many of those: more than the instances that any browser takes. Beyond it, one may be found for a moment.
+constexpr std::size_t kHeldBackMax = 4096;
 
 constexpr unsigned kIpv4 = 1;
 constexpr unsigned kIpv6 = 2;
@@ -50,25 +57,39 @@ void departure_due(AvahiTimeout*, void* userdata) {
     browse_lost(*departure.watcher->operation, departure.protocol, departure.target);
   } else if (departure.is_back) {
     come_back(departure);
+  } else if (departure.may_be_found) {
+    end_departure(*departure.watcher, key_of(departure.target, departure.protocol));
   }
 }
 
-void begin_departure(Watcher& watcher, unsigned protocol, const Name& target) {
+void begin_departure(Watcher& watcher, unsigned protocol, const Name& target, bool is_present) {
   auto departure = std::make_unique<Departure>();
   departure->watcher = &watcher;
   departure->target = target;
   departure->protocol = protocol;
+  departure->told = departure->may_be_found = !is_present;
   departure->timer = poll_timer_new(gEngine->poll, departure_due, departure.get());
-  poll_timer_start(departure->timer, kBelievedAfter);
+  poll_timer_start(departure->timer, is_present ? kBelievedAfter : kTakenInAfter);
   watcher.departures.emplace(key_of(target, protocol), std::move(departure));
+}
+
+bool may_yet_be_found(const Watcher& watcher, unsigned protocol) {
+  const Gate* gates = watcher.operation->server->gates;
+  return gate_is_behind(gates[protocol == kIpv6 ? AVAHI_PROTO_INET6 : AVAHI_PROTO_INET]) &&
+         watcher.departures.size() < kHeldBackMax;
 }
 
 void heard_goodbye(Watcher& watcher, unsigned protocol, const Name& target) {
   const auto found = watcher.departures.find(key_of(target, protocol));
   if (found != watcher.departures.end()) {
     found->second->is_back = false;
+    if (found->second->may_be_found) {
+      poll_timer_start(found->second->timer, kTakenInAfter);
+    }
   } else if (browse_has(part_of<Browse>(*watcher.operation), protocol, target)) {
-    begin_departure(watcher, protocol, target);
+    begin_departure(watcher, protocol, target, true);
+  } else if (may_yet_be_found(watcher, protocol)) {
+    begin_departure(watcher, protocol, target, false);
   }
 }
 
@@ -118,12 +139,22 @@ void heard(const HeardMessage& message, void* userdata) {
   }
 }
 
+Watcher* watcher_of(const Operation& operation) {
+  const auto& watchers = operation.server->departures.watchers;
+  const auto found = watchers.find(std::get_if<Browse>(&operation.part));
+  return found == watchers.end() ? nullptr : found->second.get();
+}
+
 void missed(void* userdata) {
   for (const auto& [browse, watcher] : static_cast<Departures*>(userdata)->watchers) {
     for (auto next = watcher->departures.begin(); next != watcher->departures.end();) {
       Departure& departure = *next->second;
       ++next;
-      is_alive(departure);
+      if (departure.may_be_found) {
+        end_departure(*watcher, key_of(departure.target, departure.protocol));
+      } else {
+        is_alive(departure);
+      }
     }
   }
 }
@@ -160,11 +191,19 @@ void departures_unwatch(const Browse& browse) {
   }
 }
 
+bool departures_hold_back(const Operation& operation, unsigned protocol, const Name& target) {
+  const Watcher* watcher = watcher_of(operation);
+  if (watcher == nullptr || watcher->departures.empty()) {
+    return false;
+  }
+  const auto found = watcher->departures.find(key_of(target, protocol));
+  return found != watcher->departures.end() && found->second->told;
+}
+
 void departures_confirm(Operation& operation, unsigned protocol, const Name& target) {
-  const auto& watchers = operation.server->departures.watchers;
-  const auto found = watchers.find(&part_of<Browse>(operation));
-  if (found != watchers.end()) {
-    end_departure(*found->second, key_of(target, protocol));
+  Watcher* watcher = watcher_of(operation);
+  if (watcher != nullptr) {
+    end_departure(*watcher, key_of(target, protocol));
   }
 }
 

@@ -5,7 +5,8 @@
 // after that: a caller that then withdraws the instance on another link is always more than a second late. So each interface
 // that is browsed has an ear of the library's own (group_ear.h), and an instance whose goodbye nobody contradicts for three
 // quarters of a second is reported gone then. One that turns up again afterwards, while Avahi still takes it for present, is
-// reported found again. A goodbye that the ear misses is reported when Avahi has noticed it.
+// reported found again. Where a crowd waits to be taken in (gate.h), Avahi may find an instance long after its goodbye was heard:
+// that is not reported. A goodbye that the ear misses is reported when Avahi has noticed it.
 #pragma once
 
 #include <map>
@@ -19,14 +20,15 @@ namespace dnssd {
 
 struct Watcher;
 
-// What has said goodbye over a protocol, and is still present to the browse or to Avahi.
+// What has said goodbye over a protocol, and is still present to the browse or to Avahi, or will yet be found by it.
 struct Departure {
   Watcher* watcher = nullptr;
   Name target;
   unsigned protocol = 0;          // 1: IPv4, 2: IPv6
-  bool told = false;              // to the browse
+  bool told = false;              // to the browse, or need not be
+  bool may_be_found = false;      // was not present: Avahi may find it yet
   bool is_back = false;           // may have been heard alive since it was told
-  AvahiTimeout* timer = nullptr;  // owned; runs until it is told, and while it is back
+  AvahiTimeout* timer = nullptr;  // owned; runs until it is told, while it is back, and while it may yet be found
 };
 
 using DepartureKey = std::pair<std::string, unsigned>;  // the folded target, the protocol
@@ -48,6 +50,9 @@ void departures_watch(Operation& operation, const Name& asked);
 
 // The browse ends. Nothing happens for one that is not watched.
 void departures_unwatch(const Browse& browse);
+
+// Whether what Avahi has found has said goodbye since: it is not to be reported now.
+bool departures_hold_back(const Operation& operation, unsigned protocol, const Name& target);
 
 // Avahi has dropped the record, too.
 void departures_confirm(Operation& operation, unsigned protocol, const Name& target);

@@ -28,9 +28,6 @@ constexpr Rate kIntakeRate{40'000, 2'000};
 // on another link, so that it is not this that the last service waits for.
 constexpr Rate kPaceRate{640, 900};
 
-// No datagram waits longer than this; then there are so many that the pace would only make them be late.
-constexpr std::int64_t kPatience = 11'000'000;  // microseconds
-
 // The shortest wait: what becomes due within it is taken in together.
 constexpr std::int64_t kGather = 50'000;  // microseconds
 
@@ -180,7 +177,7 @@ void wait(Gate& gate, AvahiWatch* watch) {
 }
 
 bool has_to_wait(const Gate& gate, const Datagram& next) {
-  return gate.at_leisure && gate.has_room && gate.pace.left <= 0 && monotonic_now() - next.at < kPatience;
+  return gate_is_behind(gate) && monotonic_now() - next.at < kGatePatience;
 }
 
 // Whether this server sent it, and nobody waits to hear of it.
@@ -251,6 +248,8 @@ void gate_open(Gate& gate, Server* server, int fd, AvahiWatchCallback callback, 
   gate.allowance = {kIntakeRate.burst, monotonic_now()};
   gate.pace = {kPaceRate.burst, monotonic_now()};
 }
+
+bool gate_is_behind(const Gate& gate) { return gate.at_leisure && gate.has_room && gate.pace.left <= 0; }
 
 void gate_close(Gate& gate) {
   poll_timer_free(gate.timer);

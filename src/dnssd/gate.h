@@ -18,6 +18,9 @@ namespace dnssd {
 
 struct Server;
 
+// No datagram waits longer than this; then there are so many that the pace would only make them be late.
+inline constexpr std::int64_t kGatePatience = 11'000'000;  // microseconds
+
 // Stands before one of Avahi's sockets.
 struct Gate {
   AvahiWatchCallback callback = nullptr;  // Avahi's own
@@ -35,6 +38,9 @@ struct Gate {
 
 // Makes `gate` the gate of the server's socket `fd` (null: of nobody's), which Avahi watches with `callback` and `userdata`, when nothing is published.
 void gate_open(Gate& gate, Server* server, int fd, AvahiWatchCallback callback, void* userdata);
+
+// Whether what has arrived may still be waiting: Avahi does not know it yet.
+bool gate_is_behind(const Gate& gate);
 
 // Before Avahi frees the socket's watch.
 void gate_close(Gate& gate);

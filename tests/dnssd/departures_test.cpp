@@ -21,8 +21,8 @@ constexpr unsigned kIpv6 = 2;
 const std::string kType("\4_ipp\4_tcp\5local\0", 17);
 const std::string kOtherType("\4_lpr\4_tcp\5local\0", 17);
 
-std::string pointer(const std::string& type, char instance, bool is_goodbye) {
-  const std::string target = std::string("\1") + instance + type;
+std::string pointer(const std::string& type, const std::string& instance, bool is_goodbye) {
+  const std::string target = static_cast<char>(instance.size()) + instance + type;
   return type + std::string("\0\x0c\0\1\0\0", 6) + (is_goodbye ? std::string(2, '\0') : "\x11\x94") + '\0' +
          static_cast<char>(target.size()) + target;
 }
@@ -59,6 +59,15 @@ class DeparturesTest : public testing::Test {
     browse_lost(operation_, protocol, target_of(instance));
   }
 
+  // The gate before IPv4 has more than it may take in.
+  void FallBehind() {
+    server_.gates[AVAHI_PROTO_INET].has_room = true;
+    server_.gates[AVAHI_PROTO_INET].pace.left = 0;
+  }
+  bool IsHeldBack(char instance, unsigned protocol = kIpv4) {
+    return departures_hold_back(operation_, protocol, target_of(instance));
+  }
+
   bool Has(char instance, unsigned protocol = kIpv4) { return browse_has(TheBrowse(), protocol, target_of(instance)); }
 
   // The ear's side
@@ -67,8 +76,8 @@ class DeparturesTest : public testing::Test {
       listener.heard({{reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()}, is_ipv6}, listener.userdata);
     }
   }
-  void Goodbye(char instance, const std::string& type = kType) { Hear(response(pointer(type, instance, true))); }
-  void Alive(char instance, const std::string& type = kType) { Hear(response(pointer(type, instance, false))); }
+  void Goodbye(char instance, const std::string& type = kType) { Hear(response(pointer(type, {instance}, true))); }
+  void Alive(char instance, const std::string& type = kType) { Hear(response(pointer(type, {instance}, false))); }
   void Miss() {
     for (const GroupListener& listener : server_.group_ear.listeners) {
       listener.missed(listener.userdata);
@@ -126,7 +135,7 @@ TEST_F(DeparturesTest, OtherLiveRecordsDoNot) {
   Goodbye('a');
   Alive('b');
   Alive('a', kOtherType);
-  Hear(response(pointer(kType, 'a', false)), true);
+  Hear(response(pointer(kType, "a", false)), true);
   EXPECT_TRUE(BecomesGone('a'));
 }
 
@@ -222,6 +231,47 @@ TEST_F(DeparturesTest, AllBrowsesOfAnInterfaceShareOneEar) {
   EXPECT_EQ(server_.group_ear.listeners.size(), 1U);
   departures_unwatch(part_of<Browse>(second));
   EXPECT_EQ(server_.group_ear.listeners.size(), 1U);
+}
+
+TEST_F(DeparturesTest, WhatIsFoundBehindItsGoodbyeIsHeldBack) {
+  FallBehind();
+  Goodbye('a');
+  EXPECT_TRUE(IsHeldBack('a'));
+  EXPECT_FALSE(IsHeldBack('b'));
+  EXPECT_FALSE(IsHeldBack('a', kIpv6));
+  Lost('a');
+  EXPECT_FALSE(IsHeldBack('a'));
+}
+
+TEST_F(DeparturesTest, NothingIsHeldBackWhereNothingWaits) {
+  Goodbye('a');
+  EXPECT_FALSE(IsHeldBack('a'));
+}
+
+TEST_F(DeparturesTest, WhatIsHeldBackAndHeardAliveIsFound) {
+  FallBehind();
+  Goodbye('a');
+  Alive('a');
+  EXPECT_FALSE(Has('a'));
+  EXPECT_TRUE(Becomes([this] { return Has('a'); }));
+  EXPECT_FALSE(IsHeldBack('a'));
+}
+
+TEST_F(DeparturesTest, AfterAMissNothingIsHeldBackAndNothingFound) {
+  FallBehind();
+  Goodbye('a');
+  Miss();
+  EXPECT_FALSE(IsHeldBack('a'));
+  EXPECT_FALSE(Has('a'));
+}
+
+TEST_F(DeparturesTest, NoMoreAreHeldBackThanThereIsRoomFor) {
+  FallBehind();
+  for (unsigned number = 0; number < 5000; ++number) {
+    std::string digits = std::to_string(number);
+    Hear(response(pointer(kType, digits, true)));
+  }
+  EXPECT_EQ(server_.departures.watchers.begin()->second->departures.size(), 4096U);
 }
 
 }  // namespace
