@@ -168,10 +168,14 @@ void send_due(AvahiTimeout*, void* userdata) {
   set_timer(announcer);
 }
 
-bool has_just_been_asked(const Server& server) {
+// Whether Avahi may have an answer in store: to a question, or to a goodbye of ours. That is looped back to it, and if the
+// record has been published again meanwhile, it takes it for another host's mistake and says all that it has of the name and type.
+bool may_be_answering(const Server& server) {
   const std::int64_t now = monotonic_now();
-  return std::any_of(std::begin(server.gates), std::end(server.gates),
-                     [now](const Gate& gate) { return gate.asked_at != 0 && now - gate.asked_at < kAnswersDue; });
+  const auto is_recent = [now](std::int64_t at) { return at != 0 && now - at < kAnswersDue; };
+  return is_recent(server.announcer.published_again_at) ||
+         std::any_of(std::begin(server.gates), std::end(server.gates),
+                     [&](const Gate& gate) { return is_recent(gate.asked_at); });
 }
 
 // Takes over the reference to `record`.
@@ -275,6 +279,6 @@ void say_goodbye(const Publication& publication) {
   }
 }
 
-void send_goodbyes(Server& server) { send_all_goodbyes(server, server.avahi != nullptr && has_just_been_asked(server)); }
+void send_goodbyes(Server& server) { send_all_goodbyes(server, server.avahi != nullptr && may_be_answering(server)); }
 
 }  // namespace dnssd

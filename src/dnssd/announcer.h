@@ -34,6 +34,7 @@ struct Announcer {
   std::vector<AvahiRecord*> goodbyes;                 // owned references, to be sent when the library is left
   std::unordered_multimap<std::string, Echo> echoes;  // by folded name
   AvahiTimeout* echo_timer = nullptr;                 // runs while there are any
+  std::int64_t published_again_at = 0;  // monotonic, microseconds; when last something came back soon after its goodbye
 };
 
 void announcer_open(Server& server);
@@ -55,8 +56,9 @@ bool is_announced(const Publication& publication);
 // Notes the goodbyes of a publication's records.
 void say_goodbye(const Publication& publication);
 
-// Sends the goodbyes that have been noted. Where somebody has just asked something, they are sent once more a moment later:
-// Avahi waits up to 120 ms with its answer (RFC 6762 section 6) and gives it whatever has been withdrawn in the meantime.
+// Sends the goodbyes that have been noted. Where somebody has just asked something, or something has come back just after its
+// goodbye, they are sent once more a moment later: Avahi waits up to 120 ms with its answer (RFC 6762 section 6), takes a
+// goodbye of ours for something to set right, and says whatever has been withdrawn in the meantime.
 void send_goodbyes(Server& server);
 
 }  // namespace dnssd

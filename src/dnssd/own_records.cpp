@@ -32,12 +32,14 @@ void forget_withdrawn(OwnRecords& own, std::int64_t until) {
 
 }  // namespace
 
-void own_records_add(OwnRecords& own, AvahiRecord& record) {
-  if (const std::optional<std::uint64_t> hash = record_hash(record)) {
-    OwnRecords::Own& entry = own.records[*hash];
-    ++entry.publications;
-    entry.ttl = record.ttl;
+bool own_records_add(OwnRecords& own, AvahiRecord& record) {
+  const std::optional<std::uint64_t> hash = record_hash(record);
+  if (!hash) {
+    return false;
   }
+  const auto [found, is_new] = own.records.try_emplace(*hash);
+  found->second.ttl = record.ttl;
+  return ++found->second.publications == 1 && !is_new;
 }
 
 void own_records_remove(OwnRecords& own, AvahiRecord& record) {

@@ -26,8 +26,8 @@ struct OwnRecords {
   std::deque<std::pair<std::int64_t, std::uint64_t>> withdrawn;  // when (monotonic, microseconds), and that hash; oldest first
 };
 
-// `record` is published, or no longer.
-void own_records_add(OwnRecords& own, AvahiRecord& record);
+// `record` is published, or no longer. True when it had been withdrawn and is still remembered.
+bool own_records_add(OwnRecords& own, AvahiRecord& record);
 void own_records_remove(OwnRecords& own, AvahiRecord& record);
 
 // Whether `message` is a response of which each record is published here, with this lifetime, or was until a moment ago: what is

@@ -162,7 +162,9 @@ Publication* publication_new(Server& server, Serial holder, const std::string& k
   publication->holders.push_back(holder);
   crowd_answers_add(server, *publication);
   for (const PublishedRecord& published : publication->records) {
-    own_records_add(server.own_records, *published.record);
+    if (own_records_add(server.own_records, *published.record)) {
+      server.announcer.published_again_at = monotonic_now();
+    }
   }
   ++server.publications;
   crowd_review(server);

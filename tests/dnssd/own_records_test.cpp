@@ -73,6 +73,18 @@ TEST_F(OwnRecordsTest, DoNotSayAnythingElse) {
   EXPECT_FALSE(Say(Response({&Record("h.local", 16, std::string("\3\x0a\1\1"))})));
 }
 
+TEST_F(OwnRecordsTest, TellWhatIsPublishedAgainAfterItsWithdrawal) {
+  AvahiRecord& address = Address(1);
+  EXPECT_FALSE(own_records_add(own_, address));
+  EXPECT_FALSE(own_records_add(own_, address));
+  own_records_remove(own_, address);
+  EXPECT_FALSE(own_records_add(own_, address));
+  own_records_remove(own_, address);
+  own_records_remove(own_, address);
+  EXPECT_TRUE(own_records_add(own_, address));
+  EXPECT_FALSE(own_records_add(own_, Address(2)));
+}
+
 TEST_F(OwnRecordsTest, DoNotSayAGoodbyeOrAnotherLifetime) {
   AvahiRecord& address = Address(1);
   own_records_add(own_, address);

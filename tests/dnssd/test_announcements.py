@@ -148,3 +148,16 @@ def test_what_is_published_again_at_once_stays_whoever_has_asked(link):
     d.wait_for(lambda: len(addresses(air, since=again)) >= 2, "both announcements")
     d.wait_for(lambda: time.monotonic() > again + 1.5, "anything that would follow")
     assert [key[2] for key in air.held(air.near)] == [address(7)]
+
+
+def test_the_goodbye_of_what_had_come_back_is_said_once_more(link):
+    # Looped back while the record is there again, the first goodbye is to Avahi another host's mistake: it says the record anew,
+    # on a busy machine after the second goodbye.
+    air, publisher = link.air(), link.publisher()
+    for goodbyes in (1, 3):
+        announced = len(addresses(air))
+        publisher.record("r", link.near_index, HOST, d.A, v4(7))
+        d.wait_for(lambda: len(addresses(air)) > announced, "an announcement")
+        publisher.remove("r")
+        d.wait_for(lambda: len(addresses(air, live=False)) >= goodbyes, f"{goodbyes} goodbyes")
+    assert not air.held(air.near)
