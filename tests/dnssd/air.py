@@ -12,6 +12,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
 from testbed import dns  # noqa: E402
 from testbed.ear import Ear  # noqa: E402
 from testbed.sockets import open_on  # noqa: E402
+from testbed.waiting import wait_until  # noqa: E402
 
 _CLONE_NEWNET = 0x40000000
 _libc = ctypes.CDLL(None, use_errno=True)
@@ -64,6 +65,15 @@ class Air(Ear):
             if ":" not in group[0]:
                 message = dns.encode(dns.Message(flags=dns.RESPONSE, answers=list(answers)))
                 opened.sendto(message, (next(address for address in self.near if ":" not in address), group[1]))
+
+    def say_first(self, *answers, over="both"):
+        """The same, as soon as the far host's addresses can be used."""
+        def is_said():
+            with contextlib.suppress(OSError):
+                self.say(*answers, over=over)
+                return True
+            return False
+        wait_until(is_said, 15, "the link")
 
     def send(self, message, over="both"):
         for opened, group in self._sockets:

@@ -158,8 +158,8 @@ def test_what_waited_longer_than_its_goodbye_is_not_found_any_more(link):
     d.wait_for(lambda: [packet for packet in air.sent_by(*air.near) if packet.message and not packet.message.is_response],
                "the browse's question")
     for host in range(60):
-        air.say(*[dns.Record(dns.labels(f"host-{host}-{number}.local"), dns.A, f"10.1.{host}.{number}", 120) for number in range(100)],
-                over="IPv6")
+        records = [dns.Record(dns.labels(f"host-{host}-{number}.local"), dns.A, f"10.1.{host}.{number}", 120) for number in range(100)]
+        air.say_first(*records, over="IPv6")
     kind = dns.labels("_ipp._tcp.local")
     air.say(dns.Record(kind, dns.PTR, (b"Office Printer", *kind), 4500))
     looker.wait("br")

@@ -4,7 +4,6 @@
 Here the library looks up on the near host, and a stranger on the far one announces.
 """
 
-import contextlib
 import time
 
 import pytest
@@ -42,15 +41,6 @@ def make_place(link):
                     and any(question.kind == kind and dns.same_name(question.name, dns.labels(name))
                             for question in packet.message.questions)]
 
-        def say_first(self, *records):
-            """As soon as the far host's addresses can be used."""
-            def is_said():
-                with contextlib.suppress(OSError):
-                    self.air.say(*records)
-                    return True
-                return False
-            d.wait_for(is_said, "the link")
-
         def told(self, name):
             return [bytes.fromhex(reply.fields[3])[-1] for reply in self.near.of(name)]
 
@@ -68,7 +58,7 @@ def browse_and_wait(place, ttl=120):
     """The browse runs, and the service has been announced and found."""
     place.near.browse("br", place.index, "_ipp._tcp")
     d.wait_for(lambda: len(place.questions("_ipp._tcp.local", dns.PTR)) >= 2, "the browse's question over both protocols")
-    place.say_first(*service(ttl))
+    place.air.say_first(*service(ttl))
     place.near.wait("br")
 
 
@@ -153,13 +143,13 @@ def test_a_name_with_very_many_records_is_told_whole(place):
     d.wait_for(lambda: len(place.questions("many.local", dns.TXT)) >= 2, "the question over both protocols")
     many = dns.labels("many.local")
     for first in range(0, 200, 20):
-        place.say_first(*[dns.Record(many, dns.TXT, b"\x04n%03d" % number, 4500) for number in range(first, first + 20)])
+        place.air.say_first(*[dns.Record(many, dns.TXT, b"\x04n%03d" % number, 4500) for number in range(first, first + 20)])
     replies = place.near.wait("q", 200)
     assert len({reply.fields[3] for reply in replies}) == 200
 
 
 def announce_addresses(place, *lasts):
-    place.say_first(*[address(last) for last in lasts])
+    place.air.say_first(*[address(last) for last in lasts])
 
 
 def test_of_what_is_remembered_the_newest_is_told_last(place):
