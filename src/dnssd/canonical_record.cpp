@@ -54,10 +54,7 @@ std::optional<std::string> read_data(MessageReader& reader, std::uint16_t type, 
 }
 
 std::uint64_t hash_of(const Name& name, std::uint16_t rrtype, const std::string& data) {
-  std::string text;
-  append_canonical_key(text, name, rrtype);
-  text += data;
-  return std::hash<std::string>{}(text);
+  return std::hash<std::string>{}(canonical_key(name, rrtype) + data);
 }
 
 }  // namespace
@@ -86,9 +83,11 @@ std::string canonical_data(std::uint16_t rrtype, std::string_view rdata) {
   return data;
 }
 
-void append_canonical_key(std::string& text, const Name& name, std::uint16_t rrtype) {
+std::string canonical_key(const Name& name, std::uint16_t rrtype) {
+  std::string text;
   append_name(text, name);
   append_number(text, rrtype);
+  return text;
 }
 
 void append_number(std::string& text, std::uint32_t number) {

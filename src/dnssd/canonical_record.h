@@ -30,8 +30,8 @@ std::optional<std::uint64_t> record_hash(AvahiRecord& record);
 // The canonical form of data whose names are uncompressed.
 std::string canonical_data(std::uint16_t rrtype, std::string_view rdata);
 
-// Appends a name and a type: what a record is asked for by.
-void append_canonical_key(std::string& text, const Name& name, std::uint16_t rrtype);
+// A name and a type: what a record is asked for by.
+std::string canonical_key(const Name& name, std::uint16_t rrtype);
 
 // Appends a number, most significant byte first.
 void append_number(std::string& text, std::uint32_t number);

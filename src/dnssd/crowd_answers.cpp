@@ -42,28 +42,21 @@ struct HeardQuery {
 
 // Nothing for what is no query, or a probe (RFC 6762 section 8.2), or malformed.
 std::optional<HeardQuery> read_query(std::span<const std::uint8_t> message) {
-  if (message.size() < kMessageHeaderSize) {
-    return std::nullopt;
-  }
-  MessageReader reader{message, 2};
-  const std::uint16_t flags = *reader.number16();
-  const std::uint16_t questions = *reader.number16();
-  const std::uint16_t answers = *reader.number16();
-  const std::uint16_t authorities = *reader.number16();
-  reader.number16();
-  if ((flags & (kResponseBit | kOpcodeAndRcodeBits)) != 0 || authorities != 0) {
+  MessageReader reader{message};
+  const std::optional<MessageHead> head = read_message_head(reader);
+  if (!head || (head->flags & (kResponseBit | kOpcodeAndRcodeBits)) != 0 || head->authorities != 0) {
     return std::nullopt;
   }
   HeardQuery query;
-  query.is_truncated = (flags & kTruncatedBit) != 0;
-  for (unsigned i = 0; i < questions; ++i) {
+  query.is_truncated = (head->flags & kTruncatedBit) != 0;
+  for (unsigned i = 0; i < head->questions; ++i) {
     const std::optional<Question> question = read_question(reader);
     if (!question) {
       return std::nullopt;
     }
     query.questions.emplace(fold_case(name_to_avahi(question->name)), question->rrtype);
   }
-  for (unsigned i = 0; i < answers; ++i) {
+  for (unsigned i = 0; i < head->answers; ++i) {
     const std::optional<CanonicalRecord> record = read_canonical_record(reader);
     if (!record) {
       return std::nullopt;

@@ -133,10 +133,9 @@ std::optional<Datagram> look_at_next(int fd, Buffer& buffer) {
 // Whether Avahi may have an answer to it in store from now on. Probes, which alone have authorities (RFC 6762 section 8.2), it
 // answers at once.
 bool is_question(std::span<const std::uint8_t> message) {
-  constexpr std::size_t kAuthoritiesAt = 8;
-  MessageReader flags{message, 2};
-  MessageReader authorities{message, kAuthoritiesAt};
-  return (flags.number16().value_or(kResponseBit) & kResponseBit) == 0 && authorities.number16().value_or(0) == 0;
+  MessageReader reader{message};
+  const std::optional<MessageHead> head = read_message_head(reader);
+  return head && (head->flags & kResponseBit) == 0 && head->authorities == 0;
 }
 
 void throw_away(int fd, int packets) {

@@ -35,12 +35,10 @@ void answer(const LongNames& names, const Question& question, bool is_probe) {
 
 void heard(const HeardMessage& message, void* userdata) {
   const LongNames& names = *static_cast<LongNames*>(userdata);
-  MessageReader reader{message.bytes, kMessageCountsAt};
-  const unsigned questions = *reader.number16();
-  reader.number16();
-  const bool is_probe = *reader.number16() > 0;  // RFC 6762 section 8.1: what it proposes stands in the authority section
-  reader.number16();
-  for (unsigned i = 0; i < questions; ++i) {
+  MessageReader reader{message.bytes};
+  const MessageHead head = *read_message_head(reader);
+  const bool is_probe = head.authorities > 0;  // RFC 6762 section 8.1: what it proposes stands there
+  for (unsigned i = 0; i < head.questions; ++i) {
     const std::optional<Question> question = read_question(reader);
     if (!question) {
       return;

@@ -98,6 +98,18 @@ std::optional<std::uint32_t> MessageReader::number32() {
   return static_cast<std::uint32_t>(*high) << 16 | *low;
 }
 
+std::optional<MessageHead> read_message_head(MessageReader& reader) {
+  if (reader.message.size() < kMessageHeaderSize) {
+    return std::nullopt;
+  }
+  reader.at = kMessageFlagsAt;
+  MessageHead head;
+  for (std::uint16_t* number : {&head.flags, &head.questions, &head.answers, &head.authorities, &head.additionals}) {
+    *number = *reader.number16();
+  }
+  return head;
+}
+
 std::optional<Name> read_name(MessageReader& reader) {
   Name name;
   const bool is_read = walk_name(reader, [&name](std::string_view label) {

@@ -34,6 +34,18 @@ struct MessageReader {
   std::optional<std::uint32_t> number32();
 };
 
+// What a message begins with, but for its number.
+struct MessageHead {
+  std::uint16_t flags = 0;
+  std::uint16_t questions = 0;
+  std::uint16_t answers = 0;
+  std::uint16_t authorities = 0;
+  std::uint16_t additionals = 0;
+};
+
+// The head of the message; the reader moves behind it. Nothing when it is too short to have one.
+std::optional<MessageHead> read_message_head(MessageReader& reader);
+
 // The name at the reader's place, which moves behind it. Nothing for one that RFC 1035 does not allow, that runs over the end, or
 // that holds a zero byte (see Name). A pointer has to point to what stands before it, further back each time, so that no chain of
 // them is endless.

@@ -53,19 +53,13 @@ void own_records_remove(OwnRecords& own, AvahiRecord& record) {
 }
 
 bool own_records_say(const OwnRecords& own, std::span<const std::uint8_t> message) {
-  if (own.records.empty() || message.size() < kMessageHeaderSize) {
+  MessageReader reader{message};
+  const std::optional<MessageHead> head = read_message_head(reader);
+  const bool is_response = head && (head->flags & kResponseBit) != 0 && head->answers != 0;
+  if (own.records.empty() || !is_response || head->questions != 0 || head->authorities != 0) {
     return false;
   }
-  MessageReader reader{message, 2};
-  const std::uint16_t flags = *reader.number16();
-  const std::uint16_t questions = *reader.number16();
-  const std::uint16_t answers = *reader.number16();
-  const std::uint16_t authorities = *reader.number16();
-  const std::uint16_t additionals = *reader.number16();
-  if ((flags & kResponseBit) == 0 || questions != 0 || answers == 0 || authorities != 0) {
-    return false;
-  }
-  for (unsigned left = unsigned{answers} + additionals; left > 0; --left) {
+  for (unsigned left = unsigned{head->answers} + head->additionals; left > 0; --left) {
     const std::optional<CanonicalRecord> record = read_canonical_record(reader);
     if (!record || !is_among(own, *record)) {
       return false;

@@ -22,19 +22,13 @@ bool is_pointer(const RecordHead& head) { return head.rrtype == kTypePtr && (hea
 }  // namespace
 
 PointerRecords pointer_records_of(std::span<const std::uint8_t> message) {
-  MessageReader reader{message, kMessageFlagsAt};
-  const std::optional<std::uint16_t> flags = reader.number16();
-  if (message.size() < kMessageHeaderSize || (*flags & kResponseBit) == 0 || (*flags & kOpcodeAndRcodeBits) != 0) {
+  MessageReader reader{message};
+  const std::optional<MessageHead> head = read_message_head(reader);
+  if (!head || (head->flags & kResponseBit) == 0 || (head->flags & kOpcodeAndRcodeBits) != 0 ||
+      !pass_questions(reader, head->questions)) {
     return {};
   }
-  const unsigned questions = *reader.number16();
-  unsigned left = *reader.number16();
-  left += *reader.number16();
-  left += *reader.number16();
-  if (!pass_questions(reader, questions)) {
-    return {};
-  }
-  return {reader, left};
+  return {reader, unsigned{head->answers} + head->authorities + head->additionals};
 }
 
 std::optional<PointerRecord> next_pointer_record(PointerRecords& records) {

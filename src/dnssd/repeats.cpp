@@ -11,7 +11,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "dnssd/message_reader.h"
+#include "dnssd/canonical_record.h"
 
 namespace dnssd {
 namespace {
@@ -29,10 +29,6 @@ constexpr std::size_t kRecordsMax = 24'000;
 // What an office says finds room; a smaller table would save nothing.
 constexpr std::size_t kPlacesMin = 64;
 
-// RFC 1035 section 3.2.2, RFC 2782.
-constexpr std::uint16_t kTypeNs = 2, kTypeCname = 5, kTypePtr = 12, kTypeSrv = 33;
-constexpr std::size_t kSrvTargetAt = 6;
-
 // In the place of data: that there are records of that name and type which others may have as well.
 constexpr std::uint64_t kIsShared = 1;
 
@@ -46,104 +42,40 @@ struct Contents {
 
 std::uint64_t hash_of(std::string_view bytes) { return std::hash<std::string_view>{}(bytes); }
 
-void append_number(std::string& text, std::uint32_t number) {
-  for (int shift = 24; shift >= 0; shift -= 8) {
-    text += static_cast<char>(number >> shift & 0xFF);
-  }
-}
-
-// The name as DNS compares it: labels with the length before each, letters in lower case.
-void append_name(std::string& text, const Name& name) {
-  for (const std::string& label : name.labels) {
-    text += static_cast<char>(label.size());
-    text += fold_case(label);
-  }
-  text += '\0';
-}
-
-void append_bytes(std::string& text, std::span<const std::uint8_t> bytes) {
-  text.append(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-}
-
-// Where the name that data of this type ends with begins; `length` when there is none, or none that anybody looks for.
-std::size_t name_at(std::uint16_t type, std::size_t length) {
-  switch (type) {
-    case kTypeNs:
-    case kTypeCname:
-    case kTypePtr:
-      return 0;
-    case kTypeSrv:
-      return std::min(kSrvTargetAt, length);
-    default:
-      return length;
-  }
-}
-
-// The data at the reader's place, which moves behind it; names in it uncompressed, so that the same data is the same in every
-// message. False when it is malformed.
-bool append_data(std::string& text, MessageReader& reader, std::uint16_t type, std::size_t length) {
-  const std::size_t end = reader.at + length;
-  const std::size_t plain = name_at(type, length);
-  append_bytes(text, reader.message.subspan(reader.at, plain));
-  reader.at += plain;
-  if (plain < length) {
-    const std::optional<Name> target = read_name(reader);
-    if (!target) {
-      return false;
-    }
-    append_name(text, *target);
-  }
-  return reader.at == end;
-}
-
 std::uint64_t what_of(std::string& data, std::uint32_t ttl, std::uint16_t rrclass) {
   append_number(data, ttl);
   append_number(data, rrclass);
   return hash_of(data);
 }
 
-std::string key_text(const Name& name, std::uint16_t rrtype) {
-  std::string text;
-  append_name(text, name);
-  append_number(text, rrtype);
-  return text;
-}
-
 // Reads one record. False when it is malformed.
 bool read_record(MessageReader& reader, Contents& contents) {
-  const std::optional<RecordHead> head = read_record_head(reader);
-  std::string data;
-  if (!head || !append_data(data, reader, head->rrtype, head->length)) {
+  std::optional<CanonicalRecord> record = read_canonical_record(reader);
+  if (!record) {
     return false;
   }
-  std::string key = key_text(head->owner, head->rrtype);
+  const RecordHead& head = record->head;
+  std::string key = canonical_key(head.owner, head.rrtype);
   contents.keys.push_back(hash_of(key));
-  if ((head->rrclass & kCacheFlushBit) == 0) {
+  if ((head.rrclass & kCacheFlushBit) == 0) {
     contents.said.try_emplace(hash_of(key), kIsShared);  // nothing else, unless a unique one of the key stands beside it
-    key += data;
+    key += record->data;
   }
-  contents.said[hash_of(key)] += what_of(data, head->ttl, head->rrclass);
-  contents.is_long_lived = contents.is_long_lived && head->ttl >= kLongLived;
+  contents.said[hash_of(key)] += what_of(record->data, head.ttl, head.rrclass);
+  contents.is_long_lived = contents.is_long_lived && head.ttl >= kLongLived;
   return true;
 }
 
 Contents contents_of(std::span<const std::uint8_t> message) {
   Contents contents;
-  if (message.size() < kMessageHeaderSize) {
-    return contents;
-  }
-  MessageReader reader{message, 2};
-  const std::uint16_t flags = *reader.number16();
-  const std::uint16_t questions = *reader.number16();
-  const std::uint16_t answers = *reader.number16();
-  const std::uint16_t authorities = *reader.number16();
-  const std::uint16_t additionals = *reader.number16();
+  MessageReader reader{message};
+  const std::optional<MessageHead> head = read_message_head(reader);
   // What Avahi refuses has not been said.
-  const bool is_response = (flags & kResponseBit) != 0 && (flags & kOpcodeAndRcodeBits) == 0;
-  if (!is_response || questions != 0 || answers == 0 || authorities != 0) {
+  const bool is_response = head && (head->flags & kResponseBit) != 0 && (head->flags & kOpcodeAndRcodeBits) == 0;
+  if (!is_response || head->questions != 0 || head->answers == 0 || head->authorities != 0) {
     return contents;
   }
-  unsigned left = unsigned{answers} + additionals;
+  unsigned left = unsigned{head->answers} + head->additionals;
   while (left > 0 && read_record(reader, contents)) {
     --left;
   }
@@ -248,13 +180,11 @@ Heard repeats_note(Repeats& repeats, std::span<const std::uint8_t> message, std:
   return {false, std::move(contents.keys)};
 }
 
-std::uint64_t repeats_key(const Name& name, std::uint16_t rrtype) { return hash_of(key_text(name, rrtype)); }
+std::uint64_t repeats_key(const Name& name, std::uint16_t rrtype) { return hash_of(canonical_key(name, rrtype)); }
 
 std::uint64_t repeats_what(std::uint16_t rrtype, std::string_view rdata, std::uint32_t ttl) {
   constexpr std::uint16_t kClassIn = 1;
-  const std::size_t plain = name_at(rrtype, rdata.size());
-  std::string data(rdata.substr(0, plain));
-  data += fold_case(rdata.substr(plain));
+  std::string data = canonical_data(rrtype, rdata);
   return what_of(data, ttl, kClassIn | kCacheFlushBit);
 }
 
