@@ -55,7 +55,7 @@ void own_records_remove(OwnRecords& own, AvahiRecord& record) {
 bool own_records_say(const OwnRecords& own, std::span<const std::uint8_t> message) {
   MessageReader reader{message};
   const std::optional<MessageHead> head = read_message_head(reader);
-  const bool is_response = head && (head->flags & kResponseBit) != 0 && head->answers != 0;
+  const bool is_response = head && (head->flags & (kResponseBit | kOpcodeAndRcodeBits)) == kResponseBit && head->answers != 0;
   if (own.records.empty() || !is_response || head->questions != 0 || head->authorities != 0) {
     return false;
   }

@@ -110,6 +110,9 @@ TEST_F(OwnRecordsTest, DoNotSayAQuestionOrWhatIsNoMessage) {
   std::string query = response;
   query[2] = 0;
   EXPECT_FALSE(Say(query));
+  std::string error = response;
+  error[3] = 5;
+  EXPECT_FALSE(Say(error));
   for (const std::size_t count_at : {5u, 9u}) {  // questions, authorities
     std::string more = response;
     more[count_at] = 1;
