@@ -80,6 +80,18 @@ __attribute__((destructor)) void close_at_exit() {
   }
 }
 
+void heed_wall_clock() {
+  const WallClock clock = wall_clock_review();
+  if (clock == WallClock::was_set_back) {
+    publications_probe_again();
+  }
+  if (clock == WallClock::was_set_forward) {
+    for (const auto& [index, server] : gEngine->servers) {
+      server_doubt_what_was_heard(*server);
+    }
+  }
+}
+
 }  // namespace
 
 LibraryCall::LibraryCall() {
@@ -157,13 +169,11 @@ DNSServiceErrorType engine_pass() {
     return kErrServiceNotRunning;
   }
   gEngine->passing = true;
+  heed_wall_clock();
   if (!poll_dispatch(gEngine->poll)) {
     gEngine->lost = true;
   }
   signals_die_if_caught();
-  if (wall_clock_was_set_back()) {
-    publications_probe_again();
-  }
   settle_publications();
   if (!gEngine->lost) {
     replies_deliver();

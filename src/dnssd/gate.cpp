@@ -28,6 +28,9 @@ constexpr Rate kIntakeRate{40'000, 2'000};
 // on another link, so that it is not this that the last service waits for.
 constexpr Rate kPaceRate{640, 900};
 
+// What seems to have waited longer came before the wall clock was set.
+constexpr std::int64_t kAgeMax = 60'000'000;  // microseconds
+
 // The shortest wait: what becomes due within it is taken in together.
 constexpr std::int64_t kGather = 50'000;  // microseconds
 
@@ -69,7 +72,7 @@ std::int64_t arrival_of(msghdr& header) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
     const std::int64_t age = microseconds_of(now.tv_sec, now.tv_nsec / 1000) - microseconds_of(stamp.tv_sec, stamp.tv_usec);
-    return monotonic_now() - std::max<std::int64_t>(age, 0);
+    return monotonic_now() - (age < kAgeMax ? std::max<std::int64_t>(age, 0) : 0);
   }
   return monotonic_now();
 }

@@ -82,10 +82,7 @@ void review(Server& server, const ifaddrs* first, bool was_away) {
   // Avahi forgets what it heard on a link that goes, and takes in what it did not when an address comes. Other news, such as the
   // lifetimes of addresses that each router advertisement renews, are none to it.
   if (was_away || server.link != before) {
-    for (Gate& gate : server.gates) {
-      repeats_forget(gate.repeats);
-    }
-    lookups_wake(server);
+    server_doubt_what_was_heard(server);
   }
   if (server.link & ~before) {
     begin_again(server);

@@ -178,6 +178,13 @@ void server_review_idle(Server& server) {
   }
 }
 
+void server_doubt_what_was_heard(Server& server) {
+  for (Gate& gate : server.gates) {
+    repeats_forget(gate.repeats);
+  }
+  lookups_wake(server);
+}
+
 // Avahi sends what it still has to answer when it is freed, with the records' full lifetimes: so the goodbyes come last, over
 // copies of its sockets.
 void server_close(Server& server) {

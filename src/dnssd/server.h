@@ -57,6 +57,9 @@ void server_unuse(Server& server, bool looks_up);
 // Starts or stops the idle timer, as the two counts say.
 void server_review_idle(Server& server);
 
+// Avahi may have forgotten what it had heard, or have missed something: the next that is said of anything is news.
+void server_doubt_what_was_heard(Server& server);
+
 // Sends the goodbyes that have been noted and frees Avahi's server; `server` itself stays.
 void server_close(Server& server);
 

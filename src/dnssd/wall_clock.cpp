@@ -10,7 +10,7 @@
 namespace dnssd {
 namespace {
 
-// Less than this is no matter: probes are then late by that much. It is also far more than the time between two readings.
+// Less than this is no matter: probes are then late, and records expire, by that much. It is also far more than the time between two readings.
 constexpr std::int64_t kTolerated = 200'000;  // microseconds
 
 constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
@@ -24,12 +24,15 @@ std::int64_t lead() {
 
 }  // namespace
 
-bool wall_clock_was_set_back() {
+WallClock wall_clock_review() {
   static std::optional<std::int64_t> last;
   const std::int64_t now = lead();
-  const bool is_set_back = last.has_value() && *last - now > kTolerated;
+  const std::int64_t gained = last.has_value() ? now - *last : 0;
   last = now;
-  return is_set_back;
+  if (gained > kTolerated) {
+    return WallClock::was_set_forward;
+  }
+  return gained < -kTolerated ? WallClock::was_set_back : WallClock::runs_on;
 }
 
 }  // namespace dnssd
