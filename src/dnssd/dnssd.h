@@ -52,7 +52,7 @@
 // pointer_records.h, resolve.cpp, query.cpp with answers.h, and lookups.h with told_records.h and rests.h under all three;
 // register.cpp and records.cpp with publications.cpp, pacing.h, announcer.h, message.cpp, long_names.h, crowd.h, crowd_answers.h
 // and own_records.h; last the ground: server.cpp, gate.h with repeats.h, group_ear.h, links.h, poll.cpp, wall_clock.h, signals.cpp,
-// message_reader.h, canonical_record.h, names.cpp, service_names.cpp.
+// senders.h, message_reader.h, canonical_record.h, names.cpp, service_names.cpp.
 #pragma once
 
 #include <avahi-core/lookup.h>

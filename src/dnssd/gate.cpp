@@ -15,6 +15,7 @@
 
 #include "dnssd/dnssd.h"
 #include "dnssd/message_reader.h"
+#include "dnssd/senders.h"
 #include "dnssd/server.h"
 
 namespace dnssd {
@@ -46,7 +47,6 @@ constexpr int kRoomToWait = 4 * 1024 * 1024;  // bytes
 // Packets that are thrown away in one go, so that a flood is kept up with.
 constexpr int kThrownAwayPerPass = 128;
 
-constexpr std::uint16_t kPort = 5353;
 constexpr std::uint8_t kIpv6GroupPrefix = 0xFF;  // RFC 4291 section 2.7
 
 using Buffer = std::array<std::uint8_t, kMessageMax>;
@@ -94,22 +94,6 @@ bool is_to_group(msghdr& header) {
   return true;
 }
 
-std::string address_of(const sockaddr_storage& sender) {
-  if (sender.ss_family == AF_INET) {
-    const in_addr& bytes = reinterpret_cast<const sockaddr_in&>(sender).sin_addr;
-    return {reinterpret_cast<const char*>(&bytes), sizeof bytes};
-  }
-  const in6_addr& bytes = reinterpret_cast<const sockaddr_in6&>(sender).sin6_addr;
-  return {reinterpret_cast<const char*>(&bytes), sizeof bytes};
-}
-
-bool is_multicast_dns(const sockaddr_storage& sender) {
-  if (sender.ss_family == AF_INET) {
-    return ntohs(reinterpret_cast<const sockaddr_in&>(sender).sin_port) == kPort;
-  }
-  return sender.ss_family == AF_INET6 && ntohs(reinterpret_cast<const sockaddr_in6&>(sender).sin6_port) == kPort;
-}
-
 // The next datagram, which stays in the socket; nothing when there is none.
 std::optional<Datagram> look_at_next(int fd, Buffer& buffer) {
   iovec room{buffer.data(), buffer.size()};
@@ -126,11 +110,12 @@ std::optional<Datagram> look_at_next(int fd, Buffer& buffer) {
   if (size < 0) {
     return std::nullopt;
   }
+  const auto& from = reinterpret_cast<const sockaddr&>(sender);
   return Datagram{{buffer.data(), static_cast<std::size_t>(size)},
                   arrival_of(header),
                   is_to_group(header),
-                  is_multicast_dns(sender),
-                  address_of(sender)};
+                  is_from_multicast_dns(from),
+                  address_bytes(from)};
 }
 
 // Whether Avahi may have an answer to it in store from now on. Probes, which alone have authorities (RFC 6762 section 8.2), it

@@ -11,6 +11,7 @@
 
 #include "dnssd/dnssd.h"
 #include "dnssd/message_reader.h"
+#include "dnssd/senders.h"
 
 namespace dnssd {
 namespace {
@@ -29,13 +30,6 @@ constexpr Rate kHearingRate{40'000, 2'000};
 // hands on: most cost little here, and the same pass is long when Avahi is busy.
 constexpr int kPacketsPerPass = 128;
 constexpr std::int64_t kTimePerPass = 5'000;  // microseconds
-
-bool from_multicast_dns(const sockaddr_storage& sender) {
-  if (sender.ss_family == AF_INET) {
-    return ntohs(reinterpret_cast<const sockaddr_in&>(sender).sin_port) == kMulticastDnsPort;
-  }
-  return sender.ss_family == AF_INET6 && ntohs(reinterpret_cast<const sockaddr_in6&>(sender).sin6_port) == kMulticastDnsPort;
-}
 
 bool join_and_bind4(int fd, std::uint32_t interface_index) {
   sockaddr_in group{};
@@ -146,7 +140,7 @@ bool take(GroupEar& ear, GroupSocket& socket) {
     tell_missed(ear);
   }
   const std::span<const std::uint8_t> message(bytes.data(), static_cast<std::size_t>(length));
-  if (message.size() >= kMessageHeaderSize && from_multicast_dns(sender)) {
+  if (message.size() >= kMessageHeaderSize && is_from_multicast_dns(reinterpret_cast<const sockaddr&>(sender))) {
     tell_heard(ear, socket.allowance, {message, sender.ss_family == AF_INET6});
   }
   return true;

@@ -5,7 +5,6 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <net/if.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <set>
 
 #include "dnssd/publications.h"
+#include "dnssd/senders.h"
 #include "dnssd/server.h"
 
 namespace dnssd {
@@ -35,15 +35,6 @@ struct AddressList {
     }
   }
 };
-
-std::string address_bytes(const sockaddr& address) {
-  if (address.sa_family == AF_INET) {
-    const in_addr& bytes = reinterpret_cast<const sockaddr_in&>(address).sin_addr;
-    return {reinterpret_cast<const char*>(&bytes), sizeof bytes};
-  }
-  const in6_addr& bytes = reinterpret_cast<const sockaddr_in6&>(address).sin6_addr;
-  return {reinterpret_cast<const char*>(&bytes), sizeof bytes};
-}
 
 void note_link(Server& server, const ifaddrs* first) {
   server.link = 0;
