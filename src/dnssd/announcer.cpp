@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <iterator>
 #include <limits>
+#include <optional>
 
 #include "dnssd/message.h"
 #include "dnssd/publications.h"
@@ -226,6 +227,16 @@ void send_echoes(AvahiTimeout*, void* userdata) {
   }
 }
 
+// When it may be said in answer to a question; nothing when it has just been said, or is about to be.
+std::optional<std::int64_t> answer_time(const Publication& publication, bool to_probe) {
+  const std::int64_t now = monotonic_now();
+  if (publication.stage != Stage::established || (!to_probe && now - publication.announced_at < kRepeatGap)) {
+    return std::nullopt;
+  }
+  const std::int64_t at = to_probe ? std::max(now, publication.announced_at + kRepeatGapToProbe) : now + kGather;
+  return publication.announcements_left > 0 && publication.announce_at <= at ? std::nullopt : std::optional(at);
+}
+
 }  // namespace
 
 void announcer_open(Server& server) {
@@ -251,21 +262,15 @@ void announce(Publication& publication) {
   set_timer(publication.server->announcer);
 }
 
+bool may_be_announced_in_answer(const Publication& publication) { return answer_time(publication, false).has_value(); }
+
 void announce_in_answer(Publication& publication, bool to_probe) {
-  if (publication.stage != Stage::established) {
-    return;
-  }
-  const std::int64_t now = monotonic_now();
-  const std::int64_t since = now - publication.announced_at;
-  if (!to_probe && since < kRepeatGap) {
-    return;
-  }
-  const std::int64_t at = to_probe ? std::max(now, publication.announced_at + kRepeatGapToProbe) : now + kGather;
-  if (publication.announcements_left > 0 && publication.announce_at <= at) {
+  const std::optional<std::int64_t> at = answer_time(publication, to_probe);
+  if (!at) {
     return;
   }
   publication.announcements_left = std::max(publication.announcements_left, 1u);
-  schedule(publication, at);
+  schedule(publication, *at);
   set_timer(publication.server->announcer);
 }
 

@@ -50,6 +50,10 @@ void announce(Publication& publication);
 // time that it would be once too often (RFC 6762 section 6). Nothing happens for what is not established.
 void announce_in_answer(Publication& publication, bool to_probe);
 
+// Whether announce_in_answer would have it said, in answer to something else than a probe: it has not been just now, and is not about
+// to be.
+bool may_be_announced_in_answer(const Publication& publication);
+
 // Whether the first of the announcements has been made.
 bool is_announced(const Publication& publication);
 

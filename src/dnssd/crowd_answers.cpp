@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <optional>
 #include <vector>
 
@@ -24,8 +25,7 @@ constexpr unsigned kCrowd = 200;
 constexpr std::int64_t kSpread = 100'000;          // microseconds
 constexpr std::int64_t kAwaitsKnownFor = 380'000;  // microseconds
 
-// Packets of questions that may wait, and records that an asker may say it knows: what goes beyond is asked for again, or said
-// once too often.
+// Askers that may wait, and records that each may say it knows: what goes beyond is said once too often.
 constexpr std::size_t kAskedMax = 16;
 constexpr std::size_t kKnownMax = 24'000;
 
@@ -36,7 +36,7 @@ constexpr std::uint16_t kTruncatedBit = 0x0200;  // RFC 1035 section 4.1.1
 
 struct HeardQuery {
   bool is_truncated = false;
-  std::multimap<std::string, std::uint16_t> questions;
+  Questions questions;
   std::unordered_map<std::uint64_t, std::uint32_t> known;
 };
 
@@ -76,8 +76,8 @@ bool is_for_crowd(const CrowdAnswers& crowd, const HeardQuery& query) {
 }
 
 bool is_wanted(const Asked& asked, AvahiRecord& record) {
-  const auto [first, last] = asked.questions.equal_range(fold_case(record.key->name));
-  if (std::none_of(first, last, [&](const auto& question) { return asks_for(question.second, record.key->type); })) {
+  const std::string name = fold_case(record.key->name);
+  if (!asked.questions.contains({name, record.key->type}) && !asked.questions.contains({name, AVAHI_DNS_TYPE_ANY})) {
     return false;
   }
   const std::optional<std::uint64_t> hash = record_hash(record);
@@ -88,7 +88,8 @@ bool is_wanted(const Asked& asked, AvahiRecord& record) {
 void answer(const Server& server, const Asked& asked) {
   for (const auto& [serial, publication] : gEngine->publications) {
     const auto wanted = [&](const PublishedRecord& published) { return is_wanted(asked, *published.record); };
-    if (publication->server == &server && std::ranges::any_of(publication->records, wanted)) {
+    if (publication->server == &server && may_be_announced_in_answer(*publication) &&
+        std::ranges::any_of(publication->records, wanted)) {
       announce_in_answer(*publication, false);
     }
   }
@@ -110,20 +111,42 @@ void timer_fired(AvahiTimeout*, void* userdata) {
   set_timer(crowd);
 }
 
+void note_known(Asked& asked, const HeardQuery& query) {
+  if (asked.known.size() < kKnownMax) {
+    asked.known.insert(query.known.begin(), query.known.end());
+  }
+}
+
 // A packet without questions says what is known beyond what stood in the one before it.
-bool take_known(CrowdAnswers& crowd, const std::string& from, HeardQuery& query) {
+bool take_known(CrowdAnswers& crowd, const std::string& from, const HeardQuery& query) {
   bool is_taken = false;
   for (auto& [at, asked] : crowd.asked) {
-    if (asked.from == from && asked.known.size() < kKnownMax) {
-      asked.known.insert(query.known.begin(), query.known.end());
+    if (asked.from == from) {
+      note_known(asked, query);
       is_taken = true;
     }
   }
   return is_taken;
 }
 
+// One asker's packets wait together. When there is no place left, the last one is shared, and all that is asked for is said, whoever
+// knows it.
+bool share_place(CrowdAnswers& crowd, const std::string& from, HeardQuery& query) {
+  auto place = std::ranges::find_if(crowd.asked, [&](const auto& entry) { return entry.second.from == from; });
+  if (place != crowd.asked.end()) {
+    note_known(place->second, query);
+  } else if (crowd.asked.size() >= kAskedMax) {
+    place = std::prev(crowd.asked.end());
+    place->second.known.clear();
+  } else {
+    return false;
+  }
+  place->second.questions.merge(query.questions);
+  return true;
+}
+
 void note(CrowdAnswers& crowd, const std::string& from, HeardQuery& query) {
-  if (crowd.asked.size() >= kAskedMax) {
+  if (share_place(crowd, from, query)) {
     return;
   }
   const std::int64_t at = monotonic_now() + (query.is_truncated ? kAwaitsKnownFor : 0) + std::rand() % kSpread;
@@ -182,8 +205,11 @@ bool crowd_answers_take(Server& server, std::span<const std::uint8_t> message, c
     return true;
   }
   allowance_grow(crowd.direct, kDirectRate);
+  if (crowd.direct.left < 1) {
+    return true;  // and costs nothing of it: a flood of them must not silence the later ones
+  }
   crowd.direct.left -= 1;
-  return crowd.direct.left < 0;
+  return false;
 }
 
 }  // namespace dnssd

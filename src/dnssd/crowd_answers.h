@@ -13,9 +13,11 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <span>
 #include <string>
 #include <unordered_map>
+#include <utility>
 
 #include "dnssd/message_reader.h"
 #include "dnssd/pacing.h"
@@ -25,10 +27,12 @@ namespace dnssd {
 struct Server;
 struct Publication;
 
-// A packet of questions that waits for its answers.
+using Questions = std::set<std::pair<std::string, std::uint16_t>>;  // folded names in Avahi's text, and types
+
+// What an asker waits to be told.
 struct Asked {
-  std::string from;                                        // the asker's address, as it is sent
-  std::multimap<std::string, std::uint16_t> questions;     // folded names in Avahi's text, and types
+  std::string from;  // the asker's address, as it is sent
+  Questions questions;
   std::unordered_map<std::uint64_t, std::uint32_t> known;  // lifetimes in seconds, by the hash of a record that the asker has
 };
 

@@ -33,6 +33,7 @@ void forget_withdrawn(OwnRecords& own, std::int64_t until) {
 }  // namespace
 
 bool own_records_add(OwnRecords& own, AvahiRecord& record) {
+  forget_withdrawn(own, monotonic_now() - kRememberedFor);
   const std::optional<std::uint64_t> hash = record_hash(record);
   if (!hash) {
     return false;

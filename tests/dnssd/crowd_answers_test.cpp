@@ -56,6 +56,7 @@ class CrowdAnswersTest : public testing::Test {
   }
   std::size_t Waiting() const { return server_.crowd_answers.asked.size(); }
   const Asked& TheFirst() const { return server_.crowd_answers.asked.begin()->second; }
+  const Asked& TheLast() const { return server_.crowd_answers.asked.rbegin()->second; }
   // Milliseconds until the first is answered.
   std::int64_t Delay() const { return (server_.crowd_answers.asked.begin()->first - monotonic_now()) / 1000; }
 
@@ -68,7 +69,8 @@ TEST_F(CrowdAnswersTest, AQuestionForTheCrowdIsTaken) {
   EXPECT_LE(Delay(), 100);
   EXPECT_TRUE(Takes(asking(kCrowded, kAny)));
   EXPECT_TRUE(Takes(asking(std::string("\4_IPP\4_tcp\5LOCAL\0", 17))));
-  EXPECT_EQ(Waiting(), 3U);
+  EXPECT_EQ(Waiting(), 1U) << "one asker's packets wait together";
+  EXPECT_EQ(TheFirst().questions, (Questions{{"_ipp._tcp.local", kPtr}, {"_ipp._tcp.local", kAny}}));
 }
 
 TEST_F(CrowdAnswersTest, OtherQuestionsAreForAvahi) {
@@ -86,8 +88,7 @@ TEST_F(CrowdAnswersTest, WhereThereIsNoCrowdAllAreForAvahi) {
 TEST_F(CrowdAnswersTest, APacketIsTakenWithAllItsQuestions) {
   EXPECT_TRUE(Takes(header(0, 2) + question(kOther, kPtr) + question(kCrowded, kPtr)));
   ASSERT_EQ(Waiting(), 1U);
-  EXPECT_EQ(TheFirst().questions,
-            (std::multimap<std::string, std::uint16_t>{{"_http._tcp.local", kPtr}, {"_ipp._tcp.local", kPtr}}));
+  EXPECT_EQ(TheFirst().questions, (Questions{{"_http._tcp.local", kPtr}, {"_ipp._tcp.local", kPtr}}));
 }
 
 TEST_F(CrowdAnswersTest, ProbesResponsesAndBrokenPacketsAreForAvahi) {
@@ -113,11 +114,17 @@ TEST_F(CrowdAnswersTest, WhatTheAskerKnowsMayFollowInFurtherPackets) {
   EXPECT_EQ(TheFirst().known.size(), 2U);
 }
 
-TEST_F(CrowdAnswersTest, NoMoreThanSixteenPacketsWait) {
-  for (int i = 0; i < 20; ++i) {
-    EXPECT_TRUE(Takes(asking(kCrowded, kPtr, kTruncated)));
+TEST_F(CrowdAnswersTest, BeyondSixteenAskersAPlaceIsSharedAndNothingKnown) {
+  const std::string knowing = header(kTruncated, 1, 1) + question(kCrowded, kPtr) + pointer('a');
+  for (char asker = 0; asker < 16; ++asker) {
+    EXPECT_TRUE(Takes(knowing, true, {asker}));
   }
   EXPECT_EQ(Waiting(), 16U);
+  EXPECT_EQ(TheLast().known.size(), 1U);
+  EXPECT_TRUE(Takes(asking(kCrowded, kAny), true, kAsker));
+  EXPECT_EQ(Waiting(), 16U);
+  EXPECT_TRUE(TheLast().known.empty());
+  EXPECT_EQ(TheLast().questions.size(), 2U);
 }
 
 TEST_F(CrowdAnswersTest, AFewThatWantADirectAnswerAreForAvahi) {
@@ -125,6 +132,15 @@ TEST_F(CrowdAnswersTest, AFewThatWantADirectAnswerAreForAvahi) {
   EXPECT_TRUE(Takes(asking(kCrowded), false));
   EXPECT_FALSE(Takes(asking(kOther), false));
   EXPECT_EQ(Waiting(), 0U);
+  server_.crowd_answers.direct.counted_at -= 12'000'000;
+  EXPECT_FALSE(Takes(asking(kCrowded), false));
+}
+
+TEST_F(CrowdAnswersTest, ManyThatWantADirectAnswerDelayNoLaterOne) {
+  EXPECT_FALSE(Takes(asking(kCrowded), false));
+  for (int i = 0; i < 1000; ++i) {
+    EXPECT_TRUE(Takes(asking(kCrowded), false));
+  }
   server_.crowd_answers.direct.counted_at -= 12'000'000;
   EXPECT_FALSE(Takes(asking(kCrowded), false));
 }
