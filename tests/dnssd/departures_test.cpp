@@ -3,17 +3,17 @@
 #include "dnssd/departures.h"
 
 #include <gtest/gtest.h>
-#include <poll.h>
 
 #include <string>
 
 #include "dnssd/engine.h"
 #include "dnssd/server.h"
+#include "dnssd/stopped_clock.h"
 
 namespace dnssd {
 namespace {
 
-constexpr int kPatience = 5'000;  // milliseconds
+constexpr std::int64_t kLongAfter = 60'000'000;  // microseconds; when all that may happen has happened
 constexpr std::uint32_t kNoInterface = 0x7FFFFFFF;
 constexpr unsigned kIpv4 = 1;
 constexpr unsigned kIpv6 = 2;
@@ -86,11 +86,8 @@ class DeparturesTest : public testing::Test {
 
   template <typename Condition>
   bool Becomes(Condition condition) {
-    const std::int64_t end = monotonic_now() + kPatience * std::int64_t{1000};
-    while (!condition() && monotonic_now() < end) {
-      poll_arm(gEngine->poll, false);
-      pollfd ready{gEngine->poll.epoll_fd, POLLIN, 0};
-      poll(&ready, 1, kPatience);
+    const std::int64_t end = monotonic_now() + kLongAfter;
+    while (!condition() && clock_.PassUntilDue(gEngine->poll, end)) {
       EXPECT_TRUE(poll_dispatch(gEngine->poll));
     }
     return condition();
@@ -102,6 +99,7 @@ class DeparturesTest : public testing::Test {
     return Becomes([=, this] { return Has(instance); });
   }
 
+  StoppedClock clock_;
   Server server_;
   Lookup lookup_;
   Operation operation_;

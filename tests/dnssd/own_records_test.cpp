@@ -7,10 +7,12 @@
 
 #include "dnssd/message.h"
 #include "dnssd/operations.h"
-#include "dnssd/poll.h"
+#include "dnssd/stopped_clock.h"
 
 namespace dnssd {
 namespace {
+
+constexpr std::int64_t kTenSeconds = 10'000'000;  // microseconds
 
 const std::string kInstance("\1p\4_ipp\4_tcp\5local\0", 19);
 const std::string kShoutedInstance("\1P\4_IPP\4_tcp\5LOCAL\0", 19);
@@ -45,6 +47,7 @@ class OwnRecordsTest : public testing::Test {
   // Each with its own lifetime.
   static std::string Response(std::initializer_list<AvahiRecord*> records) { return Response(records, 1); }
 
+  StoppedClock clock_;
   OwnRecords own_;
 
  private:
@@ -140,11 +143,10 @@ TEST_F(OwnRecordsTest, SayWhatWasWithdrawnForTenSecondsMore) {
   own_records_add(own_, first);
   own_records_remove(own_, first);
   EXPECT_TRUE(Say(Response({&first})));
-  constexpr std::int64_t kNearlyTenSeconds = 9'900'000;
-  own_.withdrawn.front().first -= kNearlyTenSeconds;
+  clock_.Pass(kTenSeconds - 1);
   own_records_remove(own_, Address(2));
   EXPECT_TRUE(Say(Response({&first})));
-  own_.withdrawn.front().first -= kNearlyTenSeconds;
+  clock_.Pass(1);
   own_records_remove(own_, Address(2));
   EXPECT_FALSE(Say(Response({&first})));
   EXPECT_TRUE(own_.records.empty());
@@ -155,7 +157,7 @@ TEST_F(OwnRecordsTest, KeepWhatIsPublishedAgain) {
   own_records_add(own_, address);
   own_records_remove(own_, address);
   own_records_add(own_, address);
-  own_.withdrawn.front().first -= 20'000'000;
+  clock_.Pass(2 * kTenSeconds);
   own_records_remove(own_, Address(2));
   EXPECT_TRUE(Say(Response({&address})));
 }
