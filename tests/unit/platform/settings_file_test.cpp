@@ -30,9 +30,12 @@ class SettingsFile : public SettingsTest {
   static void WaitUntilSettled() {
     fake_process::start();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    int late = 0;
     std::size_t opened_before = 0;
     do {
-      ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+      // However late, one more question finds the change old enough, and the next one nothing to read.
+      late += std::chrono::steady_clock::now() > deadline ? 1 : 0;
+      ASSERT_LE(late, 2);
       opened_before = fake_process::calls_of("open").size();
       TheHop();
     } while (fake_process::calls_of("open").size() != opened_before);
