@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <iterator>
 #include <optional>
-#include <vector>
 
 #include "dnssd/announcer.h"
 #include "dnssd/canonical_record.h"
@@ -37,18 +36,19 @@ constexpr std::uint16_t kTruncatedBit = 0x0200;  // RFC 1035 section 4.1.1
 struct HeardQuery {
   bool is_truncated = false;
   Questions questions;
+  unsigned answers = 0;  // as many as it claims to have
   std::unordered_map<std::uint64_t, std::uint32_t> known;
 };
 
-// Nothing for what is no query, or a probe (RFC 6762 section 8.2), or malformed.
-std::optional<HeardQuery> read_query(std::span<const std::uint8_t> message) {
-  MessageReader reader{message};
+// What is asked; the reader moves behind the questions. Nothing for what is no query, or a probe (RFC 6762 section 8.2), or malformed.
+std::optional<HeardQuery> read_questions(MessageReader& reader) {
   const std::optional<MessageHead> head = read_message_head(reader);
   if (!head || (head->flags & (kResponseBit | kOpcodeAndRcodeBits)) != 0 || head->authorities != 0) {
     return std::nullopt;
   }
   HeardQuery query;
   query.is_truncated = (head->flags & kTruncatedBit) != 0;
+  query.answers = head->answers;
   for (unsigned i = 0; i < head->questions; ++i) {
     const std::optional<Question> question = read_question(reader);
     if (!question) {
@@ -56,14 +56,19 @@ std::optional<HeardQuery> read_query(std::span<const std::uint8_t> message) {
     }
     query.questions.emplace(fold_case(name_to_avahi(question->name)), question->rrtype);
   }
-  for (unsigned i = 0; i < head->answers; ++i) {
+  return query;
+}
+
+// What the asker knows, which stands behind the questions. False when it is malformed.
+bool read_known(MessageReader& reader, HeardQuery& query) {
+  for (unsigned i = 0; i < query.answers; ++i) {
     const std::optional<CanonicalRecord> record = read_canonical_record(reader);
     if (!record) {
-      return std::nullopt;
+      return false;
     }
     query.known.emplace(record_hash(*record), record->head.ttl);
   }
-  return query;
+  return true;
 }
 
 bool asks_for(std::uint16_t question, std::uint16_t rrtype) { return question == rrtype || question == AVAHI_DNS_TYPE_ANY; }
@@ -117,22 +122,24 @@ void note_known(Asked& asked, const HeardQuery& query) {
   }
 }
 
+auto place_of(CrowdAnswers& crowd, const std::string& from) {
+  return std::ranges::find_if(crowd.asked, [&](const auto& entry) { return entry.second.from == from; });
+}
+
 // A packet without questions says what is known beyond what stood in the one before it.
-bool take_known(CrowdAnswers& crowd, const std::string& from, const HeardQuery& query) {
-  bool is_taken = false;
-  for (auto& [at, asked] : crowd.asked) {
-    if (asked.from == from) {
-      note_known(asked, query);
-      is_taken = true;
-    }
+bool take_known(CrowdAnswers& crowd, const std::string& from, MessageReader& reader, HeardQuery& query) {
+  const auto place = place_of(crowd, from);
+  if (place == crowd.asked.end() || !read_known(reader, query)) {
+    return false;
   }
-  return is_taken;
+  note_known(place->second, query);
+  return true;
 }
 
 // One asker's packets wait together. When there is no place left, the last one is shared, and all that is asked for is said, whoever
 // knows it.
 bool share_place(CrowdAnswers& crowd, const std::string& from, HeardQuery& query) {
-  auto place = std::ranges::find_if(crowd.asked, [&](const auto& entry) { return entry.second.from == from; });
+  auto place = place_of(crowd, from);
   if (place != crowd.asked.end()) {
     note_known(place->second, query);
   } else if (crowd.asked.size() >= kAskedMax) {
@@ -152,6 +159,16 @@ void note(CrowdAnswers& crowd, const std::string& from, HeardQuery& query) {
   const std::int64_t at = monotonic_now() + (query.is_truncated ? kAwaitsKnownFor : 0) + std::rand() % kSpread;
   crowd.asked.emplace(at, Asked{from, std::move(query.questions), std::move(query.known)});
   set_timer(crowd);
+}
+
+// Of those that want a direct answer. It costs nothing then: a flood of them must not silence the later ones.
+bool is_one_too_many(CrowdAnswers& crowd) {
+  allowance_grow(crowd.direct, kDirectRate);
+  if (crowd.direct.left < 1) {
+    return true;
+  }
+  crowd.direct.left -= 1;
+  return false;
 }
 
 }  // namespace
@@ -190,26 +207,25 @@ bool crowd_answers_take(Server& server, std::span<const std::uint8_t> message, c
   if (server.ear != Ear::crowded) {
     return false;
   }
-  std::optional<HeardQuery> query = read_query(message);
+  MessageReader reader{message};
+  std::optional<HeardQuery> query = read_questions(reader);
   if (!query) {
     return false;
   }
   if (query->questions.empty()) {
-    return take_known(crowd, from, *query);
+    return take_known(crowd, from, reader, *query);
   }
   if (!is_for_crowd(crowd, *query)) {
     return false;
   }
-  if (is_to_all) {
-    note(crowd, from, *query);
-    return true;
+  if (!is_to_all) {
+    return is_one_too_many(crowd);
   }
-  allowance_grow(crowd.direct, kDirectRate);
-  if (crowd.direct.left < 1) {
-    return true;  // and costs nothing of it: a flood of them must not silence the later ones
+  if (!read_known(reader, *query)) {
+    return false;
   }
-  crowd.direct.left -= 1;
-  return false;
+  note(crowd, from, *query);
+  return true;
 }
 
 }  // namespace dnssd

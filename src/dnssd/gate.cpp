@@ -21,10 +21,6 @@
 namespace dnssd {
 namespace {
 
-// The burst: two thousand services of five records, announced twice, and once more in answer to a question. The rate: many
-// times what such a link says in the long run.
-constexpr Rate kIntakeRate{40'000, 2'000};
-
 // At leisure: more services of five records at once than an ordinary link holds, and then rather more than pacing.cpp commits
 // on another link, so that it is not this that the last service waits for.
 constexpr Rate kPaceRate{640, 900};
@@ -56,7 +52,7 @@ struct Datagram {
   std::int64_t at = 0;                  // when it arrived: monotonic, microseconds
   bool is_to_group = true;              // not to this machine alone
   bool may_be_response = false;         // comes from the port of multicast DNS; from another one Avahi believes nothing
-  std::string from;                     // the sender's address, as it is sent
+  const sockaddr* sender = nullptr;     // in its envelope
 };
 
 std::int64_t microseconds_of(std::int64_t seconds, std::int64_t microseconds) { return seconds * 1'000'000 + microseconds; }
@@ -95,27 +91,13 @@ bool is_to_group(msghdr& header) {
 }
 
 // The next datagram, which stays in the socket; nothing when there is none.
-std::optional<Datagram> look_at_next(int fd, Buffer& buffer) {
-  iovec room{buffer.data(), buffer.size()};
-  alignas(cmsghdr) std::array<char, 256> control{};
-  sockaddr_storage sender{};
-  msghdr header{};
-  header.msg_name = &sender;
-  header.msg_namelen = sizeof sender;
-  header.msg_iov = &room;
-  header.msg_iovlen = 1;
-  header.msg_control = control.data();
-  header.msg_controllen = control.size();
-  const ssize_t size = recvmsg(fd, &header, MSG_PEEK | MSG_DONTWAIT);
-  if (size < 0) {
+std::optional<Datagram> look_at_next(int fd, Buffer& buffer, Envelope& envelope) {
+  const auto bytes = receive(fd, MSG_PEEK, buffer, envelope);
+  if (!bytes) {
     return std::nullopt;
   }
-  const auto& from = reinterpret_cast<const sockaddr&>(sender);
-  return Datagram{{buffer.data(), static_cast<std::size_t>(size)},
-                  arrival_of(header),
-                  is_to_group(header),
-                  is_from_multicast_dns(from),
-                  address_bytes(from)};
+  const sockaddr& sender = sender_of(envelope);
+  return Datagram{*bytes, arrival_of(envelope.header), is_to_group(envelope.header), is_from_multicast_dns(sender), &sender};
 }
 
 // Whether Avahi may have an answer to it in store from now on. Probes, which alone have authorities (RFC 6762 section 8.2), it
@@ -169,19 +151,22 @@ bool has_to_wait(const Gate& gate, const Datagram& next) {
 
 // Whether this server sent it, and nobody waits to hear of it.
 bool is_own_answer(const Gate& gate, const Datagram& next) {
-  return gate.server != nullptr && gate.server->lookups == 0 && next.may_be_response &&
-         gate.server->addresses.contains(next.from) && own_records_say(gate.server->own_records, next.bytes);
+  const Server* server = gate.server;
+  return server != nullptr && server->lookups == 0 && next.may_be_response && !server->own_records.records.empty() &&
+         server->addresses.contains(address_bytes(*next.sender)) && own_records_say(server->own_records, next.bytes);
 }
 
 bool is_answered_otherwise(const Gate& gate, const Datagram& next) {
   const bool is_to_all = next.is_to_group && next.may_be_response;
-  return gate.server != nullptr && crowd_answers_take(*gate.server, next.bytes, next.from, is_to_all);
+  return gate.server != nullptr && gate.server->ear == Ear::crowded &&
+         crowd_answers_take(*gate.server, next.bytes, address_bytes(*next.sender), is_to_all);
 }
 
 // Passes the next datagram on to Avahi, or by it. False when there is none that may be taken now.
 bool take(Gate& gate, AvahiWatch* watch, int fd) {
   Buffer buffer;
-  const std::optional<Datagram> next = look_at_next(fd, buffer);
+  Envelope envelope;
+  const std::optional<Datagram> next = look_at_next(fd, buffer, envelope);
   if (!next) {
     return false;
   }

@@ -23,9 +23,6 @@ constexpr char kGroup6[] = "ff02::fb";
 // Two thousand services' packets, as the kernel counts them, which doubles it: the default loses some of them.
 constexpr int kReceiveBufferBytes = 2 * 1024 * 1024;
 
-// As gate.cpp has it for Avahi's sockets: what Avahi hears of a crowd is heard here too.
-constexpr Rate kHearingRate{40'000, 2'000};
-
 // Packets that are read, or thrown away, in one go, and the time after which no further one is read. More of them than gate.cpp
 // hands on: most cost little here, and the same pass is long when Avahi is busy.
 constexpr int kPacketsPerPass = 128;
@@ -119,29 +116,20 @@ void tell_heard(const GroupEar& ear, Allowance& allowance, const HeardMessage& m
 
 // Reads the next datagram. False when there is none.
 bool take(GroupEar& ear, GroupSocket& socket) {
-  std::array<std::uint8_t, kMessageMax> bytes;
-  iovec room{bytes.data(), bytes.size()};
-  alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(std::uint32_t))> control{};
-  sockaddr_storage sender{};
-  msghdr header{};
-  header.msg_name = &sender;
-  header.msg_namelen = sizeof sender;
-  header.msg_iov = &room;
-  header.msg_iovlen = 1;
-  header.msg_control = control.data();
-  header.msg_controllen = control.size();
-  const ssize_t length = recvmsg(socket.fd, &header, MSG_DONTWAIT);
-  if (length < 0) {
+  std::array<std::uint8_t, kMessageMax> buffer;
+  Envelope envelope;
+  const auto message = receive(socket.fd, 0, buffer, envelope);
+  if (!message) {
     return false;
   }
-  const std::uint32_t overflowed = overflowed_before(header, socket.overflowed);
+  const std::uint32_t overflowed = overflowed_before(envelope.header, socket.overflowed);
   if (overflowed != socket.overflowed) {
     socket.overflowed = overflowed;
     tell_missed(ear);
   }
-  const std::span<const std::uint8_t> message(bytes.data(), static_cast<std::size_t>(length));
-  if (message.size() >= kMessageHeaderSize && is_from_multicast_dns(reinterpret_cast<const sockaddr&>(sender))) {
-    tell_heard(ear, socket.allowance, {message, sender.ss_family == AF_INET6});
+  const sockaddr& sender = sender_of(envelope);
+  if (message->size() >= kMessageHeaderSize && is_from_multicast_dns(sender)) {
+    tell_heard(ear, socket.allowance, {*message, sender.sa_family == AF_INET6});
   }
   return true;
 }
@@ -172,7 +160,7 @@ void open_all(GroupEar& ear, std::uint32_t interface_index) {
   for (std::size_t i = 0; i < kFamilies.size(); ++i) {
     GroupSocket& socket = ear.sockets[i];
     socket.fd = open_socket(kFamilies[i], interface_index);
-    socket.allowance = {kHearingRate.burst, monotonic_now()};
+    socket.allowance = {kIntakeRate.burst, monotonic_now()};
     if (socket.fd >= 0) {
       socket.watch = poll_watch_new(&api, socket.fd, AVAHI_WATCH_IN, readable, &ear);
     }
@@ -208,7 +196,7 @@ void group_ear_leave(GroupEar& ear, const void* userdata) {
 }
 
 void group_ear_read(GroupEar& ear, GroupSocket& socket) {
-  allowance_grow(socket.allowance, kHearingRate);
+  allowance_grow(socket.allowance, kIntakeRate);
   if (socket.allowance.left <= 0) {
     throw_away(ear, socket);
     return;

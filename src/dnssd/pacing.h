@@ -25,6 +25,10 @@ struct Allowance {
   std::int64_t counted_at = 0;  // monotonic, microseconds
 };
 
+// What a socket may take in, as records. The burst: two thousand services of five records, announced twice, and once more in answer
+// to a question. The rate: many times what such a link says in the long run.
+inline constexpr Rate kIntakeRate{40'000, 2'000};
+
 void allowance_grow(Allowance& allowance, const Rate& rate);
 
 // Microseconds until something is left; 0: there is.

@@ -3,8 +3,6 @@
 
 #include <netinet/in.h>
 
-#include <cstdint>
-
 namespace dnssd {
 namespace {
 
@@ -16,6 +14,22 @@ std::string bytes_of(const Address& address) {
 }
 
 }  // namespace
+
+std::optional<std::span<const std::uint8_t>> receive(int fd, int flags, std::span<std::uint8_t> buffer, Envelope& envelope) {
+  envelope.room = {buffer.data(), buffer.size()};
+  msghdr& header = envelope.header;
+  header.msg_name = &envelope.sender;
+  header.msg_namelen = sizeof envelope.sender;
+  header.msg_iov = &envelope.room;
+  header.msg_iovlen = 1;
+  header.msg_control = envelope.control.data();
+  header.msg_controllen = envelope.control.size();
+  const ssize_t size = recvmsg(fd, &header, flags | MSG_DONTWAIT);
+  if (size < 0) {
+    return std::nullopt;
+  }
+  return buffer.first(static_cast<std::size_t>(size));
+}
 
 std::string address_bytes(const sockaddr& address) {
   switch (address.sa_family) {

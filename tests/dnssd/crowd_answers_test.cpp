@@ -139,6 +139,12 @@ TEST_F(CrowdAnswersTest, AFewThatWantADirectAnswerAreForAvahi) {
   EXPECT_FALSE(Takes(asking(kCrowded), false));
 }
 
+TEST_F(CrowdAnswersTest, WhatWantsADirectAnswerIsJudgedByItsQuestionsAlone) {
+  const std::string broken = header(0, 1, 1) + question(kCrowded, kPtr);
+  EXPECT_FALSE(Takes(broken, false));
+  EXPECT_TRUE(Takes(broken, false));
+}
+
 TEST_F(CrowdAnswersTest, ManyThatWantADirectAnswerDelayNoLaterOne) {
   EXPECT_FALSE(Takes(asking(kCrowded), false));
   for (int i = 0; i < 1000; ++i) {
