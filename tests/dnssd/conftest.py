@@ -20,10 +20,19 @@ class Link:
     """
 
     def __init__(self, **protocols):
-        self.near, self.far = d.Host("near"), d.Host("far")
-        self.drivers, self.processes, self.airs = [], [], []
-        d.link(self.near, "eth0", self.far, "eth0", **protocols)
-        self.near_index, self.far_index = self.near.index("eth0"), self.far.index("eth0")
+        self.hosts, self.drivers, self.processes, self.airs = [], [], [], []
+        try:
+            self.near, self.far = self.host("near"), self.host("far")
+            d.link(self.near, "eth0", self.far, "eth0", **protocols)
+            self.near_index, self.far_index = self.near.index("eth0"), self.far.index("eth0")
+        except BaseException:
+            self.remove()
+            raise
+
+    def host(self, name):
+        """A host that is there as long as the link, whatever happens."""
+        self.hosts.append(d.Host(name))
+        return self.hosts[-1]
 
     def driver(self, host, connect=True, **options):
         driver = d.Driver(host, **options)
@@ -59,8 +68,8 @@ class Link:
         try:
             self.wipe()
         finally:
-            self.near.remove()
-            self.far.remove()
+            for host in self.hosts:
+                host.remove()
 
 
 @pytest.fixture(scope="module")

@@ -52,7 +52,11 @@ class Host:
         _serial += 1
         self.name = f"dnssd{os.getpid()}x{_serial}{name}"
         sh("ip", "netns", "add", self.name)
-        self.sh("ip", "link", "set", "lo", "up")
+        try:
+            self.sh("ip", "link", "set", "lo", "up")
+        except BaseException:
+            self.remove()
+            raise
 
     def sh(self, *command, check=True):
         return sh("ip", "netns", "exec", self.name, *command, check=check)

@@ -99,29 +99,25 @@ def test_no_operation_starts_on_an_interface_that_has_vanished(own_link):
 def test_interfaces_do_not_hear_each_other(own_link):
     """near is on two links; what is published on one is not seen on the other."""
     link = own_link()
-    third = d.Host("third")
-    try:
-        d.link(link.near, "eth1", third, "eth0", ipv4="10.8.0", ipv6="fd08::")
-        publisher, looker, other = link.publisher(), link.looker(), link.driver(third)
-        other.browse("br", third.index("eth0"), "_ipp._tcp")
-        looker.browse("br", link.far_index, "_ipp._tcp")
-        publisher.browse("br0", link.near.index("eth0"), "_ipp._tcp")
-        publisher.browse("br1", link.near.index("eth1"), "_ipp._tcp")
-        looker.register("reg", link.far_index, "Far")
-        other.register("reg", third.index("eth0"), "Third", host="third.local")
-        assert d.text_of(publisher.wait("br0")[0].fields[0]) == "Far"
-        assert d.text_of(publisher.wait("br1")[0].fields[0]) == "Third"
-        publisher.register("here", link.near.index("eth1"), "Here")
-        publisher.register("there", link.near.index("eth0"), "Here")
-        other.wait("br", 2)
-        looker.wait("br", 2)
-        publisher.release("here")
-        other.wait("br", 3)
-        assert len(looker.of("br")) == 2  # withdrawn from one link, and from no other
-        assert [d.text_of(reply.fields[0]) for reply in looker.of("br")].count("Third") == 0
-    finally:
-        link.wipe()
-        third.remove()
+    third = link.host("third")
+    d.link(link.near, "eth1", third, "eth0", ipv4="10.8.0", ipv6="fd08::")
+    publisher, looker, other = link.publisher(), link.looker(), link.driver(third)
+    other.browse("br", third.index("eth0"), "_ipp._tcp")
+    looker.browse("br", link.far_index, "_ipp._tcp")
+    publisher.browse("br0", link.near.index("eth0"), "_ipp._tcp")
+    publisher.browse("br1", link.near.index("eth1"), "_ipp._tcp")
+    looker.register("reg", link.far_index, "Far")
+    other.register("reg", third.index("eth0"), "Third", host="third.local")
+    assert d.text_of(publisher.wait("br0")[0].fields[0]) == "Far"
+    assert d.text_of(publisher.wait("br1")[0].fields[0]) == "Third"
+    publisher.register("here", link.near.index("eth1"), "Here")
+    publisher.register("there", link.near.index("eth0"), "Here")
+    other.wait("br", 2)
+    looker.wait("br", 2)
+    publisher.release("here")
+    other.wait("br", 3)
+    assert len(looker.of("br")) == 2  # withdrawn from one link, and from no other
+    assert [d.text_of(reply.fields[0]) for reply in looker.of("br")].count("Third") == 0
 
 
 def test_no_privilege_is_needed(own_link):
