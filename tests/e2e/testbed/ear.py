@@ -112,8 +112,16 @@ def _arrival(ancillary):
     for level, kind, data in ancillary:
         if level == socket.SOL_SOCKET and kind == _SO_TIMESTAMPNS:
             seconds, nanoseconds = struct.unpack("qq", data)
-            return time.monotonic() - (time.time() - (seconds + nanoseconds / 1e9))
+            return _monotonic_minus_wall_clock() + (seconds + nanoseconds / 1e9)
     return time.monotonic()
+
+
+def _monotonic_minus_wall_clock():
+    """Measured until nothing else has run between the looks at the two clocks."""
+    while True:
+        before, wall, after = time.monotonic(), time.time(), time.monotonic()
+        if after - before < 0.001:
+            return before - wall
 
 
 def _read_packet(data, protocol):
