@@ -156,6 +156,7 @@ bool is_own_answer(const Gate& gate, const Datagram& next) {
          server->addresses.contains(address_bytes(*next.sender)) && own_records_say(server->own_records, next.bytes);
 }
 
+// Whether it is a crowd's to answer; where there is none, nobody needs the sender's address.
 bool is_answered_otherwise(const Gate& gate, const Datagram& next) {
   const bool is_to_all = next.is_to_group && next.may_be_response;
   return gate.server != nullptr && gate.server->ear == Ear::crowded &&
