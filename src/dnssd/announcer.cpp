@@ -1,18 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "dnssd/announcer.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <iterator>
 #include <limits>
 #include <optional>
 
 #include "dnssd/message.h"
+#include "dnssd/multicast.h"
 #include "dnssd/publications.h"
 #include "dnssd/server.h"
 
@@ -40,50 +35,10 @@ constexpr int kSendPatience = 300;  // milliseconds
 constexpr std::int64_t kRepeatGap = 1'000'000;
 constexpr std::int64_t kRepeatGapToProbe = 250'000;
 
-constexpr std::uint16_t kPort = 5353;
-constexpr char kGroupIpv4[] = "224.0.0.251";
-constexpr char kGroupIpv6[] = "ff02::fb";
-
-// Sends `bytes` to `to`, waiting for room within `patience`. A protocol that the interface lacks refuses it, rightly.
-void send_bytes(int fd, const std::string& bytes, const sockaddr* to, socklen_t length, int& patience) {
-  while (sendto(fd, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL, to, length) < 0) {
-    const bool is_full = errno == EAGAIN || errno == ENOBUFS;
-    if (!is_full || patience <= 0) {
-      return;
-    }
-    constexpr int kStep = 10;  // milliseconds
-    pollfd room{fd, POLLOUT, 0};
-    poll(&room, 1, kStep);
-    patience -= kStep;
-  }
-}
-
-void send_ipv4(int fd, const std::string& bytes, int& patience) {
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(kPort);
-  inet_pton(AF_INET, kGroupIpv4, &to.sin_addr);
-  send_bytes(fd, bytes, reinterpret_cast<const sockaddr*>(&to), sizeof to, patience);
-}
-
-void send_ipv6(int fd, const std::string& bytes, std::uint32_t interface_index, int& patience) {
-  sockaddr_in6 to{};
-  to.sin6_family = AF_INET6;
-  to.sin6_port = htons(kPort);
-  to.sin6_scope_id = interface_index;
-  inet_pton(AF_INET6, kGroupIpv6, &to.sin6_addr);
-  send_bytes(fd, bytes, reinterpret_cast<const sockaddr*>(&to), sizeof to, patience);
-}
-
 void send_message(const Server& server, const Message& message, int& patience) {
-  if (message.answers == 0) {
-    return;
-  }
-  if (server.sockets[AVAHI_PROTO_INET] >= 0) {
-    send_ipv4(server.sockets[AVAHI_PROTO_INET], message.bytes, patience);
-  }
-  if (server.sockets[AVAHI_PROTO_INET6] >= 0) {
-    send_ipv6(server.sockets[AVAHI_PROTO_INET6], message.bytes, server.interface_index, patience);
+  if (message.answers > 0) {
+    multicast_send(server, AVAHI_PROTO_INET, message.bytes, patience);
+    multicast_send(server, AVAHI_PROTO_INET6, message.bytes, patience);
   }
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Browse: one lookup of the PTR records of the type. It reports an instance once per protocol; the caller
-// hears of it when the first has it and when the last has lost it. Goodbyes are heard earlier than Avahi believes them (see
-// departures.h).
+// hears of it when the first has it and when the last has lost it. Goodbyes are heard earlier than the lookup believes them
+// (see departures.h).
 #include "dnssd/departures.h"
 #include "dnssd/engine.h"
 #include "dnssd/lookups.h"

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Lifecycle of a departure: a goodbye for a present instance makes it (waiting); a live record in time ends it; else it is
-// told to the browse, and stays until Avahi has noticed too, which takes a while where a crowd waits (gate.h). A live record
+// told to the browse, and stays until its lookup has noticed too, which takes a while where a crowd waits (gate.h). A live record
 // in that time brings the instance back, but only once what was cached of its former life is gone. What is missed may have been
-// such a record, and counts as one for every departure: then it is Avahi's word that holds.
-// A goodbye for what Avahi may yet find, since the gate is behind, makes one that need not be told any more; it ends as others do,
+// such a record, and counts as one for every departure: then it is the lookup's word that holds.
+// A goodbye for what the lookup may yet find, since the gate is behind, makes one that need not be told any more; it ends as others do,
 // or when whatever arrived before the goodbye has been taken in.
 // The ear listens from the first browse on its interface to the last one.
 #include "dnssd/departures.h"
@@ -23,7 +23,7 @@ constexpr std::int64_t kBelievedAfter = 750'000;
 // resolved to where it was.
 constexpr std::int64_t kBackAfter = 1'050'000;
 
-// What waited in front of the goodbye, and the goodbye too, has been taken in, and Avahi has believed it.
+// What waited in front of the goodbye, and the goodbye too, has been taken in, and the lookup has believed it.
 constexpr std::int64_t kTakenInAfter = kGatePatience + 2'000'000;
 // So many of those: more than the instances that any browser takes. Beyond it, one may be found for a moment.
 constexpr std::size_t kHeldBackMax = 4096;

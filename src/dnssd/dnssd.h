@@ -5,7 +5,8 @@
 //
 //   Functions. DNSServiceCreateConnection, -Browse, -Resolve, -QueryRecord, -Register, -RegisterRecord, -UpdateRecord,
 //   -RemoveRecord, -RefSockFD, -ProcessResult and -RefDeallocate, as the comments of dns_sd.h describe them; with
-//   kDNSServiceFlagsShareConnection (0x4000, newer than Debian's header) and without it. Nothing else is exported.
+//   kDNSServiceFlagsShareConnection (0x4000, newer than Debian's header) and without it. Nothing else is exported but
+//   what Avahi calls in place of its own (key_equal.h, withheld.h).
 //
 //   One engine. A process has one engine on one epoll descriptor, and every live reference answers DNSServiceRefSockFD
 //   with it. DNSServiceProcessResult on any of them drives the engine and delivers the replies of all of them, in the
@@ -48,11 +49,12 @@
 // others. It includes nothing of the rest of this source tree.
 //
 // Reading order: api_lookup.cpp and api_publish.cpp (each dns_sd.h function: what is checked, which operation starts),
-// this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then browse.cpp with departures.h and
-// pointer_records.h, resolve.cpp, query.cpp with answers.h, and lookups.h with told_records.h and rests.h under all three;
-// register.cpp and records.cpp with publications.cpp, pacing.h, announcer.h, message.cpp, long_names.h, crowd.h, crowd_answers.h
-// and own_records.h; last the ground: server.cpp, gate.h with repeats.h, group_ear.h, links.h, poll.cpp, wall_clock.h, signals.cpp,
-// senders.h, message_reader.h, canonical_record.h, names.cpp, service_names.cpp.
+// this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then browse.cpp with departures.h, resolve.cpp,
+// query.cpp with answers.h, and under all three lookups.h with told_records.h and rests.h, and for pointers pointers.h with
+// pointer_questions.h, pointer_hearing.cpp and pointer_records.h; register.cpp and records.cpp with publications.cpp, pacing.h, announcer.h, message.cpp,
+// long_names.h, crowd.h, crowd_answers.h and own_records.h; last the ground: server.cpp, gate.h with repeats.h and withheld.h,
+// key_equal.h, group_ear.h, links.h, poll.cpp, wall_clock.h, signals.cpp, senders.h, multicast.h, message_reader.h,
+// canonical_record.h, names.cpp, service_names.cpp.
 #pragma once
 
 #include <avahi-core/lookup.h>

@@ -17,6 +17,7 @@
 #include "dnssd/message_reader.h"
 #include "dnssd/senders.h"
 #include "dnssd/server.h"
+#include "dnssd/withheld.h"
 
 namespace dnssd {
 namespace {
@@ -108,6 +109,12 @@ bool is_question(std::span<const std::uint8_t> message) {
   return head && (head->flags & kResponseBit) == 0 && head->authorities == 0;
 }
 
+bool is_response(std::span<const std::uint8_t> message) {
+  MessageReader reader{message};
+  const std::optional<MessageHead> head = read_message_head(reader);
+  return head && (head->flags & kResponseBit) != 0;
+}
+
 void throw_away(int fd, int packets) {
   char byte = 0;
   for (int i = 0; i < packets; ++i) {
@@ -163,6 +170,30 @@ bool is_answered_otherwise(const Gate& gate, const Datagram& next) {
          crowd_answers_take(*gate.server, next.bytes, address_bytes(*next.sender), is_to_all);
 }
 
+// A record of ours that another host withdraws by mistake is put right by Avahi (RFC 6762 section 6.6): where anything is published,
+// it is told everything.
+void hand_to_avahi(const Gate& gate, const Datagram& next, AvahiWatch* watch, int fd) {
+  const bool is_for_nobody_else =
+      gate.server != nullptr && gate.server->publications == 0 && next.may_be_response && is_response(next.bytes);
+  const Withholding withholding(is_for_nobody_else ? gate.server : nullptr);
+  gate.callback(watch, fd, AVAHI_WATCH_IN, gate.userdata);
+}
+
+// Nothing is ever asked for by unicast: what comes by it answers nothing (RFC 6762 section 11 would have its sender's address
+// checked as well).
+void note_pointers(const Gate& gate, const Datagram& next) {
+  Server& server = *gate.server;
+  const AvahiProtocol protocol = &gate == &server.gates[AVAHI_PROTO_INET] ? AVAHI_PROTO_INET : AVAHI_PROTO_INET6;
+  if (server.pointers.empty() || !next.may_be_response || !next.is_to_group) {
+    return;
+  }
+  if (is_response(next.bytes)) {
+    pointers_heard(server, protocol, next.bytes);
+  } else if (is_question(next.bytes) && !server.addresses.contains(address_bytes(*next.sender))) {
+    pointers_asked(server, protocol, next.bytes);
+  }
+}
+
 // Passes the next datagram on to Avahi, or by it. False when there is none that may be taken now.
 bool take(Gate& gate, AvahiWatch* watch, int fd) {
   Buffer buffer;
@@ -199,8 +230,9 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
     gate.asked_at = monotonic_now();
   }
   gate.pace.left -= records;
-  gate.callback(watch, fd, AVAHI_WATCH_IN, gate.userdata);
+  hand_to_avahi(gate, *next, watch, fd);
   if (gate.server != nullptr) {
+    note_pointers(gate, *next);
     lookups_heard(*gate.server, gate.repeats, heard.keys);
   }
   return true;
@@ -251,6 +283,7 @@ void gate_pass(AvahiWatch* watch, int fd, AvahiWatchEvent events, void* userdata
     throw_away(fd, kThrownAwayPerPass);
     repeats_forget(gate.repeats);
     if (gate.server != nullptr) {
+      pointers_missed(*gate.server);
       lookups_wake(*gate.server);
     }
     return;

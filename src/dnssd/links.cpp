@@ -67,9 +67,10 @@ void begin_again(const Server& server) {
   }
 }
 
-void review(Server& server, const ifaddrs* first, bool was_away) {
+void review(Server& server, const ifaddrs* first, bool was_away, bool was_down) {
   const unsigned before = server.link;
   note_link(server, first);
+  pointers_forget(server, was_down ? kIpv4 | kIpv6 : before & ~server.link);
   // Avahi forgets what it heard on a link that goes, and takes in what it did not when an address comes. Other news, such as the
   // lifetimes of addresses that each router advertisement renews, are none to it.
   if (was_away || server.link != before) {
@@ -83,6 +84,7 @@ void review(Server& server, const ifaddrs* first, bool was_away) {
 // What the kernel's messages say. A link may be away and back again before they are read.
 struct News {
   std::set<std::uint32_t> away;  // interfaces that were not up, or lost an address
+  std::set<std::uint32_t> down;  // those that were not up
   bool is_incomplete = false;    // there were more than the socket could hold
 };
 
@@ -92,6 +94,7 @@ void note_message(News& news, const nlmsghdr& message) {
     const auto& link = *static_cast<const ifinfomsg*>(NLMSG_DATA(&message));
     if (message.nlmsg_type == RTM_DELLINK || (link.ifi_flags & kLive) != kLive) {
       news.away.insert(static_cast<std::uint32_t>(link.ifi_index));
+      news.down.insert(static_cast<std::uint32_t>(link.ifi_index));
     }
   }
   if (message.nlmsg_type == RTM_DELADDR && message.nlmsg_len >= NLMSG_LENGTH(sizeof(ifaddrmsg))) {
@@ -123,7 +126,7 @@ void something_changed(AvahiWatch*, int fd, AvahiWatchEvent, void*) {
     return;
   }
   for (const auto& [index, server] : gEngine->servers) {
-    review(*server, addresses.first, news.is_incomplete || news.away.contains(index));
+    review(*server, addresses.first, news.is_incomplete || news.away.contains(index), news.down.contains(index));
   }
 }
 

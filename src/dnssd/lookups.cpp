@@ -330,6 +330,10 @@ Lookup* lookup_start(Operation& operation, const Name& name, std::uint16_t rrtyp
   lookup->callback = callback;
   lookup->kind = kind;
   lookup->key = key;
+  if (rrtype == AVAHI_DNS_TYPE_PTR) {
+    pointers_follow(*lookup, name);
+    return lookup;
+  }
   if (!open_browser(*lookup)) {
     free_lookup(lookup);
     return nullptr;
@@ -347,6 +351,7 @@ void lookup_end(Lookup* lookup) {
   }
   lookup->operation = nullptr;
   Lookups& lookups = lookups_of(*lookup);
+  pointers_leave(*lookup);
   if (lookup->browser == nullptr) {
     leave_rest(*lookup);
   }

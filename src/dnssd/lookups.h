@@ -11,6 +11,8 @@
 // A brief lookup rests for a moment at the first answer from the cache, whatever else there is: a resolve, whose answer stands
 // beside the pointer that led to it, is mostly ended by then.
 //
+// Pointers are not looked up with a record browser at all (pointers.h).
+//
 // Only lookups of unique records rest, and what they tell is bounded (told_records.h): of very many records, the newest. Avahi goes
 // through its cache from the newest record to the oldest; a lasting lookup tells what it found there the other way round.
 //
@@ -37,6 +39,8 @@ enum class LookupKind {
   brief,    // and at its first answer
 };
 
+struct PointerList;
+
 // Owned by its operation until lookup_end.
 struct Lookup {
   Operation* operation = nullptr;  // null once it has ended
@@ -48,7 +52,8 @@ struct Lookup {
   bool has_dropped = false;                // since it began: records that there was no room for
   AvahiKey* key = nullptr;                 // one reference, owned
   std::uint64_t heard_as = 0;              // the key's key in Repeats; 0: steady
-  AvahiSRecordBrowser* browser = nullptr;  // null while it rests
+  AvahiSRecordBrowser* browser = nullptr;  // null while it rests, and for pointers
+  PointerList* pointers = nullptr;         // that it follows
   std::int64_t wakes_at = 0;               // while it rests: monotonic, microseconds
   ToldRecords told;                        // as new, and not yet as gone; unused by a steady one
 };

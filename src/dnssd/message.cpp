@@ -11,8 +11,11 @@ constexpr std::size_t kFrameBytes = 1440;
 constexpr std::size_t kMessageBytesMax = 9000 - 48;
 
 constexpr std::size_t kHeaderBytes = 12;
+constexpr std::size_t kFlagsAt = 2;
+constexpr std::size_t kQuestionCountAt = 4;
 constexpr std::size_t kAnswerCountAt = 6;
 constexpr std::uint16_t kAuthoritativeResponse = 0x8400;
+constexpr std::uint16_t kTruncated = 0x0200;   // RFC 1035 section 4.1.1
 constexpr std::uint16_t kCacheFlush = 0x8000;  // RFC 6762 section 10.2
 constexpr std::uint16_t kPointer = 0xC000;     // the two bits that make a length a pointer
 constexpr std::size_t kPointerReach = 0x3FFF;
@@ -82,7 +85,23 @@ void put_record(Message& message, AvahiRecord& record, std::uint32_t ttl, bool i
 
 }  // namespace
 
-Message::Message() : bytes(kHeaderBytes, '\0') { set16(bytes, 2, kAuthoritativeResponse); }
+Message::Message() : bytes(kHeaderBytes, '\0') { set16(bytes, kFlagsAt, kAuthoritativeResponse); }
+
+Message message_query() {
+  Message message;
+  set16(message.bytes, kFlagsAt, 0);
+  return message;
+}
+
+void message_ask(Message& message, const Name& name, std::uint16_t rrtype) {
+  std::vector<std::string> added;
+  put_name(message, name, added);
+  put16(message.bytes, rrtype);
+  put16(message.bytes, AVAHI_DNS_CLASS_IN);
+  set16(message.bytes, kQuestionCountAt, ++message.questions);
+}
+
+void message_continues(Message& message) { set16(message.bytes, kFlagsAt, kTruncated); }
 
 bool message_add(Message& message, AvahiRecord& record, std::uint32_t ttl, bool is_unique) {
   const std::size_t size_before = message.bytes.size();

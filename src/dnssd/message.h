@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Multicast DNS responses that the library writes itself: announcements and goodbyes.
+// Multicast DNS messages that the library writes itself: announcements and goodbyes, and questions with what is known already.
 #pragma once
 
 #include <avahi-core/rr.h>
@@ -13,13 +13,23 @@
 
 namespace dnssd {
 
-// One response under construction, names compressed (RFC 1035 section 4.1.4, RFC 6762 section 18.14).
+// One message under construction, names compressed (RFC 1035 section 4.1.4, RFC 6762 section 18.14).
 struct Message {
-  Message();
+  Message();  // a response
   std::string bytes;
+  std::uint16_t questions = 0;
   std::uint16_t answers = 0;
   std::unordered_map<std::string, std::uint16_t> names;  // where a name that may be pointed at stands, by its text
 };
+
+// A query without questions: what its records say is known already.
+Message message_query();
+
+// Asks for the records of `name`, by multicast. For a query to which no record has been added.
+void message_ask(Message& message, const Name& name, std::uint16_t rrtype);
+
+// More of what is known follows in another query (RFC 6762 section 7.2).
+void message_continues(Message& message);
 
 // Appends `record` with `ttl` (0: a goodbye) and, for one that is unique on the link, the cache-flush bit. False, and the
 // message is as it was, when it would grow beyond one frame; a message without answers takes any record that fits into the

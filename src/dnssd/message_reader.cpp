@@ -138,7 +138,7 @@ std::optional<Question> read_question(MessageReader& reader) {
   if (!name || !rrtype || !rrclass) {
     return std::nullopt;
   }
-  return Question{std::move(*name), *rrtype};
+  return Question{std::move(*name), *rrtype, *rrclass};
 }
 
 bool pass_question(MessageReader& reader) { return pass_name(reader) && reader.number32(); }

@@ -61,6 +61,7 @@ bool is_name_at(std::span<const std::uint8_t> message, std::size_t at, const Nam
 struct Question {
   Name name;
   std::uint16_t rrtype = 0;
+  std::uint16_t rrclass = 0;  // with the bit beside it: the asker would have the answer sent to itself (RFC 6762 section 5.4)
 };
 
 // The question at the reader's place, whatever its class; the reader moves behind it.

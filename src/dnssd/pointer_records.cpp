@@ -49,7 +49,7 @@ std::optional<PointerRecord> next_pointer_record(PointerRecords& records) {
     if (!pass_name(reader) || reader.at != end) {
       break;
     }
-    return PointerRecord{owner_at, target_at, head->ttl};
+    return PointerRecord{owner_at, target_at, head->ttl, (head->rrclass & kCacheFlushBit) != 0};
   }
   records.left = 0;
   return std::nullopt;

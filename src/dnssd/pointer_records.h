@@ -16,7 +16,8 @@ namespace dnssd {
 struct PointerRecord {
   std::size_t owner_at = 0;
   std::size_t target_at = 0;
-  std::uint32_t ttl = 0;  // seconds; 0: a goodbye (RFC 6762 section 10.1)
+  std::uint32_t ttl = 0;   // seconds; 0: a goodbye (RFC 6762 section 10.1)
+  bool is_unique = false;  // what was said of its name before is superseded (RFC 6762 section 10.2)
 };
 
 // On the way through a message.

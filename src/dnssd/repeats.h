@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // What a socket has heard within the last seconds, so that Avahi is not told it twice. Every host announces its services at
-// least twice (RFC 6762 section 8.3), and what is asked for one client is heard by all; Avahi holds each pointer that it hears
-// against all that it remembers of the type, and each record against all those of the last half second: on a link with two
-// thousand services the second round costs more than the first and says nothing new.
+// least twice (RFC 6762 section 8.3), and what is asked for one client is heard by all; Avahi holds each record
+// against all those of the last half second, and those of a name against all that it remembers of it: on a link with two thousand
+// services the second round costs as much as the first and says nothing new.
 //
 // A repeat is a response that has nothing but what was said last of each of its records, if nobody has asked anything since (a
 // question that stays without answer makes Avahi forget the record, RFC 6762 section 10.5). A goodbye, another address or a

@@ -182,6 +182,7 @@ void server_doubt_what_was_heard(Server& server) {
   for (Gate& gate : server.gates) {
     repeats_forget(gate.repeats);
   }
+  pointers_ask_anew(server);
   lookups_wake(server);
 }
 
@@ -192,6 +193,7 @@ void server_close(Server& server) {
   crowd_answers_close(server);
   pacing_close(server);
   lookups_close(server);
+  pointers_close(server);
   for (Gate& gate : server.gates) {
     gate_close(gate);
   }

@@ -15,6 +15,7 @@
 #include "dnssd/lookups.h"
 #include "dnssd/own_records.h"
 #include "dnssd/pacing.h"
+#include "dnssd/pointers.h"
 
 namespace dnssd {
 
@@ -39,6 +40,7 @@ struct Server {
   Announcer announcer;
   CrowdAnswers crowd_answers;
   Lookups lookups_there;
+  PointerLists pointers;  // that lookups follow
   Departures departures;  // of its browses
   LongNames long_names;   // of its publications
   GroupEar group_ear;

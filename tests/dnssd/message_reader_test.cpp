@@ -26,16 +26,18 @@ TEST(MessageReader, ReadsNumbersInNetworkOrderAndNothingBeyondTheEnd) {
   EXPECT_FALSE(empty.number16());
 }
 
-TEST(ReadQuestion, GivesNameAndTypeAndMovesBehindTheClass) {
+TEST(ReadQuestion, GivesNameTypeAndClassWithTheBitBesideIt) {
   MessageReader reader{bytes("\1a\5local\0\0\xff\0\1\xc0\0\0\1\x80\1"sv)};
   const std::optional<Question> first = read_question(reader);
   ASSERT_TRUE(first);
   EXPECT_EQ(name_to_text(first->name), "a.local.");
   EXPECT_EQ(first->rrtype, 255);
+  EXPECT_EQ(first->rrclass, 1);
   const std::optional<Question> second = read_question(reader);  // its name points at the first one's
   ASSERT_TRUE(second);
   EXPECT_EQ(name_to_text(second->name), "a.local.");
   EXPECT_EQ(second->rrtype, 1);
+  EXPECT_EQ(second->rrclass, 0x8001);
   EXPECT_EQ(reader.at, reader.message.size());
 }
 

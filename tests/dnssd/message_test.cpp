@@ -80,6 +80,35 @@ TEST(Message, ByItselfARecordMayBeLargerThanAFrame) {
   EXPECT_TRUE(message_add(message, *record, 120, true));
 }
 
+TEST(MessageQuery, AsksAndSaysWhatIsKnown) {
+  Message message = message_query();
+  EXPECT_EQ(message.bytes, std::string(12, '\0'));
+  message_ask(message, Name{{"_ipp", "_tcp", "local"}}, 12);
+  const std::string asked = message.bytes;
+  EXPECT_EQ(asked, std::string("\0\0\0\0\0\1\0\0\0\0\0\0\4_ipp\4_tcp\5local\0\0\x0c\0\1", 33));
+  Made pointer("_ipp._tcp.local", 12, kTarget);
+  ASSERT_TRUE(message_add(message, *pointer, 4500, false));
+  EXPECT_EQ(message.bytes.substr(4, 4), std::string("\0\1\0\1", 4));
+  EXPECT_EQ(message.bytes.substr(asked.size()), std::string("\xC0\x0C\0\x0c\0\1\0\0\x11\x94\0\4\1p\xC0\x0C", 16));
+}
+
+TEST(MessageQuery, CountsItsQuestions) {
+  Message message = message_query();
+  message_ask(message, Name{{"a", "local"}}, 12);
+  message_ask(message, Name{{"b", "local"}}, 16);
+  EXPECT_EQ(message.bytes.substr(4, 2), std::string("\0\2", 2));
+  EXPECT_EQ(message.bytes.substr(12 + 13), std::string("\1b\xC0\x0E\0\x10\0\1", 8));
+}
+
+TEST(MessageQuery, SaysThatMoreFollowsAndNothingElse) {
+  Message message = message_query();
+  message_ask(message, Name{{"a", "local"}}, 12);
+  std::string expected = message.bytes;
+  expected[2] = '\2';
+  message_continues(message);
+  EXPECT_EQ(message.bytes, expected);
+}
+
 TEST(RecordFromRdata, RefusesRdataThatIsNoneOfItsType) {
   const std::string name = "h.local";
   EXPECT_TRUE(Made(name, 1, "\1\2\3").is_none());

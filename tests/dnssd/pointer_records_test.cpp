@@ -65,6 +65,21 @@ TEST(PointerRecords, ALiveRecordKeepsItsTtl) {
   EXPECT_EQ(records[0].ttl, 4500u);
 }
 
+TEST(PointerRecords, TheCacheFlushBitMakesAUniqueOne) {
+  std::string unique(kAlive);
+  unique[19] = '\x80';
+  const auto records = read_all(message(kResponse, 0, 2, std::string(kAlive) + unique));
+  ASSERT_THAT(records, SizeIs(2));
+  EXPECT_FALSE(records[0].is_unique);
+  EXPECT_TRUE(records[1].is_unique);
+}
+
+TEST(PointerRecords, AnotherClassHoldsNone) {
+  std::string chaos(kAlive);
+  chaos[20] = '\3';
+  EXPECT_THAT(read_all(message(kResponse, 0, 1, chaos)), IsEmpty());
+}
+
 TEST(PointerRecords, AQueryHoldsNone) { EXPECT_THAT(read_all(message(kQuery, 0, 1, kGoodbye)), IsEmpty()); }
 
 TEST(PointerRecords, QuestionsAndOtherRecordsArePassedOver) {
