@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "dnssd/pointer_questions.h"
 
-#include <avahi-common/malloc.h>
 #include <avahi-core/rr.h>
 
 #include <algorithm>
@@ -54,15 +53,9 @@ std::uint32_t seconds_left(const Pointer& pointer, std::int64_t now) {
 // RFC 6762 section 7.1: whoever has it must not lose it for want of an answer.
 bool is_worth_saying(const Pointer& pointer, std::int64_t now) { return seconds_left(pointer, now) > pointer.ttl / 2; }
 
-AvahiRecord* record_of(const PointerList& list, const Pointer& pointer) {
-  AvahiRecord* record = avahi_record_new(list.key, pointer.ttl);
-  record->data.ptr.name = avahi_strdup(pointer.target.c_str());
-  return record;
-}
-
 // Appends what is known. False when the query is full.
 bool say_known(const PointerList& list, const Pointer& pointer, Message& query, std::int64_t now) {
-  AvahiRecord* record = record_of(list, pointer);
+  AvahiRecord* record = pointer_record(list, pointer);
   const bool is_said = message_add(query, *record, seconds_left(pointer, now), false);
   avahi_record_unref(record);
   return is_said;

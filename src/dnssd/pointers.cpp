@@ -157,13 +157,18 @@ PointersByTarget& pointers_over(PointerList& list, AvahiProtocol protocol) {
   return list.pointers[static_cast<std::size_t>(protocol)];
 }
 
+AvahiRecord* pointer_record(const PointerList& list, const Pointer& pointer) {
+  AvahiRecord* record = avahi_record_new(list.key, pointer.ttl);
+  record->data.ptr.name = avahi_strdup(pointer.target.c_str());
+  return record;
+}
+
 void pointer_tell(const PointerList& list, const std::vector<Lookup*>& lookups, AvahiProtocol protocol, AvahiBrowserEvent event,
                   const Pointer& pointer) {
   if (lookups.empty()) {
     return;
   }
-  AvahiRecord* record = avahi_record_new(list.key, pointer.ttl);
-  record->data.ptr.name = avahi_strdup(pointer.target.c_str());
+  AvahiRecord* record = pointer_record(list, pointer);
   for (const Lookup* lookup : lookups) {
     lookup->callback(*lookup->operation, protocol, event, record);
   }

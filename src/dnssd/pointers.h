@@ -92,7 +92,10 @@ void pointers_ask_anew(Server& server);
 // Frees all lists. Nobody is told.
 void pointers_close(Server& server);
 
-// --- Between pointers.cpp and pointer_hearing.cpp
+// --- Between pointers.cpp, pointer_hearing.cpp and pointer_questions.cpp
+
+// The record in Avahi's form, its reference owned by the caller.
+AvahiRecord* pointer_record(const PointerList& list, const Pointer& pointer);
 
 PointersByTarget& pointers_over(PointerList& list, AvahiProtocol protocol);
 
