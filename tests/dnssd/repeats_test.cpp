@@ -171,11 +171,16 @@ TEST_F(RepeatsTest, WhatIsMalformedIsNone) {
 }
 
 TEST_F(RepeatsTest, AFloodDoesNotMakeItGrow) {
-  for (unsigned number = 0; number < 60'000; ++number) {
-    const std::string name = std::string("\4") + static_cast<char>('a' + number % 16) +
-                             static_cast<char>('a' + number / 16 % 16) + static_cast<char>('a' + number / 256 % 16) +
-                             static_cast<char>('a' + number / 4096) + '\0';
-    IsRepeat(response(record(name, 1, 0x8001, 120, "\x0a\1\1\1"), 1), 10 * kSecond + number);
+  constexpr unsigned kPackets = 200, kRecords = 300;
+  for (unsigned packet = 0; packet < kPackets; ++packet) {
+    std::string records;
+    for (unsigned number = packet * kRecords; number < (packet + 1) * kRecords; ++number) {
+      const std::string name = std::string("\4") + static_cast<char>('a' + number % 16) +
+                               static_cast<char>('a' + number / 16 % 16) + static_cast<char>('a' + number / 256 % 16) +
+                               static_cast<char>('a' + number / 4096) + '\0';
+      records += record(name, 1, 0x8001, 120, "\x0a\1\1\1");
+    }
+    IsRepeat(response(records, kRecords), 10 * kSecond + packet);
   }
   EXPECT_LE(repeats_.recent.count + repeats_.older.count, 50'000U);
   EXPECT_LE(repeats_.recent.places.size() + repeats_.older.places.size(), 65'536U);
