@@ -5,7 +5,7 @@
     [ devices ]----[ a   mdnsproxy, whose comparisons count   b ]----[ watcher ]
 
 Avahi compares records; how often it does is its work on a crowded link (comparisons.cpp). The bounds leave no room for what
-pointers.h, gate.h, repeats.h, lookups.h and pacing.h save.
+gate.h, repeats.h, lookups.h and pacing.h save.
 """
 
 import contextlib
