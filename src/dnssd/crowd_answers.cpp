@@ -31,8 +31,6 @@ constexpr std::size_t kKnownMax = 24'000;
 // Askers that have to be answered directly are few and simple ones (RFC 6762 section 6.7), and ask again.
 constexpr Rate kDirectRate{1, 0.2};
 
-constexpr std::uint16_t kTruncatedBit = 0x0200;  // RFC 1035 section 4.1.1
-
 struct HeardQuery {
   bool is_truncated = false;
   Questions questions;

@@ -54,6 +54,7 @@ struct Datagram {
   bool is_to_group = true;              // not to this machine alone
   bool may_be_response = false;         // comes from the port of multicast DNS; from another one Avahi believes nothing
   const sockaddr* sender = nullptr;     // in its envelope
+  std::optional<MessageHead> head;      // nothing when it is too short for one
 };
 
 std::int64_t microseconds_of(std::int64_t seconds, std::int64_t microseconds) { return seconds * 1'000'000 + microseconds; }
@@ -98,22 +99,18 @@ std::optional<Datagram> look_at_next(int fd, Buffer& buffer, Envelope& envelope)
     return std::nullopt;
   }
   const sockaddr& sender = sender_of(envelope);
-  return Datagram{*bytes, arrival_of(envelope.header), is_to_group(envelope.header), is_from_multicast_dns(sender), &sender};
+  MessageReader reader{*bytes};
+  return Datagram{*bytes,  arrival_of(envelope.header), is_to_group(envelope.header), is_from_multicast_dns(sender),
+                  &sender, read_message_head(reader)};
 }
 
 // Whether Avahi may have an answer to it in store from now on. Probes, which alone have authorities (RFC 6762 section 8.2), it
 // answers at once.
-bool is_question(std::span<const std::uint8_t> message) {
-  MessageReader reader{message};
-  const std::optional<MessageHead> head = read_message_head(reader);
-  return head && (head->flags & kResponseBit) == 0 && head->authorities == 0;
+bool is_question(const Datagram& next) {
+  return next.head && (next.head->flags & kResponseBit) == 0 && next.head->authorities == 0;
 }
 
-bool is_response(std::span<const std::uint8_t> message) {
-  MessageReader reader{message};
-  const std::optional<MessageHead> head = read_message_head(reader);
-  return head && (head->flags & kResponseBit) != 0;
-}
+bool is_response(const Datagram& next) { return next.head && (next.head->flags & kResponseBit) != 0; }
 
 void throw_away(int fd, int packets) {
   char byte = 0;
@@ -174,7 +171,7 @@ bool is_answered_otherwise(const Gate& gate, const Datagram& next) {
 // it is told everything.
 void hand_to_avahi(const Gate& gate, const Datagram& next, AvahiWatch* watch, int fd) {
   const bool is_for_nobody_else =
-      gate.server != nullptr && gate.server->publications == 0 && next.may_be_response && is_response(next.bytes);
+      gate.server != nullptr && gate.server->publications == 0 && next.may_be_response && is_response(next);
   const Withholding withholding(is_for_nobody_else ? gate.server : nullptr);
   gate.callback(watch, fd, AVAHI_WATCH_IN, gate.userdata);
 }
@@ -187,9 +184,9 @@ void note_pointers(const Gate& gate, const Datagram& next) {
   if (server.pointers.empty() || !next.may_be_response || !next.is_to_group) {
     return;
   }
-  if (is_response(next.bytes)) {
+  if (is_response(next)) {
     pointers_heard(server, protocol, next.bytes);
-  } else if (is_question(next.bytes) && !server.addresses.contains(address_bytes(*next.sender))) {
+  } else if (is_question(next) && !server.addresses.contains(address_bytes(*next.sender))) {
     pointers_asked(server, protocol, next.bytes);
   }
 }
@@ -226,7 +223,7 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
     throw_away(fd, 1);
     return true;
   }
-  if (is_question(next->bytes)) {
+  if (is_question(*next)) {
     gate.asked_at = monotonic_now();
   }
   gate.pace.left -= records;

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "dnssd/group_ear.h"
 
-#include <arpa/inet.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -11,14 +10,11 @@
 
 #include "dnssd/dnssd.h"
 #include "dnssd/message_reader.h"
+#include "dnssd/multicast.h"
 #include "dnssd/senders.h"
 
 namespace dnssd {
 namespace {
-
-constexpr std::uint16_t kMulticastDnsPort = 5353;
-constexpr char kGroup4[] = "224.0.0.251";
-constexpr char kGroup6[] = "ff02::fb";
 
 // Two thousand services' packets, as the kernel counts them, which doubles it: the default loses some of them.
 constexpr int kReceiveBufferBytes = 2 * 1024 * 1024;
@@ -29,10 +25,7 @@ constexpr int kPacketsPerPass = 128;
 constexpr std::int64_t kTimePerPass = 5'000;  // microseconds
 
 bool join_and_bind4(int fd, std::uint32_t interface_index) {
-  sockaddr_in group{};
-  group.sin_family = AF_INET;
-  group.sin_port = htons(kMulticastDnsPort);
-  inet_pton(AF_INET, kGroup4, &group.sin_addr);
+  const sockaddr_in group = group_ipv4();
   ip_mreqn membership{};
   membership.imr_multiaddr = group.sin_addr;
   membership.imr_ifindex = static_cast<int>(interface_index);
@@ -41,11 +34,7 @@ bool join_and_bind4(int fd, std::uint32_t interface_index) {
 }
 
 bool join_and_bind6(int fd, std::uint32_t interface_index) {
-  sockaddr_in6 group{};
-  group.sin6_family = AF_INET6;
-  group.sin6_port = htons(kMulticastDnsPort);
-  group.sin6_scope_id = interface_index;
-  inet_pton(AF_INET6, kGroup6, &group.sin6_addr);
+  const sockaddr_in6 group = group_ipv6(interface_index);
   ipv6_mreq membership{};
   membership.ipv6mr_multiaddr = group.sin6_addr;
   membership.ipv6mr_interface = interface_index;

@@ -4,15 +4,15 @@
 #include <avahi-common/domain.h>
 #include <avahi-core/rr.h>
 
+#include "dnssd/names.h"
+
 namespace dnssd {
 namespace {
-
-char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 // What stands for itself alone wherever it stands in a name, and in no other way without a backslash.
-bool is_plain(char c) { return is_digit(c) || (lower(c) >= 'a' && lower(c) <= 'z') || c == '-' || c == '_'; }
+bool is_plain(char c) { return is_digit(c) || (fold_case(c) >= 'a' && fold_case(c) <= 'z') || c == '-' || c == '_'; }
 
 // How many characters after the backslash the escape has, if it is the same in both texts; 0: it is not, or not whole.
 int same_escape(const char* one, const char* other) {
@@ -29,7 +29,7 @@ int same_escape(const char* one, const char* other) {
 
 bool names_surely_differ(const char* one, const char* other) {
   for (;; ++one, ++other) {
-    if (lower(*one) != lower(*other)) {
+    if (fold_case(*one) != fold_case(*other)) {
       return is_plain(*one) && is_plain(*other);
     }
     if (*one == '\0') {

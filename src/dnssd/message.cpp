@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "dnssd/message.h"
 
+#include "dnssd/message_reader.h"
 #include "dnssd/operations.h"
 
 namespace dnssd {
@@ -11,13 +12,10 @@ constexpr std::size_t kFrameBytes = 1440;
 constexpr std::size_t kMessageBytesMax = 9000 - 48;
 
 constexpr std::size_t kHeaderBytes = 12;
-constexpr std::size_t kFlagsAt = 2;
 constexpr std::size_t kQuestionCountAt = 4;
 constexpr std::size_t kAnswerCountAt = 6;
 constexpr std::uint16_t kAuthoritativeResponse = 0x8400;
-constexpr std::uint16_t kTruncated = 0x0200;   // RFC 1035 section 4.1.1
-constexpr std::uint16_t kCacheFlush = 0x8000;  // RFC 6762 section 10.2
-constexpr std::uint16_t kPointer = 0xC000;     // the two bits that make a length a pointer
+constexpr std::uint16_t kPointer = 0xC000;  // the two bits that make a length a pointer
 constexpr std::size_t kPointerReach = 0x3FFF;
 
 void put16(std::string& bytes, unsigned value) {
@@ -74,7 +72,7 @@ void put_rdata(Message& message, AvahiRecord& record, std::vector<std::string>& 
 void put_record(Message& message, AvahiRecord& record, std::uint32_t ttl, bool is_unique, std::vector<std::string>& added) {
   put_avahi_name(message, record.key->name, added);
   put16(message.bytes, record.key->type);
-  put16(message.bytes, record.key->clazz | (is_unique ? kCacheFlush : 0u));
+  put16(message.bytes, record.key->clazz | (is_unique ? kCacheFlushBit : 0u));
   put16(message.bytes, ttl >> 16);
   put16(message.bytes, ttl & 0xFFFF);
   const std::size_t length_at = message.bytes.size();
@@ -85,11 +83,11 @@ void put_record(Message& message, AvahiRecord& record, std::uint32_t ttl, bool i
 
 }  // namespace
 
-Message::Message() : bytes(kHeaderBytes, '\0') { set16(bytes, kFlagsAt, kAuthoritativeResponse); }
+Message::Message() : bytes(kHeaderBytes, '\0') { set16(bytes, kMessageFlagsAt, kAuthoritativeResponse); }
 
 Message message_query() {
   Message message;
-  set16(message.bytes, kFlagsAt, 0);
+  set16(message.bytes, kMessageFlagsAt, 0);
   return message;
 }
 
@@ -101,7 +99,7 @@ void message_ask(Message& message, const Name& name, std::uint16_t rrtype) {
   set16(message.bytes, kQuestionCountAt, ++message.questions);
 }
 
-void message_continues(Message& message) { set16(message.bytes, kFlagsAt, kTruncated); }
+void message_continues(Message& message) { set16(message.bytes, kMessageFlagsAt, kTruncatedBit); }
 
 bool message_add(Message& message, AvahiRecord& record, std::uint32_t ttl, bool is_unique) {
   const std::size_t size_before = message.bytes.size();

@@ -63,8 +63,8 @@ bool walk_name(MessageReader& reader, Take take) {
 }
 
 bool is_same_label(std::string_view one, std::string_view other) {
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
-  return std::ranges::equal(one, other, {}, lower, lower);
+  const auto fold = [](char c) { return fold_case(c); };
+  return std::ranges::equal(one, other, {}, fold, fold);
 }
 
 // What follows the owner.

@@ -18,6 +18,7 @@ inline constexpr std::size_t kMessageFlagsAt = 2;
 inline constexpr std::size_t kMessageCountsAt = 4;
 inline constexpr std::uint16_t kResponseBit = 0x8000;
 inline constexpr std::uint16_t kOpcodeAndRcodeBits = 0x780F;
+inline constexpr std::uint16_t kTruncatedBit = 0x0200;
 
 // RFC 6762 section 18.13: the bit beside a record's class.
 inline constexpr std::uint16_t kCacheFlushBit = 0x8000;

@@ -2,7 +2,6 @@
 #include "dnssd/multicast.h"
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 
@@ -13,7 +12,6 @@
 namespace dnssd {
 namespace {
 
-constexpr std::uint16_t kPort = 5353;
 constexpr char kGroupIpv4[] = "224.0.0.251";
 constexpr char kGroupIpv6[] = "ff02::fb";
 
@@ -31,24 +29,24 @@ void send_bytes(int fd, const std::string& bytes, const sockaddr* to, socklen_t 
   }
 }
 
-void send_ipv4(int fd, const std::string& bytes, int& patience) {
-  sockaddr_in to{};
-  to.sin_family = AF_INET;
-  to.sin_port = htons(kPort);
-  inet_pton(AF_INET, kGroupIpv4, &to.sin_addr);
-  send_bytes(fd, bytes, reinterpret_cast<const sockaddr*>(&to), sizeof to, patience);
-}
-
-void send_ipv6(int fd, const std::string& bytes, std::uint32_t interface_index, int& patience) {
-  sockaddr_in6 to{};
-  to.sin6_family = AF_INET6;
-  to.sin6_port = htons(kPort);
-  to.sin6_scope_id = interface_index;
-  inet_pton(AF_INET6, kGroupIpv6, &to.sin6_addr);
-  send_bytes(fd, bytes, reinterpret_cast<const sockaddr*>(&to), sizeof to, patience);
-}
-
 }  // namespace
+
+sockaddr_in group_ipv4() {
+  sockaddr_in group{};
+  group.sin_family = AF_INET;
+  group.sin_port = htons(kMulticastDnsPort);
+  inet_pton(AF_INET, kGroupIpv4, &group.sin_addr);
+  return group;
+}
+
+sockaddr_in6 group_ipv6(std::uint32_t interface_index) {
+  sockaddr_in6 group{};
+  group.sin6_family = AF_INET6;
+  group.sin6_port = htons(kMulticastDnsPort);
+  group.sin6_scope_id = interface_index;
+  inet_pton(AF_INET6, kGroupIpv6, &group.sin6_addr);
+  return group;
+}
 
 void multicast_send(const Server& server, AvahiProtocol protocol, const std::string& bytes, int& patience) {
   const int fd = server.sockets[protocol];
@@ -56,9 +54,11 @@ void multicast_send(const Server& server, AvahiProtocol protocol, const std::str
     return;
   }
   if (protocol == AVAHI_PROTO_INET) {
-    send_ipv4(fd, bytes, patience);
+    const sockaddr_in to = group_ipv4();
+    send_bytes(fd, bytes, reinterpret_cast<const sockaddr*>(&to), sizeof to, patience);
   } else {
-    send_ipv6(fd, bytes, server.interface_index, patience);
+    const sockaddr_in6 to = group_ipv6(server.interface_index);
+    send_bytes(fd, bytes, reinterpret_cast<const sockaddr*>(&to), sizeof to, patience);
   }
 }
 

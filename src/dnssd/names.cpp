@@ -171,8 +171,7 @@ bool is_wire_name(std::span<const std::uint8_t> wire) {
 
 std::string fold_case(std::string_view text) {
   std::string folded(text);
-  std::transform(folded.begin(), folded.end(), folded.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  std::transform(folded.begin(), folded.end(), folded.begin(), [](char c) { return fold_case(c); });
   return folded;
 }
 

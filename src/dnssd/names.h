@@ -42,6 +42,9 @@ std::vector<std::uint8_t> name_to_wire(const Name& name);
 // Whether `wire` is exactly one uncompressed name (no pointer, every length within the room that is left).
 bool is_wire_name(std::span<const std::uint8_t> wire);
 
+// DNS compares the letters A to Z without their case, and nothing else (RFC 6762 section 16).
+constexpr char fold_case(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
 // A key under which two names are the same exactly if DNS takes them for the same (RFC 6762 section 16: letters A to Z
 // are compared without their case). Works on any text.
 std::string fold_case(std::string_view text);

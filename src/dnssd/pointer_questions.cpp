@@ -38,8 +38,6 @@ constexpr unsigned kUnanswered = 4;
 constexpr std::int64_t kAnswersWithin = 10 * kSecond;
 constexpr std::int64_t kTogether = 60 * kSecond;  // what is further apart does not count together
 
-constexpr std::uint16_t kTruncatedBit = 0x0200;  // RFC 1035 section 4.1.1
-
 // Packets that say what is known already. Twice what two thousand services of usual names take; of more, somebody makes them up, and
 // what is left unsaid is answered.
 constexpr unsigned kKnownPacketsMax = 128;

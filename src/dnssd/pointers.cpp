@@ -138,13 +138,14 @@ void forget_repeats(Server& server) {
 }
 
 PointerList& list_of(Server& server, const Name& name) {
-  std::unique_ptr<PointerList>& list = server.pointers[fold_case(name_to_avahi(name))];
+  const std::string text = name_to_avahi(name);
+  std::unique_ptr<PointerList>& list = server.pointers[fold_case(text)];
   if (list == nullptr) {
     forget_repeats(server);
     list = std::make_unique<PointerList>();
     list->server = &server;
     list->name = name;
-    list->key = avahi_key_new(name_to_avahi(name).c_str(), AVAHI_DNS_CLASS_IN, AVAHI_DNS_TYPE_PTR);
+    list->key = avahi_key_new(text.c_str(), AVAHI_DNS_CLASS_IN, AVAHI_DNS_TYPE_PTR);
     list->due_at = kNever;
     list->timer = poll_timer_new(gEngine->poll, timer_fired, list.get());
   }

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "dnssd/senders.h"
 
-#include <netinet/in.h>
+#include "dnssd/multicast.h"
 
 namespace dnssd {
 namespace {
-
-constexpr std::uint16_t kMulticastDnsPort = 5353;
 
 template <typename Address>
 std::string bytes_of(const Address& address) {

@@ -107,6 +107,13 @@ class PointerQuestionsTest : public testing::Test {
   PointerQuestions& Questions() { return list_.questions; }
   AskedByOthers& Others(AvahiProtocol protocol = kIpv4) { return Questions().others[static_cast<std::size_t>(protocol)]; }
 
+  // The first question has been asked, and the next regular one is far away.
+  void BeginLongBefore() {
+    questions_begin(Questions(), kStart);
+    AskWhenDue();
+    Questions().next_at = kStart + 3600 * kSecond;
+  }
+
   // How many packets are sent at that time.
   std::size_t Ask(std::int64_t now) {
     gSent.clear();
@@ -182,9 +189,7 @@ TEST_F(PointerQuestionsTest, WhoBeginsAgainAndAgainIsAskedForAllTheSame) {
 }
 
 TEST_F(PointerQuestionsTest, WhatGrowsOldIsAskedForOverItsProtocol) {
-  questions_begin(Questions(), kStart);
-  AskWhenDue();
-  Questions().next_at = kStart + 3600 * kSecond;
+  BeginLongBefore();
   const std::int64_t now = kStart + 100 * kSecond;
   questions_want(Questions(), kIpv6, now);
   EXPECT_GE(questions_due(Questions()), now + 20'000);
@@ -196,9 +201,7 @@ TEST_F(PointerQuestionsTest, WhatGrowsOldIsAskedForOverItsProtocol) {
 }
 
 TEST_F(PointerQuestionsTest, WhatGrowsOldTogetherIsAskedForTogether) {
-  questions_begin(Questions(), kStart);
-  AskWhenDue();
-  Questions().next_at = kStart + 3600 * kSecond;
+  BeginLongBefore();
   const std::int64_t now = kStart + 100 * kSecond;
   questions_want(Questions(), kIpv4, now);
   const std::int64_t due = questions_due(Questions());
