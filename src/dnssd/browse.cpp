@@ -79,9 +79,7 @@ void ptr_changed(Operation& operation, AvahiProtocol protocol, AvahiBrowserEvent
   }
   const unsigned bit = protocol == AVAHI_PROTO_INET6 ? 2u : 1u;
   if (event == AVAHI_BROWSER_NEW) {
-    if (!departures_hold_back(operation, bit, *target)) {
-      browse_found(operation, bit, *target);
-    }
+    browse_found(operation, bit, *target);
   } else {
     departures_confirm(operation, bit, *target);
     browse_lost(operation, bit, *target);

@@ -88,7 +88,7 @@ void crowd_review(Server& server) {
   }
   server.ear = ear;
   for (Gate& gate : server.gates) {
-    gate_hurry(gate, ear == Ear::unpublished);
+    gate_set_publishing(gate, ear != Ear::unpublished);
   }
   lookups_wake(server);
   for (const int fd : server.sockets) {

@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Lifecycle of a departure: a goodbye for a present instance makes it (waiting); a live record in time ends it; else it is
-// told to the browse, and stays until its lookup has noticed too, which takes a while where a crowd waits (gate.h). A live record
-// in that time brings the instance back, but only once what was cached of its former life is gone. What is missed may have been
+// told to the browse, and stays until its lookup has noticed too. A live record in that time brings the instance back, but only once what was cached of its former life is gone. What is missed may have been
 // such a record, and counts as one for every departure: then it is the lookup's word that holds.
-// A goodbye for what the lookup may yet find, since the gate is behind, makes one that need not be told any more; it ends as others do,
-// or when whatever arrived before the goodbye has been taken in.
 // The ear listens from the first browse on its interface to the last one.
 #include "dnssd/departures.h"
 
@@ -22,11 +19,6 @@ constexpr std::int64_t kBelievedAfter = 750'000;
 // What a new life's records replace goes one second after them (RFC 6762 section 10.2): found earlier, the instance would be
 // resolved to where it was.
 constexpr std::int64_t kBackAfter = 1'050'000;
-
-// What waited in front of the goodbye, and the goodbye too, has been taken in, and the lookup has believed it.
-constexpr std::int64_t kTakenInAfter = kGatePatience + 2'000'000;
-// So many of those: more than the instances that any browser takes. Beyond it, one may be found for a moment.
-constexpr std::size_t kHeldBackMax = 4096;
 
 constexpr unsigned kIpv4 = 1;
 constexpr unsigned kIpv6 = 2;
@@ -57,39 +49,25 @@ void departure_due(AvahiTimeout*, void* userdata) {
     browse_lost(*departure.watcher->operation, departure.protocol, departure.target);
   } else if (departure.is_back) {
     come_back(departure);
-  } else if (departure.may_be_found) {
-    end_departure(*departure.watcher, key_of(departure.target, departure.protocol));
   }
 }
 
-void begin_departure(Watcher& watcher, unsigned protocol, const Name& target, bool is_present) {
+void begin_departure(Watcher& watcher, unsigned protocol, const Name& target) {
   auto departure = std::make_unique<Departure>();
   departure->watcher = &watcher;
   departure->target = target;
   departure->protocol = protocol;
-  departure->told = departure->may_be_found = !is_present;
   departure->timer = poll_timer_new(gEngine->poll, departure_due, departure.get());
-  poll_timer_start(departure->timer, is_present ? kBelievedAfter : kTakenInAfter);
+  poll_timer_start(departure->timer, kBelievedAfter);
   watcher.departures.emplace(key_of(target, protocol), std::move(departure));
-}
-
-bool may_yet_be_found(const Watcher& watcher, unsigned protocol) {
-  const Gate* gates = watcher.operation->server->gates;
-  return gate_is_behind(gates[protocol == kIpv6 ? AVAHI_PROTO_INET6 : AVAHI_PROTO_INET]) &&
-         watcher.departures.size() < kHeldBackMax;
 }
 
 void heard_goodbye(Watcher& watcher, unsigned protocol, const Name& target) {
   const auto found = watcher.departures.find(key_of(target, protocol));
   if (found != watcher.departures.end()) {
     found->second->is_back = false;
-    if (found->second->may_be_found) {
-      poll_timer_start(found->second->timer, kTakenInAfter);
-    }
   } else if (browse_has(part_of<Browse>(*watcher.operation), protocol, target)) {
-    begin_departure(watcher, protocol, target, true);
-  } else if (may_yet_be_found(watcher, protocol)) {
-    begin_departure(watcher, protocol, target, false);
+    begin_departure(watcher, protocol, target);
   }
 }
 
@@ -150,11 +128,7 @@ void missed(void* userdata) {
     for (auto next = watcher->departures.begin(); next != watcher->departures.end();) {
       Departure& departure = *next->second;
       ++next;
-      if (departure.may_be_found) {
-        end_departure(*watcher, key_of(departure.target, departure.protocol));
-      } else {
-        is_alive(departure);
-      }
+      is_alive(departure);
     }
   }
 }
@@ -189,15 +163,6 @@ void departures_unwatch(const Browse& browse) {
   if (server.departures.watchers.empty()) {
     group_ear_leave(server.group_ear, &server.departures);
   }
-}
-
-bool departures_hold_back(const Operation& operation, unsigned protocol, const Name& target) {
-  const Watcher* watcher = watcher_of(operation);
-  if (watcher == nullptr || watcher->departures.empty()) {
-    return false;
-  }
-  const auto found = watcher->departures.find(key_of(target, protocol));
-  return found != watcher->departures.end() && found->second->told;
 }
 
 void departures_confirm(Operation& operation, unsigned protocol, const Name& target) {

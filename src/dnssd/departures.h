@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Hears the goodbyes of browsed instances itself.
 //
-// A lookup keeps a pointer for the second that RFC 6762 section 10.1 leaves for others to rescue it, from when its goodbye is taken
-// in, which takes a while where a crowd waits (gate.h): a caller that then withdraws the instance on another link is always more than
-// a second late. So each interface that is browsed has an ear beside (group_ear.h), and an instance whose goodbye nobody contradicts
+// A lookup keeps a pointer for the second that RFC 6762 section 10.1 leaves for others to rescue it: a caller that then withdraws the
+// instance on another link is always more than a second late. So each interface that is browsed has an ear beside (group_ear.h), and an instance whose goodbye nobody contradicts
 // for three quarters of a second is reported gone then. One that turns up again afterwards, while the lookup still takes it for
-// present, is reported found again. What the lookup finds only after its goodbye was heard is not reported. A goodbye that the
-// ear misses is reported when the lookup has noticed it.
+// present, is reported found again. A goodbye that the ear misses is
+// reported when the lookup has noticed it.
 #pragma once
 
 #include <map>
@@ -20,15 +19,14 @@ namespace dnssd {
 
 struct Watcher;
 
-// What has said goodbye over a protocol, and is still present to the browse or its lookup, or will yet be found by that.
+// What has said goodbye over a protocol, and is still present to the browse or its lookup.
 struct Departure {
   Watcher* watcher = nullptr;
   Name target;
   unsigned protocol = 0;          // 1: IPv4, 2: IPv6
-  bool told = false;              // to the browse, or need not be
-  bool may_be_found = false;      // was not present: the lookup may find it yet
+  bool told = false;              // to the browse
   bool is_back = false;           // may have been heard alive since it was told
-  AvahiTimeout* timer = nullptr;  // owned; runs until it is told, while it is back, and while it may yet be found
+  AvahiTimeout* timer = nullptr;  // owned; runs until it is told, and while it is back
 };
 
 using DepartureKey = std::pair<std::string, unsigned>;  // the folded target, the protocol
@@ -50,9 +48,6 @@ void departures_watch(Operation& operation, const Name& asked);
 
 // The browse ends. Nothing happens for one that is not watched.
 void departures_unwatch(const Browse& browse);
-
-// Whether what the lookup has found has said goodbye since: it is not to be reported now.
-bool departures_hold_back(const Operation& operation, unsigned protocol, const Name& target);
 
 // The lookup has dropped the record, too.
 void departures_confirm(Operation& operation, unsigned protocol, const Name& target);

@@ -3,13 +3,10 @@
 
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
-#include <ctime>
 #include <optional>
 #include <span>
 
@@ -22,24 +19,10 @@
 namespace dnssd {
 namespace {
 
-// At leisure: more services of five records at once than an ordinary link holds, and then rather more than pacing.cpp commits
-// on another link, so that it is not this that the last service waits for.
-constexpr Rate kPaceRate{640, 900};
-
-// What seems to have waited longer came before the wall clock was set.
-constexpr std::int64_t kAgeMax = 60'000'000;  // microseconds
-
-// The shortest wait: what becomes due within it is taken in together.
-constexpr std::int64_t kGather = 50'000;  // microseconds
-
 // Packets that are taken in in one go, when they are there, and the time after which no further one is: the largest ones cost
 // some milliseconds each.
 constexpr int kTakenPerPass = 16;
 constexpr std::int64_t kTimePerPass = 5'000;  // microseconds
-
-// What a socket must have room for, as the kernel counts it, before anything waits there: two thousand services' packets. With
-// the kernel's default, waiting would mean losing.
-constexpr int kRoomToWait = 4 * 1024 * 1024;  // bytes
 
 // Packets that are thrown away in one go, so that a flood is kept up with.
 constexpr int kThrownAwayPerPass = 128;
@@ -50,30 +33,11 @@ using Buffer = std::array<std::uint8_t, kMessageMax>;
 
 struct Datagram {
   std::span<const std::uint8_t> bytes;  // cut when it is too long to be a message
-  std::int64_t at = 0;                  // when it arrived: monotonic, microseconds
   bool is_to_group = true;              // not to this machine alone
   bool may_be_response = false;         // comes from the port of multicast DNS; from another one Avahi believes nothing
   const sockaddr* sender = nullptr;     // in its envelope
   std::optional<MessageHead> head;      // nothing when it is too short for one
 };
-
-std::int64_t microseconds_of(std::int64_t seconds, std::int64_t microseconds) { return seconds * 1'000'000 + microseconds; }
-
-// The kernel stamps datagrams by the wall clock; what counts is how long ago that was.
-std::int64_t arrival_of(msghdr& header) {
-  for (cmsghdr* part = CMSG_FIRSTHDR(&header); part != nullptr; part = CMSG_NXTHDR(&header, part)) {
-    if (part->cmsg_level != SOL_SOCKET || part->cmsg_type != SCM_TIMESTAMP) {
-      continue;
-    }
-    timeval stamp{};
-    std::memcpy(&stamp, CMSG_DATA(part), sizeof stamp);
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    const std::int64_t age = microseconds_of(now.tv_sec, now.tv_nsec / 1000) - microseconds_of(stamp.tv_sec, stamp.tv_usec);
-    return monotonic_now() - (age < kAgeMax ? std::max<std::int64_t>(age, 0) : 0);
-  }
-  return monotonic_now();
-}
 
 // False only when the kernel tells that the datagram was sent to an address of this machine; Avahi has asked it to tell.
 bool is_to_group(msghdr& header) {
@@ -100,8 +64,7 @@ std::optional<Datagram> look_at_next(int fd, Buffer& buffer, Envelope& envelope)
   }
   const sockaddr& sender = sender_of(envelope);
   MessageReader reader{*bytes};
-  return Datagram{*bytes,  arrival_of(envelope.header), is_to_group(envelope.header), is_from_multicast_dns(sender),
-                  &sender, read_message_head(reader)};
+  return Datagram{*bytes, is_to_group(envelope.header), is_from_multicast_dns(sender), &sender, read_message_head(reader)};
 }
 
 // Whether Avahi may have an answer to it in store from now on. Probes, which alone have authorities (RFC 6762 section 8.2), it
@@ -126,31 +89,6 @@ void clear_error(int fd) {
   int error = 0;
   socklen_t size = sizeof error;
   getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
-}
-
-void listen(Gate& gate, AvahiWatchEvent events) {
-  if (gate.watch != nullptr) {
-    poll_api(gEngine->poll).watch_update(gate.watch, events);
-  }
-}
-
-void wait_over(AvahiTimeout*, void* userdata) {
-  Gate& gate = *static_cast<Gate*>(userdata);
-  listen(gate, AVAHI_WATCH_IN);
-  gate.watch = nullptr;
-}
-
-void wait(Gate& gate, AvahiWatch* watch) {
-  if (gate.timer == nullptr) {
-    gate.timer = poll_timer_new(gEngine->poll, wait_over, &gate);
-  }
-  gate.watch = watch;
-  listen(gate, static_cast<AvahiWatchEvent>(0));
-  poll_timer_start(gate.timer, std::max(allowance_wait(gate.pace, kPaceRate), kGather));
-}
-
-bool has_to_wait(const Gate& gate, const Datagram& next) {
-  return gate_is_behind(gate) && monotonic_now() - next.at < kGatePatience;
 }
 
 // Whether this server sent it, and nobody waits to hear of it.
@@ -199,13 +137,9 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
   if (!next) {
     return false;
   }
-  if (has_to_wait(gate, *next)) {
-    wait(gate, watch);
-    return false;
-  }
   Heard heard;
-  if (gate.at_leisure && next->may_be_response) {
-    heard = repeats_note(gate.repeats, next->bytes, next->at);
+  if (!gate.is_publishing && next->may_be_response) {
+    heard = repeats_note(gate.repeats, next->bytes, monotonic_now());
     if (!next->is_to_group) {
       // Avahi refuses it if it comes from elsewhere than the link: it counts as said by nobody.
       repeats_forget(gate.repeats);
@@ -226,7 +160,6 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
   if (is_question(*next)) {
     gate.asked_at = monotonic_now();
   }
-  gate.pace.left -= records;
   hand_to_avahi(gate, *next, watch, fd);
   if (gate.server != nullptr) {
     note_pointers(gate, *next);
@@ -237,35 +170,16 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
 
 }  // namespace
 
-void gate_open(Gate& gate, Server* server, int fd, AvahiWatchCallback callback, void* userdata) {
-  const int yes = 1;
-  setsockopt(fd, SOL_SOCKET, SO_TIMESTAMP, &yes, sizeof yes);
-  int room = 0;
-  socklen_t size = sizeof room;
-  getsockopt(fd, SOL_SOCKET, SO_RCVBUF, &room, &size);
-  gate.has_room = room >= kRoomToWait;
+void gate_open(Gate& gate, Server* server, AvahiWatchCallback callback, void* userdata) {
   gate.server = server;
   gate.callback = callback;
   gate.userdata = userdata;
   gate.allowance = {kIntakeRate.burst, monotonic_now()};
-  gate.pace = {kPaceRate.burst, monotonic_now()};
 }
 
-bool gate_is_behind(const Gate& gate) { return gate.at_leisure && gate.has_room && gate.pace.left <= 0; }
-
-void gate_close(Gate& gate) {
-  poll_timer_free(gate.timer);
-  gate.timer = nullptr;
-  gate.watch = nullptr;
-}
-
-void gate_hurry(Gate& gate, bool at_leisure) {
-  gate.at_leisure = at_leisure;
+void gate_set_publishing(Gate& gate, bool is_publishing) {
+  gate.is_publishing = is_publishing;
   repeats_forget(gate.repeats);
-  if (gate.watch != nullptr) {
-    poll_timer_stop(gate.timer);
-    wait_over(gate.timer, &gate);
-  }
 }
 
 void gate_pass(AvahiWatch* watch, int fd, AvahiWatchEvent events, void* userdata) {
@@ -275,7 +189,6 @@ void gate_pass(AvahiWatch* watch, int fd, AvahiWatchEvent events, void* userdata
     return;
   }
   allowance_grow(gate.allowance, kIntakeRate);
-  allowance_grow(gate.pace, kPaceRate);
   if (gate.allowance.left <= 0) {
     throw_away(fd, kThrownAwayPerPass);
     repeats_forget(gate.repeats);

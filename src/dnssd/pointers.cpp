@@ -87,14 +87,10 @@ void review_pointers(PointerList& list, std::int64_t now) {
   }
 }
 
-// Gives up what nobody has confirmed who was asked. What was said may still be waiting to be taken in: then that has to come first.
+// Gives up what nobody has confirmed who was asked.
 void judge_unanswered(PointerList& list, AvahiProtocol protocol, std::int64_t now) {
   AskedByOthers& others = list.questions.others[static_cast<std::size_t>(protocol)];
   if (others.judged_at == 0 || others.judged_at > now) {
-    return;
-  }
-  if (gate_is_behind(list.server->gates[protocol])) {
-    others.judged_at = now + kSecond;
     return;
   }
   drop(list, protocol, [&others](const Pointer& pointer) { return pointer.heard_at < others.first_at; });

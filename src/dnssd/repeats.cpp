@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <functional>
-#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,7 +15,7 @@
 namespace dnssd {
 namespace {
 
-// As long as gate.cpp lets a crowd wait: what devices answer meanwhile, they have mostly said before.
+// As long as a crowd takes to be committed on another link (pacing.cpp): what devices answer meanwhile, they have mostly said before.
 constexpr std::int64_t kRemembered = kRepeatsForgottenAfter / 2;
 
 // Seconds: what lives so long has not begun to be asked for again (at four fifths of its life, RFC 6762 section 5.2) long after
@@ -116,9 +115,7 @@ void put(SaidTable& table, std::uint64_t key, std::uint64_t what, std::int64_t a
   }
   SaidTable::Said& place = place_of(table.places, key_in_table(key));
   table.count += place.key == 0 ? 1 : 0;
-  // A clock that was set may make a datagram seem to come from the past.
-  const std::int64_t after = std::max<std::int64_t>(at - table.begun_at, std::numeric_limits<std::int32_t>::min());
-  place = {key_in_table(key), static_cast<std::uint32_t>(what), static_cast<std::int32_t>(after)};
+  place = {key_in_table(key), static_cast<std::uint32_t>(what), static_cast<std::int32_t>(at - table.begun_at)};
 }
 
 struct LastSaid {

@@ -1,14 +1,12 @@
 // SPDX-License-Identifier: MIT
 // What a socket has heard within the last seconds, so that Avahi is not told it twice. Every host announces its services at
-// least twice (RFC 6762 section 8.3), and what is asked for one client is heard by all; Avahi holds each record
-// against all those of the last half second, and those of a name against all that it remembers of it: on a link with two thousand
-// services the second round costs as much as the first and says nothing new.
+// least twice (RFC 6762 section 8.3), and what is asked for one client is heard by all; Avahi looks for each record among
+// those that it remembers: on a link with two thousand services the second round costs as much as the first and says nothing new.
 //
 // A repeat is a response that has nothing but what was said last of each of its records, if nobody has asked anything since (a
 // question that stays without answer makes Avahi forget the record, RFC 6762 section 10.5). A goodbye, another address or a
 // lifetime of another length are something else. A repeat is no older than some seconds, and no record in it is short-lived,
-// so that lifetimes are what they would be. What counts is when a datagram arrived, not when it is read, since it is in a crowd
-// that reading takes longer.
+// so that lifetimes are what they would be.
 //
 // This is for sockets on which nothing is published: the answer to a probe may well say what was announced before the probe,
 // and it is the answer that counts (RFC 6762 section 8.1).
@@ -49,7 +47,7 @@ struct Heard {
   std::vector<std::uint64_t> keys;  // of the names and types of all records in it, or of those before it is malformed; each once
 };
 
-// Notes a datagram that arrived at `at` (monotonic, microseconds). Anything that is no well-formed response, or one that Avahi
+// Notes a datagram that is read at `at` (monotonic, microseconds). Anything that is no well-formed response, or one that Avahi
 // refuses, is no repeat, and makes everything noted so far forgotten.
 Heard repeats_note(Repeats& repeats, std::span<const std::uint8_t> message, std::int64_t at);
 

@@ -68,7 +68,7 @@ AvahiWatch* server_watch_new(const AvahiPoll* api, int fd, AvahiWatchEvent event
   }
   bind_to_interface(*gBeingMade, fd, protocol);
   Gate& gate = gBeingMade->gates[protocol];
-  gate_open(gate, gBeingMade, fd, callback, userdata);
+  gate_open(gate, gBeingMade, callback, userdata);
   return poll_watch_new(api, fd, events, gate_pass, &gate);
 }
 
@@ -194,9 +194,6 @@ void server_close(Server& server) {
   pacing_close(server);
   lookups_close(server);
   pointers_close(server);
-  for (Gate& gate : server.gates) {
-    gate_close(gate);
-  }
   poll_timer_free(server.linger);
   server.linger = nullptr;
   for (int& fd : server.sockets) {

@@ -3,6 +3,7 @@
 
 #include <avahi-common/defs.h>
 #include <avahi-core/rr.h>
+#include <dlfcn.h>
 
 #include "dnssd/pointers.h"
 
@@ -16,6 +17,8 @@ bool is_withheld(const AvahiKey& key) {
          pointers_are_kept(*gWithholding, key.name);
 }
 
+bool is_anything_withheld() { return gWithholding != nullptr; }
+
 }  // namespace
 
 Withholding::Withholding(const Server* server) { gWithholding = server; }
@@ -24,8 +27,20 @@ Withholding::~Withholding() { gWithholding = nullptr; }
 }  // namespace dnssd
 
 // Declared in none of Avahi's headers that are installed.
-extern "C" int avahi_key_is_pattern(const AvahiKey* key);
+extern "C" {
+struct AvahiResponseScheduler;
+int avahi_key_is_pattern(const AvahiKey* key);
+void avahi_response_scheduler_incoming(AvahiResponseScheduler* scheduler, AvahiRecord* record, int flush_cache);
+}
 
 extern "C" int avahi_key_is_pattern(const AvahiKey* key) {
   return key->type == AVAHI_DNS_TYPE_ANY || key->clazz == AVAHI_DNS_CLASS_ANY || dnssd::is_withheld(*key);
+}
+
+extern "C" void avahi_response_scheduler_incoming(AvahiResponseScheduler* scheduler, AvahiRecord* record, int flush_cache) {
+  using Function = void (*)(AvahiResponseScheduler*, AvahiRecord*, int);
+  static const auto avahis = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "avahi_response_scheduler_incoming"));
+  if (!dnssd::is_anything_withheld() && avahis != nullptr) {
+    avahis(scheduler, record, flush_cache);
+  }
 }

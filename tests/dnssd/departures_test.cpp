@@ -59,15 +59,6 @@ class DeparturesTest : public testing::Test {
     browse_lost(operation_, protocol, target_of(instance));
   }
 
-  // The gate before IPv4 has more than it may take in.
-  void FallBehind() {
-    server_.gates[AVAHI_PROTO_INET].has_room = true;
-    server_.gates[AVAHI_PROTO_INET].pace.left = 0;
-  }
-  bool IsHeldBack(char instance, unsigned protocol = kIpv4) {
-    return departures_hold_back(operation_, protocol, target_of(instance));
-  }
-
   bool Has(char instance, unsigned protocol = kIpv4) { return browse_has(TheBrowse(), protocol, target_of(instance)); }
 
   // The ear's side
@@ -231,45 +222,9 @@ TEST_F(DeparturesTest, AllBrowsesOfAnInterfaceShareOneEar) {
   EXPECT_EQ(server_.group_ear.listeners.size(), 1U);
 }
 
-TEST_F(DeparturesTest, WhatIsFoundBehindItsGoodbyeIsHeldBack) {
-  FallBehind();
+TEST_F(DeparturesTest, WhatIsNotPresentCannotDepart) {
   Goodbye('a');
-  EXPECT_TRUE(IsHeldBack('a'));
-  EXPECT_FALSE(IsHeldBack('b'));
-  EXPECT_FALSE(IsHeldBack('a', kIpv6));
-  Lost('a');
-  EXPECT_FALSE(IsHeldBack('a'));
-}
-
-TEST_F(DeparturesTest, NothingIsHeldBackWhereNothingWaits) {
-  Goodbye('a');
-  EXPECT_FALSE(IsHeldBack('a'));
-}
-
-TEST_F(DeparturesTest, WhatIsHeldBackAndHeardAliveIsFound) {
-  FallBehind();
-  Goodbye('a');
-  Alive('a');
-  EXPECT_FALSE(Has('a'));
-  EXPECT_TRUE(Becomes([this] { return Has('a'); }));
-  EXPECT_FALSE(IsHeldBack('a'));
-}
-
-TEST_F(DeparturesTest, AfterAMissNothingIsHeldBackAndNothingFound) {
-  FallBehind();
-  Goodbye('a');
-  Miss();
-  EXPECT_FALSE(IsHeldBack('a'));
-  EXPECT_FALSE(Has('a'));
-}
-
-TEST_F(DeparturesTest, NoMoreAreHeldBackThanThereIsRoomFor) {
-  FallBehind();
-  for (unsigned number = 0; number < 5000; ++number) {
-    std::string digits = std::to_string(number);
-    Hear(response(pointer(kType, digits, true)));
-  }
-  EXPECT_EQ(server_.departures.watchers.begin()->second->departures.size(), 4096U);
+  EXPECT_TRUE(server_.departures.watchers.begin()->second->departures.empty());
 }
 
 }  // namespace

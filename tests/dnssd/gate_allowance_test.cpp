@@ -25,8 +25,8 @@ std::string message(unsigned answers, std::size_t more, char flags = '\x84') {
 class GateTest : public ::testing::Test {
  protected:
   GateTest() {
-    gate_open(gate_, nullptr, socket_.far, Avahi, this);
-    gate_hurry(gate_, false);
+    gate_open(gate_, nullptr, Avahi, this);
+    gate_set_publishing(gate_, true);
   }
 
   // In Avahi's place: reads one datagram.

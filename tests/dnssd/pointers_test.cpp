@@ -589,23 +589,6 @@ TEST_F(PointersTest, WhatIsAskedForFourTimesAndNotHeardIsGivenUp) {
   EXPECT_EQ(Others().count, 0U);
 }
 
-TEST_F(PointersTest, NothingIsGivenUpWhileAnswersWaitToBeTakenIn) {
-  Follower follower(server_);
-  FollowAndBeTold(follower);
-  Alive("a");
-  Pass(20 * kSecond);
-  server_.gates[kIpv4].has_room = true;
-  server_.gates[kIpv4].pace.left = 0;
-  const std::int64_t before = monotonic_now();
-  Others() = {before, before - 9 * kSecond, before, before, 4};
-  LetTimerRun();
-  EXPECT_THAT(follower.told, ElementsAre("+a"));
-  EXPECT_GE(Others().judged_at, before + kSecond);
-  server_.gates[kIpv4].pace.left = 1;
-  Pass(kPatience);
-  EXPECT_THAT(follower.told, ElementsAre("+a", "-a"));
-}
-
 TEST_F(PointersTest, WhatWasMissedMayHaveBeenTheAnswer) {
   Follower follower(server_);
   FollowAndBeTold(follower);

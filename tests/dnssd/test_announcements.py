@@ -161,3 +161,19 @@ def test_the_goodbye_of_what_had_come_back_is_said_once_more(link):
         publisher.remove("r")
         d.wait_for(lambda: len(addresses(air, live=False)) >= goodbyes, f"{goodbyes} goodbyes")
     assert not air.held(air.near)
+
+
+def test_what_another_host_has_just_said_is_not_said_again(link):
+    # RFC 6762 section 7.4.
+    air, publisher = link.air(), link.publisher()
+    kinds = "_services._dns-sd._udp.local"
+    publisher.register("reg", link.near_index, "My Printer")
+    d.wait_for(lambda: len(air.said(kinds, dns.PTR)) >= 2, "both announcements")
+    quiet(air, kinds, dns.PTR, 1.2)
+    asked = time.monotonic()
+    air.ask(kinds, dns.PTR)
+    air.say(dns.Record(dns.labels(kinds), dns.PTR, dns.labels("_ipp._tcp.local"), 4500))
+    d.wait_for(lambda: time.monotonic() > asked + 1.2, "the answer, if there is one")
+    assert not air.said(kinds, dns.PTR, asked)
+    air.ask(kinds, dns.PTR)
+    d.wait_for(lambda: air.said(kinds, dns.PTR, asked), "the answer that nobody else gave")

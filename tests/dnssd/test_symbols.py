@@ -10,7 +10,7 @@ HEADER = "/usr/include/avahi-compat-libdns_sd/dns_sd.h"
 OURS = {"DNSServiceBrowse", "DNSServiceCreateConnection", "DNSServiceProcessResult", "DNSServiceQueryRecord",
         "DNSServiceRefDeallocate", "DNSServiceRefSockFD", "DNSServiceRegister", "DNSServiceRegisterRecord",
         "DNSServiceRemoveRecord", "DNSServiceResolve", "DNSServiceUpdateRecord"}
-CALLED_BY_AVAHI = {"avahi_key_equal", "avahi_key_is_pattern"}
+CALLED_BY_AVAHI = {"avahi_key_equal", "avahi_key_is_pattern", "avahi_response_scheduler_incoming"}
 
 
 def output(*command):

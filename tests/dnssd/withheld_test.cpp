@@ -8,7 +8,11 @@
 #include "dnssd/engine.h"
 #include "dnssd/server.h"
 
-extern "C" int avahi_key_is_pattern(const AvahiKey* key);
+extern "C" {
+struct AvahiResponseScheduler;
+int avahi_key_is_pattern(const AvahiKey* key);
+void avahi_response_scheduler_incoming(AvahiResponseScheduler* scheduler, AvahiRecord* record, int flush_cache);
+}
 
 namespace dnssd {
 namespace {
@@ -53,6 +57,12 @@ TEST_F(WithheldTest, PatternsAreAlwaysLeftOut) {
   const Withholding withholding(&server_);
   EXPECT_TRUE(IsLeftOut("h.local", kAny));
   EXPECT_TRUE(IsLeftOut("h.local", kSrv, kAny));
+}
+
+// Avahi's own function would look into the scheduler.
+TEST_F(WithheldTest, WhoPublishesNothingDoesNotNoteWhatOthersAnswer) {
+  const Withholding withholding(&server_);
+  avahi_response_scheduler_incoming(nullptr, nullptr, 0);
 }
 
 TEST_F(WithheldTest, NothingIsWithheldOfOtherResponses) {
