@@ -1,13 +1,12 @@
 # SPDX-License-Identifier: MIT
 """Services that come, change and go at random."""
 
-import os
 import random
 import time
 
 from client import Client
 from process_figures import Figures
-from testbed import mdnsproxy_path, rule, wait_until
+from testbed import chosen_seed, mdnsproxy_path, rule, wait_until
 
 HOSTS = 4
 # Memory that the C library keeps in pieces although nothing is in them, and tables that grow but do not shrink.
@@ -68,9 +67,7 @@ class Churn:
 
 def returns_to_where_it_started(scene, seconds):
     """Warms up, lets everything go and takes the figures; then churns that long, lets everything go and compares."""
-    seed = int(os.environ.get("MDNSPROXY_TEST_SEED", random.randrange(1 << 32)))
-    print(f"seed: MDNSPROXY_TEST_SEED={seed}")
-    churn = Churn(scene, seed)
+    churn = Churn(scene, chosen_seed())
     churn.goes_on(min(10, seconds / 2))
     churn.everything_goes()
     figures = churn.figures

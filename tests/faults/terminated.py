@@ -7,7 +7,7 @@ import time
 
 import testbed
 from client import Client
-from testbed import rule, rules_list, wait_until
+from testbed import chosen_seed, rule, rules_list, wait_until
 
 RULES = rules_list(rule("_ipp._tcp", "a", "b"), rule("_http._tcp", "a", "b"))
 SERVICES = 40
@@ -64,10 +64,9 @@ class Station:
         self.network.close()
 
 
-def terminate_often(times, stations, seed=None):
+def terminate_often(times, stations):
     """Terminates a gateway that often, spread over that many networks at a time."""
-    seed = random.randrange(1 << 32) if seed is None else seed
-    print(f"seed {seed}")
+    seed = chosen_seed()
     left = list(range(times))
     broken = []
 

@@ -10,6 +10,7 @@
     Browser     what python3-zeroconf finds on a link
     Ear         every multicast DNS packet of a link
     wait_until  the only way of waiting: for a condition, with a deadline
+    chosen_seed what chance goes by, so that a run can be repeated
 
 Everything is a context manager or is closed by the fixture that made it.
 """
@@ -23,8 +24,9 @@ from .namespace import Namespace
 from .network import Link, Network
 from .printer import Printer
 from .script import Script, scripted_library
+from .seed import chosen_seed
 from .waiting import stays_true, wait_until
 
 __all__ = ["Box", "Browser", "Daemon", "Device", "Ear", "Link", "Namespace", "Network", "Printer", "Script",
-           "mdnsproxy_path", "rule", "rules_list", "scripted_library", "services_list",
+           "chosen_seed", "mdnsproxy_path", "rule", "rules_list", "scripted_library", "services_list",
            "stays_true", "wait_until"]
