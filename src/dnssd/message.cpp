@@ -28,6 +28,14 @@ void set16(std::string& bytes, std::size_t at, std::size_t value) {
   bytes[at + 1] = static_cast<char>(value & 0xFF);
 }
 
+// Takes back what was written since the message had that size.
+void cut(Message& message, std::size_t size, const std::vector<std::string>& added) {
+  message.bytes.resize(size);
+  for (const std::string& text : added) {
+    message.names.erase(text);
+  }
+}
+
 // Writes `name`, its known tail as a pointer; what is written newly is noted in `added`, to be pointed at by later names.
 void put_name(Message& message, Name name, std::vector<std::string>& added) {
   while (!name.labels.empty()) {
@@ -91,12 +99,18 @@ Message message_query() {
   return message;
 }
 
-void message_ask(Message& message, const Name& name, std::uint16_t rrtype) {
+bool message_ask(Message& message, const Name& name, std::uint16_t rrtype) {
+  const std::size_t size_before = message.bytes.size();
   std::vector<std::string> added;
   put_name(message, name, added);
   put16(message.bytes, rrtype);
   put16(message.bytes, AVAHI_DNS_CLASS_IN);
+  if (message.bytes.size() > kFrameBytes) {
+    cut(message, size_before, added);
+    return false;
+  }
   set16(message.bytes, kQuestionCountAt, ++message.questions);
+  return true;
 }
 
 void message_continues(Message& message) { set16(message.bytes, kMessageFlagsAt, kTruncatedBit); }
@@ -106,10 +120,7 @@ bool message_add(Message& message, AvahiRecord& record, std::uint32_t ttl, bool 
   std::vector<std::string> added;
   put_record(message, record, ttl, is_unique, added);
   if (message.bytes.size() > (message.answers == 0 ? kMessageBytesMax : kFrameBytes)) {
-    message.bytes.resize(size_before);
-    for (const std::string& text : added) {
-      message.names.erase(text);
-    }
+    cut(message, size_before, added);
     return false;
   }
   set16(message.bytes, kAnswerCountAt, ++message.answers);

@@ -25,8 +25,9 @@ struct Message {
 // A query without questions: what its records say is known already.
 Message message_query();
 
-// Asks for the records of `name`, by multicast. For a query to which no record has been added.
-void message_ask(Message& message, const Name& name, std::uint16_t rrtype);
+// Asks for the records of `name`, by multicast. For a query to which no record has been added. False, and the message is as it was,
+// when it would grow beyond one frame; there is always room for the first question.
+bool message_ask(Message& message, const Name& name, std::uint16_t rrtype);
 
 // More of what is known follows in another query (RFC 6762 section 7.2).
 void message_continues(Message& message);

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <span>
+#include <vector>
 
 #include "dnssd/message.h"
 #include "dnssd/message_reader.h"
@@ -67,10 +69,8 @@ void go_on(const PointerList& list, AvahiProtocol protocol, Message& query) {
   query = message_query();
 }
 
-// How many packets it took.
-unsigned ask_over(const PointerList& list, AvahiProtocol protocol, std::int64_t now) {
-  Message query = message_query();
-  message_ask(query, list.name, AVAHI_DNS_TYPE_PTR);
+// Appends all that is known of the list. How many packets it took.
+unsigned say_all_known(const PointerList& list, AvahiProtocol protocol, Message& query, std::int64_t now) {
   unsigned packets = 1;
   for (const auto& [target, pointer] : list.pointers[static_cast<std::size_t>(protocol)]) {
     if (!is_worth_saying(pointer, now) || say_known(list, pointer, query, now)) {
@@ -83,9 +83,23 @@ unsigned ask_over(const PointerList& list, AvahiProtocol protocol, std::int64_t 
     go_on(list, protocol, query);
     say_known(list, pointer, query, now);
   }
-  int patience = 0;  // a question that finds no room is asked again
-  multicast_send(*list.server, protocol, query.bytes, patience);
   return packets;
+}
+
+// Asks for as many of the lists as one packet has room for, which are returned.
+std::size_t ask_together(std::span<PointerList* const> lists, AvahiProtocol protocol, std::int64_t now) {
+  Message query = message_query();
+  std::size_t count = 0;
+  while (count < lists.size() && message_ask(query, lists[count]->name, AVAHI_DNS_TYPE_PTR)) {
+    ++count;
+  }
+  for (PointerList* list : lists.first(count)) {
+    const unsigned packets = say_all_known(*list, protocol, query, now);
+    list->questions.packets = std::max(list->questions.packets, packets);
+  }
+  int patience = 0;  // a question that finds no room is asked again
+  multicast_send(*lists.front()->server, protocol, query.bytes, patience);
+  return count;
 }
 
 // The protocols over which something is due.
@@ -103,15 +117,33 @@ unsigned take_due(PointerQuestions& questions, std::int64_t now) {
     questions.again_at = 0;
     questions.again_over = 0;
     questions.asked_at = now;
+    questions.packets = 1;
     questions.next_at = std::max(questions.next_at, now + kFirstInterval);
   }
   return wanted;
 }
 
+bool is_just_asked(const PointerQuestions& questions, AvahiProtocol protocol, std::int64_t now) {
+  const std::int64_t asked_at = questions.others[static_cast<std::size_t>(protocol)].asked_at;
+  return asked_at != 0 && now - asked_at < kJustAsked;
+}
+
+// A random moment, that of another list's question if there is one: from then on both are due at the same times.
+std::int64_t first_moment(const PointerList& list, std::int64_t now) {
+  for (const auto& [name, other] : list.server->pointers) {
+    const std::int64_t due = questions_due(other->questions);
+    if (other.get() != &list && due >= now + kJitterMin && due < now + kJitterMin + kJitterSpread) {
+      return due;
+    }
+  }
+  return now + jitter();
+}
+
 }  // namespace
 
-void questions_begin(PointerQuestions& questions, std::int64_t now) {
-  const std::int64_t at = now + jitter();
+void questions_begin(PointerList& list, std::int64_t now) {
+  PointerQuestions& questions = list.questions;
+  const std::int64_t at = first_moment(list, now);
   const std::int64_t earliest = questions.asked_at == 0 ? at : std::max(at, questions.asked_at + kFirstInterval);
   // One that is due anyway is not put off: whoever begins again and again would never be asked for.
   questions.next_at = questions.next_at > now ? std::min(questions.next_at, earliest) : earliest;
@@ -124,16 +156,20 @@ std::int64_t questions_due(const PointerQuestions& questions) {
   return questions.again_at == 0 ? questions.next_at : std::min(questions.next_at, questions.again_at);
 }
 
-void questions_ask(PointerList& list, std::int64_t now) {
-  const unsigned wanted = take_due(list.questions, now);
-  if (wanted != 0) {
-    list.questions.packets = 1;
+void questions_ask(Server& server, std::int64_t now) {
+  std::array<std::vector<PointerList*>, 2> asked;
+  for (const auto& [name, list] : server.pointers) {
+    const unsigned wanted = pointers_are_followed(*list) ? take_due(list->questions, now) : 0;
+    for (const AvahiProtocol protocol : {AVAHI_PROTO_INET, AVAHI_PROTO_INET6}) {
+      if ((wanted & 1u << protocol) != 0 && !is_just_asked(list->questions, protocol, now)) {
+        asked[static_cast<std::size_t>(protocol)].push_back(list.get());
+      }
+    }
   }
   for (const AvahiProtocol protocol : {AVAHI_PROTO_INET, AVAHI_PROTO_INET6}) {
-    const std::int64_t asked_at = list.questions.others[static_cast<std::size_t>(protocol)].asked_at;
-    const bool is_asked_already = asked_at != 0 && now - asked_at < kJustAsked;
-    if ((wanted & 1u << protocol) != 0 && !is_asked_already) {
-      list.questions.packets = std::max(list.questions.packets, ask_over(list, protocol, now));
+    const std::span<PointerList* const> lists(asked[static_cast<std::size_t>(protocol)]);
+    for (std::size_t done = 0; done < lists.size();) {
+      done += ask_together(lists.subspan(done), protocol, now);
     }
   }
 }

@@ -4,6 +4,7 @@
 //   - At first after a random moment, then after one second, two, four, and so on up to an hour (RFC 6762 section 5.2), with what
 //     is known already (section 7.1), in several packets where one does not hold it (section 7.2).
 //   - Again when four fifths of a record's lifetime are over, and at 85, 90 and 95 hundredths of it if nobody answers.
+//   - In one packet for all names whose questions are due; those that begin at about the same time stay together.
 //   - Not where another host has just asked the same of everybody (section 7.3).
 //   - What stays away although others ask for it again and again is given up (section 10.5).
 #pragma once
@@ -19,6 +20,7 @@ struct MessageHead;
 struct Pointer;
 struct PointerList;
 struct Question;
+struct Server;
 
 // Others' questions that leave nothing out. Times are monotonic, in microseconds.
 struct AskedByOthers {
@@ -42,13 +44,13 @@ struct PointerQuestions {
 
 // Begins, or begins again: there may be somebody who has not been asked, or somebody new who asks.
 // What is growing old is asked for with it.
-void questions_begin(PointerQuestions& questions, std::int64_t now);
+void questions_begin(PointerList& list, std::int64_t now);
 
 // When the next question is due, of a list that somebody follows.
 std::int64_t questions_due(const PointerQuestions& questions);
 
-// Asks what is due.
-void questions_ask(PointerList& list, std::int64_t now);
+// Asks what is due of the server's lists that somebody follows.
+void questions_ask(Server& server, std::int64_t now);
 
 // The record is growing old, over this protocol: it will be asked for.
 void questions_want(PointerQuestions& questions, AvahiProtocol protocol, std::int64_t now);

@@ -29,8 +29,6 @@ constexpr std::int64_t kGather = 20'000;  // microseconds
 
 constexpr std::array kProtocols{AVAHI_PROTO_INET, AVAHI_PROTO_INET6};
 
-bool is_followed(const PointerList& list) { return !list.followers.empty() || !list.newcomers.empty(); }
-
 // --- Telling
 
 void tell_newcomers(PointerList& list) {
@@ -114,8 +112,8 @@ void timer_fired(AvahiTimeout*, void* userdata) {
   for (const AvahiProtocol protocol : kProtocols) {
     judge_unanswered(list, protocol, now);
   }
-  if (is_followed(list)) {
-    questions_ask(list, now);
+  if (pointers_are_followed(list)) {
+    questions_ask(*list.server, now);
   } else if (list.unused_until <= now) {
     free_list(list);
     list.server->pointers.erase(fold_case(name_to_avahi(list.name)));
@@ -150,6 +148,8 @@ PointerList& list_of(Server& server, const Name& name) {
 
 }  // namespace
 
+bool pointers_are_followed(const PointerList& list) { return !list.followers.empty() || !list.newcomers.empty(); }
+
 PointersByTarget& pointers_over(PointerList& list, AvahiProtocol protocol) {
   return list.pointers[static_cast<std::size_t>(protocol)];
 }
@@ -174,7 +174,7 @@ void pointer_tell(const PointerList& list, const std::vector<Lookup*>& lookups, 
 
 void pointers_set_timer(PointerList& list) {
   std::int64_t at = list.due_at;
-  at = std::min(at, is_followed(list) ? questions_due(list.questions) : list.unused_until);
+  at = std::min(at, pointers_are_followed(list) ? questions_due(list.questions) : list.unused_until);
   for (const AskedByOthers& others : list.questions.others) {
     at = std::min(at, others.judged_at != 0 ? others.judged_at : kNever);
   }
@@ -207,7 +207,7 @@ void pointers_follow(Lookup& lookup, const Name& name) {
   PointerList& list = list_of(*lookup.server, name);
   lookup.pointers = &list;
   list.newcomers.push_back(&lookup);
-  questions_begin(list.questions, monotonic_now());
+  questions_begin(list, monotonic_now());
   pointers_set_timer(list);
 }
 
@@ -219,7 +219,7 @@ void pointers_leave(Lookup& lookup) {
   std::erase(list->followers, &lookup);
   std::erase(list->newcomers, &lookup);
   lookup.pointers = nullptr;
-  if (!is_followed(*list)) {
+  if (!pointers_are_followed(*list)) {
     list->unused_until = monotonic_now() + kUnusedFor;
     pointers_set_timer(*list);
   }
@@ -239,8 +239,8 @@ void pointers_forget(Server& server, unsigned protocols) {
 
 void pointers_ask_anew(Server& server) {
   for (const auto& [name, list] : server.pointers) {
-    if (is_followed(*list)) {
-      questions_begin(list->questions, monotonic_now());
+    if (pointers_are_followed(*list)) {
+      questions_begin(*list, monotonic_now());
       pointers_set_timer(*list);
     }
   }

@@ -94,6 +94,8 @@ void pointers_close(Server& server);
 
 // --- Between pointers.cpp, pointer_hearing.cpp and pointer_questions.cpp
 
+bool pointers_are_followed(const PointerList& list);
+
 // The record in Avahi's form, its reference owned by the caller.
 AvahiRecord* pointer_record(const PointerList& list, const Pointer& pointer);
 

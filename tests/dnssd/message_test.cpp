@@ -100,6 +100,22 @@ TEST(MessageQuery, CountsItsQuestions) {
   EXPECT_EQ(message.bytes.substr(12 + 13), std::string("\1b\xC0\x0E\0\x10\0\1", 8));
 }
 
+TEST(MessageQuery, HasRoomForAsManyQuestionsAsOneFrame) {
+  Message message = message_query();
+  std::string before;
+  unsigned asked = 0;
+  do {
+    before = message.bytes;
+    ASSERT_LT(++asked, 1000U);
+  } while (message_ask(message, Name{{"_type-" + std::to_string(asked), "_tcp", "local"}}, 12));
+  EXPECT_EQ(message.bytes, before);
+  EXPECT_EQ(message.questions, asked - 1);
+  EXPECT_GT(message.bytes.size(), 1400U);
+  EXPECT_LE(message.bytes.size(), 1440U);
+  // What was not written cannot be pointed at.
+  EXPECT_FALSE(message.names.contains(name_to_text(Name{{"_type-" + std::to_string(asked), "_tcp", "local"}})));
+}
+
 TEST(MessageQuery, SaysThatMoreFollowsAndNothingElse) {
   Message message = message_query();
   message_ask(message, Name{{"a", "local"}}, 12);

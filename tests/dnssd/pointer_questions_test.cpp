@@ -7,6 +7,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <memory>
 #include <optional>
 #include <random>
 #include <set>
@@ -84,7 +85,7 @@ std::optional<Query> read_query(const std::string& bytes) {
   for (unsigned i = 0; i < head->answers; ++i) {
     const std::optional<RecordHead> record = read_record_head(reader);
     const std::optional<Name> target = record ? read_name(reader) : std::nullopt;
-    if (!target || record->rrtype != kPtr || record->rrclass != kIn || name_to_avahi(record->owner) != "_ipp._tcp.local") {
+    if (!target || record->rrtype != kPtr || record->rrclass != kIn) {
       return std::nullopt;
     }
     query.known.push_back({name_to_avahi(*target), record->ttl});
@@ -98,18 +99,30 @@ class PointerQuestionsTest : public testing::Test {
     gSent.clear();
     server_.sockets[kIpv4] = kSocketIpv4;
     server_.sockets[kIpv6] = kSocketIpv6;
-    list_.server = &server_;
-    list_.name = Name{{"_ipp", "_tcp", "local"}};
-    list_.key = avahi_key_new("_ipp._tcp.local", AVAHI_DNS_CLASS_IN, AVAHI_DNS_TYPE_PTR);
   }
-  void TearDown() override { avahi_key_unref(list_.key); }
+  void TearDown() override {
+    for (const auto& [name, list] : server_.pointers) {
+      avahi_key_unref(list->key);
+    }
+  }
+
+  // A list that somebody follows.
+  PointerList& NewList(const std::string& type) {
+    const std::string text = type + "._tcp.local";
+    auto list = std::make_unique<PointerList>();
+    list->server = &server_;
+    list->name = Name{{type, "_tcp", "local"}};
+    list->key = avahi_key_new(text.c_str(), AVAHI_DNS_CLASS_IN, AVAHI_DNS_TYPE_PTR);
+    list->followers.push_back(&follower_);
+    return *(server_.pointers[text] = std::move(list));
+  }
 
   PointerQuestions& Questions() { return list_.questions; }
   AskedByOthers& Others(AvahiProtocol protocol = kIpv4) { return Questions().others[static_cast<std::size_t>(protocol)]; }
 
   // The first question has been asked, and the next regular one is far away.
   void BeginLongBefore() {
-    questions_begin(Questions(), kStart);
+    questions_begin(list_, kStart);
     AskWhenDue();
     Questions().next_at = kStart + 3600 * kSecond;
   }
@@ -117,7 +130,7 @@ class PointerQuestionsTest : public testing::Test {
   // How many packets are sent at that time.
   std::size_t Ask(std::int64_t now) {
     gSent.clear();
-    questions_ask(list_, now);
+    questions_ask(server_, now);
     return gSent.size();
   }
   // And at the time when the next are due, which is returned.
@@ -140,7 +153,8 @@ class PointerQuestionsTest : public testing::Test {
   }
 
   Server server_;
-  PointerList list_;
+  Lookup follower_;
+  PointerList& list_ = NewList("_ipp");
 };
 
 // --- When
@@ -148,9 +162,9 @@ class PointerQuestionsTest : public testing::Test {
 TEST_F(PointerQuestionsTest, TheFirstComesAfterARandomMoment) {
   std::set<std::int64_t> moments;
   for (int i = 0; i < 50; ++i) {
-    PointerQuestions questions;
-    questions_begin(questions, kStart);
-    moments.insert(questions_due(questions) - kStart);
+    Questions() = {};
+    questions_begin(list_, kStart);
+    moments.insert(questions_due(Questions()) - kStart);
   }
   EXPECT_GE(*moments.begin(), 20'000);
   EXPECT_LT(*moments.rbegin(), 120'000);
@@ -158,7 +172,7 @@ TEST_F(PointerQuestionsTest, TheFirstComesAfterARandomMoment) {
 }
 
 TEST_F(PointerQuestionsTest, IntervalsDoubleFromASecondToAnHour) {
-  questions_begin(Questions(), kStart);
+  questions_begin(list_, kStart);
   std::int64_t last = AskWhenDue();
   for (const std::int64_t seconds : {1, 2, 4, 8, 16, 32, 64, 128, 256, 512, 1024, 2048, 3600, 3600, 3600}) {
     const std::int64_t next = AskWhenDue();
@@ -169,21 +183,21 @@ TEST_F(PointerQuestionsTest, IntervalsDoubleFromASecondToAnHour) {
 }
 
 TEST_F(PointerQuestionsTest, WhoBeginsAgainIsNotAskedForWithinASecond) {
-  questions_begin(Questions(), kStart);
+  questions_begin(list_, kStart);
   const std::int64_t first = AskWhenDue();
-  questions_begin(Questions(), first + 1000);
+  questions_begin(list_, first + 1000);
   EXPECT_EQ(questions_due(Questions()), first + kSecond);
   AskWhenDue();
   EXPECT_EQ(AskWhenDue() - first, 2 * kSecond);
-  questions_begin(Questions(), first + 100 * kSecond);
+  questions_begin(list_, first + 100 * kSecond);
   EXPECT_LT(questions_due(Questions()), first + 101 * kSecond);
 }
 
 TEST_F(PointerQuestionsTest, WhoBeginsAgainAndAgainIsAskedForAllTheSame) {
   std::int64_t now = kStart;
-  questions_begin(Questions(), now);
+  questions_begin(list_, now);
   for (; now < questions_due(Questions()) && now < kStart + kSecond; now += 1000) {
-    questions_begin(Questions(), now);
+    questions_begin(list_, now);
   }
   EXPECT_LT(now, kStart + 121'000);
 }
@@ -213,7 +227,7 @@ TEST_F(PointerQuestionsTest, WhatGrowsOldTogetherIsAskedForTogether) {
 }
 
 TEST_F(PointerQuestionsTest, TheRegularQuestionServesForWhatGrowsOld) {
-  questions_begin(Questions(), kStart);
+  questions_begin(list_, kStart);
   AskWhenDue();
   const std::int64_t regular = questions_due(Questions());
   questions_want(Questions(), kIpv4, regular - 1000);
@@ -222,7 +236,7 @@ TEST_F(PointerQuestionsTest, TheRegularQuestionServesForWhatGrowsOld) {
 }
 
 TEST_F(PointerQuestionsTest, TheRegularQuestionDoesNotFollowAnotherWithinASecond) {
-  questions_begin(Questions(), kStart);
+  questions_begin(list_, kStart);
   AskWhenDue();
   Questions().next_at = kStart + 100 * kSecond;
   questions_want(Questions(), kIpv4, Questions().next_at - 500'000);
@@ -233,7 +247,7 @@ TEST_F(PointerQuestionsTest, TheRegularQuestionDoesNotFollowAnotherWithinASecond
 
 TEST_F(PointerQuestionsTest, WhatWasDueBeforeItBeginsAgainWaitsForAMoment) {
   questions_want(Questions(), kIpv4, kStart);
-  questions_begin(Questions(), kStart + 10 * kSecond);
+  questions_begin(list_, kStart + 10 * kSecond);
   EXPECT_GE(questions_due(Questions()), kStart + 10 * kSecond + 20'000);
 }
 
@@ -244,10 +258,10 @@ TEST_F(PointerQuestionsTest, WhateverHappensNoTwoComeWithinASecond) {
   std::int64_t now = kStart;
   std::int64_t last = 0;
   unsigned count = 0;
-  questions_begin(Questions(), now);
+  questions_begin(list_, now);
   for (int i = 0; i < 20'000; ++i, now += random() % 200'000) {
     if (random() % 20 == 0) {
-      questions_begin(Questions(), now);
+      questions_begin(list_, now);
     }
     if (random() % 10 == 0) {
       questions_want(Questions(), random() % 2 == 0 ? kIpv4 : kIpv6, now);
@@ -262,7 +276,7 @@ TEST_F(PointerQuestionsTest, WhateverHappensNoTwoComeWithinASecond) {
 }
 
 TEST_F(PointerQuestionsTest, WhatAnotherHostHasJustAskedIsNotAskedOnceMore) {
-  questions_begin(Questions(), kStart);
+  questions_begin(list_, kStart);
   const std::int64_t due = questions_due(Questions());
   Note(due - 900'000);
   Ask(due);
@@ -270,6 +284,94 @@ TEST_F(PointerQuestionsTest, WhatAnotherHostHasJustAskedIsNotAskedOnceMore) {
   EXPECT_TRUE(gSent[0].is_ipv6);
   EXPECT_EQ(questions_due(Questions()), due + kSecond) << "it counts as asked";
   EXPECT_EQ(Ask(due + kSecond), 2U);
+}
+
+// --- Together
+
+TEST_F(PointerQuestionsTest, WhatBeginsTogetherIsAskedForTogether) {
+  PointerList& other = NewList("_lpr");
+  questions_begin(list_, kStart);
+  questions_begin(other, questions_due(Questions()) - 60'000);
+  for (int i = 0; i < 15; ++i) {
+    AskWhenDue();
+    ASSERT_EQ(gSent.size(), 2U) << "one over each protocol";
+    const std::optional<Query> query = read_query(gSent[0].bytes);
+    ASSERT_TRUE(query);
+    EXPECT_EQ(query->questions.size(), 2U);
+    EXPECT_EQ(questions_due(other.questions), questions_due(Questions()));
+  }
+}
+
+TEST_F(PointerQuestionsTest, WhatIsDueAtAnotherTimeIsNotAskedForWithIt) {
+  PointerList& other = NewList("_lpr");
+  questions_begin(list_, kStart);
+  questions_begin(other, kStart + kSecond);
+  AskWhenDue();
+  const std::optional<Query> query = read_query(gSent[0].bytes);
+  ASSERT_TRUE(query);
+  EXPECT_EQ(query->questions.size(), 1U);
+  EXPECT_GE(questions_due(other.questions), kStart + kSecond + 20'000);
+}
+
+TEST_F(PointerQuestionsTest, WhatNobodyFollowsIsNotAskedFor) {
+  questions_begin(list_, kStart);
+  list_.followers.clear();
+  EXPECT_EQ(Ask(kStart + kSecond), 0U);
+}
+
+TEST_F(PointerQuestionsTest, WhatOneHostHasAskedIsLeftOutOfTheOthersQuestion) {
+  PointerList& other = NewList("_lpr");
+  questions_begin(list_, kStart);
+  questions_begin(other, kStart);
+  Note(questions_due(Questions()));
+  AskWhenDue();
+  for (const Sent& sent : gSent) {
+    const std::optional<Query> query = read_query(sent.bytes);
+    ASSERT_TRUE(query);
+    EXPECT_EQ(query->questions.size(), sent.is_ipv6 ? 2U : 1U);
+  }
+}
+
+TEST_F(PointerQuestionsTest, WhatIsKnownStandsBehindAllQuestions) {
+  PointerList& other = NewList("_lpr");
+  questions_begin(list_, kStart);
+  questions_begin(other, kStart);
+  const std::int64_t now = questions_due(Questions());
+  Knows("a", 4500, now);
+  other.pointers[0]["b"] = Pointer{"b._lpr._tcp.local", 4500, now, now + 4500 * kSecond, 0, 0};
+  Ask(now);
+  const std::optional<Query> query = read_query(gSent.front().bytes);
+  ASSERT_TRUE(query);
+  EXPECT_EQ(query->questions.size(), 2U);
+  std::set<std::string> known;
+  for (const Known& one : query->known) {
+    known.insert(one.target);
+  }
+  EXPECT_EQ(known, (std::set<std::string>{"a._ipp._tcp.local", "b._lpr._tcp.local"}));
+}
+
+TEST_F(PointerQuestionsTest, AsManyPacketsAreSentAsTheQuestionsNeed) {
+  constexpr std::size_t kMany = 200;
+  questions_begin(list_, kStart);
+  std::set<std::string> names{"_ipp._tcp.local"};
+  for (std::size_t number = 1; number < kMany; ++number) {
+    PointerList& list = NewList("_type-" + std::to_string(number));
+    questions_begin(list, kStart);
+    names.insert(name_to_avahi(list.name));
+  }
+  server_.sockets[kIpv6] = -1;
+  EXPECT_GT(Ask(questions_due(Questions())), 1U);
+  EXPECT_LT(gSent.size(), 5U);
+  for (const Sent& sent : gSent) {
+    EXPECT_LE(sent.bytes.size(), 1440U);
+    const std::optional<Query> query = read_query(sent.bytes);
+    ASSERT_TRUE(query);
+    EXPECT_EQ(query->head.flags, 0);
+    for (const Question& question : query->questions) {
+      EXPECT_EQ(names.erase(name_to_avahi(question.name)), 1U);
+    }
+  }
+  EXPECT_TRUE(names.empty());
 }
 
 // --- Growing old
@@ -301,7 +403,7 @@ TEST_F(PointerQuestionsTest, ARecordIsNotDueAfterItsEnd) {
 // --- With what
 
 TEST_F(PointerQuestionsTest, AQuestionIsAPlainOneForTheName) {
-  questions_begin(Questions(), kStart);
+  questions_begin(list_, kStart);
   AskWhenDue();
   ASSERT_EQ(gSent.size(), 2U);
   EXPECT_NE(gSent[0].is_ipv6, gSent[1].is_ipv6);
@@ -318,7 +420,7 @@ TEST_F(PointerQuestionsTest, AQuestionIsAPlainOneForTheName) {
 }
 
 TEST_F(PointerQuestionsTest, ItSaysWhatIsKnownForMoreThanHalfOfItsLifetimeYet) {
-  questions_begin(Questions(), kStart);
+  questions_begin(list_, kStart);
   const std::int64_t now = questions_due(Questions());
   Knows("new", 4500, now - 100 * kSecond);
   Knows("old", 4500, now - 2251 * kSecond);
@@ -336,7 +438,7 @@ TEST_F(PointerQuestionsTest, ItSaysWhatIsKnownForMoreThanHalfOfItsLifetimeYet) {
 
 TEST_F(PointerQuestionsTest, WhatOnePacketDoesNotHoldFollowsInOthers) {
   constexpr std::size_t kMany = 1000;
-  questions_begin(Questions(), kStart);
+  questions_begin(list_, kStart);
   const std::int64_t now = questions_due(Questions());
   for (std::size_t number = 0; number < kMany; ++number) {
     Knows("a-printer-of-the-office-" + std::to_string(number), 4500, now);
@@ -358,7 +460,7 @@ TEST_F(PointerQuestionsTest, WhatOnePacketDoesNotHoldFollowsInOthers) {
 }
 
 TEST_F(PointerQuestionsTest, AFloodOfInventedRecordsMakesNoEndlessQuestion) {
-  questions_begin(Questions(), kStart);
+  questions_begin(list_, kStart);
   const std::int64_t now = questions_due(Questions());
   for (int number = 0; number < 4000; ++number) {
     Knows(std::to_string(10'000 + number) + std::string(58, 'x'), 4500, now);
