@@ -14,13 +14,16 @@ import time
 
 import pytest
 from crowd import Crowd, Watcher, build_directory, gateway_addresses
-from testbed import Daemon, Network, rule, rules_list, wait_until
+from testbed import Daemon, Network, mdnsproxy_path, rule, rules_list, wait_until
 
 FEW, MANY = 300, 1200
-TIMES_AT_MOST = 8  # measured: 3.9
+TIMES_AT_MOST = 6  # measured: 3.9, also beside six busy processes
 # Comparisons for each of the many; measured: 3,000 with them, 4,600 without what withheld.h says of answers, 7,300 without pointers.h as
 # well, 22,200 without any.
-EACH_AT_MOST = 12_000
+EACH_AT_MOST = 6_000
+# With the sanitizers the daemon has no rest while the many come: what Avahi probes for waits its turn and piles up. Measured: 8,100
+# to 11,500, beside other work; the few are not enough for that, so that their ratio tells nothing.
+SANITIZED_EACH_AT_MOST = 20_000
 PATIENCE = 90  # seconds
 CALM = 3  # seconds: in which as good as nothing is compared any more
 
@@ -51,6 +54,10 @@ class Counted:
         wait_until(is_calm, PATIENCE, "an end of the comparisons")
 
 
+def is_sanitized():
+    return b"__asan_init" in mdnsproxy_path().read_bytes()
+
+
 @pytest.fixture(name="cost_of")
 def make_cost_of():
     def cost_of(count):
@@ -72,5 +79,8 @@ def test_the_work_does_not_grow_with_the_square_of_the_crowd(cost_of):
     few, many = cost_of(FEW), cost_of(MANY)
     print(f"{few} comparisons for {FEW} services, {many} for {MANY}")
     assert few > FEW, "the comparisons are not counted"
+    if is_sanitized():
+        assert many < SANITIZED_EACH_AT_MOST * MANY
+        return
     assert many < EACH_AT_MOST * MANY, f"{many} comparisons for {MANY} services"
     assert many < TIMES_AT_MOST * few, f"{few} comparisons for {FEW} services, {many} for {MANY}: {many / few:.1f} times"
