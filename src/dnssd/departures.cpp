@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Lifecycle of a departure: a goodbye for a present instance makes it (waiting); a live record in time ends it; else it is
-// told to the browse, and stays until its lookup has noticed too. A live record in that time brings the instance back, but only once what was cached of its former life is gone. What is missed may have been
-// such a record, and counts as one for every departure: then it is the lookup's word that holds.
+// told to the browse, and stays until its lookup has noticed too. A live record in that time brings the instance back, but only
+// once what was cached of its former life is gone. What is missed may have been such a record, and counts as one for every
+// departure: then it is the lookup's word that holds.
 // The ear listens from the first browse on its interface to the last one.
 #include "dnssd/departures.h"
 

@@ -2,10 +2,10 @@
 // Hears the goodbyes of browsed instances itself.
 //
 // A lookup keeps a pointer for the second that RFC 6762 section 10.1 leaves for others to rescue it: a caller that then withdraws the
-// instance on another link is always more than a second late. So each interface that is browsed has an ear beside (group_ear.h), and an instance whose goodbye nobody contradicts
-// for three quarters of a second is reported gone then. One that turns up again afterwards, while the lookup still takes it for
-// present, is reported found again. A goodbye that the ear misses is
-// reported when the lookup has noticed it.
+// instance on another link is always more than a second late. So each interface that is browsed has an ear beside (group_ear.h), and
+// an instance whose goodbye nobody contradicts for three quarters of a second is reported gone then. One that turns up again
+// afterwards, while the lookup still takes it for present, is reported found again. A goodbye that the ear misses is reported when the
+// lookup has noticed it.
 #pragma once
 
 #include <map>

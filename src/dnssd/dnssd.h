@@ -51,10 +51,10 @@
 // Reading order: api_lookup.cpp and api_publish.cpp (each dns_sd.h function: what is checked, which operation starts),
 // this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then browse.cpp with departures.h, resolve.cpp,
 // query.cpp with answers.h, and under all three lookups.h with told_records.h and rests.h, and for pointers pointers.h with
-// pointer_questions.h, pointer_hearing.cpp and pointer_records.h; register.cpp and records.cpp with publications.cpp, pacing.h, announcer.h, message.cpp,
-// long_names.h, crowd.h, crowd_answers.h and own_records.h; last the ground: server.cpp, gate.h with repeats.h and withheld.h,
-// key_equal.h, group_ear.h, links.h, poll.cpp, wall_clock.h, signals.cpp, senders.h, multicast.h, message_reader.h,
-// canonical_record.h, names.cpp, service_names.cpp.
+// pointer_questions.h, pointer_hearing.cpp and pointer_records.h; register.cpp and records.cpp with publications.cpp, pacing.h,
+// announcer.h, message.cpp, long_names.h, crowd.h, crowd_answers.h and own_records.h; last the ground: server.cpp, gate.h
+// with repeats.h and withheld.h, key_equal.h, group_ear.h, links.h, poll.cpp, wall_clock.h, signals.cpp, senders.h, multicast.h,
+// message_reader.h, canonical_record.h, names.cpp, service_names.cpp.
 #pragma once
 
 #include <avahi-core/lookup.h>

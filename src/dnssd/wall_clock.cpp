@@ -10,7 +10,8 @@
 namespace dnssd {
 namespace {
 
-// Less than this is no matter: probes are then late, and records expire, by that much. It is also far more than the time between two readings.
+// Less than this is no matter: probes are then late, and records expire, by that much. It is also far more than the time between
+// two readings.
 constexpr std::int64_t kTolerated = 200'000;  // microseconds
 
 constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
