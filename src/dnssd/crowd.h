@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What a server listens to: the savings without which two thousand services cost many times what they should. Avahi holds each
-// question of type ANY, which is what probes are (RFC 6762 section 8.1), against every record that it has published or remembers,
-// and each record that it hears against all those of the last half second.
+// question of type ANY, which is what probes are (RFC 6762 section 8.1), against every record that it has published or remembers.
 //
 //   - Where nothing is published, neither probes nor this machine's own questions are listened to: there is no name to
 //     defend, and nothing to answer with.

@@ -10,7 +10,6 @@
 #include <optional>
 #include <span>
 
-#include "dnssd/dnssd.h"
 #include "dnssd/message_reader.h"
 #include "dnssd/senders.h"
 #include "dnssd/server.h"
@@ -129,7 +128,7 @@ void note_pointers(const Gate& gate, const Datagram& next) {
   }
 }
 
-// Passes the next datagram on to Avahi, or by it. False when there is none that may be taken now.
+// Passes the next datagram on to Avahi, or by it. False when there is none.
 bool take(Gate& gate, AvahiWatch* watch, int fd) {
   Buffer buffer;
   Envelope envelope;
@@ -151,8 +150,7 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
     throw_away(fd, 1);
     return true;
   }
-  const double records = claimed_records(next->bytes);
-  gate.allowance.left -= records;
+  gate.allowance.left -= claimed_records(next->bytes);
   if (heard.is_repeat || is_answered_otherwise(gate, *next)) {
     throw_away(fd, 1);
     return true;

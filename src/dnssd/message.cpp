@@ -119,7 +119,8 @@ bool message_add(Message& message, AvahiRecord& record, std::uint32_t ttl, bool 
   const std::size_t size_before = message.bytes.size();
   std::vector<std::string> added;
   put_record(message, record, ttl, is_unique, added);
-  if (message.bytes.size() > (message.answers == 0 ? kMessageBytesMax : kFrameBytes)) {
+  const bool is_alone = message.answers == 0 && message.questions == 0;
+  if (message.bytes.size() > (is_alone ? kMessageBytesMax : kFrameBytes)) {
     cut(message, size_before, added);
     return false;
   }

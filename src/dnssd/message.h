@@ -33,7 +33,7 @@ bool message_ask(Message& message, const Name& name, std::uint16_t rrtype);
 void message_continues(Message& message);
 
 // Appends `record` with `ttl` (0: a goodbye) and, for one that is unique on the link, the cache-flush bit. False, and the
-// message is as it was, when it would grow beyond one frame; a message without answers takes any record that fits into the
+// message is as it was, when it would grow beyond one frame; a message with nothing in it takes any record that fits into the
 // 9000 bytes of RFC 6762 section 17.
 bool message_add(Message& message, AvahiRecord& record, std::uint32_t ttl, bool is_unique);
 

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
+#include <vector>
 
 #include "dnssd/message_reader.h"
 #include "dnssd/pointer_records.h"
@@ -83,6 +85,25 @@ std::optional<std::string> target_at(std::span<const std::uint8_t> message, std:
   return text && avahi_is_valid_domain_name(text->c_str()) != 0 ? std::move(text) : std::nullopt;
 }
 
+// The lists of whose pointers the next `count` records say some, with repeats. Nothing when they are malformed.
+std::optional<std::vector<const PointerList*>> lists_said_of(const Server& server, MessageReader& reader, unsigned count) {
+  std::vector<const PointerList*> lists;
+  for (unsigned i = 0; i < count; ++i) {
+    const std::size_t owner_at = reader.at;
+    const std::optional<RecordHead> head = pass_record_head(reader);
+    if (!head) {
+      return std::nullopt;
+    }
+    reader.at += head->length;
+    const std::optional<Name> owner = head->rrtype == AVAHI_DNS_TYPE_PTR ? name_at(reader.message, owner_at) : std::nullopt;
+    const PointerList* list = owner ? find_list(server, *owner) : nullptr;
+    if (list != nullptr) {
+      lists.push_back(list);
+    }
+  }
+  return lists;
+}
+
 }  // namespace
 
 void pointers_heard(Server& server, AvahiProtocol protocol, std::span<const std::uint8_t> message) {
@@ -112,18 +133,26 @@ void pointers_heard(Server& server, AvahiProtocol protocol, std::span<const std:
 void pointers_asked(Server& server, AvahiProtocol protocol, std::span<const std::uint8_t> message) {
   MessageReader reader{message};
   const std::optional<MessageHead> head = read_message_head(reader);
-  // RFC 6762 sections 18.3 and 18.11: others are not heeded by anybody.
-  if (server.pointers.empty() || !head || (head->flags & (kResponseBit | kOpcodeAndRcodeBits)) != 0) {
+  // RFC 6762 sections 18.3 and 18.11: others are not heeded by anybody. And of one that goes on elsewhere nobody can tell what is
+  // left out of the answers.
+  if (server.pointers.empty() || !head || (head->flags & (kResponseBit | kOpcodeAndRcodeBits | kTruncatedBit)) != 0) {
     return;
   }
+  std::vector<std::pair<PointerList*, Question>> asked;
   for (unsigned i = 0; i < head->questions; ++i) {
-    const std::optional<Question> question = read_question(reader);
-    PointerList* list = question ? find_list(server, question->name) : nullptr;
+    std::optional<Question> question = read_question(reader);
     if (!question) {
       return;
     }
+    PointerList* list = find_list(server, question->name);
     if (list != nullptr) {
-      questions_note(list->questions, protocol, *head, *question, monotonic_now());
+      asked.emplace_back(list, std::move(*question));
+    }
+  }
+  const auto left_out = lists_said_of(server, reader, head->answers);
+  for (const auto& [list, question] : asked) {
+    if (left_out && std::ranges::find(*left_out, list) == left_out->end()) {
+      questions_note(list->questions, protocol, question, monotonic_now());
       pointers_set_timer(*list);
     }
   }

@@ -40,7 +40,7 @@ constexpr unsigned kUnanswered = 4;
 constexpr std::int64_t kAnswersWithin = 10 * kSecond;
 constexpr std::int64_t kTogether = 60 * kSecond;  // what is further apart does not count together
 
-// Packets that say what is known already. Twice what two thousand services of usual names take; of more, somebody makes them up, and
+// Packets that say what is known already of one name. Twice what two thousand services of usual names take; of more, somebody makes them up, and
 // what is left unsaid is answered.
 constexpr unsigned kKnownPacketsMax = 128;
 
@@ -128,11 +128,13 @@ bool is_just_asked(const PointerQuestions& questions, AvahiProtocol protocol, st
   return asked_at != 0 && now - asked_at < kJustAsked;
 }
 
-// A random moment, that of another list's question if there is one: from then on both are due at the same times.
+bool is_beginning(const PointerList& list) { return pointers_are_followed(list) && list.questions.interval == kFirstInterval; }
+
+// A random moment, that of another list's first question if there is one: from then on both are due at the same times.
 std::int64_t first_moment(const PointerList& list, std::int64_t now) {
   for (const auto& [name, other] : list.server->pointers) {
-    const std::int64_t due = questions_due(other->questions);
-    if (other.get() != &list && due >= now + kJitterMin && due < now + kJitterMin + kJitterSpread) {
+    const std::int64_t due = other->questions.next_at;
+    if (other.get() != &list && is_beginning(*other) && due > now && due < now + kJitterMin + kJitterSpread) {
       return due;
     }
   }
@@ -189,10 +191,8 @@ std::int64_t pointer_due(const Pointer& pointer) {
   return std::min(pointer.heard_at + pointer.ttl * kSecond / 10'000 * part, pointer.ends_at);
 }
 
-void questions_note(PointerQuestions& questions, AvahiProtocol protocol, const MessageHead& head, const Question& question,
-                    std::int64_t now) {
-  const bool leaves_something_out = head.answers > 0 || (head.flags & kTruncatedBit) != 0;
-  if (question.rrtype != AVAHI_DNS_TYPE_PTR || question.rrclass != AVAHI_DNS_CLASS_IN || leaves_something_out) {
+void questions_note(PointerQuestions& questions, AvahiProtocol protocol, const Question& question, std::int64_t now) {
+  if (question.rrtype != AVAHI_DNS_TYPE_PTR || question.rrclass != AVAHI_DNS_CLASS_IN) {
     return;
   }
   AskedByOthers& others = questions.others[static_cast<std::size_t>(protocol)];

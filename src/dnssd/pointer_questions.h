@@ -4,7 +4,8 @@
 //   - At first after a random moment, then after one second, two, four, and so on up to an hour (RFC 6762 section 5.2), with what
 //     is known already (section 7.1), in several packets where one does not hold it (section 7.2).
 //   - Again when four fifths of a record's lifetime are over, and at 85, 90 and 95 hundredths of it if nobody answers.
-//   - In one packet for all names whose questions are due; those that begin at about the same time stay together.
+//   - In one packet for all names whose questions are due; those that begin at about the same time stay together. (Where one of them
+//     is a crowd's, the others' answers then wait for what is known of it, half a second, but only after the first question.)
 //   - Not where another host has just asked the same of everybody (section 7.3).
 //   - What stays away although others ask for it again and again is given up (section 10.5).
 #pragma once
@@ -16,7 +17,6 @@
 
 namespace dnssd {
 
-struct MessageHead;
 struct Pointer;
 struct PointerList;
 struct Question;
@@ -58,8 +58,7 @@ void questions_want(PointerQuestions& questions, AvahiProtocol protocol, std::in
 // When a record that was asked for so many times is due again, or its end.
 std::int64_t pointer_due(const Pointer& pointer);
 
-// Notes a question for the list's name, in a query that begins with `head`.
-void questions_note(PointerQuestions& questions, AvahiProtocol protocol, const MessageHead& head, const Question& question,
-                    std::int64_t now);
+// Notes a question of others for the list's name, of whose answers it leaves out nothing.
+void questions_note(PointerQuestions& questions, AvahiProtocol protocol, const Question& question, std::int64_t now);
 
 }  // namespace dnssd

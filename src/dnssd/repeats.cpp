@@ -115,7 +115,7 @@ void put(SaidTable& table, std::uint64_t key, std::uint64_t what, std::int64_t a
   }
   SaidTable::Said& place = place_of(table.places, key_in_table(key));
   table.count += place.key == 0 ? 1 : 0;
-  place = {key_in_table(key), static_cast<std::uint32_t>(what), static_cast<std::int32_t>(at - table.begun_at)};
+  place = {key_in_table(key), static_cast<std::uint32_t>(what), static_cast<std::uint32_t>(at - table.begun_at)};
 }
 
 struct LastSaid {

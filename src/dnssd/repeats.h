@@ -28,9 +28,9 @@ namespace dnssd {
 // where its key belongs: two thousand services say twelve thousand things on each socket.
 struct SaidTable {
   struct Said {
-    std::uint64_t key = 0;   // 0: the place is free
-    std::uint32_t what = 0;  // hash of data and lifetime, cut
-    std::int32_t after = 0;  // when it was said first: microseconds since `begun_at`
+    std::uint64_t key = 0;    // 0: the place is free
+    std::uint32_t what = 0;   // hash of data and lifetime, cut
+    std::uint32_t after = 0;  // when it was said first: microseconds since `begun_at`
   };
   std::vector<Said> places;   // none, or as many as a power of two
   std::size_t count = 0;      // entries, at most three quarters of the places

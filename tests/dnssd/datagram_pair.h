@@ -14,10 +14,11 @@
 #include <string>
 #include <string_view>
 
+#include "dnssd/multicast.h"
+
 namespace dnssd {
 
-// RFC 6762 section 11; the address is one of the loopback's that nobody else uses.
-inline constexpr std::uint16_t kMulticastDnsPort = 5353;
+// One of the loopback's addresses that nobody else uses.
 inline constexpr std::uint32_t kResponderAddress = INADDR_LOOPBACK + 0x0509;
 
 // For the kernel to deliver what was sent, which it leaves to a thread of its own when it is busy.

@@ -560,12 +560,20 @@ TEST_F(PointersTest, WhatNobodyHasToAnswerIsNoQuestion) {
   Ask(header(0, 1, 0) + question(kType, kPtr, kIn | kUnicastWanted));
   Ask(header(0, 1, 0) + question(kType, kPtr, kChaos));
   Ask(header(0, 1, 1) + question(kType) + pointer(kType, "a", 4500));
+  Ask(header(0, 1, 2) + question(kType) + pointer(kOtherType, "a", 4500) + pointer(kTypeInCapitals, "a", 4500));
   Ask(header(kTruncated, 1, 0) + question(kType));
   Ask(header(kResponse, 1, 0) + question(kType));
   Ask(header(0x2800, 1, 0) + question(kType));  // an update
   Ask(header(0x0001, 1, 0) + question(kType));  // with an error code
   EXPECT_EQ(Others().count, 0U);
   EXPECT_EQ(Others().asked_at, 0);
+}
+
+TEST_F(PointersTest, WhatIsKnownOfAnotherNameLeavesOutNothing) {
+  Follower follower(server_);
+  FollowAndBeTold(follower);
+  Ask(header(0, 2, 1) + question(kOtherType) + question(kType) + pointer(kOtherType, "a", 4500));
+  EXPECT_EQ(Others().count, 1U);
 }
 
 TEST_F(PointersTest, WhatIsAskedForFourTimesAndNotHeardIsGivenUp) {

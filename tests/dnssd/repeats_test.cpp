@@ -250,14 +250,6 @@ TEST_F(RepeatsTest, EachOfThousandsIsRemembered) {
   EXPECT_EQ(repeats_.recent.count, 4096U);
 }
 
-TEST_F(RepeatsTest, WhatSeemsToComeFromLongAgoIsNotRememberedAsNew) {
-  constexpr std::int64_t kDay = 86'400 * kSecond;
-  EXPECT_FALSE(IsRepeat(response(address(1), 1), 2 * kDay));
-  EXPECT_FALSE(IsRepeat(response(address(2), 1), 0)) << "the wall clock was set meanwhile";
-  EXPECT_FALSE(IsRepeat(response(address(2), 1), 2 * kDay));
-  EXPECT_TRUE(IsRepeat(response(address(2), 1), 2 * kDay + kSecond));
-}
-
 TEST_F(RepeatsTest, ForgettingKeepsNoMemory) {
   EXPECT_FALSE(IsRepeat(response(address(1), 1), 10 * kSecond));
   EXPECT_FALSE(IsRepeat(response(address(2), 1), 25 * kSecond));

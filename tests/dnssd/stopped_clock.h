@@ -9,7 +9,7 @@
 namespace dnssd {
 
 // As long as there is one, the wall clock and the monotonic one stand still for the objects of this program. The kernel goes by its own:
-// what it stamps seems to come from the future, and its timers do not fire in this time.
+// its timers do not fire in this time.
 class StoppedClock {
  public:
   StoppedClock();
