@@ -21,6 +21,9 @@
 //   responders of the machine, avahi-daemon among them, run on undisturbed. Nothing of the machine's own is published.
 //   The domain is "local" (null, "local" and "local." mean it); others are kDNSServiceErr_Unsupported.
 //
+//   Aliases. CNAME records of others are neither followed nor reported, nor is a unique record in the same response, until it is
+//   said without one.
+//
 //   Callbacks. Replies are delivered from DNSServiceProcessResult only, after Avahi's code has returned. Any operation,
 //   the callback's own included, or a whole connection may be released in one, and exit() may be called; nothing is
 //   delivered for a released operation. DNSServiceProcessResult itself may not be called there (kDNSServiceErr_BadState).

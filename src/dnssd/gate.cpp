@@ -32,10 +32,11 @@ using Buffer = std::array<std::uint8_t, kMessageMax>;
 
 struct Datagram {
   std::span<const std::uint8_t> bytes;  // cut when it is too long to be a message
-  bool is_to_group = true;              // not to this machine alone
-  bool may_be_response = false;         // comes from the port of multicast DNS; from another one Avahi believes nothing
-  const sockaddr* sender = nullptr;     // in its envelope
-  std::optional<MessageHead> head;      // nothing when it is too short for one
+  bool is_cut = false;
+  bool is_to_group = true;           // not to this machine alone
+  bool may_be_response = false;      // comes from the port of multicast DNS; from another one Avahi believes nothing
+  const sockaddr* sender = nullptr;  // in its envelope
+  std::optional<MessageHead> head;   // nothing when it is too short for one
 };
 
 // False only when the kernel tells that the datagram was sent to an address of this machine; Avahi has asked it to tell.
@@ -63,7 +64,9 @@ std::optional<Datagram> look_at_next(int fd, Buffer& buffer, Envelope& envelope)
   }
   const sockaddr& sender = sender_of(envelope);
   MessageReader reader{*bytes};
-  return Datagram{*bytes, is_to_group(envelope.header), is_from_multicast_dns(sender), &sender, read_message_head(reader)};
+  const bool is_cut = (envelope.header.msg_flags & MSG_TRUNC) != 0;
+  return Datagram{
+      *bytes, is_cut, is_to_group(envelope.header), is_from_multicast_dns(sender), &sender, read_message_head(reader)};
 }
 
 // Whether Avahi may have an answer to it in store from now on. Probes, which alone have authorities (RFC 6762 section 8.2), it
@@ -73,6 +76,13 @@ bool is_question(const Datagram& next) {
 }
 
 bool is_response(const Datagram& next) { return next.head && (next.head->flags & kResponseBit) != 0; }
+
+// Avahi follows aliases from one to the next, each by a call within the last, without an end where they lead round in a circle or to
+// themselves: any host could end the process. No host name that a service is announced with may be an alias (RFC 2782), and nothing
+// else is looked up. Of a message that is too long Avahi reads more than is seen here.
+bool may_hold_alias(const Datagram& next) {
+  return is_response(next) && (next.is_cut || holds_record(next.bytes, AVAHI_DNS_TYPE_CNAME));
+}
 
 void throw_away(int fd, int packets) {
   char byte = 0;
@@ -116,11 +126,11 @@ void hand_to_avahi(const Gate& gate, const Datagram& next, AvahiWatch* watch, in
 // Nothing is ever asked for by unicast: what comes by it answers nothing (RFC 6762 section 11 would have its sender's address
 // checked as well).
 void note_pointers(const Gate& gate, const Datagram& next) {
-  Server& server = *gate.server;
-  const AvahiProtocol protocol = &gate == &server.gates[AVAHI_PROTO_INET] ? AVAHI_PROTO_INET : AVAHI_PROTO_INET6;
-  if (server.pointers.empty() || !next.may_be_response || !next.is_to_group) {
+  if (gate.server == nullptr || gate.server->pointers.empty() || !next.may_be_response || !next.is_to_group) {
     return;
   }
+  Server& server = *gate.server;
+  const AvahiProtocol protocol = &gate == &server.gates[AVAHI_PROTO_INET] ? AVAHI_PROTO_INET : AVAHI_PROTO_INET6;
   if (is_response(next)) {
     pointers_heard(server, protocol, next.bytes);
   } else if (is_question(next) && !server.addresses.contains(address_bytes(*next.sender))) {
@@ -135,6 +145,12 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
   const std::optional<Datagram> next = look_at_next(fd, buffer, envelope);
   if (!next) {
     return false;
+  }
+  if (may_hold_alias(*next)) {
+    gate.allowance.left -= claimed_records(next->bytes);
+    throw_away(fd, 1);
+    note_pointers(gate, *next);
+    return true;
   }
   Heard heard;
   if (!gate.is_publishing && next->may_be_response) {
@@ -159,8 +175,8 @@ bool take(Gate& gate, AvahiWatch* watch, int fd) {
     gate.asked_at = monotonic_now();
   }
   hand_to_avahi(gate, *next, watch, fd);
+  note_pointers(gate, *next);
   if (gate.server != nullptr) {
-    note_pointers(gate, *next);
     lookups_heard(*gate.server, gate.repeats, heard.keys);
   }
   return true;

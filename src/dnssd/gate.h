@@ -4,6 +4,7 @@
 //
 //   - Each socket has an allowance of records: beyond it, packets are read and thrown away before Avahi sees them. What is
 //     lost so is asked for again, by the rules for packets that the network loses. Repeats count too: they have to be read.
+//   - Responses that hold an alias (a CNAME record) go no further, nor do those that are too long to be looked through.
 //   - Where nothing is published, what only repeats what was just heard goes no further (repeats.h), and of the rest Avahi notes
 //     no more than it needs (withheld.h).
 #pragma once

@@ -62,6 +62,22 @@ bool walk_name(MessageReader& reader, Take take) {
   return false;
 }
 
+// Moves behind what stands at the reader's place of a name: up to its zero, or its first pointer, wherever that points to.
+bool pass_labels(MessageReader& reader) {
+  while (reader.at < reader.message.size()) {
+    const std::uint8_t length = reader.message[reader.at];
+    if (length > kLabelMax) {
+      reader.at += 2;
+      return (length & kPointerBits) == kPointerBits;
+    }
+    reader.at += length + std::size_t{1};
+    if (length == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
 bool is_same_label(std::string_view one, std::string_view other) {
   const auto fold = [](char c) { return fold_case(c); };
   return std::ranges::equal(one, other, {}, fold, fold);
@@ -150,6 +166,30 @@ std::optional<RecordHead> read_record_head(MessageReader& reader) {
 
 std::optional<RecordHead> pass_record_head(MessageReader& reader) {
   return pass_name(reader) ? read_rest_of_head(reader, Name()) : std::nullopt;
+}
+
+bool holds_record(std::span<const std::uint8_t> message, std::uint16_t rrtype) {
+  MessageReader reader{message};
+  const std::optional<MessageHead> head = read_message_head(reader);
+  if (!head) {
+    return false;
+  }
+  for (unsigned left = head->questions; left > 0; --left) {
+    if (!pass_labels(reader) || !reader.number32()) {
+      return false;
+    }
+  }
+  for (unsigned left = unsigned{head->answers} + head->authorities + head->additionals; left > 0; --left) {
+    const std::optional<RecordHead> record = pass_labels(reader) ? read_rest_of_head(reader, Name()) : std::nullopt;
+    if (!record) {
+      return false;
+    }
+    if (record->rrtype == rrtype) {
+      return true;
+    }
+    reader.at += record->length;
+  }
+  return false;
 }
 
 double claimed_records(std::span<const std::uint8_t> message) {

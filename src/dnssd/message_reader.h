@@ -86,6 +86,10 @@ std::optional<RecordHead> read_record_head(MessageReader& reader);
 // The same, but for the owner, which is passed and left empty.
 std::optional<RecordHead> pass_record_head(MessageReader& reader);
 
+// Whether a record of that type is in any section of the message, or before the place where nobody could read on. Names are passed
+// over by their lengths alone, so that a name which is read differently elsewhere hides nothing behind it.
+bool holds_record(std::span<const std::uint8_t> message, std::uint16_t rrtype);
+
 // How much work a datagram makes: the questions and records that it claims to have, if they could fit, and one for itself.
 double claimed_records(std::span<const std::uint8_t> message);
 

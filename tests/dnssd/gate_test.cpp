@@ -23,6 +23,9 @@ std::string record(unsigned number) {
   return name + std::string("\0\1\x80\1\0\0\0\x78\0\4\x0a\0\0\1", 14);
 }
 
+// Says of a name that it is another one of itself.
+std::string alias() { return std::string("\1h\5local\0\0\5\x80\1\0\0\0\x78\0\2\xc0\x0c", 21); }
+
 // A response of one record that is like no other.
 std::string response(unsigned number) { return std::string("\0\0\x84\0\0\0\0\1\0\0\0\0", 12) + record(number); }
 
@@ -112,6 +115,42 @@ TEST_F(ListeningGate, WhatComesFromAnotherPortMakesNoRepeats) {
   socket_.SendFromStranger(response(1));
   RunWhatIsReady();
   EXPECT_EQ(taken_, 2U);
+}
+
+TEST_F(ListeningGate, AResponseWithAnAliasIsNotTakenInButCostsItsAllowance) {
+  const std::string header("\0\0\x84\0\0\0\0\1\0\0\0\1", 12);
+  for (const bool is_publishing : {false, true}) {
+    gate_set_publishing(gate_, is_publishing);
+    const double left = gate_.allowance.left;
+    Send(header + record(1) + alias());
+    RunWhatIsReady();
+    EXPECT_EQ(taken_, 0U);
+    EXPECT_EQ(gate_.allowance.left, left - 3);
+  }
+}
+
+TEST_F(ListeningGate, WhatIsSaidBesideAnAliasIsNewsWhenItIsSaidAgain) {
+  Send(std::string("\0\0\x84\0\0\0\0\1\0\0\0\1", 12) + record(1) + alias());
+  Send(response(1));
+  RunWhatIsReady();
+  EXPECT_EQ(taken_, 1U);
+}
+
+TEST_F(ListeningGate, AResponseOfTheGreatestLengthIsTakenInAndALongerOneIsNot) {
+  constexpr std::size_t kLongest = 9000;
+  const std::string longest = response(1) + std::string(kLongest - response(1).size(), '\0');
+  Send(longest);
+  RunWhatIsReady();
+  EXPECT_EQ(taken_, 1U);
+  Send(longest + '\0');
+  RunWhatIsReady();
+  EXPECT_EQ(taken_, 1U);
+}
+
+TEST_F(ListeningGate, AQuestionThatKnowsAnAliasIsTakenIn) {
+  Send(std::string("\0\0\0\0\0\0\0\1\0\0\0\0", 12) + alias());
+  RunWhatIsReady();
+  EXPECT_EQ(taken_, 1U);
 }
 
 }  // namespace

@@ -134,6 +134,41 @@ TEST(PassRecordHead, IsReadingItWithoutTheOwner) {
   }
 }
 
+// A response with so many records in its sections: those of `records`.
+std::string sections(char questions, char answers, char authorities, char additionals, const std::string& records) {
+  return "\0\0\x84\0"s + '\0' + questions + '\0' + answers + '\0' + authorities + '\0' + additionals + records;
+}
+
+constexpr std::uint16_t kCname = 5;
+const std::string kAddress = "\1h\5local\0\0\1\x80\1\0\0\0\x78\0\4\x0a\0\0\1"s;
+const std::string kAlias = "\1h\5local\0\0\5\x80\1\0\0\0\x78\0\2\xc0\x0c"s;
+
+TEST(HoldsRecord, FindsItInEachSection) {
+  EXPECT_TRUE(holds_record(bytes(sections(0, 1, 0, 0, kAlias)), kCname));
+  EXPECT_TRUE(holds_record(bytes(sections(0, 1, 1, 0, kAddress + kAlias)), kCname));
+  EXPECT_TRUE(holds_record(bytes(sections(0, 1, 1, 1, kAddress + kAddress + kAlias)), kCname));
+  EXPECT_TRUE(holds_record(bytes(sections(1, 1, 0, 0, "\1h\xc0\x0c\0\1\0\1"s + kAlias)), kCname));
+  EXPECT_FALSE(holds_record(bytes(sections(0, 1, 0, 0, kAddress)), kCname));
+  EXPECT_FALSE(holds_record(bytes(sections(1, 0, 0, 0, "\1h\5local\0\0\5\0\1"s)), kCname)) << "it is only asked for";
+}
+
+TEST(HoldsRecord, IsNotMisledByNames) {
+  for (const std::string& owner : {"\3a\0b\0"s, "\xc0\x0c"s, "\xff\xff"s, std::string(400, '\1') + '\0'}) {
+    const std::string odd = owner + "\0\1\0\1\0\0\0\x78\0\4\x0a\0\0\1"s;
+    EXPECT_TRUE(holds_record(bytes(sections(0, 2, 0, 0, odd + kAlias)), kCname)) << testing::PrintToString(owner);
+  }
+}
+
+TEST(HoldsRecord, EndsWhereNobodyCouldReadOn) {
+  const std::string two = sections(0, 2, 0, 0, kAddress + kAlias);
+  for (std::size_t length = 0; length < two.size(); ++length) {
+    EXPECT_FALSE(holds_record(bytes(two.substr(0, length)), kCname)) << length;
+  }
+  EXPECT_FALSE(holds_record(bytes(sections(0, 2, 0, 0, "\x40"s + kAddress + kAlias)), kCname)) << "a length of no kind";
+  EXPECT_FALSE(holds_record(bytes(sections(0, 1, 0, 0, kAddress + kAlias)), kCname)) << "behind the last record";
+  EXPECT_TRUE(holds_record(bytes(sections(0, 9, 9, 9, kAddress + kAlias)), kCname)) << "fewer than it claims to have";
+}
+
 TEST(ClaimedRecords, AreThoseInTheHeaderIfTheyCouldFit) {
   const std::string header = "\0\0\x84\0\0\1\0\2\0\3\0\4"s;
   EXPECT_EQ(claimed_records(bytes(header + std::string(110, 'x'))), 11);

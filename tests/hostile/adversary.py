@@ -169,6 +169,76 @@ def odd_lengths():
         yield response(record(at_host, dns.A, data, length=0xFFFF))
 
 
+CNAME, DNAME, OPT, NSEC, UNKNOWN = 5, 39, 41, 47, 65300
+
+
+def alias(name, target, ttl=dns.HOST_TTL):
+    """`name` is another name of `target`."""
+    return record(dns.encode_name(dns.labels(name)), CNAME, dns.encode_name(dns.labels(target)), ttl)
+
+
+def aliases(name):
+    """`name` is another name of itself; of a second one, which is another name of the first; of the first of a thousand, each of which
+    is another name of the next and the last of `name` again: many of them in a packet, and one."""
+    yield response(alias(name, name))
+    yield response(alias(name, name), *(record(dns.encode_name(dns.labels(name)), dns.A, b"\x0a\x01\0\x09") for _ in range(2)))
+    other = ("other", *dns.labels(name))
+    yield response(alias(name, other), alias(other, name))
+    yield response(alias(name, other))
+    yield response(alias(other, name))
+    row = [dns.labels(name), *(dns.labels((f"row-{number}", "local")) for number in range(1000)), dns.labels(name)]
+    links = [alias(one, next_one) for one, next_one in zip(row, row[1:])]
+    yield from (response(*links[at:at + 100]) for at in range(0, len(links), 100))
+    yield from (response(link) for link in reversed(links))
+
+
+def hidden_aliases(name):
+    """`name` is another name of itself, in places where a reader might pass over it: behind records that may be read in more than one
+    way, in each section, with wrong counts and flags, at the end of the longest message and beyond it, in odd classes."""
+    loop = alias(name, name)
+    itself = dns.encode_name(dns.labels(name))
+    forward = struct.pack("!H", 0xC000 | (HEADER.size + 2 + 10 + 4))  # to the owner of the record behind it
+    pointer_to_itself = struct.pack("!H", 0xC000 | HEADER.size)
+    for owner in (b"\x03a\0b\x05local\0", b"\x01\0\0", forward, pointer_to_itself, b"\xff\xff", b"\x02\xff\xfe\0", b"\0",
+                  (b"\x3f" + b"x" * 63) * 4 + b"\0", b"\x01y" * 127 + b"\0", b"\x01y" * 200 + b"\0"):
+        yield response(record(owner, dns.A, b"\x0a\x01\0\x09"), loop)
+    for kind, data in ((dns.SRV, b"\0" * 6 + itself), (dns.PTR, itself), (dns.TXT, b"\x01t"), (dns.A, b"\x0a\x01\0\x09")):
+        for length in (0, len(data) - 1, len(data) + 1, len(data) + len(loop)):
+            yield response(record(itself, kind, data, length=length), loop)
+    address = record(itself, dns.A, b"\x0a\x01\0\x09")
+    question = itself + struct.pack("!HH", dns.A, dns.CLASS_IN)
+    for counts, body in (((0, 1, 0, 1), address + loop), ((0, 1, 1, 0), address + loop), ((0, 1, 1, 1), address + address + loop),
+                         ((0, 0, 0, 1), loop), ((0, 0, 1, 0), loop), ((1, 1, 0, 0), question + loop), ((1, 0, 0, 1), question + loop),
+                         ((0, 0xFFFF, 0, 0), loop), ((0, 1, 0xFFFF, 0xFFFF), loop), ((0xFFFF, 1, 0, 0), loop)):
+        yield HEADER.pack(0, dns.RESPONSE, *counts) + body
+    for flags in (0x8000, 0x8600, 0x8180, 0xFFFF, 0):
+        yield HEADER.pack(0, flags, 0, 1, 0, 0) + loop
+    for room in (8999, 9000, 9001, 9040, 9200):
+        filling = record(b"\0", UNKNOWN, b"x" * (room - HEADER.size - 11 - len(loop)))
+        yield response(filling, loop)
+    for class_of in (0x0001, 0x8001, 0x00FF, 0x80FF, 0x0003):
+        yield response(itself + struct.pack("!HHIH", CNAME, class_of, dns.HOST_TTL, len(itself)) + itself)
+
+
+def odd_types(name):
+    """Records of types that nobody asks for: whole, without data, with data cut short, with names that run out of the data."""
+    itself = dns.encode_name(dns.labels(name))
+    whole = {CNAME: itself, DNAME: itself, OPT: b"\0\x04\0\x0e\0\0" + b"\x02\0\0\0\0\x01" * 2 + b"\0" * 4,
+             NSEC: itself + b"\0\x04\x40\0\0\x08", UNKNOWN: bytes(range(256)), 0: b"", 0xFFFF: b"\xff"}
+    for kind, data in whole.items():
+        yield response(record(itself, kind, data))
+        yield response(record(b"\0", kind, data))
+        yield from (response(record(itself, kind, data[:length])) for length in range(min(len(data), 32)))
+        yield response(record(itself, kind, data, length=0xFFFF))
+        yield response(record(itself, kind, data), record(itself, kind, data), count=9)
+        for run_out in (b"\x3f", b"\x05abc", b"\x01a", b"\x01a\xc0", b"\xc0", b"\xc0\xff", b"\xff\xff", b"\x80\0", itself + b"\0",
+                        (b"\x3f" + b"x" * 63) * 4 + b"\0"):
+            yield response(record(itself, kind, run_out))
+            yield response(record(itself, kind, run_out), record(itself, dns.A, b"\x0a\x01\0\x09"))
+    for bits in (b"\0\0", b"\0\x21" + b"\xff" * 33, b"\0\xff\x01", b"\xff\x01\xff\0\x01\xff", b"\0\x20" + b"\xff" * 32):
+        yield response(record(itself, NSEC, itself + bits))
+
+
 def changing_addresses(target, count, odd=True):
     """A host that has another address every time, at times one that nobody has."""
     choices = ["0.0.0.0", "::", "169.254.1.1", "fe80::1", "255.255.255.255", "127.0.0.1", "::1", "224.0.0.251", "ff02::fb"]
