@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Multicast DNS messages that any host on the link hands to the DNS-SD library: all that reads them before Avahi or beside it.
 //
-// Claims: who passes over a name, a record or a question ends where who reads it does; a repeat is a message about
+// Claims: who passes over a name, a record or a question ends where who reads it does; who looks for a type of record finds each that
+// can be read; a repeat is a message about
 // something; what waits for an answer is taken from Avahi; own records say a message only if they are what is in it; of the
 // pointers that are kept each one comes and goes in turn, and who follows them knows what is there, within their bounds.
 
@@ -41,6 +42,24 @@ void read_and_pass(std::span<const std::uint8_t> message) {
   fuzz::claim(read_question(reads).has_value() == pass_question(passes), "a question is read or refused by both");
   reads = passes = {message, head_reader.at};
   fuzz::claim(read_record_head(reads).has_value() == pass_record_head(passes).has_value(), "a record is read or refused by both");
+}
+
+void look_for_every_record(std::span<const std::uint8_t> message) {
+  MessageReader reader{message};
+  const std::optional<MessageHead> head = read_message_head(reader);
+  unsigned questions = head ? head->questions : 0;
+  while (questions > 0 && pass_question(reader)) {
+    --questions;
+  }
+  if (!head || questions > 0)
+    return;
+  for (unsigned left = unsigned{head->answers} + head->authorities + head->additionals; left > 0; --left) {
+    const std::optional<RecordHead> record = pass_record_head(reader);
+    if (!record)
+      return;
+    fuzz::claim(holds_record(message, record->rrtype), "a message holds what can be read in it");
+    reader.at += record->length;
+  }
 }
 
 void find_pointers(std::span<const std::uint8_t> message) {
@@ -217,6 +236,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string bytes = input.long_bytes();
     const fuzz::Block block(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
     read_and_pass(block.bytes());
+    look_for_every_record(block.bytes());
     find_pointers(block.bytes());
     hear_twice(repeats, block.bytes(), at);
     ask_the_crowd(block.bytes(), is_to_all);
