@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+// Announcements, twice and a second apart, and goodbyes (RFC 6762 sections 8.3, 8.4 and 10.1).
+#pragma once
+
+#include "mdns/zone.h"
+
+namespace mdns {
+
+struct Writer;
+
+struct Announcer {
+  Heap<OwnedRecord, &OwnedRecord::announcement> due;
+  Heap<OwnedRecord, &OwnedRecord::announcement> goodbyes;  // records that nobody holds any more, and whose goodbye is due then
+};
+
+// Announces the record, now and again in a second.
+void announce(Link& link, OwnedRecord& record);
+
+// The same for data that takes the place of other data: soon, but ever later where a record changes all the time. `by`: when the other
+// data, not yet announced themselves, would have been; kNever: they have been.
+void announce_change(Link& link, OwnedRecord& record, Time by);
+
+void announcer_stop(Link& link, OwnedRecord& record);
+
+// The record has lost its last holder: it is freed when its goodbye has been written.
+void announcer_say_goodbye(Link& link, OwnedRecord& record);
+
+// Whether something is due, and the packet with as much of it as fits: goodbyes, or announcements.
+bool announcer_has_goodbyes(const Link& link);
+void announcer_write_goodbyes(Link& link, Writer& writer);
+bool announcer_is_due(const Link& link);
+void announcer_write(Link& link, Writer& writer);
+
+Time announcer_deadline(const Link& link);
+
+}  // namespace mdns

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+// Deadlines: a binary heap of records that each carry one, so that the earliest is known at once and any can be moved or taken out in
+// logarithmic time.
+#pragma once
+
+#include <cstdint>
+#include <utility>
+#include <vector>
+
+#include "mdns/types.h"
+
+namespace mdns {
+
+// Part of a record that can be due. Set through its heap only.
+struct Deadline {
+  Time at = kNever;  // kNever: it is in no heap
+  std::uint32_t place = 0;
+};
+
+// The records are owned elsewhere; one is taken out (heap_set to kNever) before it is freed.
+template <typename T, Deadline T::*deadline>
+struct Heap {
+  std::vector<T*> items;
+
+  Time next() const { return items.empty() ? kNever : (items.front()->*deadline).at; }
+
+  // The record that is due first; there must be one.
+  T* first() const { return items.front(); }
+
+  // Moves the record to another time, puts it in, or with kNever takes it out.
+  void set(T& item, Time at) {
+    Deadline& own = item.*deadline;
+    if (own.at == kNever) {
+      if (at == kNever) {
+        return;
+      }
+      own.place = static_cast<std::uint32_t>(items.size());
+      items.push_back(&item);
+    }
+    own.at = at;
+    if (at == kNever) {
+      remove(own.place);
+      return;
+    }
+    sink(rise(own.place));
+  }
+
+ private:
+  Time at(std::size_t place) const { return (items[place]->*deadline).at; }
+
+  void put(std::size_t place, T* item) {
+    items[place] = item;
+    (item->*deadline).place = static_cast<std::uint32_t>(place);
+  }
+
+  void swap(std::size_t a, std::size_t b) {
+    T* const item = items[a];
+    put(a, items[b]);
+    put(b, item);
+  }
+
+  std::size_t rise(std::size_t place) {
+    while (place > 0 && at(place) < at((place - 1) / 2)) {
+      swap(place, (place - 1) / 2);
+      place = (place - 1) / 2;
+    }
+    return place;
+  }
+
+  void sink(std::size_t place) {
+    for (;;) {
+      std::size_t least = 2 * place + 1;
+      if (least >= items.size()) {
+        return;
+      }
+      if (least + 1 < items.size() && at(least + 1) < at(least)) {
+        ++least;
+      }
+      if (at(place) <= at(least)) {
+        return;
+      }
+      swap(place, least);
+      place = least;
+    }
+  }
+
+  void remove(std::size_t place) {
+    T* const last = items.back();
+    items.pop_back();
+    if (place < items.size()) {
+      put(place, last);
+      sink(rise(place));
+    }
+  }
+};
+
+}  // namespace mdns

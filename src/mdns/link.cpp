@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: MIT
+#include "mdns/link.h"
+
+#include <algorithm>
+
+#include "mdns/reader.h"
+
+namespace mdns {
+namespace {
+
+void seed_hashes(Link& link) {
+  link.hash_seed = random_next(link.random);
+  link.names = NameTable(0, FoldedHash{link.hash_seed}, FoldedEqual{});
+  link.cache.entries = decltype(link.cache.entries)(0, EntryHash{link.hash_seed}, EntryEqual{});
+  link.zone.records = decltype(link.zone.records)(0, OwnedHash{link.hash_seed}, OwnedEqual{});
+  link.sources.by_endpoint = decltype(link.sources.by_endpoint)(0, EndpointHash{link.hash_seed});
+}
+
+void receive_record(Link& link, const Record& record, Protocols protocol, Source& source) {
+  prober_receive_record(link, record);
+  if (record.type == kTypeNsec) {
+    querier_receive_denial(link, record);
+    return;
+  }
+  responder_receive_record(link, record, protocol);
+  cache_receive(link, record, protocol, source);
+}
+
+// RFC 6762 sections 6 and 11: a response comes from port 5353. We ask for none by unicast: what is sent to this machine alone is not
+// believed. All of its sections count (section 18.1).
+void receive_response(Link& link, const Message& message, const Received& received, Source& source) {
+  if (received.source.port != kPort || !received.to_group) {
+    return;
+  }
+  for (const std::vector<Record>* section : {&message.answers, &message.authorities, &message.additionals}) {
+    for (const Record& record : *section) {
+      receive_record(link, record, received.source.protocol, source);
+    }
+  }
+}
+
+void receive_query(Link& link, const Message& message, const Received& received) {
+  // RFC 6762 sections 5.5 and 11. Whoever gets a reply of its own must be on the link, so that nobody has us send to somebody else.
+  const bool is_multicast = received.to_group && received.source.port == kPort;
+  if (!is_multicast && !received.is_local) {
+    return;
+  }
+  if (is_multicast) {
+    querier_receive(link, message, received.source.protocol);
+  }
+  prober_receive_probe(link, message);
+  responder_receive(link, message, received);
+}
+
+}  // namespace
+
+void LinkDeleter::operator()(Link* link) const {
+  querier_free(*link);
+  cache_free(*link);
+  zone_free(*link);
+  delete link;
+}
+
+LinkPtr link_new(std::uint64_t seed, Protocols protocols) {
+  LinkPtr link(new Link);
+  random_seed(link->random, seed);
+  link->protocols = protocols;
+  seed_hashes(*link);
+  return link;
+}
+
+void link_advance(Link& link, Time now) {
+  link.now = now;
+  if (link.is_closing) {
+    outbox_advance(link);
+    return;
+  }
+  cache_advance(link);
+  querier_advance(link);
+  prober_advance(link);
+  responder_advance(link);
+  sources_advance(link);
+  outbox_advance(link);
+}
+
+Time link_deadline(const Link& link) {
+  if (link.is_closing) {
+    return outbox_deadline(link);
+  }
+  return std::min({cache_deadline(link), querier_deadline(link), prober_deadline(link), responder_deadline(link),
+                   link.sources.idle.next(), outbox_deadline(link)});
+}
+
+void link_receive(Link& link, Time now, const Received& received) {
+  link.now = now;
+  ++link.received;
+  if (outbox_recognises(link, received.bytes, received.source.protocol)) {
+    return;
+  }
+  Source& source = source_get(link, received.source);
+  if (!source_allows(link, source, received.bytes.size())) {
+    ++link.ignored;
+    return;
+  }
+  const std::optional<Message> message = read_message(received.bytes);
+  if (!message) {
+    return;
+  }
+  if (message->is_response) {
+    receive_response(link, *message, received, source);
+  } else {
+    receive_query(link, *message, received);
+  }
+}
+
+std::vector<Datagram> link_take_datagrams(Link& link) { return std::exchange(link.outbox.ready, {}); }
+
+std::vector<Event> link_take_events(Link& link) { return std::exchange(link.events, {}); }
+
+void link_set_protocols(Link& link, Time now, Protocols protocols) {
+  link.now = now;
+  const Protocols before = std::exchange(link.protocols, protocols);
+  if (before & ~protocols) {
+    cache_keep_protocols(link, protocols);
+  }
+  if (protocols & ~before) {
+    zone_restart(link);
+    querier_restart(link);
+  }
+}
+
+void link_restart(Link& link, Time now, bool was_down) {
+  link.now = now;
+  if (was_down) {
+    cache_keep_protocols(link, kNoProtocol);
+  }
+  zone_restart(link);
+  querier_restart(link);
+}
+
+LinkCounts link_counts(const Link& link) {
+  LinkCounts counts;
+  counts.cached = link.cache.entries.size();
+  counts.questions = link.querier.questions;
+  counts.published = link.zone.records.size();
+  counts.names = link.names.size();
+  counts.sources = link.sources.by_endpoint.size();
+  counts.waiting = link.outbox.urgent.size();
+  counts.steps = link.steps;
+  counts.received = link.received;
+  counts.ignored = link.ignored;
+  counts.sent = link.sent;
+  return counts;
+}
+
+}  // namespace mdns

@@ -1,0 +1,171 @@
+// SPDX-License-Identifier: MIT
+// Multicast DNS (RFC 6762) for one link, as a state machine without input or output of its own.
+//
+// What the engine promises
+//
+//   Sans I/O. It makes no system call, reads no clock, draws no random number of its own and has no global state. Datagrams, calls and the
+//   time go in; datagrams to be sent, events and the next deadline come out. The same seed and the same calls give the same
+//   output, byte for byte.
+//
+//   One link. A Link stands for one interface: its cache, what is asked there and what is published there. Links know nothing of each other.
+//   IPv4 and IPv6 on a link share all of it: a record is the same record over either.
+//
+//   Bounded. Nothing that a datagram says costs more than its own length; memory is bounded for a link, for a name and for a
+//   source; no lifetime is longer than 75 minutes; packets go out at a bounded pace.
+//
+// How it is driven
+//
+//   Every call takes the time, which never goes back. After any calls, and whenever link_deadline has come: link_advance, then send what
+//   link_take_datagrams gives, in its order, and act upon what link_take_events gives. Calls may be made at any time between;
+//   none calls back. Names and rdata are plain wire format without compression (name.h, record.h).
+//
+// Reading order: this header; types.h, name.h, record.h, reader.h, writer.h, heap.h (the wire and the ground); link.h (the parts of a link and
+// how a datagram and a deadline run through them); cache.h and querier.h (what others say, and what is asked); zone.h, prober.h, announcer.h
+// and responder.h (what is published); outbox.h and sources.h (the pace of what goes out, and the allowance for what comes in).
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "mdns/record.h"
+#include "mdns/types.h"
+
+namespace mdns {
+
+struct Link;
+
+struct LinkDeleter {
+  void operator()(Link* link) const;
+};
+
+using LinkPtr = std::unique_ptr<Link, LinkDeleter>;
+
+// A link on which nothing is known, asked or published, over these protocols. `seed` decides its random delays: no two hosts of a
+// link should have the same.
+LinkPtr link_new(std::uint64_t seed, Protocols protocols);
+
+// --- Time
+
+// Does what is due.
+void link_advance(Link& link, Time now);
+
+// When link_advance is to be called next; kNever when nothing is planned. A time that is past: at once.
+Time link_deadline(const Link& link);
+
+// --- Datagrams
+
+struct Received {
+  Endpoint source;
+  bool to_group = true;  // sent to the multicast group, and not to this machine alone
+  bool is_local = true;  // the source is on the link, as far as its address tells (RFC 6762 section 11)
+  Bytes bytes;
+};
+
+// Takes in one datagram. Own ones that the system loops back are recognised and ignored.
+void link_receive(Link& link, Time now, const Received& received);
+
+struct Datagram {
+  Protocols protocols = kNoProtocol;  // to the multicast group over each of these; kNoProtocol: to `to` alone
+  Endpoint to;
+  std::vector<std::uint8_t> bytes;
+};
+
+// What is to be sent, in this order.
+std::vector<Datagram> link_take_datagrams(Link& link);
+
+// --- The link itself
+
+// The link has an address of these protocols, and of no others. What was heard over one that is gone only is forgotten, and told as removed; with one that has
+// come, what is published is probed for and announced anew and what is asked is asked anew (RFC 6762 section 8).
+void link_set_protocols(Link& link, Time now, Protocols protocols);
+
+// The link may have been away: cable out and in, or another address. What is published is probed for and announced anew, what is asked is asked anew. With
+// `was_down` all that was heard is forgotten, and told as removed.
+void link_restart(Link& link, Time now, bool was_down);
+
+// --- Queries
+
+// 0 is none.
+using QueryId = std::uint64_t;
+
+// Asks for the records of `name` and `type` until query_stop: by multicast, at the intervals of RFC 6762 section 5.2. What is in the cache, or
+// published on the link, is told first. `tag` comes back in each event. No event tells a record again that has been told and not
+// taken back. `type` is one type, not ANY.
+QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t type, std::uint64_t tag);
+
+// Events of the query that have not been taken yet are dropped. 0: nothing happens.
+void query_stop(Link& link, Time now, QueryId id);
+
+// --- Publications
+
+// Whose the name of a publication is.
+enum class Claim {
+  shared,     // anybody's: its records are announced without probes and without the cache-flush bit
+  unique,     // ours, if the probes say so; together with others of this link that are published under that name
+  exclusive,  // the same; and within this link nobody else's either, who has other data of one of the types
+};
+
+struct RecordData {
+  std::uint16_t type = 0;
+  std::uint32_t ttl = 0;  // seconds; 0: the usual one (usual_ttl)
+  std::string rdata;      // well formed (is_rdata)
+};
+
+// 0 is none.
+using PublicationId = std::uint64_t;
+
+// Publishes records of one name: probes for it if it is claimed, announces them, answers for them. `tag` comes back in each event: `established` when the name is ours,
+// or `conflict` when it is another's: then the publication is gone, without a goodbye. The same record (name, type, data)
+// published twice on a link is one record with two holders; TTL and claim of the first hold.
+PublicationId publish(Link& link, Time now, std::string_view name, std::span<const RecordData> records, Claim claim,
+                      std::uint64_t tag);
+
+// The publication's record of that type now has other data. An established one is announced without probes; the old data is withdrawn with the
+// new data's announcement, unless others hold it. False, and nothing has changed: there is no such publication or record; or the name
+// is claimed as exclusive and another publication of this link has other data.
+bool publication_update(Link& link, Time now, PublicationId id, const RecordData& data);
+
+// Withdraws what nobody else holds, with its goodbye. An id of nothing that is published: nothing happens.
+void publication_withdraw(Link& link, Time now, PublicationId id);
+
+// The same without a goodbye: the name turned out to be another host's.
+void publication_forsake(Link& link, Time now, PublicationId id);
+
+// Withdraws everything; the link is about to be freed, and nothing but goodbyes is sent any more. link_deadline is kNever when all of them
+// have been taken.
+void link_withdraw_all(Link& link, Time now);
+
+// --- Events
+
+struct Event {
+  enum class Kind { added, removed, established, conflict };
+  Kind kind{};
+  std::uint64_t id = 0;   // of the query or publication
+  std::uint64_t tag = 0;  // as its caller gave it
+  std::uint16_t type = 0;
+  std::uint32_t ttl = 0;  // seconds, as the record said it
+  std::string rdata;      // added and removed: the record
+};
+
+std::vector<Event> link_take_events(Link& link);
+
+// --- For tests, benchmarks and those who run the program
+
+struct LinkCounts {
+  std::size_t cached = 0;                             // records that others have said
+  std::size_t questions = 0;                          // names and types that are asked for
+  std::size_t published = 0;                          // records
+  std::size_t names = 0;                              // known for any of these reasons
+  std::size_t sources = 0;                            // hosts that have an allowance
+  std::size_t waiting = 0;                            // datagrams that wait for their turn
+  std::uint64_t steps = 0;                            // records looked at so far: what the work has cost, without a clock
+  std::uint64_t received = 0, ignored = 0, sent = 0;  // datagrams so far; ignored: beyond a source's allowance
+};
+
+LinkCounts link_counts(const Link& link);
+
+}  // namespace mdns

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+#include "mdns/random.h"
+
+namespace mdns {
+
+// One step of SplitMix64, which makes distant states of seeds that are close. The state must not be 0: zero stays zero.
+void random_seed(Random& random, std::uint64_t seed) {
+  std::uint64_t mixed = seed + 0x9E37'79B9'7F4A'7C15;
+  mixed = (mixed ^ (mixed >> 30)) * 0xBF58'476D'1CE4'E5B9;
+  mixed = (mixed ^ (mixed >> 27)) * 0x94D0'49BB'1331'11EB;
+  mixed ^= mixed >> 31;
+  random.state = mixed != 0 ? mixed : 1;
+}
+
+std::uint64_t random_next(Random& random) {
+  random.state ^= random.state >> 12;
+  random.state ^= random.state << 25;
+  random.state ^= random.state >> 27;
+  return random.state * 0x2545'F491'4F6C'DD1D;
+}
+
+Time random_between(Random& random, Time least, Time most) {
+  if (most <= least) {
+    return least;
+  }
+  const std::uint64_t count = static_cast<std::uint64_t>(most) - static_cast<std::uint64_t>(least) + 1;
+  const std::uint64_t number = random_next(random);
+  return static_cast<Time>(static_cast<std::uint64_t>(least) + (count == 0 ? number : number % count));
+}
+
+}  // namespace mdns

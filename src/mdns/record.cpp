@@ -1,0 +1,147 @@
+// SPDX-License-Identifier: MIT
+#include "mdns/record.h"
+
+#include "mdns/name.h"
+
+namespace mdns {
+namespace {
+
+constexpr std::size_t kSoaNumbers = 20;          // RFC 1035 section 3.3.13
+constexpr std::size_t kNsecWindowBytesMax = 32;  // RFC 4034 section 4.1.2
+
+// Where the last of the names in `rdata` ends; 0 when one of them is not whole. For forms with names only.
+std::size_t names_end(RdataForm form, std::string_view rdata) {
+  std::size_t end = form.head;
+  for (unsigned i = 0; i < form.names; ++i) {
+    const std::size_t size = end < rdata.size() ? name_size(rdata.substr(end)) : 0;
+    if (size == 0) {
+      return 0;
+    }
+    end += size;
+  }
+  return end;
+}
+
+// How many character-strings (RFC 1035 section 3.3) fill `text` exactly; 0 when they do not.
+std::size_t count_strings(std::string_view text) {
+  std::size_t count = 0;
+  for (std::size_t at = 0; at < text.size(); ++count) {
+    at += 1 + std::size_t{static_cast<unsigned char>(text[at])};
+    if (at > text.size()) {
+      return 0;
+    }
+  }
+  return count;
+}
+
+// The type bit maps of an NSEC record: one window or more, in ascending order, each with 1 to 32 bytes (RFC 4034 section 4.1.2).
+bool is_type_map(std::string_view map) {
+  int last_window = -1;
+  while (map.size() >= 2) {
+    const int window = static_cast<unsigned char>(map[0]);
+    const std::size_t size = static_cast<unsigned char>(map[1]);
+    if (window <= last_window || size == 0 || size > kNsecWindowBytesMax || size > map.size() - 2) {
+      return false;
+    }
+    last_window = window;
+    map.remove_prefix(2 + size);
+  }
+  return map.empty() && last_window >= 0;
+}
+
+}  // namespace
+
+RdataForm rdata_form(std::uint16_t type) {
+  switch (type) {
+    case kTypeNs:
+    case kTypeCname:
+    case kTypePtr:
+    case kTypeDname:
+    case kTypeNsec:
+      return {.head = 0, .names = 1};
+    case kTypeMx:
+    case kTypeAfsdb:
+    case kTypeRt:
+    case kTypeKx:
+      return {.head = 2, .names = 1};
+    case kTypeSrv:
+      return {.head = 6, .names = 1};
+    case kTypeSoa:
+    case kTypeRp:
+      return {.head = 0, .names = 2};
+    case kTypePx:
+      return {.head = 2, .names = 2};
+    default:
+      return {};
+  }
+}
+
+bool is_rdata(std::uint16_t type, std::string_view rdata) {
+  if (const RdataForm form = rdata_form(type); form.names != 0) {
+    const std::size_t end = names_end(form, rdata);
+    if (end == 0) {
+      return false;
+    }
+    if (type == kTypeNsec) {
+      return is_type_map(rdata.substr(end));
+    }
+    return rdata.size() - end == (type == kTypeSoa ? kSoaNumbers : 0);
+  }
+  switch (type) {
+    case kTypeA:
+      return rdata.size() == 4;
+    case kTypeAaaa:
+      return rdata.size() == 16;
+    case kTypeHinfo:
+      return count_strings(rdata) == 2;
+    case kTypeTxt:
+      return count_strings(rdata) != 0;
+    default:
+      return true;
+  }
+}
+
+bool has_names(std::uint16_t type) { return rdata_form(type).names != 0; }
+
+bool same_rdata(std::uint16_t type, std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) {
+    return false;
+  }
+  if (a == b) {
+    return true;
+  }
+  const RdataForm form = rdata_form(type);
+  const std::size_t head = form.head;
+  const std::size_t end = form.names != 0 ? names_end(form, a) : 0;
+  return end != 0 && a.substr(0, head) == b.substr(0, head) && a.substr(end) == b.substr(end) &&
+         same_folded(a.substr(head, end - head), b.substr(head, end - head));
+}
+
+int compare_records(std::uint16_t type_a, std::string_view rdata_a, std::uint16_t type_b, std::string_view rdata_b) {
+  return type_a != type_b ? int{type_a} - int{type_b} : rdata_a.compare(rdata_b);
+}
+
+std::uint32_t usual_ttl(std::string_view name, std::uint16_t type) {
+  switch (type) {
+    case kTypeA:
+    case kTypeAaaa:
+    case kTypeHinfo:
+    case kTypeSrv:
+    case kTypeMx:
+    case kTypeAfsdb:
+    case kTypeRt:
+    case kTypeKx:
+      return kHostTtl;
+    case kTypePtr:
+      return is_reverse_name(name) ? kHostTtl : kOtherTtl;
+    default:
+      return kOtherTtl;
+  }
+}
+
+std::string_view target_of(std::uint16_t type, std::string_view rdata) {
+  const bool has_target = type == kTypePtr || type == kTypeSrv;
+  return has_target && is_rdata(type, rdata) ? rdata.substr(rdata_form(type).head) : std::string_view();
+}
+
+}  // namespace mdns

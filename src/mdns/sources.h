@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+// The hosts that are heard, each with an allowance: a token bucket of bytes, so that one that floods the link takes nothing from the others.
+#pragma once
+
+#include <memory>
+#include <unordered_map>
+
+#include "mdns/heap.h"
+
+namespace mdns {
+
+struct Link;
+
+struct Source {
+  Endpoint endpoint;           // its port plays no part
+  Time paid_until = kLongAgo;  // the token bucket: when all that it has sent is paid for
+  std::uint32_t entries = 0;   // cache entries that it was the first to say
+  Deadline idle;
+};
+
+struct EndpointHash {
+  std::uint64_t seed = 0;
+  std::size_t operator()(const Endpoint& endpoint) const;
+};
+
+struct Sources {
+  std::unordered_map<Endpoint, std::unique_ptr<Source>, EndpointHash> by_endpoint;
+  Heap<Source, &Source::idle> idle;
+  Source overflow;  // of all that there is no room for
+};
+
+// The host that the endpoint is of. Beyond a bound, all further ones are one.
+Source& source_get(Link& link, const Endpoint& endpoint);
+
+// Whether the host may say so many bytes now; if so, they are counted.
+bool source_allows(Link& link, Source& source, std::size_t bytes);
+
+// A cache entry of the source is gone.
+void source_drop_entry(Link& link, Source& source);
+
+// A number for the host that is neither kNobody nor kSeveral.
+std::uint32_t asker_of(const Link& link, const Endpoint& endpoint);
+
+void sources_advance(Link& link);
+
+}  // namespace mdns

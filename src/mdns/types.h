@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+// The few types that every part of the engine speaks in, and the constants of RFC 6762 that more than one part needs.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace mdns {
+
+// Microseconds on a clock that never goes back; the caller chooses its origin. The engine reads no clock of its own.
+using Time = std::int64_t;
+
+inline constexpr Time kMillisecond = 1'000;
+inline constexpr Time kSecond = 1'000'000;
+inline constexpr Time kNever = INT64_MAX;        // the time of what is not due at all
+inline constexpr Time kLongAgo = INT64_MIN / 4;  // the time of what has never happened; differences to it do not overflow
+
+using Bytes = std::span<const std::uint8_t>;
+
+// The two protocols that multicast DNS runs over on a link; a set of them is their sum.
+using Protocols = unsigned;
+inline constexpr Protocols kNoProtocol = 0;
+inline constexpr Protocols kIpv4 = 1;
+inline constexpr Protocols kIpv6 = 2;
+inline constexpr Protocols kBothProtocols = kIpv4 | kIpv6;
+inline constexpr std::array<Protocols, 2> kEachProtocol = {kIpv4, kIpv6};
+
+// The place of one protocol in an array with an element for each of them.
+constexpr std::size_t index_of(Protocols protocol) { return protocol == kIpv6 ? 1 : 0; }
+
+// Where a datagram comes from or goes to.
+struct Endpoint {
+  Protocols protocol = kIpv4;              // one of them
+  std::uint16_t port = 0;                  // host order
+  std::array<std::uint8_t, 16> address{};  // network order; an IPv4 address takes the first four bytes
+
+  bool operator==(const Endpoint&) const = default;
+};
+
+inline constexpr std::uint16_t kPort = 5353;  // RFC 6762 section 3
+
+// Record types and classes of RFC 1035, 2782, 3596, 4034 and 6891.
+inline constexpr std::uint16_t kTypeA = 1;
+inline constexpr std::uint16_t kTypeNs = 2;
+inline constexpr std::uint16_t kTypeCname = 5;
+inline constexpr std::uint16_t kTypeSoa = 6;
+inline constexpr std::uint16_t kTypePtr = 12;
+inline constexpr std::uint16_t kTypeHinfo = 13;
+inline constexpr std::uint16_t kTypeMx = 15;
+inline constexpr std::uint16_t kTypeTxt = 16;
+inline constexpr std::uint16_t kTypeRp = 17;
+inline constexpr std::uint16_t kTypeAfsdb = 18;
+inline constexpr std::uint16_t kTypeRt = 21;
+inline constexpr std::uint16_t kTypePx = 26;
+inline constexpr std::uint16_t kTypeAaaa = 28;
+inline constexpr std::uint16_t kTypeSrv = 33;
+inline constexpr std::uint16_t kTypeKx = 36;
+inline constexpr std::uint16_t kTypeDname = 39;
+inline constexpr std::uint16_t kTypeOpt = 41;
+inline constexpr std::uint16_t kTypeNsec = 47;
+inline constexpr std::uint16_t kTypeAny = 255;
+inline constexpr std::uint16_t kClassIn = 1;
+inline constexpr std::uint16_t kClassAny = 255;
+
+// TTLs of RFC 6762 section 10, in seconds.
+inline constexpr std::uint32_t kHostTtl = 120;
+inline constexpr std::uint32_t kOtherTtl = 75 * 60;
+
+// What a datagram may hold. Both protocols carry the same datagrams, so the smaller room counts: an Ethernet frame's 1500 bytes
+// less the headers of IPv6 and UDP. A single record that does not fit goes alone in a larger one, up to the 9000 bytes of RFC 6762
+// section 17 less the same headers.
+inline constexpr std::size_t kDatagramMax = 1500 - 48;
+inline constexpr std::size_t kLargeDatagramMax = 9000 - 48;
+
+}  // namespace mdns

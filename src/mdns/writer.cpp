@@ -1,0 +1,222 @@
+// SPDX-License-Identifier: MIT
+#include "mdns/writer.h"
+
+#include <cassert>
+#include <cstring>
+#include <utility>
+
+#include "mdns/name.h"
+#include "mdns/record.h"
+
+namespace mdns {
+namespace {
+
+// RFC 1035 section 4.1
+constexpr std::size_t kHeaderSize = 12;
+constexpr std::size_t kFlagsAt = 2;
+constexpr std::size_t kCountsAt = 4;
+constexpr unsigned kResponseBits = 0x8400;      // QR and AA
+constexpr unsigned kTruncatedByte = 0x02;       // TC in the first byte of the flags
+constexpr unsigned kPointerBits = 0xC000;       // of a pointer's two bytes
+constexpr std::size_t kPointerEnd = 0x4000;     // what a pointer cannot reach
+constexpr unsigned kTopBit = 0x8000;            // of a class: QU or cache-flush (RFC 6762 sections 5.4 and 10.2)
+constexpr std::size_t kRecordNumbersSize = 10;  // type, class, TTL, length
+
+constexpr std::size_t kLabelsMax = kNameMax / 2;
+constexpr std::size_t kPlacesTried = 8;  // of a name in Writer::names, so that no choice of names makes the search long
+
+void put16(Writer& writer, unsigned number) {
+  writer.bytes.push_back(static_cast<std::uint8_t>(number >> 8));
+  writer.bytes.push_back(static_cast<std::uint8_t>(number));
+}
+
+void put_text(Writer& writer, std::string_view text) {
+  const auto* const from = reinterpret_cast<const std::uint8_t*>(text.data());
+  writer.bytes.insert(writer.bytes.end(), from, from + text.size());
+}
+
+void set16(Writer& writer, std::size_t at, std::size_t number) {
+  writer.bytes[at] = static_cast<std::uint8_t>(number >> 8);
+  writer.bytes[at + 1] = static_cast<std::uint8_t>(number);
+}
+
+// --- Names
+
+// The names that a name ends in: where each begins, and its first place in Writer::names.
+struct Suffixes {
+  std::size_t count = 0;
+  std::uint8_t begin[kLabelsMax + 1];  // of the last one, which is the root, too
+  std::uint8_t place[kLabelsMax];
+};
+
+// The places come from a hash of all bytes from the end to there (FNV-1a).
+Suffixes suffixes_of(std::string_view name) {
+  Suffixes suffixes;
+  std::size_t at = 0;
+  for (; name[at] != 0; at += 1 + static_cast<std::size_t>(name[at])) {
+    suffixes.begin[suffixes.count++] = static_cast<std::uint8_t>(at);
+  }
+  suffixes.begin[suffixes.count] = static_cast<std::uint8_t>(at);
+  std::uint32_t hash = 0x811C'9DC5;
+  for (std::size_t i = suffixes.count; i-- > 0;) {
+    while (at > suffixes.begin[i]) {
+      hash = (hash ^ static_cast<std::uint8_t>(name[--at])) * 0x0100'0193;
+    }
+    suffixes.place[i] = static_cast<std::uint8_t>(hash >> 24);
+  }
+  return suffixes;
+}
+
+// Whether `name` stands at that place of the message, byte for byte.
+bool is_name_at(const Writer& writer, std::size_t at, std::string_view name) {
+  for (;;) {
+    while (writer.bytes[at] >= kPointerBits >> 8) {
+      at = (unsigned{writer.bytes[at]} << 8 | writer.bytes[at + 1]) & ~kPointerBits;
+    }
+    const std::size_t taken = 1 + static_cast<std::size_t>(name[0]);
+    if (writer.bytes[at] != taken - 1 || std::memcmp(&writer.bytes[at], name.data(), taken) != 0) {
+      return false;
+    }
+    if (taken == 1) {
+      return true;
+    }
+    at += taken;
+    name.remove_prefix(taken);
+  }
+}
+
+// Where the message holds the name; 0 when that is not known.
+std::size_t find_name(const Writer& writer, std::size_t place, std::string_view name) {
+  for (std::size_t i = 0; i < kPlacesTried; ++i) {
+    const std::size_t at = writer.names[(place + i) % writer.names.size()];
+    if (at == 0 || is_name_at(writer, at, name)) {
+      return at;
+    }
+  }
+  return 0;
+}
+
+// Nothing happens when no pointer reaches `at` or the places that may be tried are taken.
+void remember_name(Writer& writer, std::size_t place, std::size_t at) {
+  for (std::size_t i = 0; i < kPlacesTried && at < kPointerEnd; ++i) {
+    std::uint16_t& known = writer.names[(place + i) % writer.names.size()];
+    if (known == 0) {
+      known = static_cast<std::uint16_t>(at);
+      return;
+    }
+  }
+}
+
+// Writes the name, from where it ends in one that the message holds already with a pointer to that.
+void put_name(Writer& writer, std::string_view name) {
+  assert(is_name(name));
+  const Suffixes suffixes = suffixes_of(name);
+  std::size_t plain = 0;
+  std::size_t found = 0;
+  for (; plain < suffixes.count; ++plain) {
+    found = find_name(writer, suffixes.place[plain], name.substr(suffixes.begin[plain]));
+    if (found != 0) {
+      break;
+    }
+  }
+  for (std::size_t i = 0; i < plain; ++i) {
+    remember_name(writer, suffixes.place[i], writer.bytes.size() + suffixes.begin[i]);
+  }
+  put_text(writer, name.substr(0, suffixes.begin[plain]));
+  if (found != 0) {
+    put16(writer, kPointerBits | static_cast<unsigned>(found));
+  } else {
+    writer.bytes.push_back(0);
+  }
+}
+
+// Forgets what was written from `size` on. The names that were remembered last go first, so those that stay are still found.
+void take_back(Writer& writer, std::size_t size) {
+  writer.bytes.resize(size);
+  for (std::uint16_t& known : writer.names) {
+    known = known < size ? known : std::uint16_t{0};
+  }
+}
+
+// --- Questions and records
+
+void put_rdata(Writer& writer, std::uint16_t type, std::string_view rdata) {
+  assert(is_rdata(type, rdata));
+  const bool is_plain = (type == kTypeSrv && !writer.compresses_srv) || !is_rdata(type, rdata);
+  const RdataForm form = is_plain ? RdataForm{} : rdata_form(type);
+  put_text(writer, rdata.substr(0, form.head));
+  rdata.remove_prefix(form.head);
+  for (unsigned i = 0; i < form.names; ++i) {
+    const std::size_t size = name_size(rdata);
+    put_name(writer, rdata.substr(0, size));
+    rdata.remove_prefix(size);
+  }
+  put_text(writer, rdata);
+}
+
+// Counts what was written from `begin` on, or takes it back when it leaves no room.
+bool end_entry(Writer& writer, Section section, std::size_t begin, std::size_t max) {
+  if (writer.bytes.size() > max) {
+    take_back(writer, begin);
+    return false;
+  }
+  writer.section = section;
+  ++writer.counts[static_cast<std::size_t>(section)];
+  return true;
+}
+
+}  // namespace
+
+void writer_begin(Writer& writer, bool is_response, std::uint16_t id) {
+  writer.bytes.clear();
+  writer.bytes.reserve(writer.max);
+  put16(writer, id);
+  put16(writer, is_response ? kResponseBits : 0);
+  writer.bytes.resize(kHeaderSize);
+  std::memset(writer.counts, 0, sizeof writer.counts);
+  writer.section = Section::questions;
+  writer.names.fill(0);
+}
+
+bool writer_is_empty(const Writer& writer) { return writer.bytes.size() <= kHeaderSize; }
+
+bool writer_add_question(Writer& writer, std::string_view name, std::uint16_t type, bool unicast_response, std::uint16_t klass) {
+  assert(writer.section == Section::questions);
+  const std::size_t begin = writer.bytes.size();
+  put_name(writer, name);
+  put16(writer, type);
+  put16(writer, klass | (unicast_response ? kTopBit : 0));
+  return end_entry(writer, Section::questions, begin, writer.max);
+}
+
+bool writer_add_record(Writer& writer, Section section, std::string_view name, std::uint16_t type, std::uint32_t ttl,
+                       bool cache_flush, std::string_view rdata) {
+  assert(section >= writer.section && section != Section::questions);
+  const std::size_t max = writer_is_empty(writer) ? kLargeDatagramMax : writer.max;
+  const std::size_t begin = writer.bytes.size();
+  put_name(writer, name);
+  put16(writer, type);
+  put16(writer, kClassIn | (cache_flush ? kTopBit : 0));
+  put16(writer, ttl >> 16);
+  put16(writer, ttl & 0xFFFF);
+  put16(writer, 0);
+  const std::size_t rdata_begin = writer.bytes.size();
+  put_rdata(writer, type, rdata);
+  set16(writer, rdata_begin - 2, writer.bytes.size() - rdata_begin);
+  return end_entry(writer, section, begin, max);
+}
+
+bool writer_has_room(const Writer& writer, std::string_view name, std::string_view rdata) {
+  return writer.bytes.size() + name.size() + kRecordNumbersSize + rdata.size() <= writer.max;
+}
+
+void writer_set_truncated(Writer& writer) { writer.bytes[kFlagsAt] |= kTruncatedByte; }
+
+std::vector<std::uint8_t> writer_take(Writer& writer) {
+  for (std::size_t i = 0; i < 4; ++i) {
+    set16(writer, kCountsAt + 2 * i, writer.counts[i]);
+  }
+  return std::exchange(writer.bytes, {});
+}
+
+}  // namespace mdns

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: MIT
+// What is published on a link: records by name, who holds them, and whose the name is.
+//
+// Lifecycle of an owned record: the first publication that has it makes it. A shared one is live at once; a unique one when its name has been
+// probed for (prober.h). Live ones are announced (announcer.h), answered for (responder.h) and told to the link's own queries. When its last
+// holder leaves, it gets its goodbye, if it has ever been said, and is freed; until then a new holder brings it back. When another host turns out to have the name, all
+// publications that claim it end without a goodbye.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "mdns/cache.h"
+#include "mdns/mdns.h"
+
+namespace mdns {
+
+struct OwnedName;
+struct Query;
+
+// Nobody, and more than one, in OwnedRecord::askers.
+inline constexpr std::uint32_t kNobody = 0;
+inline constexpr std::uint32_t kSeveral = 1;
+
+struct OwnedRecord {
+  OwnedName* owner = nullptr;
+  std::uint32_t place = 0;  // in its name's records
+  std::uint32_t ttl = 0;    // seconds
+  std::uint32_t holders = 0;
+  std::uint16_t type = 0;
+  bool is_unique = false;
+  bool is_live = false;      // the name is ours, or anybody's: it is announced and answered for
+  bool is_reported = false;  // to the link's own queries
+  bool is_change = false;    // its first announcement is to come, in place of other data
+  std::uint8_t announcements_left = 0;
+  std::uint8_t answer_over = kNoProtocol;  // protocols over which an answer is due
+  std::uint8_t defend_over = kNoProtocol;  // those among them over which it answers a probe
+  bool is_rescued = false;                 // it contradicts another host's goodbye
+  std::uint16_t in_replies = 0;            // direct replies that wait and hold it
+  std::string rdata;
+  std::vector<std::string> superseded;                       // data that was said and gets its goodbye with the next announcement
+  std::array<Time, 2> multicast_at = {kLongAgo, kLongAgo};   // when it was last sent over each protocol
+  std::array<std::uint32_t, 2> askers = {kNobody, kNobody};  // whose question the answer that is due is for, by protocol
+  std::uint32_t known_in = 0;                                // the query whose known answers have it
+  std::uint32_t replied_in = 0;                              // the query whose direct reply has it
+  std::uint32_t packed_in = 0;                               // the batch of answers that has it
+  Deadline announcement;                                     // or its goodbye, when nobody holds it any more
+  Deadline answer;
+};
+
+// A publication: records of one name that one caller holds.
+struct Publication {
+  PublicationId id = 0;
+  std::uint64_t tag = 0;
+  OwnedName* owner = nullptr;
+  Claim claim = Claim::shared;
+  bool is_established = false;
+  std::vector<OwnedRecord*> records;  // held once each
+};
+
+enum class NameState {
+  unclaimed,  // nobody claims it: all of its records are shared
+  waiting,    // it is to be probed for, at OwnedName::probe
+  probing,    // the next probe, or the end of the probing, is due at OwnedName::probe
+  owned,
+};
+
+// A name that something is published under.
+struct OwnedName {
+  NameEntry* name = nullptr;
+  NameState state = NameState::unclaimed;
+  std::uint8_t probes = 0;  // sent in this round
+  std::vector<OwnedRecord*> records;
+  std::vector<Publication*> claimants;  // publications that claim the name
+  std::unique_ptr<OwnedRecord> denial;  // the NSEC record (RFC 6762 section 6.1), made when it is first needed; in no other table
+  std::uint32_t asked_in = 0;           // the query that asks for the name,
+  std::uint8_t times_asked = 0;         // and how often it does
+  std::uint32_t proposed_in = 0;        // the query that proposes records of the name
+  Deadline probe;
+  Time change_at = kLongAgo;  // when changed data may be announced next
+  Time change_interval = 0;
+};
+
+struct OwnedHash {
+  using is_transparent = void;
+  std::uint64_t seed = 0;
+  std::size_t operator()(const RecordKey& key) const;
+  std::size_t operator()(const OwnedRecord* record) const;
+};
+
+struct OwnedEqual {
+  using is_transparent = void;
+  bool operator()(const OwnedRecord* a, const OwnedRecord* b) const { return a == b; }
+  bool operator()(const RecordKey& key, const OwnedRecord* record) const;
+  bool operator()(const OwnedRecord* record, const RecordKey& key) const { return (*this)(key, record); }
+};
+
+struct Zone {
+  std::unordered_map<PublicationId, std::unique_ptr<Publication>> publications;
+  std::unordered_set<OwnedRecord*, OwnedHash, OwnedEqual> records;
+};
+
+RecordKey key_of(const OwnedRecord& record);
+std::string_view name_of(const OwnedRecord& record);
+
+// Null when the record is not published.
+OwnedRecord* zone_find(const Link& link, const RecordKey& key);
+
+// Frees a record whose goodbye has been written.
+void zone_forget(Link& link, OwnedRecord& record);
+
+// Whether the record was ever sent to the group; when last over any protocol of the link; and whether it has been over all of them
+// since then.
+bool was_multicast(const OwnedRecord& record);
+Time last_multicast(const Link& link, const OwnedRecord& record);
+bool was_multicast_since(const Link& link, const OwnedRecord& record, Time time);
+
+// Whether the link has a unique record of the type under that name that is live: then nobody else has one.
+bool zone_has_unique(const NameEntry& name, std::uint16_t type);
+
+// Whether the record is published and has become live.
+bool zone_reports(const Link& link, const RecordKey& key);
+
+// Tells a query that begins what is live of its name and type and not in the cache.
+void zone_report_to(Link& link, const RRset& rrset, const Query& query);
+
+// The name is ours: its unique records are live, and their publications established.
+void zone_name_established(Link& link, OwnedName& owned);
+
+// The name is ours no longer until it has been probed for again.
+void zone_name_doubted(Link& link, OwnedName& owned);
+
+// The name is another host's: the publications that claim it end, and are told.
+void zone_name_lost(Link& link, OwnedName& owned);
+
+// The NSEC record of the name: it says which types the name has. Null unless the name is ours, and where it has types that such a record
+// has no room for (RFC 6762 section 6.1).
+OwnedRecord* zone_denial(OwnedName& owned);
+
+// Everything is probed for and announced anew.
+void zone_restart(Link& link);
+
+void zone_free(Link& link);
+
+}  // namespace mdns
