@@ -3,7 +3,6 @@
 
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
-pkg_check_modules(AVAHI_CORE REQUIRED IMPORTED_TARGET avahi-core)
 pkg_check_modules(INIH REQUIRED IMPORTED_TARGET inih)
 
 # Only the header dns_sd.h comes from the compatibility package; the library behind it is our own.

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The functions of dns_sd.h that make connections and look things up: what is checked, and which operation is started.
 // A call that fails has started nothing and has left *sdRef as it was.
-#include "dnssd/api.h"
 #include "dnssd/engine.h"
+#include "dnssd/interface.h"
 #include "dnssd/operations.h"
 #include "dnssd/references.h"
 
@@ -10,31 +10,31 @@ using namespace dnssd;
 
 namespace dnssd {
 
-DNSServiceErrorType begin_operation(DNSServiceRef* ref, DNSServiceFlags flags, std::uint32_t interface_index, void* context,
-                                    decltype(Operation::part)&& part, Operation** operation) {
-  Serial connection = 0;
-  if (flags & kFlagsShareConnection) {
-    const Operation* shared = connection_of(*ref);
-    if (shared == nullptr) {
-      return kDNSServiceErr_BadReference;
-    }
-    connection = shared->serial;
+std::optional<std::string> parse_record_name(const char* text) {
+  std::optional<std::string> name = parse_name(text);
+  return name && name->size() > 1 ? name : std::nullopt;
+}
+
+DNSServiceErrorType start_operation(DNSServiceRef* ref, DNSServiceFlags flags, std::uint32_t interface_index, void* context,
+                                    decltype(Operation::part)&& part,
+                                    const std::function<DNSServiceErrorType(Operation&)>& start) {
+  const bool is_shared = (flags & kFlagsShareConnection) != 0;
+  const Operation* shared = is_shared ? connection_of(*ref) : nullptr;
+  if (is_shared && shared == nullptr) {
+    return kDNSServiceErr_BadReference;
   }
   DNSServiceErrorType error = engine_open();
   if (error != kDNSServiceErr_NoError) {
     return error;
   }
-  Server* server = nullptr;
-  error = server_get(interface_index, &server);
+  Interface* interface = nullptr;
+  error = interface_get(interface_index, &interface);
   if (error != kDNSServiceErr_NoError) {
     engine_close_if_unused();
     return error;
   }
-  *operation = operation_new(connection, server, context, std::move(part));
-  return kDNSServiceErr_NoError;
-}
-
-DNSServiceErrorType finish_operation(DNSServiceRef* ref, Operation* operation, DNSServiceErrorType error) {
+  Operation* operation = operation_new(is_shared ? shared->handle : 0, interface, context, std::move(part));
+  error = start(*operation);
   if (error == kDNSServiceErr_NoError) {
     *ref = service_ref(*operation);
   } else {
@@ -77,12 +77,10 @@ DNSServiceErrorType DNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags flags
   }
   Browse browse;
   browse.callback = callBack;
-  Operation* operation = nullptr;
-  const DNSServiceErrorType error = begin_operation(sdRef, flags, interfaceIndex, context, std::move(browse), &operation);
-  if (error != kDNSServiceErr_NoError) {
-    return error;
-  }
-  return finish_operation(sdRef, operation, browse_start(*operation, *type));
+  browse.type = type_name(*type);
+  const std::string asked = type->subtypes.empty() ? browse.type : subtype_name(*type, type->subtypes[0]);
+  return start_operation(sdRef, flags, interfaceIndex, context, std::move(browse),
+                         [&](Operation& operation) { return browse_start(operation, asked); });
 }
 
 // `name` is the plain instance name of a browse reply.
@@ -99,18 +97,14 @@ DNSServiceErrorType DNSServiceResolve(DNSServiceRef* sdRef, DNSServiceFlags flag
   if (!is_local_domain(domain)) {
     return kDNSServiceErr_Unsupported;
   }
-  const std::optional<Name> instance = prepend_label(name, type_name(*type));
+  const std::optional<std::string> instance = prepend_label(name, type_name(*type));
   if (!instance) {
     return kDNSServiceErr_BadParam;
   }
   Resolve resolve;
   resolve.callback = callBack;
-  Operation* operation = nullptr;
-  const DNSServiceErrorType error = begin_operation(sdRef, flags, interfaceIndex, context, std::move(resolve), &operation);
-  if (error != kDNSServiceErr_NoError) {
-    return error;
-  }
-  return finish_operation(sdRef, operation, resolve_start(*operation, *instance));
+  resolve.name = *instance;
+  return start_operation(sdRef, flags, interfaceIndex, context, std::move(resolve), resolve_start);
 }
 
 // Every query is a multicast one that lasts until it is released, whatever the name's domain. One type at a time:
@@ -125,19 +119,15 @@ DNSServiceErrorType DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags 
   if (rrclass != kDNSServiceClass_IN || rrtype == kDNSServiceType_ANY) {
     return kDNSServiceErr_Unsupported;
   }
-  const std::optional<Name> name = parse_name(fullname);
-  if (!name || name->labels.empty()) {
+  const std::optional<std::string> name = parse_record_name(fullname);
+  if (!name) {
     return kDNSServiceErr_BadParam;
   }
   Query query;
   query.callback = callBack;
+  query.name = *name;
   query.rrtype = rrtype;
-  Operation* operation = nullptr;
-  const DNSServiceErrorType error = begin_operation(sdRef, flags, interfaceIndex, context, std::move(query), &operation);
-  if (error != kDNSServiceErr_NoError) {
-    return error;
-  }
-  return finish_operation(sdRef, operation, query_start(*operation, *name));
+  return start_operation(sdRef, flags, interfaceIndex, context, std::move(query), query_start);
 }
 
 int DNSServiceRefSockFD(DNSServiceRef sdRef) {

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The functions of dns_sd.h that publish: what is checked, and which operation is started.
+#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <array>
 
-#include "dnssd/api.h"
 #include "dnssd/engine.h"
 #include "dnssd/operations.h"
 #include "dnssd/references.h"
@@ -34,38 +34,18 @@ std::optional<std::string> first_name(const char* name, bool auto_rename) {
   return truncate_utf8(text, kLabelMax);
 }
 
-// The SRV target as Avahi text. Nothing when `host` is no name.
-std::optional<std::string> host_text(const char* host) {
-  if (host == nullptr || *host == '\0') {
-    return name_to_avahi(Name{{own_name(), "local"}});
-  }
-  const std::optional<Name> name = parse_name(host);
-  if (!name || name->labels.empty()) {
-    return std::nullopt;
-  }
-  return name_to_avahi(*name);
+// The SRV target. Nothing when `host` is no name.
+std::optional<std::string> host_name(const char* host) {
+  return host == nullptr || *host == '\0' ? prepend_label(own_name(), name_of({"local"})) : parse_record_name(host);
 }
 
 // TXT data as given; null and empty stand for one empty string (dns_sd.h). Nothing when it is malformed.
 std::optional<std::string> txt_data(std::uint16_t length, const void* txt) {
-  if (length == 0) {
-    return std::string(1, '\0');
-  }
-  if (txt == nullptr) {
+  if (length != 0 && txt == nullptr) {
     return std::nullopt;
   }
-  const std::string data(static_cast<const char*>(txt), length);
-  if (!is_txt_data({reinterpret_cast<const std::uint8_t*>(data.data()), data.size()})) {
-    return std::nullopt;
-  }
-  return data;
-}
-
-std::uint16_t host_order(std::uint16_t network_order) {
-  std::array<std::uint8_t, 2> bytes;
-  static_assert(sizeof bytes == sizeof network_order);
-  __builtin_memcpy(bytes.data(), &network_order, sizeof bytes);
-  return static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);
+  std::string data = length == 0 ? std::string(1, '\0') : std::string(static_cast<const char*>(txt), length);
+  return is_publishable(mdns::kTypeTxt, data) ? std::optional(std::move(data)) : std::nullopt;
 }
 
 // Fills in what the arguments of DNSServiceRegister say; false when one of them is bad.
@@ -73,7 +53,7 @@ bool fill(Registration& registration, const char* name, const char* regtype, con
           const void* txt) {
   std::optional<ServiceType> type = parse_service_type(regtype);
   std::optional<std::string> first = first_name(name, registration.auto_rename);
-  std::optional<std::string> target = host_text(host);
+  std::optional<std::string> target = host_name(host);
   std::optional<std::string> data = txt_data(txt_length, txt);
   if (!type || !first || !target || !data) {
     return false;
@@ -89,7 +69,7 @@ bool fill(Registration& registration, const char* name, const char* regtype, con
 Operation* record_of(DNSServiceRef connection, DNSRecordRef record) {
   const Operation* owner = connection_of(connection);
   Operation* operation = operation_of(record);
-  return owner != nullptr && operation != nullptr && operation->connection == owner->serial ? operation : nullptr;
+  return owner != nullptr && operation != nullptr && operation->connection == owner->handle ? operation : nullptr;
 }
 
 }  // namespace
@@ -117,13 +97,8 @@ DNSServiceErrorType DNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags fla
     return kDNSServiceErr_Unsupported;
   }
   registration.callback = callBack;
-  registration.port = host_order(port);
-  Operation* operation = nullptr;
-  const DNSServiceErrorType error = begin_operation(sdRef, flags, interfaceIndex, context, std::move(registration), &operation);
-  if (error != kDNSServiceErr_NoError) {
-    return error;
-  }
-  return finish_operation(sdRef, operation, registration_start(*operation));
+  registration.port = ntohs(port);
+  return start_operation(sdRef, flags, interfaceIndex, context, std::move(registration), registration_start);
 }
 
 // Bit 0x10 means shared (no probes), 0x20 unique, as the installed header has it; exactly one of them.
@@ -143,28 +118,21 @@ DNSServiceErrorType DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* 
   if (rrclass != kDNSServiceClass_IN || rrtype == kDNSServiceType_ANY) {
     return kDNSServiceErr_Unsupported;
   }
-  const std::optional<Name> name = parse_name(fullname);
-  if (!name || name->labels.empty() || rrtype == 0) {
+  const std::optional<std::string> name = parse_record_name(fullname);
+  if (!name || rrtype == 0) {
     return kDNSServiceErr_BadParam;
   }
   Record record;
   record.callback = callBack;
-  record.name = name_to_avahi(*name);
   record.rrtype = rrtype;
-  record.unique = is_unique;
-  Operation* operation = nullptr;
-  DNSServiceErrorType error =
-      begin_operation(&sdRef, kFlagsShareConnection, interfaceIndex, context, std::move(record), &operation);
-  if (error != kDNSServiceErr_NoError) {
+  record.is_unique = is_unique;
+  return start_operation(&sdRef, kFlagsShareConnection, interfaceIndex, context, record, [&](Operation& operation) {
+    const DNSServiceErrorType error = record_start(operation, *name, std::string(static_cast<const char*>(rdata), rdlen), ttl);
+    if (error == kDNSServiceErr_NoError) {
+      *RecordRef = record_ref(operation);
+    }
     return error;
-  }
-  error = record_start(*operation, std::string(static_cast<const char*>(rdata), rdlen), ttl);
-  if (error == kDNSServiceErr_NoError) {
-    *RecordRef = record_ref(*operation);
-  } else {
-    operation_release(operation);
-  }
-  return error;
+  });
 }
 
 // A record of a connection, or with a null RecordRef the TXT record of a registered service.

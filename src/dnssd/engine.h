@@ -28,6 +28,9 @@ void engine_close();
 // kDNSServiceErr_BadState inside a callback. The process ends in it if a signal that the library took has arrived.
 DNSServiceErrorType engine_pass();
 
+// For what nobody is to foresee, or two hosts are not to have in common.
+std::uint64_t random_number();
+
 // Appends a reply for `operation`.
 void reply_queue(Operation& operation, Reply&& reply);
 

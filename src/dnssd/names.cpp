@@ -1,32 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include "dnssd/names.h"
 
-#include <avahi-common/domain.h>
-
 #include <algorithm>
-#include <cctype>
+#include <charconv>
 #include <cstdio>
 
 namespace dnssd {
 namespace {
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
-// Takes the escape that follows a backslash off the front of `text`. Nothing when it is no escape.
+// Takes the escape that follows a backslash off the front of `text`: three digits, or one other byte. Nothing when it is no escape.
 std::optional<char> take_escape(std::string_view& text) {
-  if (text.size() >= 3 && is_digit(text[0]) && is_digit(text[1]) && is_digit(text[2])) {
-    const int value = (text[0] - '0') * 100 + (text[1] - '0') * 10 + (text[2] - '0');
-    text.remove_prefix(3);
-    if (value > 255) {
-      return std::nullopt;
-    }
-    return static_cast<char>(value);
-  }
-  if (text.empty() || is_digit(text[0])) {
+  unsigned value = 0;
+  const auto digits = std::from_chars(text.data(), text.data() + std::min<std::size_t>(text.size(), 3), value).ptr - text.data();
+  if (text.empty() || (digits != 0 && (digits != 3 || value > 255))) {
     return std::nullopt;
   }
-  const char c = text[0];
-  text.remove_prefix(1);
+  const char c = digits == 0 ? text[0] : static_cast<char>(value);
+  text.remove_prefix(digits == 0 ? 1 : 3);
   return c;
 }
 
@@ -46,23 +36,17 @@ std::optional<std::string> take_label(std::string_view& text) {
       }
       c = *escaped;
     }
-    if (c == '\0' || label.size() == kLabelMax) {
+    if (label.size() == kLabelMax) {
       return std::nullopt;
     }
     label += c;
   }
-  if (label.empty()) {
-    return std::nullopt;
-  }
-  return label;
+  return label.empty() || !is_text(label) ? std::nullopt : std::optional(std::move(label));
 }
 
-std::size_t wire_size(const Name& name) {
-  std::size_t size = 1;
-  for (const std::string& label : name.labels) {
-    size += 1 + label.size();
-  }
-  return size;
+void append_label(std::string& name, std::string_view label) {
+  name += static_cast<char>(label.size());
+  name += label;
 }
 
 void append_text_byte(std::string& text, char c) {
@@ -79,104 +63,85 @@ void append_text_byte(std::string& text, char c) {
   }
 }
 
+// Takes one UTF-8 character off the front of `text`, which is not empty. False when it is none: cut off, longer than need be, a
+// surrogate, or beyond U+10FFFF (RFC 3629 section 4).
+bool take_character(std::string_view& text) {
+  constexpr unsigned kLeast[] = {0, 0x80, 0x800, 0x10000};  // by the number of bytes that follow the first
+  const auto first = static_cast<unsigned char>(text[0]);
+  text.remove_prefix(1);
+  if (first < 0x80) {
+    return true;
+  }
+  const unsigned more = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
+  unsigned code = first & (0x3Fu >> more);
+  for (unsigned i = 0; i < more; ++i) {
+    if (text.empty() || (static_cast<unsigned char>(text[0]) & 0xC0) != 0x80) {
+      return false;
+    }
+    code = code << 6 | (static_cast<unsigned char>(text[0]) & 0x3Fu);
+    text.remove_prefix(1);
+  }
+  return first >= 0xC0 && first < 0xF8 && code >= kLeast[more] && (code & 0x1FF800) != 0xD800 && code <= 0x10FFFF;
+}
+
 }  // namespace
 
-std::optional<Name> parse_name(std::string_view text) {
-  Name name;
+bool is_text(std::string_view label) {
+  if (label.find('\0') != label.npos) {
+    return false;
+  }
+  while (!label.empty()) {
+    if (!take_character(label)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::optional<std::string> parse_name(std::string_view text) {
+  std::string name;
   if (text == ".") {
-    return name;
+    text = {};
   }
   while (!text.empty()) {
-    std::optional<std::string> label = take_label(text);
-    if (!label) {
+    const std::optional<std::string> label = take_label(text);
+    if (!label || name.size() + label->size() + 2 > kNameMax) {
       return std::nullopt;
     }
-    name.labels.push_back(std::move(*label));
+    append_label(name, *label);
   }
-  if (wire_size(name) > kWireNameMax) {
-    return std::nullopt;
-  }
+  name += '\0';
   return name;
 }
 
-std::optional<Name> prepend_label(std::string_view label, const Name& rest) {
-  if (label.empty() || label.size() > kLabelMax || label.find('\0') != label.npos) {
+std::optional<std::string> prepend_label(std::string_view label, std::string_view rest) {
+  if (label.empty() || label.size() > kLabelMax || !is_text(label) || 1 + label.size() + rest.size() > kNameMax) {
     return std::nullopt;
   }
-  Name name;
-  name.labels.reserve(rest.labels.size() + 1);
-  name.labels.emplace_back(label);
-  name.labels.insert(name.labels.end(), rest.labels.begin(), rest.labels.end());
-  if (wire_size(name) > kWireNameMax) {
-    return std::nullopt;
-  }
+  std::string name;
+  append_label(name, label);
+  name += rest;
   return name;
 }
 
-std::string name_to_text(const Name& name) {
-  if (name.labels.empty()) {
-    return ".";
+std::string name_of(std::initializer_list<std::string_view> labels) {
+  std::string name;
+  for (const std::string_view label : labels) {
+    append_label(name, label);
   }
+  name += '\0';
+  return name;
+}
+
+std::string name_to_text(std::string_view name) {
   std::string text;
-  for (const std::string& label : name.labels) {
-    for (const char c : label) {
+  for (; name.size() > 1; name = mdns::parent_name(name)) {
+    for (const char c : mdns::first_label(name)) {
       append_text_byte(text, c);
     }
     text += '.';
   }
-  return text;
-}
-
-std::string name_to_avahi(const Name& name) {
-  std::string text;
-  for (const std::string& label : name.labels) {
-    char escaped[kLabelMax * 4 + 1];
-    char* end = escaped;
-    std::size_t room = sizeof escaped;
-    if (avahi_escape_label(label.data(), label.size(), &end, &room) == nullptr) {
-      return {};
-    }
-    if (!text.empty()) {
-      text += '.';
-    }
-    text += escaped;
-  }
-  return text;
-}
-
-std::vector<std::uint8_t> name_to_wire(const Name& name) {
-  std::vector<std::uint8_t> wire;
-  wire.reserve(wire_size(name));
-  for (const std::string& label : name.labels) {
-    wire.push_back(static_cast<std::uint8_t>(label.size()));
-    wire.insert(wire.end(), label.begin(), label.end());
-  }
-  wire.push_back(0);
-  return wire;
-}
-
-bool is_wire_name(std::span<const std::uint8_t> wire) {
-  if (wire.size() > kWireNameMax) {
-    return false;
-  }
-  std::size_t at = 0;
-  while (at < wire.size() && wire[at] != 0) {
-    if (wire[at] > kLabelMax) {
-      return false;
-    }
-    at += 1u + wire[at];
-  }
-  return at + 1 == wire.size();
-}
-
-std::string fold_case(std::string_view text) {
-  std::string folded(text);
-  std::transform(folded.begin(), folded.end(), folded.begin(), [](char c) { return fold_case(c); });
-  return folded;
-}
-
-bool ends_with_label(const Name& name, std::string_view label) {
-  return !name.labels.empty() && fold_case(name.labels.back()) == fold_case(label);
+  return text.empty() ? "." : text;
 }
 
 }  // namespace dnssd

@@ -1,82 +1,74 @@
 // SPDX-License-Identifier: MIT
-// Query: one lookup. What is reported goes by the caller's view of an answer, "this is what the host now has":
-// for A and AAAA the newest live address whenever it differs from the one last reported, so that a change is one answer,
-// the loss of one of two addresses is followed by the other, and a repeated or expired one is silence; for other types each
-// distinct rdata once while it lives. Losses are never reported: the caller would take them for answers. The unspecified
-// address is nobody's and never reported.
+// Query: the caller takes each answer for what the host has now. Losses are therefore never reported. Of A and AAAA records it hears
+// the newest live address whenever it differs from the one last reported: a change is one answer, the loss of one of two
+// addresses is followed by the other, and one that expires and returns is silence. Link-local addresses and others are kept apart in
+// this, so that the coming and going of a link-local address beside a global one does not repeat the global one. Of other types it
+// hears each record once while it lives. The unspecified address is nobody's and never reported.
+#include <algorithm>
+
 #include "dnssd/engine.h"
-#include "dnssd/lookups.h"
 #include "dnssd/operations.h"
 
 namespace dnssd {
 namespace {
 
-bool is_address(std::uint16_t rrtype) { return rrtype == kDNSServiceType_A || rrtype == kDNSServiceType_AAAA; }
+bool is_address(std::uint16_t rrtype) { return rrtype == mdns::kTypeA || rrtype == mdns::kTypeAaaa; }
 
 bool is_unspecified(const std::string& address) { return address.find_first_not_of('\0') == address.npos; }
 
-void queue_answer(Operation& operation, const Query& query, std::uint16_t rrtype, const std::string& rdata, std::uint32_t ttl) {
+// 169.254/16 (RFC 3927) and fe80::/10 (RFC 4291).
+bool is_link_local(std::uint16_t rrtype, const std::string& address) {
+  const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(address[at]); };
+  return rrtype == mdns::kTypeA ? byte(0) == 169 && byte(1) == 254 : byte(0) == 0xFE && (byte(1) & 0xC0) == 0x80;
+}
+
+void queue_answer(Operation& operation, const Query& query, const std::string& rdata, std::uint32_t ttl) {
   Reply reply;
   reply.flags = kDNSServiceFlagsAdd;
-  reply.name = query.full_name;
-  reply.rrtype = rrtype;
+  reply.name = name_to_text(query.name);
+  reply.rrtype = query.rrtype;
   reply.data = rdata;
   reply.ttl = ttl;
   reply_queue(operation, std::move(reply));
 }
 
-void tell_newest_address(Operation& operation, Query& query) {
-  const auto* newest = answer_newest(query.answers);
-  if (newest == nullptr || newest->first == query.told) {
-    return;
-  }
-  query.told = newest->first;
-  queue_answer(operation, query, query.rrtype, newest->first, newest->second.ttl);
-}
-
-void query_failed(Operation& operation, const Query& query) {
-  Reply reply;
-  reply.error = kDNSServiceErr_Unknown;
-  reply.name = query.full_name;
-  reply.rrtype = query.rrtype;
-  reply_queue(operation, std::move(reply));
-}
-
-void answer_changed(Operation& operation, AvahiProtocol protocol, AvahiBrowserEvent event, AvahiRecord* record) {
-  Query& query = part_of<Query>(operation);
-  if (event == AVAHI_BROWSER_FAILURE) {
-    query_failed(operation, query);
-    return;
-  }
-  const std::string rdata = rdata_of(*record);
-  if (rdata.empty() || (is_address(query.rrtype) && is_unspecified(rdata))) {
-    return;
-  }
-  const bool has_become_live = event == AVAHI_BROWSER_NEW && answer_add(query.answers, protocol, rdata, record->ttl);
-  if (event == AVAHI_BROWSER_REMOVE) {
-    answer_remove(query.answers, protocol, rdata);
-  }
-  if (is_address(query.rrtype)) {
-    tell_newest_address(operation, query);
-  } else if (has_become_live) {
-    queue_answer(operation, query, record->key->type, rdata, record->ttl);
+void address_changed(Operation& operation, Query& query, const mdns::Event& event) {
+  const std::size_t kind = is_link_local(query.rrtype, event.rdata) ? 1 : 0;
+  std::vector<Answer>& answers = query.answers[kind];
+  answers_change(answers, event);
+  if (!answers.empty() && answers.back().rdata != query.reported[kind]) {
+    query.reported[kind] = answers.back().rdata;
+    queue_answer(operation, query, answers.back().rdata, answers.back().ttl);
   }
 }
 
 }  // namespace
 
-DNSServiceErrorType query_start(Operation& operation, const Name& name) {
-  Query& query = part_of<Query>(operation);
-  query.full_name = name_to_text(name);
-  // What is not an address may be everybody's: there are as many pointers of a name as services, and each of them is told.
-  const LookupKind kind = is_address(query.rrtype) ? LookupKind::lasting : LookupKind::steady;
-  query.lookup = lookup_start(operation, name, query.rrtype, kind, answer_changed);
-  return query.lookup == nullptr ? kDNSServiceErr_BadParam : kDNSServiceErr_NoError;
+void answers_change(std::vector<Answer>& answers, const mdns::Event& event) {
+  if (event.kind == mdns::Event::Kind::added) {
+    answers.push_back({event.rdata, event.ttl});
+    return;
+  }
+  const auto found = std::find_if(answers.rbegin(), answers.rend(), [&](const Answer& a) { return a.rdata == event.rdata; });
+  if (found != answers.rend()) {
+    answers.erase(std::next(found).base());
+  }
 }
 
-void query_stop(Query& query) {
-  lookup_end(query.lookup);
-  query.lookup = nullptr;
+DNSServiceErrorType query_start(Operation& operation) {
+  const Query& query = part_of<Query>(operation);
+  ask(operation, query.name, query.rrtype);
+  return kDNSServiceErr_NoError;
+}
+
+void operation_event(Operation& operation, Query& query, const mdns::Event& event) {
+  if (!is_address(query.rrtype)) {
+    if (event.kind == mdns::Event::Kind::added) {
+      queue_answer(operation, query, event.rdata, event.ttl);
+    }
+  } else if (!is_unspecified(event.rdata)) {
+    address_changed(operation, query, event);
+  }
 }
 
 }  // namespace dnssd

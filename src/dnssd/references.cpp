@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: MIT
-// Lifecycle of an operation: operation_new makes it; replies find it by its serial; operation_release takes it out of the
-// registry first, so that nothing finds it while its Avahi objects are freed, and ends the engine with the last connection.
+// Lifecycle of an operation: operation_new makes it; events and replies find it by its handle; operation_release
+// takes it out of the registry, so that nothing finds it any more, and ends the engine with the last connection.
 #include "dnssd/references.h"
 
 #include "dnssd/engine.h"
+#include "dnssd/interface.h"
 #include "dnssd/operations.h"
-#include "dnssd/server.h"
 
 namespace dnssd {
 namespace {
 
-Serial new_serial() {
-  static Serial last = 1;
+Handle new_handle() {
+  static Handle last = 1;
   last += 2;
   return last;
 }
@@ -20,27 +20,26 @@ bool is_published(const Operation& operation) {
   return std::holds_alternative<Registration>(operation.part) || std::holds_alternative<Record>(operation.part);
 }
 
+// Ends its queries and withdraws what it has published.
 void stop(Operation& operation) {
-  if (auto* browse = std::get_if<Browse>(&operation.part)) {
-    browse_stop(*browse);
+  if (operation.interface == nullptr) {
+    return;
   }
-  if (auto* resolve = std::get_if<Resolve>(&operation.part)) {
-    resolve_stop(*resolve);
-  }
-  if (auto* query = std::get_if<Query>(&operation.part)) {
-    query_stop(*query);
+  mdns::Link& link = link_of(operation);
+  for (const mdns::QueryId query : operation.queries) {
+    mdns::query_stop(link, monotonic_now(), query);
   }
   if (auto* registration = std::get_if<Registration>(&operation.part)) {
     registration_stop(operation, *registration);
   }
   if (auto* record = std::get_if<Record>(&operation.part)) {
-    record_stop(operation, *record);
+    mdns::publication_withdraw(link, monotonic_now(), record->publication);
   }
 }
 
 // One operation by itself.
-void release_one(Serial serial) {
-  const auto found = gEngine->operations.find(serial);
+void release_one(Handle handle) {
+  const auto found = gEngine->operations.find(handle);
   if (found == gEngine->operations.end()) {
     return;
   }
@@ -51,16 +50,16 @@ void release_one(Serial serial) {
   if (is_published(*operation)) {
     --gEngine->published;
   }
-  if (operation->server != nullptr) {
-    server_unuse(*operation->server, !is_published(*operation));
+  if (operation->interface != nullptr) {
+    interface_unuse(*operation->interface);
   }
 }
 
-std::vector<Serial> members_of(Serial connection) {
-  std::vector<Serial> members;
-  for (const auto& [serial, operation] : gEngine->operations) {
+std::vector<Handle> members_of(Handle connection) {
+  std::vector<Handle> members;
+  for (const auto& [handle, operation] : gEngine->operations) {
     if (operation->connection == connection) {
-      members.push_back(serial);
+      members.push_back(handle);
     }
   }
   return members;
@@ -68,12 +67,12 @@ std::vector<Serial> members_of(Serial connection) {
 
 }  // namespace
 
-Operation* operation_new(Serial connection, Server* server, void* context, decltype(Operation::part)&& part) {
+Operation* operation_new(Handle connection, Interface* interface, void* context, decltype(Operation::part)&& part) {
   auto owned = std::make_unique<Operation>();
   Operation* operation = owned.get();
-  operation->serial = new_serial();
+  operation->handle = new_handle();
   operation->connection = connection;
-  operation->server = server;
+  operation->interface = interface;
   operation->context = context;
   operation->part = std::move(part);
   if (connection == 0) {
@@ -82,28 +81,28 @@ Operation* operation_new(Serial connection, Server* server, void* context, declt
   if (is_published(*operation)) {
     ++gEngine->published;
   }
-  if (server != nullptr) {
-    server_use(*server, !is_published(*operation));
+  if (interface != nullptr) {
+    interface_use(*interface);
   }
-  gEngine->operations.emplace(operation->serial, std::move(owned));
+  gEngine->operations.emplace(operation->handle, std::move(owned));
   return operation;
 }
 
-Operation* operation_find(Serial serial) {
+Operation* operation_find(Handle handle) {
   if (gEngine == nullptr) {
     return nullptr;
   }
-  const auto found = gEngine->operations.find(serial);
+  const auto found = gEngine->operations.find(handle);
   return found == gEngine->operations.end() ? nullptr : found->second.get();
 }
 
 Operation* operation_of(DNSServiceRef ref) {
-  Operation* operation = operation_find(reinterpret_cast<Serial>(ref));
+  Operation* operation = operation_find(reinterpret_cast<Handle>(ref));
   return operation != nullptr && std::holds_alternative<Record>(operation->part) ? nullptr : operation;
 }
 
 Operation* operation_of(DNSRecordRef ref) {
-  Operation* operation = operation_find(reinterpret_cast<Serial>(ref));
+  Operation* operation = operation_find(reinterpret_cast<Handle>(ref));
   return operation != nullptr && std::holds_alternative<Record>(operation->part) ? operation : nullptr;
 }
 
@@ -112,22 +111,43 @@ Operation* connection_of(DNSServiceRef ref) {
   return operation != nullptr && std::holds_alternative<Connection>(operation->part) ? operation : nullptr;
 }
 
-DNSServiceRef service_ref(const Operation& operation) { return reinterpret_cast<DNSServiceRef>(operation.serial); }
-DNSRecordRef record_ref(const Operation& operation) { return reinterpret_cast<DNSRecordRef>(operation.serial); }
+mdns::Link& link_of(const Operation& operation) { return interface_link(*operation.interface); }
+
+void ask(Operation& operation, const std::string& name, std::uint16_t rrtype) {
+  mdns::QueryId& place = operation.queries[operation.queries[0] == 0 ? 0 : 1];
+  place = mdns::query_start(link_of(operation), monotonic_now(), name, rrtype, operation.handle);
+}
+
+void operation_pass(const mdns::Event& event) {
+  Operation* operation = operation_find(static_cast<Handle>(event.tag));
+  if (operation == nullptr) {
+    return;
+  }
+  std::visit(
+      [&]<typename Part>(Part& part) {
+        if constexpr (!std::is_same_v<Part, Connection>) {
+          operation_event(*operation, part, event);
+        }
+      },
+      operation->part);
+}
+
+DNSServiceRef service_ref(const Operation& operation) { return reinterpret_cast<DNSServiceRef>(operation.handle); }
+DNSRecordRef record_ref(const Operation& operation) { return reinterpret_cast<DNSRecordRef>(operation.handle); }
 
 void operation_release(Operation* operation) {
-  const Serial serial = operation->serial;
+  const Handle handle = operation->handle;
   const bool stands_alone = operation->connection == 0;
   if (stands_alone && gEngine->connections == 1) {
     engine_close();
     return;
   }
   if (std::holds_alternative<Connection>(operation->part)) {
-    for (const Serial member : members_of(serial)) {
+    for (const Handle member : members_of(handle)) {
       release_one(member);
     }
   }
-  release_one(serial);
+  release_one(handle);
   if (stands_alone) {
     --gEngine->connections;
   }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The registry of live references. A reference is a serial number in the shape of a pointer: odd, so that no address of an
+// The registry of live references. A reference is a number in the shape of a pointer, the handle: odd, so that no address of an
 // object equals one, and never used twice, so that a stale one never names its successor.
 #pragma once
 
@@ -7,11 +7,11 @@
 
 namespace dnssd {
 
-// Makes an operation with `part`, under a new serial; it counts as a connection when `connection` is 0. Needs gEngine.
-Operation* operation_new(Serial connection, Server* server, void* context, decltype(Operation::part)&& part);
+// Makes an operation with `part`, under a new handle; it counts as a connection when `connection` is 0. Needs gEngine.
+Operation* operation_new(Handle connection, Interface* interface, void* context, decltype(Operation::part)&& part);
 
 // Any live operation, records included; null for every other number.
-Operation* operation_find(Serial serial);
+Operation* operation_find(Handle handle);
 
 // What a caller's reference names; null when it is null, stale, wild, or a reference of the other sort.
 Operation* operation_of(DNSServiceRef ref);
@@ -19,6 +19,9 @@ Operation* operation_of(DNSRecordRef ref);
 
 // The same if it is a connection made with DNSServiceCreateConnection; else null.
 Operation* connection_of(DNSServiceRef ref);
+
+// Passes an event to the operation that its tag names, if it is still there.
+void operation_pass(const mdns::Event& event);
 
 DNSServiceRef service_ref(const Operation& operation);
 DNSRecordRef record_ref(const Operation& operation);

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// A reply is queued while Avahi's code runs and delivered after it has returned. It names its operation by serial: once
-// that is released, the reply is dropped when its turn comes.
+// A reply is queued when an event arrives and delivered at the end of a pass. It names its operation by handle: once that is
+// released, the reply is dropped when its turn comes.
 #include "dnssd/engine.h"
+#include "dnssd/interface.h"
 #include "dnssd/references.h"
-#include "dnssd/server.h"
 
 namespace dnssd {
 namespace {
@@ -51,7 +51,7 @@ void call(const Record& record, const Target& to, DNSServiceFlags flags, const R
 
 void deliver(Operation& operation, const Reply& reply) {
   const Target to{service_ref(operation), record_ref(operation), reinterpret_cast<DNSServiceRef>(operation.connection),
-                  operation.server != nullptr ? operation.server->interface_index : 0, operation.context};
+                  operation.interface != nullptr ? operation.interface->index : 0, operation.context};
   DNSServiceFlags flags = reply.flags;
   if (gEngine->deliverable > 0) {
     flags |= kDNSServiceFlagsMoreComing;
@@ -62,7 +62,7 @@ void deliver(Operation& operation, const Reply& reply) {
 }  // namespace
 
 void reply_queue(Operation& operation, Reply&& reply) {
-  reply.to = operation.serial;
+  reply.to = operation.handle;
   ++operation.queued;
   ++gEngine->deliverable;
   gEngine->replies.push_back(std::move(reply));
@@ -70,7 +70,7 @@ void reply_queue(Operation& operation, Reply&& reply) {
 
 void replies_deliver() {
   // A callback may end this engine, and another call in it may have begun a new one, which is not passing.
-  for (int i = 0; i < kRepliesPerPass && gEngine != nullptr && gEngine->passing && gEngine->deliverable > 0;) {
+  for (int i = 0; i < kRepliesPerPass && gEngine != nullptr && gEngine->is_passing && gEngine->deliverable > 0;) {
     const Reply reply = std::move(gEngine->replies.front());
     gEngine->replies.pop_front();
     Operation* operation = operation_find(reply.to);

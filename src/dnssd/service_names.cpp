@@ -2,28 +2,25 @@
 #include "dnssd/service_names.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace dnssd {
 namespace {
 
-// A number in a name's suffix longer than this is part of the name and is not counted on.
-constexpr std::size_t kSuffixDigitsMax = 6;
+// A number in a name's suffix larger than this is part of the name and is not counted on.
+constexpr unsigned kSuffixMax = 999'999;
 
 bool is_type_byte(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
 }
 
-bool is_application(std::string_view label) {
-  return label.size() >= 2 && label[0] == '_' && std::all_of(label.begin() + 1, label.end(), is_type_byte);
-}
-
-bool is_transport(std::string_view label) {
-  const std::string folded = fold_case(label);
-  return folded == "_tcp" || folded == "_udp";
-}
-
-std::optional<ServiceType> type_of_labels(std::string_view application, std::string_view transport) {
-  if (!is_application(application) || !is_transport(transport)) {
+// The type that a name of two labels says; nothing when it is none.
+std::optional<ServiceType> type_of(std::string_view name) {
+  const std::string_view application = mdns::first_label(name);
+  const std::string_view transport = mdns::first_label(mdns::parent_name(name));
+  if (application.size() < 2 || application[0] != '_' || !std::all_of(application.begin(), application.end(), is_type_byte) ||
+      !(mdns::same_folded(transport, "_tcp") || mdns::same_folded(transport, "_udp")) ||
+      mdns::parent_name(mdns::parent_name(name)).size() != 1) {
     return std::nullopt;
   }
   return ServiceType{std::string(application), std::string(transport), {}};
@@ -33,11 +30,11 @@ std::optional<ServiceType> type_of_labels(std::string_view application, std::str
 bool add_subtypes(ServiceType& type, std::string_view list) {
   for (;;) {
     const std::size_t comma = list.find(',');
-    const std::optional<Name> label = parse_name(list.substr(0, comma));
-    if (!label || label->labels.size() != 1) {
+    const std::optional<std::string> name = parse_name(list.substr(0, comma));
+    if (!name || name->size() == 1 || mdns::parent_name(*name).size() != 1) {
       return false;
     }
-    type.subtypes.push_back(label->labels[0]);
+    type.subtypes.emplace_back(mdns::first_label(*name));
     if (comma == list.npos) {
       return true;
     }
@@ -53,35 +50,23 @@ struct Numbered {
 
 Numbered split_number(std::string_view name) {
   const std::size_t open = name.rfind(" (");
-  if (open == name.npos || !name.ends_with(')')) {
-    return {name, 1};
-  }
-  const std::string_view digits = name.substr(open + 2, name.size() - open - 3);
-  if (digits.empty() || digits.size() > kSuffixDigitsMax) {
-    return {name, 1};
-  }
-  unsigned number = 0;
-  for (const char c : digits) {
-    if (c < '0' || c > '9') {
-      return {name, 1};
+  if (open != name.npos && name.ends_with(')')) {
+    unsigned number = 0;
+    const char* const last = &name.back();
+    const auto [end, error] = std::from_chars(&name[open] + 2, last, number);
+    if (end == last && error == std::errc() && number >= 2 && number <= kSuffixMax) {
+      return {name.substr(0, open), number};
     }
-    number = number * 10 + static_cast<unsigned>(c - '0');
   }
-  if (number < 2) {
-    return {name, 1};
-  }
-  return {name.substr(0, open), number};
+  return {name, 1};
 }
 
 }  // namespace
 
 std::optional<ServiceType> parse_service_type(std::string_view text) {
   const std::size_t comma = text.find(',');
-  const std::optional<Name> name = parse_name(text.substr(0, comma));
-  if (!name || name->labels.size() != 2) {
-    return std::nullopt;
-  }
-  std::optional<ServiceType> type = type_of_labels(name->labels[0], name->labels[1]);
+  const std::optional<std::string> name = parse_name(text.substr(0, comma));
+  std::optional<ServiceType> type = name ? type_of(*name) : std::nullopt;
   if (type && comma != text.npos && !add_subtypes(*type, text.substr(comma + 1))) {
     return std::nullopt;
   }
@@ -89,28 +74,22 @@ std::optional<ServiceType> parse_service_type(std::string_view text) {
 }
 
 std::optional<ServiceType> parse_browse_type(std::string_view text) {
-  std::optional<ServiceType> type;
-  const std::optional<Name> name = parse_name(text);
-  if (name && name->labels.size() == 3) {
-    type = type_of_labels(name->labels[1], name->labels[2]);
-    if (type) {
-      type->subtypes.push_back(name->labels[0]);
-    }
-  } else {
-    type = parse_service_type(text);
+  const std::optional<std::string> name = parse_name(text);
+  std::optional<ServiceType> type = name ? type_of(mdns::parent_name(*name)) : std::nullopt;
+  if (type) {
+    type->subtypes.emplace_back(mdns::first_label(*name));
+    return type;
   }
-  if (type && type->subtypes.size() > 1) {
-    return std::nullopt;
-  }
-  return type;
+  type = parse_service_type(text);
+  return type && type->subtypes.size() <= 1 ? type : std::nullopt;
 }
 
 std::string type_text(const ServiceType& type) { return type.application + "." + type.transport + "."; }
 
-Name type_name(const ServiceType& type) { return Name{{type.application, type.transport, "local"}}; }
+std::string type_name(const ServiceType& type) { return name_of({type.application, type.transport, "local"}); }
 
-Name subtype_name(const ServiceType& type, const std::string& subtype) {
-  return Name{{subtype, "_sub", type.application, type.transport, "local"}};
+std::string subtype_name(const ServiceType& type, const std::string& subtype) {
+  return name_of({subtype, "_sub", type.application, type.transport, "local"});
 }
 
 std::string truncate_utf8(std::string_view name, std::size_t room) {
@@ -131,19 +110,7 @@ std::string next_service_name(std::string_view name) {
 }
 
 bool is_local_domain(const char* domain) {
-  if (domain == nullptr || *domain == '\0') {
-    return true;
-  }
-  const std::string folded = fold_case(domain);
-  return folded == "local" || folded == "local.";
-}
-
-bool is_txt_data(std::span<const std::uint8_t> txt) {
-  std::size_t at = 0;
-  while (at < txt.size()) {
-    at += 1u + txt[at];
-  }
-  return at == txt.size();
+  return domain == nullptr || *domain == '\0' || mdns::same_folded(domain, "local") || mdns::same_folded(domain, "local.");
 }
 
 }  // namespace dnssd

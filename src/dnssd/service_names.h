@@ -20,15 +20,15 @@ struct ServiceType {
 
 // Reads "_ipp._tcp", "_ipp._tcp." and the subtype form "_ipp._tcp,_universal" of dns_sd.h. Nothing when it is no DNS-SD
 // type: the application is '_' and 1 to 63 bytes less one of letters, digits and hyphens (RFC 6335 says 15; longer ones
-// are in use and do no harm), a subtype is any plain label.
+// are in use and do no harm), a subtype is any label.
 std::optional<ServiceType> parse_service_type(std::string_view text);
 
 // The same for a browse, which may also put the subtype first: "_universal._ipp._tcp". At most one subtype.
 std::optional<ServiceType> parse_browse_type(std::string_view text);
 
-std::string type_text(const ServiceType& type);                          // "_ipp._tcp.", as replies carry it
-Name type_name(const ServiceType& type);                                 // _ipp._tcp.local
-Name subtype_name(const ServiceType& type, const std::string& subtype);  // _universal._sub._ipp._tcp.local
+std::string type_text(const ServiceType& type);                                 // "_ipp._tcp.", as replies carry it
+std::string type_name(const ServiceType& type);                                 // the name _ipp._tcp.local
+std::string subtype_name(const ServiceType& type, const std::string& subtype);  // _universal._sub._ipp._tcp.local
 
 // Cuts `name` to at most `room` bytes without cutting through a UTF-8 character.
 std::string truncate_utf8(std::string_view name, std::size_t room);
@@ -39,8 +39,5 @@ std::string next_service_name(std::string_view name);
 
 // Whether `domain`, as a caller of dns_sd.h gives it, means link-local multicast: null, "", "local" or "local.".
 bool is_local_domain(const char* domain);
-
-// Whether `txt` is a TXT record's data: length bytes that fill it exactly.
-bool is_txt_data(std::span<const std::uint8_t> txt);
 
 }  // namespace dnssd

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <iterator>
 
 #include "dnssd/engine.h"
 
@@ -24,89 +25,72 @@ constexpr int kEndings[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
 // Kills by the default action, in a shell's way of counting, should the signal raised again come back.
 constexpr int kExitOfSignal = 128;
 
-int gDepth = 0;     // frames
-sigset_t gCallers;  // the mask to restore when the outermost frame ends
-sigset_t gTaken;    // valid while gAnyTaken
-bool gAnyTaken = false;
-AvahiWatch* gWatch = nullptr;  // on the signalfd, while any signal is taken
-int gDescriptor = -1;
-int gCaught = 0;  // a taken signal that has arrived, 0: none
+int gDepth = 0;       // frames
+sigset_t gCallers;    // the mask to restore when the outermost frame ends
+unsigned gTaken = 0;  // a bit for each of kEndings
+Watch gWatch;         // on a signalfd, while any signal is taken
+int gCaught = 0;      // a taken signal that has arrived, 0: none
+
+constexpr std::size_t kEndingsCount = std::size(kEndings);
 
 bool has_default_action(int signal) {
   struct sigaction action {};
   return sigaction(signal, nullptr, &action) == 0 && (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_DFL;
 }
 
-bool is_taken(int signal) { return gAnyTaken && sigismember(&gTaken, signal) == 1; }
-
-bool is_to_be_taken(int signal) {
-  return has_default_action(signal) && (is_taken(signal) || sigismember(&gCallers, signal) == 0);
+// Those that the program leaves to their default action and has not blocked itself.
+unsigned to_be_taken() {
+  unsigned wanted = 0;
+  for (std::size_t i = 0; i < kEndingsCount; ++i) {
+    const bool is_free = (gTaken >> i & 1) != 0 || sigismember(&gCallers, kEndings[i]) == 0;
+    wanted |= is_free && has_default_action(kEndings[i]) ? 1u << i : 0;
+  }
+  return wanted;
 }
 
-void signal_arrived(AvahiWatch*, int fd, AvahiWatchEvent, void*) {
+void signal_arrived(void*) {
   signalfd_siginfo info{};
-  if (read(fd, &info, sizeof info) == sizeof info) {
+  if (read(gWatch.fd, &info, sizeof info) == sizeof info) {
     gCaught = static_cast<int>(info.ssi_signo);
   }
 }
 
-// Adds to the callers' mask what is in `set` (SIG_BLOCK), or takes it out (SIG_UNBLOCK).
-void change_callers_mask(int how, const sigset_t& set) {
-  for (const int signal : kEndings) {
-    if (sigismember(&set, signal) != 1) {
-      continue;
+// Notes what is taken now: that is blocked in the callers' mask, and what was taken before no longer.
+void note_taken(unsigned wanted) {
+  for (std::size_t i = 0; i < kEndingsCount; ++i) {
+    if (wanted >> i & 1) {
+      sigaddset(&gCallers, kEndings[i]);
+    } else if (gTaken >> i & 1) {
+      sigdelset(&gCallers, kEndings[i]);
     }
-    if (how == SIG_BLOCK) {
-      sigaddset(&gCallers, signal);
+  }
+  gTaken = wanted;
+}
+
+void take(unsigned wanted) {
+  sigset_t set;
+  sigemptyset(&set);
+  for (std::size_t i = 0; i < kEndingsCount; ++i) {
+    if (wanted >> i & 1) {
+      sigaddset(&set, kEndings[i]);
     }
-    if (how == SIG_UNBLOCK) {
-      sigdelset(&gCallers, signal);
-    }
+  }
+  const bool is_new = gWatch.fd < 0;
+  const int fd = signalfd(gWatch.fd, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+  if (fd < 0) {
+    return;
+  }
+  gWatch = {fd, signal_arrived, nullptr};
+  if (!is_new || poll_add(gEngine->poll, gWatch)) {
+    note_taken(wanted);
   }
 }
 
 void give_back() {
-  if (!gAnyTaken) {
-    return;
+  if (gTaken != 0) {
+    note_taken(0);
+    poll_remove(gEngine->poll, gWatch);
   }
-  change_callers_mask(SIG_UNBLOCK, gTaken);
-  gAnyTaken = false;
-  if (gWatch != nullptr) {
-    poll_watch_free(gWatch);
-  }
-  if (gDescriptor >= 0) {
-    close(gDescriptor);
-  }
-  gWatch = nullptr;
-  gDescriptor = -1;
-}
-
-// Makes `wanted` what is taken, if it is not so already.
-void take(const sigset_t& wanted) {
-  const int fd = signalfd(gDescriptor, &wanted, SFD_CLOEXEC | SFD_NONBLOCK);
-  if (fd < 0) {
-    return;
-  }
-  gDescriptor = fd;
-  if (gWatch == nullptr) {
-    const AvahiPoll api = poll_api(gEngine->poll);
-    gWatch = poll_watch_new(&api, gDescriptor, AVAHI_WATCH_IN, signal_arrived, nullptr);
-  }
-  if (gAnyTaken) {
-    change_callers_mask(SIG_UNBLOCK, gTaken);
-  }
-  change_callers_mask(SIG_BLOCK, wanted);
-  gTaken = wanted;
-  gAnyTaken = true;
-}
-
-bool differs_from_taken(const sigset_t& wanted) {
-  for (const int signal : kEndings) {
-    if ((sigismember(&wanted, signal) == 1) != is_taken(signal)) {
-      return true;
-    }
-  }
-  return false;
 }
 
 }  // namespace
@@ -132,23 +116,10 @@ void signals_release() {
 
 void signals_review(bool publishing) {
   const bool is_init = getpid() == 1;
-  if (!publishing || is_init) {
+  const unsigned wanted = publishing && !is_init ? to_be_taken() : 0;
+  if (wanted == 0) {
     give_back();
-    return;
-  }
-  sigset_t wanted;
-  sigemptyset(&wanted);
-  bool any = false;
-  for (const int signal : kEndings) {
-    if (!is_to_be_taken(signal)) {
-      continue;
-    }
-    sigaddset(&wanted, signal);
-    any = true;
-  }
-  if (!any) {
-    give_back();
-  } else if (differs_from_taken(wanted)) {
+  } else if (wanted != gTaken) {
     take(wanted);
   }
 }
@@ -176,13 +147,8 @@ void signals_die_if_caught() {
 }
 
 void signals_forget() {
-  if (!gAnyTaken) {
-    return;
-  }
-  change_callers_mask(SIG_UNBLOCK, gTaken);
-  gAnyTaken = false;
-  gWatch = nullptr;  // freed by nobody: it is part of the parent's engine
-  gDescriptor = -1;  // closed with the watches
+  note_taken(0);
+  gWatch.fd = -1;  // closed with the other watches
   gCaught = 0;
 }
 

@@ -14,7 +14,7 @@ void signals_release();
 void signals_review(bool publishing);
 
 // If a taken signal has arrived: ends the engine with its goodbyes, gives the signal back and raises it; does not return
-// then. Not to be called from Avahi's code.
+// then. Not to be called while descriptors are being served.
 void signals_die_if_caught();
 
 // In a forked child: gives the signals back without touching the parent's engine.

@@ -41,23 +41,23 @@ void hurry_rrset(Link& link, const OwnedRecord& record) {
 }
 
 // From now on the next change of the name's records waits.
-void note_change(const Link& link, OwnedRecord& record) {
+void note_change(const Link& link, const OwnedRecord& record) {
   OwnedName& owned = *record.owner;
   const bool is_calm = owned.change_at < link.now - kChangesForgotten;
   owned.change_interval = is_calm ? kFirstChangeInterval : std::min(2 * owned.change_interval, kLongestChangeInterval);
   owned.change_at = link.now + owned.change_interval;
-  record.is_change = false;
 }
 
 void note_announced(Link& link, OwnedRecord& record) {
   ++link.steps;
-  if (record.is_change) {
+  if (record.is_change && record.announcements_left == kAnnouncements) {
     note_change(link, record);
   }
   record.superseded.clear();
   record_was_multicast(link, record, link.protocols, link.now);
   if (record.announcement.at <= link.now) {
     const bool is_last = --record.announcements_left == 0;
+    record.is_change = record.is_change && !is_last;
     link.announcer.due.set(record, is_last ? kNever : link.now + kAnnouncementsApart);
   }
 }
@@ -95,13 +95,14 @@ bool write_goodbye(Writer& writer, OwnedRecord& record) {
 }
 
 // RFC 6762 section 6: a record goes to the group once a second at most. One that has just been sent as an answer has been announced by
-// that, if all protocols had it; else it waits. True when it is not to be announced now.
+// that, if all protocols had it; else it waits. Changed data is said again in any case: the cache-flush of the first time spares what the
+// old data's last second was. True when it is not to be announced now.
 bool is_just_sent(Link& link, OwnedRecord& record) {
   const Time last = last_multicast(link, record);
   if (last + kSecond <= link.now) {
     return false;
   }
-  const bool is_announced = was_multicast_since(link, record, link.now - kSecond) && record.superseded.empty();
+  const bool is_announced = was_multicast_since(link, record, link.now - kSecond) && !record.is_change;
   const bool is_over = is_announced && --record.announcements_left == 0;
   link.announcer.due.set(record, is_over ? kNever : last + kAnnouncementsApart);
   return true;

@@ -144,7 +144,8 @@ void send_answers(Link& link, const std::vector<DueAnswer>& answers, Protocols o
   Batch batch{link, over, {}, {}};
   ++link.responder.batches;
   for (const DueAnswer& answer : answers) {
-    if (answer.over == over) {
+    // What an earlier packet has taken along is due no longer.
+    if ((answer.over & answer.record->answer_over) == over) {
       add_rrset(batch, batch.answers, *answer.record);
     }
   }

@@ -36,6 +36,9 @@ constexpr std::size_t kEntriesMax = 32768;
 constexpr std::size_t kUnwantedMax = 16384;
 constexpr std::uint32_t kRRsetMax = 8192;
 
+// Types that are kept of one name: hosts have a handful.
+constexpr std::size_t kTypesMax = 16;
+
 // A source that was the first to say as many entries is one that makes room for others.
 constexpr std::uint32_t kFairShare = 2048;
 constexpr int kVictimsLookedAt = 64;
@@ -369,6 +372,9 @@ void cache_receive(Link& link, const Record& record, Protocols protocol, Source&
     if (entry != nullptr) {
       receive_goodbye(link, *entry, protocol);
     }
+    return;
+  }
+  if (entry == nullptr && name->rrsets.size() >= kTypesMax && rrset_find(*name, record.type) == nullptr) {
     return;
   }
   RRset& rrset = rrset_get(link, *name, record.type);

@@ -38,7 +38,7 @@ void release(Link& link, Datagram&& datagram) {
   const bool is_reply = datagram.to.port != 0;
   datagram.protocols &= link.protocols;
   const unsigned count = is_reply ? 1 : count_of(datagram.protocols);
-  if (count == 0) {
+  if (count == 0 || (is_reply && (link.protocols & datagram.to.protocol) == 0)) {
     return;
   }
   Outbox& outbox = link.outbox;

@@ -246,7 +246,12 @@ Time delay_of(Link& link, const Message& message) {
   if (message.questions.size() == 1 && is_ours_alone(link, message)) {
     return 0;
   }
-  return random_between(link.random, kDelayLeast, kDelayMost);
+  // What becomes due at about the same time shares packets (RFC 6762 section 6.4).
+  Time& together_at = link.responder.together_at;
+  if (together_at < link.now + kDelayLeast || together_at > link.now + kDelayMost) {
+    together_at = link.now + random_between(link.random, kDelayLeast, kDelayMost);
+  }
+  return together_at - link.now;
 }
 
 void queue_reply(Link& link, Asking& asking) {

@@ -33,6 +33,7 @@ struct Responder {
   Heap<OwnedRecord, &OwnedRecord::answer> due;
   std::deque<DirectReply> replies;  // a bounded number
   std::vector<Hold> holds;          // a bounded number
+  Time together_at = kLongAgo;      // when the latest delayed answers are due
   Time rescue_at = kLongAgo;        // when all that was taken back by others is said again
   std::size_t replied_records = 0;  // in all replies
   std::uint32_t queries = 0;        // received so far; the number of the one in hand

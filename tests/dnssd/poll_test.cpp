@@ -1,100 +1,107 @@
 // SPDX-License-Identifier: MIT
-// The event loop, and the clocks that it goes by: somebody may set the wall clock while it runs.
+// The epoll descriptor: when it is readable, and whom it calls.
 #include "dnssd/poll.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
-#include <ctime>
-#include <vector>
-
-#include "dnssd/stopped_clock.h"
+#include <fcntl.h>
+#include <cerrno>
 
 namespace dnssd {
 namespace {
 
-constexpr std::int64_t kSecond = 1'000'000;
-constexpr std::int64_t kHour = 3600 * kSecond;
+constexpr int kPatience = 10'000;  // milliseconds; what has not come by then never will
 
 class PollTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(poll_open(poll_)); }
-  void TearDown() override {
-    for (AvahiTimeout* timer : timers_) {
-      poll_timer_free(timer);
-    }
-    poll_close(poll_);
+  void TearDown() override { poll_close(poll_); }
+
+  bool IsReadable(int timeout = 0) const {
+    pollfd one{poll_.epoll_fd, POLLIN, 0};
+    return poll(&one, 1, timeout) == 1;
   }
 
-  static void Fire(AvahiTimeout* timer, void* userdata) { static_cast<std::vector<AvahiTimeout*>*>(userdata)->push_back(timer); }
-
-  AvahiTimeout* OwnTimer() { return timers_.emplace_back(poll_timer_new(poll_, Fire, &fired_)); }
-
-  // One as Avahi makes it, due so many microseconds after the time that the wall clock shows.
-  AvahiTimeout* AvahisTimer(std::int64_t from_now) {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    const std::int64_t due = now.tv_sec * kSecond + now.tv_nsec / 1000 + from_now;
-    timeval at{};
-    at.tv_sec = due / kSecond;
-    at.tv_usec = due % kSecond;
-    const AvahiPoll api = poll_api(poll_);
-    return timers_.emplace_back(api.timeout_new(&api, &at, Fire, &fired_));
+  // A watch on an eventfd that is readable.
+  void AddReadable(Watch& watch) {
+    watch = {eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK), [](void* context) { ++*static_cast<int*>(context); }, &calls_};
+    ASSERT_TRUE(poll_add(poll_, watch));
   }
 
-  // How many timers fire in so many microseconds.
-  std::size_t FiredWithin(std::int64_t microseconds) {
-    const std::size_t before = fired_.size();
-    clock_.Pass(microseconds);
-    EXPECT_TRUE(poll_dispatch(poll_));
-    return fired_.size() - before;
-  }
-
-  StoppedClock clock_;
   Poll poll_;
-  std::vector<AvahiTimeout*> timers_;
-  std::vector<AvahiTimeout*> fired_;
+  int calls_ = 0;
 };
 
-TEST_F(PollTest, TimersFireOnceInTheOrderOfTheirTimes) {
-  AvahiTimeout* second = OwnTimer();
-  AvahiTimeout* first = AvahisTimer(10'000);
-  poll_timer_start(second, 20'000);
-  EXPECT_EQ(FiredWithin(9'999), 0U);
-  EXPECT_EQ(FiredWithin(10'001), 2U);
-  EXPECT_EQ(fired_, (std::vector<AvahiTimeout*>{first, second}));
-  EXPECT_EQ(FiredWithin(kHour), 0U);
-  EXPECT_TRUE(poll_.timers.empty());
+TEST_F(PollTest, WithNothingToDoItIsNotReadable) {
+  poll_arm(poll_, mdns::kNever, false);
+  EXPECT_FALSE(IsReadable());
 }
 
-TEST_F(PollTest, AStoppedTimerDoesNotFire) {
-  AvahiTimeout* stopped = OwnTimer();
-  poll_timer_start(stopped, 1);
-  poll_timer_stop(stopped);
-  EXPECT_EQ(FiredWithin(kHour), 0U);
+TEST_F(PollTest, ItIsReadableAtTheDeadlineAndNotBefore) {
+  const mdns::Time deadline = monotonic_now() + 20 * mdns::kMillisecond;
+  poll_arm(poll_, deadline, false);
+  ASSERT_TRUE(IsReadable(kPatience));
+  EXPECT_GE(monotonic_now(), deadline);
+  EXPECT_TRUE(poll_dispatch(poll_));
+  EXPECT_FALSE(IsReadable());
 }
 
-TEST_F(PollTest, SettingTheClockBackStopsNoTimer) {
-  poll_timer_start(OwnTimer(), 10'000);
-  AvahisTimer(10'000);
-  clock_.SetWallClock(-kHour);
-  EXPECT_EQ(FiredWithin(10'000), 2U);
-  AvahisTimer(10'000);  // Avahi goes by the new time from now on
-  EXPECT_EQ(FiredWithin(9'999), 0U);
-  EXPECT_EQ(FiredWithin(1), 1U);
+TEST_F(PollTest, ADeadlineMayBeTakenBack) {
+  poll_arm(poll_, monotonic_now() + 3600 * mdns::kSecond, false);
+  poll_arm(poll_, mdns::kNever, false);
+  poll_arm(poll_, monotonic_now() - 3600 * mdns::kSecond, false);
+  EXPECT_TRUE(IsReadable(kPatience));
 }
 
-TEST_F(PollTest, SettingTheClockForwardFiresNoTimer) {
-  poll_timer_start(OwnTimer(), kHour);
-  AvahisTimer(kHour);
-  clock_.SetWallClock(2 * kHour);
-  AvahiTimeout* soon = AvahisTimer(10'000);
-  EXPECT_EQ(FiredWithin(10'000), 1U);
-  EXPECT_EQ(fired_, (std::vector<AvahiTimeout*>{soon}));
+TEST_F(PollTest, TheSameDeadlineFiresAgain) {
+  for (int i = 0; i < 3; ++i) {
+    poll_arm(poll_, 1, false);
+    ASSERT_TRUE(IsReadable(kPatience));
+    ASSERT_TRUE(poll_dispatch(poll_));
+  }
 }
 
-TEST_F(PollTest, ATimeLongPastIsNow) {
-  AvahisTimer(-2'000'000 * kSecond);
-  EXPECT_EQ(FiredWithin(0), 1U);
+TEST_F(PollTest, WithMoreToDoItIsReadableUntilTheNextPass) {
+  poll_arm(poll_, mdns::kNever, true);
+  poll_arm(poll_, mdns::kNever, true);
+  EXPECT_TRUE(IsReadable());
+  EXPECT_TRUE(poll_dispatch(poll_));
+  EXPECT_FALSE(IsReadable());
+}
+
+TEST_F(PollTest, EachReadableDescriptorGetsItsTurn) {
+  Watch watches[50];
+  int calls[50] = {};
+  for (std::size_t i = 0; i < 50; ++i) {
+    AddReadable(watches[i]);
+    watches[i].context = &calls[i];
+  }
+  for (int pass = 0; pass < 50; ++pass) {
+    ASSERT_TRUE(poll_dispatch(poll_));
+  }
+  for (const int count : calls) {
+    EXPECT_GT(count, 0);
+  }
+}
+
+TEST_F(PollTest, AWatchThatWasRemovedIsCalledNoMoreAndIsClosed) {
+  Watch watch;
+  AddReadable(watch);
+  const int fd = watch.fd;
+  poll_remove(poll_, watch);
+  poll_remove(poll_, watch);
+  EXPECT_TRUE(poll_dispatch(poll_));
+  EXPECT_EQ(calls_, 0);
+  EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+  EXPECT_EQ(errno, EBADF);
+}
+
+TEST_F(PollTest, ADescriptorThatSomebodyClosedIsNoticed) {
+  close(poll_.epoll_fd);
+  EXPECT_FALSE(poll_dispatch(poll_));
 }
 
 }  // namespace

@@ -77,15 +77,5 @@ TEST(Domain, IsLocalAlone) {
   EXPECT_FALSE(is_local_domain("local.."));
 }
 
-bool is_txt(const std::string& data) { return is_txt_data({reinterpret_cast<const std::uint8_t*>(data.data()), data.size()}); }
-
-TEST(TxtData, IsFilledExactlyByItsStrings) {
-  EXPECT_TRUE(is_txt(std::string(1, '\0')));
-  EXPECT_TRUE(is_txt("\3a=b"));
-  EXPECT_TRUE(is_txt(std::string("\3a=b\0", 5)));
-  EXPECT_FALSE(is_txt("\4a=b"));
-  EXPECT_FALSE(is_txt("\3a=bx"));
-}
-
 }  // namespace
 }  // namespace dnssd

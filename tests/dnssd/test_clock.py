@@ -74,7 +74,6 @@ def test_a_looker_whose_clock_was_set_back_goes_on_working(link, clock):
 
 
 def test_a_looker_whose_clock_was_set_forward_finds_everything_again(link, clock):
-    """Avahi takes all that it remembers for expired then."""
     looker, publisher = link.looker(prefix=clock.prefix), link.publisher()
     looker.browse("br", link.far_index, "_ipp._tcp")
     publisher.register("reg", link.near_index, "My Printer")

@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Names that Avahi announces and finds, but cannot read in a question: escaped, they do not fit into 255 characters."""
+"""Names that other programs announce and find, but cannot read in a question: escaped, they do not fit into 255 characters."""
 
-import socket
 import time
 
 import pytest
@@ -13,10 +12,6 @@ from air import dns
 NAMES = {248: "é" * 29, 254: "é" * 29 + "x" * 2 + " ", 255: "é" * 29 + "x" * 3 + " ", 256: "é" * 30, 257: "x" + "é" * 30,
          265: "x" + "é" * 31, 268: "プ" * 21}
 LONG = NAMES[268]
-
-# 224.0.0.251 and ff02::fb with the port, as /proc/net shows them on a machine of either byte order.
-GROUPS = [f"{socket.ntohl(0xE00000FB):08X}:14E9",
-          "".join(f"{socket.ntohl(word):08X}" for word in (0xFF020000, 0, 0, 0xFB)) + ":14E9"]
 
 
 def instance(name):
@@ -105,30 +100,6 @@ def test_the_same_is_said_once_a_second_at_most(link):
 
     d.wait_for(asked_for_two_seconds, "time to pass")
     assert 1 <= len(air.said(instance(LONG), dns.SRV, began)) <= 3
-
-
-def test_one_pair_of_sockets_hears_for_all_who_listen_and_none_for_nobody(link):
-    publisher = link.publisher()
-
-    def sockets():
-        """Those on the multicast group, over both protocols."""
-        shown = publisher.host.sh("cat", "/proc/net/udp", "/proc/net/udp6").stdout
-        return len([line for line in shown.splitlines() if line.split()[1] in GROUPS])
-
-    publisher.register("other", link.near_index, "Other")
-    publisher.wait("other")
-    assert sockets() == 0
-    publisher.browse("br", link.near_index, "_ipp._tcp")
-    publisher.browse("br2", link.near_index, "_uscan._tcp")
-    assert sockets() == 2
-    publisher.register("reg", link.near_index, LONG)
-    publisher.wait("reg")
-    assert sockets() == 2
-    publisher.release("br")
-    publisher.release("br2")
-    assert sockets() == 2
-    publisher.release("reg")
-    assert sockets() == 0
 
 
 def test_what_is_withdrawn_is_answered_for_no_more(link):

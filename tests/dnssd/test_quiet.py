@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Who has heard it need not ask: lookups of unique records that rest while what they have told is what was said last.
+"""Who has heard it need not ask: queries for unique records that are silent while what was received last is fresh.
 
 Here the library looks up on the near host, and a stranger on the far one announces.
 """
@@ -161,24 +161,15 @@ def test_of_what_is_remembered_the_newest_is_told_last(place):
     place.is_told("q", 7, 8, 9)
 
 
-def test_of_very_many_addresses_the_newest_are_told_and_the_others_when_they_have_gone(place):
+def test_of_very_many_addresses_the_newest_is_told_last_and_the_next_newest_when_it_has_gone(place):
     browse_and_wait(place)
     place.near.query("known", place.index, "host.local.", d.A)
     announce_addresses(place, *range(101, 141))
     d.wait_for(lambda: place.told("known")[-1:] == [140], "the newest address")
     place.near.query("q", place.index, "host.local.", d.A)
-    place.is_told("q", *range(125, 141))
+    d.wait_for(lambda: place.told("q")[-1:] == [140], "the newest address")
     place.air.say(*[address(last, ttl=0) for last in range(125, 141)])
-    d.wait_for(lambda: place.told("q")[-16:] == list(range(109, 125)), "the others")
-
-
-def test_where_something_is_published_lookups_do_not_rest(place):
-    browse_and_wait(place)
-    place.near.query("q", place.index, "host.local.", d.A)
-    place.is_told("q", 7)
-    since = time.monotonic()
-    place.near.record("r", place.index, "mine.local.", d.A, bytes([10, 9, 0, 1]))
-    d.wait_for(lambda: place.questions(HOST, dns.A, since), "a question")
+    d.wait_for(lambda: place.told("q")[-1:] == [124], "the next newest")
 
 
 def test_what_is_said_over_the_other_protocol_is_not_missed(place):

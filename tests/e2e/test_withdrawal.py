@@ -28,7 +28,7 @@ def daemon(scene, net):
 
 
 @pytest.mark.usefixtures("daemon")
-def test_a_goodbye_is_passed_on_within_a_second(scene, net, ear):
+def test_a_goodbye_is_passed_on_after_its_second(scene, net, ear):
     ear_a = scene.ear(net["a"])
     device = scene.device(net["a"])
     service = device.publish("Printer")
@@ -39,7 +39,7 @@ def test_a_goodbye_is_passed_on_within_a_second(scene, net, ear):
     said = ear_a.wait_for(service.type, dns.PTR, within=1, ttl=0, data=service.name)[0].time
     passed_on = ear.wait_for(service.type, dns.PTR, within=3, ttl=0, data=service.name, sources=gateway)[0].time
     wait_until(lambda: ear.held(gateway) == [], 2, lambda: f"a goodbye to everything: {ear.held(gateway)}")
-    assert passed_on - said <= 1.0
+    assert 0.98 <= passed_on - said <= 1.25  # somebody may yet say it again within the second (RFC 6762 section 10.1)
 
 
 @pytest.mark.usefixtures("daemon")

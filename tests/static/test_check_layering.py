@@ -28,15 +28,21 @@ def test_the_dns_sd_library_and_the_rest_do_not_know_each_other(tmp_path):
     assert [line.split(":")[0] for line in found] == ["src/dnssd/a.cpp", "src/proxy/b.cpp"]
 
 
+def test_multicast_dns_stands_on_nothing_and_the_dns_sd_library_on_it(tmp_path):
+    found = breaches(tmp_path, src__mdns__a='#include "mdns/mdns.h"\n#include "dnssd/poll.h"\n',
+                     src__dnssd__b='#include "mdns/mdns.h"\n', src__proxy__c='#include "mdns/mdns.h"\n')
+    assert [line.split(":")[0] for line in found] == ["src/mdns/a.cpp", "src/proxy/c.cpp"]
+
+
 def test_a_scanner_may_include_only_scanners(tmp_path):
     found = breaches(tmp_path, src__config__a_scanner='#include "config/b_scanner.h"\n#include "runtime/log.h"\n')
     assert found == ['src/config/a_scanner.cpp:2: includes "runtime/log.h": a scanner needs nothing of the daemon']
 
 
 def test_the_c_interfaces_stay_in_their_folders(tmp_path):
-    found = breaches(tmp_path, src__tables__a="#include <avahi-core/core.h>\n", src__config__b="#include <dns_sd.h>\n",
+    found = breaches(tmp_path, src__dnssd__a="#include <avahi-core/core.h>\n", src__config__b="#include <dns_sd.h>\n",
                      src__proxy__c="#include <dns_sd.h>\n", src__runtime__d="#include <uthash.h>\n")
-    assert [line.split(":")[0] for line in found] == ["src/config/b.cpp", "src/runtime/d.cpp", "src/tables/a.cpp"]
+    assert [line.split(":")[0] for line in found] == ["src/config/b.cpp", "src/dnssd/a.cpp", "src/runtime/d.cpp"]
 
 
 def test_an_unknown_folder_is_a_breach(tmp_path):

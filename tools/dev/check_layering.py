@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""Checks that includes run one way (see docs/architecture.md): platform < runtime < tables < proxy < config < main.
+"""Checks that includes run one way (see docs/architecture.md): platform < runtime < tables < proxy < config < main;
+and that mdns stands on nothing, and dnssd on mdns alone.
 
 check_layering.py [ROOT]: prints each breach as file:line: text; exit status 1 when there is one.
 """
@@ -15,7 +16,7 @@ LAYERS = ("platform", "runtime", "tables", "proxy", "config")
 
 # A C interface is met in few places: who may include which system header (first match decides; others are free for all).
 SYSTEM_HEADERS = (
-    (re.compile(r"avahi-"), {"dnssd"}),
+    (re.compile(r"avahi-"), set()),
     (re.compile(r"dns_sd\.h$"), {"dnssd", "runtime", "proxy"}),
     (re.compile(r"ini\.h$"), {"platform", "tools"}),
     (re.compile(r"(uthash|utarray)\.h$"), {"platform"}),
@@ -24,6 +25,9 @@ SYSTEM_HEADERS = (
 
 # A tool that foretells what the library will take asks the library's own code.
 OF_THE_LIBRARY_FOR_TOOLS = {"dnssd/names.h", "dnssd/service_names.h"}
+
+# The library's own folders, and what each of them may include.
+OF_THE_LIBRARY = {"mdns": {"mdns"}, "dnssd": {"dnssd", "mdns"}}
 
 _INCLUDE = re.compile(r'\s*#\s*include\s*([<"])([^>"]+)[>"]')
 
@@ -37,12 +41,12 @@ def breach(path, folder, quoted, header):
     if not quoted:
         for pattern, folders in SYSTEM_HEADERS:
             if pattern.match(header):
-                return None if folder in folders else f"<{header}> belongs to {', '.join(sorted(folders))}"
+                return None if folder in folders else f"<{header}> belongs to {', '.join(sorted(folders)) or 'nobody'}"
         return None
     target = header.split("/")[0]
-    if folder == "dnssd":
-        return None if target == "dnssd" else "the DNS-SD library includes nothing of the rest"
-    if target == "dnssd":
+    if folder in OF_THE_LIBRARY:
+        return None if target in OF_THE_LIBRARY[folder] else f"{folder} includes nothing of the rest"
+    if target in OF_THE_LIBRARY:
         if folder == "tools" and header in OF_THE_LIBRARY_FOR_TOOLS:
             return None
         return "the rest knows of the DNS-SD library only <dns_sd.h>"

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+// One interface in use: its link, the sockets that carry the link's datagrams, and what becomes of it.
+#pragma once
+
+#include "dnssd/dnssd.h"
+
+namespace dnssd {
+
+// UDP port 5353 of one protocol, shared with others on the machine, bound to the interface, member of the multicast group (RFC 6762
+// section 3).
+struct Socket {
+  Watch watch;  // not open: the system has none of this protocol
+  Interface* interface = nullptr;
+  mdns::Protocols protocol = mdns::kIpv4;
+};
+
+// What an address says is on the link.
+struct Prefix {
+  mdns::Protocols protocol = mdns::kIpv4;
+  unsigned length = 0;                     // bits
+  std::array<std::uint8_t, 16> address{};  // network order; an IPv4 address takes the first four bytes
+
+  bool operator==(const Prefix&) const = default;
+};
+
+// Whether the first bits of `address` are the prefix's.
+bool is_within(const std::array<std::uint8_t, 16>& address, const Prefix& prefix);
+
+// Lives from the first operation on it until it has been idle for a while, or until the engine ends.
+struct Interface {
+  std::uint32_t index = 0;
+  std::string name;  // as it was when the interface was taken into use
+  mdns::LinkPtr link;
+  std::array<Socket, 2> sockets;                  // by mdns::index_of
+  mdns::Protocols protocols = mdns::kNoProtocol;  // those that the link has, as it was told
+  std::vector<Prefix> prefixes;                   // of its addresses of these protocols
+  unsigned operations = 0;                        // live operations on it
+  mdns::Time idle_until = mdns::kNever;           // when it is let go of, if there is no operation by then
+  bool is_touched = false;                        // something has been done to its link since it was served
+};
+
+// The record of an interface, made if need be. On an error *interface is untouched: kDNSServiceErr_Unsupported for index 0 and
+// kDNSServiceInterfaceIndexLocalOnly, kDNSServiceErr_BadInterfaceIndex when there is no such interface, kDNSServiceErr_NoAuth when
+// a socket may not be bound to it, kErrServiceNotRunning when there can be none.
+DNSServiceErrorType interface_get(std::uint32_t index, Interface** interface);
+
+// Counts an operation in or out.
+void interface_use(Interface& interface);
+void interface_unuse(Interface& interface);
+
+// Its link, to do something to: interfaces_serve comes back to it.
+mdns::Link& interface_link(Interface& interface);
+
+// Serves the links to which something was done or for which something is due: sends their datagrams, acts upon their events.
+// Lets go of interfaces that have been idle for long enough.
+void interfaces_serve(mdns::Time now);
+
+// When interfaces_serve has to be called next: kNever when nothing is planned, 0 when a link was touched.
+mdns::Time interfaces_deadline();
+
+// Withdraws everything and sends the goodbyes. Blocks for their pace, three seconds at most.
+void interfaces_withdraw();
+
+// --- sockets.cpp
+
+// Opens the sockets of `interface`, which stays where it is, and has the engine's poll receive from them. A protocol that the
+// system lacks is left out. Returns 0, or the errno of why there is none: ENODEV when the interface has gone, EPERM when it is
+// not to be bound to.
+int sockets_open(Interface& interface);
+
+// Joins the groups again: a link that had no address of a protocol may have been no member.
+void sockets_join(const Interface& interface);
+
+// Sends the datagram over the protocols that it names. What the system does not take is lost, as on the wire.
+void sockets_send(const Interface& interface, const mdns::Datagram& datagram);
+
+void sockets_close(Interface& interface);
+
+// --- link_monitor.cpp
+
+// Follows what becomes of the interfaces in use: up or down, their addresses. Without the netlink socket, which the system may refuse,
+// links stay as they were when they were taken into use.
+void link_monitor_open();
+
+// Fills in the protocols and prefixes of an interface: those of its addresses, while it is up and has a carrier.
+void link_monitor_read(Interface& interface);
+
+}  // namespace dnssd

@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: MIT
+// The kernel tells of changes (netlink). What is there then is read anew, and the links are told what is different.
+#include <ifaddrs.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cstring>
+#include <set>
+
+#include "dnssd/engine.h"
+#include "dnssd/interface.h"
+
+namespace dnssd {
+namespace {
+
+// Up, with a carrier, and not waiting to be let in. (IFF_RUNNING says the same, but up to a second later than packets get through.)
+constexpr unsigned kLowerUp = 0x10000;  // of linux/if.h, which does not go together with net/if.h
+constexpr unsigned kDormant = 0x20000;
+
+bool is_live(unsigned flags) { return (flags & (IFF_UP | kLowerUp | kDormant)) == (IFF_UP | kLowerUp); }
+
+// The addresses of the machine, with the flags of their interfaces; none when the system does not tell.
+struct Addresses {
+  ifaddrs* first = nullptr;
+  bool are_known = getifaddrs(&first) == 0;
+  ~Addresses() { freeifaddrs(first); }
+};
+
+// The bytes of an IPv4 or IPv6 address; none for other families.
+mdns::Bytes bytes_of(const sockaddr* address) {
+  if (address != nullptr && address->sa_family == AF_INET) {
+    return {reinterpret_cast<const std::uint8_t*>(&reinterpret_cast<const sockaddr_in*>(address)->sin_addr), sizeof(in_addr)};
+  }
+  if (address != nullptr && address->sa_family == AF_INET6) {
+    return reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr.s6_addr;
+  }
+  return {};
+}
+
+// An IPv6 address that may yet turn out to be another host's (RFC 4862 section 5.4) is not to be used: it cannot be bound to.
+bool is_usable(const sockaddr* address) {
+  if (address->sa_family == AF_INET) {
+    return true;
+  }
+  const int fd = socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const bool is_bound = fd >= 0 && bind(fd, address, sizeof(sockaddr_in6)) == 0;
+  if (fd >= 0) {
+    close(fd);
+  }
+  return is_bound;
+}
+
+void note_addresses(Interface& interface, const Addresses& addresses) {
+  char name[IF_NAMESIZE] = "";
+  if_indextoname(interface.index, name);  // it may have another by now, or be gone
+  interface.protocols = mdns::kNoProtocol;
+  interface.prefixes.clear();
+  for (const ifaddrs* entry = addresses.first; entry != nullptr; entry = entry->ifa_next) {
+    const mdns::Bytes address = bytes_of(entry->ifa_addr);
+    const mdns::Bytes mask = bytes_of(entry->ifa_netmask);
+    if (address.empty() || !is_live(entry->ifa_flags) || std::strcmp(entry->ifa_name, name) != 0) {
+      continue;
+    }
+    Prefix prefix{address.size() == sizeof(in_addr) ? mdns::kIpv4 : mdns::kIpv6, 0, {}};
+    std::copy(address.begin(), address.end(), prefix.address.begin());
+    for (const std::uint8_t byte : mask) {
+      prefix.length += static_cast<unsigned>(std::popcount(byte));
+    }
+    if (interface.sockets[mdns::index_of(prefix.protocol)].watch.fd >= 0 && is_usable(entry->ifa_addr)) {
+      interface.protocols |= prefix.protocol;
+      interface.prefixes.push_back(prefix);
+    }
+  }
+}
+
+// Whether IPv4 has stayed and none of its former addresses is there any more: this may be another network. (IPv6 always has its
+// link-local address, and its prefixes come and go beside it.)
+bool has_moved(const std::vector<Prefix>& before, const std::vector<Prefix>& after) {
+  const auto is_ipv4 = [](const Prefix& prefix) { return prefix.protocol == mdns::kIpv4; };
+  const auto is_kept = [&](const Prefix& prefix) {
+    return is_ipv4(prefix) && std::find(after.begin(), after.end(), prefix) != after.end();
+  };
+  return std::any_of(before.begin(), before.end(), is_ipv4) && std::any_of(after.begin(), after.end(), is_ipv4) &&
+         std::none_of(before.begin(), before.end(), is_kept);
+}
+
+void review(Interface& interface, const Addresses& addresses, bool was_down) {
+  const mdns::Protocols before = interface.protocols;
+  const std::vector<Prefix> old_prefixes = std::move(interface.prefixes);
+  note_addresses(interface, addresses);
+  const mdns::Time now = monotonic_now();
+  if (interface.protocols & ~before) {
+    sockets_join(interface);
+  }
+  if (interface.protocols != before) {
+    mdns::link_set_protocols(interface_link(interface), now, interface.protocols);
+  }
+  if ((before & interface.protocols) != 0 && (was_down || has_moved(old_prefixes, interface.prefixes))) {
+    mdns::link_restart(interface_link(interface), now, was_down);
+  }
+}
+
+// The interfaces that a message of the kernel says were not up: one may be away and back again before it is read.
+void note_down(std::set<std::uint32_t>& down, const nlmsghdr& message) {
+  const bool is_link = message.nlmsg_type == RTM_NEWLINK || message.nlmsg_type == RTM_DELLINK;
+  if (is_link && message.nlmsg_len >= NLMSG_LENGTH(sizeof(ifinfomsg))) {
+    const auto& link = *static_cast<const ifinfomsg*>(NLMSG_DATA(&message));
+    if (message.nlmsg_type == RTM_DELLINK || !is_live(link.ifi_flags)) {
+      down.insert(static_cast<std::uint32_t>(link.ifi_index));
+    }
+  }
+}
+
+std::set<std::uint32_t> read_down() {
+  std::set<std::uint32_t> down;
+  alignas(nlmsghdr) char buffer[16384];
+  for (;;) {
+    const ssize_t size = recv(gEngine->link_monitor.fd, buffer, sizeof buffer, MSG_DONTWAIT);
+    if (size <= 0 && errno != ENOBUFS) {  // that there were more than the socket could hold is told once
+      return down;
+    }
+    auto left = static_cast<unsigned>(std::max<ssize_t>(size, 0));
+    for (const auto* at = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(at, left); at = NLMSG_NEXT(at, left)) {
+      note_down(down, *at);
+    }
+  }
+}
+
+void something_changed(void*) {
+  const std::set<std::uint32_t> down = read_down();
+  const Addresses addresses;
+  for (const auto& [index, interface] : gEngine->interfaces) {
+    if (addresses.are_known) {
+      review(*interface, addresses, down.contains(index));
+    }
+  }
+}
+
+}  // namespace
+
+void link_monitor_open() {
+  Watch& watch = gEngine->link_monitor;
+  watch = {socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE), something_changed, nullptr};
+  sockaddr_nl address{};
+  address.nl_family = AF_NETLINK;
+  address.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
+  if (bind(watch.fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || !poll_add(gEngine->poll, watch)) {
+    poll_remove(gEngine->poll, watch);
+  }
+}
+
+void link_monitor_read(Interface& interface) { note_addresses(interface, Addresses{}); }
+
+}  // namespace dnssd

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: MIT
+// One engine link in virtual time: what it publishes, asks and hears, and what it sends and reports, with the times of each.
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string_view>
+#include <vector>
+
+#include "mdns/mdns.h"
+#include "mdns/reader.h"
+#include "mdns/wire.h"
+
+namespace mdns {
+
+// Equal in all that a message says of them.
+bool operator==(const Record& a, const Record& b);
+void PrintTo(const Record& record, std::ostream* out);
+void PrintTo(const Question& question, std::ostream* out);
+
+}  // namespace mdns
+
+namespace mdns::test {
+
+constexpr Time operator""_ms(unsigned long long n) { return static_cast<Time>(n) * kMillisecond; }
+constexpr Time operator""_s(unsigned long long n) { return static_cast<Time>(n) * kSecond; }
+constexpr Time operator""_min(unsigned long long n) { return static_cast<Time>(n) * 60 * kSecond; }
+
+// --- Records, with their usual TTLs and without the cache-flush bit
+
+Record Ptr(std::string_view name, std::string_view target);
+Record Srv(std::string_view name, std::string_view target, unsigned port = 631);
+Record Txt(std::string_view name, std::string_view text);
+Record A(std::string_view name, unsigned last_byte);
+Record Aaaa(std::string_view name, unsigned last_byte);
+Record Nsec(std::string_view name, const std::vector<std::uint16_t>& types);
+
+Record Unique(Record record);  // with the cache-flush bit
+Record Ttl(Record record, std::uint32_t seconds);
+Record Goodbye(Record record);
+
+// --- Questions and messages of other hosts
+
+Question Qm(std::string_view name, std::uint16_t type);
+Question Qu(std::string_view name, std::uint16_t type);
+
+Endpoint Host(unsigned last_byte, std::uint16_t port = kPort);   // over IPv4
+Endpoint Host6(unsigned last_byte, std::uint16_t port = kPort);  // the same over IPv6
+
+struct Query {
+  std::vector<Question> questions = {};
+  std::vector<Record> known = {};     // the Answer Section
+  std::vector<Record> proposed = {};  // the Authority Section: a probe
+  bool is_truncated = false;
+  Endpoint from = Host(2);
+  bool to_group = true;
+  bool is_local = true;
+  unsigned id = 0;
+};
+
+struct Response {
+  std::vector<Record> answers = {};
+  std::vector<Record> authorities = {};
+  std::vector<Record> additionals = {};
+  std::vector<Question> questions = {};
+  Endpoint from = Host(2);
+  bool to_group = true;
+  bool is_local = true;
+  unsigned flags = 0x8400;
+  unsigned id = 0;
+};
+
+// A probe for the name of these records.
+Query Probe(const std::vector<Record>& proposed, Endpoint from = Host(2));
+
+// --- What the link does
+
+struct Sent {
+  Time at = 0;  // since the last Mark
+  Protocols protocols = kNoProtocol;
+  Endpoint to;  // where protocols is kNoProtocol
+  std::vector<std::uint8_t> bytes;
+  unsigned flags = 0;
+  Message message;
+
+  bool is_reply() const { return protocols == kNoProtocol; }
+};
+
+void PrintTo(const Sent& sent, std::ostream* out);
+
+struct Reported {
+  Time at = 0;  // since the last Mark
+  Event event;
+};
+
+// All records of a message, in its order.
+std::vector<Record> records_of(const Message& message);
+
+void PrintTo(const Reported& reported, std::ostream* out);
+
+class LinkTest : public testing::Test {
+ protected:
+  LinkTest() { GivenLink(); }
+
+  // A new link; what was before is forgotten.
+  void GivenLink(Protocols protocols = kIpv4, std::uint64_t seed = 1);
+
+  // Publishes the records, which have one name, and waits until they are established, announced and 10 s old. Marks.
+  void GivenPublished(Claim claim, const std::vector<Record>& records);
+
+  // Asks, and waits until the answers that are given are cached. Marks.
+  QueryId GivenAsked(std::string_view labels, std::uint16_t type, const std::vector<Record>& answers = {});
+
+  PublicationId Publish(Claim claim, const std::vector<Record>& records);
+  bool Update(PublicationId id, const Record& record);
+  void Withdraw(PublicationId id);
+  QueryId Start(std::string_view labels, std::uint16_t type);
+  void Stop(QueryId id);
+
+  // A response, a query or any datagram of another host arrives.
+  void Hears(const std::vector<Record>& answers);
+  void HearsResponse(const Response& response);
+  void Asks(const Question& question);
+  void Asks(const Query& query);
+  void Receives(const std::string& bytes, const Endpoint& from, bool to_group = true, bool is_local = true);
+
+  // The link does what it owes by now, and what becomes due in that time.
+  void Settle();
+  void After(Time duration);
+  bool AfterUntil(Time at_most, const std::function<bool()>& condition);
+
+  // From here on times count, and what has been sent and reported is collected.
+  void Mark();
+
+  // --- What came of it, since the last Mark
+
+  // When the question was asked; when the group was sent the record, in any section of a response.
+  std::vector<Time> AskedAt(std::string_view labels, std::uint16_t type) const;
+  std::vector<Time> SaidAt(const Record& record) const;
+
+  // All records that the group was sent; the messages of each kind.
+  std::vector<Record> Said() const;
+  std::vector<Sent> Queries() const;
+  std::vector<Sent> Responses() const;
+  std::vector<Sent> Replies() const;
+
+  // When the record was reported; when the publication was.
+  std::vector<Time> AddedAt(const Record& record) const { return ReportedAt(Event::Kind::added, record); }
+  std::vector<Time> RemovedAt(const Record& record) const { return ReportedAt(Event::Kind::removed, record); }
+  std::vector<Time> EstablishedAt(PublicationId id) const { return ReportedAt(Event::Kind::established, id); }
+  std::vector<Time> ConflictAt(PublicationId id) const { return ReportedAt(Event::Kind::conflict, id); }
+
+  LinkPtr link;
+  Time now = 0;
+  std::vector<Sent> sent;
+  std::vector<Reported> reported;
+
+ private:
+  std::vector<Time> ReportedAt(Event::Kind kind, const Record& record) const;
+  std::vector<Time> ReportedAt(Event::Kind kind, PublicationId id) const;
+  void LoopBack(const Datagram& datagram);
+
+  Time mark_ = 0;
+};
+
+}  // namespace mdns::test

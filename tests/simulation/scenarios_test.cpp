@@ -1,0 +1,350 @@
+// SPDX-License-Identifier: MIT
+// Scenes that are written out, one for each thing that must go well. All invariants are checked in each of them as well.
+#include <gtest/gtest.h>
+
+#include "simulation/actors.h"
+#include "simulation/state_rules.h"
+
+namespace simulation {
+namespace {
+
+const std::string kType = wire_name("_http._tcp.local");
+
+class Scene : public testing::Test {
+ protected:
+  Scene() {
+    world_.dice.state = 7;
+    a_ = &NewMedium();
+  }
+
+  void TearDown() override { EXPECT_EQ(world_.breach, "") << story(world_); }
+
+  Medium& NewMedium() {
+    Medium& medium = add_medium(world_, {0, 0, 5 * kMillisecond, false});
+    medium.calm_since = -1000 * kSecond;
+    return medium;
+  }
+
+  Device& GivenDevice(Medium& medium, const std::string& label, std::uint8_t number) {
+    Device& device = devices_.emplace_back();
+    device.port = &add_port(world_, add_host(world_, label), medium);
+    device.label = label;
+    device.v4 = std::string({10, 0, 0, static_cast<char>(number)});
+    device_start(device);
+    return device;
+  }
+
+  Browser& GivenLooker(Medium& medium) { return Browses(add_port(world_, add_host(world_, "looker"), medium), nullptr); }
+
+  Browser& GivenGateway(Medium& from, Medium& to) {
+    Host& host = add_host(world_, "gateway");
+    Port& port = add_port(world_, host, from);
+    return Browses(port, &add_port(world_, host, to));
+  }
+
+  Browser& Browses(Port& from, Port* to) {
+    Browser& browser = browsers_.emplace_back(Browser{&from, to, kType, 0, {}});
+    browse_start(browser);
+    return browser;
+  }
+
+  void Offers(Device& device, std::size_t count) {
+    for (std::size_t each = 0; each < count; ++each) {
+      device_offer(device, "Service " + std::to_string(each), kType, "v=1");
+    }
+  }
+
+  void Seconds(double seconds) { run_for(world_, static_cast<Time>(seconds * 1e6)); }
+
+  // The instances that the browser has been told of and not taken back.
+  static std::vector<std::string> Seen(const Browser& browser) {
+    std::vector<std::string> names;
+    for (const Known& known : browser.from->queries.at(browser.query).known) {
+      names.push_back(text_of(known.rdata));
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  // How long until the browser sees that many, in seconds; 1e9 if it does not within a minute.
+  double SecondsUntilSeen(const Browser& browser, std::size_t count) {
+    const Time begin = world_.now;
+    while (world_.breach.empty() && world_.now - begin < 60 * kSecond) {
+      if (Seen(browser).size() == count) {
+        return static_cast<double>(world_.now - begin) / 1e6;
+      }
+      run_for(world_, 10 * kMillisecond);
+    }
+    return 1e9;
+  }
+
+  // How often the browser has been told the end of an instance, counted from now on.
+  std::shared_ptr<int> CountsEnds(Browser& browser) {
+    auto ends = std::make_shared<int>(0);
+    Query& query = browser.from->queries.at(browser.query);
+    query.report = [ends, report = query.report](bool added, const std::string& rdata) {
+      *ends += added ? 0 : 1;
+      report(added, rdata);
+    };
+    return ends;
+  }
+
+  void Forges(Medium& medium, Builder&& builder, std::uint8_t number = 66) {
+    Forged forged;
+    forged.source.port = mdns::kPort;
+    forged.source.address = {10, 0, 0, number};
+    forged.bytes = std::move(builder.bytes);
+    inject(world_, medium, forged);
+  }
+
+  static Builder Response() {
+    Builder builder;
+    builder.flags(0x8400);
+    return builder;
+  }
+
+  World world_;
+  Medium* a_ = nullptr;
+  std::deque<Device> devices_;
+  std::deque<Browser> browsers_;
+};
+
+using Names = std::vector<std::string>;
+
+TEST_F(Scene, SimultaneousProbesGiveTheNameToTheLaterData) {
+  const Browser& looker = GivenLooker(*a_);
+  Offer& smaller = device_offer(GivenDevice(*a_, "one", 1), "Same", kType, "v=1");
+  Offer& larger = device_offer(GivenDevice(*a_, "two", 2), "Same", kType, "v=2");
+  Seconds(12);
+  EXPECT_EQ(smaller.attempt - larger.attempt, 1);
+  EXPECT_EQ(Seen(looker), (Names{"Same._http._tcp.local.", "Same_(2)._http._tcp.local."}));
+  check_owners(world_, *a_);
+}
+
+TEST_F(Scene, ALaterRivalTakesTheNextName) {
+  const Browser& looker = GivenLooker(*a_);
+  Offer& owner = device_offer(GivenDevice(*a_, "one", 1), "Same", kType, "v=1");
+  Seconds(5);
+  Offer& rival = device_offer(GivenDevice(*a_, "two", 2), "SAME", kType, "v=2");
+  Seconds(5);
+  EXPECT_EQ(rival.attempt - owner.attempt, 1);
+  EXPECT_EQ(Seen(looker), (Names{"SAME_(2)._http._tcp.local.", "Same._http._tcp.local."}));
+}
+
+TEST_F(Scene, TheStaleCopyOfOnesOwnProbeCostsASecondAtMost) {
+  Device& device = GivenDevice(*a_, "one", 1);
+  Offers(device, 1);
+  Seconds(0.3);
+  const std::vector<std::uint8_t> stale = world_.overheard.at(0);
+  device_change_address(device, 0);  // the copy now holds later data
+  Forged copy{device.port->endpoints[0], true, stale};
+  inject(world_, *a_, copy);
+  Seconds(2.6);
+  EXPECT_TRUE(device.port->publications.at(device.addresses).is_established);
+  EXPECT_EQ(device.attempt, 1);
+}
+
+TEST_F(Scene, ASecondHolderSavesARecordInTheLastMomentOfItsGoodbye) {
+  Browser& looker = GivenLooker(*a_);
+  const std::string instance = prepend("Lent", kType);
+  Builder announcement = Response();
+  announcement.record(Part::answer, kType, mdns::kTypePtr, mdns::kClassIn, 4500, instance);
+  Forges(*a_, Builder(announcement));
+  Seconds(0.1);
+  ASSERT_EQ(Seen(looker).size(), 1U);
+  const std::shared_ptr<int> ends = CountsEnds(looker);
+  Builder goodbye = Response();
+  goodbye.record(Part::answer, kType, mdns::kTypePtr, mdns::kClassIn, 0, instance);
+  Forges(*a_, std::move(goodbye));
+  Seconds(0.95);
+  Forges(*a_, std::move(announcement), 67);
+  Seconds(2);
+  EXPECT_EQ(*ends, 0);
+  EXPECT_EQ(Seen(looker).size(), 1U);
+  world_.breach.clear();  // what nobody publishes is known: that is what this scene is about
+}
+
+TEST_F(Scene, WhatWasPublishedBeforeALinkFlapIsKnownAfterIt) {
+  const Browser& looker = GivenLooker(*a_);
+  Device& device = GivenDevice(*a_, "one", 1);
+  Offers(device, 3);
+  Seconds(5);
+  set_protocols(*device.port, mdns::kNoProtocol);
+  set_protocols(*looker.from, mdns::kNoProtocol);
+  Seconds(2);
+  EXPECT_EQ(Seen(looker).size(), 0U);
+  set_protocols(*device.port, mdns::kBothProtocols);
+  set_protocols(*looker.from, mdns::kBothProtocols);
+  EXPECT_LT(SecondsUntilSeen(looker, 3), 2.5);
+}
+
+TEST_F(Scene, ForgedGoodbyesOfTwoHundredNamesAreContradictedInTime) {
+  Browser& looker = GivenLooker(*a_);
+  Offers(GivenDevice(*a_, "one", 1), 200);
+  Seconds(6);
+  ASSERT_EQ(Seen(looker).size(), 200U);
+  const std::shared_ptr<int> ends = CountsEnds(looker);
+  for (std::size_t each = 0; each < 200;) {
+    Builder goodbyes = Response();
+    for (const std::size_t until = each + 25; each < until; ++each) {
+      goodbyes.record(Part::answer, kType, mdns::kTypePtr, mdns::kClassIn, 0, prepend("Service " + std::to_string(each), kType));
+    }
+    Forges(*a_, std::move(goodbyes));
+  }
+  Seconds(4);
+  EXPECT_EQ(*ends, 0);
+  EXPECT_EQ(Seen(looker).size(), 200U);
+}
+
+TEST_F(Scene, OneOwnerIsLeftAfterAPartitionHasHealed) {
+  a_->is_partitioned = true;
+  const Browser& looker = GivenLooker(*a_);
+  Device& one = GivenDevice(*a_, "one", 1);
+  Device& two = GivenDevice(*a_, "two", 2);
+  two.port->side = 1;
+  device_offer(one, "Same", kType, "v=1");
+  device_offer(two, "Same", kType, "v=2");
+  Seconds(5);
+  a_->is_partitioned = false;
+  restart(*two.port, true);
+  Seconds(15);
+  check_owners(world_, *a_);
+  EXPECT_EQ(Seen(looker), (Names{"Same._http._tcp.local.", "Same_(2)._http._tcp.local."}));
+}
+
+TEST_F(Scene, TwoHundredServicesAreVisibleAtOnce) {
+  const Browser& looker = GivenLooker(*a_);
+  Offers(GivenDevice(*a_, "one", 1), 200);
+  EXPECT_LT(SecondsUntilSeen(looker, 200), 1.5);
+}
+
+TEST_F(Scene, OneOfTwoGatewaysLeavesAndNobodyNotices) {
+  Medium& b = NewMedium();
+  Offers(GivenDevice(*a_, "one", 1), 20);
+  GivenGateway(*a_, b);
+  Browser& leaving = GivenGateway(*a_, b);
+  Browser& looker = GivenLooker(b);
+  Seconds(20);
+  ASSERT_EQ(Seen(looker).size(), 20U);
+  const std::shared_ptr<int> ends = CountsEnds(looker);
+  browse_stop(leaving);
+  Seconds(5);
+  EXPECT_EQ(*ends, 0);
+  EXPECT_EQ(Seen(looker).size(), 20U);
+}
+
+TEST_F(Scene, NothingIsLeftWhenBothGatewaysLeave) {
+  Medium& b = NewMedium();
+  Offers(GivenDevice(*a_, "one", 1), 20);
+  Browser& first = GivenGateway(*a_, b);
+  Browser& second = GivenGateway(*a_, b);
+  const Browser& looker = GivenLooker(b);
+  Seconds(20);
+  ASSERT_EQ(Seen(looker).size(), 20U);
+  browse_stop(first);
+  Seconds(0.6);
+  browse_stop(second);
+  EXPECT_LT(SecondsUntilSeen(looker, 0), 3);
+}
+
+TEST_F(Scene, ASleeperThatWakesIsKnownAgainAndKnows) {
+  const Browser& looker = GivenLooker(*a_);
+  const Browser& sleeping_looker = GivenLooker(*a_);
+  Device& sleeper = GivenDevice(*a_, "sleeper", 1);
+  Device& other = GivenDevice(*a_, "other", 2);
+  Offers(sleeper, 1);
+  Seconds(5);
+  fall_asleep(*sleeper.port->host);
+  fall_asleep(*sleeping_looker.from->host);
+  device_offer(other, "New", kType, "v=1");
+  Seconds(300);
+  wake_up(*sleeper.port->host);
+  wake_up(*sleeping_looker.from->host);
+  EXPECT_LT(SecondsUntilSeen(sleeping_looker, 2), 2.5);
+  EXPECT_EQ(Seen(looker).size(), 2U);
+  Seconds(10);
+  check_knowledge(world_, *a_, false, nullptr);
+}
+
+TEST_F(Scene, ALateJoinerLearnsEverything) {
+  Offers(GivenDevice(*a_, "one", 1), 40);
+  Offers(GivenDevice(*a_, "two", 2), 1);  // a name that is taken: it becomes the next one
+  Seconds(600);
+  const Browser& looker = GivenLooker(*a_);
+  EXPECT_LT(SecondsUntilSeen(looker, 41), 0.5);
+  Seconds(4);
+  check_knowledge(world_, *a_, false, looker.from);
+}
+
+TEST_F(Scene, AFloodFromOneSourceHidesNobody) {
+  const Browser& looker = GivenLooker(*a_);
+  Device& device = GivenDevice(*a_, "one", 1);
+  for (int each = 0; each < 10000; ++each) {
+    call_at(world_, each * kMillisecond / 2, [this, each] {
+      Builder builder = Response();
+      for (int record = 0; record < 20; ++record) {
+        const std::string name = prepend("x" + std::to_string(each * 20 + record), kType);
+        builder.record(Part::answer, name, mdns::kTypeTxt, 0x8001, 4500, txt_rdata("y"));
+      }
+      Forges(*a_, std::move(builder));
+    });
+  }
+  Seconds(2);
+  Offers(device, 1);
+  EXPECT_LT(SecondsUntilSeen(looker, 1), 1.5);
+}
+
+TEST_F(Scene, ADeviceWithoutPowerIsGoneFromTheOtherLinkBeforeLong) {
+  Medium& b = NewMedium();
+  Device& device = GivenDevice(*a_, "one", 1);
+  Offers(device, 1);
+  GivenGateway(*a_, b);
+  const Browser& looker = GivenLooker(b);
+  Seconds(20);
+  ASSERT_EQ(Seen(looker).size(), 1U);
+  vanish(*device.port->host);
+  Seconds(150);
+  EXPECT_EQ(Seen(looker).size(), 0U);
+}
+
+TEST_F(Scene, ChangedTextIsOnTheOtherLinkAtOnceAndNothingBlinks) {
+  Medium& b = NewMedium();
+  Device& device = GivenDevice(*a_, "one", 1);
+  Offers(device, 1);
+  GivenGateway(*a_, b);
+  Browser& looker = GivenLooker(b);
+  Seconds(10);
+  ASSERT_EQ(Seen(looker).size(), 1U);
+  const std::shared_ptr<int> ends = CountsEnds(looker);
+  offer_change(*device.offers[0], device.offers[0]->srv, txt_rdata("v=2"));
+  Seconds(0.3);
+  EXPECT_EQ(looker.findings.begin()->second->txt.back(), std::string(kMark) + txt_rdata("v=2"));
+  Seconds(3);
+  EXPECT_EQ(*ends, 0);
+  EXPECT_EQ(looker.findings.begin()->second->txt.size(), 1U);
+}
+
+TEST_F(Scene, AHostAloneHearsNothingOfItself) {
+  Device& device = GivenDevice(*a_, "one", 1);
+  Offers(device, 3);
+  Browses(*device.port, nullptr);
+  Seconds(10);
+  EXPECT_EQ(mdns::link_counts(*device.port->link).cached, 0U);
+  EXPECT_TRUE(device.port->publications.at(device.addresses).is_established);
+}
+
+TEST_F(Scene, WhatTheAskerKnowsIsNotAnswered) {
+  const Browser& looker = GivenLooker(*a_);
+  Device& device = GivenDevice(*a_, "one", 1);
+  Offers(device, 1);
+  Seconds(6);
+  ASSERT_EQ(Seen(looker).size(), 1U);
+  const std::uint64_t answered = mdns::link_counts(*device.port->link).sent;
+  const std::uint64_t asked = mdns::link_counts(*looker.from->link).sent;
+  Seconds(60);
+  EXPECT_GT(mdns::link_counts(*looker.from->link).sent, asked);
+  EXPECT_EQ(mdns::link_counts(*device.port->link).sent, answered);
+}
+
+}  // namespace
+}  // namespace simulation

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+// What must hold of all hosts of a medium together: who knows what, who owns what.
+#pragma once
+
+#include "simulation/world.h"
+
+namespace simulation {
+
+// How long an announcement, and a goodbye with its second, may take to be known everywhere on a calm medium.
+inline constexpr Time kKnownWithin = 3 * kSecond;
+// The same for a host that was disturbed: it probes or asks anew first.
+inline constexpr Time kSettledWithin = 8 * kSecond;
+
+// Whether everything that reaches one of the ports has reached the other for a while.
+bool is_undisturbed(const Port& port, Time now, Time needed);
+
+// Everything that has been published for long enough under this name and type is known to all who have asked for long enough; and
+// nothing is that has not been published for so long. For calm media.
+void check_set(Medium& medium, World& world, Hash set_hash);
+
+// Plans check_set for when what changes now must be known.
+void plan_check(Medium& medium, World& world, Hash set_hash);
+
+// A query was told that a record is no longer there: not while somebody has published it all the time, and not within the second that
+// follows its goodbye (RFC 6762 section 10.1). `known`: what was told of it before.
+void check_removal(Port& port, const Query& query, const Known& known);
+
+// For quiet times: no publication is undecided, and each unique name has one owner.
+void check_owners(World& world, Medium& medium);
+
+// For quiet times: every query knows all that is published, and (`exactly`) nothing else. `only`: the queries of one port; null: of all.
+void check_knowledge(World& world, Medium& medium, bool exactly, const Port* only);
+
+// Counts what queries do not know of what has been published for that long.
+void count_missing(World& world, Medium& medium, Time needed);
+
+// After everything has been withdrawn and all TTLs are over: nothing is left of it.
+void check_silence(World& world);
+
+}  // namespace simulation

@@ -1,0 +1,287 @@
+// SPDX-License-Identifier: MIT
+// A simulated world: media (what a link is made of), hosts with an engine for each of their links, virtual time, and all that is
+// known about who publishes and who asks what. One seed decides everything that happens in it.
+//
+// Reading order: wire.h (packets), this header, client.h (how a host uses its engine), books.h (what is then true), wire_rules.h and
+// state_rules.h (what must hold), actors.h (devices, gateways, hostile hosts), acts.h and life.h (a whole life from a seed). world.cpp drives
+// the engines, air.cpp carries the datagrams, trace.cpp tells what happened.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "mdns/mdns.h"
+#include "simulation/dice.h"
+#include "simulation/wire.h"
+
+namespace simulation {
+
+using mdns::kMillisecond;
+using mdns::kNever;
+using mdns::kSecond;
+using mdns::Time;
+using Tag = std::uint64_t;
+using Hash = std::uint64_t;
+
+struct World;
+struct Port;
+struct Host;
+
+// --- What is published and asked
+
+struct Publication {
+  std::string name;
+  Hash name_hash = 0;
+  std::vector<mdns::RecordData> records;
+  std::vector<Hash> hashes;  // of the records
+  mdns::Claim claim{};
+  mdns::PublicationId id = 0;
+  Time since = 0;  // of the call
+  bool is_established = false;
+  std::function<void(bool established)> report;
+};
+
+struct Known {
+  Hash hash = 0;
+  std::string rdata;
+  Time since = 0;
+};
+
+struct Query {
+  std::string name;
+  std::uint16_t type = 0;
+  Hash set_hash = 0;
+  mdns::QueryId id = 0;
+  Time since = 0;
+  std::vector<Known> known;  // told and not taken back
+  std::function<void(bool added, const std::string& rdata)> report;
+};
+
+// One established record on a medium, by one of its holders.
+struct Truth {
+  Port* port = nullptr;
+  Tag tag = 0;
+  Hash hash = 0;
+  std::string rdata;
+  Time since = 0;
+  bool unique = false;
+};
+
+// A record that nobody on the medium publishes any more.
+struct Gone {
+  Time at = 0;
+  bool without_goodbye = false;  // its last holder vanished, lost its link or its name
+};
+
+// --- Media
+
+// What happens to datagrams on a medium.
+struct Weather {
+  std::size_t loss = 0;        // percent
+  std::size_t duplicates = 0;  // percent
+  Time delay = 0;              // the longest
+  bool reorders = false;       // a later datagram of one sender may overtake an earlier one
+};
+
+struct Medium {
+  int index = 0;
+  std::vector<Port*> ports;
+  Weather weather;
+  bool is_partitioned = false;                         // between ports of different `side`
+  Time calm_since = 0;                                 // no loss, partition or hostile host since then; kNever: there is one
+  std::unordered_map<Hash, std::vector<Truth>> truth;  // by name and type
+  std::unordered_map<Hash, std::vector<std::pair<Port*, Tag>>> askers;  // by name and type
+  std::unordered_map<Hash, Gone> gone;                                  // by record
+  std::unordered_map<Hash, std::uint32_t> ttls;                         // of every record that was ever published
+};
+
+// --- Hosts
+
+// What a host has published of one record on one link.
+struct Holding {
+  int holders = 0, established = 0;
+  bool unique = false;
+  bool owes_goodbye = false;  // it was established and has been withdrawn by its last holder
+  Time gone_at = kNever;      // when the last holder with an established publication left
+  Time goodbye_at = kNever;   // when its goodbye went out
+};
+
+// The names that a host has claimed as unique on one link.
+struct Claimed {
+  int publications = 0;
+  Time changed_at = 0;     // when the set of its records changed last
+  bool was_owned = false;  // the name had an established publication when this one was added or a moment ago
+  Time owned_until = -kSecond * 1000;
+  int probes = 0;  // of the present series
+  Time probed_at = -kSecond * 1000;
+  bool is_announced = false;
+};
+
+// What a port has sent, as far as the rules need it.
+struct Ledger {
+  std::unordered_map<Hash, Time> multicast[2];    // by protocol: record and when it was last multicast
+  std::unordered_map<Hash, Time> asked[2];        // question and when it was last asked
+  std::unordered_map<Hash, Time> probed[2];       // the same as a probe, by name
+  std::unordered_map<Hash, Time> probes_heard;    // names that others probed for, and when that arrived
+  std::unordered_map<Hash, Time> doubts_heard;    // own records that others took back, and when that arrived
+  std::unordered_map<Hash, Time> goodbyes_heard;  // records that others took back, and when that arrived
+  std::unordered_map<Hash, Time> stopped;         // questions that are not asked any more, and since when
+  std::deque<Time> sent;                          // datagrams of the last second
+  std::size_t sent_total = 0;
+};
+
+struct Port {
+  int index = 0;
+  World* world = nullptr;
+  Host* host = nullptr;
+  Medium* medium = nullptr;
+  mdns::LinkPtr link;
+  mdns::Protocols protocols = mdns::kBothProtocols;
+  mdns::Endpoint endpoints[2];
+  int side = 0;                         // of a partitioned medium
+  Time disturbed_at = -kSecond * 1000;  // when it was last cut off or began anew
+  Time deadline = kNever;               // of the engine, on its clock
+  Time wake_at = kNever;                // when link_advance is planned for it
+  bool is_dirty = false;                // settle is due
+  bool is_closing = false;              // link_withdraw_all was called
+  std::map<Tag, Publication> publications;
+  std::map<Tag, std::function<void(bool established)>> lost;  // publications in conflict whose owner has not been told yet
+  std::map<Tag, Query> queries;
+  std::unordered_map<Hash, Holding> holdings;  // by record
+  std::unordered_map<Hash, Claimed> claimed;   // by name
+  Ledger ledger;
+  Time last_arrival[2] = {0, 0};  // of what it sent, by protocol
+};
+
+struct Host {
+  int index = 0;
+  std::string label;
+  bool is_alive = true;  // false: vanished
+  bool is_asleep = false;
+  Time offset = 0;  // of its clock
+  std::vector<Port*> ports;
+};
+
+// --- Time
+
+// A datagram on its way.
+struct Flight {
+  int users = 0;
+  mdns::Received received;
+  std::vector<std::uint8_t> bytes;
+  std::vector<Hash> probes;    // names that it probes for
+  std::vector<Hash> goodbyes;  // records that it takes back
+  std::vector<Hash> doubts;    // the same, and those that it gives less than half of their TTL
+};
+
+struct Item {
+  Time at;
+  std::uint64_t order;
+  enum class Kind : std::uint8_t { deliver, wake, call } kind;
+  std::uint32_t port, index;  // of the port; of the flight or the call
+
+  bool operator>(const Item& other) const { return at != other.at ? at > other.at : order > other.order; }
+};
+
+// One line of the story.
+struct Line {
+  Time at = 0;
+  int port = -1;
+  const char* what = "";
+  std::string text;                 // or, if it is empty:
+  std::vector<std::uint8_t> bytes;  // a datagram
+  mdns::Protocols protocols = mdns::kNoProtocol;
+};
+
+// Sums over the run.
+struct Sums {
+  std::uint64_t datagrams = 0, deliveries = 0, events = 0, calls = 0;
+  std::uint64_t expected = 0, missing = 0;  // records that should be known after two minutes of loss; those that were not
+  std::uint64_t worst_steps = 0;            // per mille of what is allowed
+};
+
+struct World {
+  Dice dice;
+  Time now = 0;
+  std::deque<Medium> media;
+  std::deque<Host> hosts;
+  std::deque<Port> ports;
+  std::vector<Item> queue;  // a heap
+  std::uint64_t order = 0;
+  std::vector<Flight> flights;
+  std::vector<std::uint32_t> free_flights;
+  std::vector<std::function<void()>> calls;
+  std::vector<std::uint32_t> free_calls;
+  std::vector<Port*> dirty;
+  Tag next_tag = 1;
+  Time lateness = 0;                                // the longest that a host is late for its deadline
+  bool is_hostile = false;                          // a hostile host has spoken: what is known may be anything
+  std::deque<std::vector<std::uint8_t>> overheard;  // the last genuine datagrams, for those who forge them
+  std::string breach;                               // empty: none
+  std::deque<Line> lines;
+  std::size_t lines_max = 60;
+  std::vector<std::string> overlooked;  // how the invariants begin that are not looked at
+  Hash digest = 0;                      // of everything that was sent and reported
+  Sums sums;
+};
+
+Medium& add_medium(World& world, const Weather& weather);
+Host& add_host(World& world, std::string_view label);
+Port& add_port(World& world, Host& host, Medium& medium, mdns::Protocols protocols = mdns::kBothProtocols);
+
+// The time on the host's own clock.
+Time clock_of(const Port& port);
+
+// Whether the port takes part in what happens on its medium.
+bool is_present(const Port& port);
+
+// Puts the item into the queue, behind others of its time.
+void plan(World& world, Item item);
+
+// A free place in `slots`, or a new one at its end.
+template <typename T>
+std::uint32_t take_slot(std::vector<T>& slots, std::vector<std::uint32_t>& free) {
+  if (free.empty()) {
+    slots.emplace_back();
+    return static_cast<std::uint32_t>(slots.size() - 1);
+  }
+  const std::uint32_t slot = free.back();
+  free.pop_back();
+  return slot;
+}
+
+// Does `call` at that time (in order of time, then of these calls).
+void call_at(World& world, Time at, std::function<void()> call);
+
+// To be called after each call of the engine: does what is due, sends, and acts upon events before anything else happens.
+void touch(Port& port);
+
+// Lets time pass until `until`, or until an invariant is broken.
+void run_until(World& world, Time until);
+inline void run_for(World& world, Time duration) { run_until(world, world.now + duration); }
+
+// Sends a datagram from an address that no engine stands behind. `to` null: to all ports of the medium.
+struct Forged {
+  mdns::Endpoint source;
+  bool is_local = true;
+  std::vector<std::uint8_t> bytes;
+};
+void inject(World& world, Medium& medium, const Forged& forged);
+
+// --- The story (trace.cpp)
+
+void note(World& world, const Port* port, const char* what, std::string text);
+void note_datagram(World& world, const Port* port, const char* what, mdns::Bytes bytes, mdns::Protocols protocols);
+
+// An invariant is broken: the first one is kept, and time stands still. `subject` is what it is about: a name, mostly.
+void fail(World& world, const Port* port, const char* invariant, const std::string& subject);
+
+// The breach and the lines before it.
+std::string story(const World& world);
+
+}  // namespace simulation
