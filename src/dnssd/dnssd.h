@@ -22,7 +22,7 @@
 //   announced again when it comes back. Nothing of the machine's own is published. The domain is "local" (null, "local" and
 //   "local." mean it); others are kDNSServiceErr_Unsupported. Names are UTF-8; others are kDNSServiceErr_BadParam.
 //
-//   Aliases. CNAME records are not followed: one is told to whoever asks for that type, like a record of any other.
+//   Aliases. CNAME records are not followed: one is reported to whoever asks for that type, like any other record.
 //
 //   Callbacks. Replies are delivered from DNSServiceProcessResult only. Any operation, the callback's own included, or a whole
 //   connection may be released in one, and exit() may be called; nothing is delivered for a released operation.
@@ -37,24 +37,24 @@
 //   the default action does not kill, keeps all of them.)
 //
 //   Goodbyes. Whatever is withdrawn gets its goodbye on the wire: before the call returns when the last connection is
-//   released, and when the process returns from main or calls exit() (three seconds at most). A child of fork() has no part in its parent's engine: the parent's
-//   references are bad ones there, and it sends nothing in its parent's name.
+//   released, and when the process returns from main or calls exit() (three seconds at most). A child of fork() has no part in
+//   its parent's engine: the parent's references are bad ones there, and it sends nothing in its parent's name.
 //
 //   Flags. Bits that the library does not know, private ones such as 0x08000000 and 0x80000000 among them, are ignored,
 //   as are kDNSServiceFlagsForceMulticast (everything here is multicast) and kDNSServiceFlagsLongLivedQuery (so is every
 //   query). kDNSServiceErr_BadFlags: a record that is not exactly one of shared and unique; NoAutoRename without a name
 //   or a callback.
 //
-//   References. A DNSServiceRef or DNSRecordRef is a serial number that is never used again, not an address: one that is
+//   References. A DNSServiceRef or DNSRecordRef is a handle, a number that is never used again, not an address: one that is
 //   stale, wild or of the wrong kind is recognised (kDNSServiceErr_BadReference, descriptor -1, or nothing happens).
 //
-// What it needs: Linux (epoll, timerfd, eventfd, signalfd, netlink, SO_BINDTODEVICE), UDP port 5353 shared with others. It includes
-// src/mdns and nothing else of this source tree.
+// What it needs: Linux (epoll, timerfd, eventfd, signalfd, netlink, SO_BINDTODEVICE), UDP port 5353 shared with others. It
+// includes src/mdns and nothing else of this source tree.
 //
 // Reading order: api_lookup.cpp and api_publish.cpp (each dns_sd.h function: what is checked, which operation starts),
-// this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then an operation a file: browse.cpp, resolve.cpp,
-// query.cpp, register.cpp, records.cpp; last the ground: interface.cpp, sockets.cpp, link_monitor.cpp, poll.cpp, signals.cpp,
-// names.cpp, service_names.cpp.
+// this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then an operation a file: browse.cpp,
+// resolve.cpp, query.cpp, register.cpp, records.cpp; last the ground: interface.cpp, sockets.cpp, link_monitor.cpp, poll.cpp,
+// signals.cpp, names.cpp, service_names.cpp.
 #pragma once
 
 #include <dns_sd.h>
@@ -135,7 +135,7 @@ struct Registration {
   std::string name;          // plain, as it is tried or established now
   bool is_reported = false;  // the caller knows of this name
   bool auto_rename = true;
-  bool is_over = false;         // it has failed and the caller was told: nothing is published any more
+  bool is_over = false;         // it has failed, which was reported: nothing is published any more
   std::string host;             // wire name
   std::uint16_t port = 0;       // host order
   std::string txt;              // rdata

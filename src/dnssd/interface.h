@@ -6,8 +6,8 @@
 
 namespace dnssd {
 
-// UDP port 5353 of one protocol, shared with others on the machine, bound to the interface, member of the multicast group (RFC 6762
-// section 3).
+// UDP port 5353 of one protocol, shared with others on the machine, bound to the interface, member of the multicast group (RFC
+// 6762 section 3).
 struct Socket {
   Watch watch;  // not open: the system has none of this protocol
   Interface* interface = nullptr;
@@ -32,7 +32,7 @@ struct Interface {
   std::string name;  // as it was when the interface was taken into use
   mdns::LinkPtr link;
   std::array<Socket, 2> sockets;                  // by mdns::index_of
-  mdns::Protocols protocols = mdns::kNoProtocol;  // those that the link has, as it was told
+  mdns::Protocols protocols = mdns::kNoProtocol;  // those that the link has
   std::vector<Prefix> prefixes;                   // of its addresses of these protocols
   unsigned operations = 0;                        // live operations on it
   mdns::Time idle_until = mdns::kNever;           // when it is let go of, if there is no operation by then
@@ -40,8 +40,8 @@ struct Interface {
 };
 
 // The record of an interface, made if need be. On an error *interface is untouched: kDNSServiceErr_Unsupported for index 0 and
-// kDNSServiceInterfaceIndexLocalOnly, kDNSServiceErr_BadInterfaceIndex when there is no such interface, kDNSServiceErr_NoAuth when
-// a socket may not be bound to it, kErrServiceNotRunning when there can be none.
+// kDNSServiceInterfaceIndexLocalOnly, kDNSServiceErr_BadInterfaceIndex when there is no such interface, kDNSServiceErr_NoAuth
+// when a socket may not be bound to it, kErrServiceNotRunning when there can be none.
 DNSServiceErrorType interface_get(std::uint32_t index, Interface** interface);
 
 // Counts an operation in or out.
@@ -78,8 +78,8 @@ void sockets_close(Interface& interface);
 
 // --- link_monitor.cpp
 
-// Follows what becomes of the interfaces in use: up or down, their addresses. Without the netlink socket, which the system may refuse,
-// links stay as they were when they were taken into use.
+// Follows what becomes of the interfaces in use: up or down, their addresses. Without the netlink socket, which the system may
+// refuse, links stay as they were when they were taken into use.
 void link_monitor_open();
 
 // Fills in the protocols and prefixes of an interface: those of its addresses, while it is up and has a carrier.

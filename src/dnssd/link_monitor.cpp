@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The kernel tells of changes (netlink). What is there then is read anew, and the links are told what is different.
+// The kernel tells of changes (netlink). What is there then is read anew, and the links are given what is different.
 #include <ifaddrs.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
@@ -20,7 +20,8 @@
 namespace dnssd {
 namespace {
 
-// Up, with a carrier, and not waiting to be let in. (IFF_RUNNING says the same, but up to a second later than packets get through.)
+// Up, with a carrier, and not waiting to be let in. (IFF_RUNNING says the same, but up to a second later than packets get
+// through.)
 constexpr unsigned kLowerUp = 0x10000;  // of linux/if.h, which does not go together with net/if.h
 constexpr unsigned kDormant = 0x20000;
 
@@ -123,7 +124,7 @@ std::set<std::uint32_t> read_down() {
   alignas(nlmsghdr) char buffer[16384];
   for (;;) {
     const ssize_t size = recv(gEngine->link_monitor.fd, buffer, sizeof buffer, MSG_DONTWAIT);
-    if (size <= 0 && errno != ENOBUFS) {  // that there were more than the socket could hold is told once
+    if (size <= 0 && errno != ENOBUFS) {  // ENOBUFS: some were lost; the rest can still be read
       return down;
     }
     auto left = static_cast<unsigned>(std::max<ssize_t>(size, 0));

@@ -8,7 +8,8 @@
 namespace dnssd {
 namespace {
 
-// Takes the escape that follows a backslash off the front of `text`: three digits, or one other byte. Nothing when it is no escape.
+// Takes the escape that follows a backslash off the front of `text`: three digits, or one other byte. Nothing when it is no
+// escape.
 std::optional<char> take_escape(std::string_view& text) {
   unsigned value = 0;
   const auto digits = std::from_chars(text.data(), text.data() + std::min<std::size_t>(text.size(), 3), value).ptr - text.data();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// DNS names as dns_sd.h writes them, the presentation format: a dot and a backslash are escaped by a backslash, bytes up to 32 as \DDD,
-// UTF-8 stands as it is. Everywhere else in the library a name is in wire format (mdns/name.h).
+// DNS names as dns_sd.h writes them, the presentation format: a dot and a backslash are escaped by a backslash, bytes up to 32 as
+// \DDD, UTF-8 stands as it is. Everywhere else in the library a name is in wire format (mdns/name.h).
 #pragma once
 
 #include <initializer_list>

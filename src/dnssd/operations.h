@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// How operations are started, and what each kind of them can be told, one section a file. Every *_start gets an operation that is in the registry and
-// whose part is filled in; on an error the caller releases it.
+// How operations are started, and what each kind of them can be asked to do, one section a file. Every *_start gets an operation
+// that is in the registry and whose part is filled in; on an error the caller releases it.
 #pragma once
 
 #include <functional>
@@ -13,8 +13,8 @@ namespace dnssd {
 std::optional<std::string> parse_record_name(const char* text);
 
 // Makes an operation of `part` on an interface, shared as `flags` say, and starts it; *ref is then the caller's reference.
-// Otherwise nothing has been made and *ref is as it was: kDNSServiceErr_BadReference when it is to share what is no connection; the
-// errors of engine_open and interface_get; what `start` returned.
+// Otherwise nothing has been made and *ref is as it was: kDNSServiceErr_BadReference when it is to share what is no connection;
+// the errors of engine_open and interface_get; what `start` returned.
 DNSServiceErrorType start_operation(DNSServiceRef* ref, DNSServiceFlags flags, std::uint32_t interface_index, void* context,
                                     decltype(Operation::part)&& part,
                                     const std::function<DNSServiceErrorType(Operation&)>& start);

@@ -13,8 +13,9 @@
 namespace dnssd {
 namespace {
 
-// One pass serves this many readable descriptors, each of which takes a bounded number of datagrams, so that the caller's loop comes
-// round within milliseconds. What is left keeps the descriptor readable; epoll reports those first that have waited longest.
+// One pass serves this many readable descriptors, each of which takes a bounded number of datagrams, so that the caller's loop
+// comes round within milliseconds. What is left keeps the descriptor readable; epoll reports those first that have waited
+// longest.
 constexpr int kEventsPerPass = 8;
 
 // Deadlines are waited for until the next multiple of this: many of them would wake the process as often, each alone, and nothing

@@ -40,7 +40,8 @@ void poll_abandon(Poll& poll);
 // Watches `watch.fd`, which the poll closes in the end; false when the system refuses it, and the descriptor stays the caller's.
 bool poll_add(Poll& poll, Watch& watch);
 
-// Closes the descriptor and stops watching it; one that is not open: nothing happens. Not to be called by what poll_dispatch calls.
+// Closes the descriptor and stops watching it; one that is not open: nothing happens. Not to be called by what poll_dispatch
+// calls.
 void poll_remove(Poll& poll, Watch& watch);
 
 // Calls the watches whose descriptors are readable, a bounded number, in turn. Never blocks. False when epoll itself failed, that

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Query: the caller takes each answer for what the host has now. Losses are therefore never reported. Of A and AAAA records it hears
-// the newest live address whenever it differs from the one last reported: a change is one answer, the loss of one of two
-// addresses is followed by the other, and one that expires and returns is silence. Link-local addresses and others are kept apart in
-// this, so that the coming and going of a link-local address beside a global one does not repeat the global one. Of other types it
-// hears each record once while it lives. The unspecified address is nobody's and never reported.
+// Query: the caller takes each answer for what the host has now. Losses are therefore never reported. Of A and AAAA records it
+// hears the newest live address whenever it differs from the one last reported: a change is one answer, the loss of one of two
+// addresses is followed by the other, and one that expires and returns is silence. Link-local addresses and others are kept apart
+// in this, so that the coming and going of a link-local address beside a global one does not repeat the global one. Of other
+// types it hears each record once while it lives. The unspecified address is nobody's and never reported.
 #include <algorithm>
 
 #include "dnssd/engine.h"

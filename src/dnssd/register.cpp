@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Lifecycle of a registration:
 //   1. registration_start: the service's SRV and TXT records are published under the name, which is probed for.
-//   2. Established: the caller is told the name; the PTR records to it follow, and the type is entered under
-//      _services._dns-sd._udp (RFC 6763 section 9). Not before: PTR records are shared, and their goodbye after a lost probe would
-//      make another host's service of that name disappear.
-//   3. Conflict, before or after that: the PTR records go without a goodbye, the next name is tried, and the caller told of it once
-//      it is established; with NoAutoRename the caller is told of the conflict, and that is the end of it.
+//   2. Established: the name is reported; the PTR records to it follow, and the type is entered under
+//      _services._dns-sd._udp (RFC 6763 section 9). Not before: PTR records are shared, and their goodbye after a lost probe
+//      would make another host's service of that name disappear.
+//   3. Conflict, before or after that: the PTR records go without a goodbye, the next name is tried, and reported once
+//      it is established; with NoAutoRename the conflict is reported, and that is the end of it.
 //   4. registration_stop: all of them are withdrawn, with goodbyes.
 #include "dnssd/engine.h"
 #include "dnssd/operations.h"

@@ -69,14 +69,14 @@ bool write_announcement(Writer& writer, const OwnedRecord& record) {
   const std::string_view name = name_of(record);
   if (!record.is_unique && !record.superseded.empty()) {
     std::size_t needed = name.size() + kRest + record.rdata.size();
-    for (const std::string& rdata : record.superseded) {
-      needed += kRest + rdata.size();
+    for (const Superseded& former : record.superseded) {
+      needed += kRest + former.rdata.size();
     }
     if (!writer_is_empty(writer) && writer.bytes.size() + needed > writer.max) {
       return false;
     }
-    for (const std::string& rdata : record.superseded) {
-      writer_add_record(writer, Section::answers, name, record.type, 0, false, rdata);
+    for (const Superseded& former : record.superseded) {
+      writer_add_record(writer, Section::answers, name, record.type, 0, false, former.rdata);
     }
   }
   return writer_add_record(writer, Section::answers, name, record.type, record.ttl, record.is_unique, record.rdata);
@@ -86,7 +86,7 @@ bool write_announcement(Writer& writer, const OwnedRecord& record) {
 bool write_goodbye(Writer& writer, OwnedRecord& record) {
   const std::string_view name = name_of(record);
   while (!record.superseded.empty()) {
-    if (!writer_add_record(writer, Section::answers, name, record.type, 0, false, record.superseded.back())) {
+    if (!writer_add_record(writer, Section::answers, name, record.type, 0, false, record.superseded.back().rdata)) {
       return false;
     }
     record.superseded.pop_back();

@@ -9,8 +9,6 @@
 namespace mdns {
 namespace {
 
-constexpr Time kFlushSpares = 500 * kMillisecond;
-
 constexpr std::uint32_t kLegacyTtlMax = 10;  // seconds (RFC 6762 section 6.7)
 
 // Who is given more answers than this picks from them and asks for what was picked: additional records for all would be several packets for each
@@ -32,11 +30,6 @@ void add_once(Batch& batch, std::vector<OwnedRecord*>& list, OwnedRecord& record
   }
 }
 
-// Whether the record was sent so lately that a cache-flush leaves it alone (RFC 6762 section 10.2), with room for the way of the packets.
-bool is_spared(const Batch& batch, const OwnedRecord& record) {
-  return batch.over != kNoProtocol && was_multicast_since(batch.link, record, batch.link.now - kFlushSpares);
-}
-
 // The record with the rest of its RRset, if that is ours alone.
 void add_rrset(Batch& batch, std::vector<OwnedRecord*>& list, OwnedRecord& record) {
   add_once(batch, list, record);
@@ -44,7 +37,7 @@ void add_rrset(Batch& batch, std::vector<OwnedRecord*>& list, OwnedRecord& recor
     return;
   }
   for (OwnedRecord* other : record.owner->records) {
-    if (other->type == record.type && other->is_unique && other->is_live && !is_spared(batch, *other)) {
+    if (other->type == record.type && other->is_unique && other->is_live) {
       add_once(batch, list, *other);
     }
   }
@@ -52,7 +45,7 @@ void add_rrset(Batch& batch, std::vector<OwnedRecord*>& list, OwnedRecord& recor
 
 bool was_just_multicast(const Batch& batch, const OwnedRecord& record) {
   return std::ranges::any_of(kEachProtocol, [&](Protocols protocol) {
-    return (batch.over & protocol) != 0 && record.multicast_at[index_of(protocol)] > batch.link.now - kSecond;
+    return (batch.over & protocol) != 0 && rrset_multicast_at(record, protocol) > batch.link.now - kSecond;
   });
 }
 

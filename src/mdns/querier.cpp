@@ -223,7 +223,8 @@ void mark_unknown_answers(Link& link, const Message& message) {
 
 // Another host asks what we ask. Counts in place of our next question once half of the interval before it is over.
 void note_duplicate(Link& link, OpenQuestion& question, Protocols protocol) {
-  question.rrset->asked_at[index_of(protocol)] = link.now;
+  Time& asked_at = question.rrset->asked_at[index_of(protocol)];
+  asked_at = std::max(asked_at, link.now);
   const Time half = question.asked_at == kLongAgo ? 0 : (question.regular_at - question.asked_at) / 2;
   if (question.regular_at != kNever && question.regular_at - link.now <= std::max(half, kFirstAfterMost)) {
     question.heard |= protocol;

@@ -127,7 +127,7 @@ Time may_be_sent_at(const Link& link, const OwnedRecord& record, Protocols proto
     return link.now;
   }
   const bool defends = (record.defend_over & protocol) != 0;
-  const Time last = record.multicast_at[index_of(protocol)];
+  const Time last = rrset_multicast_at(record, protocol);
   return defends ? last + kDefencesApart : std::max(last + kMulticastApart, held_until(link, record.askers[index_of(protocol)]));
 }
 

@@ -207,11 +207,15 @@ void start(Link& link, Publication& publication) {
 // The data that `old` was said with, and those it had superseded itself, go when `record` is announced.
 void inherit_superseded(OwnedRecord& record, OwnedRecord& old) {
   if (was_multicast(old)) {
-    record.superseded.push_back(old.rdata);
+    record.superseded.push_back({old.rdata, old.multicast_at});
   }
   std::ranges::move(old.superseded, std::back_inserter(record.superseded));
   old.superseded.clear();
-  std::erase_if(record.superseded, [&record](const std::string& rdata) { return same_rdata(record.type, rdata, record.rdata); });
+  std::erase_if(record.superseded, [&record](const Superseded& former) {
+    const bool is_back = same_rdata(record.type, former.rdata, record.rdata);
+    record.multicast_at = is_back ? former.multicast_at : record.multicast_at;
+    return is_back;
+  });
 }
 
 // `record` stands where `old` stood for one holder.
@@ -259,6 +263,18 @@ Time last_multicast(const Link& link, const OwnedRecord& record) {
   for (const Protocols protocol : kEachProtocol) {
     if (link.protocols & protocol) {
       last = std::max(last, record.multicast_at[index_of(protocol)]);
+    }
+  }
+  return last;
+}
+
+Time rrset_multicast_at(const OwnedRecord& record, Protocols protocol) {
+  Time last = record.multicast_at[index_of(protocol)];
+  if (record.is_unique && record.type != kTypeNsec) {
+    for (const OwnedRecord* other : record.owner->records) {
+      if (other->type == record.type && other->is_unique) {
+        last = std::max(last, other->multicast_at[index_of(protocol)]);
+      }
     }
   }
   return last;

@@ -25,6 +25,12 @@ struct Query;
 inline constexpr std::uint32_t kNobody = 0;
 inline constexpr std::uint32_t kSeveral = 1;
 
+// Data that a record had before.
+struct Superseded {
+  std::string rdata;
+  std::array<Time, 2> multicast_at;
+};
+
 struct OwnedRecord {
   OwnedName* owner = nullptr;
   std::uint32_t place = 0;  // in its name's records
@@ -41,7 +47,7 @@ struct OwnedRecord {
   bool is_rescued = false;                 // it contradicts another host's goodbye
   std::uint16_t in_replies = 0;            // direct replies that wait and hold it
   std::string rdata;
-  std::vector<std::string> superseded;                       // data that was said and gets its goodbye with the next announcement
+  std::vector<Superseded> superseded;                        // data that was said and gets its goodbye with the next announcement
   std::array<Time, 2> multicast_at = {kLongAgo, kLongAgo};   // when it was last sent over each protocol
   std::array<std::uint32_t, 2> askers = {kNobody, kNobody};  // whose question the answer that is due is for, by protocol
   std::uint32_t known_in = 0;                                // the query whose known answers have it
@@ -116,6 +122,9 @@ void zone_forget(Link& link, OwnedRecord& record);
 // since then.
 bool was_multicast(const OwnedRecord& record);
 Time last_multicast(const Link& link, const OwnedRecord& record);
+// When the record, or another one of its RRset if that is ours alone, was last sent to the group over the protocol: a unique RRset is sent as
+// a whole (RFC 6762 section 10.2).
+Time rrset_multicast_at(const OwnedRecord& record, Protocols protocol);
 bool was_multicast_since(const Link& link, const OwnedRecord& record, Time time);
 
 // Whether the link has a unique record of the type under that name that is live: then nobody else has one.

@@ -193,13 +193,3 @@ def test_what_happens_to_other_interfaces_disturbs_no_rest(place, link):
     link.near.sh("ip", "addr", "change", "fd09::1/64", "dev", "eth0", "valid_lft", "5000", "preferred_lft", "4000")
     place.pass_seconds(3)
     assert not place.questions(HOST, dns.A, since)
-
-
-def test_what_a_flood_may_have_hidden_is_asked_for(place):
-    browse_and_wait(place)
-    place.near.query("q", place.index, "host.local.", d.A)
-    place.is_told("q", 7)
-    since = time.monotonic()
-    for _ in range(100):  # each claims 800 records, of which none is one
-        place.air.send(b"\0\0\x84\0\0\0\x03\x20\0\0\0\0" + b"\xff" * 8900, over="IPv4")
-    d.wait_for(lambda: place.questions(HOST, dns.A, since), "a question after the flood", 30)
