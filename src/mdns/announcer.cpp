@@ -48,12 +48,17 @@ void note_change(const Link& link, const OwnedRecord& record) {
   owned.change_at = link.now + owned.change_interval;
 }
 
+// Whether the data was said so lately that the cache-flush of what takes its place leaves it in caches.
+bool is_spared(const Link& link, const Superseded& former) {
+  return std::max(former.multicast_at[0], former.multicast_at[1]) + kAnnouncementsApart > link.now;
+}
+
 void note_announced(Link& link, OwnedRecord& record) {
   ++link.steps;
   if (record.is_change && record.announcements_left == kAnnouncements) {
     note_change(link, record);
   }
-  record.superseded.clear();
+  std::erase_if(record.superseded, [&](const Superseded& former) { return !record.is_unique || !is_spared(link, former); });
   record_was_multicast(link, record, link.protocols, link.now);
   if (record.announcement.at <= link.now) {
     const bool is_last = --record.announcements_left == 0;
@@ -94,11 +99,28 @@ bool write_goodbye(Writer& writer, OwnedRecord& record) {
   return !was_multicast(record) || writer_add_record(writer, Section::answers, name, record.type, 0, false, record.rdata);
 }
 
+// When the record was last sent to the group over any protocol of the link. A unique RRset is sent as a whole (RFC 6762 section 10.2): its
+// other records count, unless they are on their way this very moment, or this one is new.
+Time last_sent(Link& link, const OwnedRecord& record) {
+  Time last = last_multicast(link, record);
+  if (!record.is_unique || (record.is_change && record.announcements_left == kAnnouncements)) {
+    return last;
+  }
+  for (const OwnedRecord* other : record.owner->records) {
+    ++link.steps;
+    const Time at = last_multicast(link, *other);
+    if (other->type == record.type && other->is_unique && at < link.now) {
+      last = std::max(last, at);
+    }
+  }
+  return last;
+}
+
 // RFC 6762 section 6: a record goes to the group once a second at most. One that has just been sent as an answer has been announced by
 // that, if all protocols had it; else it waits. Changed data is said again in any case: the cache-flush of the first time spares what the
 // old data's last second was. True when it is not to be announced now.
 bool is_just_sent(Link& link, OwnedRecord& record) {
-  const Time last = last_multicast(link, record);
+  const Time last = last_sent(link, record);
   if (last + kSecond <= link.now) {
     return false;
   }
@@ -112,6 +134,7 @@ bool is_just_sent(Link& link, OwnedRecord& record) {
 
 void announce(Link& link, OwnedRecord& record) {
   record.announcements_left = kAnnouncements;
+  record.is_change = was_multicast(record);  // others may have said otherwise since
   link.announcer.due.set(record, link.now + kGatheredWithin);
 }
 
@@ -124,10 +147,11 @@ void announce_change(Link& link, OwnedRecord& record, Time by) {
 
 void announcer_stop(Link& link, OwnedRecord& record) {
   (record.holders == 0 ? link.announcer.goodbyes : link.announcer.due).set(record, kNever);
-  record.announcements_left = 0;
 }
 
-void announcer_say_goodbye(Link& link, OwnedRecord& record) { link.announcer.goodbyes.set(record, link.now); }
+void announcer_say_goodbye(Link& link, OwnedRecord& record) {
+  link.announcer.goodbyes.set(record, std::max(link.now, link.goodbyes_at));
+}
 
 bool announcer_has_goodbyes(const Link& link) { return link.announcer.goodbyes.next() <= link.now; }
 

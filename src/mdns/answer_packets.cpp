@@ -131,6 +131,45 @@ void begin_reply(Writer& writer, const DirectReply& reply) {
   }
 }
 
+// The reply goes on in another packet. An ordinary resolver reads one only: false.
+bool go_on_in_reply(Link& link, Writer& writer, const DirectReply& reply) {
+  if (reply.is_legacy) {
+    return false;
+  }
+  outbox_add_reply(link, writer_take(writer), reply.to);
+  begin_reply(writer, reply);
+  return true;
+}
+
+void write_reply_answers(const Batch& batch, Writer& writer, const DirectReply& reply) {
+  for (const OwnedRecord* record : batch.answers) {
+    if (write_reply_record(writer, reply, Section::answers, *record)) {
+      continue;
+    }
+    if (!go_on_in_reply(batch.link, writer, reply)) {  // the resolver asks again over TCP in vain, and takes what it has
+      writer_set_truncated(writer);
+      return;
+    }
+    write_reply_record(writer, reply, Section::answers, *record);
+  }
+}
+
+// As many as there is room for, and the rest of an RRset that has begun: its cache-flush bit would take away what is missing (RFC 6762
+// section 10.2).
+void write_reply_additionals(const Batch& batch, Writer& writer, const DirectReply& reply) {
+  const OwnedRecord* last = nullptr;
+  for (const OwnedRecord* record : batch.additionals) {
+    if (!write_reply_record(writer, reply, Section::additionals, *record)) {
+      const bool is_rest = last != nullptr && last->is_unique && last->owner == record->owner && last->type == record->type;
+      if (!is_rest || !go_on_in_reply(batch.link, writer, reply)) {
+        return;
+      }
+      write_reply_record(writer, reply, Section::answers, *record);
+    }
+    last = record;
+  }
+}
+
 }  // namespace
 
 void send_answers(Link& link, const std::vector<DueAnswer>& answers, Protocols over) {
@@ -171,23 +210,8 @@ void send_reply(Link& link, const DirectReply& reply) {
   collect_additionals(batch);
   Writer writer;
   begin_reply(writer, reply);
-  for (const OwnedRecord* record : batch.answers) {
-    if (write_reply_record(writer, reply, Section::answers, *record)) {
-      continue;
-    }
-    if (reply.is_legacy) {  // an ordinary resolver reads one packet; it asks again over TCP in vain, and takes what it has
-      writer_set_truncated(writer);
-      break;
-    }
-    outbox_add_reply(link, writer_take(writer), reply.to);
-    begin_reply(writer, reply);
-    write_reply_record(writer, reply, Section::answers, *record);
-  }
-  for (const OwnedRecord* record : batch.additionals) {
-    if (!write_reply_record(writer, reply, Section::additionals, *record)) {
-      break;
-    }
-  }
+  write_reply_answers(batch, writer, reply);
+  write_reply_additionals(batch, writer, reply);
   outbox_add_reply(link, writer_take(writer), reply.to);
 }
 

@@ -11,8 +11,9 @@ namespace {
 // RFC 6762 sections 10.1 and 10.2: a goodbye and a cache-flush leave one second.
 constexpr Time kGoodbyeGrace = kSecond;
 
-// How long the other protocol has to say goodbye as well before it is asked.
-constexpr Time kOtherProtocolAfter = 100 * kMillisecond;
+// How long the other protocol has to say goodbye as well before it is asked. By then whoever contradicts the goodbye has done so, which
+// takes up to 120 ms and the pace of the packets: asked sooner, a flood of forged goodbyes would be answered by a flood of questions.
+constexpr Time kOtherProtocolAfter = 300 * kMillisecond;
 
 // No lifetime is longer: what is looked for is asked for again anyway, and the rest need not be kept.
 constexpr std::uint32_t kTtlMax = kOtherTtl;
@@ -22,6 +23,10 @@ constexpr int kRefreshes = 4;
 constexpr Time kFirstRefreshPercent = 80;
 constexpr Time kRefreshStepPercent = 5;
 constexpr Time kRefreshJitterPercent = 2;
+
+// RFC 6762 section 10.4: a record that is doubted is asked for twice at least, and gone after ten seconds.
+constexpr Time kReconfirmedWithin = 10 * kSecond;
+constexpr Time kReconfirmedAgain = 3 * kSecond;
 
 // RFC 6762 section 10.5: what others asked for in vain is given up ten seconds after the last of these questions.
 constexpr Time kGiveUpAfter = 10 * kSecond;
@@ -59,7 +64,7 @@ void unwanted_remove(Cache& cache, CacheEntry& entry) {
 // Puts the entry where its RRset's question, or the lack of one, wants it.
 void unwanted_review(Cache& cache, CacheEntry& entry) {
   unwanted_remove(cache, entry);
-  if (entry.rrset->question != nullptr) {
+  if (is_asked(*entry.rrset)) {
     return;
   }
   entry.older = cache.newest_unwanted;
@@ -73,7 +78,7 @@ void plan(Link& link, CacheEntry& entry) {
   Time at = entry.expires;
   if (entry.check_at != kNever) {
     at = std::min(at, entry.check_at);
-  } else if (!entry.is_leaving && entry.rrset->question != nullptr && entry.refreshes < kRefreshes) {
+  } else if (!entry.is_leaving && !entry.is_doubted && is_asked(*entry.rrset) && entry.refreshes < kRefreshes) {
     const Time percent = kFirstRefreshPercent + kRefreshStepPercent * entry.refreshes;
     const Time life = entry.expires - entry.received;
     at = entry.received + life * percent / 100 + random_between(link.random, 0, life * kRefreshJitterPercent / 100);
@@ -96,6 +101,7 @@ void renew(Link& link, CacheEntry& entry, const Record& record, Protocols protoc
   entry.refreshes = 0;
   entry.is_unique = record.cache_flush;
   entry.is_leaving = false;
+  entry.is_doubted = false;
   plan(link, entry);
   unwanted_review(link.cache, entry);
 }
@@ -144,7 +150,7 @@ CacheEntry* victim_in(Link& link, const RRset& rrset) {
 // Makes room for an entry of the RRset that the source says; false when it has to do without.
 bool make_room(Link& link, const RRset& rrset, const Source& source) {
   Cache& cache = link.cache;
-  if (rrset.question == nullptr) {
+  if (!is_asked(rrset)) {
     if (cache.unwanted >= kUnwantedMax || cache.entries.size() >= kEntriesMax) {
       if (cache.oldest_unwanted == nullptr || cache.oldest_unwanted->rrset == &rrset) {
         return false;
@@ -285,10 +291,10 @@ void look_at(Link& link, CacheEntry& entry) {
   OpenQuestion* question = entry.rrset->question;
   if (entry.check_at <= link.now) {
     entry.check_at = kNever;
-    if (question != nullptr) {
+    if (is_asked(*entry.rrset)) {
       question_ask_soon(link, *question, entry.protocols & ~entry.goodbyes);
     }
-  } else if (question != nullptr) {
+  } else if (is_asked(*entry.rrset)) {
     ++entry.refreshes;
     question_ask_soon(link, *question, entry.protocols);
   }
@@ -413,6 +419,22 @@ void cache_wanted_changed(Link& link, RRset& rrset) {
     unwanted_review(link.cache, *entry);
     plan(link, *entry);
   }
+}
+
+void link_reconfirm(Link& link, Time now, std::string_view name, std::uint16_t type, std::string_view rdata) {
+  link.now = now;
+  const NameEntry* known = name_find(link, name);
+  CacheEntry* entry = known == nullptr ? nullptr : cache_find(link, {known, type, rdata});
+  if (entry == nullptr || entry->is_leaving || entry->is_doubted) {
+    return;
+  }
+  entry->is_doubted = true;
+  entry->expires = std::min(entry->expires, now + kReconfirmedWithin);
+  entry->check_at = now + kReconfirmedAgain;
+  if (is_asked(*entry->rrset)) {
+    question_ask_soon(link, *entry->rrset->question, entry->protocols);
+  }
+  plan(link, *entry);
 }
 
 bool cache_has_unique_answer(const RRset& rrset) {

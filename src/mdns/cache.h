@@ -53,6 +53,7 @@ struct CacheEntry {
   Protocols goodbyes = kNoProtocol;   // over which it was taken back
   std::uint8_t refreshes = 0;         // questions for it since it was heard last
   bool is_unique = false;             // the cache-flush bit was set
+  bool is_doubted = false;            // it goes unless somebody confirms it
   bool is_leaving = false;            // a goodbye or a cache-flush has limited it
   Source* source = nullptr;           // who said it first
   CacheEntry* next = nullptr;         // in the RRset

@@ -36,7 +36,8 @@ struct Link {
   Outbox outbox;
   Sources sources;
   std::vector<Event> events;
-  bool is_closing = false;  // everything has been withdrawn: only goodbyes are still to be sent
+  Time goodbyes_at = kLongAgo;  // goodbyes wait until then
+  bool is_closing = false;      // everything has been withdrawn: only goodbyes are still to be sent
   std::uint64_t steps = 0;
   std::uint64_t received = 0;
   std::uint64_t ignored = 0;

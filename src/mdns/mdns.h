@@ -92,10 +92,19 @@ void link_restart(Link& link, Time now, bool was_down);
 // 0 is none.
 using QueryId = std::uint64_t;
 
-// Asks for the records of `name` and `type` until query_stop: by multicast, at the intervals of RFC 6762 section 5.2. What is in the cache, or
-// published on the link, is told first. `tag` comes back in each event. No event tells a record again that has been told and not
-// taken back. `type` is one type, not ANY.
-QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t type, std::uint64_t tag);
+// Whether a query asks the link, or only hears what is said there of itself.
+enum class Interest { asking, listening };
+
+// Asks for the records of `name` and `type` until query_stop: by multicast, at the intervals of RFC 6762 section 5.2. What is in the
+// cache, or published on the link, is told first. `tag` comes back in each event. No event tells a record again that has been told
+// and not taken back; a record that this link itself no longer publishes is taken back when the second of its goodbye is over.
+// `type` is one type, not ANY. A query that listens is told the same of what there is, but asks nothing, and nothing is kept for it.
+QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t type, std::uint64_t tag,
+                    Interest interest = Interest::asking);
+
+// The record is doubted: it is asked for again, and goes when nobody has confirmed it within ten seconds (RFC 6762 section 10.4). One
+// that is not known: nothing happens.
+void link_reconfirm(Link& link, Time now, std::string_view name, std::uint16_t type, std::string_view rdata);
 
 // Events of the query that have not been taken yet are dropped. 0: nothing happens.
 void query_stop(Link& link, Time now, QueryId id);
@@ -131,6 +140,10 @@ bool publication_update(Link& link, Time now, PublicationId id, const RecordData
 
 // Withdraws what nobody else holds, with its goodbye. An id of nothing that is published: nothing happens.
 void publication_withdraw(Link& link, Time now, PublicationId id);
+
+// Goodbyes of what is withdrawn wait until then: what is published again by that time has never been away, and what is published with other
+// data in its place is an update (RFC 6762 section 8.4). At most a few tenths of a second: until then others are told of what is gone.
+void link_hold_goodbyes(Link& link, Time now, Time until);
 
 // The same without a goodbye: the name turned out to be another host's.
 void publication_forsake(Link& link, Time now, PublicationId id);

@@ -14,6 +14,9 @@ namespace {
 constexpr Time kPerDatagram = 1'050;
 constexpr Time kBurst = 12 * kPerDatagram;
 
+// A caller that is busy comes so much later than link_deadline says.
+constexpr Time kLateMost = 10 * kMillisecond;
+
 // Direct replies beyond this number would make those who ask by multicast wait.
 constexpr std::size_t kCrowded = 64;
 
@@ -77,7 +80,8 @@ bool is_something_due(const Link& link) {
 
 Time outbox_send_time(const Link& link) {
   const auto waiting = static_cast<Time>(link.outbox.urgent.size() + 1);
-  return std::max(link.now, link.outbox.paid_until + 2 * kPerDatagram * waiting);
+  const Time at = std::max(link.outbox.paid_until, link.now - kBurst) + 2 * kPerDatagram * waiting;
+  return at <= link.now ? link.now : at + kLateMost;
 }
 
 void outbox_add(Link& link, std::vector<std::uint8_t>&& bytes, Protocols protocols) {

@@ -33,7 +33,7 @@ struct Asked {
 
 void set_due(Link& link, OpenQuestion& question) {
   const Time at = question.urgent != kNoProtocol ? link.now : question.regular_at;
-  link.querier.due.set(question, at);
+  link.querier.due.set(question, question.asking == 0 ? kNever : at);
 }
 
 void start_series(Link& link, OpenQuestion& question) {
@@ -124,7 +124,7 @@ std::vector<Asked> take_due(Link& link) {
 
 // Whether the entry is to be listed as a known answer: at least half of its lifetime is left (RFC 6762 section 7.1). Null: no.
 bool is_known_answer(const Link& link, const CacheEntry* entry) {
-  if (entry == nullptr || entry->is_leaving) {
+  if (entry == nullptr || entry->is_leaving || entry->is_doubted) {
     return false;
   }
   const Time left = entry->expires - link.now;
@@ -235,28 +235,29 @@ void note_duplicate(Link& link, OpenQuestion& question, Protocols protocol) {
 
 }  // namespace
 
-QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t type, std::uint64_t tag) {
+QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t type, std::uint64_t tag, Interest interest) {
   link.now = now;
   RRset& rrset = rrset_get(link, name_get(link, name), type);
-  const QueryId id = ++link.last_id;
-  const bool is_new = rrset.question == nullptr;
-  if (is_new) {
+  if (rrset.question == nullptr) {
     rrset.question = new OpenQuestion;
-    ++link.querier.questions;
     rrset.question->rrset = &rrset;
-    cache_wanted_changed(link, rrset);
-    start_series(link, *rrset.question);
-    question_review(link, *rrset.question);
+    ++link.querier.questions;
   }
   OpenQuestion& question = *rrset.question;
-  question.queries.push_back({id, tag});
-  link.querier.by_id.emplace(id, &question);
+  const Query query = {++link.last_id, tag, interest == Interest::asking};
+  question.queries.push_back(query);
+  link.querier.by_id.emplace(query.id, &question);
+  if (query.asks && ++question.asking == 1) {
+    cache_wanted_changed(link, rrset);
+    start_series(link, question);
+    question_review(link, question);
+  }
   for (const CacheEntry* entry = rrset.first; entry != nullptr; entry = entry->next) {
     ++link.steps;
-    link.events.push_back({Event::Kind::added, id, tag, type, entry->ttl, entry->rdata});
+    link.events.push_back({Event::Kind::added, query.id, tag, type, entry->ttl, entry->rdata});
   }
-  zone_report_to(link, rrset, question.queries.back());
-  return id;
+  zone_report_to(link, rrset, query);
+  return query.id;
 }
 
 void query_stop(Link& link, Time now, QueryId id) {
@@ -267,19 +268,25 @@ void query_stop(Link& link, Time now, QueryId id) {
   }
   OpenQuestion& question = *found->second;
   link.querier.by_id.erase(found);
-  std::erase_if(question.queries, [id](const Query& query) { return query.id == id; });
   std::erase_if(link.events, [id](const Event& event) { return event.id == id; });
-  if (!question.queries.empty()) {
-    return;
-  }
+  const auto query = std::ranges::find(question.queries, id, &Query::id);
+  const bool asked = query->asks;
+  question.queries.erase(query);
   RRset& rrset = *question.rrset;
-  link.querier.due.set(question, kNever);
-  rrset.question = nullptr;
-  --link.querier.questions;
-  delete &question;
-  cache_wanted_changed(link, rrset);
-  rrset_release(link, rrset);
+  if (asked && --question.asking == 0) {
+    question.regular_at = kNever;
+    link.querier.due.set(question, kNever);
+    cache_wanted_changed(link, rrset);
+  }
+  if (question.queries.empty()) {
+    rrset.question = nullptr;
+    --link.querier.questions;
+    delete &question;
+    rrset_release(link, rrset);
+  }
 }
+
+bool is_asked(const RRset& rrset) { return rrset.question != nullptr && rrset.question->asking > 0; }
 
 void question_ask_soon(Link& link, OpenQuestion& question, Protocols protocols) {
   question.urgent |= protocols & link.protocols;
@@ -292,6 +299,9 @@ void question_ask_no_more(Link& link, OpenQuestion& question) {
 }
 
 void question_review(Link& link, OpenQuestion& question) {
+  if (question.asking == 0) {
+    return;
+  }
   const RRset& rrset = *question.rrset;
   const bool has_answer = cache_has_unique_answer(rrset) || zone_has_unique(*rrset.name, rrset.type);
   if (has_answer && question.regular_at != kNever) {
@@ -303,12 +313,18 @@ void question_review(Link& link, OpenQuestion& question) {
   }
 }
 
-void question_restart(Link& link, OpenQuestion& question) { start_series(link, question); }
+void question_restart(Link& link, OpenQuestion& question) {
+  if (question.asking > 0) {
+    start_series(link, question);
+  }
+}
 
 void querier_restart(Link& link) {
   for (const auto& [id, question] : link.querier.by_id) {
     question->rrset->asked_at = {kLongAgo, kLongAgo};
-    start_series(link, *question);
+    if (question->asking > 0) {
+      start_series(link, *question);
+    }
   }
 }
 
@@ -324,7 +340,7 @@ void querier_receive(Link& link, const Message& message, Protocols protocol) {
     if (message.answers.empty() && !message.is_truncated && message.authorities.empty()) {
       cache_others_asked(link, *rrset);
     }
-    const bool is_ours = rrset->question != nullptr && rrset->question->unknown_in != link.querier.received;
+    const bool is_ours = is_asked(*rrset) && rrset->question->unknown_in != link.querier.received;
     if (is_ours && !message.is_truncated) {
       note_duplicate(link, *rrset->question, protocol);
     }

@@ -18,11 +18,13 @@ namespace mdns {
 struct Query {
   QueryId id = 0;
   std::uint64_t tag = 0;
+  bool asks = true;  // or it listens only
 };
 
 // One name and type that is asked for.
 struct OpenQuestion {
   RRset* rrset = nullptr;
+  unsigned asking = 0;             // queries that ask; 0: nothing is asked
   std::vector<Query> queries;      // at least one
   Time regular_at = kNever;        // when its interval is over; kNever: it rests
   Time asked_at = kLongAgo;        // its last regular time
@@ -38,6 +40,9 @@ struct Querier {
   std::size_t questions = 0;   // open ones
   std::uint64_t received = 0;  // queries of other hosts so far; the number of the one in hand
 };
+
+// Whether the RRset is asked for, and not only listened to.
+bool is_asked(const RRset& rrset);
 
 // Asks it soon over these protocols, besides its regular times.
 void question_ask_soon(Link& link, OpenQuestion& question, Protocols protocols);

@@ -44,7 +44,11 @@ OwnedRecord* own_record(const Link& link, const Record& known) {
   if (name == nullptr || name->owned == nullptr) {
     return nullptr;
   }
-  return known.type == kTypeNsec ? name->owned->denial.get() : zone_find(link, {name, known.type, known.rdata});
+  if (known.type != kTypeNsec) {
+    return zone_find(link, {name, known.type, known.rdata});
+  }
+  OwnedRecord* denial = zone_denial(*name->owned);
+  return denial != nullptr && same_rdata(kTypeNsec, denial->rdata, known.rdata) ? denial : nullptr;
 }
 
 // RFC 6762 section 7.1: the records that the asker knows with at least half of their TTL.
@@ -71,9 +75,9 @@ void mark_proposed_names(Link& link, const Message& message) {
 
 void cancel_answer(Link& link, OwnedRecord& record, Protocols protocols) {
   record.answer_over = static_cast<std::uint8_t>(record.answer_over & ~protocols);
+  record.rescue_over = static_cast<std::uint8_t>(record.rescue_over & ~protocols);
   if (record.answer_over == kNoProtocol) {
     record.defend_over = kNoProtocol;
-    record.is_rescued = false;
     link.responder.due.set(record, kNever);
   }
 }
@@ -83,7 +87,7 @@ void drop_known_answers(Link& link, const Asking& asking) {
   const Endpoint& source = asking.received.source;
   for (const Record& known : asking.message.answers) {
     OwnedRecord* record = own_record(link, known);
-    if (record != nullptr && record->known_in == link.responder.queries && !record->is_rescued &&
+    if (record != nullptr && record->known_in == link.responder.queries && record->rescue_over == kNoProtocol &&
         record->askers[index_of(source.protocol)] == asking.asker) {
       cancel_answer(link, *record, source.protocol);
     }
@@ -123,7 +127,7 @@ Time held_until(const Link& link, std::uint32_t asker) {
 
 // When the record may be sent over the protocol for what is due over it.
 Time may_be_sent_at(const Link& link, const OwnedRecord& record, Protocols protocol) {
-  if (record.is_rescued) {
+  if (record.rescue_over & protocol) {
     return link.now;
   }
   const bool defends = (record.defend_over & protocol) != 0;
@@ -152,7 +156,7 @@ void answer_at(Link& link, OwnedRecord& record, Protocols protocols, std::uint32
   }
   const Time before = record.answer_over != kNoProtocol ? record.answer.at : kNever;
   record.answer_over = static_cast<std::uint8_t>(record.answer_over | protocols);
-  if (record.is_rescued && before != kNever) {
+  if (record.rescue_over != kNoProtocol && before != kNever) {
     return;  // its time was chosen with care
   }
   link.responder.due.set(record, std::max(std::min(at, before), next_answer_at(link, record)));
@@ -280,9 +284,9 @@ void correct(Link& link, OwnedRecord& record, std::uint32_t ttl) {
     responder.rescue_at = link.now + random_between(link.random, kDelayLeast, kDelayMost);
   }
   answer_at(link, record, link.protocols, kSeveral, responder.rescue_at);
-  if (ttl <= 1 && !record.is_rescued) {
+  if (ttl <= 1 && record.rescue_over == kNoProtocol) {
     const Time allowed = last_multicast(link, record) + kMulticastApart;
-    record.is_rescued = true;
+    record.rescue_over = static_cast<std::uint8_t>(link.protocols);
     responder.due.set(record, std::max(responder.rescue_at, std::min(allowed, link.now + kRescuedWithin)));
   }
 }

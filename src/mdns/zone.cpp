@@ -24,8 +24,7 @@ void owned_review(Link& link, OwnedName& owned) {
   if (!owned.claimants.empty()) {
     return;
   }
-  const auto keeps_name = [](const OwnedRecord* record) { return record->is_unique && record->holders == 0; };
-  if (std::ranges::none_of(owned.records, keeps_name)) {
+  if (owned.leaving == 0) {
     prober_stop(link, owned);
   }
   if (!owned.records.empty()) {
@@ -93,6 +92,7 @@ OwnedRecord& record_new(Link& link, OwnedName& owner, const RecordData& data, bo
 void record_free(Link& link, OwnedRecord& record) {
   announcer_stop(link, record);
   responder_stop(link, record);
+  record.owner->leaving -= record.holders == 0 && record.is_unique ? 1 : 0;
   link.zone.records.erase(&record);
   std::vector<OwnedRecord*>& records = record.owner->records;
   records[record.place] = records.back();
@@ -117,6 +117,7 @@ void record_unhold(Link& link, OwnedRecord& record, bool says_goodbye) {
   responder_stop(link, record);
   record.is_live = false;
   record.holders = 0;
+  record.owner->leaving += record.is_unique ? 1 : 0;
   report_removed(link, record);
   announcer_say_goodbye(link, record);
 }
@@ -129,6 +130,7 @@ OwnedRecord& record_hold(Link& link, OwnedName& owner, const RecordData& data, b
     record = &record_new(link, owner, data, is_unique);
   } else if (record->holders == 0) {
     announcer_stop(link, *record);
+    owner.leaving -= record->is_unique ? 1 : 0;
     record->is_unique = is_unique;
     record->ttl = data.ttl != 0 ? data.ttl : usual_ttl(owner.name->name, data.type);
   }
@@ -185,25 +187,6 @@ void publication_end(Link& link, PublicationId id, bool says_goodbye) {
   owned_review(link, *publication->owner);
 }
 
-// Whether the name was ours already, or needs no claim.
-void start(Link& link, Publication& publication) {
-  OwnedName& owned = *publication.owner;
-  const bool is_claimed = publication.claim != Claim::shared && !is_all_live(publication);
-  if (is_claimed && (owned.state == NameState::unclaimed || owned.state == NameState::probing)) {
-    prober_begin(link, owned);
-  }
-  if (is_claimed && owned.state != NameState::owned) {
-    return;
-  }
-  for (OwnedRecord* record : publication.records) {
-    if (!record->is_live) {
-      become_live(link, *record);
-      announce(link, *record);
-    }
-  }
-  establish(link, publication);
-}
-
 // The data that `old` was said with, and those it had superseded itself, go when `record` is announced.
 void inherit_superseded(OwnedRecord& record, OwnedRecord& old) {
   if (was_multicast(old)) {
@@ -216,6 +199,48 @@ void inherit_superseded(OwnedRecord& record, OwnedRecord& old) {
     record.multicast_at = is_back ? former.multicast_at : record.multicast_at;
     return is_back;
   });
+}
+
+// The unique record of the same type that waits for its goodbye: the new one takes its place. Null: none.
+OwnedRecord* former_of(const OwnedRecord& record) {
+  const auto is_former = [&record](const OwnedRecord* other) {
+    return other != &record && other->holders == 0 && other->is_unique && record.is_unique && other->type == record.type;
+  };
+  const std::vector<OwnedRecord*>& records = record.owner->records;
+  const auto found = std::ranges::find_if(records, is_former);
+  return found == records.end() ? nullptr : *found;
+}
+
+// The record is announced, unless it has never been away and has been announced as often as is due.
+void go_live(Link& link, OwnedRecord& record) {
+  for (OwnedRecord* former = former_of(record); former != nullptr; former = former_of(record)) {
+    inherit_superseded(record, *former);
+    record_free(link, *former);
+  }
+  become_live(link, record);
+  if (!record.superseded.empty()) {
+    announce_change(link, record, kNever);
+  } else if (!was_multicast(record) || record.announcements_left > 0) {
+    announce(link, record);
+  }
+}
+
+// Whether the name was ours already, or needs no claim.
+void start(Link& link, Publication& publication) {
+  OwnedName& owned = *publication.owner;
+  const bool is_claimed = publication.claim != Claim::shared && !is_all_live(publication);
+  if (is_claimed && (owned.state == NameState::unclaimed || owned.state == NameState::probing)) {
+    prober_begin(link, owned);
+  }
+  if (is_claimed && owned.state != NameState::owned) {
+    return;
+  }
+  for (OwnedRecord* record : publication.records) {
+    if (!record->is_live) {
+      go_live(link, *record);
+    }
+  }
+  establish(link, publication);
 }
 
 // `record` stands where `old` stood for one holder.
@@ -353,6 +378,9 @@ void zone_name_lost(Link& link, OwnedName& owned) {
 }
 
 OwnedRecord* zone_denial(OwnedName& owned) {
+  if (owned.state != NameState::owned) {
+    return nullptr;
+  }
   std::vector<std::uint16_t> types;
   types.reserve(owned.records.size());
   for (const OwnedRecord* record : owned.records) {
@@ -360,7 +388,7 @@ OwnedRecord* zone_denial(OwnedName& owned) {
       types.push_back(record->type);
     }
   }
-  if (owned.state != NameState::owned || std::ranges::any_of(types, [](std::uint16_t type) { return type > kDeniableMax; })) {
+  if (std::ranges::any_of(types, [](std::uint16_t type) { return type > kDeniableMax; })) {
     return nullptr;
   }
   if (owned.denial == nullptr) {
@@ -462,6 +490,11 @@ void publication_withdraw(Link& link, Time now, PublicationId id) {
   publication_end(link, id, true);
 }
 
+void link_hold_goodbyes(Link& link, Time now, Time until) {
+  link.now = now;
+  link.goodbyes_at = std::max(link.goodbyes_at, until);
+}
+
 void publication_forsake(Link& link, Time now, PublicationId id) {
   link.now = now;
   publication_end(link, id, false);
@@ -469,6 +502,7 @@ void publication_forsake(Link& link, Time now, PublicationId id) {
 
 void link_withdraw_all(Link& link, Time now) {
   link.now = now;
+  link.goodbyes_at = kLongAgo;
   std::vector<PublicationId> ids;
   for (const auto& [id, publication] : link.zone.publications) {
     ids.push_back(id);
@@ -476,6 +510,9 @@ void link_withdraw_all(Link& link, Time now) {
   std::ranges::sort(ids);
   for (const PublicationId id : ids) {
     publication_end(link, id, true);
+  }
+  for (OwnedRecord* record : std::vector<OwnedRecord*>(link.announcer.goodbyes.items)) {
+    announcer_say_goodbye(link, *record);
   }
   link.outbox.urgent.clear();
   link.is_closing = true;

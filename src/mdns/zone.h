@@ -44,10 +44,10 @@ struct OwnedRecord {
   std::uint8_t announcements_left = 0;
   std::uint8_t answer_over = kNoProtocol;  // protocols over which an answer is due
   std::uint8_t defend_over = kNoProtocol;  // those among them over which it answers a probe
-  bool is_rescued = false;                 // it contradicts another host's goodbye
+  std::uint8_t rescue_over = kNoProtocol;  // those among them over which it contradicts another host's goodbye
   std::uint16_t in_replies = 0;            // direct replies that wait and hold it
   std::string rdata;
-  std::vector<Superseded> superseded;                        // data that was said and gets its goodbye with the next announcement
+  std::vector<Superseded> superseded;                        // data that was said, until an announcement has taken it back
   std::array<Time, 2> multicast_at = {kLongAgo, kLongAgo};   // when it was last sent over each protocol
   std::array<std::uint32_t, 2> askers = {kNobody, kNobody};  // whose question the answer that is due is for, by protocol
   std::uint32_t known_in = 0;                                // the query whose known answers have it
@@ -78,7 +78,8 @@ enum class NameState {
 struct OwnedName {
   NameEntry* name = nullptr;
   NameState state = NameState::unclaimed;
-  std::uint8_t probes = 0;  // sent in this round
+  std::uint32_t leaving = 0;  // unique records that wait for their goodbye: until then the name is kept
+  std::uint8_t probes = 0;    // sent in this round
   std::vector<OwnedRecord*> records;
   std::vector<Publication*> claimants;  // publications that claim the name
   std::unique_ptr<OwnedRecord> denial;  // the NSEC record (RFC 6762 section 6.1), made when it is first needed; in no other table

@@ -79,6 +79,16 @@ TEST_F(Suppression, GivesNoDenialThatTheAskerKnows) {
   EXPECT_THAT(sent, IsEmpty());
 }
 
+TEST_F(Suppression, GivesADenialOfWhichTheAskerKnowsAnotherVersion) {
+  const Record denial = Nsec("printer.local", {kTypeA});
+  GivenPublished(Claim::unique, {A("printer.local", 1)});
+  LinkTest::Asks(Query{.questions = {Qm("printer.local", kTypeAaaa)}});
+  After(2_s);
+  LinkTest::Asks(Query{.questions = {Qm("printer.local", kTypeAaaa)}, .known = {Nsec("printer.local", {kTypeA, kTypeTxt})}});
+  After(2_s);
+  EXPECT_THAT(Said(), ElementsAre(Ttl(denial, 120), Ttl(denial, 120)));
+}
+
 TEST_F(Suppression, AnswersAnotherHostThatDoesNotKnowTheAnswer) {
   GivenPublished(Claim::shared, {kPtr});
   Asks({kPtr});

@@ -8,8 +8,7 @@ namespace {
 
 constexpr Time kLoopDelay = 200;  // until the system has looped a datagram back
 
-std::uint32_t new_flight(World& world, const Medium& medium, const mdns::Endpoint& source, mdns::Bytes bytes,
-                         const WireMessage& message) {
+std::uint32_t new_flight(World& world, const mdns::Endpoint& source, mdns::Bytes bytes, const WireMessage& message) {
   const std::uint32_t slot = take_slot(world.flights, world.free_flights);
   Flight& flight = world.flights[slot];
   flight.users = 0;
@@ -17,7 +16,9 @@ std::uint32_t new_flight(World& world, const Medium& medium, const mdns::Endpoin
   flight.received = {source, true, true, {}};
   flight.probes.clear();
   for (const WireQuestion& question : message.questions) {
-    if (is_probe_for(message, question)) {
+    const bool may_be_probe =
+        message.fault != nullptr && !message.is_response();  // its end cannot be read here, but may be there
+    if (may_be_probe || is_probe_for(message, question)) {
       flight.probes.push_back(question.name_hash);
     }
   }
@@ -27,12 +28,11 @@ std::uint32_t new_flight(World& world, const Medium& medium, const mdns::Endpoin
     if (!message.is_response()) {
       break;
     }
-    const auto ttl = medium.ttls.find(record.hash);
     if (record.ttl == 0) {
       flight.goodbyes.push_back(record.hash);
     }
-    if (ttl != medium.ttls.end() && record.ttl < ttl->second / 2) {
-      flight.doubts.push_back(record.hash);
+    if (record.ttl <= 1) {
+      flight.doubts.push_back({record.hash, record.set_hash});
     }
   }
   return slot;
@@ -69,7 +69,7 @@ Time arrival(World& world, Port& from, mdns::Protocols protocol) {
 void multicast(Port& from, const mdns::Datagram& datagram, mdns::Protocols protocol, const WireMessage& message) {
   World& world = *from.world;
   Medium& medium = *from.medium;
-  const std::uint32_t flight = new_flight(world, *from.medium, from.endpoints[mdns::index_of(protocol)], datagram.bytes, message);
+  const std::uint32_t flight = new_flight(world, from.endpoints[mdns::index_of(protocol)], datagram.bytes, message);
   const Time base = arrival(world, from, protocol);
   for (Port* const to : medium.ports) {
     if (to == &from) {
@@ -86,8 +86,7 @@ void unicast(Port& from, const mdns::Datagram& datagram, const WireMessage& mess
   const mdns::Protocols protocol = datagram.to.protocol;
   for (Port* const to : from.medium->ports) {
     if (to != &from && to->endpoints[mdns::index_of(protocol)] == datagram.to) {
-      const std::uint32_t flight =
-          new_flight(world, *from.medium, from.endpoints[mdns::index_of(protocol)], datagram.bytes, message);
+      const std::uint32_t flight = new_flight(world, from.endpoints[mdns::index_of(protocol)], datagram.bytes, message);
       world.flights[flight].received.to_group = false;
       ++world.flights[flight].users;
       carry(world, *from.medium, &from, *to, flight, arrival(world, from, protocol));
@@ -111,11 +110,12 @@ void note_heard(Port& port, const Flight& flight) {
     port.ledger.probes_heard[name] = now;
   }
   for (const Hash record : flight.goodbyes) {
-    port.ledger.goodbyes_heard[record] = now;
+    Time& heard = port.ledger.goodbyes_heard.emplace(record, now).first->second;
+    heard = now - heard > kSecond ? now : heard;  // the second of the first one counts, also where a sibling says goodbye as well
   }
-  for (const Hash record : flight.doubts) {
-    if (port.holdings.contains(record)) {
-      port.ledger.doubts_heard[record] = now;
+  for (const Doubt& doubt : flight.doubts) {
+    if (port.holdings.contains(doubt.record)) {
+      port.ledger.doubts_heard[doubt.record] = port.ledger.doubts_heard[doubt.set] = now;
     }
   }
 }
@@ -137,7 +137,7 @@ void transmit(Port& from, const Batch& batch) {
 void inject(World& world, Medium& medium, const Forged& forged) {
   const WireMessage message = read_wire(forged.bytes);
   note_datagram(world, nullptr, "hostile datagram", forged.bytes, forged.source.protocol);
-  const std::uint32_t flight = new_flight(world, medium, forged.source, forged.bytes, message);
+  const std::uint32_t flight = new_flight(world, forged.source, forged.bytes, message);
   world.flights[flight].received.is_local = forged.is_local;
   ++world.flights[flight].users;
   for (Port* const to : medium.ports) {

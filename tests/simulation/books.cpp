@@ -11,6 +11,9 @@ namespace {
 // A name that was given up less than this ago may be taken up again without probes.
 constexpr Time kRecentlyOwned = kSecond / 2;
 
+// By then the second announcement of a change has gone out: two intervals of a second each, the first one where it changes all the time.
+constexpr Time kLastSaidWithin = 2200 * kMillisecond;
+
 void remove_truth(Port& port, Tag tag, const Publication& publication, std::size_t at, bool without_goodbye) {
   Medium& medium = *port.medium;
   const Hash set_hash = hash_set(publication.name_hash, publication.records[at].type);
@@ -18,8 +21,11 @@ void remove_truth(Port& port, Tag tag, const Publication& publication, std::size
   std::vector<Truth>& truths = medium.truth[set_hash];
   const bool unheard = without_goodbye || medium.calm_since == kNever || !is_undisturbed(port, port.world->now, kSettledWithin);
   std::erase_if(truths, [&](const Truth& truth) { return truth.port == &port && truth.tag == tag && truth.hash == hash; });
+  if (unheard) {
+    medium.left_unheard.insert(hash);
+  }
   if (std::none_of(truths.begin(), truths.end(), [&](const Truth& truth) { return truth.hash == hash; })) {
-    medium.gone[hash] = {port.world->now, unheard};
+    medium.gone[hash] = {port.world->now, medium.left_unheard.erase(hash) > 0};
   }
   Holding& holding = port.holdings[hash];
   if (--holding.established == 0) {
@@ -75,6 +81,16 @@ void add_truth(Port& port, Tag tag, const Publication& publication, std::size_t 
   holding.gone_at = holding.goodbye_at = kNever;
   holding.unique = unique;
   plan_check(medium, *port.world, set_hash);
+}
+
+void cut_off(Port& port) {
+  port.disturbed_at = port.world->now;
+  for (const auto& [hash, holding] : port.holdings) {
+    const auto gone = port.medium->gone.find(hash);
+    if (holding.gone_at != kNever && port.world->now - holding.gone_at < kLastSaidWithin && gone != port.medium->gone.end()) {
+      gone->second.without_goodbye = true;
+    }
+  }
 }
 
 void hold(Port& port, const Publication& publication, std::size_t at) {

@@ -116,7 +116,7 @@ namespace {
 
 // What the port owned has to be probed for again; what it asked may be asked again at once.
 void begin_anew(Port& port) {
-  port.disturbed_at = port.world->now;
+  cut_off(port);
   for (auto& [name, claimed] : port.claimed) {
     claimed.probes = 0;
     claimed.was_owned = false;
@@ -133,7 +133,7 @@ void begin_anew(Port& port) {
 
 void set_protocols(Port& port, mdns::Protocols protocols) {
   note(*port.world, &port, "has protocols", std::to_string(protocols));
-  port.disturbed_at = port.world->now;
+  cut_off(port);
   if ((protocols & ~port.protocols) != 0) {
     begin_anew(port);
   }
@@ -152,7 +152,7 @@ void restart(Port& port, bool was_down) {
 void fall_asleep(Host& host) {
   for (Port* const port : host.ports) {
     note(*port->world, port, "falls asleep", "");
-    port->disturbed_at = port->world->now;
+    cut_off(*port);
   }
   host.is_asleep = true;
 }
@@ -167,6 +167,7 @@ void wake_up(Host& host) {
 void vanish(Host& host) {
   for (Port* const port : host.ports) {
     note(*port->world, port, "vanishes", "");
+    cut_off(*port);
     while (!port->publications.empty()) {
       end(*port, port->publications.begin()->first, true);
     }

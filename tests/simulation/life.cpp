@@ -81,6 +81,27 @@ void populate(Life& life) {
 
 // --- Peace
 
+// A new host that asks for `left` of the names and types that there are.
+Port& add_joiner(Life& life, Medium& medium, std::size_t left) {
+  Port& port = add_port(life.world, add_host(life.world, "joiner"), medium, life.protocols);
+  std::map<Hash, const Truth*> chosen;  // in an order that does not depend on the table's
+  for (const auto& [set, truths] : medium.truth) {
+    if (!truths.empty()) {
+      chosen.emplace(set, &truths.front());
+    }
+  }
+  for (const auto& [set, truth] : chosen) {
+    const Publication& publication = truth->port->publications.at(truth->tag);
+    for (const mdns::RecordData& record : publication.records) {
+      if (left > 0 && hash_set(publication.name_hash, record.type) == set) {
+        query(port, publication.name, record.type);
+        --left;
+      }
+    }
+  }
+  return port;
+}
+
 void make_peace(Life& life) {
   for (Medium& medium : life.world.media) {
     medium.weather.loss = medium.weather.duplicates = 0;
@@ -97,6 +118,12 @@ void make_peace(Life& life) {
       if (host.is_alive && port->protocols != life.protocols) {
         set_protocols(*port, life.protocols);
       }
+    }
+  }
+  // Two hosts that have lost each other's probes and announcements learn that both have the name when they are asked for it.
+  for (Medium& medium : life.world.media) {
+    if (life.misfortune == Misfortune::loss) {
+      add_joiner(life, medium, SIZE_MAX);
     }
   }
 }
@@ -118,23 +145,7 @@ void check_all(Life& life, bool exactly, bool with_knowledge) {
 // Whoever joins now learns within seconds all that there is.
 void check_late_joiner(Life& life) {
   for (Medium& medium : life.world.media) {
-    Port& port = add_port(life.world, add_host(life.world, "joiner"), medium, life.protocols);
-    std::map<Hash, const Truth*> chosen;  // in an order that does not depend on the table's
-    for (const auto& [set, truths] : medium.truth) {
-      if (!truths.empty()) {
-        chosen.emplace(set, &truths.front());
-      }
-    }
-    std::size_t left = 20;
-    for (const auto& [set, truth] : chosen) {
-      const Publication& publication = truth->port->publications.at(truth->tag);
-      for (const mdns::RecordData& record : publication.records) {
-        if (left > 0 && hash_set(publication.name_hash, record.type) == set) {
-          query(port, publication.name, record.type);
-          --left;
-        }
-      }
-    }
+    const Port& port = add_joiner(life, medium, 20);
     run_for(life.world, kKnownWithin + kSecond);
     check_knowledge(life.world, medium, false, &port);
   }

@@ -9,6 +9,48 @@ namespace {
 
 constexpr std::size_t kPerSecond = 1000, kPer20Ms = 32;
 
+// RFC 6762 section 6: a record once a second; in answer to a probe, 250 ms after the last time. An answer that comes so long after a probe
+// may be to it.
+constexpr Time kRecordApart = kSecond, kDefenceApart = 250 * kMillisecond, kAnswersProbe = 1250 * kMillisecond;
+
+// A datagram may wait for its turn so long.
+constexpr Time kOnTheWay = 100 * kMillisecond;
+
+// The goodbye of another host may come right behind the record, or while that waits for its turn; its rescue goes so long after that.
+constexpr Time kRescueApart = kRescuedWithin - kOnTheWay;
+
+bool was_heard_within(const Port& port, const std::unordered_map<Hash, Time>& heard, Hash hash, Time within) {
+  const auto found = heard.find(hash);
+  return found != heard.end() && port.world->now - found->second <= within;
+}
+
+// Whether the record, or another one of its RRset if it is unique (section 10.2: they go together), is said again because another host has
+// taken it back.
+bool is_rescued(const Port& port, const WireRecord& record) {
+  return was_heard_within(port, port.ledger.doubts_heard, record.flush ? record.set_hash : record.hash,
+                          kRescuedWithin + kOnTheWay);
+}
+
+Time apart_at_least(const Port& port, const WireRecord& record, Time last) {
+  const auto claimed = port.claimed.find(record.name_hash);
+  if (record.flush && claimed != port.claimed.end() && claimed->second.changed_at >= last) {
+    return 0;  // section 10.2: the rest of the RRset goes along with what is new in it
+  }
+  return was_heard_within(port, port.ledger.probes_heard, record.name_hash, kAnswersProbe) ? kDefenceApart
+         : is_rescued(port, record)                                                        ? kRescueApart
+                                                                                           : kRecordApart;
+}
+
+// How many queries of the port are for the same name and type at most.
+std::uint64_t most_alike(const Port& port) {
+  std::unordered_map<Hash, std::uint64_t> counts;
+  std::uint64_t most = 0;
+  for (const auto& [tag, query] : port.queries) {
+    most = std::max(most, ++counts[query.set_hash]);
+  }
+  return most;
+}
+
 }  // namespace
 
 void check_pace(Port& port, std::size_t datagrams) {
@@ -26,12 +68,25 @@ void check_pace(Port& port, std::size_t datagrams) {
   }
 }
 
+bool is_record_spaced(Port& port, mdns::Protocols protocols, const WireRecord& record) {
+  const Time now = port.world->now;
+  bool is_spaced = true;
+  for (const mdns::Protocols protocol : mdns::kEachProtocol) {
+    if ((protocols & protocol) != 0) {
+      const auto [place, is_new] = port.ledger.multicast[mdns::index_of(protocol)].emplace(record.hash, now);
+      is_spaced = is_spaced && (is_new || now - place->second >= apart_at_least(port, record, place->second));
+      place->second = now;
+    }
+  }
+  return is_spaced;
+}
+
 void check_cost(Port& port, std::uint64_t steps, std::size_t bytes) {
-  // A record takes 11 bytes at least. Each may be compared with the few others of its name and type; and a question may be for
-  // everything that is published.
+  // A record takes 11 bytes at least. Each may be compared with the few others of its name and type, and told to all that ask for these; a
+  // question may be for everything that is published.
   constexpr std::uint64_t kPerRecord = 8, kPerDatagram = 64, kPerPublished = 2;
   const std::uint64_t allowed =
-      kPerDatagram + kPerRecord * (bytes / 11) + kPerPublished * mdns::link_counts(*port.link).published;
+      kPerDatagram + (kPerRecord + most_alike(port)) * (bytes / 11) + kPerPublished * mdns::link_counts(*port.link).published;
   port.world->sums.worst_steps = std::max(port.world->sums.worst_steps, steps * 1000 / allowed);
   if (steps > allowed) {
     fail(*port.world, &port, "a datagram costs more than its length",

@@ -294,19 +294,6 @@ TEST_F(Scene, AFloodFromOneSourceHidesNobody) {
   EXPECT_LT(SecondsUntilSeen(looker, 1), 1.5);
 }
 
-TEST_F(Scene, ADeviceWithoutPowerIsGoneFromTheOtherLinkBeforeLong) {
-  Medium& b = NewMedium();
-  Device& device = GivenDevice(*a_, "one", 1);
-  Offers(device, 1);
-  GivenGateway(*a_, b);
-  const Browser& looker = GivenLooker(b);
-  Seconds(20);
-  ASSERT_EQ(Seen(looker).size(), 1U);
-  vanish(*device.port->host);
-  Seconds(150);
-  EXPECT_EQ(Seen(looker).size(), 0U);
-}
-
 TEST_F(Scene, ChangedTextIsOnTheOtherLinkAtOnceAndNothingBlinks) {
   Medium& b = NewMedium();
   Device& device = GivenDevice(*a_, "one", 1);

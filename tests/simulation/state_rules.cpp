@@ -129,8 +129,9 @@ struct Ownership {
   std::map<std::uint16_t, std::vector<Hash>> records;
 };
 
-// Whether both may own the name: what they say under it is the same wherever both say anything.
-bool agree(const Ownership& a, const Ownership& b) {
+// Whether both may own the name: what they say under it is the same wherever both say anything. Where probes were lost, they may have no type in
+// common (`may_differ`): that is no conflict (section 9).
+bool agree(const Ownership& a, const Ownership& b, bool may_differ) {
   bool same = false;
   for (const auto& [type, hashes] : a.records) {
     const auto other = b.records.find(type);
@@ -139,7 +140,7 @@ bool agree(const Ownership& a, const Ownership& b) {
     }
     same = same || other != b.records.end();
   }
-  return same;
+  return same || may_differ;
 }
 
 void add_ownership(std::map<Hash, std::vector<Ownership>>& owners, Port& port, const Publication& publication) {
@@ -157,9 +158,10 @@ void add_ownership(std::map<Hash, std::vector<Ownership>>& owners, Port& port, c
 }
 
 void check_agreement(World& world, const std::vector<Ownership>& owners) {
+  const bool was_lossy = owners.front().port->medium->calm_since >= 0;
   for (std::size_t a = 0; a < owners.size(); ++a) {
     for (std::size_t b = a + 1; b < owners.size(); ++b) {
-      if (reaches(*owners[a].port, *owners[b].port) && !agree(owners[a], owners[b])) {
+      if (reaches(*owners[a].port, *owners[b].port) && !agree(owners[a], owners[b], was_lossy)) {
         fail(world, owners[a].port, "a unique name has two owners",
              text_of(owners[a].name) + " also of " + owners[b].port->host->label);
       }

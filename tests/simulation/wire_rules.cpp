@@ -13,9 +13,7 @@ constexpr std::size_t kDatagramMax = 1452;        // section 17, for both protoc
 constexpr std::size_t kLargeDatagramMax = 8952;   // the same, for a single record
 constexpr Time kSecondApart = kSecond;            // sections 5.2 and 6
 constexpr Time kProbeApart = 250 * kMillisecond;  // sections 6 and 8.1
-constexpr Time kRescueApart = 900 * kMillisecond;
-constexpr Time kSeriesOver = 600 * kMillisecond;     // between probes: then a new series has begun
-constexpr Time kAnswersProbe = 1250 * kMillisecond;  // for so long after a probe an answer is an answer to it
+constexpr Time kSeriesOver = 600 * kMillisecond;  // between probes: then a new series has begun
 constexpr Time kOnTheWay =
     100 * kMillisecond;                   // a datagram that waits for its turn may still say what was true when it was written
 constexpr std::size_t kCrowded = 32;      // datagrams of the last second: then the pace may part what belongs together
@@ -184,38 +182,6 @@ void check_goodbye(const Sent& sent, const WireRecord& record) {
   }
 }
 
-// How far apart the record may be sent over one protocol. Section 6: once a second; 250 ms in answer to a probe. Section 10.1: what another
-// has taken back is said again before its second is over, which cannot always be a whole second after it was said last. Section 10.2:
-// where its RRset has changed since, the rest goes along with what is new.
-Time apart_at_least(const Sent& sent, const WireRecord& record, Time last) {
-  const Ledger& ledger = sent.port.ledger;
-  const auto heard_within = [&](const std::unordered_map<Hash, Time>& heard, Hash hash, Time within) {
-    const auto found = heard.find(hash);
-    return found != heard.end() && sent.port.world->now - found->second <= within;
-  };
-  const auto claimed = sent.port.claimed.find(record.name_hash);
-  if (record.flush && claimed != sent.port.claimed.end() && claimed->second.changed_at >= last) {
-    return 0;
-  }
-  return heard_within(ledger.probes_heard, record.name_hash, kAnswersProbe) ? kProbeApart
-         : heard_within(ledger.doubts_heard, record.hash, kSecondApart)     ? kRescueApart
-                                                                            : kSecondApart;
-}
-
-void check_rate(const Sent& sent, const WireRecord& record) {
-  for (const mdns::Protocols protocol : mdns::kEachProtocol) {
-    if ((sent.datagram.protocols & protocol) == 0) {
-      continue;
-    }
-    const Time now = sent.port.world->now;
-    const auto [place, is_new] = sent.port.ledger.multicast[mdns::index_of(protocol)].emplace(record.hash, now);
-    if (!is_new && now - place->second < apart_at_least(sent, record, place->second)) {
-      fail(sent, "a record twice within a second", subject_of(record));
-    }
-    place->second = now;
-  }
-}
-
 // Section 6.1: what an NSEC record denies is really not there.
 void check_denial(const Sent& sent, const WireRecord& record) {
   const Port& port = sent.port;
@@ -255,11 +221,11 @@ bool is_ours(const Sent& sent, const WireRecord& record) {
   return holding.established > 0 || (was_until_now && holding.goodbye_at == kNever);
 }
 
-// Section 10.2: all records of a unique name and type, or none.
+// Section 10.2: all records of a unique name and type, or none, where the cache-flush bit takes the others away.
 void check_whole(const Sent& sent, const WireRecord& record) {
   const Port& port = sent.port;
   const auto claimed = port.claimed.find(record.name_hash);
-  if (claimed == port.claimed.end() || port.world->now - claimed->second.changed_at <= kOnTheWay ||
+  if (!record.flush || claimed == port.claimed.end() || port.world->now - claimed->second.changed_at <= kOnTheWay ||
       port.ledger.sent.size() > kCrowded) {
     return;
   }
@@ -314,8 +280,8 @@ void check_response_record(const Sent& sent, const WireRecord& record) {
   } else {
     check_answer(sent, record);
   }
-  if (sent.is_multicast) {
-    check_rate(sent, record);
+  if (sent.is_multicast && !is_record_spaced(sent.port, sent.datagram.protocols, record)) {
+    fail(sent, "a record twice within a second", subject_of(record));
   }
 }
 

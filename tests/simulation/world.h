@@ -13,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "mdns/mdns.h"
@@ -97,7 +98,8 @@ struct Medium {
   std::unordered_map<Hash, std::vector<Truth>> truth;  // by name and type
   std::unordered_map<Hash, std::vector<std::pair<Port*, Tag>>> askers;  // by name and type
   std::unordered_map<Hash, Gone> gone;                                  // by record
-  std::unordered_map<Hash, std::uint32_t> ttls;                         // of every record that was ever published
+  std::unordered_set<Hash> left_unheard;         // records that one of several hosts no longer publishes, and could not say so
+  std::unordered_map<Hash, std::uint32_t> ttls;  // of every record that was ever published
 };
 
 // --- Hosts
@@ -122,13 +124,16 @@ struct Claimed {
   bool is_announced = false;
 };
 
+// Section 10.1: what another host has taken back is said again at the latest so long after that, before its second is over.
+inline constexpr Time kRescuedWithin = 900 * kMillisecond;
+
 // What a port has sent, as far as the rules need it.
 struct Ledger {
   std::unordered_map<Hash, Time> multicast[2];    // by protocol: record and when it was last multicast
   std::unordered_map<Hash, Time> asked[2];        // question and when it was last asked
   std::unordered_map<Hash, Time> probed[2];       // the same as a probe, by name
   std::unordered_map<Hash, Time> probes_heard;    // names that others probed for, and when that arrived
-  std::unordered_map<Hash, Time> doubts_heard;    // own records that others took back, and when that arrived
+  std::unordered_map<Hash, Time> doubts_heard;    // own records that others took back, and their names and types
   std::unordered_map<Hash, Time> goodbyes_heard;  // records that others took back, and when that arrived
   std::unordered_map<Hash, Time> stopped;         // questions that are not asked any more, and since when
   std::deque<Time> sent;                          // datagrams of the last second
@@ -169,6 +174,12 @@ struct Host {
 
 // --- Time
 
+// A record that a datagram takes back, with a TTL of 0 or 1 (RFC 6762 section 10.1: both are a goodbye).
+struct Doubt {
+  Hash record = 0;
+  Hash set = 0;  // its name and type
+};
+
 // A datagram on its way.
 struct Flight {
   int users = 0;
@@ -176,7 +187,7 @@ struct Flight {
   std::vector<std::uint8_t> bytes;
   std::vector<Hash> probes;    // names that it probes for
   std::vector<Hash> goodbyes;  // records that it takes back
-  std::vector<Hash> doubts;    // the same, and those that it gives less than half of their TTL
+  std::vector<Doubt> doubts;   // what a host that has it as well has to rescue
 };
 
 struct Item {
