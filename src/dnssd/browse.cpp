@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Browse: one query for the PTR records of the type or subtype. Each is an instance, unless it names something else.
+#include <algorithm>
+
 #include "dnssd/engine.h"
+#include "dnssd/followers.h"
+#include "dnssd/interface.h"
 #include "dnssd/operations.h"
 
 namespace dnssd {
@@ -12,10 +16,11 @@ bool is_instance(const Browse& browse, const std::string& target) {
   return !name.empty() && is_text(name) && mdns::same_folded(mdns::parent_name(target), browse.type);
 }
 
-void queue_browse_reply(Operation& operation, DNSServiceFlags flags, const std::string& target) {
+void queue_browse_reply(Operation& operation, DNSServiceFlags flags, const std::string& target, bool begins_update = false) {
   const std::string_view type = mdns::parent_name(target);
   Reply reply;
   reply.flags = flags;
+  reply.begins_update = begins_update;
   reply.name = mdns::first_label(target);
   reply.detail = mdns::first_label(type);
   reply.detail += '.';
@@ -29,6 +34,7 @@ void queue_browse_reply(Operation& operation, DNSServiceFlags flags, const std::
 DNSServiceErrorType browse_start(Operation& operation, const std::string& name) {
   Browse& browse = part_of<Browse>(operation);
   browse.instances = decltype(browse.instances)(0, FoldedHash{random_number()});
+  operation.interface->browses.push_back(operation.handle);
   ask(operation, name, mdns::kTypePtr);
   return kDNSServiceErr_NoError;
 }
@@ -46,7 +52,25 @@ void operation_event(Operation& operation, Browse& browse, const mdns::Event& ev
   const auto known = browse.instances.find(event.rdata);
   if (known != browse.instances.end()) {
     queue_browse_reply(operation, 0, *known);  // the caller knows it as it was first reported, however its goodbye spells it
+    const std::string name = *known;
     browse.instances.erase(known);
+    followers_unneeded(*operation.interface, name);
+  }
+}
+
+void browse_report_again(Operation& operation, const std::string& instance) {
+  const Browse& browse = part_of<Browse>(operation);
+  const auto known = browse.instances.find(instance);
+  if (known != browse.instances.end()) {
+    queue_browse_reply(operation, 0, *known, true);
+    queue_browse_reply(operation, kDNSServiceFlagsAdd, *known);
+  }
+}
+
+void browse_stop(const Operation& operation, const Browse& browse) {
+  std::erase(operation.interface->browses, operation.handle);
+  for (const std::string& instance : browse.instances) {
+    followers_unneeded(*operation.interface, instance);
   }
 }
 

@@ -24,6 +24,11 @@
 //
 //   Aliases. CNAME records are not followed: one is reported to whoever asks for that type, like any other record.
 //
+//   Changes. When the SRV or TXT data of an instance changes that was browsed for and resolved, and that resolve has been released, the
+//   browse reports the instance gone and found again. What the caller withdraws then, and registers again within a fifth of a second, is
+//   an update on the wire: no goodbye, no probes, one announcement of what is different. When all addresses of a host that are
+//   asked for have run out, its services are asked for once more and reported gone after ten seconds without an answer.
+//
 //   Callbacks. Replies are delivered from DNSServiceProcessResult only. Any operation, the callback's own included, or a whole
 //   connection may be released in one, and exit() may be called; nothing is delivered for a released operation.
 //   DNSServiceProcessResult itself may not be called there (kDNSServiceErr_BadState).
@@ -53,7 +58,7 @@
 //
 // Reading order: api_lookup.cpp and api_publish.cpp (each dns_sd.h function: what is checked, which operation starts),
 // this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then an operation a file: browse.cpp,
-// resolve.cpp, query.cpp, register.cpp, records.cpp; last the ground: interface.cpp, sockets.cpp, link_monitor.cpp, poll.cpp,
+// resolve.cpp, query.cpp, register.cpp, records.cpp, and followers.h, what becomes of a resolve; last the ground: interface.cpp, sockets.cpp, link_monitor.cpp, poll.cpp,
 // signals.cpp, names.cpp, service_names.cpp.
 #pragma once
 
@@ -87,6 +92,7 @@ inline constexpr DNSServiceErrorType kErrServiceNotRunning = -65563;
 using Handle = std::uintptr_t;
 
 struct Interface;
+struct Follower;
 
 // Names in wire format, the same however their letters are written.
 struct FoldedHash {
@@ -184,8 +190,9 @@ struct Reply {
   std::string detail;  // type, or host target
   std::string data;    // rdata or TXT data
   std::uint16_t rrtype = 0;
-  std::uint16_t port = 0;  // network order
-  std::uint32_t ttl = 0;   // seconds
+  std::uint16_t port = 0;      // network order
+  std::uint32_t ttl = 0;       // seconds
+  bool begins_update = false;  // the instance is about to be found again, with other data
 };
 
 // The process's one engine: made with the first reference, gone with the last one that is not part of a connection.
@@ -195,11 +202,15 @@ struct Engine {
   Watch link_monitor;        // a netlink socket; not open when the system refused it
   bool is_lost = false;      // the descriptor failed: nothing works any more
   bool is_passing = false;   // DNSServiceProcessResult is running
+  mdns::Time slept = 0;      // time_asleep when the links were served last
   unsigned connections = 0;  // live references that stand by themselves
   unsigned published = 0;    // live registrations and records
   std::unordered_map<Handle, std::unique_ptr<Operation>> operations;
   std::map<std::uint32_t, std::unique_ptr<Interface>> interfaces;  // by index
   std::multimap<mdns::Time, Handle> renamings;                     // registrations whose next name waits for its turn
+  std::unordered_map<Handle, std::unique_ptr<Follower>> followers;
+  std::vector<Handle> touched;    // followers and resolves, by the events in hand
+  mdns::Time goodbyes_until = 0;  // what is withdrawn may come back with other data until then (followers.h)
   std::deque<Reply> replies;
   std::size_t deliverable = 0;  // replies in the queue whose operation is still there
 };

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 
+#include "dnssd/followers.h"
 #include "dnssd/interface.h"
 #include "dnssd/operations.h"
 #include "dnssd/references.h"
@@ -33,9 +34,22 @@ void abandon_parents_engine() {
   gEngine = nullptr;
 }
 
+// Two readings of the clocks are never quite of one moment; a sleep is longer.
+constexpr mdns::Time kSleepLeast = mdns::kSecond;
+
+// While the machine slept, others may have taken its names, and it has missed what was said (RFC 6762 sections 5.2 and 8).
+void begin_again_after_sleep(mdns::Time now) {
+  const mdns::Time slept = time_asleep();
+  if (slept - gEngine->slept > kSleepLeast) {
+    gEngine->slept = slept;
+    interfaces_restart(now);
+  }
+}
+
 // Does what is due on the links, and what the calls into them have brought about.
 void serve() {
   const mdns::Time now = monotonic_now();
+  begin_again_after_sleep(now);
   registrations_resume(now);
   interfaces_serve(now);
 }
@@ -91,6 +105,7 @@ DNSServiceErrorType engine_open() {
     return kErrServiceNotRunning;
   }
   gEngine = engine.release();
+  gEngine->slept = time_asleep();
   link_monitor_open();
   return kDNSServiceErr_NoError;
 }

@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <utility>
 
 #include "dnssd/engine.h"
+#include "dnssd/followers.h"
 #include "dnssd/references.h"
 
 namespace dnssd {
@@ -33,6 +35,9 @@ void serve(Interface& interface, mdns::Time now) {
   for (const mdns::Event& event : mdns::link_take_events(*interface.link)) {
     operation_pass(event);
   }
+  for (const Handle handle : std::exchange(gEngine->touched, {})) {
+    operation_review(handle);
+  }
 }
 
 bool is_idle(const Interface& interface, mdns::Time now) { return interface.operations == 0 && interface.idle_until <= now; }
@@ -41,7 +46,7 @@ void sleep_until(mdns::Time time) {
   timespec until{};
   until.tv_sec = time / mdns::kSecond;
   until.tv_nsec = time % mdns::kSecond * 1000;
-  clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
+  clock_nanosleep(CLOCK_BOOTTIME, TIMER_ABSTIME, &until, nullptr);
 }
 
 }  // namespace
@@ -108,6 +113,12 @@ void interfaces_serve(mdns::Time now) {
       serve(interface, now);
     }
     ++at;
+  }
+}
+
+void interfaces_restart(mdns::Time now) {
+  for (const auto& [index, interface] : gEngine->interfaces) {
+    mdns::link_restart(interface_link(*interface), now, false);
   }
 }
 

@@ -31,12 +31,16 @@ struct Interface {
   std::uint32_t index = 0;
   std::string name;  // as it was when the interface was taken into use
   mdns::LinkPtr link;
-  std::array<Socket, 2> sockets;                  // by mdns::index_of
-  mdns::Protocols protocols = mdns::kNoProtocol;  // those that the link has
-  std::vector<Prefix> prefixes;                   // of its addresses of these protocols
-  unsigned operations = 0;                        // live operations on it
-  mdns::Time idle_until = mdns::kNever;           // when it is let go of, if there is no operation by then
-  bool is_touched = false;                        // something has been done to its link since it was served
+  std::array<Socket, 2> sockets;                                                           // by mdns::index_of
+  mdns::Protocols protocols = mdns::kNoProtocol;                                           // those that the link has
+  std::vector<Prefix> prefixes;                                                            // of its addresses of these protocols
+  std::vector<Handle> browses;                                                             // live ones
+  std::unordered_map<std::string, Handle, FoldedHash, FoldedEqual> followed;               // followers, by instance
+  std::unordered_multimap<std::string, Handle, FoldedHash, FoldedEqual> followed_by_host;  // and by host
+  std::unordered_map<std::string, int, FoldedHash, FoldedEqual> live_addresses;            // of the hosts that are asked for
+  unsigned operations = 0;                                                                 // live operations on it
+  mdns::Time idle_until = mdns::kNever;  // when it is let go of, if there is no operation by then
+  bool is_touched = false;               // something has been done to its link since it was served
 };
 
 // The record of an interface, made if need be. On an error *interface is untouched: kDNSServiceErr_Unsupported for index 0 and
@@ -54,6 +58,9 @@ mdns::Link& interface_link(Interface& interface);
 // Serves the links to which something was done or for which something is due: sends their datagrams, acts upon their events.
 // Lets go of interfaces that have been idle for long enough.
 void interfaces_serve(mdns::Time now);
+
+// The machine has slept: what is published is probed for and announced anew, what is asked is asked anew.
+void interfaces_restart(mdns::Time now);
 
 // When interfaces_serve has to be called next: kNever when nothing is planned, 0 when a link was touched.
 mdns::Time interfaces_deadline();

@@ -32,12 +32,19 @@ void answers_change(std::vector<Answer>& answers, const mdns::Event& event);
 DNSServiceErrorType browse_start(Operation& operation, const std::string& name);
 void operation_event(Operation& operation, Browse& browse, const mdns::Event& event);
 
+// Reports the instance gone and found again, with other data; nothing happens if the browse does not have it.
+void browse_report_again(Operation& operation, const std::string& instance);
+void browse_stop(const Operation& operation, const Browse& browse);
+
 // resolve.cpp
 DNSServiceErrorType resolve_start(Operation& operation);
+// Reports what is new; after a batch of events, since several of them may make one change.
+void resolve_review(Operation& operation);
 void operation_event(Operation& operation, Resolve& resolve, const mdns::Event& event);
 
 // query.cpp
 DNSServiceErrorType query_start(Operation& operation);
+void query_end(const Operation& operation, const Query& query);
 void operation_event(Operation& operation, Query& query, const mdns::Event& event);
 
 // register.cpp: kDNSServiceErr_BadParam when the name is none that can be published.

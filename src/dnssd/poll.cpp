@@ -18,11 +18,16 @@ namespace {
 // longest.
 constexpr int kEventsPerPass = 8;
 
-// Deadlines are waited for until the next multiple of this: many of them would wake the process as often, each alone, and nothing
-// in multicast DNS hangs on some milliseconds.
-constexpr mdns::Time kGrid = 5 * mdns::kMillisecond;
+// Deadlines are waited for until the next multiple of this, so that those of many links wake the process together.
+constexpr mdns::Time kGrid = mdns::kMillisecond;
 
 mdns::Time on_grid(mdns::Time time) { return time > mdns::kNever - kGrid ? mdns::kNever : (time + kGrid - 1) / kGrid * kGrid; }
+
+mdns::Time clock_now(clockid_t clock) {
+  timespec now{};
+  clock_gettime(clock, &now);
+  return now.tv_sec * mdns::kSecond + now.tv_nsec / 1000;
+}
 
 void drain(int fd) {
   std::uint64_t count;
@@ -51,15 +56,13 @@ void close_watch(Watch& watch) {
 
 }  // namespace
 
-mdns::Time monotonic_now() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return now.tv_sec * mdns::kSecond + now.tv_nsec / 1000;
-}
+mdns::Time monotonic_now() { return clock_now(CLOCK_BOOTTIME); }
+
+mdns::Time time_asleep() { return clock_now(CLOCK_BOOTTIME) - clock_now(CLOCK_MONOTONIC); }
 
 bool poll_open(Poll& poll) {
   poll.epoll_fd = epoll_create1(EPOLL_CLOEXEC);
-  poll.timer = {timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), timer_fired, &poll};
+  poll.timer = {timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK), timer_fired, &poll};
   poll.wake = {eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), woken, &poll};
   if (poll.epoll_fd >= 0 && poll_add(poll, poll.timer) && poll_add(poll, poll.wake)) {
     return true;

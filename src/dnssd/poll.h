@@ -8,8 +8,11 @@
 
 namespace dnssd {
 
-// Time of the clock that nobody sets, in microseconds.
+// Microseconds of the clock that nobody sets and that goes on while the machine sleeps: what was heard before is older then.
 mdns::Time monotonic_now();
+
+// How long the machine has slept since it was switched on.
+mdns::Time time_asleep();
 
 // A descriptor, and what is done when it is readable. Owned by whoever added it; it stays where it is while it is in the poll.
 struct Watch {

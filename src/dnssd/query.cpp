@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "dnssd/engine.h"
+#include "dnssd/followers.h"
 #include "dnssd/operations.h"
 
 namespace dnssd {
@@ -36,6 +37,11 @@ void address_changed(Operation& operation, Query& query, const mdns::Event& even
   const std::size_t kind = is_link_local(query.rrtype, event.rdata) ? 1 : 0;
   std::vector<Answer>& answers = query.answers[kind];
   answers_change(answers, event);
+  if (event.kind == mdns::Event::Kind::added) {
+    host_addresses_changed(*operation.interface, query.name, 1);
+  } else {
+    host_lost_address(*operation.interface, query.name);
+  }
   if (!answers.empty() && answers.back().rdata != query.reported[kind]) {
     query.reported[kind] = answers.back().rdata;
     queue_answer(operation, query, answers.back().rdata, answers.back().ttl);
@@ -59,6 +65,13 @@ DNSServiceErrorType query_start(Operation& operation) {
   const Query& query = part_of<Query>(operation);
   ask(operation, query.name, query.rrtype);
   return kDNSServiceErr_NoError;
+}
+
+void query_end(const Operation& operation, const Query& query) {
+  const std::size_t live = query.answers[0].size() + query.answers[1].size();
+  if (live > 0) {
+    host_addresses_changed(*operation.interface, query.name, -static_cast<int>(live));
+  }
 }
 
 void operation_event(Operation& operation, Query& query, const mdns::Event& event) {

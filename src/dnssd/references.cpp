@@ -4,6 +4,7 @@
 #include "dnssd/references.h"
 
 #include "dnssd/engine.h"
+#include "dnssd/followers.h"
 #include "dnssd/interface.h"
 #include "dnssd/operations.h"
 
@@ -26,6 +27,18 @@ void stop(Operation& operation) {
     return;
   }
   mdns::Link& link = link_of(operation);
+  if (gEngine->goodbyes_until > monotonic_now()) {
+    mdns::link_hold_goodbyes(link, monotonic_now(), gEngine->goodbyes_until);
+  }
+  if (const auto* resolve = std::get_if<Resolve>(&operation.part)) {
+    followers_begin(operation, *resolve);
+  }
+  if (const auto* browse = std::get_if<Browse>(&operation.part)) {
+    browse_stop(operation, *browse);
+  }
+  if (const auto* query = std::get_if<Query>(&operation.part)) {
+    query_end(operation, *query);
+  }
   for (const mdns::QueryId query : operation.queries) {
     mdns::query_stop(link, monotonic_now(), query);
   }
@@ -119,6 +132,10 @@ void ask(Operation& operation, const std::string& name, std::uint16_t rrtype) {
 }
 
 void operation_pass(const mdns::Event& event) {
+  if (is_follower(static_cast<Handle>(event.tag))) {
+    followers_event(event);
+    return;
+  }
   Operation* operation = operation_find(static_cast<Handle>(event.tag));
   if (operation == nullptr) {
     return;
@@ -130,6 +147,15 @@ void operation_pass(const mdns::Event& event) {
         }
       },
       operation->part);
+}
+
+void operation_review(Handle handle) {
+  Operation* operation = operation_find(handle);
+  if (is_follower(handle)) {
+    followers_review(handle);
+  } else if (operation != nullptr) {
+    resolve_review(*operation);
+  }
 }
 
 DNSServiceRef service_ref(const Operation& operation) { return reinterpret_cast<DNSServiceRef>(operation.handle); }

@@ -23,6 +23,9 @@ Operation* connection_of(DNSServiceRef ref);
 // Passes an event to the operation that its tag names, if it is still there.
 void operation_pass(const mdns::Event& event);
 
+// An event of a batch that is over has touched it: a resolve, or a follower.
+void operation_review(Handle handle);
+
 DNSServiceRef service_ref(const Operation& operation);
 DNSRecordRef record_ref(const Operation& operation);
 

@@ -85,7 +85,7 @@ bool must_pause(Registration& registration, mdns::Time now) {
     registration.conflicts = 0;
   }
   registration.last_conflict = now;
-  return ++registration.conflicts > kConflictsMax;
+  return ++registration.conflicts >= kConflictsMax;
 }
 
 void try_next_name(Operation& operation, Registration& registration) {

@@ -11,6 +11,10 @@ namespace {
 // Replies per DNSServiceProcessResult: enough to be cheap in a burst, few enough that the caller's loop comes round.
 constexpr int kRepliesPerPass = 64;
 
+// A caller that is told that an instance has gone and is there again has withdrawn and registered it within this time: measured, a few
+// milliseconds.
+constexpr mdns::Time kUpdateWithin = 200 * mdns::kMillisecond;
+
 const unsigned char* bytes_of(const std::string& data) { return reinterpret_cast<const unsigned char*>(data.data()); }
 
 // What a callback needs of its operation, copied, since the operation may be gone when it returns.
@@ -80,6 +84,9 @@ void replies_deliver() {
     --operation->queued;
     --gEngine->deliverable;
     ++i;
+    if (reply.begins_update) {
+      gEngine->goodbyes_until = monotonic_now() + kUpdateWithin;
+    }
     deliver(*operation, reply);
   }
   if (gEngine != nullptr && gEngine->deliverable == 0) {

@@ -54,7 +54,9 @@ DNSServiceErrorType resolve_start(Operation& operation) {
 
 void operation_event(Operation& operation, Resolve& resolve, const mdns::Event& event) {
   answers_change(event.type == mdns::kTypeSrv ? resolve.srv : resolve.txt, event);
-  report_if_changed(operation, resolve);
+  gEngine->touched.push_back(operation.handle);
 }
+
+void resolve_review(Operation& operation) { report_if_changed(operation, part_of<Resolve>(operation)); }
 
 }  // namespace dnssd

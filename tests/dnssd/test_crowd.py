@@ -9,7 +9,7 @@ import pytest
 import driver as d
 from air import dns
 
-COUNT = 210  # services; from two hundred on they are a crowd
+COUNT = 210  # services: more than two hundred answers go without additional records
 TYPE = dns.labels("_ipp._tcp.local")
 
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Resolve and query: what a name leads to, and what of it is told."""
+"""Resolve and query: what a name leads to, and what of it is reported."""
 
 import time
 

@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""Pointers, which the library keeps itself: what of them is believed, when they are gone, and who is told."""
+"""PTR records of a browsed type: which of them are believed, when they are gone, and what is reported."""
 
 import time
 
