@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Lives from seeds. MDNSPROXY_TEST_SEED chooses the first; without it they are always the same. `tests/simulate FIRST COUNT` runs more.
+// Lives from seeds. MDNSPROXY_TEST_SEED chooses the first, MDNSPROXY_TEST_LIVES their number; without them they are always the same. `tests/simulate FIRST COUNT` runs more.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -29,14 +29,17 @@ constexpr std::array<std::uint64_t, 10> kKeptSeeds = {
 // The records that are not known after two minutes of loss, among all that should be.
 constexpr double kMissingMost = 0.01;
 
-std::uint64_t first_seed() {
-  const char* const text = std::getenv("MDNSPROXY_TEST_SEED");
-  return text == nullptr ? kFirst : std::strtoull(text, nullptr, 10);
+std::uint64_t number_of(const char* variable, std::uint64_t otherwise) {
+  const char* const text = std::getenv(variable);
+  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
 }
+
+std::uint64_t first_seed() { return number_of("MDNSPROXY_TEST_SEED", kFirst); }
 
 TEST(Seeds, EveryInvariantHoldsInEachLife) {
   std::uint64_t expected = 0, missing = 0;
-  for (std::uint64_t seed = first_seed(); seed < first_seed() + kCount; ++seed) {
+  const std::uint64_t end = first_seed() + number_of("MDNSPROXY_TEST_LIVES", kCount);
+  for (std::uint64_t seed = first_seed(); seed < end; ++seed) {
     const Outcome outcome = run_life(seed);
     ASSERT_EQ(outcome.story, "") << "seed " << seed;
     expected += outcome.sums.expected;
