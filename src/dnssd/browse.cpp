@@ -52,9 +52,8 @@ void operation_event(Operation& operation, Browse& browse, const mdns::Event& ev
   const auto known = browse.instances.find(event.rdata);
   if (known != browse.instances.end()) {
     queue_browse_reply(operation, 0, *known);  // the caller knows it as it was first reported, however its goodbye spells it
-    const std::string name = *known;
-    browse.instances.erase(known);
-    followers_unneeded(*operation.interface, name);
+    const auto lost = browse.instances.extract(known);
+    followers_unneeded(*operation.interface, lost.value());
   }
 }
 

@@ -2,7 +2,6 @@
 #include "dnssd/followers.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "dnssd/engine.h"
 #include "dnssd/interface.h"
@@ -63,16 +62,16 @@ void end_named(Interface& interface, const std::string& name) {
   }
 }
 
-// Both records are there, and one of them is not what was reported.
+// Both records are there.
+bool is_whole(const Follower& follower) { return !follower.live[0].empty() && !follower.live[1].empty(); }
+
+// What is said now is other than it was reported, and comes from the host that said that.
 bool has_changed(const Follower& follower) {
-  bool differs = false;
-  for (std::size_t place = 0; place < follower.live.size(); ++place) {
-    if (follower.live[place].empty()) {
-      return false;
-    }
-    differs = differs || follower.live[place].back() != follower.reported[place];
+  bool changed = false;
+  for (std::size_t place = 0; place < follower.live.size() && is_whole(follower); ++place) {
+    changed = changed || (follower.is_vouched[place] && follower.live[place].back() != follower.reported[place]);
   }
-  return differs;
+  return changed;
 }
 
 void report_change(const Follower& follower) {
@@ -82,6 +81,17 @@ void report_change(const Follower& follower) {
       browse_report_again(*operation, follower.name);
     }
   }
+}
+
+// `is_reported`: the event is about what was reported, and not about other data. Who says that owns the record, over each protocol.
+void note_owner(Follower& follower, std::size_t place, bool is_reported, const mdns::Event& event) {
+  bool is_owner = false;
+  for (std::size_t protocol = 0; protocol < event.said_by.size(); ++protocol) {
+    std::uint32_t& owner = follower.owner[place][protocol];
+    owner = is_reported && event.said_by[protocol] != 0 ? event.said_by[protocol] : owner;
+    is_owner = is_owner || (owner != 0 && owner == event.said_by[protocol]);
+  }
+  follower.is_vouched[place] = !is_reported && is_owner;
 }
 
 }  // namespace
@@ -113,11 +123,12 @@ void followers_event(const mdns::Event& event) {
   if (follower == nullptr) {
     return;
   }
-  std::vector<std::uint64_t>& live = follower->live[place_of(event.type)];
+  const std::size_t place = place_of(event.type);
   const std::uint64_t hash = hash_of(event.rdata);
-  std::erase(live, hash);
-  if (event.kind == mdns::Event::Kind::added) {
-    live.push_back(hash);
+  std::erase(follower->live[place], hash);
+  if (event.kind != mdns::Event::Kind::removed) {
+    follower->live[place].push_back(hash);
+    note_owner(*follower, place, hash == follower->reported[place], event);
   }
   gEngine->touched.push_back(handle);
 }

@@ -145,6 +145,12 @@ void announce_change(Link& link, OwnedRecord& record, Time by) {
   link.announcer.due.set(record, std::max(std::min(at, by), link.now));
 }
 
+void announce_rest(Link& link, OwnedRecord& record) {
+  if (record.announcements_left > 0) {
+    link.announcer.due.set(record, std::max(link.now + kGatheredWithin, last_multicast(link, record) + kAnnouncementsApart));
+  }
+}
+
 void announcer_stop(Link& link, OwnedRecord& record) {
   (record.holders == 0 ? link.announcer.goodbyes : link.announcer.due).set(record, kNever);
 }

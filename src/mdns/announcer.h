@@ -20,6 +20,9 @@ void announce(Link& link, OwnedRecord& record);
 // data, not yet announced themselves, would have been; kNever: they have been.
 void announce_change(Link& link, OwnedRecord& record, Time by);
 
+// The record was about to get its goodbye and has not been away: announces it as often as it still was to be.
+void announce_rest(Link& link, OwnedRecord& record);
+
 void announcer_stop(Link& link, OwnedRecord& record);
 
 // The record has lost its last holder: it is freed when its goodbye has been written.

@@ -87,7 +87,7 @@ void plan(Link& link, CacheEntry& entry) {
   link.cache.due.set(entry, at);
 }
 
-void renew(Link& link, CacheEntry& entry, const Record& record, Protocols protocol) {
+void renew(Link& link, CacheEntry& entry, const Record& record, Protocols protocol, const Source& source) {
   OpenQuestion* question = entry.rrset->question;
   if (question != nullptr && entry.refreshes > 0 && entry.rrset->count == 1) {
     question_ask_no_more(link, *question);  // somebody else's question has been answered
@@ -97,6 +97,7 @@ void renew(Link& link, CacheEntry& entry, const Record& record, Protocols protoc
   entry.expires = link.now + std::min(record.ttl, kTtlMax) * kSecond;
   entry.check_at = kNever;
   entry.protocols |= protocol;
+  entry.said_by[index_of(protocol)] = source.number;
   entry.goodbyes = kNoProtocol;
   entry.refreshes = 0;
   entry.is_unique = record.cache_flush;
@@ -104,6 +105,21 @@ void renew(Link& link, CacheEntry& entry, const Record& record, Protocols protoc
   entry.is_doubted = false;
   plan(link, entry);
   unwanted_review(link.cache, entry);
+}
+
+// Puts the entry at the end of its RRset, as the newest.
+void link_entry(CacheEntry& entry) {
+  RRset& rrset = *entry.rrset;
+  entry.previous = rrset.last;
+  entry.next = nullptr;
+  (rrset.last != nullptr ? rrset.last->next : rrset.first) = &entry;
+  rrset.last = &entry;
+}
+
+void unlink_entry(const CacheEntry& entry) {
+  RRset& rrset = *entry.rrset;
+  (entry.previous != nullptr ? entry.previous->next : rrset.first) = entry.next;
+  (entry.next != nullptr ? entry.next->previous : rrset.last) = entry.previous;
 }
 
 RecordKey key_of(const CacheEntry& entry) { return {entry.rrset->name, entry.rrset->type, entry.rdata}; }
@@ -114,8 +130,7 @@ void remove_entry(Link& link, CacheEntry& entry) {
   link.cache.due.set(entry, kNever);
   unwanted_remove(link.cache, entry);
   link.cache.entries.erase(&entry);
-  (entry.previous != nullptr ? entry.previous->next : rrset.first) = entry.next;
-  (entry.next != nullptr ? entry.next->previous : rrset.last) = entry.previous;
+  unlink_entry(entry);
   --rrset.count;
   source_drop_entry(link, *entry.source);
   const std::unique_ptr<CacheEntry> freed(&entry);
@@ -179,9 +194,7 @@ CacheEntry& entry_new(Link& link, RRset& rrset, std::string_view rdata, Source& 
   entry->rrset = &rrset;
   entry->rdata = rdata;
   entry->source = &source;
-  entry->previous = rrset.last;
-  (rrset.last != nullptr ? rrset.last->next : rrset.first) = entry;
-  rrset.last = entry;
+  link_entry(*entry);
   ++rrset.count;
   ++source.entries;
   link.cache.entries.insert(entry);
@@ -190,12 +203,22 @@ CacheEntry& entry_new(Link& link, RRset& rrset, std::string_view rdata, Source& 
 
 void add_entry(Link& link, RRset& rrset, const Record& record, Protocols protocol, Source& source) {
   CacheEntry& entry = entry_new(link, rrset, record.rdata, source);
-  renew(link, entry, record, protocol);
+  renew(link, entry, record, protocol, source);
   if (rrset.question != nullptr) {
     if (!zone_reports(link, key_of(entry))) {
-      querier_report(link, rrset, Event::Kind::added, entry.ttl, entry.rdata);
+      querier_report(link, rrset, Event::Kind::added, entry.ttl, entry.rdata, entry.said_by);
     }
     question_review(link, *rrset.question);
+  }
+}
+
+// A unique record has been said again: it is what its host has now.
+void become_newest(Link& link, CacheEntry& entry) {
+  const RRset& rrset = *entry.rrset;
+  unlink_entry(entry);
+  link_entry(entry);
+  if (rrset.question != nullptr) {
+    querier_report(link, rrset, Event::Kind::renewed, entry.ttl, entry.rdata, entry.said_by);
   }
 }
 
@@ -385,7 +408,10 @@ void cache_receive(Link& link, const Record& record, Protocols protocol, Source&
   }
   RRset& rrset = rrset_get(link, *name, record.type);
   if (entry != nullptr) {
-    renew(link, *entry, record, protocol);
+    renew(link, *entry, record, protocol, source);
+    if (record.cache_flush) {
+      become_newest(link, *entry);
+    }
     if (rrset.question != nullptr) {
       question_review(link, *rrset.question);
     }

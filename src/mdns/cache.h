@@ -30,7 +30,7 @@ struct RRset {
   NameEntry* name = nullptr;
   std::uint16_t type = 0;
   std::uint32_t count = 0;      // of entries
-  CacheEntry* first = nullptr;  // entries in order of their arrival
+  CacheEntry* first = nullptr;  // entries, the newest last: those that came last, or unique ones that were said again last
   CacheEntry* last = nullptr;
   OpenQuestion* question = nullptr;                     // null: nobody asks for it
   std::array<Time, 2> asked_at = {kLongAgo, kLongAgo};  // when it was last asked over each protocol, by whomever
@@ -48,15 +48,16 @@ struct CacheEntry {
   std::uint32_t ttl = 0;  // seconds, as the record said it
   Time received = 0;      // last
   Time expires = 0;
-  Time check_at = kNever;             // when the protocols that have not said goodbye are asked; kNever: they are not
-  Protocols protocols = kNoProtocol;  // over which it was heard
-  Protocols goodbyes = kNoProtocol;   // over which it was taken back
-  std::uint8_t refreshes = 0;         // questions for it since it was heard last
-  bool is_unique = false;             // the cache-flush bit was set
-  bool is_doubted = false;            // it goes unless somebody confirms it
-  bool is_leaving = false;            // a goodbye or a cache-flush has limited it
-  Source* source = nullptr;           // who said it first
-  CacheEntry* next = nullptr;         // in the RRset
+  Time check_at = kNever;                  // when the protocols that have not said goodbye are asked; kNever: they are not
+  Protocols protocols = kNoProtocol;       // over which it was heard
+  Protocols goodbyes = kNoProtocol;        // over which it was taken back
+  std::uint8_t refreshes = 0;              // questions for it since it was heard last
+  bool is_unique = false;                  // the cache-flush bit was set
+  bool is_doubted = false;                 // it goes unless somebody confirms it
+  bool is_leaving = false;                 // a goodbye or a cache-flush has limited it
+  std::array<std::uint32_t, 2> said_by{};  // Source::number of who said it last over each protocol; 0: nobody
+  Source* source = nullptr;                // who said it first
+  CacheEntry* next = nullptr;              // in the RRset
   CacheEntry* previous = nullptr;
   CacheEntry* newer = nullptr;  // in Cache::unwanted
   CacheEntry* older = nullptr;

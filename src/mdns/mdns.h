@@ -24,6 +24,7 @@
 // and responder.h (what is published); outbox.h and sources.h (the pace of what goes out, and the allowance for what comes in).
 #pragma once
 
+#include <array>
 #include <memory>
 #include <optional>
 #include <span>
@@ -99,6 +100,7 @@ enum class Interest { asking, listening };
 // cache, or published on the link, is told first. `tag` comes back in each event. No event tells a record again that has been told
 // and not taken back; a record that this link itself no longer publishes is taken back when the second of its goodbye is over.
 // `type` is one type, not ANY. A query that listens is told the same of what there is, but asks nothing, and nothing is kept for it.
+// It is also told, as `renewed`, when a unique record has been said again.
 QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t type, std::uint64_t tag,
                     Interest interest = Interest::asking);
 
@@ -155,13 +157,15 @@ void link_withdraw_all(Link& link, Time now);
 // --- Events
 
 struct Event {
-  enum class Kind { added, removed, established, conflict };
+  enum class Kind { added, removed, renewed, established, conflict };
   Kind kind{};
   std::uint64_t id = 0;   // of the query or publication
   std::uint64_t tag = 0;  // as its caller gave it
   std::uint16_t type = 0;
   std::uint32_t ttl = 0;  // seconds, as the record said it
   std::string rdata;      // added and removed: the record
+  // Added and renewed: a number for the host that said it last over each protocol; 0: nobody has.
+  std::array<std::uint32_t, 2> said_by{};
 };
 
 std::vector<Event> link_take_events(Link& link);

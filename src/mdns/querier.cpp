@@ -254,7 +254,7 @@ QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t t
   }
   for (const CacheEntry* entry = rrset.first; entry != nullptr; entry = entry->next) {
     ++link.steps;
-    link.events.push_back({Event::Kind::added, query.id, tag, type, entry->ttl, entry->rdata});
+    link.events.push_back({Event::Kind::added, query.id, tag, type, entry->ttl, entry->rdata, entry->said_by});
   }
   zone_report_to(link, rrset, query);
   return query.id;
@@ -347,10 +347,14 @@ void querier_receive(Link& link, const Message& message, Protocols protocol) {
   }
 }
 
-void querier_report(Link& link, const RRset& rrset, Event::Kind kind, std::uint32_t ttl, std::string_view rdata) {
+void querier_report(Link& link, const RRset& rrset, Event::Kind kind, std::uint32_t ttl, std::string_view rdata,
+                    std::array<std::uint32_t, 2> said_by) {
   for (const Query& query : rrset.question->queries) {
     ++link.steps;
-    link.events.push_back({kind, query.id, query.tag, rrset.type, ttl, std::string(rdata)});
+    if (kind == Event::Kind::renewed && query.asks) {
+      continue;
+    }
+    link.events.push_back({kind, query.id, query.tag, rrset.type, ttl, std::string(rdata), said_by});
   }
 }
 

@@ -66,7 +66,8 @@ void querier_receive(Link& link, const Message& message, Protocols protocol);
 void querier_receive_denial(Link& link, const Record& record);
 
 // Tells each query of the RRset that a record has come or gone.
-void querier_report(Link& link, const RRset& rrset, Event::Kind kind, std::uint32_t ttl, std::string_view rdata);
+void querier_report(Link& link, const RRset& rrset, Event::Kind kind, std::uint32_t ttl, std::string_view rdata,
+                    std::array<std::uint32_t, 2> said_by = {});
 
 void querier_advance(Link& link);
 Time querier_deadline(const Link& link);

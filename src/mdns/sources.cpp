@@ -38,6 +38,7 @@ Source& source_get(Link& link, const Endpoint& endpoint) {
   }
   auto made = std::make_unique<Source>();
   made->endpoint = host;
+  made->number = asker_of(link, host);
   Source& source = *made;
   sources.by_endpoint.emplace(host, std::move(made));
   sources.idle.set(source, link.now + kIdleAfter);

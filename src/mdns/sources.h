@@ -14,6 +14,7 @@ struct Link;
 struct Source {
   Endpoint endpoint;           // its port plays no part
   Time paid_until = kLongAgo;  // the token bucket: when all that it has sent is paid for
+  std::uint32_t number = 0;    // asker_of it
   std::uint32_t entries = 0;   // cache entries that it was the first to say
   Deadline idle;
 };

@@ -213,15 +213,18 @@ OwnedRecord* former_of(const OwnedRecord& record) {
 
 // The record is announced, unless it has never been away and has been announced as often as is due.
 void go_live(Link& link, OwnedRecord& record) {
+  const std::size_t superseded = record.superseded.size();
   for (OwnedRecord* former = former_of(record); former != nullptr; former = former_of(record)) {
     inherit_superseded(record, *former);
     record_free(link, *former);
   }
   become_live(link, record);
-  if (!record.superseded.empty()) {
+  if (record.superseded.size() > superseded) {
     announce_change(link, record, kNever);
-  } else if (!was_multicast(record) || record.announcements_left > 0) {
+  } else if (!was_multicast(record)) {
     announce(link, record);
+  } else {
+    announce_rest(link, record);
   }
 }
 

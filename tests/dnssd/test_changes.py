@@ -130,3 +130,14 @@ def test_a_service_that_is_confirmed_stays(place):
     place.air.say(pointer())
     d.wait_for(lambda: time.monotonic() > silent + 15, "the ten seconds to be over", 20)
     assert events(place.near, "br") == [(True, "Device")]
+
+
+def test_data_that_comes_back_within_a_second_is_a_change_too(place):
+    place.find()
+    for count, data in enumerate((b"\x03a=2", b"\x03a=1", b"\x03a=2"), 1):
+        place.air.say(text(data))
+        changed = time.monotonic()
+        assert place.near.wait("br", 1 + 2 * count)[-1].time - changed < 0.3
+        place.near.resolve(f"rs{count}", place.index, "Device", "_ipp._tcp")
+        assert bytes.fromhex(place.near.wait(f"rs{count}")[0].fields[3]) == data
+        place.near.release(f"rs{count}")

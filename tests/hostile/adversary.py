@@ -9,19 +9,35 @@ import threading
 import time
 
 from testbed import dns
+from testbed.namespace import Namespace
+from testbed.network import quiet_interfaces
 from testbed.sockets import open_on
 
 KIND = "_ipp._tcp.local"
 HEADER = struct.Struct("!6H")
 
 
-class Adversary:
-    """Sends from the host of a link, over IPv4 and IPv6 in turn. `sent` counts packets."""
+_HOST_NUMBER = 66
+
+
+class Seat:
+    """A host of its own on the link: what it says comes from its own addresses."""
+
+    interface, ipv4, ipv6 = "eth0", True, True
 
     def __init__(self, link):
-        self.link = link
+        self.ns = Namespace("adversary")
+        quiet_interfaces(self.ns)
+        link.attach(self.ns, self.interface, _HOST_NUMBER)
+
+
+class Adversary:
+    """Sends from a host of its own on a link, over IPv4 and IPv6 in turn. `sent` counts packets."""
+
+    def __init__(self, link):
+        self.link = Seat(link)
         self.sent = 0
-        self._sockets = open_on(link)
+        self._sockets = open_on(self.link)
         self._stopped = threading.Event()
         self._thread = None
 
@@ -60,6 +76,7 @@ class Adversary:
             self._thread.join()
         for opened, _ in self._sockets:
             opened.close()
+        self.link.ns.close()
 
 
 # --- What it sends ------------------------------------------------------------------------------------------------------------------

@@ -18,6 +18,14 @@ class Service:
         self.srv = dns.Record(self.name, dns.SRV, (0, 0, port, host), dns.HOST_TTL, True)
         self.txt = dns.Record(self.name, dns.TXT, dns.txt_data(txt), dns.OTHER_TTL, True)
 
+    def change(self, port, txt):
+        """Returns the records that are other ones now."""
+        if port is not None:
+            self.srv = dns.Record(self.name, dns.SRV, (0, 0, port, self.srv.data[3]), dns.HOST_TTL, True)
+        if txt is not None:
+            self.txt = dns.Record(self.name, dns.TXT, dns.txt_data(txt), dns.OTHER_TTL, True)
+        return [self.srv] * (port is not None) + [self.txt] * (txt is not None)
+
     @property
     def pointers(self):
         return [dns.Record(name, dns.PTR, self.name) for name in [self.type, *self.subtypes]]
@@ -28,10 +36,12 @@ class Service:
 
 
 class Device:
-    """`host`: the host name's first label. `addresses`: what the host claims to have; by default what it has."""
+    """`host`: the host name's first label. `addresses`: what the host claims to have; by default what it has. `address_ttl`: in
+    seconds."""
 
-    def __init__(self, link, host="printer", addresses=None):
+    def __init__(self, link, host="printer", addresses=None, address_ttl=dns.HOST_TTL):
         self.link = link
+        self.address_ttl = address_ttl
         self.host = dns.labels((host, "local"))
         self.addresses = list(link.addresses() if addresses is None else addresses)
         self.services = []
@@ -50,6 +60,14 @@ class Device:
             self.services.append(service)
         self.say(service.records + self.address_records())
         return service
+
+    def change(self, service, port=None, txt=None):
+        """The service has another port or other TXT data from now on; only what has changed is announced. Returns these
+        records."""
+        with self._lock:
+            changed = service.change(port, txt)
+        self.say(changed)
+        return changed
 
     def withdraw(self, service):
         """Says goodbye for the service; the host stays."""
@@ -82,7 +100,7 @@ class Device:
             opened.sendto(data, group)
 
     def address_records(self):
-        return [dns.Record(self.host, dns.AAAA if ":" in address else dns.A, address, dns.HOST_TTL, True)
+        return [dns.Record(self.host, dns.AAAA if ":" in address else dns.A, address, self.address_ttl, True)
                 for address in self.addresses]
 
     # --- what it answers

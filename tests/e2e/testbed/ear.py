@@ -90,6 +90,21 @@ class Ear:
                 last[dns.text(record.name).lower(), record.kind, record.data] = record.ttl
         return [key for key, ttl in last.items() if ttl > 0]
 
+    def cached(self, sources, since=0.0):
+        """As `held`, but of a listener that also goes by the cache-flush bit: a record that was heard more than a second ago
+        makes room for others of its name and type (RFC 6762 section 10.2)."""
+        heard = {}
+        for packet, record in self.records(sources, since):
+            key = dns.text(record.name).lower(), record.kind, record.data
+            if record.flush:
+                for other in [other for other, time in heard.items() if other[:2] == key[:2] and packet.time - time > 1]:
+                    del heard[other]
+            if record.ttl > 0 and record.kind != dns.NSEC:
+                heard[key] = packet.time
+            else:
+                heard.pop(key, None)
+        return list(heard)
+
     def story(self):
         """What was heard, for a person."""
         return f"--- link {self.link.name}\n" + "\n".join(
