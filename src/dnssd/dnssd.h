@@ -7,48 +7,49 @@
 //   -RemoveRecord, -RefSockFD, -ProcessResult and -RefDeallocate, as the comments of dns_sd.h describe them; with
 //   kDNSServiceFlagsShareConnection (0x4000, newer than Debian's header) and without it. Nothing else is exported.
 //
-//   One engine. A process has one engine on one epoll descriptor, and every live reference answers DNSServiceRefSockFD
-//   with it. DNSServiceProcessResult on any of them drives the engine and delivers the replies of all of them, in the
-//   order in which they arose: a caller that always serves one connection first starves no other. It never blocks, does
-//   a bounded amount of work and delivers a bounded number of replies; the descriptor stays readable while there is more.
-//   The library has no thread of its own and, like dns_sd.h, leaves it to the caller to serialise its calls.
+//   One engine. A process has one engine on one epoll descriptor, and every live reference answers DNSServiceRefSockFD with
+//   it. DNSServiceProcessResult on any of them drives the engine and delivers the replies of all of them, in the order in
+//   which they arose: a caller that always serves one connection first starves no other. It never blocks, does a bounded
+//   amount of work and delivers a bounded number of replies; the descriptor stays readable while there is more. The library
+//   has no thread of its own and, like dns_sd.h, leaves it to the caller to serialise its calls.
 //
-//   Interfaces. An operation runs on the one interface that it names. Index 0 (any) and
-//   kDNSServiceInterfaceIndexLocalOnly are kDNSServiceErr_Unsupported, an index that is no interface's is
-//   kDNSServiceErr_BadInterfaceIndex. Each interface in use has sockets of its own for IPv4 and IPv6, bound to it; no
-//   capability is needed for that (where a kernel older than 5.7 refuses it: kDNSServiceErr_NoAuth), and other responders
-//   of the machine run on undisturbed. Packets go out over a protocol only while the interface has an address of it.
-//   When an interface goes, all that was found there is reported removed, and its operations go on: what they registered is
-//   announced again when it comes back. Nothing of the machine's own is published. The domain is "local" (null, "local" and
-//   "local." mean it); others are kDNSServiceErr_Unsupported. Names are UTF-8; others are kDNSServiceErr_BadParam.
+//   Interfaces. An operation runs on the one interface that it names. Index 0 (any) and kDNSServiceInterfaceIndexLocalOnly
+//   are kDNSServiceErr_Unsupported, an index that is no interface's is kDNSServiceErr_BadInterfaceIndex. Each interface in
+//   use has sockets of its own for IPv4 and IPv6, bound to it; no capability is needed for that (where a kernel older than
+//   5.7 refuses it: kDNSServiceErr_NoAuth), and other responders of the machine run on undisturbed. Packets go out over a
+//   protocol only while the interface has an address of it. When an interface goes, all that was found there is reported
+//   removed, and its operations go on: what they registered is announced again when it comes back. Nothing of the machine's
+//   own is published. The domain is "local" (null, "local" and "local." mean it); others are kDNSServiceErr_Unsupported.
+//   Names are UTF-8; others are kDNSServiceErr_BadParam.
 //
 //   Aliases. CNAME records are not followed: one is reported to whoever asks for that type, like any other record.
 //
-//   Changes. When the SRV or TXT data of an instance changes that was browsed for and resolved, and that resolve has been released, the
-//   browse reports the instance gone and found again. What the caller withdraws then, and registers again within a fifth of a second, is
-//   an update on the wire: no goodbye, no probes, one announcement of what is different. When all addresses of a host that are
-//   asked for have run out, its services are asked for once more and reported gone after ten seconds without an answer.
+//   Changes. When the SRV or TXT data of an instance changes that was browsed for and resolved, and that resolve has been
+//   released, the browse reports the instance gone and found again. What the caller withdraws then, and registers again
+//   within a fifth of a second, is an update on the wire: no goodbye, no probes, one announcement of what is different. When
+//   all addresses of a host that are asked for have run out, its services are asked for once more and reported gone after ten
+//   seconds without an answer.
 //
-//   Callbacks. Replies are delivered from DNSServiceProcessResult only. Any operation, the callback's own included, or a whole
-//   connection may be released in one, and exit() may be called; nothing is delivered for a released operation.
+//   Callbacks. Replies are delivered from DNSServiceProcessResult only. Any operation, the callback's own included, or a
+//   whole connection may be released in one, and exit() may be called; nothing is delivered for a released operation.
 //   DNSServiceProcessResult itself may not be called there (kDNSServiceErr_BadState).
 //
 //   Signals. While the library works or calls back, all signals are held back but those of a fault (SEGV, BUS, FPE, ILL,
-//   ABRT, TRAP): no handler runs in the middle of its data. The calling thread's mask is restored on leaving.
-//   While something is registered, each of SIGTERM, SIGINT, SIGHUP and SIGQUIT that the program leaves to its default
-//   action (and has not blocked) is taken: blocked, and read from a signalfd in the engine. When one arrives, everything is
-//   withdrawn with its goodbyes and the process then dies of that signal as it would have. With a handler of its own the
-//   program keeps the signal, and with nothing registered any more it gets it back. (Process 1 of a pid namespace, which
-//   the default action does not kill, keeps all of them.)
+//   ABRT, TRAP): no handler runs in the middle of its data. The calling thread's mask is restored on leaving. While something
+//   is registered, each of SIGTERM, SIGINT, SIGHUP and SIGQUIT that the program leaves to its default action (and has not
+//   blocked) is taken: blocked, and read from a signalfd in the engine. When one arrives, everything is withdrawn with its
+//   goodbyes and the process then dies of that signal as it would have. With a handler of its own the program keeps the
+//   signal, and with nothing registered any more it gets it back. (Process 1 of a pid namespace, which the default action
+//   does not kill, keeps all of them.)
 //
 //   Goodbyes. Whatever is withdrawn gets its goodbye on the wire: before the call returns when the last connection is
-//   released, and when the process returns from main or calls exit() (three seconds at most). A child of fork() has no part in
-//   its parent's engine: the parent's references are bad ones there, and it sends nothing in its parent's name.
+//   released, and when the process returns from main or calls exit() (three seconds at most). A child of fork() has no part
+//   in its parent's engine: the parent's references are bad ones there, and it sends nothing in its parent's name.
 //
-//   Flags. Bits that the library does not know, private ones such as 0x08000000 and 0x80000000 among them, are ignored,
-//   as are kDNSServiceFlagsForceMulticast (everything here is multicast) and kDNSServiceFlagsLongLivedQuery (so is every
-//   query). kDNSServiceErr_BadFlags: a record that is not exactly one of shared and unique; NoAutoRename without a name
-//   or a callback.
+//   Flags. Bits that the library does not know, private ones such as 0x08000000 and 0x80000000 among them, are ignored, as
+//   are kDNSServiceFlagsForceMulticast (everything here is multicast) and kDNSServiceFlagsLongLivedQuery (so is every query).
+//   kDNSServiceErr_BadFlags: a record that is not exactly one of shared and unique; NoAutoRename without a name or a
+//   callback.
 //
 //   References. A DNSServiceRef or DNSRecordRef is a handle, a number that is never used again, not an address: one that is
 //   stale, wild or of the wrong kind is recognised (kDNSServiceErr_BadReference, descriptor -1, or nothing happens).
@@ -56,10 +57,10 @@
 // What it needs: Linux (epoll, timerfd, eventfd, signalfd, netlink, SO_BINDTODEVICE), UDP port 5353 shared with others. It
 // includes src/mdns and nothing else of this source tree.
 //
-// Reading order: api_lookup.cpp and api_publish.cpp (each dns_sd.h function: what is checked, which operation starts),
-// this header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then an operation a file: browse.cpp,
-// resolve.cpp, query.cpp, register.cpp, records.cpp, and followers.h, what becomes of a resolve; last the ground: interface.cpp, sockets.cpp, link_monitor.cpp, poll.cpp,
-// signals.cpp, names.cpp, service_names.cpp.
+// Reading order: api_lookup.cpp and api_publish.cpp (each dns_sd.h function: what is checked, which operation starts), this
+// header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then an operation a file: browse.cpp,
+// resolve.cpp, query.cpp, register.cpp, records.cpp, and followers.h, what becomes of a resolve; last the ground:
+// interface.cpp, sockets.cpp, link_monitor.cpp, poll.cpp, signals.cpp, names.cpp, service_names.cpp.
 #pragma once
 
 #include <dns_sd.h>

@@ -83,7 +83,8 @@ void report_change(const Follower& follower) {
   }
 }
 
-// `is_reported`: the event is about what was reported, and not about other data. Who says that owns the record, over each protocol.
+// `is_reported`: the event is about what was reported, and not about other data. Who says that owns the record, over each
+// protocol.
 void note_owner(Follower& follower, std::size_t place, bool is_reported, const mdns::Event& event) {
   bool is_owner = false;
   for (std::size_t protocol = 0; protocol < event.said_by.size(); ++protocol) {

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
-// What a service says of itself goes on to be followed when its resolve has ended: a caller that browses and resolves each instance once, as dns_sd.h
-// suggests, would never hear that the SRV or TXT data has changed, nor that the host has fallen silent.
+// What a service says of itself goes on to be followed when its resolve has ended: a caller that browses and resolves each
+// instance once, as dns_sd.h suggests, would never hear that the SRV or TXT data has changed, nor that the host has fallen
+// silent.
 //
-// Lifecycle of a follower: a resolve that has reported, of an instance that a browse on that interface has reported, leaves one behind when it
-// is released. It listens to the link and asks nothing. Other data from the host that said what was reported is a change: the instance is
-// reported gone and found again, and the follower ends; a new resolve will leave a new one. What other hosts say in its name changes nothing. It
-// ends also when no browse has the instance any more.
+// Lifecycle of a follower: a resolve that has reported, of an instance that a browse on that interface has reported, leaves
+// one behind when it is released. It listens to the link and asks nothing. Other data from the host that said what was
+// reported is a change: the instance is reported gone and found again, and the follower ends; a new resolve will leave a new
+// one. What other hosts say in its name changes nothing. It ends also when no browse has the instance any more.
 #pragma once
 
 #include "dnssd/dnssd.h"

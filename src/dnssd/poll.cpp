@@ -58,7 +58,10 @@ void close_watch(Watch& watch) {
 
 mdns::Time monotonic_now() { return clock_now(CLOCK_BOOTTIME); }
 
-mdns::Time time_asleep() { return clock_now(CLOCK_BOOTTIME) - clock_now(CLOCK_MONOTONIC); }
+mdns::Time time_asleep() {
+  const mdns::Time since_boot = clock_now(CLOCK_BOOTTIME);  // first: what delays the second reading is then no sleep
+  return since_boot - clock_now(CLOCK_MONOTONIC);
+}
 
 bool poll_open(Poll& poll) {
   poll.epoll_fd = epoll_create1(EPOLL_CLOEXEC);

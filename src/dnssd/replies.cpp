@@ -11,8 +11,8 @@ namespace {
 // Replies per DNSServiceProcessResult: enough to be cheap in a burst, few enough that the caller's loop comes round.
 constexpr int kRepliesPerPass = 64;
 
-// A caller that is told that an instance has gone and is there again has withdrawn and registered it within this time: measured, a few
-// milliseconds.
+// A caller that is told that an instance has gone and is there again has withdrawn and registered it within this time:
+// measured, a few milliseconds.
 constexpr mdns::Time kUpdateWithin = 200 * mdns::kMillisecond;
 
 const unsigned char* bytes_of(const std::string& data) { return reinterpret_cast<const unsigned char*>(data.data()); }

@@ -11,7 +11,8 @@ namespace {
 
 constexpr std::uint8_t kAnnouncements = 2;  // RFC 6762 section 8.3
 
-// RFC 6762 sections 6 and 8.3: a second apart; the rest keeps the second of both from being too early for a clock that runs otherwise.
+// RFC 6762 sections 6 and 8.3: a second apart; the rest keeps the second of both from being too early for a clock that runs
+// otherwise.
 constexpr Time kAnnouncementsApart = kSecond + 5 * kMillisecond;
 
 // What is published in answer to an event, such as the PTR records of a service whose name is established, shares the packet.
@@ -67,8 +68,8 @@ void note_announced(Link& link, OwnedRecord& record) {
   }
 }
 
-// Writes what is said of the record; false when there is no room. What a shared one supersedes goes in the same packet, before it (section
-// 8.4), so that nobody sees the one without the other; a unique one's cache-flush bit does as much.
+// Writes what is said of the record; false when there is no room. What a shared one supersedes goes in the same packet,
+// before it (section 8.4), so that nobody sees the one without the other; a unique one's cache-flush bit does as much.
 bool write_announcement(Writer& writer, const OwnedRecord& record) {
   constexpr std::size_t kRest = 12;  // of a record whose name stands in the packet already
   const std::string_view name = name_of(record);
@@ -99,8 +100,8 @@ bool write_goodbye(Writer& writer, OwnedRecord& record) {
   return !was_multicast(record) || writer_add_record(writer, Section::answers, name, record.type, 0, false, record.rdata);
 }
 
-// When the record was last sent to the group over any protocol of the link. A unique RRset is sent as a whole (RFC 6762 section 10.2): its
-// other records count, unless they are on their way this very moment, or this one is new.
+// When the record was last sent to the group over any protocol of the link. A unique RRset is sent as a whole (RFC 6762
+// section 10.2): its other records count, unless they are on their way this very moment, or this one is new.
 Time last_sent(Link& link, const OwnedRecord& record) {
   Time last = last_multicast(link, record);
   if (!record.is_unique || (record.is_change && record.announcements_left == kAnnouncements)) {
@@ -116,9 +117,9 @@ Time last_sent(Link& link, const OwnedRecord& record) {
   return last;
 }
 
-// RFC 6762 section 6: a record goes to the group once a second at most. One that has just been sent as an answer has been announced by
-// that, if all protocols had it; else it waits. Changed data is said again in any case: the cache-flush of the first time spares what the
-// old data's last second was. True when it is not to be announced now.
+// RFC 6762 section 6: a record goes to the group once a second at most. One that has just been sent as an answer has been
+// announced by that, if all protocols had it; else it waits. Changed data is said again in any case: the cache-flush of the
+// first time spares what the old data's last second was. True when it is not to be announced now.
 bool is_just_sent(Link& link, OwnedRecord& record) {
   const Time last = last_sent(link, record);
   if (last + kSecond <= link.now) {

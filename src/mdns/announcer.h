@@ -16,8 +16,8 @@ struct Announcer {
 // Announces the record, now and again in a second.
 void announce(Link& link, OwnedRecord& record);
 
-// The same for data that takes the place of other data: soon, but ever later where a record changes all the time. `by`: when the other
-// data, not yet announced themselves, would have been; kNever: they have been.
+// The same for data that takes the place of other data: soon, but ever later where a record changes all the time. `by`: when
+// the other data, not yet announced themselves, would have been; kNever: they have been.
 void announce_change(Link& link, OwnedRecord& record, Time by);
 
 // The record was about to get its goodbye and has not been away: announces it as often as it still was to be.

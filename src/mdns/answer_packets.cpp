@@ -11,8 +11,8 @@ namespace {
 
 constexpr std::uint32_t kLegacyTtlMax = 10;  // seconds (RFC 6762 section 6.7)
 
-// Who is given more answers than this picks from them and asks for what was picked: additional records for all would be several packets for each
-// one.
+// Who is given more answers than this picks from them and asks for what was picked: additional records for all would be
+// several packets for each one.
 constexpr std::size_t kAdditionalForAtMost = 200;
 
 // A batch of records on its way into packets; each goes into it once.
@@ -96,8 +96,8 @@ void collect_additionals(Batch& batch) {
   }
 }
 
-// Writes the record into the packet in hand, or into the next one. In a packet of its own an additional record is an answer: nobody would
-// look for a response without one.
+// Writes the record into the packet in hand, or into the next one. In a packet of its own an additional record is an answer:
+// nobody would look for a response without one.
 void write_or_flush(Batch& batch, Writer& writer, Section section, OwnedRecord& record) {
   const std::string_view name = name_of(record);
   ++batch.link.steps;
@@ -154,8 +154,8 @@ void write_reply_answers(const Batch& batch, Writer& writer, const DirectReply& 
   }
 }
 
-// As many as there is room for, and the rest of an RRset that has begun: its cache-flush bit would take away what is missing (RFC 6762
-// section 10.2).
+// As many as there is room for, and the rest of an RRset that has begun: its cache-flush bit would take away what is missing
+// (RFC 6762 section 10.2).
 void write_reply_additionals(const Batch& batch, Writer& writer, const DirectReply& reply) {
   const OwnedRecord* last = nullptr;
   for (const OwnedRecord* record : batch.additionals) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The packets that answers go out in: whole RRsets, and the records that an asker will want next (RFC 6762 sections 6.2, 6.7, 10.2 and 18.5,
-// RFC 6763 section 12).
+// The packets that answers go out in: whole RRsets, and the records that an asker will want next (RFC 6762 sections 6.2, 6.7,
+// 10.2 and 18.5, RFC 6763 section 12).
 #pragma once
 
 #include <vector>

@@ -11,8 +11,9 @@ namespace {
 // RFC 6762 sections 10.1 and 10.2: a goodbye and a cache-flush leave one second.
 constexpr Time kGoodbyeGrace = kSecond;
 
-// How long the other protocol has to say goodbye as well before it is asked. By then whoever contradicts the goodbye has done so, which
-// takes up to 120 ms and the pace of the packets: asked sooner, a flood of forged goodbyes would be answered by a flood of questions.
+// How long the other protocol has to say goodbye as well before it is asked. By then whoever contradicts the goodbye has done
+// so, which takes up to 120 ms and the pace of the packets: asked sooner, a flood of forged goodbyes would be answered by a
+// flood of questions.
 constexpr Time kOtherProtocolAfter = 300 * kMillisecond;
 
 // No lifetime is longer: what is looked for is asked for again anyway, and the rest need not be kept.
@@ -35,8 +36,8 @@ constexpr Time kVainWithin = 60 * kSecond;
 // An RRset stays for the second in which its question may not be asked again.
 constexpr Time kAskedFor = kSecond;
 
-// The bounds: entries of a link, those among them that nobody asks for, and those of one name and type. A forwarder's limit of 2001
-// instances has up to six records each.
+// The bounds: entries of a link, those among them that nobody asks for, and those of one name and type. A forwarder's limit
+// of 2001 instances has up to six records each.
 constexpr std::size_t kEntriesMax = 32768;
 constexpr std::size_t kUnwantedMax = 16384;
 constexpr std::uint32_t kRRsetMax = 8192;

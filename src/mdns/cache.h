@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // What other hosts of the link have said: records by name and type, with their lifetimes (RFC 6762 sections 5.2 and 10).
 //
-// Lifecycle of a cache entry: a response makes it; the same record heard again renews it. A goodbye, or a cache-flush that leaves it out, gives it
-// one more second (sections 10.1 and 10.2). While somebody asks for it, it is asked for anew from four fifths of its lifetime on. It is
-// removed when its time is over, when others have asked for it in vain (section 10.5), when its link or protocol is gone,
-// or to make room: what nobody asks for goes first.
+// Lifecycle of a cache entry: a response makes it; the same record heard again renews it. A goodbye, or a cache-flush that
+// leaves it out, gives it one more second (sections 10.1 and 10.2). While somebody asks for it, it is asked for anew from
+// four fifths of its lifetime on. It is removed when its time is over, when others have asked for it in vain (section 10.5),
+// when its link or protocol is gone, or to make room: what nobody asks for goes first.
 #pragma once
 
 #include <array>
@@ -20,12 +20,12 @@ struct CacheEntry;
 struct OpenQuestion;
 struct Source;
 
-// Questions of others that nobody answered, after which a record is given up (RFC 6762 section 10.5 asks for two or more; a link that loses
-// packets loses several in a row).
+// Questions of others that nobody answered, after which a record is given up (RFC 6762 section 10.5 asks for two or more; a
+// link that loses packets loses several in a row).
 inline constexpr std::size_t kVainQuestions = 4;
 
-// The records of one name and type, and what is asked for them. Lives while it has an entry or a question, and for a second after its
-// last question was sent.
+// The records of one name and type, and what is asked for them. Lives while it has an entry or a question, and for a second
+// after its last question was sent.
 struct RRset {
   NameEntry* name = nullptr;
   std::uint16_t type = 0;
@@ -104,8 +104,8 @@ void rrset_release(Link& link, RRset& rrset);
 // The entry of that record; null when there is none.
 CacheEntry* cache_find(const Link& link, const RecordKey& key);
 
-// The link itself no longer publishes the record: for the second of its goodbye it stays, as for everybody else, unless the RRset is not
-// asked for. Another host that has it as well says so within that time.
+// The link itself no longer publishes the record: for the second of its goodbye it stays, as for everybody else, unless the
+// RRset is not asked for. Another host that has it as well says so within that time.
 void cache_keep_for_goodbye(Link& link, RRset& rrset, std::uint32_t ttl, std::string_view rdata);
 
 // Takes in a record of a response that came over `protocol`.

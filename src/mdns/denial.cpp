@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// NSEC records as multicast DNS has them (RFC 6762 section 6.1, RFC 4034 section 4.1): the name itself, then windows of bits, one for
-// each type that the name has.
+// NSEC records as multicast DNS has them (RFC 6762 section 6.1, RFC 4034 section 4.1): the name itself, then windows of bits,
+// one for each type that the name has.
 #include <algorithm>
 #include <array>
 

@@ -26,8 +26,8 @@ void receive_record(Link& link, const Record& record, Protocols protocol, Source
   cache_receive(link, record, protocol, source);
 }
 
-// RFC 6762 sections 6 and 11: a response comes from port 5353. We ask for none by unicast: what is sent to this machine alone is not
-// believed. All of its sections count (section 18.1).
+// RFC 6762 sections 6 and 11: a response comes from port 5353. We ask for none by unicast: what is sent to this machine alone
+// is not believed. All of its sections count (section 18.1).
 void receive_response(Link& link, const Message& message, const Received& received, Source& source) {
   if (received.source.port != kPort || !received.to_group) {
     return;
@@ -40,7 +40,8 @@ void receive_response(Link& link, const Message& message, const Received& receiv
 }
 
 void receive_query(Link& link, const Message& message, const Received& received) {
-  // RFC 6762 sections 5.5 and 11. Whoever gets a reply of its own must be on the link, so that nobody has us send to somebody else.
+  // RFC 6762 sections 5.5 and 11. Whoever gets a reply of its own must be on the link, so that nobody has us send to somebody
+  // else.
   const bool is_multicast = received.to_group && received.source.port == kPort;
   if (!is_multicast && !received.is_local) {
     return;

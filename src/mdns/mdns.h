@@ -3,25 +3,26 @@
 //
 // What the engine promises
 //
-//   Sans I/O. It makes no system call, reads no clock, draws no random number of its own and has no global state. Datagrams, calls and the
-//   time go in; datagrams to be sent, events and the next deadline come out. The same seed and the same calls give the same
-//   output, byte for byte.
+//   Sans I/O. It makes no system call, reads no clock, draws no random number of its own and has no global state. Datagrams,
+//   calls and the time go in; datagrams to be sent, events and the next deadline come out. The same seed and the same calls
+//   give the same output, byte for byte.
 //
-//   One link. A Link stands for one interface: its cache, what is asked there and what is published there. Links know nothing of each other.
-//   IPv4 and IPv6 on a link share all of it: a record is the same record over either.
+//   One link. A Link stands for one interface: its cache, what is asked there and what is published there. Links know nothing
+//   of each other. IPv4 and IPv6 on a link share all of it: a record is the same record over either.
 //
 //   Bounded. Nothing that a datagram says costs more than its own length; memory is bounded for a link, for a name and for a
 //   source; no lifetime is longer than 75 minutes; packets go out at a bounded pace.
 //
 // How it is driven
 //
-//   Every call takes the time, which never goes back. After any calls, and whenever link_deadline has come: link_advance, then send what
-//   link_take_datagrams gives, in its order, and act upon what link_take_events gives. Calls may be made at any time between;
-//   none calls back. Names and rdata are plain wire format without compression (name.h, record.h).
+//   Every call takes the time, which never goes back. After any calls, and whenever link_deadline has come: link_advance,
+//   then send what link_take_datagrams gives, in its order, and act upon what link_take_events gives. Calls may be made at
+//   any time between; none calls back. Names and rdata are plain wire format without compression (name.h, record.h).
 //
-// Reading order: this header; types.h, name.h, record.h, reader.h, writer.h, heap.h (the wire and the ground); link.h (the parts of a link and
-// how a datagram and a deadline run through them); cache.h and querier.h (what others say, and what is asked); zone.h, prober.h, announcer.h
-// and responder.h (what is published); outbox.h and sources.h (the pace of what goes out, and the allowance for what comes in).
+// Reading order: this header; types.h, name.h, record.h, reader.h, writer.h, heap.h (the wire and the ground); link.h (the
+// parts of a link and how a datagram and a deadline run through them); cache.h and querier.h (what others say, and what is
+// asked); zone.h, prober.h, announcer.h and responder.h (what is published); outbox.h and sources.h (the pace of what goes
+// out, and the allowance for what comes in).
 #pragma once
 
 #include <array>
@@ -80,12 +81,13 @@ std::vector<Datagram> link_take_datagrams(Link& link);
 
 // --- The link itself
 
-// The link has an address of these protocols, and of no others. What was heard over one that is gone only is forgotten, and told as removed; with one that has
-// come, what is published is probed for and announced anew and what is asked is asked anew (RFC 6762 section 8).
+// The link has an address of these protocols, and of no others. What was heard over one that is gone only is forgotten, and
+// told as removed; with one that has come, what is published is probed for and announced anew and what is asked is asked anew
+// (RFC 6762 section 8).
 void link_set_protocols(Link& link, Time now, Protocols protocols);
 
-// The link may have been away: cable out and in, or another address. What is published is probed for and announced anew, what is asked is asked anew. With
-// `was_down` all that was heard is forgotten, and told as removed.
+// The link may have been away: cable out and in, or another address. What is published is probed for and announced anew, what
+// is asked is asked anew. With `was_down` all that was heard is forgotten, and told as removed.
 void link_restart(Link& link, Time now, bool was_down);
 
 // --- Queries
@@ -96,16 +98,16 @@ using QueryId = std::uint64_t;
 // Whether a query asks the link, or only hears what is said there of itself.
 enum class Interest { asking, listening };
 
-// Asks for the records of `name` and `type` until query_stop: by multicast, at the intervals of RFC 6762 section 5.2. What is in the
-// cache, or published on the link, is told first. `tag` comes back in each event. No event tells a record again that has been told
-// and not taken back; a record that this link itself no longer publishes is taken back when the second of its goodbye is over.
-// `type` is one type, not ANY. A query that listens is told the same of what there is, but asks nothing, and nothing is kept for it.
-// It is also told, as `renewed`, when a unique record has been said again.
+// Asks for the records of `name` and `type` until query_stop: by multicast, at the intervals of RFC 6762 section 5.2. What is
+// in the cache, or published on the link, is told first. `tag` comes back in each event. No event tells a record again that
+// has been told and not taken back; a record that this link itself no longer publishes is taken back when the second of its
+// goodbye is over. `type` is one type, not ANY. A query that listens is told the same of what there is, but asks nothing, and
+// nothing is kept for it. It is also told, as `renewed`, when a unique record has been said again.
 QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t type, std::uint64_t tag,
                     Interest interest = Interest::asking);
 
-// The record is doubted: it is asked for again, and goes when nobody has confirmed it within ten seconds (RFC 6762 section 10.4). One
-// that is not known: nothing happens.
+// The record is doubted: it is asked for again, and goes when nobody has confirmed it within ten seconds (RFC 6762 section
+// 10.4). One that is not known: nothing happens.
 void link_reconfirm(Link& link, Time now, std::string_view name, std::uint16_t type, std::string_view rdata);
 
 // Events of the query that have not been taken yet are dropped. 0: nothing happens.
@@ -129,29 +131,31 @@ struct RecordData {
 // 0 is none.
 using PublicationId = std::uint64_t;
 
-// Publishes records of one name: probes for it if it is claimed, announces them, answers for them. `tag` comes back in each event: `established` when the name is ours,
-// or `conflict` when it is another's: then the publication is gone, without a goodbye. The same record (name, type, data)
-// published twice on a link is one record with two holders; TTL and claim of the first hold.
+// Publishes records of one name: probes for it if it is claimed, announces them, answers for them. `tag` comes back in each
+// event: `established` when the name is ours, or `conflict` when it is another's: then the publication is gone, without a
+// goodbye. The same record (name, type, data) published twice on a link is one record with two holders; TTL and claim of the
+// first hold.
 PublicationId publish(Link& link, Time now, std::string_view name, std::span<const RecordData> records, Claim claim,
                       std::uint64_t tag);
 
-// The publication's record of that type now has other data. An established one is announced without probes; the old data is withdrawn with the
-// new data's announcement, unless others hold it. False, and nothing has changed: there is no such publication or record; or the name
-// is claimed as exclusive and another publication of this link has other data.
+// The publication's record of that type now has other data. An established one is announced without probes; the old data is
+// withdrawn with the new data's announcement, unless others hold it. False, and nothing has changed: there is no such
+// publication or record; or the name is claimed as exclusive and another publication of this link has other data.
 bool publication_update(Link& link, Time now, PublicationId id, const RecordData& data);
 
 // Withdraws what nobody else holds, with its goodbye. An id of nothing that is published: nothing happens.
 void publication_withdraw(Link& link, Time now, PublicationId id);
 
-// Goodbyes of what is withdrawn wait until then: what is published again by that time has never been away, and what is published with other
-// data in its place is an update (RFC 6762 section 8.4). At most a few tenths of a second: until then others are told of what is gone.
+// Goodbyes of what is withdrawn wait until then: what is published again by that time has never been away, and what is
+// published with other data in its place is an update (RFC 6762 section 8.4). At most a few tenths of a second: until then
+// others are told of what is gone.
 void link_hold_goodbyes(Link& link, Time now, Time until);
 
 // The same without a goodbye: the name turned out to be another host's.
 void publication_forsake(Link& link, Time now, PublicationId id);
 
-// Withdraws everything; the link is about to be freed, and nothing but goodbyes is sent any more. link_deadline is kNever when all of them
-// have been taken.
+// Withdraws everything; the link is about to be freed, and nothing but goodbyes is sent any more. link_deadline is kNever
+// when all of them have been taken.
 void link_withdraw_all(Link& link, Time now);
 
 // --- Events

@@ -32,8 +32,8 @@ uint64_t fold_word(uint64_t word) {
   return word | (is_letter >> 2);
 }
 
-// SipHash with one round for each word and three at the end (Aumasson and Bernstein, "SipHash: a fast short-input PRF", 2012): names
-// that collide cannot be found without knowing the seed.
+// SipHash with one round for each word and three at the end (Aumasson and Bernstein, "SipHash: a fast short-input PRF",
+// 2012): names that collide cannot be found without knowing the seed.
 struct SipHash {
   uint64_t a, b, c, d;
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The names of a link: one entry for each name that something is cached, asked or published under, so that everything about a name is
-// found with one look-up.
+// The names of a link: one entry for each name that something is cached, asked or published under, so that everything about a
+// name is found with one look-up.
 #pragma once
 
 #include <memory>

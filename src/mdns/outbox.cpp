@@ -9,8 +9,8 @@
 namespace mdns {
 namespace {
 
-// The token bucket: one datagram each 1050 microseconds, and twelve in a row. So at most 12 + 952 go out in any second, and 12 + 19
-// in any 20 ms.
+// The token bucket: one datagram each 1050 microseconds, and twelve in a row. So at most 12 + 952 go out in any second, and
+// 12 + 19 in any 20 ms.
 constexpr Time kPerDatagram = 1'050;
 constexpr Time kBurst = 12 * kPerDatagram;
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What goes out: its order and its pace, and how it is recognised when the system loops it back.
 //
-// Packets that answer or ask go first, then goodbyes, probes and announcements, which are written only when their turn comes. At most about 950
-// datagrams go out in a second, and no more than 31 in any 20 ms: a receiver's default buffer holds about 90.
+// Packets that answer or ask go first, then goodbyes, probes and announcements, which are written only when their turn comes.
+// At most about 950 datagrams go out in a second, and no more than 31 in any 20 ms: a receiver's default buffer holds about
+// 90.
 #pragma once
 
 #include <array>
@@ -18,8 +19,8 @@ struct SentDatagram {
   Time at = kLongAgo;
 };
 
-// How many sent datagrams are remembered for each protocol, and for how long. The system loops a datagram back at once; the rest is for
-// a busy machine.
+// How many sent datagrams are remembered for each protocol, and for how long. The system loops a datagram back at once; the
+// rest is for a busy machine.
 inline constexpr std::size_t kSentRemembered = 256;
 inline constexpr Time kSentFor = 3 * kSecond;
 

@@ -9,7 +9,8 @@
 namespace mdns {
 namespace {
 
-// RFC 6762 section 8.1: a random wait, then three probes, a quarter of a second apart, and another quarter for the last one's answers.
+// RFC 6762 section 8.1: a random wait, then three probes, a quarter of a second apart, and another quarter for the last one's
+// answers.
 constexpr Time kFirstProbeWithin = 250 * kMillisecond;
 constexpr Time kProbesApart = 250 * kMillisecond;
 constexpr int kProbes = 3;
@@ -82,8 +83,8 @@ bool is_conflict(Link& link, const OwnedName& owned, const Record& record) {
     }
     have_type = have_type || own->is_unique;
   }
-  // While the name is probed for, any record of it shows that it has an owner. (The NSEC record of a host that publishes the same says no
-  // more than its other records do.)
+  // While the name is probed for, any record of it shows that it has an owner. (The NSEC record of a host that publishes the
+  // same says no more than its other records do.)
   return have_type || (owned.state == NameState::probing && record.type != kTypeNsec);
 }
 

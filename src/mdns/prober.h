@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Whose a name is: probes, simultaneous probes of others, and conflicts (RFC 6762 sections 8.1, 8.2 and 9).
 //
-// Probes are QM questions and not QU, as section 8.1 would have them: a reply by unicast reaches one socket on the port alone, and which one is not
-// ours to choose where another responder runs on the same machine. Names that are to be probed for at about the same time share packets.
+// Probes are QM questions and not QU, as section 8.1 would have them: a reply by unicast reaches one socket on the port
+// alone, and which one is not ours to choose where another responder runs on the same machine. Names that are to be probed
+// for at about the same time share packets.
 #pragma once
 
 #include "mdns/reader.h"
@@ -26,7 +27,8 @@ void prober_stop(Link& link, OwnedName& owned);
 // A query of another host: where it probes for a name that we are probing for, one of both gives way (section 8.2).
 void prober_receive_probe(Link& link, const Message& message);
 
-// A record of another host's response: a conflict, if it is of a name that we claim and not one of our records (sections 8.1 and 9).
+// A record of another host's response: a conflict, if it is of a name that we claim and not one of our records (sections 8.1
+// and 9).
 void prober_receive_record(Link& link, const Record& record);
 
 // Ends the probing of names that nobody has contradicted.

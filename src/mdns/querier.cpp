@@ -206,7 +206,8 @@ void send_questions(Link& link, const std::vector<Asked>& asked, Protocols over)
   packets.finish();
 }
 
-// Marks the questions of which the query lists an answer that we do not know: it is another question than ours (RFC 6762 section 7.3).
+// Marks the questions of which the query lists an answer that we do not know: it is another question than ours (RFC 6762
+// section 7.3).
 void mark_unknown_answers(Link& link, const Message& message) {
   ++link.querier.received;
   for (const Record& record : message.answers) {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // What is asked for, and when (RFC 6762 sections 5.2, 5.4, 7.1 to 7.3).
 //
-// Lifecycle of a question: the first query of a name and type makes it. It is asked after 20 to 120 ms, after a second more, and then at intervals that
-// double up to an hour. It rests while the answer is a unique record, which is asked for only when it grows old. What another host asks in
-// the same words counts as asked. With its last query it ends.
+// Lifecycle of a question: the first query of a name and type makes it. It is asked after 20 to 120 ms, after a second more,
+// and then at intervals that double up to an hour. It rests while the answer is a unique record, which is asked for only when
+// it grows old. What another host asks in the same words counts as asked. With its last query it ends.
 #pragma once
 
 #include <unordered_map>

@@ -8,7 +8,8 @@
 
 namespace mdns {
 
-// xorshift64* (Vigna, "An experimental exploration of Marsaglia's xorshift generators, scrambled", 2014): for delays, not for secrets.
+// xorshift64* (Vigna, "An experimental exploration of Marsaglia's xorshift generators, scrambled", 2014): for delays, not for
+// secrets.
 struct Random {
   std::uint64_t state = 1;
 };

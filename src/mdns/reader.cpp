@@ -22,8 +22,8 @@ constexpr std::size_t kRecordBytesMin = 11;   // the same, TTL, length
 constexpr unsigned kPointer = 0xC0;           // the first of a pointer's two bytes, or more
 constexpr unsigned kClassBits = 0x7FFF;       // the top bit is a flag (RFC 6762 sections 5.4 and 10.2)
 
-// How many bytes of names may be walked through: `kUnfoldFactor` for each byte of the message, and some more for a short one. Real
-// messages stay below 8; it is compression in bad faith that takes 20 and more.
+// How many bytes of names may be walked through: `kUnfoldFactor` for each byte of the message, and some more for a short one.
+// Real messages stay below 8; it is compression in bad faith that takes 20 and more.
 constexpr std::size_t kUnfoldFactor = 16;
 constexpr std::size_t kUnfoldExtra = 512;
 
@@ -59,8 +59,8 @@ bool spend(Reader& reader, std::size_t size) {
   return is_enough;
 }
 
-// Reads the name at the reader's place into reader.name and goes behind it. Each pointer leads to before all that has been read of
-// this name, and no further on than there, so no byte is read twice. False when it is no name.
+// Reads the name at the reader's place into reader.name and goes behind it. Each pointer leads to before all that has been
+// read of this name, and no further on than there, so no byte is read twice. False when it is no name.
 bool take_name(Reader& reader) {
   std::size_t begin = reader.at;
   std::size_t end = reader.end;

@@ -36,8 +36,8 @@ struct RdataForm {
 
 RdataForm rdata_form(std::uint16_t type);
 
-// Whether `rdata` is well formed for `type`: the length that the type asks for, names that are whole. Types whose form is not known
-// are plain bytes, and any length of them is right. Empty rdata is right only for those.
+// Whether `rdata` is well formed for `type`: the length that the type asks for, names that are whole. Types whose form is not
+// known are plain bytes, and any length of them is right. Empty rdata is right only for those.
 bool is_rdata(std::uint16_t type, std::string_view rdata);
 
 // Whether rdata of this type holds names, which are compared without case (RFC 6762 section 16, RFC 4343).
@@ -53,7 +53,8 @@ int compare_records(std::uint16_t type_a, std::string_view rdata_a, std::uint16_
 // The TTL in seconds of RFC 6762 section 10: 120 for what holds a host's name or address, else 75 minutes.
 std::uint32_t usual_ttl(std::string_view name, std::uint16_t type);
 
-// Whether the rdata of an NSEC record says that its name has records of that type (RFC 4034 section 4.1.2). What cannot be read has all.
+// Whether the rdata of an NSEC record says that its name has records of that type (RFC 4034 section 4.1.2). What cannot be
+// read has all.
 bool denial_lists(std::string_view rdata, std::uint16_t type);
 
 // The rdata of an NSEC record that says that `name` has just these types, each below 256 (RFC 6762 section 6.1).

@@ -17,12 +17,12 @@ constexpr Time kTruncatedDelayMost = 500 * kMillisecond;
 constexpr Time kMulticastApart = kSecond;
 constexpr Time kDefencesApart = 250 * kMillisecond;
 
-// RFC 6762 sections 6.6 and 10.1: a goodbye for what is ours is contradicted before its second is over, also when the record was sent
-// a moment ago.
+// RFC 6762 sections 6.6 and 10.1: a goodbye for what is ours is contradicted before its second is over, also when the record
+// was sent a moment ago.
 constexpr Time kRescuedWithin = 900 * kMillisecond;
 
-// The bounds: direct replies that wait, records in all of them, hosts whose known answers are waited for, and how often one query may
-// ask for one name.
+// The bounds: direct replies that wait, records in all of them, hosts whose known answers are waited for, and how often one
+// query may ask for one name.
 constexpr std::size_t kRepliesMax = 64;
 constexpr std::size_t kRepliedRecordsMax = 4096;
 constexpr std::size_t kHoldsMax = 16;

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Answers to the questions of others (RFC 6762 sections 5.4, 6, 6.1 to 6.7, 7.1, 7.2 and 7.4).
 //
-// By multicast: each record that is asked for becomes due, after 20 to 120 ms unless it is ours alone, and not within a second of the last
-// time. Those that are due together share packets. Directly, to one host: what was asked for with QU and has been multicast
-// lately, and all that is asked from a port other than 5353.
+// By multicast: each record that is asked for becomes due, after 20 to 120 ms unless it is ours alone, and not within a
+// second of the last time. Those that are due together share packets. Directly, to one host: what was asked for with QU and
+// has been multicast lately, and all that is asked from a port other than 5353.
 #pragma once
 
 #include <deque>
@@ -46,7 +46,8 @@ void responder_receive(Link& link, const Message& message, const Received& recei
 // A record of another host's response: it saves us the same answer, or calls for a correction (sections 7.4 and 6.6).
 void responder_receive_record(Link& link, const Record& record, Protocols protocol);
 
-// The record has been sent to the group over these protocols, or will have been at that time: an answer that was due over them has been given.
+// The record has been sent to the group over these protocols, or will have been at that time: an answer that was due over
+// them has been given.
 void record_was_multicast(Link& link, OwnedRecord& record, Protocols protocols, Time at);
 
 // The record is no longer to be answered with.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The hosts that are heard, each with an allowance: a token bucket of bytes, so that one that floods the link takes nothing from the others.
+// The hosts that are heard, each with an allowance: a token bucket of bytes, so that one that floods the link takes nothing
+// from the others.
 #pragma once
 
 #include <memory>

@@ -68,9 +68,9 @@ inline constexpr std::uint16_t kClassAny = 255;
 inline constexpr std::uint32_t kHostTtl = 120;
 inline constexpr std::uint32_t kOtherTtl = 75 * 60;
 
-// What a datagram may hold. Both protocols carry the same datagrams, so the smaller room counts: an Ethernet frame's 1500 bytes
-// less the headers of IPv6 and UDP. A single record that does not fit goes alone in a larger one, up to the 9000 bytes of RFC 6762
-// section 17 less the same headers.
+// What a datagram may hold. Both protocols carry the same datagrams, so the smaller room counts: an Ethernet frame's 1500
+// bytes less the headers of IPv6 and UDP. A single record that does not fit goes alone in a larger one, up to the 9000 bytes
+// of RFC 6762 section 17 less the same headers.
 inline constexpr std::size_t kDatagramMax = 1500 - 48;
 inline constexpr std::size_t kLargeDatagramMax = 9000 - 48;
 

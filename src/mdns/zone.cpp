@@ -122,8 +122,8 @@ void record_unhold(Link& link, OwnedRecord& record, bool says_goodbye) {
   announcer_say_goodbye(link, record);
 }
 
-// The record with that data, held once more; made if nobody publishes it yet. One that is about to get its goodbye is as good as new, but
-// everybody knows it.
+// The record with that data, held once more; made if nobody publishes it yet. One that is about to get its goodbye is as good
+// as new, but everybody knows it.
 OwnedRecord& record_hold(Link& link, OwnedName& owner, const RecordData& data, bool is_unique) {
   OwnedRecord* record = zone_find(link, {owner.name, data.type, data.rdata});
   if (record == nullptr) {

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 // What is published on a link: records by name, who holds them, and whose the name is.
 //
-// Lifecycle of an owned record: the first publication that has it makes it. A shared one is live at once; a unique one when its name has been
-// probed for (prober.h). Live ones are announced (announcer.h), answered for (responder.h) and told to the link's own queries. When its last
-// holder leaves, it gets its goodbye, if it has ever been said, and is freed; until then a new holder brings it back. When another host turns out to have the name, all
-// publications that claim it end without a goodbye.
+// Lifecycle of an owned record: the first publication that has it makes it. A shared one is live at once; a unique one when
+// its name has been probed for (prober.h). Live ones are announced (announcer.h), answered for (responder.h) and told to the
+// link's own queries. When its last holder leaves, it gets its goodbye, if it has ever been said, and is freed; until then a
+// new holder brings it back. When another host turns out to have the name, all publications that claim it end without a
+// goodbye.
 #pragma once
 
 #include <array>
@@ -119,12 +120,12 @@ OwnedRecord* zone_find(const Link& link, const RecordKey& key);
 // Frees a record whose goodbye has been written.
 void zone_forget(Link& link, OwnedRecord& record);
 
-// Whether the record was ever sent to the group; when last over any protocol of the link; and whether it has been over all of them
-// since then.
+// Whether the record was ever sent to the group; when last over any protocol of the link; and whether it has been over all of
+// them since then.
 bool was_multicast(const OwnedRecord& record);
 Time last_multicast(const Link& link, const OwnedRecord& record);
-// When the record, or another one of its RRset if that is ours alone, was last sent to the group over the protocol: a unique RRset is sent as
-// a whole (RFC 6762 section 10.2).
+// When the record, or another one of its RRset if that is ours alone, was last sent to the group over the protocol: a unique
+// RRset is sent as a whole (RFC 6762 section 10.2).
 Time rrset_multicast_at(const OwnedRecord& record, Protocols protocol);
 bool was_multicast_since(const Link& link, const OwnedRecord& record, Time time);
 
@@ -146,8 +147,8 @@ void zone_name_doubted(Link& link, OwnedName& owned);
 // The name is another host's: the publications that claim it end, and are told.
 void zone_name_lost(Link& link, OwnedName& owned);
 
-// The NSEC record of the name: it says which types the name has. Null unless the name is ours, and where it has types that such a record
-// has no room for (RFC 6762 section 6.1).
+// The NSEC record of the name: it says which types the name has. Null unless the name is ours, and where it has types that
+// such a record has no room for (RFC 6762 section 6.1).
 OwnedRecord* zone_denial(OwnedName& owned);
 
 // Everything is probed for and announced anew.
