@@ -25,6 +25,8 @@ class PollTest : public ::testing::Test {
     return poll(&one, 1, timeout) == 1;
   }
 
+  Watch watches_[50];  // the poll is closed before they go
+
   // A watch on an eventfd that is readable.
   void AddReadable(Watch& watch) {
     watch = {eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK), [](void* context) { ++*static_cast<int*>(context); }, &calls_};
@@ -73,11 +75,10 @@ TEST_F(PollTest, WithMoreToDoItIsReadableUntilTheNextPass) {
 }
 
 TEST_F(PollTest, EachReadableDescriptorGetsItsTurn) {
-  Watch watches[50];
   int calls[50] = {};
   for (std::size_t i = 0; i < 50; ++i) {
-    AddReadable(watches[i]);
-    watches[i].context = &calls[i];
+    AddReadable(watches_[i]);
+    watches_[i].context = &calls[i];
   }
   for (int pass = 0; pass < 50; ++pass) {
     ASSERT_TRUE(poll_dispatch(poll_));
