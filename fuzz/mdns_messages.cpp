@@ -44,8 +44,8 @@ std::size_t check_message(const Message& message, std::size_t size) {
   for (const std::vector<Record>* records : sections_of(message)) {
     for (const Record& each : *records) {
       check_record(each);
-      names += each.name.size() + (has_names(each.type) ? each.rdata.size() : 0);
-      walked += walk(each.name) + (has_names(each.type) ? walk(each.rdata) : 0);
+      names += each.name.size() + (rdata_form(each.type).names != 0 ? each.rdata.size() : 0);
+      walked += walk(each.name) + (rdata_form(each.type).names != 0 ? walk(each.rdata) : 0);
     }
   }
   fuzz::claim(names <= allowance(size) + size, "names are no larger than the message allows");

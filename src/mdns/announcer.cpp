@@ -49,17 +49,13 @@ void note_change(const Link& link, const OwnedRecord& record) {
   owned.change_at = link.now + owned.change_interval;
 }
 
-// Whether the data was said so lately that the cache-flush of what takes its place leaves it in caches.
-bool is_spared(const Link& link, const Superseded& former) {
-  return std::max(former.multicast_at[0], former.multicast_at[1]) + kAnnouncementsApart > link.now;
-}
-
 void note_announced(Link& link, OwnedRecord& record) {
   ++link.steps;
   if (record.is_change && record.announcements_left == kAnnouncements) {
     note_change(link, record);
   }
-  std::erase_if(record.superseded, [&](const Superseded& former) { return !record.is_unique || !is_spared(link, former); });
+  // What was said so lately that this cache-flush leaves it in caches goes with the next one (RFC 6762 section 10.2).
+  zone_forget_superseded(link, record, link.now - kAnnouncementsApart);
   record_was_multicast(link, record, link.protocols, link.now);
   if (record.announcement.at <= link.now) {
     const bool is_last = --record.announcements_left == 0;
@@ -68,60 +64,17 @@ void note_announced(Link& link, OwnedRecord& record) {
   }
 }
 
-// Writes what is said of the record; false when there is no room. What a shared one supersedes goes in the same packet,
-// before it (section 8.4), so that nobody sees the one without the other; a unique one's cache-flush bit does as much.
-bool write_announcement(Writer& writer, const OwnedRecord& record) {
-  constexpr std::size_t kRest = 12;  // of a record whose name stands in the packet already
-  const std::string_view name = name_of(record);
-  if (!record.is_unique && !record.superseded.empty()) {
-    std::size_t needed = name.size() + kRest + record.rdata.size();
-    for (const Superseded& former : record.superseded) {
-      needed += kRest + former.rdata.size();
-    }
-    if (!writer_is_empty(writer) && writer.bytes.size() + needed > writer.max) {
-      return false;
-    }
-    for (const Superseded& former : record.superseded) {
-      writer_add_record(writer, Section::answers, name, record.type, 0, false, former.rdata);
-    }
-  }
-  return writer_add_record(writer, Section::answers, name, record.type, record.ttl, record.is_unique, record.rdata);
+bool write(Writer& writer, const OwnedRecord& record, std::uint32_t ttl, bool cache_flush) {
+  return writer_add_record(writer, Section::answers, name_of(record), record.type, ttl, cache_flush, record.rdata);
 }
 
-// Says goodbye for all that was said of the record; false when the packet is full, and what it has no room for is left.
-bool write_goodbye(Writer& writer, OwnedRecord& record) {
-  const std::string_view name = name_of(record);
-  while (!record.superseded.empty()) {
-    if (!writer_add_record(writer, Section::answers, name, record.type, 0, false, record.superseded.back().rdata)) {
-      return false;
-    }
-    record.superseded.pop_back();
-  }
-  return !was_multicast(record) || writer_add_record(writer, Section::answers, name, record.type, 0, false, record.rdata);
-}
-
-// When the record was last sent to the group over any protocol of the link. A unique RRset is sent as a whole (RFC 6762
-// section 10.2): its other records count, unless they are on their way this very moment, or this one is new.
-Time last_sent(Link& link, const OwnedRecord& record) {
-  Time last = last_multicast(link, record);
-  if (!record.is_unique || (record.is_change && record.announcements_left == kAnnouncements)) {
-    return last;
-  }
-  for (const OwnedRecord* other : record.owner->records) {
-    ++link.steps;
-    const Time at = last_multicast(link, *other);
-    if (other->type == record.type && other->is_unique && at < link.now) {
-      last = std::max(last, at);
-    }
-  }
-  return last;
-}
-
-// RFC 6762 section 6: a record goes to the group once a second at most. One that has just been sent as an answer has been
+// RFC 6762 section 6: a record goes to the group once a second at most, with the rest of its RRset unless that is on its way this
+// very moment, or the record is new. One that has just been sent as an answer has been
 // announced by that, if all protocols had it; else it waits. Changed data is said again in any case: the cache-flush of the
 // first time spares what the old data's last second was. True when it is not to be announced now.
 bool is_just_sent(Link& link, OwnedRecord& record) {
-  const Time last = last_sent(link, record);
+  const bool is_new = record.is_change && record.announcements_left == kAnnouncements;
+  const Time last = rrset_multicast_at(record, link.protocols, is_new ? kLongAgo : link.now);
   if (last + kSecond <= link.now) {
     return false;
   }
@@ -129,6 +82,38 @@ bool is_just_sent(Link& link, OwnedRecord& record) {
   const bool is_over = is_announced && --record.announcements_left == 0;
   link.announcer.due.set(record, is_over ? kNever : last + kAnnouncementsApart);
   return true;
+}
+
+// What does not fit is left for the next packet, in these two: false. More than any packet holds is not said.
+bool write_goodbyes(Link& link, Writer& writer) {
+  Heap<OwnedRecord, &OwnedRecord::announcement>& goodbyes = link.announcer.goodbyes;
+  while (goodbyes.next() <= link.now) {
+    OwnedRecord& record = *goodbyes.first();
+    ++link.steps;
+    if (!write(writer, record, 0, false) && !writer_is_empty(writer)) {
+      return false;
+    }
+    zone_forget(link, record);
+  }
+  return true;
+}
+
+void write_announcements(Link& link, Writer& writer) {
+  Heap<OwnedRecord, &OwnedRecord::announcement>& due = link.announcer.due;
+  while (due.next() <= link.now) {
+    OwnedRecord& record = *due.first();
+    if (is_just_sent(link, record)) {
+      continue;
+    }
+    hurry_rrset(link, record);
+    if (write(writer, record, record.ttl, record.is_unique)) {
+      note_announced(link, record);
+    } else if (!writer_is_empty(writer)) {
+      return;
+    } else {
+      due.set(record, kNever);
+    }
+  }
 }
 
 }  // namespace
@@ -148,7 +133,8 @@ void announce_change(Link& link, OwnedRecord& record, Time by) {
 
 void announce_rest(Link& link, OwnedRecord& record) {
   if (record.announcements_left > 0) {
-    link.announcer.due.set(record, std::max(link.now + kGatheredWithin, last_multicast(link, record) + kAnnouncementsApart));
+    link.announcer.due.set(record,
+                           std::max(link.now + kGatheredWithin, latest_multicast(record, link.protocols) + kAnnouncementsApart));
   }
 }
 
@@ -160,42 +146,11 @@ void announcer_say_goodbye(Link& link, OwnedRecord& record) {
   link.announcer.goodbyes.set(record, std::max(link.now, link.goodbyes_at));
 }
 
-bool announcer_has_goodbyes(const Link& link) { return link.announcer.goodbyes.next() <= link.now; }
-
-void announcer_write_goodbyes(Link& link, Writer& writer) {
-  writer_begin(writer, true);
-  Heap<OwnedRecord, &OwnedRecord::announcement>& goodbyes = link.announcer.goodbyes;
-  while (goodbyes.next() <= link.now) {
-    OwnedRecord& record = *goodbyes.first();
-    ++link.steps;
-    if (!write_goodbye(writer, record) && !writer_is_empty(writer)) {
-      return;
-    }
-    zone_forget(link, record);
-  }
-}
-
-bool announcer_is_due(const Link& link) { return link.announcer.due.next() <= link.now; }
-
 void announcer_write(Link& link, Writer& writer) {
   writer_begin(writer, true);
-  Heap<OwnedRecord, &OwnedRecord::announcement>& due = link.announcer.due;
-  while (due.next() <= link.now) {
-    OwnedRecord& record = *due.first();
-    if (is_just_sent(link, record)) {
-      continue;
-    }
-    hurry_rrset(link, record);
-    if (write_announcement(writer, record)) {
-      note_announced(link, record);
-    } else if (!writer_is_empty(writer)) {
-      return;
-    } else {
-      due.set(record, kNever);  // more than any packet holds
-    }
+  if (write_goodbyes(link, writer)) {
+    write_announcements(link, writer);
   }
 }
-
-Time announcer_deadline(const Link& link) { return std::min(link.announcer.due.next(), link.announcer.goodbyes.next()); }
 
 }  // namespace mdns

@@ -28,12 +28,7 @@ void announcer_stop(Link& link, OwnedRecord& record);
 // The record has lost its last holder: it is freed when its goodbye has been written.
 void announcer_say_goodbye(Link& link, OwnedRecord& record);
 
-// Whether something is due, and the packet with as much of it as fits: goodbyes, or announcements.
-bool announcer_has_goodbyes(const Link& link);
-void announcer_write_goodbyes(Link& link, Writer& writer);
-bool announcer_is_due(const Link& link);
+// Writes the packet with as much of what is due as fits: goodbyes, then announcements.
 void announcer_write(Link& link, Writer& writer);
-
-Time announcer_deadline(const Link& link);
 
 }  // namespace mdns

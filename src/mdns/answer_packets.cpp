@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "mdns/answer_packets.h"
-
+// The packets that answers go out in.
 #include <algorithm>
 
 #include "mdns/link.h"
@@ -44,20 +43,18 @@ void add_rrset(Batch& batch, std::vector<OwnedRecord*>& list, OwnedRecord& recor
 }
 
 bool was_just_multicast(const Batch& batch, const OwnedRecord& record) {
-  return std::ranges::any_of(kEachProtocol, [&](Protocols protocol) {
-    return (batch.over & protocol) != 0 && rrset_multicast_at(record, protocol) > batch.link.now - kSecond;
-  });
+  return rrset_multicast_at(record, batch.over) > batch.link.now - kSecond;
 }
 
 // What is live of the name and one of both types goes along, and what surely is not there is denied.
 void add_along(Batch& batch, std::string_view name, std::uint16_t type, std::uint16_t other_type) {
-  const NameEntry* entry = name_find(batch.link, name);
-  if (entry == nullptr || entry->owned == nullptr) {
+  OwnedName* owned = owned_find(batch.link, name);
+  if (owned == nullptr) {
     return;
   }
   bool has_type = false;
   bool has_other = false;
-  for (OwnedRecord* record : entry->owned->records) {
+  for (OwnedRecord* record : owned->records) {
     ++batch.link.steps;
     has_type = has_type || record->type == type;
     has_other = has_other || record->type == other_type;
@@ -66,12 +63,13 @@ void add_along(Batch& batch, std::string_view name, std::uint16_t type, std::uin
       add_rrset(batch, batch.additionals, *record);
     }
   }
-  const bool is_address = type == kTypeA;
-  OwnedRecord* denial = is_address && has_type != has_other ? zone_denial(*entry->owned) : nullptr;
+  OwnedRecord* denial = type == kTypeA && has_type != has_other ? zone_denial(*owned) : nullptr;
   if (denial != nullptr && !was_just_multicast(batch, *denial)) {
     add_once(batch, batch.additionals, *denial);
   }
 }
+
+bool is_address(const OwnedRecord& record) { return record.type == kTypeA || record.type == kTypeAaaa; }
 
 // RFC 6762 section 6.2, RFC 6763 section 12.
 void add_what_belongs_to(Batch& batch, const OwnedRecord& record) {
@@ -79,20 +77,26 @@ void add_what_belongs_to(Batch& batch, const OwnedRecord& record) {
     add_along(batch, target_of(record.type, record.rdata), kTypeSrv, kTypeTxt);
   } else if (record.type == kTypeSrv) {
     add_along(batch, target_of(record.type, record.rdata), kTypeA, kTypeAaaa);
-  } else if (record.type == kTypeA || record.type == kTypeAaaa) {
+  } else if (is_address(record)) {
     add_along(batch, name_of(record), kTypeA, kTypeAaaa);
   }
 }
 
+// For each of the list but an address of the host before: all of a host's addresses bring the same.
+void add_what_belongs_to_all(Batch& batch, const std::vector<OwnedRecord*>& list) {
+  for (std::size_t i = 0; i < list.size(); ++i) {  // the list may grow: an SRV record brings addresses
+    const bool is_next_address =
+        i > 0 && is_address(*list[i]) && is_address(*list[i - 1]) && list[i]->owner == list[i - 1]->owner;
+    if (!is_next_address) {
+      add_what_belongs_to(batch, *list[i]);
+    }
+  }
+}
+
 void collect_additionals(Batch& batch) {
-  if (batch.answers.size() > kAdditionalForAtMost) {
-    return;
-  }
-  for (const OwnedRecord* record : batch.answers) {
-    add_what_belongs_to(batch, *record);
-  }
-  for (std::size_t i = 0; i < batch.additionals.size(); ++i) {  // the list grows: an SRV record brings addresses
-    add_what_belongs_to(batch, *batch.additionals[i]);
+  if (batch.answers.size() <= kAdditionalForAtMost) {
+    add_what_belongs_to_all(batch, batch.answers);
+    add_what_belongs_to_all(batch, batch.additionals);
   }
 }
 
@@ -113,58 +117,57 @@ void write_or_flush(Batch& batch, Writer& writer, Section section, OwnedRecord& 
   record_was_multicast(batch.link, record, batch.over, outbox_send_time(batch.link));
 }
 
-std::uint32_t reply_ttl(const DirectReply& reply, const OwnedRecord& record) {
-  return reply.is_legacy ? std::min(record.ttl, kLegacyTtlMax) : record.ttl;
-}
+// A reply to one host on its way into packets.
+struct Reply {
+  Link& link;
+  const PendingQuery& query;
+  bool is_legacy;
+  Writer writer;
 
-// Whether the record went into the packet.
-bool write_reply_record(Writer& writer, const DirectReply& reply, Section section, const OwnedRecord& record) {
-  return writer_add_record(writer, section, name_of(record), record.type, reply_ttl(reply, record),
-                           record.is_unique && !reply.is_legacy, record.rdata);
-}
-
-void begin_reply(Writer& writer, const DirectReply& reply) {
-  writer_begin(writer, true, reply.id);
-  writer.compresses_srv = !reply.is_legacy;
-  for (const Question& question : reply.questions) {
-    writer_add_question(writer, question.name, question.type, false, question.klass);
-  }
-}
-
-// The reply goes on in another packet. An ordinary resolver reads one only: false.
-bool go_on_in_reply(Link& link, Writer& writer, const DirectReply& reply) {
-  if (reply.is_legacy) {
-    return false;
-  }
-  outbox_add_reply(link, writer_take(writer), reply.to);
-  begin_reply(writer, reply);
-  return true;
-}
-
-void write_reply_answers(const Batch& batch, Writer& writer, const DirectReply& reply) {
-  for (const OwnedRecord* record : batch.answers) {
-    if (write_reply_record(writer, reply, Section::answers, *record)) {
-      continue;
+  void begin() {
+    writer_begin(writer, true, is_legacy ? query.message.id : std::uint16_t{0});
+    writer.compresses_srv = !is_legacy;
+    for (const Question& question : query.message.questions) {
+      if (is_legacy) {
+        writer_add_question(writer, question.name, question.type, false, question.klass);
+      }
     }
-    if (!go_on_in_reply(batch.link, writer, reply)) {  // the resolver asks again over TCP in vain, and takes what it has
-      writer_set_truncated(writer);
+  }
+
+  // Whether the record went into the packet.
+  bool add(Section section, const OwnedRecord& record) {
+    const std::uint32_t ttl = is_legacy ? std::min(record.ttl, kLegacyTtlMax) : record.ttl;
+    return writer_add_record(writer, section, name_of(record), record.type, ttl, record.is_unique && !is_legacy, record.rdata);
+  }
+
+  // The same in another packet. An ordinary resolver reads one only: false.
+  bool add_to_next(const OwnedRecord& record) {
+    if (is_legacy) {
+      return false;
+    }
+    outbox_add(link, writer_take(writer), kNoProtocol, query.from.source);
+    begin();
+    return add(Section::answers, record);
+  }
+};
+
+void write_answers(Reply& reply, const std::vector<OwnedRecord*>& answers) {
+  for (const OwnedRecord* record : answers) {
+    if (!reply.add(Section::answers, *record) && !reply.add_to_next(*record) && reply.is_legacy) {
+      writer_set_truncated(reply.writer);  // the resolver asks again over TCP in vain, and takes what it has
       return;
     }
-    write_reply_record(writer, reply, Section::answers, *record);
   }
 }
 
 // As many as there is room for, and the rest of an RRset that has begun: its cache-flush bit would take away what is missing
 // (RFC 6762 section 10.2).
-void write_reply_additionals(const Batch& batch, Writer& writer, const DirectReply& reply) {
+void write_additionals(Reply& reply, const std::vector<OwnedRecord*>& additionals) {
   const OwnedRecord* last = nullptr;
-  for (const OwnedRecord* record : batch.additionals) {
-    if (!write_reply_record(writer, reply, Section::additionals, *record)) {
-      const bool is_rest = last != nullptr && last->is_unique && last->owner == record->owner && last->type == record->type;
-      if (!is_rest || !go_on_in_reply(batch.link, writer, reply)) {
-        return;
-      }
-      write_reply_record(writer, reply, Section::answers, *record);
+  for (const OwnedRecord* record : additionals) {
+    const bool is_rest = last != nullptr && last->is_unique && last->owner == record->owner && last->type == record->type;
+    if (!reply.add(Section::additionals, *record) && !(is_rest && reply.add_to_next(*record))) {
+      return;
     }
     last = record;
   }
@@ -198,21 +201,18 @@ void send_answers(Link& link, const std::vector<DueAnswer>& answers, Protocols o
   }
 }
 
-void send_reply(Link& link, const DirectReply& reply) {
+void send_reply(Link& link, const PendingQuery& query, const std::vector<OwnedRecord*>& answers) {
   Batch batch{link, kNoProtocol, {}, {}};
   ++link.responder.batches;
-  for (OwnedRecord* record : reply.records) {
+  for (OwnedRecord* record : answers) {
     add_rrset(batch, batch.answers, *record);
   }
-  if (batch.answers.empty()) {
-    return;
-  }
   collect_additionals(batch);
-  Writer writer;
-  begin_reply(writer, reply);
-  write_reply_answers(batch, writer, reply);
-  write_reply_additionals(batch, writer, reply);
-  outbox_add_reply(link, writer_take(writer), reply.to);
+  Reply reply{link, query, is_legacy(query), {}};
+  reply.begin();
+  write_answers(reply, batch.answers);
+  write_additionals(reply, batch.additionals);
+  outbox_add(link, writer_take(reply.writer), kNoProtocol, query.from.source);
 }
 
 }  // namespace mdns

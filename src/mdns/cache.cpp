@@ -33,14 +33,11 @@ constexpr Time kReconfirmedAgain = 3 * kSecond;
 constexpr Time kGiveUpAfter = 10 * kSecond;
 constexpr Time kVainWithin = 60 * kSecond;
 
-// An RRset stays for the second in which its question may not be asked again.
-constexpr Time kAskedFor = kSecond;
-
 // The bounds: entries of a link, those among them that nobody asks for, and those of one name and type. A forwarder's limit
 // of 2001 instances has up to six records each.
 constexpr std::size_t kEntriesMax = 32768;
-constexpr std::size_t kUnwantedMax = 16384;
-constexpr std::uint32_t kRRsetMax = 8192;
+constexpr std::size_t kOtherEntriesMax = 16384;
+constexpr std::size_t kRRsetMax = 8192;
 
 // Types that are kept of one name: hosts have a handful.
 constexpr std::size_t kTypesMax = 16;
@@ -52,257 +49,200 @@ constexpr int kVictimsLookedAt = 64;
 // A unique RRset has few records; of more than these, only a hostile one, the newest decide whether there is an answer.
 constexpr int kAnswersLookedAt = 8;
 
-void unwanted_remove(Cache& cache, CacheEntry& entry) {
-  if (entry.newer == nullptr && entry.older == nullptr && cache.newest_unwanted != &entry) {
-    return;
-  }
-  (entry.newer != nullptr ? entry.newer->older : cache.newest_unwanted) = entry.older;
-  (entry.older != nullptr ? entry.older->newer : cache.oldest_unwanted) = entry.newer;
-  entry.newer = entry.older = nullptr;
-  --cache.unwanted;
+// The heap that the RRset's entries are in.
+Heap<CacheEntry, &CacheEntry::due>& heap_of(Link& link, const RRset& rrset) {
+  return is_asked(rrset) ? link.cache.asked : link.cache.other;
 }
 
-// Puts the entry where its RRset's question, or the lack of one, wants it.
-void unwanted_review(Cache& cache, CacheEntry& entry) {
-  unwanted_remove(cache, entry);
-  if (is_asked(*entry.rrset)) {
-    return;
-  }
-  entry.older = cache.newest_unwanted;
-  (entry.older != nullptr ? entry.older->newer : cache.oldest_unwanted) = &entry;
-  cache.newest_unwanted = &entry;
-  ++cache.unwanted;
-}
-
-// When the entry is to be looked at next.
-void plan(Link& link, CacheEntry& entry) {
-  Time at = entry.expires;
-  if (entry.check_at != kNever) {
-    at = std::min(at, entry.check_at);
-  } else if (!entry.is_leaving && !entry.is_doubted && is_asked(*entry.rrset) && entry.refreshes < kRefreshes) {
+// When the entry is to be looked at next; `check_at`: by then in any case.
+void plan(Link& link, CacheEntry& entry, Time check_at = kNever) {
+  Time at = std::min(entry.expires, check_at);
+  if (entry.limit == Limit::none && entry.refreshes < kRefreshes && is_asked(*entry.rrset)) {
     const Time percent = kFirstRefreshPercent + kRefreshStepPercent * entry.refreshes;
     const Time life = entry.expires - entry.received;
     at = entry.received + life * percent / 100 + random_between(link.random, 0, life * kRefreshJitterPercent / 100);
     at = std::min(std::max(at, link.now), entry.expires);
   }
-  link.cache.due.set(entry, at);
+  heap_of(link, *entry.rrset).set(entry, at);
 }
 
 void renew(Link& link, CacheEntry& entry, const Record& record, Protocols protocol, const Source& source) {
-  OpenQuestion* question = entry.rrset->question;
-  if (question != nullptr && entry.refreshes > 0 && entry.rrset->count == 1) {
-    question_ask_no_more(link, *question);  // somebody else's question has been answered
+  OpenQuestion* question = entry.rrset->question.get();
+  if (question != nullptr && entry.refreshes > 0 && entry.rrset->entries.size() == 1) {
+    question->urgent = kNoProtocol;  // somebody else's question has been answered
   }
   entry.ttl = record.ttl;
   entry.received = link.now;
   entry.expires = link.now + std::min(record.ttl, kTtlMax) * kSecond;
-  entry.check_at = kNever;
   entry.protocols |= protocol;
   entry.said_by[index_of(protocol)] = source.number;
   entry.goodbyes = kNoProtocol;
   entry.refreshes = 0;
   entry.is_unique = record.cache_flush;
-  entry.is_leaving = false;
-  entry.is_doubted = false;
+  entry.limit = Limit::none;
   plan(link, entry);
-  unwanted_review(link.cache, entry);
 }
 
-// Puts the entry at the end of its RRset, as the newest.
-void link_entry(CacheEntry& entry) {
-  RRset& rrset = *entry.rrset;
-  entry.previous = rrset.last;
-  entry.next = nullptr;
-  (rrset.last != nullptr ? rrset.last->next : rrset.first) = &entry;
-  rrset.last = &entry;
+// Tells the queries of the RRset, unless they hear the same of a record of the link's own.
+void report(Link& link, const CacheEntry& entry, Event::Kind kind) {
+  if (entry.rrset->question != nullptr && (kind == Event::Kind::renewed || !zone_reports(link, key_of(entry)))) {
+    const bool is_gone = kind == Event::Kind::removed;
+    querier_report(link, *entry.rrset, kind, entry.ttl, entry.rdata, is_gone ? decltype(entry.said_by){} : entry.said_by);
+  }
 }
-
-void unlink_entry(const CacheEntry& entry) {
-  RRset& rrset = *entry.rrset;
-  (entry.previous != nullptr ? entry.previous->next : rrset.first) = entry.next;
-  (entry.next != nullptr ? entry.next->previous : rrset.last) = entry.previous;
-}
-
-RecordKey key_of(const CacheEntry& entry) { return {entry.rrset->name, entry.rrset->type, entry.rdata}; }
 
 // Takes the entry out of everything and frees it; its RRset stays.
 void remove_entry(Link& link, CacheEntry& entry) {
   RRset& rrset = *entry.rrset;
-  link.cache.due.set(entry, kNever);
-  unwanted_remove(link.cache, entry);
-  link.cache.entries.erase(&entry);
-  unlink_entry(entry);
-  --rrset.count;
+  report(link, entry, Event::Kind::removed);
+  heap_of(link, rrset).set(entry, kNever);
   source_drop_entry(link, *entry.source);
-  const std::unique_ptr<CacheEntry> freed(&entry);
-  if (rrset.question != nullptr && !zone_reports(link, key_of(entry))) {
-    querier_report(link, rrset, Event::Kind::removed, entry.ttl, entry.rdata);
-  }
+  const auto found = link.cache.entries.find(key_of(entry));
+  const auto place = *found;
+  link.cache.entries.erase(found);
+  rrset.entries.erase(place);
 }
 
 // Removes the entry; its RRset goes with it if nothing else is left of it.
 void drop(Link& link, CacheEntry& entry) {
   RRset& rrset = *entry.rrset;
   remove_entry(link, entry);
-  if (rrset.question != nullptr) {
-    question_review(link, *rrset.question);
-  } else {
-    rrset_release(link, rrset);
-  }
+  rrset_review(link, rrset);
 }
 
 // The newest entry of a source that has filled the RRset with its own; null when none of the newest is one.
-CacheEntry* victim_in(Link& link, const RRset& rrset) {
-  CacheEntry* entry = rrset.last;
-  for (int looked_at = 0; entry != nullptr && looked_at < kVictimsLookedAt; ++looked_at, entry = entry->previous) {
+CacheEntry* victim_in(Link& link, RRset& rrset) {
+  auto entry = rrset.entries.rbegin();
+  for (int looked_at = 0; entry != rrset.entries.rend() && looked_at < kVictimsLookedAt; ++looked_at, ++entry) {
     ++link.steps;
     if (entry->source->entries > kFairShare) {
-      return entry;
+      return &*entry;
     }
   }
   return nullptr;
 }
 
-// Makes room for an entry of the RRset that the source says; false when it has to do without.
-bool make_room(Link& link, const RRset& rrset, const Source& source) {
-  Cache& cache = link.cache;
-  if (!is_asked(rrset)) {
-    if (cache.unwanted >= kUnwantedMax || cache.entries.size() >= kEntriesMax) {
-      if (cache.oldest_unwanted == nullptr || cache.oldest_unwanted->rrset == &rrset) {
-        return false;
-      }
-      drop(link, *cache.oldest_unwanted);
-    }
-    return rrset.count < kRRsetMax;
+// An entry that nobody asks for: the one that ends first or one at random, whichever was heard longer ago. So a crowd of long
+// lifetimes does not keep all others out. Null when there is none.
+CacheEntry* victim_among_others(Link& link) {
+  const Heap<CacheEntry, &CacheEntry::due>& other = link.cache.other;
+  if (other.items.empty()) {
+    return nullptr;
   }
-  if (rrset.count < kRRsetMax && cache.entries.size() < kEntriesMax) {
+  const Time place = random_between(link.random, 0, static_cast<Time>(other.items.size()) - 1);
+  CacheEntry* any = other.items[static_cast<std::size_t>(place)];
+  return any->received < other.first()->received ? any : other.first();
+}
+
+// Makes room for an entry of the RRset that the source says; false when it has to do without.
+bool make_room(Link& link, RRset& rrset, const Source& source) {
+  const Cache& cache = link.cache;
+  const bool is_wanted = is_asked(rrset);
+  const bool is_full = rrset.entries.size() >= kRRsetMax;
+  if (!is_full && cache.entries.size() < kEntriesMax && (is_wanted || cache.other.items.size() < kOtherEntriesMax)) {
     return true;
   }
-  if (cache.entries.size() >= kEntriesMax && cache.oldest_unwanted != nullptr) {
-    drop(link, *cache.oldest_unwanted);
-    return rrset.count < kRRsetMax;
+  CacheEntry* victim = is_full ? nullptr : victim_among_others(link);
+  if (victim == nullptr && is_wanted && source.entries <= kFairShare) {
+    victim = victim_in(link, rrset);
   }
-  CacheEntry* victim = source.entries > kFairShare ? nullptr : victim_in(link, rrset);
-  if (victim == nullptr) {
+  if (victim == nullptr || (!is_wanted && victim->rrset == &rrset)) {
     return false;
   }
-  remove_entry(link, *victim);
+  drop(link, *victim);
   return true;
 }
 
 CacheEntry& entry_new(Link& link, RRset& rrset, std::string_view rdata, Source& source) {
-  auto* entry = new CacheEntry;
-  entry->rrset = &rrset;
-  entry->rdata = rdata;
-  entry->source = &source;
-  link_entry(*entry);
-  ++rrset.count;
+  const auto place = rrset.entries.emplace(rrset.entries.end());
+  place->rrset = &rrset;
+  place->rdata = rdata;
+  place->source = &source;
   ++source.entries;
-  link.cache.entries.insert(entry);
-  return *entry;
-}
-
-void add_entry(Link& link, RRset& rrset, const Record& record, Protocols protocol, Source& source) {
-  CacheEntry& entry = entry_new(link, rrset, record.rdata, source);
-  renew(link, entry, record, protocol, source);
-  if (rrset.question != nullptr) {
-    if (!zone_reports(link, key_of(entry))) {
-      querier_report(link, rrset, Event::Kind::added, entry.ttl, entry.rdata, entry.said_by);
-    }
-    question_review(link, *rrset.question);
-  }
+  link.cache.entries.insert(place);
+  return *place;
 }
 
 // A unique record has been said again: it is what its host has now.
 void become_newest(Link& link, CacheEntry& entry) {
-  const RRset& rrset = *entry.rrset;
-  unlink_entry(entry);
-  link_entry(entry);
-  if (rrset.question != nullptr) {
-    querier_report(link, rrset, Event::Kind::renewed, entry.ttl, entry.rdata, entry.said_by);
+  std::list<CacheEntry>& entries = entry.rrset->entries;
+  if (&entries.back() != &entry) {
+    entries.splice(entries.end(), entries, *link.cache.entries.find(key_of(entry)));
   }
+  report(link, entry, Event::Kind::renewed);
 }
 
 void receive_goodbye(Link& link, CacheEntry& entry, Protocols protocol) {
+  Time check_at = entry.due.at;
   entry.goodbyes |= protocol;
-  if (!entry.is_leaving) {
-    entry.is_leaving = true;
+  if (entry.limit != Limit::goodbye) {
+    entry.limit = Limit::goodbye;
     entry.expires = std::min(entry.expires, link.now + kGoodbyeGrace);
-    entry.check_at = link.now + kOtherProtocolAfter;
+    check_at = link.now + kOtherProtocolAfter;
   }
-  if ((entry.protocols & ~entry.goodbyes) == kNoProtocol) {
-    entry.check_at = kNever;
+  plan(link, entry, (entry.protocols & ~entry.goodbyes) != kNoProtocol ? check_at : kNever);
+}
+
+Watch& watch_get(RRset& rrset) {
+  if (rrset.watch == nullptr) {
+    rrset.watch = std::make_unique<Watch>();
+    rrset.watch->rrset = &rrset;
   }
-  plan(link, entry);
+  return *rrset.watch;
+}
+
+// Plans when the watch is to be looked at next, or ends it.
+void watch_plan(Link& link, Watch& watch) {
+  Time at = std::min(watch.flush_ends, watch.give_up_at);
+  const Time asked_until = watch.others_asked.back() + kVainWithin;
+  if (at == kNever && asked_until > link.now) {
+    at = asked_until;
+  }
+  link.cache.watches.set(watch, at);
+  if (at == kNever) {
+    watch.rrset->watch.reset();
+  }
 }
 
 // RFC 6762 section 10.2. What the flush leaves out is found when its second is over, in one walk however often it is said.
 void receive_flush(Link& link, RRset& rrset) {
-  if (rrset.count < 2 && (rrset.first == nullptr || rrset.first->received == link.now)) {
+  if (rrset.entries.size() < 2) {
     return;  // the only record is the one that said it
   }
-  rrset.flushed_again_at = link.now;
-  if (rrset.flushed_at == kNever) {
-    rrset.flushed_at = link.now;
-  }
-  const Time planned = rrset.review.at;
-  link.cache.reviews.set(rrset, std::min(planned, rrset.flushed_at + kGoodbyeGrace));
+  Watch& watch = watch_get(rrset);
+  watch.last_flush_ends = link.now + kGoodbyeGrace;
+  watch.flush_ends = std::min(watch.flush_ends, watch.last_flush_ends);
+  watch_plan(link, watch);
 }
 
-// Removes what `is_over` says of the RRset's entries.
-template <typename Condition>
-void remove_if(Link& link, RRset& rrset, Condition is_over) {
-  for (CacheEntry* entry = rrset.first; entry != nullptr;) {
-    CacheEntry* const next = entry->next;
+// Removes what was heard last before that time; false when nothing was.
+bool remove_before(Link& link, RRset& rrset, Time before) {
+  const std::size_t count = rrset.entries.size();
+  for (auto next = rrset.entries.begin(); next != rrset.entries.end();) {
+    CacheEntry& entry = *next++;
     ++link.steps;
-    if (is_over(*entry)) {
-      remove_entry(link, *entry);
+    if (entry.received < before) {
+      remove_entry(link, entry);
     }
-    entry = next;
   }
+  return rrset.entries.size() < count;
 }
 
-void finish_flush(Link& link, RRset& rrset) {
-  const Time before = rrset.flushed_at - kGoodbyeGrace;
-  remove_if(link, rrset, [before](const CacheEntry& entry) { return entry.received < before; });
-  rrset.flushed_at = rrset.flushed_again_at > rrset.flushed_at ? rrset.flushed_again_at : kNever;
-}
-
-void give_up(Link& link, RRset& rrset) {
-  const Time before = rrset.others_asked.front();
-  const std::uint32_t before_count = rrset.count;
-  remove_if(link, rrset, [before](const CacheEntry& entry) { return entry.received < before; });
-  rrset.give_up_at = kNever;
-  if (rrset.question != nullptr && rrset.count < before_count) {
-    question_restart(link, *rrset.question);
+// The watch's deadline has come.
+void review(Link& link, Watch& watch) {
+  RRset& rrset = *watch.rrset;
+  if (watch.flush_ends <= link.now) {
+    remove_before(link, rrset, watch.flush_ends - 2 * kGoodbyeGrace);
+    watch.flush_ends = watch.last_flush_ends > watch.flush_ends ? watch.last_flush_ends : kNever;
   }
-}
-
-// When the RRset is to be looked at next, entries apart.
-Time review_time(const RRset& rrset) {
-  Time at = rrset.give_up_at;
-  if (rrset.flushed_at != kNever) {
-    at = std::min(at, rrset.flushed_at + kGoodbyeGrace);
+  if (watch.give_up_at <= link.now) {
+    watch.give_up_at = kNever;
+    if (remove_before(link, rrset, watch.others_asked.front()) && rrset.question != nullptr) {
+      question_restart(link, *rrset.question);
+    }
   }
-  if (rrset.count == 0 && rrset.question == nullptr) {
-    at = std::min(at, std::max(rrset.asked_at[0], rrset.asked_at[1]) + kAskedFor);
-  }
-  return at;
-}
-
-void review(Link& link, RRset& rrset) {
-  if (rrset.flushed_at != kNever && rrset.flushed_at + kGoodbyeGrace <= link.now) {
-    finish_flush(link, rrset);
-  }
-  if (rrset.give_up_at <= link.now) {
-    give_up(link, rrset);
-  }
-  link.cache.reviews.set(rrset, review_time(rrset));
-  if (rrset.question != nullptr) {
-    question_review(link, *rrset.question);
-  } else {
-    rrset_release(link, rrset);
-  }
+  watch_plan(link, watch);
+  rrset_review(link, rrset);
 }
 
 // The entry's deadline has come.
@@ -312,139 +252,89 @@ void look_at(Link& link, CacheEntry& entry) {
     drop(link, entry);
     return;
   }
-  OpenQuestion* question = entry.rrset->question;
-  if (entry.check_at <= link.now) {
-    entry.check_at = kNever;
-    if (is_asked(*entry.rrset)) {
-      question_ask_soon(link, *question, entry.protocols & ~entry.goodbyes);
-    }
-  } else if (is_asked(*entry.rrset)) {
-    ++entry.refreshes;
-    question_ask_soon(link, *question, entry.protocols);
+  if (entry.limit == Limit::none) {
+    ++entry.refreshes;  // what nothing limits is due for that, or at its end
   }
+  rrset_ask_soon(link, *entry.rrset, entry.protocols & ~entry.goodbyes);
   plan(link, entry);
 }
 
 }  // namespace
 
-std::size_t EntryHash::operator()(const RecordKey& key) const {
-  return hash_folded(key.rdata, seed + (key.name->id << 16) + key.type);
-}
-
-std::size_t EntryHash::operator()(const CacheEntry* entry) const { return (*this)(key_of(*entry)); }
-
-bool EntryEqual::operator()(const RecordKey& key, const CacheEntry* entry) const {
-  return entry->rrset->name == key.name && entry->rrset->type == key.type && same_rdata(key.type, entry->rdata, key.rdata);
-}
-
-RRset* rrset_find(const NameEntry& name, std::uint16_t type) {
-  for (RRset* rrset : name.rrsets) {
-    if (rrset->type == type) {
-      return rrset;
-    }
-  }
-  return nullptr;
-}
-
-RRset& rrset_get(Link&, NameEntry& name, std::uint16_t type) {
-  RRset* known = rrset_find(name, type);
-  if (known != nullptr) {
-    return *known;
-  }
-  auto* rrset = new RRset;
-  rrset->name = &name;
-  rrset->type = type;
-  name.rrsets.push_back(rrset);
-  return *rrset;
-}
-
-void rrset_release(Link& link, RRset& rrset) {
-  if (rrset.count > 0 || rrset.question != nullptr) {
-    return;
-  }
-  const Time free_at = std::max(rrset.asked_at[0], rrset.asked_at[1]) + kAskedFor;
-  if (free_at > link.now) {
-    link.cache.reviews.set(rrset, free_at);
-    return;
-  }
-  NameEntry& name = *rrset.name;
-  link.cache.reviews.set(rrset, kNever);
-  std::erase(name.rrsets, &rrset);
-  delete &rrset;
-  name_release(link, name);
-}
+RecordKey key_of(const CacheEntry& entry) { return {entry.rrset->name, entry.rrset->type, entry.rdata}; }
 
 CacheEntry* cache_find(const Link& link, const RecordKey& key) {
   const auto found = link.cache.entries.find(key);
-  return found == link.cache.entries.end() ? nullptr : *found;
+  return found == link.cache.entries.end() ? nullptr : &**found;
 }
 
 void cache_keep_for_goodbye(Link& link, RRset& rrset, std::uint32_t ttl, std::string_view rdata) {
+  if (rrset.question->queries.empty()) {
+    return;
+  }
   CacheEntry& entry = entry_new(link, rrset, rdata, link.sources.overflow);
   entry.ttl = ttl;
   entry.received = link.now;
-  entry.expires = link.now + kGoodbyeGrace;
+  entry.expires = kNever;
   entry.protocols = link.protocols;
-  entry.goodbyes = link.protocols;
-  entry.is_leaving = true;
-  plan(link, entry);
+  receive_goodbye(link, entry, link.protocols);
 }
 
 void cache_receive(Link& link, const Record& record, Protocols protocol, Source& source) {
   ++link.steps;
   const bool is_goodbye = record.ttl == 0;
   NameEntry* name = is_goodbye ? name_find(link, record.name) : &name_get(link, record.name);
-  if (name == nullptr) {
-    return;
-  }
-  CacheEntry* entry = cache_find(link, {name, record.type, record.rdata});
+  CacheEntry* entry = name == nullptr ? nullptr : cache_find(link, {name, record.type, record.rdata});
   if (is_goodbye) {
     if (entry != nullptr) {
       receive_goodbye(link, *entry, protocol);
     }
     return;
   }
-  if (entry == nullptr && name->rrsets.size() >= kTypesMax && rrset_find(*name, record.type) == nullptr) {
+  if (name->rrsets.size() >= kTypesMax && rrset_find(*name, record.type) == nullptr) {
     return;
   }
-  RRset& rrset = rrset_get(link, *name, record.type);
+  RRset& rrset = rrset_get(*name, record.type);
   if (entry != nullptr) {
     renew(link, *entry, record, protocol, source);
     if (record.cache_flush) {
       become_newest(link, *entry);
     }
-    if (rrset.question != nullptr) {
-      question_review(link, *rrset.question);
-    }
   } else if (make_room(link, rrset, source)) {
-    add_entry(link, rrset, record, protocol, source);
-  } else {
-    rrset_release(link, rrset);
-    return;
+    entry = &entry_new(link, rrset, record.rdata, source);
+    renew(link, *entry, record, protocol, source);
+    report(link, *entry, Event::Kind::added);
   }
-  if (record.cache_flush) {
+  rrset_review(link, rrset);
+  if (entry != nullptr && record.cache_flush) {
     receive_flush(link, rrset);
   }
 }
 
 void cache_others_asked(Link& link, RRset& rrset) {
-  std::array<Time, kVainQuestions>& asked = rrset.others_asked;
-  if (rrset.count == 0 || link.now - asked.back() < kSecond) {
+  if (rrset.entries.empty()) {
+    return;
+  }
+  Watch& watch = watch_get(rrset);
+  std::array<Time, kVainQuestions>& asked = watch.others_asked;
+  if (link.now - asked.back() < kSecond) {
     return;  // the same question over the other protocol, or one that came too soon to have been answered
   }
   std::rotate(asked.begin(), asked.begin() + 1, asked.end());
   asked.back() = link.now;
-  if (link.now - asked.front() < kVainWithin && rrset.give_up_at == kNever) {
-    rrset.give_up_at = link.now + kGiveUpAfter;
-    link.cache.reviews.set(rrset, review_time(rrset));
+  if (link.now - asked.front() < kVainWithin) {
+    watch.give_up_at = std::min(watch.give_up_at, link.now + kGiveUpAfter);
   }
+  watch_plan(link, watch);
 }
 
 void cache_wanted_changed(Link& link, RRset& rrset) {
-  for (CacheEntry* entry = rrset.first; entry != nullptr; entry = entry->next) {
+  Heap<CacheEntry, &CacheEntry::due>& former = is_asked(rrset) ? link.cache.other : link.cache.asked;
+  for (CacheEntry& entry : rrset.entries) {
     ++link.steps;
-    unwanted_review(link.cache, *entry);
-    plan(link, *entry);
+    const Time check_at = entry.limit == Limit::none ? kNever : entry.due.at;
+    former.set(entry, kNever);
+    plan(link, entry, check_at);
   }
 }
 
@@ -452,35 +342,32 @@ void link_reconfirm(Link& link, Time now, std::string_view name, std::uint16_t t
   link.now = now;
   const NameEntry* known = name_find(link, name);
   CacheEntry* entry = known == nullptr ? nullptr : cache_find(link, {known, type, rdata});
-  if (entry == nullptr || entry->is_leaving || entry->is_doubted) {
+  if (entry == nullptr || entry->limit != Limit::none) {
     return;
   }
-  entry->is_doubted = true;
+  entry->limit = Limit::doubt;
   entry->expires = std::min(entry->expires, now + kReconfirmedWithin);
-  entry->check_at = now + kReconfirmedAgain;
-  if (is_asked(*entry->rrset)) {
-    question_ask_soon(link, *entry->rrset->question, entry->protocols);
-  }
-  plan(link, *entry);
+  rrset_ask_soon(link, *entry->rrset, entry->protocols);
+  plan(link, *entry, now + kReconfirmedAgain);
 }
 
 bool cache_has_unique_answer(const RRset& rrset) {
-  const CacheEntry* entry = rrset.last;
-  for (int looked_at = 0; entry != nullptr && entry->is_unique && looked_at < kAnswersLookedAt; ++looked_at) {
-    if (!entry->is_leaving) {
+  auto entry = rrset.entries.rbegin();
+  for (int looked_at = 0; entry != rrset.entries.rend() && entry->is_unique && looked_at < kAnswersLookedAt; ++looked_at) {
+    if (entry->limit != Limit::goodbye) {
       return true;
     }
-    entry = entry->previous;
+    ++entry;
   }
   return false;
 }
 
 void cache_keep_protocols(Link& link, Protocols protocols) {
   std::vector<CacheEntry*> gone;
-  for (CacheEntry* entry : link.cache.entries) {
+  for (const auto& entry : link.cache.entries) {
     entry->protocols &= protocols;
     if (entry->protocols == kNoProtocol) {
-      gone.push_back(entry);
+      gone.push_back(&*entry);
     }
   }
   for (CacheEntry* entry : gone) {
@@ -490,27 +377,13 @@ void cache_keep_protocols(Link& link, Protocols protocols) {
 
 void cache_advance(Link& link) {
   Cache& cache = link.cache;
-  while (cache.due.next() <= link.now) {
-    look_at(link, *cache.due.first());
+  for (Heap<CacheEntry, &CacheEntry::due>* entries : {&cache.asked, &cache.other}) {
+    while (entries->next() <= link.now) {
+      look_at(link, *entries->first());
+    }
   }
-  while (cache.reviews.next() <= link.now) {
-    review(link, *cache.reviews.first());
-  }
-}
-
-Time cache_deadline(const Link& link) { return std::min(link.cache.due.next(), link.cache.reviews.next()); }
-
-void cache_free(Link& link) {
-  std::vector<RRset*> rrsets;
-  for (const auto& [key, name] : link.names) {
-    rrsets.insert(rrsets.end(), name->rrsets.begin(), name->rrsets.end());
-    name->rrsets.clear();
-  }
-  for (const CacheEntry* entry : link.cache.entries) {
-    delete entry;
-  }
-  for (const RRset* rrset : rrsets) {
-    delete rrset;
+  while (cache.watches.next() <= link.now) {
+    review(link, *cache.watches.first());
   }
 }
 

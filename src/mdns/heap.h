@@ -17,7 +17,7 @@ struct Deadline {
   std::uint32_t place = 0;
 };
 
-// The records are owned elsewhere; one is taken out (heap_set to kNever) before it is freed.
+// The records are owned elsewhere; one is taken out (set to kNever) before it is freed.
 template <typename T, Deadline T::*deadline>
 struct Heap {
   std::vector<T*> items;
@@ -38,25 +38,23 @@ struct Heap {
       items.push_back(&item);
     }
     own.at = at;
+    const std::size_t place = own.place;
     if (at == kNever) {
-      remove(own.place);
-      return;
+      swap(place, items.size() - 1);
+      items.pop_back();
     }
-    sink(rise(own.place));
+    if (place < items.size()) {
+      sink(rise(place));
+    }
   }
 
  private:
   Time at(std::size_t place) const { return (items[place]->*deadline).at; }
 
-  void put(std::size_t place, T* item) {
-    items[place] = item;
-    (item->*deadline).place = static_cast<std::uint32_t>(place);
-  }
-
   void swap(std::size_t a, std::size_t b) {
-    T* const item = items[a];
-    put(a, items[b]);
-    put(b, item);
+    std::swap(items[a], items[b]);
+    (items[a]->*deadline).place = static_cast<std::uint32_t>(a);
+    (items[b]->*deadline).place = static_cast<std::uint32_t>(b);
   }
 
   std::size_t rise(std::size_t place) {
@@ -81,15 +79,6 @@ struct Heap {
       }
       swap(place, least);
       place = least;
-    }
-  }
-
-  void remove(std::size_t place) {
-    T* const last = items.back();
-    items.pop_back();
-    if (place < items.size()) {
-      put(place, last);
-      sink(rise(place));
     }
   }
 };

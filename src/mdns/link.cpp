@@ -8,14 +8,6 @@
 namespace mdns {
 namespace {
 
-void seed_hashes(Link& link) {
-  link.hash_seed = random_next(link.random);
-  link.names = NameTable(0, FoldedHash{link.hash_seed}, FoldedEqual{});
-  link.cache.entries = decltype(link.cache.entries)(0, EntryHash{link.hash_seed}, EntryEqual{});
-  link.zone.records = decltype(link.zone.records)(0, OwnedHash{link.hash_seed}, OwnedEqual{});
-  link.sources.by_endpoint = decltype(link.sources.by_endpoint)(0, EndpointHash{link.hash_seed});
-}
-
 void receive_record(Link& link, const Record& record, Protocols protocol, Source& source) {
   prober_receive_record(link, record);
   if (record.type == kTypeNsec) {
@@ -39,7 +31,7 @@ void receive_response(Link& link, const Message& message, const Received& receiv
   }
 }
 
-void receive_query(Link& link, const Message& message, const Received& received) {
+void receive_query(Link& link, Message&& message, const Received& received) {
   // RFC 6762 sections 5.5 and 11. Whoever gets a reply of its own must be on the link, so that nobody has us send to somebody
   // else.
   const bool is_multicast = received.to_group && received.source.port == kPort;
@@ -50,14 +42,12 @@ void receive_query(Link& link, const Message& message, const Received& received)
     querier_receive(link, message, received.source.protocol);
   }
   prober_receive_probe(link, message);
-  responder_receive(link, message, received);
+  responder_receive(link, std::move(message), received);
 }
 
 }  // namespace
 
 void LinkDeleter::operator()(Link* link) const {
-  querier_free(*link);
-  cache_free(*link);
   zone_free(*link);
   delete link;
 }
@@ -66,7 +56,11 @@ LinkPtr link_new(std::uint64_t seed, Protocols protocols) {
   LinkPtr link(new Link);
   random_seed(link->random, seed);
   link->protocols = protocols;
-  seed_hashes(*link);
+  const std::uint64_t hash_seed = link->hash_seed = random_next(link->random);
+  link->names = NameTable(0, FoldedHash{hash_seed});
+  link->cache.entries = decltype(link->cache.entries)(0, RecordHash{hash_seed});
+  link->zone.records = decltype(link->zone.records)(0, RecordHash{hash_seed});
+  link->sources.by_endpoint = decltype(link->sources.by_endpoint)(0, EndpointHash{hash_seed});
   return link;
 }
 
@@ -88,8 +82,9 @@ Time link_deadline(const Link& link) {
   if (link.is_closing) {
     return outbox_deadline(link);
   }
-  return std::min({cache_deadline(link), querier_deadline(link), prober_deadline(link), responder_deadline(link),
-                   link.sources.idle.next(), outbox_deadline(link)});
+  const Cache& cache = link.cache;
+  return std::min({cache.asked.next(), cache.other.next(), cache.watches.next(), link.querier.due.next(),
+                   link.prober.ending.next(), responder_deadline(link), link.sources.idle.next(), outbox_deadline(link)});
 }
 
 void link_receive(Link& link, Time now, const Received& received) {
@@ -103,20 +98,26 @@ void link_receive(Link& link, Time now, const Received& received) {
     ++link.ignored;
     return;
   }
-  const std::optional<Message> message = read_message(received.bytes);
+  std::optional<Message> message = read_message(received.bytes);
   if (!message) {
     return;
   }
   if (message->is_response) {
     receive_response(link, *message, received, source);
   } else {
-    receive_query(link, *message, received);
+    receive_query(link, std::move(*message), received);
   }
 }
 
 std::vector<Datagram> link_take_datagrams(Link& link) { return std::exchange(link.outbox.ready, {}); }
 
-std::vector<Event> link_take_events(Link& link) { return std::exchange(link.events, {}); }
+std::vector<Event> link_take_events(Link& link) {
+  std::erase_if(link.events, [&](const Event& event) {
+    const bool is_of_query = event.kind != Event::Kind::established && event.kind != Event::Kind::conflict;
+    return is_of_query && !link.querier.by_id.contains(event.id);  // it was stopped
+  });
+  return std::exchange(link.events, {});
+}
 
 void link_set_protocols(Link& link, Time now, Protocols protocols) {
   link.now = now;
@@ -125,8 +126,7 @@ void link_set_protocols(Link& link, Time now, Protocols protocols) {
     cache_keep_protocols(link, protocols);
   }
   if (protocols & ~before) {
-    zone_restart(link);
-    querier_restart(link);
+    link_restart(link, now, false);
   }
 }
 
@@ -140,18 +140,16 @@ void link_restart(Link& link, Time now, bool was_down) {
 }
 
 LinkCounts link_counts(const Link& link) {
-  LinkCounts counts;
-  counts.cached = link.cache.entries.size();
-  counts.questions = link.querier.questions;
-  counts.published = link.zone.records.size();
-  counts.names = link.names.size();
-  counts.sources = link.sources.by_endpoint.size();
-  counts.waiting = link.outbox.urgent.size();
-  counts.steps = link.steps;
-  counts.received = link.received;
-  counts.ignored = link.ignored;
-  counts.sent = link.sent;
-  return counts;
+  return {.cached = link.cache.entries.size(),
+          .questions = link.querier.questions,
+          .published = link.zone.records.size(),
+          .names = link.names.size(),
+          .sources = link.sources.by_endpoint.size(),
+          .waiting = link.outbox.urgent.size(),
+          .steps = link.steps,
+          .received = link.received,
+          .ignored = link.ignored,
+          .sent = link.sent};
 }
 
 }  // namespace mdns

@@ -20,9 +20,9 @@
 //   any time between; none calls back. Names and rdata are plain wire format without compression (name.h, record.h).
 //
 // Reading order: this header; types.h, name.h, record.h, reader.h, writer.h, heap.h (the wire and the ground); link.h (the
-// parts of a link and how a datagram and a deadline run through them); cache.h and querier.h (what others say, and what is
-// asked); zone.h, prober.h, announcer.h and responder.h (what is published); outbox.h and sources.h (the pace of what goes
-// out, and the allowance for what comes in).
+// parts of a link and how a datagram and a deadline run through them); names.h, cache.h and querier.h (what others say, and
+// what is asked); zone.h, prober.h, announcer.h and responder.h (what is published); outbox.h and sources.h (the pace of what
+// goes out, and the allowance for what comes in).
 #pragma once
 
 #include <array>

@@ -35,13 +35,11 @@ uint64_t fold_word(uint64_t word) {
 // SipHash with one round for each word and three at the end (Aumasson and Bernstein, "SipHash: a fast short-input PRF",
 // 2012): names that collide cannot be found without knowing the seed.
 struct SipHash {
-  uint64_t a, b, c, d;
-
-  explicit SipHash(uint64_t seed)
-      : a(seed ^ 0x736f'6d65'7073'6575),
-        b(~seed ^ 0x646f'7261'6e64'6f6d),
-        c(seed ^ 0x6c79'6765'6e65'7261),
-        d(~seed ^ 0x7465'6462'7974'6573) {}
+  uint64_t seed;
+  uint64_t a = seed ^ 0x736f'6d65'7073'6575;
+  uint64_t b = ~seed ^ 0x646f'7261'6e64'6f6d;
+  uint64_t c = seed ^ 0x6c79'6765'6e65'7261;
+  uint64_t d = ~seed ^ 0x7465'6462'7974'6573;
 
   void mix() {
     a += b;
@@ -105,7 +103,7 @@ bool same_folded(std::string_view a, std::string_view b) {
 }
 
 std::uint64_t hash_folded(std::string_view text, std::uint64_t seed) {
-  SipHash hash(seed);
+  SipHash hash{seed};
   std::size_t at = 0;
   for (; text.size() - at >= sizeof(uint64_t); at += sizeof(uint64_t)) {
     hash.add(fold_word(load(&text[at])));

@@ -30,6 +30,16 @@ bool same_folded(std::string_view a, std::string_view b);
 // A hash that is the same for what same_folded takes for the same. `seed` makes it unforeseeable to whoever chooses the names.
 std::uint64_t hash_folded(std::string_view text, std::uint64_t seed);
 
+// Both for the tables of the standard library.
+struct FoldedHash {
+  std::uint64_t seed = 0;
+  std::size_t operator()(std::string_view name) const { return hash_folded(name, seed); }
+};
+
+struct FoldedEqual {
+  bool operator()(std::string_view a, std::string_view b) const { return same_folded(a, b); }
+};
+
 // The first label's text without its length byte; empty for the root.
 std::string_view first_label(std::string_view name);
 

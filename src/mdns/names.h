@@ -3,6 +3,7 @@
 // name is found with one look-up.
 #pragma once
 
+#include <list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -13,25 +14,28 @@
 
 namespace mdns {
 
+struct CacheEntry;
 struct Link;
+struct NameEntry;
+struct OpenQuestion;
 struct OwnedName;
-struct RRset;
+struct Watch;
+
+// The records of one name and type, and what is asked for them. Lives while it has an entry or a question.
+struct RRset {
+  NameEntry* name = nullptr;
+  std::uint16_t type = 0;
+  std::list<CacheEntry> entries;           // the newest last: those that came last, or unique ones that were said again last
+  std::unique_ptr<OpenQuestion> question;  // null: nobody asks for it
+  std::unique_ptr<Watch> watch;            // null: nothing is under way
+};
 
 // Lives while it has an RRset or something published under it.
 struct NameEntry {
-  std::uint64_t id = 0;        // of the link's own counting
-  std::string name;            // spelled as it was first
-  std::vector<RRset*> rrsets;  // cached or asked for, one for each type; owned by the cache
-  OwnedName* owned = nullptr;  // what is published under it; owned by the zone
-};
-
-struct FoldedHash {
-  std::uint64_t seed = 0;
-  std::size_t operator()(std::string_view name) const { return hash_folded(name, seed); }
-};
-
-struct FoldedEqual {
-  bool operator()(std::string_view a, std::string_view b) const { return same_folded(a, b); }
+  std::uint64_t id = 0;                        // of the link's own counting
+  std::string name;                            // spelled as it was first
+  std::vector<std::unique_ptr<RRset>> rrsets;  // cached or asked for, one for each type
+  OwnedName* owned = nullptr;                  // what is published under it; owned by the zone
 };
 
 // The keys are views of the entries' own names.
@@ -40,9 +44,45 @@ using NameTable = std::unordered_map<std::string_view, std::unique_ptr<NameEntry
 // Null when nothing is known of the name.
 NameEntry* name_find(const Link& link, std::string_view name);
 
+// What is published under the name; null when nothing is.
+OwnedName* owned_find(const Link& link, std::string_view name);
+
 NameEntry& name_get(Link& link, std::string_view name);
 
 // Frees the entry if nothing is left of it.
 void name_release(Link& link, NameEntry& entry);
+
+// Null when there is none.
+RRset* rrset_find(const NameEntry& name, std::uint16_t type);
+
+RRset& rrset_get(NameEntry& name, std::uint16_t type);
+
+// Something has changed in what is known or asked: the question rests, or begins to be asked again; an RRset of which nothing
+// is left is freed, and its name with it.
+void rrset_review(Link& link, RRset& rrset);
+
+// What a record is found by.
+struct RecordKey {
+  const NameEntry* name;
+  std::uint16_t type;
+  std::string_view rdata;
+
+  bool operator==(const RecordKey& other) const;
+};
+
+// For tables of pointers or iterators to records of any kind that key_of gives the RecordKey of.
+struct RecordHash {
+  using is_transparent = void;
+  std::uint64_t seed = 0;
+  std::size_t operator()(const RecordKey& key) const;
+  std::size_t operator()(const auto& place) const { return (*this)(key_of(*place)); }
+};
+
+struct RecordEqual {
+  using is_transparent = void;
+  bool operator()(const auto& a, const auto& b) const { return a == b; }
+  bool operator()(const RecordKey& key, const auto& place) const { return key == key_of(*place); }
+  bool operator()(const auto& place, const RecordKey& key) const { return key == key_of(*place); }
+};
 
 }  // namespace mdns

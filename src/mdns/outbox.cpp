@@ -2,6 +2,7 @@
 #include "mdns/outbox.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "mdns/link.h"
 #include "mdns/writer.h"
@@ -17,30 +18,23 @@ constexpr Time kBurst = 12 * kPerDatagram;
 // A caller that is busy comes so much later than link_deadline says.
 constexpr Time kLateMost = 10 * kMillisecond;
 
-// Direct replies beyond this number would make those who ask by multicast wait.
-constexpr std::size_t kCrowded = 64;
-
-unsigned count_of(Protocols protocols) { return (protocols & kIpv4 ? 1u : 0u) + (protocols & kIpv6 ? 1u : 0u); }
-
 std::uint64_t hash_of(const Link& link, Bytes bytes) {
   return hash_folded({reinterpret_cast<const char*>(bytes.data()), bytes.size()}, link.hash_seed);
 }
 
 void remember_sent(Link& link, Bytes bytes, Protocols protocol) {
-  const std::size_t index = index_of(protocol);
-  std::vector<SentDatagram>& ring = link.outbox.sent[index];
-  if (ring.size() < kSentRemembered && link.outbox.next_sent[index] == ring.size()) {
-    ring.emplace_back();
+  std::deque<SentDatagram>& sent = link.outbox.sent[index_of(protocol)];
+  sent.push_back({hash_of(link, bytes), link.now});
+  if (sent.size() > kSentRemembered) {
+    sent.pop_front();
   }
-  ring[link.outbox.next_sent[index]] = {hash_of(link, bytes), link.now};
-  link.outbox.next_sent[index] = (link.outbox.next_sent[index] + 1) % kSentRemembered;
 }
 
 // Gives the datagram to the caller, over those protocols that the link still has.
 void release(Link& link, Datagram&& datagram) {
   const bool is_reply = datagram.to.port != 0;
   datagram.protocols &= link.protocols;
-  const unsigned count = is_reply ? 1 : count_of(datagram.protocols);
+  const int count = is_reply ? 1 : std::popcount(datagram.protocols);
   if (count == 0 || (is_reply && (link.protocols & datagram.to.protocol) == 0)) {
     return;
   }
@@ -51,29 +45,25 @@ void release(Link& link, Datagram&& datagram) {
       remember_sent(link, datagram.bytes, protocol);
     }
   }
-  link.sent += count;
+  link.sent += static_cast<std::uint64_t>(count);
   outbox.ready.push_back(std::move(datagram));
 }
 
 // Whether the bucket has room for a datagram over both protocols.
 bool has_tokens(const Link& link) { return link.outbox.paid_until <= link.now - 2 * kPerDatagram; }
 
-// Writes the next packet of what is said of our own accord; false when nothing is due.
-bool write_next(Link& link, Writer& writer) {
-  if (announcer_has_goodbyes(link)) {
-    announcer_write_goodbyes(link, writer);
-  } else if (prober_is_due(link)) {
-    prober_write(link, writer);
-  } else if (announcer_is_due(link)) {
-    announcer_write(link, writer);
-  } else {
-    return false;
-  }
-  return true;
+// When the next packet of what is said of our own accord is due.
+Time next_due(const Link& link) {
+  return std::min({link.announcer.goodbyes.next(), link.prober.due.next(), link.announcer.due.next()});
 }
 
-bool is_something_due(const Link& link) {
-  return !link.outbox.urgent.empty() || announcer_has_goodbyes(link) || prober_is_due(link) || announcer_is_due(link);
+// Writes it: goodbyes go first, then probes.
+void write_next(Link& link, Writer& writer) {
+  if (link.announcer.goodbyes.next() > link.now && link.prober.due.next() <= link.now) {
+    prober_write(link, writer);
+  } else {
+    announcer_write(link, writer);
+  }
 }
 
 }  // namespace
@@ -84,15 +74,9 @@ Time outbox_send_time(const Link& link) {
   return at <= link.now ? link.now : at + kLateMost;
 }
 
-void outbox_add(Link& link, std::vector<std::uint8_t>&& bytes, Protocols protocols) {
-  link.outbox.urgent.push_back({protocols, {}, std::move(bytes)});
+void outbox_add(Link& link, std::vector<std::uint8_t>&& bytes, Protocols protocols, const Endpoint& to) {
+  link.outbox.urgent.push_back({protocols, to, std::move(bytes)});
 }
-
-void outbox_add_reply(Link& link, std::vector<std::uint8_t>&& bytes, const Endpoint& to) {
-  link.outbox.urgent.push_back({kNoProtocol, to, std::move(bytes)});
-}
-
-bool outbox_is_crowded(const Link& link) { return link.outbox.urgent.size() >= kCrowded; }
 
 void outbox_advance(Link& link) {
   Outbox& outbox = link.outbox;
@@ -103,10 +87,11 @@ void outbox_advance(Link& link) {
       release(link, std::move(next));
       continue;
     }
-    Writer writer;
-    if (!write_next(link, writer)) {
+    if (next_due(link) > link.now) {
       return;
     }
+    Writer writer;
+    write_next(link, writer);
     if (!writer_is_empty(writer)) {
       release(link, {link.protocols, {}, writer_take(writer)});
     }
@@ -114,8 +99,7 @@ void outbox_advance(Link& link) {
 }
 
 Time outbox_deadline(const Link& link) {
-  const Time next = std::min(prober_probe_at(link), announcer_deadline(link));
-  const Time due = is_something_due(link) ? link.now : next;
+  const Time due = link.outbox.urgent.empty() ? next_due(link) : link.now;
   return due == kNever ? kNever : std::max(due, link.outbox.paid_until + 2 * kPerDatagram);
 }
 

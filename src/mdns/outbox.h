@@ -25,24 +25,17 @@ inline constexpr std::size_t kSentRemembered = 256;
 inline constexpr Time kSentFor = 3 * kSecond;
 
 struct Outbox {
-  std::deque<Datagram> urgent;                    // written already
-  std::vector<Datagram> ready;                    // to be taken by the caller
-  Time paid_until = kLongAgo;                     // the token bucket: when all that was sent so far is paid for
-  std::array<std::vector<SentDatagram>, 2> sent;  // rings, by protocol
-  std::array<std::size_t, 2> next_sent = {0, 0};
+  std::deque<Datagram> urgent;                   // written already
+  std::vector<Datagram> ready;                   // to be taken by the caller
+  Time paid_until = kLongAgo;                    // the token bucket: when all that was sent so far is paid for
+  std::array<std::deque<SentDatagram>, 2> sent;  // by protocol
 };
 
 // By when a packet that is queued now will have been sent.
 Time outbox_send_time(const Link& link);
 
-// Queues a written packet for the group, over these protocols.
-void outbox_add(Link& link, std::vector<std::uint8_t>&& bytes, Protocols protocols);
-
-// Queues a reply to one host.
-void outbox_add_reply(Link& link, std::vector<std::uint8_t>&& bytes, const Endpoint& to);
-
-// Whether so many direct replies wait that another one is not to be added.
-bool outbox_is_crowded(const Link& link);
+// Queues a written packet for the group, over these protocols; or with kNoProtocol a reply to one host.
+void outbox_add(Link& link, std::vector<std::uint8_t>&& bytes, Protocols protocols, const Endpoint& to = {});
 
 // Moves to `ready` what the pace allows.
 void outbox_advance(Link& link);

@@ -88,10 +88,17 @@ bool is_conflict(Link& link, const OwnedName& owned, const Record& record) {
   return have_type || (owned.state == NameState::probing && record.type != kTypeNsec);
 }
 
+// A record that another host's probe proposes for a name that we are probing for.
+struct Proposal {
+  OwnedName* owned = nullptr;
+  const Record* record = nullptr;
+};
+
 // RFC 6762 section 8.2.1: negative when ours are earlier, and lose.
-int compare_proposed(const Proposed& ours, const std::vector<const Record*>& theirs) {
+int compare_proposed(const Proposed& ours, std::span<const Proposal> theirs) {
   for (std::size_t i = 0; i < ours.size() && i < theirs.size(); ++i) {
-    const int order = compare_records(ours[i]->type, ours[i]->rdata, theirs[i]->type, theirs[i]->rdata);
+    const Record& their = *theirs[i].record;
+    const int order = compare_records(ours[i]->type, ours[i]->rdata, their.type, their.rdata);
     if (order != 0) {
       return order;
     }
@@ -108,36 +115,25 @@ void probe_from(Link& link, OwnedName& owned, Time at) {
   owned.state = at == kNever ? NameState::unclaimed : NameState::waiting;
   owned.probes = 0;
   link.prober.due.set(owned, at);
+  if (owned.denial != nullptr) {
+    responder_stop(link, *owned.denial);
+  }
 }
 
-// The records that a probe proposes for one name.
-struct Proposal {
-  OwnedName* owned = nullptr;
-  std::vector<const Record*> records;
-};
-
-// What the message proposes for names that we are probing for.
+// What the message proposes, name by name, in the order in which it is compared.
 std::vector<Proposal> proposals_in(Link& link, const Message& message) {
-  std::vector<std::pair<OwnedName*, const Record*>> found;
+  std::vector<Proposal> proposals;
   for (const Record& record : message.authorities) {
     ++link.steps;
-    const NameEntry* name = name_find(link, record.name);
-    if (name != nullptr && name->owned != nullptr && name->owned->state == NameState::probing) {
-      found.emplace_back(name->owned, &record);
+    OwnedName* owned = owned_find(link, record.name);
+    if (owned != nullptr && owned->state == NameState::probing) {
+      proposals.push_back({owned, &record});
     }
   }
-  std::ranges::sort(found, [](const auto& a, const auto& b) {
-    const std::uint64_t id_a = a.first->name->id;
-    const std::uint64_t id_b = b.first->name->id;
-    return id_a != id_b ? id_a < id_b : compare_records(a.second->type, a.second->rdata, b.second->type, b.second->rdata) < 0;
+  std::ranges::sort(proposals, [](const Proposal& a, const Proposal& b) {
+    const std::uint64_t id_a = a.owned->name->id, id_b = b.owned->name->id;
+    return id_a != id_b ? id_a < id_b : compare_records(a.record->type, a.record->rdata, b.record->type, b.record->rdata) < 0;
   });
-  std::vector<Proposal> proposals;
-  for (const auto& [owned, record] : found) {
-    if (proposals.empty() || proposals.back().owned != owned) {
-      proposals.push_back({owned, {}});
-    }
-    proposals.back().records.push_back(record);
-  }
   return proposals;
 }
 
@@ -151,40 +147,30 @@ void prober_begin(Link& link, OwnedName& owned) {
   probe_from(link, owned, prober.batch_at);
 }
 
-void prober_stop(Link& link, OwnedName& owned) {
-  probe_from(link, owned, kNever);
-  if (owned.denial != nullptr) {
-    responder_stop(link, *owned.denial);
-  }
-}
+void prober_stop(Link& link, OwnedName& owned) { probe_from(link, owned, kNever); }
 
 void prober_receive_probe(Link& link, const Message& message) {
-  for (const Proposal& proposal : proposals_in(link, message)) {
-    if (compare_proposed(proposed_of(*proposal.owned), proposal.records) < 0) {
-      probe_from(link, *proposal.owned, link.now + kDeferFor);
+  const std::vector<Proposal> proposals = proposals_in(link, message);
+  for (auto first = proposals.begin(); first != proposals.end();) {
+    OwnedName& owned = *first->owned;
+    const auto last = std::find_if(first, proposals.end(), [&](const Proposal& each) { return each.owned != &owned; });
+    if (compare_proposed(proposed_of(owned), {first, last}) < 0) {
+      probe_from(link, owned, link.now + kDeferFor);
     }
+    first = last;
   }
 }
 
 void prober_receive_record(Link& link, const Record& record) {
-  if (record.ttl == 0) {
-    return;  // a goodbye claims nothing
-  }
-  const NameEntry* name = name_find(link, record.name);
-  if (name == nullptr || name->owned == nullptr || name->owned->claimants.empty()) {
+  OwnedName* owned = record.ttl == 0 ? nullptr : owned_find(link, record.name);  // a goodbye claims nothing
+  if (owned == nullptr || owned->claimants.empty()) {
     return;
   }
-  OwnedName& owned = *name->owned;
-  const bool is_settled = owned.state == NameState::probing || owned.state == NameState::owned;
-  if (!is_settled || !is_conflict(link, owned, record)) {
-    return;
+  if (owned->state == NameState::probing && is_conflict(link, *owned, record)) {
+    zone_name_lost(link, *owned);
+  } else if (owned->state == NameState::owned && is_conflict(link, *owned, record)) {
+    zone_name_doubted(link, *owned);
   }
-  if (owned.state == NameState::probing) {
-    zone_name_lost(link, owned);
-    return;
-  }
-  zone_name_doubted(link, owned);
-  prober_begin(link, owned);
 }
 
 void prober_advance(Link& link) {
@@ -195,8 +181,6 @@ void prober_advance(Link& link) {
     zone_name_established(link, owned);
   }
 }
-
-bool prober_is_due(const Link& link) { return link.prober.due.next() <= link.now; }
 
 void prober_write(Link& link, Writer& writer) {
   writer_begin(writer, false);
@@ -213,9 +197,5 @@ void prober_write(Link& link, Writer& writer) {
     }
   }
 }
-
-Time prober_probe_at(const Link& link) { return link.prober.due.next(); }
-
-Time prober_deadline(const Link& link) { return link.prober.ending.next(); }
 
 }  // namespace mdns

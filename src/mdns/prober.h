@@ -34,12 +34,7 @@ void prober_receive_record(Link& link, const Record& record);
 // Ends the probing of names that nobody has contradicted.
 void prober_advance(Link& link);
 
-// Whether a probe is due, and the packet with as many probes that are due as fit.
-bool prober_is_due(const Link& link);
+// Writes the packet with as many probes that are due as fit.
 void prober_write(Link& link, Writer& writer);
-
-// When the next probe is to be written, and when prober_advance is to be called.
-Time prober_probe_at(const Link& link);
-Time prober_deadline(const Link& link);
 
 }  // namespace mdns

@@ -25,106 +25,59 @@ constexpr std::uint32_t kDenialTtlMax = kHostTtl;
 // What is left of a packet for known answers when it takes another question (RFC 6762 section 7.1).
 constexpr std::size_t kRoomForAnswers = 400;
 
-// What one packet asks, and over which protocols.
-struct Asked {
-  OpenQuestion* question = nullptr;
-  Protocols over = kNoProtocol;
-};
+// From when on it may be asked again over all protocols.
+Time may_be_asked_at(const OpenQuestion& question) { return std::max(question.asked_at[0], question.asked_at[1]) + kAskedApart; }
 
 void set_due(Link& link, OpenQuestion& question) {
-  const Time at = question.urgent != kNoProtocol ? link.now : question.regular_at;
-  link.querier.due.set(question, question.asking == 0 ? kNever : at);
-}
-
-void start_series(Link& link, OpenQuestion& question) {
-  question.asked_at = kLongAgo;
-  question.heard = kNoProtocol;
-  question.regular_at = link.now + random_between(link.random, kFirstAfterLeast, kFirstAfterMost);
-  set_due(link, question);
-}
-
-// The protocols of the set over which the RRset has not been asked for within the last second.
-Protocols may_be_asked_over(const Link& link, const RRset& rrset, Protocols protocols) {
-  for (const Protocols protocol : kEachProtocol) {
-    if (rrset.asked_at[index_of(protocol)] > link.now - kAskedApart) {
-      protocols &= ~protocol;
-    }
+  Time at = question.urgent != kNoProtocol ? link.now : question.regular_at;
+  if (question.asking == 0) {
+    at = question.queries.empty() ? may_be_asked_at(question) : kNever;
   }
-  return protocols;
+  link.querier.due.set(question, at);
 }
 
-Time may_be_asked_at(const RRset& rrset) { return std::max(rrset.asked_at[0], rrset.asked_at[1]) + kAskedApart; }
-
-// The regular question is asked now, or another host's counts in its place.
-void go_on_in_series(Link& link, OpenQuestion& question) {
-  const bool is_first = question.asked_at == kLongAgo;
-  const Time interval = is_first ? kFirstInterval : std::min(2 * (link.now - question.asked_at), kLongestInterval);
-  question.asked_at = link.now;
-  question.regular_at = link.now + interval + kGatheredWithin;  // so that it is not too early when it joins others
-  question.heard = kNoProtocol;
-}
-
-void note_asked(const Link& link, RRset& rrset, Protocols over) {
-  for (const Protocols protocol : kEachProtocol) {
-    if (over & protocol) {
-      rrset.asked_at[index_of(protocol)] = outbox_send_time(link);
-    }
+// Nothing is asked any more; without queries the question ends as soon as it might be asked again.
+void rest(Link& link, OpenQuestion& question) {
+  if (!question.queries.empty() || may_be_asked_at(question) > link.now) {
+    set_due(link, question);
+    return;
   }
+  RRset& rrset = *question.rrset;
+  link.querier.due.set(question, kNever);
+  rrset.question.reset();
+  rrset_review(link, rrset);
 }
 
-// The question is due: over which protocols it is to be asked, as far as it may be. Its next time is set.
+// The question is due: over which protocols it is asked now, where another host has not asked in place of the regular one.
+// What was asked within the last second has to wait.
 Protocols take_turn(Link& link, OpenQuestion& question) {
-  Protocols wanted = question.urgent;
   const bool is_regular = question.regular_at <= link.now + kGatheredWithin;
-  if (is_regular) {
-    wanted |= link.protocols & ~question.heard;
-  }
-  wanted &= link.protocols;
-  const Protocols over = may_be_asked_over(link, *question.rrset, wanted);
-  if (over != wanted) {
-    link.querier.due.set(question, std::max(may_be_asked_at(*question.rrset), link.now + 1));
-    question.urgent = wanted & ~over;
-    if (over == kNoProtocol) {
-      return kNoProtocol;
+  const Protocols wanted = (question.urgent | (is_regular ? ~question.heard : kNoProtocol)) & link.protocols;
+  Protocols over = wanted;
+  for (const Protocols protocol : kEachProtocol) {
+    if (question.asked_at[index_of(protocol)] > link.now - kAskedApart) {
+      over &= ~protocol;
     }
-  } else {
-    question.urgent = kNoProtocol;
   }
-  if (is_regular) {
-    go_on_in_series(link, question);
+  if (is_regular && (over != kNoProtocol || wanted == kNoProtocol)) {
+    const bool is_first = question.interval_since == kLongAgo;
+    const Time interval = is_first ? kFirstInterval : std::min(2 * (link.now - question.interval_since), kLongestInterval);
+    question.interval_since = link.now;
+    question.regular_at = link.now + interval + kGatheredWithin;  // so that it is not too early when it joins others
+    question.heard = kNoProtocol;
   }
-  note_asked(link, *question.rrset, over);
+  question.urgent = wanted & ~over;
   if (question.urgent == kNoProtocol) {
     set_due(link, question);
+  } else {
+    link.querier.due.set(question, std::max(may_be_asked_at(question), link.now + 1));
   }
   return over;
 }
 
-// All that is due, or soon will be, taken in turn.
-std::vector<Asked> take_due(Link& link) {
-  std::vector<Asked> asked;
-  Heap<OpenQuestion, &OpenQuestion::due>& due = link.querier.due;
-  if (due.next() > link.now) {
-    return asked;
-  }
-  std::vector<OpenQuestion*> candidates;
-  while (due.next() <= link.now + kGatheredWithin) {
-    candidates.push_back(due.first());
-    due.set(*due.first(), kNever);
-  }
-  for (OpenQuestion* question : candidates) {
-    ++link.steps;
-    const Protocols over = take_turn(link, *question);
-    if (over != kNoProtocol) {
-      asked.push_back({question, over});
-    }
-  }
-  return asked;
-}
-
 // Whether the entry is to be listed as a known answer: at least half of its lifetime is left (RFC 6762 section 7.1). Null: no.
 bool is_known_answer(const Link& link, const CacheEntry* entry) {
-  if (entry == nullptr || entry->is_leaving || entry->is_doubted) {
+  if (entry == nullptr || entry->limit != Limit::none) {
     return false;
   }
   const Time left = entry->expires - link.now;
@@ -136,74 +89,71 @@ struct QueryPackets {
   Link& link;
   Protocols over;
   Writer writer;
-  std::vector<RRset*> asked;  // in the packet in hand
-
-  void write_known(const RRset& rrset, std::uint32_t ttl, std::string_view rdata) {
-    if (!writer_add_record(writer, Section::answers, rrset.name->name, rrset.type, ttl, false, rdata)) {
-      writer_set_truncated(writer);
-      outbox_add(link, writer_take(writer), over);
-      writer_begin(writer, false);
-      writer_add_record(writer, Section::answers, rrset.name->name, rrset.type, ttl, false, rdata);
-    }
-  }
-
-  // What is published here is known as well.
-  void add_own(const RRset& rrset) {
-    if (rrset.name->owned == nullptr) {
-      return;
-    }
-    for (const OwnedRecord* record : rrset.name->owned->records) {
-      ++link.steps;
-      if (record->type == rrset.type && record->is_live && cache_find(link, key_of(*record)) == nullptr) {
-        write_known(rrset, record->ttl, record->rdata);
-      }
-    }
-  }
-
-  void add_known(const RRset& rrset) {
-    for (const CacheEntry* entry = rrset.first; entry != nullptr; entry = entry->next) {
-      ++link.steps;
-      if (!is_known_answer(link, entry)) {
-        continue;
-      }
-      const Time left = (entry->expires - link.now) / kSecond;
-      write_known(rrset, static_cast<std::uint32_t>(std::min<Time>(left, entry->ttl)), entry->rdata);
-    }
-    add_own(rrset);
-  }
-
-  void finish() {
-    for (RRset* rrset : asked) {
-      note_asked(link, *rrset, over);
-      add_known(*rrset);
-    }
-    asked.clear();
-    if (!writer_is_empty(writer)) {
-      outbox_add(link, writer_take(writer), over);
-    }
-    writer_begin(writer, false);
-  }
-
-  void add(RRset& rrset) {
-    const bool wants_room = (rrset.count > 0 || rrset.name->owned != nullptr) &&
-                            writer.bytes.size() + rrset.name->name.size() + kRoomForAnswers > writer.max;
-    if ((wants_room && !asked.empty()) || !writer_add_question(writer, rrset.name->name, rrset.type, false)) {
-      finish();
-      writer_add_question(writer, rrset.name->name, rrset.type, false);
-    }
-    asked.push_back(&rrset);
-  }
+  std::vector<OpenQuestion*> asked;  // in the packet in hand
 };
 
-void send_questions(Link& link, const std::vector<Asked>& asked, Protocols over) {
-  QueryPackets packets{link, over, {}, {}};
+// Hands what has been written to the outbox, and begins the next packet.
+void flush(QueryPackets& packets) {
+  if (!writer_is_empty(packets.writer)) {
+    outbox_add(packets.link, writer_take(packets.writer), packets.over);
+  }
   writer_begin(packets.writer, false);
-  for (const Asked& one : asked) {
-    if (one.over == over) {
-      packets.add(*one.question->rrset);
+}
+
+void write_known(QueryPackets& packets, const RRset& rrset, std::uint32_t ttl, std::string_view rdata) {
+  Writer& writer = packets.writer;
+  if (!writer_add_record(writer, Section::answers, rrset.name->name, rrset.type, ttl, false, rdata)) {
+    writer_set_truncated(writer);
+    flush(packets);
+    writer_add_record(writer, Section::answers, rrset.name->name, rrset.type, ttl, false, rdata);
+  }
+}
+
+// What others have said and what is published here are known alike.
+void write_all_known(QueryPackets& packets, const RRset& rrset) {
+  Link& link = packets.link;
+  for (const CacheEntry& entry : rrset.entries) {
+    ++link.steps;
+    if (is_known_answer(link, &entry)) {
+      const Time left = (entry.expires - link.now) / kSecond;
+      write_known(packets, rrset, static_cast<std::uint32_t>(std::min<Time>(left, entry.ttl)), entry.rdata);
     }
   }
-  packets.finish();
+  if (rrset.name->owned == nullptr) {
+    return;
+  }
+  for (const OwnedRecord* record : rrset.name->owned->records) {
+    ++link.steps;
+    if (record->type == rrset.type && record->is_live && cache_find(link, key_of(*record)) == nullptr) {
+      write_known(packets, rrset, record->ttl, record->rdata);
+    }
+  }
+}
+
+// The known answers follow their questions.
+void finish(QueryPackets& packets) {
+  for (OpenQuestion* question : std::exchange(packets.asked, {})) {
+    for (const Protocols protocol : kEachProtocol) {
+      if (packets.over & protocol) {
+        question->asked_at[index_of(protocol)] = outbox_send_time(packets.link);
+      }
+    }
+    write_all_known(packets, *question->rrset);
+  }
+  flush(packets);
+}
+
+void add_question(QueryPackets& packets, OpenQuestion& question) {
+  const RRset& rrset = *question.rrset;
+  const std::string& name = rrset.name->name;
+  Writer& writer = packets.writer;
+  const bool wants_room = (!rrset.entries.empty() || rrset.name->owned != nullptr) &&
+                          writer.bytes.size() + name.size() + kRoomForAnswers > writer.max;
+  if ((wants_room && !packets.asked.empty()) || !writer_add_question(writer, name, rrset.type, false)) {
+    finish(packets);
+    writer_add_question(writer, name, rrset.type, false);
+  }
+  packets.asked.push_back(&question);
 }
 
 // Marks the questions of which the query lists an answer that we do not know: it is another question than ours (RFC 6762
@@ -224,9 +174,9 @@ void mark_unknown_answers(Link& link, const Message& message) {
 
 // Another host asks what we ask. Counts in place of our next question once half of the interval before it is over.
 void note_duplicate(Link& link, OpenQuestion& question, Protocols protocol) {
-  Time& asked_at = question.rrset->asked_at[index_of(protocol)];
+  Time& asked_at = question.asked_at[index_of(protocol)];
   asked_at = std::max(asked_at, link.now);
-  const Time half = question.asked_at == kLongAgo ? 0 : (question.regular_at - question.asked_at) / 2;
+  const Time half = question.interval_since == kLongAgo ? 0 : (question.regular_at - question.interval_since) / 2;
   if (question.regular_at != kNever && question.regular_at - link.now <= std::max(half, kFirstAfterMost)) {
     question.heard |= protocol;
   }
@@ -238,24 +188,24 @@ void note_duplicate(Link& link, OpenQuestion& question, Protocols protocol) {
 
 QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t type, std::uint64_t tag, Interest interest) {
   link.now = now;
-  RRset& rrset = rrset_get(link, name_get(link, name), type);
+  RRset& rrset = rrset_get(name_get(link, name), type);
   if (rrset.question == nullptr) {
-    rrset.question = new OpenQuestion;
+    rrset.question = std::make_unique<OpenQuestion>();
     rrset.question->rrset = &rrset;
-    ++link.querier.questions;
   }
   OpenQuestion& question = *rrset.question;
+  link.querier.questions += question.queries.empty() ? 1 : 0;
   const Query query = {++link.last_id, tag, interest == Interest::asking};
   question.queries.push_back(query);
   link.querier.by_id.emplace(query.id, &question);
   if (query.asks && ++question.asking == 1) {
     cache_wanted_changed(link, rrset);
-    start_series(link, question);
+    question_restart(link, question);
     question_review(link, question);
   }
-  for (const CacheEntry* entry = rrset.first; entry != nullptr; entry = entry->next) {
+  for (const CacheEntry& entry : rrset.entries) {
     ++link.steps;
-    link.events.push_back({Event::Kind::added, query.id, tag, type, entry->ttl, entry->rdata, entry->said_by});
+    link.events.push_back({Event::Kind::added, query.id, tag, type, entry.ttl, entry.rdata, entry.said_by});
   }
   zone_report_to(link, rrset, query);
   return query.id;
@@ -269,34 +219,27 @@ void query_stop(Link& link, Time now, QueryId id) {
   }
   OpenQuestion& question = *found->second;
   link.querier.by_id.erase(found);
-  std::erase_if(link.events, [id](const Event& event) { return event.id == id; });
   const auto query = std::ranges::find(question.queries, id, &Query::id);
   const bool asked = query->asks;
   question.queries.erase(query);
-  RRset& rrset = *question.rrset;
+  link.querier.questions -= question.queries.empty() ? 1 : 0;
   if (asked && --question.asking == 0) {
     question.regular_at = kNever;
-    link.querier.due.set(question, kNever);
-    cache_wanted_changed(link, rrset);
+    question.urgent = kNoProtocol;
+    cache_wanted_changed(link, *question.rrset);
   }
-  if (question.queries.empty()) {
-    rrset.question = nullptr;
-    --link.querier.questions;
-    delete &question;
-    rrset_release(link, rrset);
+  if (question.asking == 0) {
+    rest(link, question);
   }
 }
 
 bool is_asked(const RRset& rrset) { return rrset.question != nullptr && rrset.question->asking > 0; }
 
-void question_ask_soon(Link& link, OpenQuestion& question, Protocols protocols) {
-  question.urgent |= protocols & link.protocols;
-  set_due(link, question);
-}
-
-void question_ask_no_more(Link& link, OpenQuestion& question) {
-  question.urgent = kNoProtocol;
-  set_due(link, question);
+void rrset_ask_soon(Link& link, RRset& rrset, Protocols protocols) {
+  if (is_asked(rrset)) {
+    rrset.question->urgent |= protocols & link.protocols;
+    set_due(link, *rrset.question);
+  }
 }
 
 void question_review(Link& link, OpenQuestion& question) {
@@ -310,22 +253,24 @@ void question_review(Link& link, OpenQuestion& question) {
     question.urgent = kNoProtocol;
     set_due(link, question);
   } else if (!has_answer && question.regular_at == kNever) {
-    start_series(link, question);
+    question_restart(link, question);
   }
 }
 
 void question_restart(Link& link, OpenQuestion& question) {
-  if (question.asking > 0) {
-    start_series(link, question);
+  if (question.asking == 0) {
+    return;
   }
+  question.interval_since = kLongAgo;
+  question.heard = kNoProtocol;
+  question.regular_at = link.now + random_between(link.random, kFirstAfterLeast, kFirstAfterMost);
+  set_due(link, question);
 }
 
 void querier_restart(Link& link) {
   for (const auto& [id, question] : link.querier.by_id) {
-    question->rrset->asked_at = {kLongAgo, kLongAgo};
-    if (question->asking > 0) {
-      start_series(link, *question);
-    }
+    question->asked_at = {kLongAgo, kLongAgo};
+    question_restart(link, *question);
   }
 }
 
@@ -364,36 +309,48 @@ void querier_receive_denial(Link& link, const Record& record) {
   if (name == nullptr || !record.cache_flush) {
     return;
   }
-  for (const RRset* rrset : name->rrsets) {
+  for (const std::unique_ptr<RRset>& rrset : name->rrsets) {
     ++link.steps;
-    OpenQuestion* question = rrset->question;
-    if (question == nullptr || rrset->count > 0 || question->regular_at == kNever || denial_lists(record.rdata, rrset->type)) {
+    OpenQuestion* question = rrset->question.get();
+    if (question == nullptr || !rrset->entries.empty() || question->regular_at == kNever ||
+        denial_lists(record.rdata, rrset->type)) {
       continue;
     }
     const Time until = link.now + std::min(record.ttl, kDenialTtlMax) * kSecond;
-    question->asked_at = kLongAgo;
+    question->interval_since = kLongAgo;
     question->regular_at = std::max(question->regular_at, until);
     set_due(link, *question);
   }
 }
 
 void querier_advance(Link& link) {
-  const std::vector<Asked> asked = take_due(link);
-  if (asked.empty()) {
+  Heap<OpenQuestion, &OpenQuestion::due>& due = link.querier.due;
+  if (due.next() > link.now) {
     return;
   }
-  for (const Protocols over : {kBothProtocols, kIpv4, kIpv6}) {
-    send_questions(link, asked, over);
+  std::vector<OpenQuestion*> candidates;
+  while (due.next() <= link.now + kGatheredWithin) {
+    candidates.push_back(due.first());
+    due.set(*due.first(), kNever);
   }
-}
-
-Time querier_deadline(const Link& link) { return link.querier.due.next(); }
-
-void querier_free(Link& link) {
-  for (const auto& [key, name] : link.names) {
-    for (const RRset* rrset : name->rrsets) {
-      delete rrset->question;
+  std::vector<std::pair<OpenQuestion*, Protocols>> asked;
+  for (OpenQuestion* question : candidates) {
+    ++link.steps;
+    if (question->asking == 0) {
+      rest(link, *question);
+    } else {
+      asked.emplace_back(question, take_turn(link, *question));
     }
+  }
+  for (const Protocols over : {kBothProtocols, kIpv4, kIpv6}) {
+    QueryPackets packets{link, over, {}, {}};
+    writer_begin(packets.writer, false);
+    for (const auto& [question, its_protocols] : asked) {
+      if (its_protocols == over) {
+        add_question(packets, *question);
+      }
+    }
+    finish(packets);
   }
 }
 

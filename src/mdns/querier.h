@@ -3,7 +3,8 @@
 //
 // Lifecycle of a question: the first query of a name and type makes it. It is asked after 20 to 120 ms, after a second more,
 // and then at intervals that double up to an hour. It rests while the answer is a unique record, which is asked for only when
-// it grows old. What another host asks in the same words counts as asked. With its last query it ends.
+// it grows old. What another host asks in the same words counts as asked. With its last query it ends, but for
+// the second in which it may not be asked again.
 #pragma once
 
 #include <unordered_map>
@@ -24,13 +25,14 @@ struct Query {
 // One name and type that is asked for.
 struct OpenQuestion {
   RRset* rrset = nullptr;
-  unsigned asking = 0;             // queries that ask; 0: nothing is asked
-  std::vector<Query> queries;      // at least one
-  Time regular_at = kNever;        // when its interval is over; kNever: it rests
-  Time asked_at = kLongAgo;        // its last regular time
-  Protocols heard = kNoProtocol;   // over which another host has asked in place of the next regular one
-  std::uint64_t unknown_in = 0;    // the query of another host that knows an answer which we do not
-  Protocols urgent = kNoProtocol;  // over which it is to be asked besides
+  unsigned asking = 0;                                  // queries that ask; 0: nothing is asked
+  std::vector<Query> queries;                           // when the last one has gone, the question ends within a second
+  std::array<Time, 2> asked_at = {kLongAgo, kLongAgo};  // when it was last asked over each protocol, by whomever
+  Time regular_at = kNever;                             // when its interval is over; kNever: it rests
+  Time interval_since = kLongAgo;                       // its last regular time
+  Protocols heard = kNoProtocol;                        // over which another host has asked in place of the next regular one
+  Protocols urgent = kNoProtocol;                       // over which it is to be asked besides
+  std::uint64_t unknown_in = 0;                         // the query of another host that knows an answer which we do not
   Deadline due;
 };
 
@@ -44,16 +46,13 @@ struct Querier {
 // Whether the RRset is asked for, and not only listened to.
 bool is_asked(const RRset& rrset);
 
-// Asks it soon over these protocols, besides its regular times.
-void question_ask_soon(Link& link, OpenQuestion& question, Protocols protocols);
-
-// What question_ask_soon wanted has come of itself.
-void question_ask_no_more(Link& link, OpenQuestion& question);
+// If the RRset is asked for, asks soon over these protocols, besides the regular times.
+void rrset_ask_soon(Link& link, RRset& rrset, Protocols protocols);
 
 // Something has changed in what is known: the question rests, or begins to be asked again.
 void question_review(Link& link, OpenQuestion& question);
 
-// It is asked as at first: an answer was given up.
+// If it is asked, it is asked as at first.
 void question_restart(Link& link, OpenQuestion& question);
 
 // All begin anew: what is on the link may have changed.
@@ -70,8 +69,5 @@ void querier_report(Link& link, const RRset& rrset, Event::Kind kind, std::uint3
                     std::array<std::uint32_t, 2> said_by = {});
 
 void querier_advance(Link& link);
-Time querier_deadline(const Link& link);
-
-void querier_free(Link& link);
 
 }  // namespace mdns

@@ -17,10 +17,9 @@ constexpr unsigned kResponseBit = 0x8000;
 constexpr unsigned kOpcodeBits = 0x7800;
 constexpr unsigned kTruncatedBit = 0x0200;
 constexpr unsigned kRcodeBits = 0x000F;
-constexpr std::size_t kQuestionBytesMin = 5;  // a root name, type, class
-constexpr std::size_t kRecordBytesMin = 11;   // the same, TTL, length
-constexpr unsigned kPointer = 0xC0;           // the first of a pointer's two bytes, or more
-constexpr unsigned kClassBits = 0x7FFF;       // the top bit is a flag (RFC 6762 sections 5.4 and 10.2)
+constexpr std::size_t kRecordNumbers = 10;  // type, class, TTL, length
+constexpr unsigned kPointer = 0xC0;         // the first of a pointer's two bytes, or more
+constexpr unsigned kClassBits = 0x7FFF;     // the top bit is a flag (RFC 6762 sections 5.4 and 10.2)
 
 // How many bytes of names may be walked through: `kUnfoldFactor` for each byte of the message, and some more for a short one.
 // Real messages stay below 8; it is compression in bad faith that takes 20 and more.
@@ -29,11 +28,11 @@ constexpr std::size_t kUnfoldExtra = 512;
 
 struct Reader {
   const std::uint8_t* bytes;
-  std::size_t at;
   std::size_t end;
   std::size_t allowance;  // bytes of names that may still be walked through
+  std::size_t at = 0;
   std::size_t name_length = 0;
-  char name[kNameMax];  // the last name that was read
+  char name[kNameMax] = {};  // the last name that was read
 
   std::size_t left() const { return end - at; }
   std::string_view last_name() const { return {name, name_length}; }
@@ -110,20 +109,17 @@ bool take_question(Reader& reader, std::vector<Question>& questions) {
 
 // The rdata that the reader holds, from its place to its end, its names without compression; empty when it cannot be read.
 std::string rest_as_rdata(Reader& reader, std::uint16_t type) {
-  std::string rdata;
   const RdataForm form = rdata_form(type);
   if (reader.left() < form.head) {
-    return rdata;
+    return {};
   }
-  if (form.names != 0) {
-    rdata = reader.text(form.head);
-    reader.at += form.head;
-    for (unsigned i = 0; i < form.names; ++i) {
-      if (!take_name(reader)) {
-        return {};
-      }
-      rdata += reader.last_name();
+  std::string rdata(reader.text(form.head));
+  reader.at += form.head;
+  for (unsigned i = 0; i < form.names; ++i) {
+    if (!take_name(reader)) {
+      return {};
     }
+    rdata += reader.last_name();
   }
   rdata += reader.text(reader.left());
   if (rdata.empty() && type == kTypeTxt) {
@@ -138,7 +134,7 @@ bool is_kept(unsigned type, unsigned klass) {
 }
 
 bool take_record(Reader& reader, std::vector<Record>& records) {
-  if (!take_name(reader) || reader.left() < kRecordBytesMin - 1) {
+  if (!take_name(reader) || reader.left() < kRecordNumbers) {
     return false;
   }
   const unsigned type = take16(reader);
@@ -167,17 +163,14 @@ bool take_record(Reader& reader, std::vector<Record>& records) {
   return true;
 }
 
-// Reads up to `count` elements of at least `size_min` bytes each; false when one of them cannot be read.
+// Reads up to `count` elements; false when one of them cannot be read.
 template <typename Element>
-bool take_all(Reader& reader, std::vector<Element>& elements, std::size_t count, std::size_t size_min,
-              bool (*take)(Reader&, std::vector<Element>&)) {
-  elements.reserve(std::min(count, reader.left() / size_min));
-  for (; count > 0; --count) {
-    if (!take(reader, elements)) {
-      return false;
-    }
+bool take_all(Reader& reader, std::vector<Element>& elements, std::size_t count, bool (*take)(Reader&, std::vector<Element>&)) {
+  elements.reserve(std::min(count, reader.left() / kRecordNumbers));
+  while (count > 0 && take(reader, elements)) {
+    --count;
   }
-  return true;
+  return count == 0;
 }
 
 }  // namespace
@@ -186,11 +179,7 @@ std::optional<Message> read_message(Bytes datagram) {
   if (datagram.size() < kHeaderSize) {
     return std::nullopt;
   }
-  Reader reader;
-  reader.bytes = datagram.data();
-  reader.at = 0;
-  reader.end = datagram.size();
-  reader.allowance = kUnfoldFactor * datagram.size() + kUnfoldExtra;
+  Reader reader{datagram.data(), datagram.size(), kUnfoldFactor * datagram.size() + kUnfoldExtra};
   Message message;
   message.id = static_cast<std::uint16_t>(take16(reader));
   const unsigned flags = take16(reader);
@@ -203,10 +192,10 @@ std::optional<Message> read_message(Bytes datagram) {
   for (std::size_t& count : counts) {
     count = take16(reader);
   }
-  static_cast<void>(take_all(reader, message.questions, counts[0], kQuestionBytesMin, take_question) &&
-                    take_all(reader, message.answers, counts[1], kRecordBytesMin, take_record) &&
-                    take_all(reader, message.authorities, counts[2], kRecordBytesMin, take_record) &&
-                    take_all(reader, message.additionals, counts[3], kRecordBytesMin, take_record));
+  static_cast<void>(take_all(reader, message.questions, counts[0], take_question) &&
+                    take_all(reader, message.answers, counts[1], take_record) &&
+                    take_all(reader, message.authorities, counts[2], take_record) &&
+                    take_all(reader, message.additionals, counts[3], take_record));
   return message;
 }
 

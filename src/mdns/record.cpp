@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "mdns/record.h"
 
+#include <algorithm>
+
 #include "mdns/name.h"
 
 namespace mdns {
 namespace {
 
 constexpr std::size_t kSoaNumbers = 20;          // RFC 1035 section 3.3.13
-constexpr std::size_t kNsecWindowBytesMax = 32;  // RFC 4034 section 4.1.2
+constexpr std::size_t kNsecWindowBytesMax = 32;  // RFC 4034 section 4.1.2, as the next
+constexpr unsigned kNsecWindowTypes = 256;
 
 // Where the last of the names in `rdata` ends; 0 when one of them is not whole. For forms with names only.
 std::size_t names_end(RdataForm form, std::string_view rdata) {
@@ -77,15 +80,10 @@ RdataForm rdata_form(std::uint16_t type) {
 }
 
 bool is_rdata(std::uint16_t type, std::string_view rdata) {
-  if (const RdataForm form = rdata_form(type); form.names != 0) {
-    const std::size_t end = names_end(form, rdata);
-    if (end == 0) {
-      return false;
-    }
-    if (type == kTypeNsec) {
-      return is_type_map(rdata.substr(end));
-    }
-    return rdata.size() - end == (type == kTypeSoa ? kSoaNumbers : 0);
+  const RdataForm form = rdata_form(type);
+  const std::size_t end = names_end(form, rdata);
+  if (form.names != 0 && end == 0) {
+    return false;
   }
   switch (type) {
     case kTypeA:
@@ -96,12 +94,14 @@ bool is_rdata(std::uint16_t type, std::string_view rdata) {
       return count_strings(rdata) == 2;
     case kTypeTxt:
       return count_strings(rdata) != 0;
+    case kTypeSoa:
+      return rdata.size() - end == kSoaNumbers;
+    case kTypeNsec:
+      return is_type_map(rdata.substr(end));
     default:
-      return true;
+      return form.names == 0 || rdata.size() == end;
   }
 }
-
-bool has_names(std::uint16_t type) { return rdata_form(type).names != 0; }
 
 bool same_rdata(std::uint16_t type, std::string_view a, std::string_view b) {
   if (a.size() != b.size()) {
@@ -112,7 +112,7 @@ bool same_rdata(std::uint16_t type, std::string_view a, std::string_view b) {
   }
   const RdataForm form = rdata_form(type);
   const std::size_t head = form.head;
-  const std::size_t end = form.names != 0 ? names_end(form, a) : 0;
+  const std::size_t end = names_end(form, a);
   return end != 0 && a.substr(0, head) == b.substr(0, head) && a.substr(end) == b.substr(end) &&
          same_folded(a.substr(head, end - head), b.substr(head, end - head));
 }
@@ -122,21 +122,33 @@ int compare_records(std::uint16_t type_a, std::string_view rdata_a, std::uint16_
 }
 
 std::uint32_t usual_ttl(std::string_view name, std::uint16_t type) {
-  switch (type) {
-    case kTypeA:
-    case kTypeAaaa:
-    case kTypeHinfo:
-    case kTypeSrv:
-    case kTypeMx:
-    case kTypeAfsdb:
-    case kTypeRt:
-    case kTypeKx:
-      return kHostTtl;
-    case kTypePtr:
-      return is_reverse_name(name) ? kHostTtl : kOtherTtl;
-    default:
-      return kOtherTtl;
+  constexpr std::uint16_t kOfHosts[] = {kTypeA, kTypeAaaa, kTypeHinfo, kTypeSrv, kTypeMx, kTypeAfsdb, kTypeRt, kTypeKx};
+  const bool is_of_host = std::ranges::find(kOfHosts, type) != std::end(kOfHosts) || (type == kTypePtr && is_reverse_name(name));
+  return is_of_host ? kHostTtl : kOtherTtl;
+}
+
+bool denial_lists(std::string_view rdata, std::uint16_t type) {
+  if (!is_rdata(kTypeNsec, rdata)) {
+    return true;
   }
+  const std::size_t byte = 2 + type % kNsecWindowTypes / 8;
+  for (std::string_view map = rdata.substr(name_size(rdata)); !map.empty();) {
+    const std::size_t end = 2 + std::size_t{static_cast<unsigned char>(map[1])};
+    if (static_cast<unsigned char>(map[0]) == type / kNsecWindowTypes) {
+      return byte < end && (static_cast<unsigned char>(map[byte]) & 0x80u >> type % 8) != 0;
+    }
+    map.remove_prefix(end);
+  }
+  return false;
+}
+
+std::string denial_rdata(std::string_view name, std::span<const std::uint16_t> types) {
+  std::string bits(1, '\0');
+  for (const std::uint16_t type : types) {
+    bits.resize(std::max<std::size_t>(bits.size(), type / 8 + 1u));
+    bits[type / 8] = static_cast<char>(static_cast<unsigned char>(bits[type / 8]) | 0x80u >> type % 8);
+  }
+  return std::string(name) + '\0' + static_cast<char>(bits.size()) + bits;
 }
 
 std::string_view target_of(std::uint16_t type, std::string_view rdata) {

@@ -40,9 +40,6 @@ RdataForm rdata_form(std::uint16_t type);
 // known are plain bytes, and any length of them is right. Empty rdata is right only for those.
 bool is_rdata(std::uint16_t type, std::string_view rdata);
 
-// Whether rdata of this type holds names, which are compared without case (RFC 6762 section 16, RFC 4343).
-bool has_names(std::uint16_t type);
-
 // Whether two records of one name and type hold the same data.
 bool same_rdata(std::uint16_t type, std::string_view a, std::string_view b);
 

@@ -1,47 +1,37 @@
 // SPDX-License-Identifier: MIT
 // Answers to the questions of others (RFC 6762 sections 5.4, 6, 6.1 to 6.7, 7.1, 7.2 and 7.4).
 //
-// By multicast: each record that is asked for becomes due, after 20 to 120 ms unless it is ours alone, and not within a
-// second of the last time. Those that are due together share packets. Directly, to one host: what was asked for with QU and
-// has been multicast lately, and all that is asked from a port other than 5353.
+// A query whose answers have to wait, for 20 to 120 ms or for further known answers, is kept and answered when its time has
+// come, from what is true then. What is answered by multicast becomes due, record by record: at once, or when a second has
+// passed since the last time; those that are due together share packets. Directly, to one host, goes what was asked for with
+// QU and has been multicast lately, and all that is asked from a port other than 5353.
 #pragma once
 
-#include <deque>
+#include <map>
 
 #include "mdns/reader.h"
 #include "mdns/zone.h"
 
 namespace mdns {
 
-// A reply to one host that waits for its time.
-struct DirectReply {
-  Endpoint to;
-  std::uint16_t id = 0;
-  bool is_legacy = false;           // the rules of RFC 6762 section 6.7
-  std::vector<Question> questions;  // repeated in a legacy reply
-  std::vector<OwnedRecord*> records;
-  Time at = 0;
-};
-
-// A host that has announced further known answers (section 7.2): answers to it wait.
-struct Hold {
-  std::uint32_t asker = kNobody;
-  Time until = 0;
+struct PendingQuery {
+  Message message;  // further known answers join it (section 7.2)
+  Received from;    // without its bytes
+  Time received = 0;
 };
 
 struct Responder {
+  std::multimap<Time, PendingQuery> pending;  // a bounded number, by the time at which they are answered
+  std::size_t pending_records = 0;            // known and proposed ones in all of them
   Heap<OwnedRecord, &OwnedRecord::answer> due;
-  std::deque<DirectReply> replies;  // a bounded number
-  std::vector<Hold> holds;          // a bounded number
-  Time together_at = kLongAgo;      // when the latest delayed answers are due
-  Time rescue_at = kLongAgo;        // when all that was taken back by others is said again
-  std::size_t replied_records = 0;  // in all replies
-  std::uint32_t queries = 0;        // received so far; the number of the one in hand
-  std::uint32_t batches = 0;        // of answers, written so far
+  Time together_at = kLongAgo;  // when the latest delayed answers are due
+  Time rescue_at = kLongAgo;    // when all that was taken back by others is said again
+  std::uint32_t queries = 0;    // answered so far; the number of the one in hand
+  std::uint32_t batches = 0;    // of answers, written so far
 };
 
 // A query of another host, as it was read and as it came.
-void responder_receive(Link& link, const Message& message, const Received& received);
+void responder_receive(Link& link, Message&& message, const Received& received);
 
 // A record of another host's response: it saves us the same answer, or calls for a correction (sections 7.4 and 6.6).
 void responder_receive_record(Link& link, const Record& record, Protocols protocol);
@@ -53,8 +43,25 @@ void record_was_multicast(Link& link, OwnedRecord& record, Protocols protocols, 
 // The record is no longer to be answered with.
 void responder_stop(Link& link, OwnedRecord& record);
 
-// Hands the packets of what is due to the outbox.
+// Answers the queries that have waited for long enough, and hands the packets of what is due to the outbox.
 void responder_advance(Link& link);
 Time responder_deadline(const Link& link);
+
+// --- answer_packets.cpp: whole RRsets, and the records that an asker will want next (RFC 6762 sections 6.2, 6.7, 10.2 and 18.5,
+// RFC 6763 section 12)
+
+struct DueAnswer {
+  OwnedRecord* record = nullptr;
+  Protocols over = kNoProtocol;
+};
+
+// Sends to the group those of the answers that are due over just these protocols, with their additional records.
+void send_answers(Link& link, const std::vector<DueAnswer>& answers, Protocols over);
+
+// Sends these answers to the host that asked, by the rules of section 6.7 if it is a legacy querier.
+void send_reply(Link& link, const PendingQuery& query, const std::vector<OwnedRecord*>& answers);
+
+// Whether the query comes from an ordinary resolver (section 6.7).
+bool is_legacy(const PendingQuery& query);
 
 }  // namespace mdns

@@ -17,6 +17,12 @@ constexpr Time kBytesPerSecond = 1'000'000;
 constexpr Time kBurstBytes = 2'000'000;
 constexpr std::size_t kBytesPerDatagram = 60;  // what the headers add to each datagram
 
+// The same for a host that comes again.
+std::uint32_t number_of(const Link& link, const Endpoint& host) {
+  const auto hash = static_cast<std::uint32_t>(EndpointHash{link.hash_seed}(host));
+  return hash != 0 ? hash : 1;
+}
+
 }  // namespace
 
 std::size_t EndpointHash::operator()(const Endpoint& endpoint) const {
@@ -24,23 +30,17 @@ std::size_t EndpointHash::operator()(const Endpoint& endpoint) const {
   return hash_folded(address, seed + endpoint.protocol);
 }
 
-Source& source_get(Link& link, const Endpoint& endpoint) {
-  Endpoint host = endpoint;
+Source& source_get(Link& link, Endpoint host) {
   host.port = 0;
   Sources& sources = link.sources;
-  const auto found = sources.by_endpoint.find(host);
-  if (found != sources.by_endpoint.end()) {
-    sources.idle.set(*found->second, link.now + kIdleAfter);
-    return *found->second;
-  }
-  if (sources.by_endpoint.size() >= kSourcesMax) {
+  if (sources.by_endpoint.size() >= kSourcesMax && !sources.by_endpoint.contains(host)) {
     return sources.overflow;
   }
-  auto made = std::make_unique<Source>();
-  made->endpoint = host;
-  made->number = asker_of(link, host);
-  Source& source = *made;
-  sources.by_endpoint.emplace(host, std::move(made));
+  Source& source = sources.by_endpoint[host];
+  if (source.number == 0) {
+    source.endpoint = host;
+    source.number = number_of(link, host);
+  }
   sources.idle.set(source, link.now + kIdleAfter);
   return source;
 }
@@ -55,13 +55,6 @@ bool source_allows(Link& link, Source& source, std::size_t bytes) {
   return true;
 }
 
-std::uint32_t asker_of(const Link& link, const Endpoint& endpoint) {
-  Endpoint host = endpoint;
-  host.port = 0;
-  const auto hash = static_cast<std::uint32_t>(EndpointHash{link.hash_seed}(host));
-  return hash > kSeveral ? hash : kSeveral + 1;
-}
-
 void source_drop_entry(Link& link, Source& source) {
   if (--source.entries == 0 && source.idle.at == kNever && &source != &link.sources.overflow) {
     link.sources.idle.set(source, link.now + kIdleAfter);
@@ -73,10 +66,9 @@ void sources_advance(Link& link) {
   while (sources.idle.next() <= link.now) {
     Source& source = *sources.idle.first();
     sources.idle.set(source, kNever);
-    if (source.entries > 0) {
-      continue;  // its last entry will end it
+    if (source.entries == 0) {  // else its last entry ends it
+      sources.by_endpoint.erase(Endpoint(source.endpoint));
     }
-    sources.by_endpoint.erase(Endpoint(source.endpoint));
   }
 }
 

@@ -3,7 +3,6 @@
 // from the others.
 #pragma once
 
-#include <memory>
 #include <unordered_map>
 
 #include "mdns/heap.h"
@@ -15,7 +14,7 @@ struct Link;
 struct Source {
   Endpoint endpoint;           // its port plays no part
   Time paid_until = kLongAgo;  // the token bucket: when all that it has sent is paid for
-  std::uint32_t number = 0;    // asker_of it
+  std::uint32_t number = 0;    // of the host, never 0 once it is known
   std::uint32_t entries = 0;   // cache entries that it was the first to say
   Deadline idle;
 };
@@ -26,22 +25,19 @@ struct EndpointHash {
 };
 
 struct Sources {
-  std::unordered_map<Endpoint, std::unique_ptr<Source>, EndpointHash> by_endpoint;
+  std::unordered_map<Endpoint, Source, EndpointHash> by_endpoint;
   Heap<Source, &Source::idle> idle;
   Source overflow;  // of all that there is no room for
 };
 
-// The host that the endpoint is of. Beyond a bound, all further ones are one.
-Source& source_get(Link& link, const Endpoint& endpoint);
+// The host that the endpoint is of, whatever its port. Beyond a bound, all further ones are one.
+Source& source_get(Link& link, Endpoint host);
 
 // Whether the host may say so many bytes now; if so, they are counted.
 bool source_allows(Link& link, Source& source, std::size_t bytes);
 
 // A cache entry of the source is gone.
 void source_drop_entry(Link& link, Source& source);
-
-// A number for the host that is neither kNobody nor kSeveral.
-std::uint32_t asker_of(const Link& link, const Endpoint& endpoint);
 
 void sources_advance(Link& link);
 

@@ -42,27 +42,11 @@ struct Endpoint {
 inline constexpr std::uint16_t kPort = 5353;  // RFC 6762 section 3
 
 // Record types and classes of RFC 1035, 2782, 3596, 4034 and 6891.
-inline constexpr std::uint16_t kTypeA = 1;
-inline constexpr std::uint16_t kTypeNs = 2;
-inline constexpr std::uint16_t kTypeCname = 5;
-inline constexpr std::uint16_t kTypeSoa = 6;
-inline constexpr std::uint16_t kTypePtr = 12;
-inline constexpr std::uint16_t kTypeHinfo = 13;
-inline constexpr std::uint16_t kTypeMx = 15;
-inline constexpr std::uint16_t kTypeTxt = 16;
-inline constexpr std::uint16_t kTypeRp = 17;
-inline constexpr std::uint16_t kTypeAfsdb = 18;
-inline constexpr std::uint16_t kTypeRt = 21;
-inline constexpr std::uint16_t kTypePx = 26;
-inline constexpr std::uint16_t kTypeAaaa = 28;
-inline constexpr std::uint16_t kTypeSrv = 33;
-inline constexpr std::uint16_t kTypeKx = 36;
-inline constexpr std::uint16_t kTypeDname = 39;
-inline constexpr std::uint16_t kTypeOpt = 41;
-inline constexpr std::uint16_t kTypeNsec = 47;
-inline constexpr std::uint16_t kTypeAny = 255;
-inline constexpr std::uint16_t kClassIn = 1;
-inline constexpr std::uint16_t kClassAny = 255;
+inline constexpr std::uint16_t kTypeA = 1, kTypeNs = 2, kTypeCname = 5, kTypeSoa = 6, kTypePtr = 12, kTypeHinfo = 13,
+                               kTypeMx = 15, kTypeTxt = 16, kTypeRp = 17, kTypeAfsdb = 18, kTypeRt = 21, kTypePx = 26,
+                               kTypeAaaa = 28, kTypeSrv = 33, kTypeKx = 36, kTypeDname = 39, kTypeOpt = 41, kTypeNsec = 47,
+                               kTypeAny = 255;
+inline constexpr std::uint16_t kClassIn = 1, kClassAny = 255;
 
 // TTLs of RFC 6762 section 10, in seconds.
 inline constexpr std::uint32_t kHostTtl = 120;

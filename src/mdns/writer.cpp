@@ -15,14 +15,12 @@ namespace {
 constexpr std::size_t kHeaderSize = 12;
 constexpr std::size_t kFlagsAt = 2;
 constexpr std::size_t kCountsAt = 4;
-constexpr unsigned kResponseBits = 0x8400;      // QR and AA
-constexpr unsigned kTruncatedByte = 0x02;       // TC in the first byte of the flags
-constexpr unsigned kPointerBits = 0xC000;       // of a pointer's two bytes
-constexpr std::size_t kPointerEnd = 0x4000;     // what a pointer cannot reach
-constexpr unsigned kTopBit = 0x8000;            // of a class: QU or cache-flush (RFC 6762 sections 5.4 and 10.2)
-constexpr std::size_t kRecordNumbersSize = 10;  // type, class, TTL, length
+constexpr unsigned kResponseBits = 0x8400;   // QR and AA
+constexpr unsigned kTruncatedByte = 0x02;    // TC in the first byte of the flags
+constexpr unsigned kPointerBits = 0xC000;    // of a pointer's two bytes
+constexpr std::size_t kPointerEnd = 0x4000;  // what a pointer cannot reach
+constexpr unsigned kTopBit = 0x8000;         // of a class: QU or cache-flush (RFC 6762 sections 5.4 and 10.2)
 
-constexpr std::size_t kLabelsMax = kNameMax / 2;
 constexpr std::size_t kPlacesTried = 8;  // of a name in Writer::names, so that no choice of names makes the search long
 
 void put16(Writer& writer, unsigned number) {
@@ -42,92 +40,53 @@ void set16(Writer& writer, std::size_t at, std::size_t number) {
 
 // --- Names
 
-// The names that a name ends in: where each begins, and its first place in Writer::names.
-struct Suffixes {
-  std::size_t count = 0;
-  std::uint8_t begin[kLabelsMax + 1];  // of the last one, which is the root, too
-  std::uint8_t place[kLabelsMax];
-};
-
-// The places come from a hash of all bytes from the end to there (FNV-1a).
-Suffixes suffixes_of(std::string_view name) {
-  Suffixes suffixes;
-  std::size_t at = 0;
-  for (; name[at] != 0; at += 1 + static_cast<std::size_t>(name[at])) {
-    suffixes.begin[suffixes.count++] = static_cast<std::uint8_t>(at);
-  }
-  suffixes.begin[suffixes.count] = static_cast<std::uint8_t>(at);
-  std::uint32_t hash = 0x811C'9DC5;
-  for (std::size_t i = suffixes.count; i-- > 0;) {
-    while (at > suffixes.begin[i]) {
-      hash = (hash ^ static_cast<std::uint8_t>(name[--at])) * 0x0100'0193;
-    }
-    suffixes.place[i] = static_cast<std::uint8_t>(hash >> 24);
-  }
-  return suffixes;
-}
-
-// Whether `name` stands at that place of the message, byte for byte.
+// Whether `name` stands at that place of the message, byte for byte. The name that is being written ends where the message does.
 bool is_name_at(const Writer& writer, std::size_t at, std::string_view name) {
-  for (;;) {
-    while (writer.bytes[at] >= kPointerBits >> 8) {
-      at = (unsigned{writer.bytes[at]} << 8 | writer.bytes[at + 1]) & ~kPointerBits;
+  const std::vector<std::uint8_t>& bytes = writer.bytes;
+  for (; at < bytes.size(); name = parent_name(name)) {
+    while (bytes[at] >= kPointerBits >> 8) {
+      at = (unsigned{bytes[at]} << 8 | bytes[at + 1]) & ~kPointerBits;
     }
-    const std::size_t taken = 1 + static_cast<std::size_t>(name[0]);
-    if (writer.bytes[at] != taken - 1 || std::memcmp(&writer.bytes[at], name.data(), taken) != 0) {
+    const std::size_t taken = 1 + first_label(name).size();
+    if (bytes[at] != taken - 1 || std::memcmp(&bytes[at], name.data(), taken) != 0) {
       return false;
     }
     if (taken == 1) {
       return true;
     }
     at += taken;
-    name.remove_prefix(taken);
   }
+  return false;
 }
 
-// Where the message holds the name; 0 when that is not known.
-std::size_t find_name(const Writer& writer, std::size_t place, std::string_view name) {
+// The element of Writer::names that says where the message holds the name, or a free one; null when all that may be tried are
+// taken.
+std::uint16_t* find_name(Writer& writer, std::string_view name) {
+  const std::uint64_t hash = hash_folded(name, 0);
   for (std::size_t i = 0; i < kPlacesTried; ++i) {
-    const std::size_t at = writer.names[(place + i) % writer.names.size()];
+    std::uint16_t& at = writer.names[(hash + i) % writer.names.size()];
     if (at == 0 || is_name_at(writer, at, name)) {
-      return at;
+      return &at;
     }
   }
-  return 0;
-}
-
-// Nothing happens when no pointer reaches `at` or the places that may be tried are taken.
-void remember_name(Writer& writer, std::size_t place, std::size_t at) {
-  for (std::size_t i = 0; i < kPlacesTried && at < kPointerEnd; ++i) {
-    std::uint16_t& known = writer.names[(place + i) % writer.names.size()];
-    if (known == 0) {
-      known = static_cast<std::uint16_t>(at);
-      return;
-    }
-  }
+  return nullptr;
 }
 
 // Writes the name, from where it ends in one that the message holds already with a pointer to that.
 void put_name(Writer& writer, std::string_view name) {
   assert(is_name(name));
-  const Suffixes suffixes = suffixes_of(name);
-  std::size_t plain = 0;
-  std::size_t found = 0;
-  for (; plain < suffixes.count; ++plain) {
-    found = find_name(writer, suffixes.place[plain], name.substr(suffixes.begin[plain]));
-    if (found != 0) {
-      break;
+  for (; name.size() > 1; name = parent_name(name)) {
+    std::uint16_t* known = find_name(writer, name);
+    if (known != nullptr && *known != 0) {
+      put16(writer, kPointerBits | *known);
+      return;
     }
+    if (known != nullptr && writer.bytes.size() < kPointerEnd) {
+      *known = static_cast<std::uint16_t>(writer.bytes.size());
+    }
+    put_text(writer, name.substr(0, 1 + first_label(name).size()));
   }
-  for (std::size_t i = 0; i < plain; ++i) {
-    remember_name(writer, suffixes.place[i], writer.bytes.size() + suffixes.begin[i]);
-  }
-  put_text(writer, name.substr(0, suffixes.begin[plain]));
-  if (found != 0) {
-    put16(writer, kPointerBits | static_cast<unsigned>(found));
-  } else {
-    writer.bytes.push_back(0);
-  }
+  writer.bytes.push_back(0);
 }
 
 // Forgets what was written from `size` on. The names that were remembered last go first, so those that stay are still found.
@@ -204,10 +163,6 @@ bool writer_add_record(Writer& writer, Section section, std::string_view name, s
   put_rdata(writer, type, rdata);
   set16(writer, rdata_begin - 2, writer.bytes.size() - rdata_begin);
   return end_entry(writer, section, begin, max);
-}
-
-bool writer_has_room(const Writer& writer, std::string_view name, std::string_view rdata) {
-  return writer.bytes.size() + name.size() + kRecordNumbersSize + rdata.size() <= writer.max;
 }
 
 void writer_set_truncated(Writer& writer) { writer.bytes[kFlagsAt] |= kTruncatedByte; }

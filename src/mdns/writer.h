@@ -43,9 +43,6 @@ bool writer_add_question(Writer& writer, std::string_view name, std::uint16_t ty
 bool writer_add_record(Writer& writer, Section section, std::string_view name, std::uint16_t type, std::uint32_t ttl,
                        bool cache_flush, std::string_view rdata);
 
-// Whether a record of this name and rdata would surely fit, compressed or not.
-bool writer_has_room(const Writer& writer, std::string_view name, std::string_view rdata);
-
 void writer_set_truncated(Writer& writer);
 
 // Takes the finished message, its counts filled in; the writer is to be begun again.

@@ -19,12 +19,13 @@ OwnedName& owned_get(Link& link, std::string_view name) {
   return *entry.owned;
 }
 
-// Nobody claims the name any more, or it is over altogether.
+// Nobody may claim the name any more, or it may be over altogether. Until the goodbyes of its unique records it is kept.
 void owned_review(Link& link, OwnedName& owned) {
   if (!owned.claimants.empty()) {
     return;
   }
-  if (owned.leaving == 0) {
+  const auto is_leaving = [](const OwnedRecord* record) { return record->is_unique && record->holders == 0; };
+  if (owned.state != NameState::unclaimed && std::ranges::none_of(owned.records, is_leaving)) {
     prober_stop(link, owned);
   }
   if (!owned.records.empty()) {
@@ -36,71 +37,59 @@ void owned_review(Link& link, OwnedName& owned) {
   name_release(link, entry);
 }
 
-// The RRset that the link's own queries ask for, if the record is in no cache entry, too; else null.
-RRset* asked_rrset(const Link& link, const OwnedRecord& record) {
+// Makes the record live, or not: the link's own queries are told, unless another host says the same. Of what is gone they will be
+// told when the second of its goodbye is over.
+void set_live(Link& link, OwnedRecord& record, bool is_live) {
+  record.is_live = is_live;
+  const bool is_news = std::exchange(record.is_reported, is_live) != is_live;
   RRset* rrset = rrset_find(*record.owner->name, record.type);
-  const bool is_asked = rrset != nullptr && rrset->question != nullptr;
-  return is_asked && cache_find(link, key_of(record)) == nullptr ? rrset : nullptr;
-}
-
-void review_question(Link& link, const OwnedRecord& record) {
-  const RRset* rrset = rrset_find(*record.owner->name, record.type);
-  if (rrset != nullptr && rrset->question != nullptr) {
-    question_review(link, *rrset->question);
+  if (rrset == nullptr || rrset->question == nullptr) {
+    return;
   }
-}
-
-// The link's own queries are told of the record.
-void report_added(Link& link, OwnedRecord& record) {
-  const RRset* rrset = asked_rrset(link, record);
-  if (rrset != nullptr && !record.is_reported) {
-    querier_report(link, *rrset, Event::Kind::added, record.ttl, record.rdata);
+  if (is_news && cache_find(link, key_of(record)) == nullptr) {
+    if (is_live) {
+      querier_report(link, *rrset, Event::Kind::added, record.ttl, record.rdata);
+    } else {
+      cache_keep_for_goodbye(link, *rrset, record.ttl, record.rdata);
+    }
   }
-  record.is_reported = true;
-  review_question(link, record);
-}
-
-// They will be told that it is gone, when the second of its goodbye is over.
-void report_removed(Link& link, OwnedRecord& record) {
-  RRset* rrset = asked_rrset(link, record);
-  if (rrset != nullptr && record.is_reported) {
-    cache_keep_for_goodbye(link, *rrset, record.ttl, record.rdata);
-  }
-  record.is_reported = false;
-  review_question(link, record);
-}
-
-void become_live(Link& link, OwnedRecord& record) {
-  record.is_live = true;
-  report_added(link, record);
-}
-
-OwnedRecord& record_new(Link& link, OwnedName& owner, const RecordData& data, bool is_unique) {
-  auto* record = new OwnedRecord;
-  record->owner = &owner;
-  record->type = data.type;
-  record->ttl = data.ttl != 0 ? data.ttl : usual_ttl(owner.name->name, data.type);
-  record->rdata = data.rdata;
-  record->is_unique = is_unique;
-  record->place = static_cast<std::uint32_t>(owner.records.size());
-  owner.records.push_back(record);
-  link.zone.records.insert(record);
-  return *record;
+  rrset_review(link, *rrset);
 }
 
 // Takes the record out of everything and frees it, without a goodbye.
 void record_free(Link& link, OwnedRecord& record) {
   announcer_stop(link, record);
   responder_stop(link, record);
-  record.owner->leaving -= record.holders == 0 && record.is_unique ? 1 : 0;
   link.zone.records.erase(&record);
   std::vector<OwnedRecord*>& records = record.owner->records;
   records[record.place] = records.back();
   records[record.place]->place = record.place;
   records.pop_back();
-  record.is_live = false;
   const std::unique_ptr<OwnedRecord> freed(&record);
-  report_removed(link, record);
+  set_live(link, record, false);
+}
+
+// Other unique data of the record's type whose place it has taken: neither held nor about to get a goodbye.
+bool is_superseded(const OwnedRecord& record) {
+  return record.is_unique && record.holders == 0 && record.announcement.at == kNever;
+}
+
+// The last holder of the record's type has left: what it had superseded is withdrawn with it.
+void release_superseded(Link& link, OwnedName& owned, std::uint16_t type, bool says_goodbye) {
+  const auto is_held = [type](const OwnedRecord* other) { return other->type == type && other->is_unique && other->holders > 0; };
+  if (std::ranges::any_of(owned.records, is_held)) {
+    return;
+  }
+  for (OwnedRecord* other : std::vector<OwnedRecord*>(owned.records)) {
+    if (other->type != type || !is_superseded(*other)) {
+      continue;
+    }
+    if (says_goodbye) {
+      announcer_say_goodbye(link, *other);
+    } else {
+      record_free(link, *other);
+    }
+  }
 }
 
 // One holder leaves; the last one's leaving withdraws the record.
@@ -109,17 +98,21 @@ void record_unhold(Link& link, OwnedRecord& record, bool says_goodbye) {
     --record.holders;
     return;
   }
-  if (!says_goodbye || (!was_multicast(record) && record.superseded.empty())) {
+  OwnedName& owned = *record.owner;
+  const std::uint16_t type = record.type;
+  const bool is_unique = record.is_unique;
+  if (!says_goodbye || !was_multicast(record)) {
     record_free(link, record);
-    return;
+  } else {
+    announcer_stop(link, record);
+    responder_stop(link, record);
+    record.holders = 0;
+    set_live(link, record, false);
+    announcer_say_goodbye(link, record);
   }
-  announcer_stop(link, record);
-  responder_stop(link, record);
-  record.is_live = false;
-  record.holders = 0;
-  record.owner->leaving += record.is_unique ? 1 : 0;
-  report_removed(link, record);
-  announcer_say_goodbye(link, record);
+  if (is_unique) {
+    release_superseded(link, owned, type, says_goodbye);
+  }
 }
 
 // The record with that data, held once more; made if nobody publishes it yet. One that is about to get its goodbye is as good
@@ -127,10 +120,15 @@ void record_unhold(Link& link, OwnedRecord& record, bool says_goodbye) {
 OwnedRecord& record_hold(Link& link, OwnedName& owner, const RecordData& data, bool is_unique) {
   OwnedRecord* record = zone_find(link, {owner.name, data.type, data.rdata});
   if (record == nullptr) {
-    record = &record_new(link, owner, data, is_unique);
-  } else if (record->holders == 0) {
+    record = owner.records.emplace_back(new OwnedRecord);
+    record->owner = &owner;
+    record->place = static_cast<std::uint32_t>(owner.records.size() - 1);
+    record->type = data.type;
+    record->rdata = data.rdata;
+    link.zone.records.insert(record);
+  }
+  if (record->holders == 0) {
     announcer_stop(link, *record);
-    owner.leaving -= record->is_unique ? 1 : 0;
     record->is_unique = is_unique;
     record->ttl = data.ttl != 0 ? data.ttl : usual_ttl(owner.name->name, data.type);
   }
@@ -160,66 +158,38 @@ void establish(Link& link, Publication& publication) {
   link.events.push_back({Event::Kind::established, publication.id, publication.tag, 0, 0, {}});
 }
 
-bool is_all_live(const Publication& publication) {
-  return std::ranges::all_of(publication.records, [](const OwnedRecord* record) { return record->is_live; });
-}
-
-// Ends the publication in every table; its records are the caller's to let go.
-std::unique_ptr<Publication> publication_take(Link& link, PublicationId id) {
-  std::erase_if(link.events, [id](const Event& event) { return event.id == id; });
-  auto node = link.zone.publications.extract(id);
-  if (node.empty()) {
-    return nullptr;
-  }
-  std::unique_ptr<Publication> publication = std::move(node.mapped());
-  std::erase(publication->owner->claimants, publication.get());
-  return publication;
-}
-
 void publication_end(Link& link, PublicationId id, bool says_goodbye) {
-  const std::unique_ptr<Publication> publication = publication_take(link, id);
-  if (publication == nullptr) {
+  const auto node = link.zone.publications.extract(id);
+  if (node.empty()) {
     return;
   }
-  for (OwnedRecord* record : publication->records) {
+  const Publication& publication = node.mapped();
+  std::erase(publication.owner->claimants, &publication);
+  for (OwnedRecord* record : publication.records) {
     record_unhold(link, *record, says_goodbye);
   }
-  owned_review(link, *publication->owner);
+  owned_review(link, *publication.owner);
 }
 
-// The data that `old` was said with, and those it had superseded itself, go when `record` is announced.
-void inherit_superseded(OwnedRecord& record, OwnedRecord& old) {
-  if (was_multicast(old)) {
-    record.superseded.push_back({old.rdata, old.multicast_at});
+// The record takes the place of unique data of its type that was about to get a goodbye. Whether any of that was said later than the
+// record itself, which may have been away for a moment only.
+bool take_place(Link& link, const OwnedRecord& record) {
+  bool has_taken = false;
+  for (std::size_t i = 0; record.is_unique && i < record.owner->records.size(); ++i) {
+    OwnedRecord& other = *record.owner->records[i];
+    if (other.type == record.type && other.is_unique && other.holders == 0) {
+      const bool is_later = latest_multicast(other, kBothProtocols) > latest_multicast(record, kBothProtocols);
+      has_taken = has_taken || (is_later && !is_superseded(other));
+      announcer_stop(link, other);
+    }
   }
-  std::ranges::move(old.superseded, std::back_inserter(record.superseded));
-  old.superseded.clear();
-  std::erase_if(record.superseded, [&record](const Superseded& former) {
-    const bool is_back = same_rdata(record.type, former.rdata, record.rdata);
-    record.multicast_at = is_back ? former.multicast_at : record.multicast_at;
-    return is_back;
-  });
-}
-
-// The unique record of the same type that waits for its goodbye: the new one takes its place. Null: none.
-OwnedRecord* former_of(const OwnedRecord& record) {
-  const auto is_former = [&record](const OwnedRecord* other) {
-    return other != &record && other->holders == 0 && other->is_unique && record.is_unique && other->type == record.type;
-  };
-  const std::vector<OwnedRecord*>& records = record.owner->records;
-  const auto found = std::ranges::find_if(records, is_former);
-  return found == records.end() ? nullptr : *found;
+  return has_taken;
 }
 
 // The record is announced, unless it has never been away and has been announced as often as is due.
 void go_live(Link& link, OwnedRecord& record) {
-  const std::size_t superseded = record.superseded.size();
-  for (OwnedRecord* former = former_of(record); former != nullptr; former = former_of(record)) {
-    inherit_superseded(record, *former);
-    record_free(link, *former);
-  }
-  become_live(link, record);
-  if (record.superseded.size() > superseded) {
+  set_live(link, record, true);
+  if (take_place(link, record)) {
     announce_change(link, record, kNever);
   } else if (!was_multicast(record)) {
     announce(link, record);
@@ -231,7 +201,7 @@ void go_live(Link& link, OwnedRecord& record) {
 // Whether the name was ours already, or needs no claim.
 void start(Link& link, Publication& publication) {
   OwnedName& owned = *publication.owner;
-  const bool is_claimed = publication.claim != Claim::shared && !is_all_live(publication);
+  const bool is_claimed = publication.claim != Claim::shared && !std::ranges::all_of(publication.records, &OwnedRecord::is_live);
   if (is_claimed && (owned.state == NameState::unclaimed || owned.state == NameState::probing)) {
     prober_begin(link, owned);
   }
@@ -246,28 +216,22 @@ void start(Link& link, Publication& publication) {
   establish(link, publication);
 }
 
-// `record` stands where `old` stood for one holder.
+// `record` stands where `old` stood for one holder. Old data that is unique is flushed by the new data's announcement; a shared
+// one's goodbye goes in the same packet (RFC 6762 section 8.4).
 void supersede(Link& link, OwnedRecord& record, OwnedRecord& old) {
-  if (old.holders == 1) {
-    inherit_superseded(record, old);
-  }
+  const bool is_leaving = old.holders == 1 && was_multicast(old);
   if (old.is_live) {
     const bool is_unannounced = old.is_change || !was_multicast(old);
-    become_live(link, record);
+    set_live(link, record, true);
     announce_change(link, record, is_unannounced ? old.announcement.at : kNever);
   }
-  record_unhold(link, old, false);
+  record_unhold(link, old, true);
+  if (is_leaving) {
+    link.announcer.goodbyes.set(old, old.is_unique ? kNever : record.announcement.at);
+  }
 }
 
 }  // namespace
-
-std::size_t OwnedHash::operator()(const RecordKey& key) const { return EntryHash{seed}(key); }
-
-std::size_t OwnedHash::operator()(const OwnedRecord* record) const { return (*this)(key_of(*record)); }
-
-bool OwnedEqual::operator()(const RecordKey& key, const OwnedRecord* record) const {
-  return record->owner->name == key.name && record->type == key.type && same_rdata(key.type, record->rdata, key.rdata);
-}
 
 RecordKey key_of(const OwnedRecord& record) { return {record.owner->name, record.type, record.rdata}; }
 
@@ -284,24 +248,29 @@ void zone_forget(Link& link, OwnedRecord& record) {
   owned_review(link, owned);
 }
 
-bool was_multicast(const OwnedRecord& record) { return record.multicast_at[0] != kLongAgo || record.multicast_at[1] != kLongAgo; }
-
-Time last_multicast(const Link& link, const OwnedRecord& record) {
-  Time last = kLongAgo;
-  for (const Protocols protocol : kEachProtocol) {
-    if (link.protocols & protocol) {
-      last = std::max(last, record.multicast_at[index_of(protocol)]);
+void zone_forget_superseded(Link& link, const OwnedRecord& record, Time last_said) {
+  std::vector<OwnedRecord*>& records = record.owner->records;
+  for (std::size_t i = record.is_unique ? records.size() : 0; i-- > 0;) {
+    OwnedRecord& other = *records[i];
+    if (other.type == record.type && is_superseded(other) && latest_multicast(other, kBothProtocols) <= last_said) {
+      record_free(link, other);
     }
   }
-  return last;
 }
 
-Time rrset_multicast_at(const OwnedRecord& record, Protocols protocol) {
-  Time last = record.multicast_at[index_of(protocol)];
+bool was_multicast(const OwnedRecord& record) { return latest_multicast(record, kBothProtocols) != kLongAgo; }
+
+Time latest_multicast(const OwnedRecord& record, Protocols protocols) {
+  return std::max(protocols & kIpv4 ? record.multicast_at[0] : kLongAgo, protocols & kIpv6 ? record.multicast_at[1] : kLongAgo);
+}
+
+Time rrset_multicast_at(const OwnedRecord& record, Protocols protocols, Time before) {
+  Time last = latest_multicast(record, protocols);
   if (record.is_unique && record.type != kTypeNsec) {
     for (const OwnedRecord* other : record.owner->records) {
-      if (other->type == record.type && other->is_unique) {
-        last = std::max(last, other->multicast_at[index_of(protocol)]);
+      const Time at = latest_multicast(*other, protocols);
+      if (other->type == record.type && other->is_unique && other->holders > 0 && at < before) {
+        last = std::max(last, at);
       }
     }
   }
@@ -342,7 +311,7 @@ void zone_name_established(Link& link, OwnedName& owned) {
   owned.state = NameState::owned;
   for (OwnedRecord* record : owned.records) {
     if (record->is_unique && record->holders > 0) {
-      become_live(link, *record);
+      set_live(link, *record, true);
       announce(link, *record);
     }
   }
@@ -361,21 +330,14 @@ void zone_name_doubted(Link& link, OwnedName& owned) {
       responder_stop(link, *record);
     }
   }
-  if (owned.denial != nullptr) {
-    responder_stop(link, *owned.denial);
-  }
+  prober_begin(link, owned);
 }
 
 void zone_name_lost(Link& link, OwnedName& owned) {
   prober_stop(link, owned);
-  const std::vector<Publication*> losers = owned.claimants;
-  std::vector<Event> conflicts;
-  conflicts.reserve(losers.size());
-  for (const Publication* loser : losers) {
-    conflicts.push_back({Event::Kind::conflict, loser->id, loser->tag, 0, 0, {}});
-  }
-  for (const Event& conflict : conflicts) {
-    publication_end(link, conflict.id, false);
+  for (const Publication* loser : std::vector<Publication*>(owned.claimants)) {
+    const Event conflict{Event::Kind::conflict, loser->id, loser->tag, 0, 0, {}};
+    publication_end(link, loser->id, false);
     link.events.push_back(conflict);
   }
 }
@@ -414,7 +376,6 @@ void zone_restart(Link& link) {
     }
     if (!owned->claimants.empty() && owned->state != NameState::unclaimed) {
       zone_name_doubted(link, *owned);
-      prober_begin(link, *owned);
     }
     for (OwnedRecord* record : owned->records) {
       if (!record->is_unique && record->holders > 0) {
@@ -443,8 +404,7 @@ PublicationId publish(Link& link, Time now, std::string_view name, std::span<con
     owned_review(link, owned);
     return id;
   }
-  auto made = std::make_unique<Publication>();
-  Publication& publication = *made;
+  Publication& publication = link.zone.publications[id];
   publication.id = id;
   publication.tag = tag;
   publication.owner = &owned;
@@ -455,7 +415,6 @@ PublicationId publish(Link& link, Time now, std::string_view name, std::span<con
   if (claim != Claim::shared) {
     owned.claimants.push_back(&publication);
   }
-  link.zone.publications.emplace(id, std::move(made));
   start(link, publication);
   return id;
 }
@@ -466,7 +425,7 @@ bool publication_update(Link& link, Time now, PublicationId id, const RecordData
   if (found == link.zone.publications.end()) {
     return false;
   }
-  Publication& publication = *found->second;
+  Publication& publication = found->second;
   const auto held = std::ranges::find(publication.records, data.type, [](const OwnedRecord* record) { return record->type; });
   if (held == publication.records.end()) {
     return false;
@@ -506,13 +465,8 @@ void publication_forsake(Link& link, Time now, PublicationId id) {
 void link_withdraw_all(Link& link, Time now) {
   link.now = now;
   link.goodbyes_at = kLongAgo;
-  std::vector<PublicationId> ids;
-  for (const auto& [id, publication] : link.zone.publications) {
-    ids.push_back(id);
-  }
-  std::ranges::sort(ids);
-  for (const PublicationId id : ids) {
-    publication_end(link, id, true);
+  while (!link.zone.publications.empty()) {
+    publication_end(link, link.zone.publications.begin()->first, true);
   }
   for (OwnedRecord* record : std::vector<OwnedRecord*>(link.announcer.goodbyes.items)) {
     announcer_say_goodbye(link, *record);

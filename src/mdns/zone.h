@@ -4,7 +4,8 @@
 // Lifecycle of an owned record: the first publication that has it makes it. A shared one is live at once; a unique one when
 // its name has been probed for (prober.h). Live ones are announced (announcer.h), answered for (responder.h) and told to the
 // link's own queries. When its last holder leaves, it gets its goodbye, if it has ever been said, and is freed; until then a
-// new holder brings it back. When another host turns out to have the name, all publications that claim it end without a
+// new holder brings it back. Where other data takes the place of a unique one, that data's announcement is all the goodbye it
+// gets (RFC 6762 section 8.4). When another host turns out to have the name, all publications that claim it end without a
 // goodbye.
 #pragma once
 
@@ -22,16 +23,6 @@ namespace mdns {
 struct OwnedName;
 struct Query;
 
-// Nobody, and more than one, in OwnedRecord::askers.
-inline constexpr std::uint32_t kNobody = 0;
-inline constexpr std::uint32_t kSeveral = 1;
-
-// Data that a record had before.
-struct Superseded {
-  std::string rdata;
-  std::array<Time, 2> multicast_at;
-};
-
 struct OwnedRecord {
   OwnedName* owner = nullptr;
   std::uint32_t place = 0;  // in its name's records
@@ -46,15 +37,13 @@ struct OwnedRecord {
   std::uint8_t answer_over = kNoProtocol;  // protocols over which an answer is due
   std::uint8_t defend_over = kNoProtocol;  // those among them over which it answers a probe
   std::uint8_t rescue_over = kNoProtocol;  // those among them over which it contradicts another host's goodbye
-  std::uint16_t in_replies = 0;            // direct replies that wait and hold it
   std::string rdata;
-  std::vector<Superseded> superseded;                        // data that was said, until an announcement has taken it back
-  std::array<Time, 2> multicast_at = {kLongAgo, kLongAgo};   // when it was last sent over each protocol
-  std::array<std::uint32_t, 2> askers = {kNobody, kNobody};  // whose question the answer that is due is for, by protocol
-  std::uint32_t known_in = 0;                                // the query whose known answers have it
-  std::uint32_t replied_in = 0;                              // the query whose direct reply has it
-  std::uint32_t packed_in = 0;                               // the batch of answers that has it
-  Deadline announcement;                                     // or its goodbye, when nobody holds it any more
+  std::array<Time, 2> multicast_at = {kLongAgo, kLongAgo};  // when it was last sent over each protocol
+  std::array<Time, 2> heard_at = {kLongAgo, kLongAgo};      // when another host last said the same
+  std::uint32_t known_in = 0;                               // the query whose known answers have it
+  std::uint32_t replied_in = 0;                             // the query whose direct reply has it
+  std::uint32_t packed_in = 0;                              // the batch of answers that has it
+  Deadline announcement;  // or its goodbye, when nobody holds it any more; none: other data has taken its place
   Deadline answer;
 };
 
@@ -79,8 +68,7 @@ enum class NameState {
 struct OwnedName {
   NameEntry* name = nullptr;
   NameState state = NameState::unclaimed;
-  std::uint32_t leaving = 0;  // unique records that wait for their goodbye: until then the name is kept
-  std::uint8_t probes = 0;    // sent in this round
+  std::uint8_t probes = 0;  // sent in this round
   std::vector<OwnedRecord*> records;
   std::vector<Publication*> claimants;  // publications that claim the name
   std::unique_ptr<OwnedRecord> denial;  // the NSEC record (RFC 6762 section 6.1), made when it is first needed; in no other table
@@ -92,23 +80,9 @@ struct OwnedName {
   Time change_interval = 0;
 };
 
-struct OwnedHash {
-  using is_transparent = void;
-  std::uint64_t seed = 0;
-  std::size_t operator()(const RecordKey& key) const;
-  std::size_t operator()(const OwnedRecord* record) const;
-};
-
-struct OwnedEqual {
-  using is_transparent = void;
-  bool operator()(const OwnedRecord* a, const OwnedRecord* b) const { return a == b; }
-  bool operator()(const RecordKey& key, const OwnedRecord* record) const;
-  bool operator()(const OwnedRecord* record, const RecordKey& key) const { return (*this)(key, record); }
-};
-
 struct Zone {
-  std::unordered_map<PublicationId, std::unique_ptr<Publication>> publications;
-  std::unordered_set<OwnedRecord*, OwnedHash, OwnedEqual> records;
+  std::unordered_map<PublicationId, Publication> publications;
+  std::unordered_set<OwnedRecord*, RecordHash, RecordEqual> records;
 };
 
 RecordKey key_of(const OwnedRecord& record);
@@ -120,14 +94,19 @@ OwnedRecord* zone_find(const Link& link, const RecordKey& key);
 // Frees a record whose goodbye has been written.
 void zone_forget(Link& link, OwnedRecord& record);
 
-// Whether the record was ever sent to the group; when last over any protocol of the link; and whether it has been over all of
-// them since then.
+// Whether the record was ever sent to the group.
 bool was_multicast(const OwnedRecord& record);
-Time last_multicast(const Link& link, const OwnedRecord& record);
-// When the record, or another one of its RRset if that is ours alone, was last sent to the group over the protocol: a unique
-// RRset is sent as a whole (RFC 6762 section 10.2).
-Time rrset_multicast_at(const OwnedRecord& record, Protocols protocol);
+
+// When it was last sent over any of these protocols; the same for the RRset that it is of, if that is ours alone: a unique
+// RRset is sent as a whole (RFC 6762 section 10.2), but of its other records only what was sent `before` counts. kLongAgo: never.
+Time latest_multicast(const OwnedRecord& record, Protocols protocols);
+Time rrset_multicast_at(const OwnedRecord& record, Protocols protocols, Time before = kNever);
+
+// Whether the record has been sent over all protocols of the link since then.
 bool was_multicast_since(const Link& link, const OwnedRecord& record, Time time);
+
+// Frees the unique data of the same type whose place the record has taken, and which no cache has any more.
+void zone_forget_superseded(Link& link, const OwnedRecord& record, Time last_said);
 
 // Whether the link has a unique record of the type under that name that is live: then nobody else has one.
 bool zone_has_unique(const NameEntry& name, std::uint16_t type);
@@ -141,7 +120,7 @@ void zone_report_to(Link& link, const RRset& rrset, const Query& query);
 // The name is ours: its unique records are live, and their publications established.
 void zone_name_established(Link& link, OwnedName& owned);
 
-// The name is ours no longer until it has been probed for again.
+// The name is ours no longer until it has been probed for again, which begins.
 void zone_name_doubted(Link& link, OwnedName& owned);
 
 // The name is another host's: the publications that claim it end, and are told.

@@ -224,6 +224,28 @@ TEST_F(Announcer, ProposesUpdatedDataInTheProbesThatAreLeft) {
   EXPECT_THAT(Said(), ElementsAre(Unique(kNewTxt), Unique(kNewTxt)));
 }
 
+TEST_F(Announcer, TakesDataInPlaceOfWhatWaitsForItsGoodbyeForAnUpdate) {
+  const PublicationId id = GivenAnnounced(Claim::unique, {kTxt});
+  link_hold_goodbyes(*link, now, now + 200_ms);
+  Withdraw(id);
+  Publish(Claim::unique, {kNewTxt});
+  After(10_s);
+  EXPECT_THAT(Queries(), IsEmpty());
+  EXPECT_THAT(Said(), ElementsAre(Unique(kNewTxt), Unique(kNewTxt)));
+}
+
+TEST_F(Announcer, GoesOnWithWhatIsPublishedAgainWhileItsGoodbyeWaits) {
+  const PublicationId id = GivenAnnounced(Claim::unique, {kTxt});
+  EXPECT_TRUE(Update(id, kNewTxt));
+  After(300_ms);
+  link_hold_goodbyes(*link, now, now + 200_ms);
+  Withdraw(id);
+  Publish(Claim::unique, {kNewTxt});
+  After(10_s);
+  EXPECT_THAT(SaidAt(Unique(kNewTxt)), ElementsAre(Within(0, 10_ms), Within(1_s, 1020_ms)));
+  EXPECT_THAT(Said(), ElementsAre(Unique(kNewTxt), Unique(kNewTxt)));
+}
+
 TEST_F(Announcer, AnnouncesDataThatChangesAllTheTimeNoMoreThanOncePerSecond) {
   const PublicationId id = GivenAnnounced(Claim::unique, {kTxt});
   for (int i = 0; i < 600; ++i) {

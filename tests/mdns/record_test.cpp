@@ -73,12 +73,12 @@ TEST(IsRdata, WantsTheWindowsOfATypeMapInOrderAndOf1To32Bytes) {
   EXPECT_FALSE(is_map(std::string("\0\2\x40", 3)));
 }
 
-TEST(HasNames, IsSoForTheTypesWhoseNamesAreCompressed) {
-  EXPECT_TRUE(has_names(kTypePtr));
-  EXPECT_TRUE(has_names(kTypeSrv));
-  EXPECT_TRUE(has_names(kTypeNsec));
-  EXPECT_FALSE(has_names(kTypeTxt));
-  EXPECT_FALSE(has_names(kTypeA));
+TEST(RdataForm, HasNamesForTheTypesWhoseNamesAreCompressed) {
+  EXPECT_EQ(rdata_form(kTypePtr).names, 1);
+  EXPECT_EQ(rdata_form(kTypeSrv).names, 1);
+  EXPECT_EQ(rdata_form(kTypeNsec).names, 1);
+  EXPECT_EQ(rdata_form(kTypeTxt).names, 0);
+  EXPECT_EQ(rdata_form(kTypeA).names, 0);
 }
 
 TEST(SameRdata, IgnoresCaseInNames) {
