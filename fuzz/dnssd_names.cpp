@@ -5,7 +5,6 @@
 
 #include "dnssd/names.h"
 
-#include "dnssd/service_names.h"
 #include "fuzz.h"
 
 using namespace dnssd;

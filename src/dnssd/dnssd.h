@@ -54,32 +54,32 @@
 //   References. A DNSServiceRef or DNSRecordRef is a handle, a number that is never used again, not an address: one that is
 //   stale, wild or of the wrong kind is recognised (kDNSServiceErr_BadReference, descriptor -1, or nothing happens).
 //
-// What it needs: Linux (epoll, timerfd, eventfd, signalfd, netlink, SO_BINDTODEVICE), UDP port 5353 shared with others. It
-// includes src/mdns and nothing else of this source tree.
+// What it needs: Linux (epoll, timerfd, signalfd, netlink, SO_BINDTODEVICE), UDP port 5353 shared with others. It includes
+// src/mdns and nothing else of this source tree.
 //
-// Reading order: api_lookup.cpp and api_publish.cpp (each dns_sd.h function: what is checked, which operation starts), this
-// header (the records), references.cpp, engine.cpp (one pass), replies.cpp; then an operation a file: browse.cpp,
-// resolve.cpp, query.cpp, register.cpp, records.cpp, and followers.h, what becomes of a resolve; last the ground:
-// interface.cpp, sockets.cpp, link_monitor.cpp, poll.cpp, signals.cpp, names.cpp, service_names.cpp.
+// Reading order: api.cpp (each dns_sd.h function: what is checked, which operation starts), this header (the records),
+// operations.cpp (the registry of operations, their replies), engine.cpp (one pass); then what the operations do: lookup.cpp and
+// publish.cpp; last the ground: interface.cpp, sockets.cpp, link_monitor.cpp, poll.cpp, signals.cpp, names.cpp.
 #pragma once
 
 #include <dns_sd.h>
-#include <sys/types.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdlib>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <variant>
 #include <vector>
 
+#include "dnssd/names.h"
 #include "dnssd/poll.h"
-#include "dnssd/service_names.h"
 #include "mdns/mdns.h"
 #include "mdns/name.h"
 
@@ -89,20 +89,21 @@ namespace dnssd {
 inline constexpr DNSServiceFlags kFlagsShareConnection = 0x4000;
 inline constexpr DNSServiceErrorType kErrServiceNotRunning = -65563;
 
-// What a reference is made of. 0 is no reference. The engine's events carry it as their tag.
+// What a reference is made of, a number in the shape of a pointer: odd, so that no address of an object equals one, and never used
+// twice, so that a stale one never names its successor. 0 is no reference. The engine's events carry it as their tag.
 using Handle = std::uintptr_t;
 
+// The connection of what the library does of its own accord; no reference has this number.
+inline constexpr Handle kLibrary = 1;
+
 struct Interface;
-struct Follower;
 
-// Names in wire format, the same however their letters are written.
-struct FoldedHash {
-  std::uint64_t seed = 0;
-  std::size_t operator()(const std::string& name) const { return mdns::hash_folded(name, seed); }
-};
-
-struct FoldedEqual {
-  bool operator()(const std::string& a, const std::string& b) const { return mdns::same_folded(a, b); }
+// The order of names in wire format, the same however their letters are written.
+struct FoldedLess {
+  bool operator()(const std::string& a, const std::string& b) const {
+    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
+                                        [](char x, char y) { return mdns::fold(x) < mdns::fold(y); });
+  }
 };
 
 // One live answer to a query.
@@ -111,29 +112,35 @@ struct Answer {
   std::uint32_t ttl = 0;  // seconds
 };
 
+// The live answers to a query, and what has been reported of them.
+struct Answers {
+  std::vector<Answer> live;              // the newest last
+  std::string reported = {};             // rdata of the last reply, empty before the first
+  std::array<std::uint32_t, 2> owner{};  // of a resolve: the hosts that have said what was reported, by protocol
+  bool is_vouched = false;               // of a resolve: the newest is not what was reported, and an owner has said it
+};
+
 // The parts of an operation that only its kind has.
 struct Connection {};
 
 struct Browse {
   DNSServiceBrowseReply callback = nullptr;
-  std::string type;                                                    // wire name, what an instance's name must end in
-  std::unordered_set<std::string, FoldedHash, FoldedEqual> instances;  // live ones: PTR rdata as it was first reported
+  std::string type;                               // wire name, what an instance's name must end in
+  std::set<std::string, FoldedLess> instances{};  // live ones: PTR rdata as it was first reported
 };
 
 struct Resolve {
-  DNSServiceResolveReply callback = nullptr;
-  std::string name;                        // of the instance
-  std::vector<Answer> srv, txt;            // live ones, the newest last
-  std::string reported_srv, reported_txt;  // rdata of the last reply, empty before the first
+  DNSServiceResolveReply callback = nullptr;  // null: a follower (lookup.cpp)
+  std::string name;                           // of the instance
+  std::string host{};                         // of a follower: what its SRV record names
+  Answers srv{}, txt{};
 };
 
 struct Query {
   DNSServiceQueryRecordReply callback = nullptr;
   std::string name;
   std::uint16_t rrtype = 0;
-  // A and AAAA only, link-local addresses and others apart: live answers, the newest last, and the rdata of the last reply.
-  std::array<std::vector<Answer>, 2> answers;
-  std::array<std::string, 2> reported;
+  std::array<Answers, 2> answers{};  // A and AAAA only: link-local addresses, and others
 };
 
 struct Registration {
@@ -142,13 +149,13 @@ struct Registration {
   std::string name;          // plain, as it is tried or established now
   bool is_reported = false;  // the caller knows of this name
   bool auto_rename = true;
-  bool is_over = false;         // it has failed, which was reported: nothing is published any more
   std::string host;             // wire name
   std::uint16_t port = 0;       // host order
   std::string txt;              // rdata
   std::uint32_t conflicts = 0;  // since there was none for a while
   mdns::Time last_conflict = 0;
-  mdns::PublicationId service = 0;            // SRV and TXT, under the name that is tried or established; 0: none is
+  mdns::PublicationId service = 0;            // SRV and TXT, under the name that is tried or established; 0: none is,
+                                              // and with !auto_rename none will be: that has been reported
   std::vector<mdns::PublicationId> pointers;  // the PTR records that lead to it, published once the name is established;
                                               // the last one is the type's, under _services._dns-sd._udp
 };
@@ -156,7 +163,6 @@ struct Registration {
 struct Record {
   DNSServiceRegisterRecordReply callback = nullptr;
   std::uint16_t rrtype = 0;
-  bool is_unique = false;
   bool is_reported = false;             // the caller knows that it is established
   mdns::PublicationId publication = 0;  // 0 once a conflict has ended it
 };
@@ -164,59 +170,159 @@ struct Record {
 // One thing that the caller has a reference to.
 struct Operation {
   Handle handle = 0;
-  Handle connection = 0;           // the connection that it shares or belongs to; 0: it stands by itself
+  Handle connection = 0;           // the connection that it shares or belongs to, or kLibrary; 0: it stands by itself
   Interface* interface = nullptr;  // null for a connection
   void* context = nullptr;
-  std::array<mdns::QueryId, 2> queries{};  // that it has asked; 0: none
-  unsigned queued = 0;                     // replies that wait for delivery
+  std::vector<mdns::QueryId> queries{};  // that it has asked
+  unsigned queued = 0;                   // replies that wait for delivery
   std::variant<Connection, Browse, Resolve, Query, Registration, Record> part;
 };
 
-// The part of an operation that is known to be of its kind.
-template <typename Part>
-Part& part_of(Operation& operation) {
-  Part* part = std::get_if<Part>(&operation.part);
-  if (part == nullptr) {
-    std::abort();
-  }
-  return *part;
-}
-
-// One reply on its way to a callback; which fields it uses goes by the operation's kind.
+// One reply on its way to its operation's callback; `more` is kDNSServiceFlagsMoreComing, or 0. The operation may be gone when it
+// returns.
 struct Reply {
   Handle to = 0;
-  DNSServiceFlags flags = 0;
-  DNSServiceErrorType error = kDNSServiceErr_NoError;
-  std::string name;    // instance name, or full name in presentation format
-  std::string detail;  // type, or host target
-  std::string data;    // rdata or TXT data
-  std::uint16_t rrtype = 0;
-  std::uint16_t port = 0;      // network order
-  std::uint32_t ttl = 0;       // seconds
-  bool begins_update = false;  // the instance is about to be found again, with other data
+  std::function<void(const Operation& operation, DNSServiceFlags more)> deliver;
 };
 
 // The process's one engine: made with the first reference, gone with the last one that is not part of a connection.
 struct Engine {
-  pid_t owner = 0;  // the process that made it; in a forked child it is not ours
+  pid_t owner = getpid();  // the process that made it; in a forked child it is not ours
   Poll poll;
-  Watch link_monitor;        // a netlink socket; not open when the system refused it
-  bool is_lost = false;      // the descriptor failed: nothing works any more
-  bool is_passing = false;   // DNSServiceProcessResult is running
-  mdns::Time slept = 0;      // time_asleep when the links were served last
-  unsigned connections = 0;  // live references that stand by themselves
-  unsigned published = 0;    // live registrations and records
+  Watch link_monitor;                // a netlink socket; not open when the system refused it
+  bool is_lost = false;              // the descriptor failed: nothing works any more
+  bool is_passing = false;           // DNSServiceProcessResult is running
+  mdns::Time slept = time_asleep();  // time_asleep when the links were served last
+  unsigned connections = 0;          // live references that stand by themselves
+  unsigned published = 0;            // live registrations and records
   std::unordered_map<Handle, std::unique_ptr<Operation>> operations;
   std::map<std::uint32_t, std::unique_ptr<Interface>> interfaces;  // by index
   std::multimap<mdns::Time, Handle> renamings;                     // registrations whose next name waits for its turn
-  std::unordered_map<Handle, std::unique_ptr<Follower>> followers;
-  std::vector<Handle> touched;    // followers and resolves, by the events in hand
-  mdns::Time goodbyes_until = 0;  // what is withdrawn may come back with other data until then (followers.h)
+  mdns::Time goodbyes_until = 0;  // what is withdrawn may come back with other data until then (lookup.cpp)
   std::deque<Reply> replies;
-  std::size_t deliverable = 0;  // replies in the queue whose operation is still there
+  std::size_t deliverable = 0;  // replies among them whose operation is still there
 };
 
 // Written by engine.cpp only; null while the process has no live reference.
 extern Engine* gEngine;
+
+// Scope of one call into the library: on entry signals are held back and a forked child lets go of its parent's engine; on leaving,
+// an engine without a reference ends, the descriptor is set for what comes next and the caller's signal mask returns.
+struct LibraryCall {
+  LibraryCall();
+  ~LibraryCall();
+  LibraryCall(const LibraryCall&) = delete;
+  LibraryCall& operator=(const LibraryCall&) = delete;
+};
+
+// Makes gEngine unless there is one. kErrServiceNotRunning when the system refuses the descriptors.
+DNSServiceErrorType engine_open();
+
+// Withdraws everything with its goodbyes, invalidates every reference, frees everything; gEngine is null afterwards.
+void engine_close();
+
+// One pass: what is due in the descriptors and timers, then replies. kErrServiceNotRunning when the engine is lost,
+// kDNSServiceErr_BadState inside a callback. The process ends in it if a signal that the library took has arrived.
+DNSServiceErrorType engine_pass();
+
+// --- signals.cpp: see the promises above
+
+// The frame of one call into the library; frames nest, the outermost one restores the caller's mask.
+void signals_hold();
+void signals_release();
+
+// Takes the fatal signals that the program leaves to their default action while something is `publishing`; gives them
+// back when nothing is, or when the program has a handler by now.
+void signals_review(bool publishing);
+
+// If a taken signal has arrived: ends the engine with its goodbyes, gives the signal back and raises it; does not return
+// then. Not to be called while descriptors are being served.
+void signals_die_if_caught();
+
+// In a forked child: gives the signals back without touching the parent's engine.
+void signals_forget();
+
+// --- operations.cpp: the registry of operations, and their replies
+
+// Makes an operation with `part`, under a new handle; it counts as a connection when `connection` is 0. Needs gEngine.
+Operation* operation_new(Handle connection, Interface* interface, void* context, decltype(Operation::part)&& part);
+
+// Any live operation; null for every other number.
+Operation* operation_find(Handle handle);
+
+inline DNSServiceRef service_ref(Handle handle) { return reinterpret_cast<DNSServiceRef>(handle); }
+inline DNSRecordRef record_ref(Handle handle) { return reinterpret_cast<DNSRecordRef>(handle); }
+
+// What a caller's reference names, if it is of that kind; null when it is null, stale or wild.
+template <typename Part>
+Operation* operation_of(const void* ref) {
+  Operation* operation = operation_find(reinterpret_cast<Handle>(ref));
+  return operation != nullptr && std::holds_alternative<Part>(operation->part) ? operation : nullptr;
+}
+
+// Ends an operation, a connection with all that belongs to it: nothing is delivered for any of them any more, what they
+// published is withdrawn. `operation` is gone afterwards, or with the last reference when the library is left.
+void operation_release(Operation& operation);
+
+// Passes an event to the operation that its tag names, if it is still there.
+void operation_pass(const mdns::Event& event);
+
+// The link that the operation runs on, which is then served again (interface_link).
+mdns::Link& link_of(const Operation& operation);
+
+// Asks for records on the operation's link, or listens for them, until it is released; its events go to operation_event.
+void ask(Operation& operation, const std::string& name, std::uint16_t rrtype, mdns::Interest interest = mdns::Interest::asking);
+
+// Appends a reply for `operation`.
+void reply_queue(Operation& operation, decltype(Reply::deliver)&& deliver);
+
+// Delivers a bounded number of replies, oldest first. Anything may have been released when it returns, gEngine too.
+void replies_deliver();
+
+// What each kind does with an event, and when it ends: of its queries operation_release takes care.
+inline void operation_event(Operation&, Connection&, const mdns::Event&) {}
+void operation_event(Operation& operation, Browse& browse, const mdns::Event& event);
+void operation_event(Operation& operation, Resolve& resolve, const mdns::Event& event);
+void operation_event(Operation& operation, Query& query, const mdns::Event& event);
+void operation_event(Operation& operation, Registration& registration, const mdns::Event& event);
+void operation_event(Operation& operation, Record& record, const mdns::Event& event);
+inline void operation_stop(Operation&, Connection&) {}
+void operation_stop(Operation& operation, Browse& browse);
+void operation_stop(Operation& operation, Resolve& resolve);
+void operation_stop(Operation& operation, Query& query);
+void operation_stop(Operation& operation, Registration& registration);
+void operation_stop(Operation& operation, Record& record);
+
+// --- lookup.cpp
+
+// Asks for the PTR records of `name`, the type of `Browse::type` or one of its subtypes.
+void browse_start(Operation& operation, const std::string& name);
+void resolve_start(Operation& operation);
+
+// If it is a resolve: reports what is new; after a batch of events, since several of them may make one change.
+void resolve_review(Handle handle);
+
+// Adds an answer that has become live, or was said again, as the newest, or takes out one that is no longer live.
+void answers_change(std::vector<Answer>& answers, const mdns::Event& event);
+
+// --- publish.cpp; `ttl` 0 stands for the usual one
+
+void registration_start(Operation& operation);
+
+// Announces new TXT data under the same name. kDNSServiceErr_BadState when it has failed, kDNSServiceErr_BadParam when `txt` is no
+// TXT data.
+DNSServiceErrorType registration_update(Operation& operation, const std::string& txt, std::uint32_t ttl);
+
+// Tries the next names of registrations that had to pause after many conflicts, if their time has come.
+void registrations_resume(mdns::Time now);
+
+// `data` is publishable.
+void record_start(Operation& operation, const std::string& name, mdns::Claim claim, const mdns::RecordData& data);
+
+// The same errors as registration_update; kDNSServiceErr_NameConflict when somebody else on this link holds other data.
+DNSServiceErrorType record_update(Operation& operation, const std::string& rdata, std::uint32_t ttl);
+
+// Whether a message can carry the record: well formed for its type, and neither empty nor too long.
+bool is_publishable(std::uint16_t rrtype, const std::string& rdata);
 
 }  // namespace dnssd

@@ -2,15 +2,11 @@
 #include "dnssd/interface.h"
 
 #include <net/if.h>
+#include <sys/random.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <ctime>
-#include <utility>
-
-#include "dnssd/engine.h"
-#include "dnssd/followers.h"
-#include "dnssd/references.h"
+#include <chrono>
+#include <thread>
 
 namespace dnssd {
 namespace {
@@ -21,43 +17,49 @@ constexpr mdns::Time kIdleMax = 10 * mdns::kSecond;
 // The goodbyes of thousands of services take more than one packet's time; a process that ends does not wait longer than this.
 constexpr mdns::Time kWithdrawMax = 3 * mdns::kSecond;
 
-void send_datagrams(Interface& interface) {
-  for (const mdns::Datagram& datagram : mdns::link_take_datagrams(*interface.link)) {
-    sockets_send(interface, datagram);
-  }
-}
-
 // Events may start or end publications of this interface, which is then touched again.
 void serve(Interface& interface, mdns::Time now) {
   interface.is_touched = false;
   mdns::link_advance(*interface.link, now);
-  send_datagrams(interface);
-  for (const mdns::Event& event : mdns::link_take_events(*interface.link)) {
+  sockets_send(interface);
+  const std::vector<mdns::Event> events = mdns::link_take_events(*interface.link);
+  for (const mdns::Event& event : events) {
     operation_pass(event);
   }
-  for (const Handle handle : std::exchange(gEngine->touched, {})) {
-    operation_review(handle);
+  for (const mdns::Event& event : events) {
+    resolve_review(static_cast<Handle>(event.tag));
   }
 }
 
-bool is_idle(const Interface& interface, mdns::Time now) { return interface.operations == 0 && interface.idle_until <= now; }
+// The time at which it is let go of.
+mdns::Time idle_until(const Interface& interface) {
+  return interface.operations == 0 ? interface.idle_since + kIdleMax : mdns::kNever;
+}
 
-void sleep_until(mdns::Time time) {
-  timespec until{};
-  until.tv_sec = time / mdns::kSecond;
-  until.tv_nsec = time % mdns::kSecond * 1000;
-  clock_nanosleep(CLOCK_BOOTTIME, TIMER_ABSTIME, &until, nullptr);
+// For what nobody is to foresee, or two hosts are not to have in common.
+std::uint64_t random_number() {
+  std::uint64_t number = 0;
+  // Soon after the machine was switched on the kernel may have no randomness yet: then the clock serves.
+  if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number) {
+    number = static_cast<std::uint64_t>(monotonic_now()) * 0x9E3779B97F4A7C15 ^ static_cast<std::uint64_t>(getpid()) << 32;
+  }
+  return number;
 }
 
 }  // namespace
 
-bool is_within(const std::array<std::uint8_t, 16>& address, const Prefix& prefix) {
-  const std::size_t bytes = prefix.length / 8;
-  const unsigned rest = prefix.length % 8;
-  if (!std::equal(address.begin(), address.begin() + static_cast<std::ptrdiff_t>(bytes), prefix.address.begin())) {
-    return false;
+Interface::~Interface() {
+  for (Socket& one : sockets) {
+    poll_remove(gEngine->poll, one.watch);
   }
-  return rest == 0 || (address[bytes] ^ prefix.address[bytes]) >> (8 - rest) == 0;
+}
+
+bool is_within(const std::array<std::uint8_t, 16>& address, const Prefix& prefix) {
+  unsigned bit = 0;
+  while (bit < prefix.length && ((address[bit / 8] ^ prefix.address[bit / 8]) & 0x80 >> bit % 8) == 0) {
+    ++bit;
+  }
+  return bit == prefix.length;
 }
 
 DNSServiceErrorType interface_get(std::uint32_t index, Interface** interface) {
@@ -76,11 +78,9 @@ DNSServiceErrorType interface_get(std::uint32_t index, Interface** interface) {
   auto made = std::make_unique<Interface>();
   made->index = index;
   made->name = name;
-  made->idle_until = monotonic_now() + kIdleMax;
-  const int error = sockets_open(*made);
-  if (error != 0) {
-    sockets_close(*made);
-    return error == ENODEV ? kDNSServiceErr_BadInterfaceIndex : error == EPERM ? kDNSServiceErr_NoAuth : kErrServiceNotRunning;
+  const DNSServiceErrorType error = sockets_open(*made);
+  if (error != kDNSServiceErr_NoError) {
+    return error;
   }
   link_monitor_read(*made);
   made->link = mdns::link_new(random_number(), made->protocols);
@@ -89,36 +89,17 @@ DNSServiceErrorType interface_get(std::uint32_t index, Interface** interface) {
   return kDNSServiceErr_NoError;
 }
 
-void interface_use(Interface& interface) { ++interface.operations; }
-
-void interface_unuse(Interface& interface) {
-  --interface.operations;
-  interface.idle_until = monotonic_now() + kIdleMax;
-}
-
 mdns::Link& interface_link(Interface& interface) {
   interface.is_touched = true;
   return *interface.link;
 }
 
 void interfaces_serve(mdns::Time now) {
-  for (auto at = gEngine->interfaces.begin(); at != gEngine->interfaces.end();) {
-    Interface& interface = *at->second;
-    if (is_idle(interface, now)) {
-      sockets_close(interface);
-      at = gEngine->interfaces.erase(at);
-      continue;
-    }
-    if (interface.is_touched || mdns::link_deadline(*interface.link) <= now) {
-      serve(interface, now);
-    }
-    ++at;
-  }
-}
-
-void interfaces_restart(mdns::Time now) {
+  std::erase_if(gEngine->interfaces, [now](const auto& entry) { return idle_until(*entry.second) <= now; });
   for (const auto& [index, interface] : gEngine->interfaces) {
-    mdns::link_restart(interface_link(*interface), now, false);
+    if (interface->is_touched || mdns::link_deadline(*interface->link) <= now) {
+      serve(*interface, now);
+    }
   }
 }
 
@@ -126,8 +107,7 @@ mdns::Time interfaces_deadline() {
   mdns::Time earliest = mdns::kNever;
   for (const auto& [index, interface] : gEngine->interfaces) {
     const mdns::Time link = interface->is_touched ? 0 : mdns::link_deadline(*interface->link);
-    const mdns::Time idle = interface->operations == 0 ? interface->idle_until : mdns::kNever;
-    earliest = std::min({earliest, link, idle});
+    earliest = std::min({earliest, link, idle_until(*interface)});
   }
   return earliest;
 }
@@ -142,13 +122,13 @@ void interfaces_withdraw() {
     mdns::Time next = mdns::kNever;
     for (const auto& [index, interface] : gEngine->interfaces) {
       mdns::link_advance(*interface->link, now);
-      send_datagrams(*interface);
+      sockets_send(*interface);
       next = std::min(next, mdns::link_deadline(*interface->link));
     }
     if (next > end) {
       return;
     }
-    sleep_until(next);
+    std::this_thread::sleep_for(std::chrono::microseconds(next - now));
     now = monotonic_now();
   }
 }

@@ -2,6 +2,8 @@
 // One interface in use: its link, the sockets that carry the link's datagrams, and what becomes of it.
 #pragma once
 
+#include <sys/socket.h>
+
 #include "dnssd/dnssd.h"
 
 namespace dnssd {
@@ -26,21 +28,29 @@ struct Prefix {
 // Whether the first bits of `address` are the prefix's.
 bool is_within(const std::array<std::uint8_t, 16>& address, const Prefix& prefix);
 
+// 169.254/16 (RFC 3927) and fe80::/10 (RFC 4291); the bytes are in network order.
+template <typename Address>
+bool is_link_local(mdns::Protocols protocol, const Address& address) {
+  const auto first = static_cast<std::uint8_t>(address[0]), second = static_cast<std::uint8_t>(address[1]);
+  return protocol == mdns::kIpv4 ? first == 169 && second == 254 : first == 0xFE && (second & 0xC0) == 0x80;
+}
+
 // Lives from the first operation on it until it has been idle for a while, or until the engine ends.
 struct Interface {
+  ~Interface();  // closes the sockets
   std::uint32_t index = 0;
   std::string name;  // as it was when the interface was taken into use
   mdns::LinkPtr link;
-  std::array<Socket, 2> sockets;                                                           // by mdns::index_of
-  mdns::Protocols protocols = mdns::kNoProtocol;                                           // those that the link has
-  std::vector<Prefix> prefixes;                                                            // of its addresses of these protocols
-  std::vector<Handle> browses;                                                             // live ones
-  std::unordered_map<std::string, Handle, FoldedHash, FoldedEqual> followed;               // followers, by instance
-  std::unordered_multimap<std::string, Handle, FoldedHash, FoldedEqual> followed_by_host;  // and by host
-  std::unordered_map<std::string, int, FoldedHash, FoldedEqual> live_addresses;            // of the hosts that are asked for
-  unsigned operations = 0;                                                                 // live operations on it
-  mdns::Time idle_until = mdns::kNever;  // when it is let go of, if there is no operation by then
-  bool is_touched = false;               // something has been done to its link since it was served
+  std::array<Socket, 2> sockets;                            // by mdns::index_of
+  mdns::Protocols protocols = mdns::kNoProtocol;            // those that the link has
+  std::vector<Prefix> prefixes;                             // of its addresses of these protocols
+  std::vector<Operation*> browses;                          // live ones
+  std::map<std::string, Operation*, FoldedLess> followers;  // by instance (lookup.cpp)
+  std::multimap<std::string, Operation*, FoldedLess> followers_by_host;
+  std::multiset<std::string, FoldedLess> live_addresses;  // for each address that the live queries know, its host
+  unsigned operations = 0;                                // live operations on it
+  mdns::Time idle_since = monotonic_now();                // when the last operation on it ended, if there is none
+  bool is_touched = false;                                // something has been done to its link since it was served
 };
 
 // The record of an interface, made if need be. On an error *interface is untouched: kDNSServiceErr_Unsupported for index 0 and
@@ -48,19 +58,12 @@ struct Interface {
 // when a socket may not be bound to it, kErrServiceNotRunning when there can be none.
 DNSServiceErrorType interface_get(std::uint32_t index, Interface** interface);
 
-// Counts an operation in or out.
-void interface_use(Interface& interface);
-void interface_unuse(Interface& interface);
-
 // Its link, to do something to: interfaces_serve comes back to it.
 mdns::Link& interface_link(Interface& interface);
 
 // Serves the links to which something was done or for which something is due: sends their datagrams, acts upon their events.
 // Lets go of interfaces that have been idle for long enough.
 void interfaces_serve(mdns::Time now);
-
-// The machine has slept: what is published is probed for and announced anew, what is asked is asked anew.
-void interfaces_restart(mdns::Time now);
 
 // When interfaces_serve has to be called next: kNever when nothing is planned, 0 when a link was touched.
 mdns::Time interfaces_deadline();
@@ -71,17 +74,19 @@ void interfaces_withdraw();
 // --- sockets.cpp
 
 // Opens the sockets of `interface`, which stays where it is, and has the engine's poll receive from them. A protocol that the
-// system lacks is left out. Returns 0, or the errno of why there is none: ENODEV when the interface has gone, EPERM when it is
-// not to be bound to.
-int sockets_open(Interface& interface);
+// system lacks is left out. kDNSServiceErr_BadInterfaceIndex when the interface has gone, kDNSServiceErr_NoAuth when it is not to
+// be bound to, kErrServiceNotRunning when there is no socket.
+DNSServiceErrorType sockets_open(Interface& interface);
 
-// Joins the groups again: a link that had no address of a protocol may have been no member.
+// Joins the groups, again if need be: a link that had no address of a protocol may have been no member.
 void sockets_join(const Interface& interface);
 
-// Sends the datagram over the protocols that it names. What the system does not take is lost, as on the wire.
-void sockets_send(const Interface& interface, const mdns::Datagram& datagram);
+// The address and port; of no protocol when it is null or of another family.
+mdns::Endpoint to_endpoint(const sockaddr* address);
 
-void sockets_close(Interface& interface);
+// Sends the datagrams that the link has made, over the protocols that they name. What the system does not take is lost, as on the
+// wire.
+void sockets_send(const Interface& interface);
 
 // --- link_monitor.cpp
 

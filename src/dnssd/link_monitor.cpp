@@ -5,16 +5,12 @@
 #include <linux/rtnetlink.h>
 #include <net/if.h>
 #include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <bit>
 #include <cerrno>
 #include <cstring>
-#include <set>
 
-#include "dnssd/engine.h"
 #include "dnssd/interface.h"
 
 namespace dnssd {
@@ -33,17 +29,6 @@ struct Addresses {
   bool are_known = getifaddrs(&first) == 0;
   ~Addresses() { freeifaddrs(first); }
 };
-
-// The bytes of an IPv4 or IPv6 address; none for other families.
-mdns::Bytes bytes_of(const sockaddr* address) {
-  if (address != nullptr && address->sa_family == AF_INET) {
-    return {reinterpret_cast<const std::uint8_t*>(&reinterpret_cast<const sockaddr_in*>(address)->sin_addr), sizeof(in_addr)};
-  }
-  if (address != nullptr && address->sa_family == AF_INET6) {
-    return reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr.s6_addr;
-  }
-  return {};
-}
 
 // An IPv6 address that may yet turn out to be another host's (RFC 4862 section 5.4) is not to be used: it cannot be bound to.
 bool is_usable(const sockaddr* address) {
@@ -64,32 +49,19 @@ void note_addresses(Interface& interface, const Addresses& addresses) {
   interface.protocols = mdns::kNoProtocol;
   interface.prefixes.clear();
   for (const ifaddrs* entry = addresses.first; entry != nullptr; entry = entry->ifa_next) {
-    const mdns::Bytes address = bytes_of(entry->ifa_addr);
-    const mdns::Bytes mask = bytes_of(entry->ifa_netmask);
-    if (address.empty() || !is_live(entry->ifa_flags) || std::strcmp(entry->ifa_name, name) != 0) {
+    const mdns::Endpoint address = to_endpoint(entry->ifa_addr);
+    const bool is_open = interface.sockets[mdns::index_of(address.protocol)].watch.fd >= 0;
+    if (address.protocol == mdns::kNoProtocol || !is_live(entry->ifa_flags) || std::strcmp(entry->ifa_name, name) != 0 ||
+        !is_open || !is_usable(entry->ifa_addr)) {
       continue;
     }
-    Prefix prefix{address.size() == sizeof(in_addr) ? mdns::kIpv4 : mdns::kIpv6, 0, {}};
-    std::copy(address.begin(), address.end(), prefix.address.begin());
-    for (const std::uint8_t byte : mask) {
+    Prefix prefix{address.protocol, 0, address.address};
+    for (const std::uint8_t byte : to_endpoint(entry->ifa_netmask).address) {
       prefix.length += static_cast<unsigned>(std::popcount(byte));
     }
-    if (interface.sockets[mdns::index_of(prefix.protocol)].watch.fd >= 0 && is_usable(entry->ifa_addr)) {
-      interface.protocols |= prefix.protocol;
-      interface.prefixes.push_back(prefix);
-    }
+    interface.protocols |= prefix.protocol;
+    interface.prefixes.push_back(prefix);
   }
-}
-
-// Whether IPv4 has stayed and none of its former addresses is there any more: this may be another network. (IPv6 always has its
-// link-local address, and its prefixes come and go beside it.)
-bool has_moved(const std::vector<Prefix>& before, const std::vector<Prefix>& after) {
-  const auto is_ipv4 = [](const Prefix& prefix) { return prefix.protocol == mdns::kIpv4; };
-  const auto is_kept = [&](const Prefix& prefix) {
-    return is_ipv4(prefix) && std::find(after.begin(), after.end(), prefix) != after.end();
-  };
-  return std::any_of(before.begin(), before.end(), is_ipv4) && std::any_of(after.begin(), after.end(), is_ipv4) &&
-         std::none_of(before.begin(), before.end(), is_kept);
 }
 
 void review(Interface& interface, const Addresses& addresses, bool was_down) {
@@ -97,41 +69,41 @@ void review(Interface& interface, const Addresses& addresses, bool was_down) {
   const std::vector<Prefix> old_prefixes = std::move(interface.prefixes);
   note_addresses(interface, addresses);
   const mdns::Time now = monotonic_now();
-  if (interface.protocols & ~before) {
+  const mdns::Protocols kept = before & interface.protocols;
+  if (interface.protocols != kept) {
     sockets_join(interface);
   }
   if (interface.protocols != before) {
     mdns::link_set_protocols(interface_link(interface), now, interface.protocols);
   }
-  if ((before & interface.protocols) != 0 && (was_down || has_moved(old_prefixes, interface.prefixes))) {
+  // If IPv4 has stayed and none of its former addresses is there any more, this may be another network. (IPv6 always has its
+  // link-local address, and its prefixes come and go beside it.)
+  const bool has_moved =
+      (kept & mdns::kIpv4) != 0 && std::none_of(old_prefixes.begin(), old_prefixes.end(), [&](const Prefix& old) {
+        return old.protocol == mdns::kIpv4 && std::count(interface.prefixes.begin(), interface.prefixes.end(), old) != 0;
+      });
+  if (kept != 0 && (was_down || has_moved)) {
     mdns::link_restart(interface_link(interface), now, was_down);
   }
 }
 
-// The interfaces that a message of the kernel says were not up: one may be away and back again before it is read.
-void note_down(std::set<std::uint32_t>& down, const nlmsghdr& message) {
-  const bool is_link = message.nlmsg_type == RTM_NEWLINK || message.nlmsg_type == RTM_DELLINK;
-  if (is_link && message.nlmsg_len >= NLMSG_LENGTH(sizeof(ifinfomsg))) {
-    const auto& link = *static_cast<const ifinfomsg*>(NLMSG_DATA(&message));
-    if (message.nlmsg_type == RTM_DELLINK || !is_live(link.ifi_flags)) {
-      down.insert(static_cast<std::uint32_t>(link.ifi_index));
-    }
-  }
-}
-
+// The interfaces that the kernel says were not up: one may be away and back again before it is read.
 std::set<std::uint32_t> read_down() {
   std::set<std::uint32_t> down;
   alignas(nlmsghdr) char buffer[16384];
-  for (;;) {
-    const ssize_t size = recv(gEngine->link_monitor.fd, buffer, sizeof buffer, MSG_DONTWAIT);
-    if (size <= 0 && errno != ENOBUFS) {  // ENOBUFS: some were lost; the rest can still be read
-      return down;
-    }
-    auto left = static_cast<unsigned>(std::max<ssize_t>(size, 0));
+  ssize_t size;
+  while ((size = recv(gEngine->link_monitor.fd, buffer, sizeof buffer, MSG_DONTWAIT)) > 0 || errno == ENOBUFS) {
+    auto left = static_cast<unsigned>(std::max<ssize_t>(size, 0));  // ENOBUFS: some were lost; the rest can still be read
     for (const auto* at = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(at, left); at = NLMSG_NEXT(at, left)) {
-      note_down(down, *at);
+      const bool is_link = at->nlmsg_type == RTM_NEWLINK || at->nlmsg_type == RTM_DELLINK;
+      const auto* link = static_cast<const ifinfomsg*>(NLMSG_DATA(at));
+      if (is_link && at->nlmsg_len >= NLMSG_LENGTH(sizeof *link) &&
+          (at->nlmsg_type == RTM_DELLINK || !is_live(link->ifi_flags))) {
+        down.insert(static_cast<std::uint32_t>(link->ifi_index));
+      }
     }
   }
+  return down;
 }
 
 void something_changed(void*) {
@@ -152,7 +124,7 @@ void link_monitor_open() {
   sockaddr_nl address{};
   address.nl_family = AF_NETLINK;
   address.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
-  if (bind(watch.fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || !poll_add(gEngine->poll, watch)) {
+  if (poll_add(gEngine->poll, watch) && bind(watch.fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     poll_remove(gEngine->poll, watch);
   }
 }

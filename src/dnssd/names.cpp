@@ -8,70 +8,42 @@
 namespace dnssd {
 namespace {
 
-// Takes the escape that follows a backslash off the front of `text`: three digits, or one other byte. Nothing when it is no
-// escape.
-std::optional<char> take_escape(std::string_view& text) {
-  unsigned value = 0;
-  const auto digits = std::from_chars(text.data(), text.data() + std::min<std::size_t>(text.size(), 3), value).ptr - text.data();
-  if (text.empty() || (digits != 0 && (digits != 3 || value > 255))) {
-    return std::nullopt;
+// Takes one byte off the front of `text`, which is not empty. An escape stands for one: a backslash and three digits, or one other
+// byte. Nothing when it is broken.
+std::optional<char> take_byte(std::string_view& text) {
+  if (text[0] == '\\') {
+    text.remove_prefix(1);
+    unsigned value = 0;
+    const auto digits =
+        std::from_chars(text.data(), text.data() + std::min<std::size_t>(text.size(), 3), value).ptr - text.data();
+    if (text.empty() || (digits != 0 && (digits != 3 || value > 255))) {
+      return std::nullopt;
+    }
+    if (digits != 0) {
+      text.remove_prefix(3);
+      return static_cast<char>(value);
+    }
   }
-  const char c = digits == 0 ? text[0] : static_cast<char>(value);
-  text.remove_prefix(digits == 0 ? 1 : 3);
+  const char c = text[0];
+  text.remove_prefix(1);
   return c;
 }
 
-// Takes one label and the dot behind it off the front of `text`.
-std::optional<std::string> take_label(std::string_view& text) {
-  std::string label;
-  while (!text.empty()) {
-    char c = text[0];
-    text.remove_prefix(1);
-    if (c == '.') {
-      break;
-    }
-    if (c == '\\') {
-      const std::optional<char> escaped = take_escape(text);
-      if (!escaped) {
-        return std::nullopt;
-      }
-      c = *escaped;
-    }
-    if (label.size() == kLabelMax) {
-      return std::nullopt;
-    }
-    label += c;
-  }
-  return label.empty() || !is_text(label) ? std::nullopt : std::optional(std::move(label));
-}
+bool is_label(std::string_view text) { return !text.empty() && text.size() <= kLabelMax && is_text(text); }
 
 void append_label(std::string& name, std::string_view label) {
   name += static_cast<char>(label.size());
   name += label;
 }
 
-void append_text_byte(std::string& text, char c) {
-  const auto byte = static_cast<unsigned char>(c);
-  if (c == '.' || c == '\\') {
-    text += '\\';
-    text += c;
-  } else if (byte <= ' ') {
-    char escape[5];
-    std::snprintf(escape, sizeof escape, "\\%03u", static_cast<unsigned>(byte));
-    text += escape;
-  } else {
-    text += c;
-  }
-}
-
-// Takes one UTF-8 character off the front of `text`, which is not empty. False when it is none: cut off, longer than need be, a
-// surrogate, or beyond U+10FFFF (RFC 3629 section 4).
+// Takes one UTF-8 character off the front of `text`, which is not empty. False when it is a zero byte or no character: cut off,
+// longer than need be, a surrogate, or beyond U+10FFFF (RFC 3629 section 4).
 bool take_character(std::string_view& text) {
   constexpr unsigned kLeast[] = {0, 0x80, 0x800, 0x10000};  // by the number of bytes that follow the first
   const auto first = static_cast<unsigned char>(text[0]);
   text.remove_prefix(1);
   if (first < 0x80) {
-    return true;
+    return first != 0;
   }
   const unsigned more = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
   unsigned code = first & (0x3Fu >> more);
@@ -85,12 +57,28 @@ bool take_character(std::string_view& text) {
   return first >= 0xC0 && first < 0xF8 && code >= kLeast[more] && (code & 0x1FF800) != 0xD800 && code <= 0x10FFFF;
 }
 
+// A number in a name's suffix larger than this is part of the name and is not counted on.
+constexpr unsigned kSuffixMax = 999'999;
+
+bool is_type_byte(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
+}
+
+// The type that a name of two labels says; nothing when it is none.
+std::optional<ServiceType> type_of(std::string_view name) {
+  const std::string_view application = mdns::first_label(name);
+  const std::string_view transport = mdns::first_label(mdns::parent_name(name));
+  if (application.size() < 2 || application[0] != '_' || !std::all_of(application.begin(), application.end(), is_type_byte) ||
+      !(mdns::same_folded(transport, "_tcp") || mdns::same_folded(transport, "_udp")) ||
+      mdns::parent_name(mdns::parent_name(name)).size() != 1) {
+    return std::nullopt;
+  }
+  return ServiceType{std::string(application), std::string(transport), {}};
+}
+
 }  // namespace
 
 bool is_text(std::string_view label) {
-  if (label.find('\0') != label.npos) {
-    return false;
-  }
   while (!label.empty()) {
     if (!take_character(label)) {
       return false;
@@ -105,24 +93,29 @@ std::optional<std::string> parse_name(std::string_view text) {
     text = {};
   }
   while (!text.empty()) {
-    const std::optional<std::string> label = take_label(text);
-    if (!label || name.size() + label->size() + 2 > kNameMax) {
+    std::string label;
+    while (!text.empty() && text[0] != '.') {
+      const std::optional<char> byte = take_byte(text);
+      if (!byte) {
+        return std::nullopt;
+      }
+      label += *byte;
+    }
+    if (!is_label(label) || name.size() + label.size() + 2 > kNameMax) {
       return std::nullopt;
     }
-    append_label(name, *label);
+    append_label(name, label);
+    text.remove_prefix(std::min<std::size_t>(text.size(), 1));  // the dot
   }
   name += '\0';
   return name;
 }
 
 std::optional<std::string> prepend_label(std::string_view label, std::string_view rest) {
-  if (label.empty() || label.size() > kLabelMax || !is_text(label) || 1 + label.size() + rest.size() > kNameMax) {
+  if (!is_label(label) || 1 + label.size() + rest.size() > kNameMax) {
     return std::nullopt;
   }
-  std::string name;
-  append_label(name, label);
-  name += rest;
-  return name;
+  return std::string(1, static_cast<char>(label.size())).append(label).append(rest);
 }
 
 std::string name_of(std::initializer_list<std::string_view> labels) {
@@ -138,11 +131,76 @@ std::string name_to_text(std::string_view name) {
   std::string text;
   for (; name.size() > 1; name = mdns::parent_name(name)) {
     for (const char c : mdns::first_label(name)) {
-      append_text_byte(text, c);
+      const auto byte = static_cast<unsigned char>(c);
+      char escaped[5];
+      std::snprintf(escaped, sizeof escaped, byte <= ' ' ? "\\%03u" : c == '.' || c == '\\' ? "\\%c" : "%c", byte);
+      text += escaped;
     }
     text += '.';
   }
   return text.empty() ? "." : text;
+}
+
+std::optional<ServiceType> parse_service_type(std::string_view text) {
+  std::size_t comma = text.find(',');
+  const std::optional<std::string> name = parse_name(text.substr(0, comma));
+  std::optional<ServiceType> type = name ? type_of(*name) : std::nullopt;
+  while (type && comma != text.npos) {
+    text.remove_prefix(comma + 1);
+    comma = text.find(',');
+    const std::optional<std::string> subtype = parse_name(text.substr(0, comma));
+    if (!subtype || subtype->size() == 1 || mdns::parent_name(*subtype).size() != 1) {
+      return std::nullopt;
+    }
+    type->subtypes.emplace_back(mdns::first_label(*subtype));
+  }
+  return type;
+}
+
+std::optional<ServiceType> parse_browse_type(std::string_view text) {
+  const std::optional<std::string> name = parse_name(text);
+  std::optional<ServiceType> type = name ? type_of(mdns::parent_name(*name)) : std::nullopt;
+  if (type) {
+    type->subtypes.emplace_back(mdns::first_label(*name));
+    return type;
+  }
+  type = parse_service_type(text);
+  return type && type->subtypes.size() <= 1 ? type : std::nullopt;
+}
+
+std::string type_text(const ServiceType& type) { return type.application + "." + type.transport + "."; }
+
+std::string type_name(const ServiceType& type) { return name_of({type.application, type.transport, "local"}); }
+
+std::string subtype_name(const ServiceType& type, const std::string& subtype) {
+  return name_of({subtype, "_sub", type.application, type.transport, "local"});
+}
+
+std::string truncate_utf8(std::string_view name, std::size_t room) {
+  std::size_t end = std::min(room, name.size());
+  while (end > 0 && end < name.size() && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) {
+    --end;
+  }
+  return std::string(name.substr(0, end));
+}
+
+std::string next_service_name(std::string_view name) {
+  unsigned number = 0;
+  const std::size_t open = name.rfind(" (");
+  if (open != name.npos && name.ends_with(')')) {
+    const char* const last = &name.back();
+    const bool is_number = std::from_chars(&name[open] + 2, last, number).ptr == last;
+    number = is_number && number <= kSuffixMax ? number : 0;
+  }
+  if (number >= 2) {
+    name = name.substr(0, open);
+  }
+  const std::string suffix = " (" + std::to_string(std::max(number, 1u) + 1) + ")";
+  return truncate_utf8(name, kLabelMax - suffix.size()) + suffix;
+}
+
+bool is_local_domain(const char* domain) {
+  return domain == nullptr || *domain == '\0' || mdns::same_folded(domain, "local") || mdns::same_folded(domain, "local.");
 }
 
 }  // namespace dnssd

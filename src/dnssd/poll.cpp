@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <utility>
 
 namespace dnssd {
 namespace {
@@ -29,29 +30,22 @@ mdns::Time clock_now(clockid_t clock) {
   return now.tv_sec * mdns::kSecond + now.tv_nsec / 1000;
 }
 
-void drain(int fd) {
-  std::uint64_t count;
-  while (read(fd, &count, sizeof count) > 0) {
-  }
-}
-
 void timer_fired(void* context) {
   Poll& poll = *static_cast<Poll*>(context);
-  drain(poll.timer.fd);
+  std::uint64_t count;
+  while (read(poll.timer.fd, &count, sizeof count) > 0) {
+  }
   poll.armed = mdns::kNever;
 }
 
-void woken(void* context) {
-  Poll& poll = *static_cast<Poll*>(context);
-  drain(poll.wake.fd);
-  poll.is_awake = false;
-}
-
-void close_watch(Watch& watch) {
-  if (watch.fd >= 0) {
-    close(watch.fd);
+// Sets whether the poll is readable for no other reason.
+void set_awake(Poll& poll, bool is_awake) {
+  epoll_event event{};
+  event.events = is_awake ? std::uint32_t{EPOLLIN} : 0u;
+  event.data.ptr = &poll.wake;
+  if (std::exchange(poll.is_awake, is_awake) != is_awake) {
+    epoll_ctl(poll.epoll_fd, EPOLL_CTL_MOD, poll.wake.fd, &event);
   }
-  watch.fd = -1;
 }
 
 }  // namespace
@@ -66,8 +60,10 @@ mdns::Time time_asleep() {
 bool poll_open(Poll& poll) {
   poll.epoll_fd = epoll_create1(EPOLL_CLOEXEC);
   poll.timer = {timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK), timer_fired, &poll};
-  poll.wake = {eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), woken, &poll};
-  if (poll.epoll_fd >= 0 && poll_add(poll, poll.timer) && poll_add(poll, poll.wake)) {
+  poll.wake = {eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK), [](void*) {}, nullptr};
+  poll.is_awake = true;
+  if (poll_add(poll, poll.timer) && poll_add(poll, poll.wake)) {
+    set_awake(poll, false);
     return true;
   }
   poll_close(poll);
@@ -75,20 +71,13 @@ bool poll_open(Poll& poll) {
 }
 
 void poll_close(Poll& poll) {
-  poll_abandon(poll);
-  close_watch(poll.timer);
-  close_watch(poll.wake);
-}
-
-void poll_abandon(Poll& poll) {
   for (Watch* watch : poll.watches) {
-    close_watch(*watch);
+    close(std::exchange(watch->fd, -1));
   }
   poll.watches.clear();
   if (poll.epoll_fd >= 0) {
-    close(poll.epoll_fd);
+    close(std::exchange(poll.epoll_fd, -1));
   }
-  poll.epoll_fd = -1;
 }
 
 bool poll_add(Poll& poll, Watch& watch) {
@@ -96,6 +85,7 @@ bool poll_add(Poll& poll, Watch& watch) {
   event.events = EPOLLIN;
   event.data.ptr = &watch;
   if (watch.fd < 0 || epoll_ctl(poll.epoll_fd, EPOLL_CTL_ADD, watch.fd, &event) != 0) {
+    poll_remove(poll, watch);
     return false;
   }
   poll.watches.insert(&watch);
@@ -103,10 +93,12 @@ bool poll_add(Poll& poll, Watch& watch) {
 }
 
 void poll_remove(Poll& poll, Watch& watch) {
-  if (watch.fd >= 0 && poll.watches.erase(&watch) > 0) {
+  if (poll.watches.erase(&watch) > 0) {
     epoll_ctl(poll.epoll_fd, EPOLL_CTL_DEL, watch.fd, nullptr);
   }
-  close_watch(watch);
+  if (watch.fd >= 0) {
+    close(std::exchange(watch.fd, -1));
+  }
 }
 
 bool poll_dispatch(Poll& poll) {
@@ -122,13 +114,10 @@ bool poll_dispatch(Poll& poll) {
   return true;
 }
 
-void poll_arm(Poll& poll, mdns::Time deadline, bool more) {
-  if (more && !poll.is_awake) {
-    const std::uint64_t one = 1;
-    poll.is_awake = write(poll.wake.fd, &one, sizeof one) == sizeof one;
-  }
+void poll_arm(Poll& poll, mdns::Time deadline) {
+  set_awake(poll, deadline == 0);
   const mdns::Time next = on_grid(std::max(deadline, kGrid));
-  if (next == poll.armed) {
+  if (deadline == 0 || next == poll.armed) {
     return;
   }
   itimerspec setting{};

@@ -24,23 +24,20 @@ struct Watch {
 struct Poll {
   int epoll_fd = -1;
   Watch timer;                      // a timerfd, fires at the next deadline
-  Watch wake;                       // an eventfd, readable while more work waits
   mdns::Time armed = mdns::kNever;  // what the timer is set to
-  bool is_awake = false;            // `wake` has been made readable
+  Watch wake;                       // an eventfd that is always readable
+  bool is_awake = false;            // and is looked at
   std::unordered_set<Watch*> watches;
 };
 
-// Opens the three descriptors (all close-on-exec). False when the system refuses one; nothing stays open then. `poll` stays where
-// it is until poll_close.
+// Opens the three descriptors (close-on-exec). False when the system refuses one; nothing stays open then. `poll` stays where it is
+// until poll_close.
 bool poll_open(Poll& poll);
 
-// Closes them, and the descriptors of all watches.
+// Closes the descriptors of all watches, then its own. In a forked child these are copies: the parent's poll goes on undisturbed.
 void poll_close(Poll& poll);
 
-// In a forked child: closes the child's copies of every descriptor and leaves the epoll set, which is the parent's, alone.
-void poll_abandon(Poll& poll);
-
-// Watches `watch.fd`, which the poll closes in the end; false when the system refuses it, and the descriptor stays the caller's.
+// Watches `watch.fd`, which the poll closes in the end; false when the system refuses it, and the descriptor is closed at once.
 bool poll_add(Poll& poll, Watch& watch);
 
 // Closes the descriptor and stops watching it; one that is not open: nothing happens. Not to be called by what poll_dispatch
@@ -51,7 +48,7 @@ void poll_remove(Poll& poll, Watch& watch);
 // is when somebody closed our descriptor.
 bool poll_dispatch(Poll& poll);
 
-// Before the library is left: makes the descriptor readable at `deadline`, and at once when there is `more` to do.
-void poll_arm(Poll& poll, mdns::Time deadline, bool more);
+// Before the library is left: makes the descriptor readable at `deadline`. 0: it is readable when the function returns.
+void poll_arm(Poll& poll, mdns::Time deadline);
 
 }  // namespace dnssd

@@ -2,16 +2,15 @@
 // Lifecycle of a taken signal: signals_review blocks it in the mask that the caller gets back, and adds it to the signalfd;
 // when it arrives the watch notes it, and the engine's pass ends in signals_die_if_caught. It is given back as soon as
 // nothing is registered any more.
-#include "dnssd/signals.h"
-
 #include <pthread.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <iterator>
+#include <cstring>
+#include <utility>
 
-#include "dnssd/engine.h"
+#include "dnssd/dnssd.h"
 
 namespace dnssd {
 namespace {
@@ -25,13 +24,13 @@ constexpr int kEndings[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
 // Kills by the default action, in a shell's way of counting, should the signal raised again come back.
 constexpr int kExitOfSignal = 128;
 
-int gDepth = 0;       // frames
-sigset_t gCallers;    // the mask to restore when the outermost frame ends
-unsigned gTaken = 0;  // a bit for each of kEndings
-Watch gWatch;         // on a signalfd, while any signal is taken
-int gCaught = 0;      // a taken signal that has arrived, 0: none
+constexpr sigset_t kNone{};
 
-constexpr std::size_t kEndingsCount = std::size(kEndings);
+int gDepth = 0;     // frames
+sigset_t gCallers;  // the mask to restore when the outermost frame ends
+sigset_t gTaken{};  // of kEndings
+Watch gWatch;       // on a signalfd, from the first signal that is taken until the engine ends
+int gCaught = 0;    // a taken signal that has arrived, 0: none
 
 bool has_default_action(int signal) {
   struct sigaction action {};
@@ -39,11 +38,13 @@ bool has_default_action(int signal) {
 }
 
 // Those that the program leaves to their default action and has not blocked itself.
-unsigned to_be_taken() {
-  unsigned wanted = 0;
-  for (std::size_t i = 0; i < kEndingsCount; ++i) {
-    const bool is_free = (gTaken >> i & 1) != 0 || sigismember(&gCallers, kEndings[i]) == 0;
-    wanted |= is_free && has_default_action(kEndings[i]) ? 1u << i : 0;
+sigset_t to_be_taken() {
+  sigset_t wanted{};
+  for (const int signal : kEndings) {
+    const bool is_free = sigismember(&gTaken, signal) == 1 || sigismember(&gCallers, signal) == 0;
+    if (is_free && has_default_action(signal)) {
+      sigaddset(&wanted, signal);
+    }
   }
   return wanted;
 }
@@ -56,40 +57,26 @@ void signal_arrived(void*) {
 }
 
 // Notes what is taken now: that is blocked in the callers' mask, and what was taken before no longer.
-void note_taken(unsigned wanted) {
-  for (std::size_t i = 0; i < kEndingsCount; ++i) {
-    if (wanted >> i & 1) {
-      sigaddset(&gCallers, kEndings[i]);
-    } else if (gTaken >> i & 1) {
-      sigdelset(&gCallers, kEndings[i]);
+void note_taken(const sigset_t& wanted) {
+  for (const int signal : kEndings) {
+    if (sigismember(&wanted, signal) == 1) {
+      sigaddset(&gCallers, signal);
+    } else if (sigismember(&gTaken, signal) == 1) {
+      sigdelset(&gCallers, signal);
     }
   }
   gTaken = wanted;
 }
 
-void take(unsigned wanted) {
-  sigset_t set;
-  sigemptyset(&set);
-  for (std::size_t i = 0; i < kEndingsCount; ++i) {
-    if (wanted >> i & 1) {
-      sigaddset(&set, kEndings[i]);
-    }
-  }
+void take(const sigset_t& wanted) {
   const bool is_new = gWatch.fd < 0;
-  const int fd = signalfd(gWatch.fd, &set, SFD_CLOEXEC | SFD_NONBLOCK);
+  const int fd = signalfd(gWatch.fd, &wanted, SFD_CLOEXEC | SFD_NONBLOCK);
   if (fd < 0) {
     return;
   }
   gWatch = {fd, signal_arrived, nullptr};
   if (!is_new || poll_add(gEngine->poll, gWatch)) {
     note_taken(wanted);
-  }
-}
-
-void give_back() {
-  if (gTaken != 0) {
-    note_taken(0);
-    poll_remove(gEngine->poll, gWatch);
   }
 }
 
@@ -116,39 +103,32 @@ void signals_release() {
 
 void signals_review(bool publishing) {
   const bool is_init = getpid() == 1;
-  const unsigned wanted = publishing && !is_init ? to_be_taken() : 0;
-  if (wanted == 0) {
-    give_back();
-  } else if (wanted != gTaken) {
+  const sigset_t wanted = publishing && !is_init ? to_be_taken() : kNone;
+  if (std::memcmp(&wanted, &gTaken, sizeof wanted) != 0) {
     take(wanted);
   }
 }
 
 void signals_die_if_caught() {
-  if (gCaught == 0) {
+  const int signal = std::exchange(gCaught, 0);
+  if (signal == 0) {
     return;
   }
-  const int signal = gCaught;
-  gCaught = 0;
-  const bool is_ours = has_default_action(signal);
-  if (is_ours) {
-    engine_close();
-  }
-  give_back();
-  if (is_ours) {
-    sigset_t only;
-    sigemptyset(&only);
-    sigaddset(&only, signal);
-    pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
+  if (!has_default_action(signal)) {  // the program has come to another mind
+    take(kNone);
     kill(getpid(), signal);
-    _exit(kExitOfSignal + signal);
+    return;
   }
+  engine_close();
+  sigset_t only{};
+  sigaddset(&only, signal);
+  pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
   kill(getpid(), signal);
+  _exit(kExitOfSignal + signal);
 }
 
 void signals_forget() {
-  note_taken(0);
-  gWatch.fd = -1;  // closed with the other watches
+  note_taken(kNone);
   gCaught = 0;
 }
 

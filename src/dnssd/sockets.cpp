@@ -1,15 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "dnssd/interface.h"
-
 #include <arpa/inet.h>
-#include <sys/socket.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
 
-#include "dnssd/engine.h"
+#include "dnssd/interface.h"
 
 namespace dnssd {
 namespace {
@@ -40,55 +36,39 @@ union Address {
 
 bool set_option(int fd, int level, int option, int value) { return setsockopt(fd, level, option, &value, sizeof value) == 0; }
 
-bool is_link_local(const mdns::Endpoint& endpoint) {
-  const auto& address = endpoint.address;
-  return endpoint.protocol == mdns::kIpv4 ? address[0] == 169 && address[1] == 254
-                                          : address[0] == 0xFE && (address[1] & 0xC0) == 0x80;
-}
-
 const mdns::Endpoint& group_of(mdns::Protocols protocol) { return kGroups[mdns::index_of(protocol)]; }
-
-std::size_t address_size(mdns::Protocols protocol) { return protocol == mdns::kIpv4 ? sizeof(in_addr) : sizeof(in6_addr); }
-
-void* address_of(Address& address) {
-  return address.any.sa_family == AF_INET ? static_cast<void*>(&address.ipv4.sin_addr) : &address.ipv6.sin6_addr;
-}
 
 Address to_sockaddr(const mdns::Endpoint& endpoint, std::uint32_t interface_index) {
   Address address{};
   if (endpoint.protocol == mdns::kIpv4) {
     address.ipv4.sin_family = AF_INET;
     address.ipv4.sin_port = htons(endpoint.port);
+    std::memcpy(&address.ipv4.sin_addr, endpoint.address.data(), sizeof address.ipv4.sin_addr);
   } else {
     address.ipv6.sin6_family = AF_INET6;
     address.ipv6.sin6_port = htons(endpoint.port);
-    address.ipv6.sin6_scope_id = is_link_local(endpoint) ? interface_index : 0;
+    address.ipv6.sin6_scope_id = is_link_local(endpoint.protocol, endpoint.address) ? interface_index : 0;
+    std::memcpy(&address.ipv6.sin6_addr, endpoint.address.data(), sizeof address.ipv6.sin6_addr);
   }
-  std::memcpy(address_of(address), endpoint.address.data(), address_size(endpoint.protocol));
   return address;
-}
-
-mdns::Endpoint to_endpoint(Address& address) {
-  const bool is_ipv4 = address.any.sa_family == AF_INET;
-  mdns::Endpoint endpoint;
-  endpoint.protocol = is_ipv4 ? mdns::kIpv4 : mdns::kIpv6;
-  endpoint.port = ntohs(is_ipv4 ? address.ipv4.sin_port : address.ipv6.sin6_port);
-  std::memcpy(endpoint.address.data(), address_of(address), address_size(endpoint.protocol));
-  return endpoint;
 }
 
 // RFC 6762 section 11: the source is on the link.
 bool is_local(const Interface& interface, const mdns::Endpoint& source) {
-  return is_link_local(source) || std::any_of(interface.prefixes.begin(), interface.prefixes.end(), [&](const Prefix& prefix) {
-           return prefix.protocol == source.protocol && is_within(source.address, prefix);
-         });
+  const auto holds_source = [&](const Prefix& prefix) {
+    return prefix.protocol == source.protocol && is_within(source.address, prefix);
+  };
+  return is_link_local(source.protocol, source.address) ||
+         std::any_of(interface.prefixes.begin(), interface.prefixes.end(), holds_source);
 }
 
 // Whether the datagram was sent to the group: its destination is in the control data.
 bool is_to_group(msghdr& header, mdns::Protocols protocol) {
   const cmsghdr* item = CMSG_FIRSTHDR(&header);
-  const std::size_t place = protocol == mdns::kIpv4 ? offsetof(in_pktinfo, ipi_addr) : offsetof(in6_pktinfo, ipi6_addr);
-  return item != nullptr && std::memcmp(CMSG_DATA(item) + place, group_of(protocol).address.data(), address_size(protocol)) == 0;
+  const bool is_ipv4 = protocol == mdns::kIpv4;
+  const std::size_t place = is_ipv4 ? offsetof(in_pktinfo, ipi_addr) : offsetof(in6_pktinfo, ipi6_addr);
+  const std::size_t size = is_ipv4 ? sizeof(in_addr) : sizeof(in6_addr);
+  return item != nullptr && std::memcmp(CMSG_DATA(item) + place, group_of(protocol).address.data(), size) == 0;
 }
 
 // Room for one recvmmsg call: of the process's one thread in the library, and too large for a stack.
@@ -123,12 +103,12 @@ void pass_on(const Socket& socket, int place, mdns::Time now) {
   if (!is_of_link || (message.msg_hdr.msg_flags & MSG_TRUNC) != 0) {
     return;
   }
-  mdns::Received received;
-  received.source = to_endpoint(gBatch.sources[place]);
-  received.to_group = is_to_group(message.msg_hdr, socket.protocol);
-  received.is_local = is_local(*socket.interface, received.source);
-  received.bytes = mdns::Bytes(gBatch.bytes[place], message.msg_len);
-  mdns::link_receive(interface_link(*socket.interface), now, received);
+  const mdns::Endpoint source = to_endpoint(&gBatch.sources[place].any);
+  mdns::link_receive(interface_link(*socket.interface), now,
+                     {.source = source,
+                      .to_group = is_to_group(message.msg_hdr, socket.protocol),
+                      .is_local = is_local(*socket.interface, source),
+                      .bytes = mdns::Bytes(gBatch.bytes[place], message.msg_len)});
 }
 
 void receive(void* context) {
@@ -145,31 +125,17 @@ void receive(void* context) {
   }
 }
 
-void join(const Interface& interface, const Socket& socket) {
-  const Address group = to_sockaddr(group_of(socket.protocol), interface.index);
-  group_req request{};
-  std::memcpy(&request.gr_group, &group, sizeof group);
-  request.gr_interface = interface.index;
-  const int level = socket.protocol == mdns::kIpv4 ? IPPROTO_IP : IPPROTO_IPV6;
-  // To the socket it may still be a member, on an interface that has gone and come back without it.
-  setsockopt(socket.watch.fd, level, MCAST_LEAVE_GROUP, &request, sizeof request);
-  setsockopt(socket.watch.fd, level, MCAST_JOIN_GROUP, &request, sizeof request);
-}
-
-bool set_options_ipv4(int fd, const Interface& interface) {
-  ip_mreqn outgoing{};
-  outgoing.imr_ifindex = static_cast<int>(interface.index);
+// A socket that is bound to an interface sends there, by multicast, too.
+bool set_options_ipv4(int fd) {
   return set_option(fd, IPPROTO_IP, IP_MULTICAST_TTL, kHopLimit) && set_option(fd, IPPROTO_IP, IP_TTL, kHopLimit) &&
          set_option(fd, IPPROTO_IP, IP_MULTICAST_LOOP, 1) && set_option(fd, IPPROTO_IP, IP_MULTICAST_ALL, 0) &&
-         set_option(fd, IPPROTO_IP, IP_PKTINFO, 1) &&
-         setsockopt(fd, IPPROTO_IP, IP_MULTICAST_IF, &outgoing, sizeof outgoing) == 0;
+         set_option(fd, IPPROTO_IP, IP_PKTINFO, 1);
 }
 
-bool set_options_ipv6(int fd, const Interface& interface) {
+bool set_options_ipv6(int fd) {
   return set_option(fd, IPPROTO_IPV6, IPV6_V6ONLY, 1) && set_option(fd, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, kHopLimit) &&
          set_option(fd, IPPROTO_IPV6, IPV6_UNICAST_HOPS, kHopLimit) && set_option(fd, IPPROTO_IPV6, IPV6_MULTICAST_LOOP, 1) &&
-         set_option(fd, IPPROTO_IPV6, IPV6_RECVPKTINFO, 1) &&
-         set_option(fd, IPPROTO_IPV6, IPV6_MULTICAST_IF, static_cast<int>(interface.index));
+         set_option(fd, IPPROTO_IPV6, IPV6_RECVPKTINFO, 1);
 }
 
 bool prepare(int fd, const Interface& interface, mdns::Protocols protocol) {
@@ -182,61 +148,73 @@ bool prepare(int fd, const Interface& interface, mdns::Protocols protocol) {
     set_option(fd, SOL_SOCKET, SO_RCVBUF, kReceiveBufferBytes);
   }
   const Address any = to_sockaddr({protocol, mdns::kPort, {}}, interface.index);
-  return (protocol == mdns::kIpv4 ? set_options_ipv4(fd, interface) : set_options_ipv6(fd, interface)) &&
-         bind(fd, &any.any, sizeof any) == 0;
+  return (protocol == mdns::kIpv4 ? set_options_ipv4(fd) : set_options_ipv6(fd)) && bind(fd, &any.any, sizeof any) == 0;
 }
 
-// The errno of why there is no socket, or 0.
-int open_socket(Interface& interface, Socket& opened, mdns::Protocols protocol) {
+DNSServiceErrorType open_socket(Interface& interface, mdns::Protocols protocol) {
+  Socket& opened = interface.sockets[mdns::index_of(protocol)];
   const int family = protocol == mdns::kIpv4 ? AF_INET : AF_INET6;
   opened = {{socket(family, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), receive, &opened}, &interface, protocol};
-  const bool is_open =
-      opened.watch.fd >= 0 && prepare(opened.watch.fd, interface, protocol) && poll_add(gEngine->poll, opened.watch);
-  const int error = is_open ? 0 : errno;
-  if (is_open) {
-    join(interface, opened);
-  } else {
-    poll_remove(gEngine->poll, opened.watch);
+  if (opened.watch.fd >= 0 && prepare(opened.watch.fd, interface, protocol) && poll_add(gEngine->poll, opened.watch)) {
+    return kDNSServiceErr_NoError;
   }
-  return error;
+  const int error = errno;
+  poll_remove(gEngine->poll, opened.watch);
+  return error == ENODEV ? kDNSServiceErr_BadInterfaceIndex : error == EPERM ? kDNSServiceErr_NoAuth : kErrServiceNotRunning;
 }
 
 }  // namespace
 
-int sockets_open(Interface& interface) {
-  int errors[2] = {0, 0};
-  for (const mdns::Protocols protocol : mdns::kEachProtocol) {
-    const std::size_t place = mdns::index_of(protocol);
-    errors[place] = open_socket(interface, interface.sockets[place], protocol);
-    if (errors[place] == ENODEV || errors[place] == EPERM) {
-      return errors[place];
-    }
+mdns::Endpoint to_endpoint(const sockaddr* address) {
+  mdns::Endpoint endpoint{mdns::kNoProtocol, 0, {}};
+  if (address != nullptr && address->sa_family == AF_INET) {
+    const auto& ipv4 = *reinterpret_cast<const sockaddr_in*>(address);
+    endpoint = {mdns::kIpv4, ntohs(ipv4.sin_port), {}};
+    std::memcpy(endpoint.address.data(), &ipv4.sin_addr, sizeof ipv4.sin_addr);
+  } else if (address != nullptr && address->sa_family == AF_INET6) {
+    const auto& ipv6 = *reinterpret_cast<const sockaddr_in6*>(address);
+    endpoint = {mdns::kIpv6, ntohs(ipv6.sin6_port), {}};
+    std::memcpy(endpoint.address.data(), &ipv6.sin6_addr, sizeof ipv6.sin6_addr);
   }
-  return errors[0] != 0 && errors[1] != 0 ? errors[0] : 0;
+  return endpoint;
+}
+
+DNSServiceErrorType sockets_open(Interface& interface) {
+  DNSServiceErrorType result = kErrServiceNotRunning;
+  for (const mdns::Protocols protocol : mdns::kEachProtocol) {
+    const DNSServiceErrorType error = open_socket(interface, protocol);
+    if (error == kDNSServiceErr_BadInterfaceIndex || error == kDNSServiceErr_NoAuth) {
+      return error;
+    }
+    result = error == kDNSServiceErr_NoError ? error : result;
+  }
+  sockets_join(interface);
+  return result;
 }
 
 void sockets_join(const Interface& interface) {
   for (const Socket& one : interface.sockets) {
-    if (one.watch.fd >= 0) {
-      join(interface, one);
-    }
+    const Address group = to_sockaddr(group_of(one.protocol), interface.index);
+    group_req request{};
+    std::memcpy(&request.gr_group, &group, sizeof group);
+    request.gr_interface = interface.index;
+    const int level = one.protocol == mdns::kIpv4 ? IPPROTO_IP : IPPROTO_IPV6;
+    // To the socket it may still be a member, on an interface that has gone and come back without it.
+    setsockopt(one.watch.fd, level, MCAST_LEAVE_GROUP, &request, sizeof request);
+    setsockopt(one.watch.fd, level, MCAST_JOIN_GROUP, &request, sizeof request);
   }
 }
 
-void sockets_send(const Interface& interface, const mdns::Datagram& datagram) {
-  const bool to_group = datagram.protocols != mdns::kNoProtocol;
-  const mdns::Protocols protocols = to_group ? datagram.protocols : datagram.to.protocol;
-  for (const Socket& one : interface.sockets) {
-    if ((protocols & one.protocol) != 0 && one.watch.fd >= 0) {
-      const Address to = to_sockaddr(to_group ? group_of(one.protocol) : datagram.to, interface.index);
-      sendto(one.watch.fd, datagram.bytes.data(), datagram.bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL, &to.any, sizeof to);
+void sockets_send(const Interface& interface) {
+  for (const mdns::Datagram& datagram : mdns::link_take_datagrams(*interface.link)) {
+    const bool to_group = datagram.protocols != mdns::kNoProtocol;
+    const mdns::Protocols protocols = to_group ? datagram.protocols : datagram.to.protocol;
+    for (const Socket& one : interface.sockets) {
+      if ((protocols & one.protocol) != 0 && one.watch.fd >= 0) {
+        const Address to = to_sockaddr(to_group ? group_of(one.protocol) : datagram.to, interface.index);
+        sendto(one.watch.fd, datagram.bytes.data(), datagram.bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL, &to.any, sizeof to);
+      }
     }
-  }
-}
-
-void sockets_close(Interface& interface) {
-  for (Socket& one : interface.sockets) {
-    poll_remove(gEngine->poll, one.watch);
   }
 }
 

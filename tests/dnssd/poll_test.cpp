@@ -38,13 +38,13 @@ class PollTest : public ::testing::Test {
 };
 
 TEST_F(PollTest, WithNothingToDoItIsNotReadable) {
-  poll_arm(poll_, mdns::kNever, false);
+  poll_arm(poll_, mdns::kNever);
   EXPECT_FALSE(IsReadable());
 }
 
 TEST_F(PollTest, ItIsReadableAtTheDeadlineAndNotBefore) {
   const mdns::Time deadline = monotonic_now() + 20 * mdns::kMillisecond;
-  poll_arm(poll_, deadline, false);
+  poll_arm(poll_, deadline);
   ASSERT_TRUE(IsReadable(kPatience));
   EXPECT_GE(monotonic_now(), deadline);
   EXPECT_TRUE(poll_dispatch(poll_));
@@ -52,23 +52,23 @@ TEST_F(PollTest, ItIsReadableAtTheDeadlineAndNotBefore) {
 }
 
 TEST_F(PollTest, ADeadlineMayBeTakenBack) {
-  poll_arm(poll_, monotonic_now() + 3600 * mdns::kSecond, false);
-  poll_arm(poll_, mdns::kNever, false);
-  poll_arm(poll_, monotonic_now() - 3600 * mdns::kSecond, false);
+  poll_arm(poll_, monotonic_now() + 3600 * mdns::kSecond);
+  poll_arm(poll_, mdns::kNever);
+  poll_arm(poll_, monotonic_now() - 3600 * mdns::kSecond);
   EXPECT_TRUE(IsReadable(kPatience));
 }
 
 TEST_F(PollTest, TheSameDeadlineFiresAgain) {
   for (int i = 0; i < 3; ++i) {
-    poll_arm(poll_, 1, false);
+    poll_arm(poll_, 1);
     ASSERT_TRUE(IsReadable(kPatience));
     ASSERT_TRUE(poll_dispatch(poll_));
   }
 }
 
 TEST_F(PollTest, WithMoreToDoItIsReadableUntilTheNextPass) {
-  poll_arm(poll_, mdns::kNever, true);
-  poll_arm(poll_, mdns::kNever, true);
+  poll_arm(poll_, 0);
+  poll_arm(poll_, 0);
   EXPECT_TRUE(IsReadable());
   EXPECT_TRUE(poll_dispatch(poll_));
   EXPECT_FALSE(IsReadable());

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "dnssd/interface.h"
-#include "dnssd/operations.h"
 
 namespace dnssd {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "dnssd/service_names.h"
+#include "dnssd/names.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -23,7 +23,7 @@ SYSTEM_HEADERS = (
 )
 
 # A tool that foretells what the library will take asks the library's own code.
-OF_THE_LIBRARY_FOR_TOOLS = {"dnssd/names.h", "dnssd/service_names.h"}
+OF_THE_LIBRARY_FOR_TOOLS = {"dnssd/names.h"}
 
 # The library's own folders, and what each of them may include.
 OF_THE_LIBRARY = {"mdns": {"mdns"}, "dnssd": {"dnssd", "mdns"}}

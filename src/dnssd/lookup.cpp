@@ -1,0 +1,276 @@
+// SPDX-License-Identifier: MIT
+// The operations that look something up.
+//
+// Browse: one query for the PTR records of the type or subtype. Each is an instance, unless it names something else.
+//
+// Resolve: two queries, for the instance's SRV and TXT records. The caller hears of the newest of both, and again when either has
+// changed.
+//
+// Follower: what a service says of itself goes on to be followed when its resolve has ended: a caller that browses and resolves
+// each instance once, as dns_sd.h suggests, would never hear that the SRV or TXT data has changed, nor that the host has fallen
+// silent. So a resolve that has reported, of an instance that a browse on that interface has reported, leaves one behind when it
+// is released. It listens to the link and asks nothing. Other data from the host that said what was reported is a change: the
+// instance is reported gone and found again, and the follower ends; a new resolve will leave a new one. What other hosts say in
+// its name changes nothing. It ends also when no browse has the instance any more.
+//
+// Query: the caller takes each answer for what the host has now. Losses are therefore never reported. Of A and AAAA records it
+// hears the newest live address whenever it differs from the one last reported: a change is one answer, the loss of one of two
+// addresses is followed by the other, and one that expires and returns is silence. Link-local addresses and others are kept apart
+// in this, so that the coming and going of a link-local address beside a global one does not repeat the global one. Of other
+// types it hears each record once while it lives. The unspecified address is nobody's and never reported.
+#include <cstring>
+
+#include "dnssd/interface.h"
+
+namespace dnssd {
+namespace {
+
+// RFC 2782: priority, weight and port of two bytes each, then the target's name.
+constexpr std::size_t kSrvPortAt = 4;
+
+// A caller that is told that an instance has gone and is there again has withdrawn and registered it within this time:
+// measured, a few milliseconds.
+constexpr mdns::Time kUpdateWithin = 200 * mdns::kMillisecond;
+
+// Whether a PTR record's target is an instance of the type that is browsed, and its name a text.
+bool is_instance(const Browse& browse, const std::string& target) {
+  const std::string_view name = mdns::first_label(target);
+  return !name.empty() && is_text(name) && mdns::same_folded(mdns::parent_name(target), browse.type);
+}
+
+// `begins_update`: it is about to be found again, with other data.
+void report_instance(Operation& browse, DNSServiceFlags flags, const std::string& instance, bool begins_update = false) {
+  const std::string name(mdns::first_label(instance));
+  std::string type = name_to_text(mdns::parent_name(instance));
+  type.resize(type.size() - std::strlen("local."));
+  reply_queue(browse, [=](const Operation& to, DNSServiceFlags more) {
+    if (begins_update) {
+      gEngine->goodbyes_until = monotonic_now() + kUpdateWithin;
+    }
+    std::get<Browse>(to.part).callback(service_ref(to.handle), flags | more, to.interface->index, kDNSServiceErr_NoError,
+                                       name.c_str(), type.c_str(), "local.", to.context);
+  });
+}
+
+// Tells the browses that have reported the instance that it is gone and found again, with other data.
+void report_change(const Interface& interface, const std::string& instance) {
+  for (Operation* operation : interface.browses) {
+    const Browse& browse = std::get<Browse>(operation->part);
+    const auto known = browse.instances.find(instance);
+    if (known != browse.instances.end()) {
+      report_instance(*operation, 0, *known, true);
+      report_instance(*operation, kDNSServiceFlagsAdd, *known);
+    }
+  }
+}
+
+// Whether a browse of the interface has reported the instance.
+bool is_browsed(const Interface& interface, const std::string& instance) {
+  return std::any_of(interface.browses.begin(), interface.browses.end(),
+                     [&](const Operation* browse) { return std::get<Browse>(browse->part).instances.contains(instance); });
+}
+
+void end_follower(Interface& interface, const std::string& instance) {
+  const auto follower = interface.followers.find(instance);
+  if (follower != interface.followers.end()) {
+    operation_release(*follower->second);
+  }
+}
+
+// A browse of the interface has lost the instance, or ended: nobody has to be told of it by this browse any more.
+void browse_lost(Interface& interface, const std::string& instance) {
+  if (!is_browsed(interface, instance)) {
+    end_follower(interface, instance);
+  }
+}
+
+// Whether every label of a host's name is a text.
+bool is_text_name(std::string_view name) {
+  while (name.size() > 1 && is_text(mdns::first_label(name))) {
+    name = mdns::parent_name(name);
+  }
+  return name.size() == 1;
+}
+
+void report_if_new(Operation& operation, Resolve& resolve) {
+  const std::string& srv = resolve.srv.live.back().rdata;
+  const std::string& txt = resolve.txt.live.back().rdata;
+  const std::string_view target = mdns::target_of(mdns::kTypeSrv, srv);
+  if ((srv == resolve.srv.reported && txt == resolve.txt.reported) || !is_text_name(target)) {
+    return;
+  }
+  resolve.srv.reported = srv;
+  resolve.txt.reported = txt;
+  std::uint16_t port;  // in network order
+  std::memcpy(&port, srv.data() + kSrvPortAt, sizeof port);
+  reply_queue(operation, [=, txt = txt, host = name_to_text(target)](const Operation& to, DNSServiceFlags more) {
+    const Resolve& part = std::get<Resolve>(to.part);
+    part.callback(service_ref(to.handle), more, to.interface->index, kDNSServiceErr_NoError, name_to_text(part.name).c_str(),
+                  host.c_str(), port, static_cast<std::uint16_t>(txt.size()), reinterpret_cast<const unsigned char*>(txt.data()),
+                  to.context);
+  });
+}
+
+// What a follower remembers of data. Other letters in TXT data are other data; in the name that SRV data holds they are not.
+std::string digest_of(std::uint16_t rrtype, const std::string& rdata) {
+  const std::uint64_t hash = rrtype == mdns::kTypeSrv ? mdns::hash_folded(rdata, 0) : std::hash<std::string>()(rdata);
+  return std::string(reinterpret_cast<const char*>(&hash), sizeof hash);
+}
+
+// Who says what was reported, and not other data, owns the record, over each protocol.
+void note_owner(Answers& answers, const mdns::Event& event) {
+  const bool is_reported = event.rdata == answers.reported;
+  bool is_owner = false;
+  for (std::size_t protocol = 0; protocol < event.said_by.size(); ++protocol) {
+    std::uint32_t& owner = answers.owner[protocol];
+    owner = is_reported && event.said_by[protocol] != 0 ? event.said_by[protocol] : owner;
+    is_owner = is_owner || (owner != 0 && owner == event.said_by[protocol]);
+  }
+  answers.is_vouched = !is_reported && is_owner;
+}
+
+// What is said now is other than it was reported, and comes from the host that said that.
+bool has_changed(const Answers& answers) { return answers.is_vouched && answers.live.back().rdata != answers.reported; }
+
+void report_answer(Operation& operation, const Answer& answer) {
+  reply_queue(operation, [=](const Operation& to, DNSServiceFlags more) {
+    const Query& query = std::get<Query>(to.part);
+    query.callback(service_ref(to.handle), kDNSServiceFlagsAdd | more, to.interface->index, kDNSServiceErr_NoError,
+                   name_to_text(query.name).c_str(), query.rrtype, kDNSServiceClass_IN,
+                   static_cast<std::uint16_t>(answer.rdata.size()), answer.rdata.data(), answer.ttl, to.context);
+  });
+}
+
+// No query knows an address of the host any more: it has fallen silent, and its services are doubted (RFC 6762 section 10.4).
+void host_fell_silent(Interface& interface, const std::string& host) {
+  const auto [first, last] = interface.followers_by_host.equal_range(host);
+  for (auto at = first; at != last; ++at) {
+    const std::string& instance = std::get<Resolve>(at->second->part).name;
+    mdns::link_reconfirm(interface_link(interface), monotonic_now(), mdns::parent_name(instance), mdns::kTypePtr, instance);
+  }
+}
+
+}  // namespace
+
+void answers_change(std::vector<Answer>& answers, const mdns::Event& event) {
+  if (event.kind != mdns::Event::Kind::added) {
+    std::erase_if(answers, [&](const Answer& answer) { return mdns::same_rdata(event.type, answer.rdata, event.rdata); });
+  }
+  if (event.kind != mdns::Event::Kind::removed) {
+    answers.push_back({event.rdata, event.ttl});
+  }
+}
+
+void browse_start(Operation& operation, const std::string& name) {
+  operation.interface->browses.push_back(&operation);
+  ask(operation, name, mdns::kTypePtr);
+}
+
+void operation_event(Operation& operation, Browse& browse, const mdns::Event& event) {
+  if (!is_instance(browse, event.rdata)) {
+    return;
+  }
+  if (event.kind == mdns::Event::Kind::added) {
+    if (browse.instances.insert(event.rdata).second) {
+      report_instance(operation, kDNSServiceFlagsAdd, event.rdata);
+    }
+    return;
+  }
+  const auto lost = browse.instances.extract(event.rdata);
+  if (!lost.empty()) {
+    report_instance(operation, 0, lost.value());  // the caller knows it as it was first reported, however its goodbye spells it
+    browse_lost(*operation.interface, lost.value());
+  }
+}
+
+void operation_stop(Operation& operation, Browse& browse) {
+  std::erase(operation.interface->browses, &operation);
+  for (const std::string& instance : browse.instances) {
+    browse_lost(*operation.interface, instance);
+  }
+}
+
+void resolve_start(Operation& operation) {
+  const Resolve& resolve = std::get<Resolve>(operation.part);
+  const mdns::Interest interest = resolve.callback == nullptr ? mdns::Interest::listening : mdns::Interest::asking;
+  ask(operation, resolve.name, mdns::kTypeSrv, interest);
+  ask(operation, resolve.name, mdns::kTypeTxt, interest);
+}
+
+void operation_event(Operation&, Resolve& resolve, const mdns::Event& event) {
+  Answers& answers = event.type == mdns::kTypeSrv ? resolve.srv : resolve.txt;
+  if (resolve.callback != nullptr) {
+    answers_change(answers.live, event);
+    return;
+  }
+  mdns::Event digested = event;
+  digested.rdata = digest_of(event.type, event.rdata);
+  answers_change(answers.live, digested);
+  if (event.kind != mdns::Event::Kind::removed) {
+    note_owner(answers, digested);
+  }
+}
+
+void resolve_review(Handle handle) {
+  Operation* operation = operation_find(handle);
+  Resolve* resolve = operation == nullptr ? nullptr : std::get_if<Resolve>(&operation->part);
+  if (resolve == nullptr || resolve->srv.live.empty() || resolve->txt.live.empty()) {
+    return;
+  }
+  if (resolve->callback != nullptr) {
+    report_if_new(*operation, *resolve);
+  } else if (has_changed(resolve->srv) || has_changed(resolve->txt)) {
+    report_change(*operation->interface, resolve->name);
+    operation_release(*operation);
+  }
+}
+
+void operation_stop(Operation& operation, Resolve& resolve) {
+  Interface& interface = *operation.interface;
+  if (resolve.callback == nullptr) {
+    interface.followers.erase(resolve.name);
+    const auto [first, last] = interface.followers_by_host.equal_range(resolve.host);
+    interface.followers_by_host.erase(std::find_if(first, last, [&](const auto& entry) { return entry.second == &operation; }));
+  } else if (!resolve.srv.reported.empty() && is_browsed(interface, resolve.name)) {
+    end_follower(interface, resolve.name);
+    Resolve part{nullptr, resolve.name, std::string(mdns::target_of(mdns::kTypeSrv, resolve.srv.reported))};
+    part.srv.reported = digest_of(mdns::kTypeSrv, resolve.srv.reported);
+    part.txt.reported = digest_of(mdns::kTypeTxt, resolve.txt.reported);
+    Operation* follower = operation_new(kLibrary, &interface, nullptr, part);
+    interface.followers.emplace(part.name, follower);
+    interface.followers_by_host.emplace(part.host, follower);
+    resolve_start(*follower);
+  }
+}
+
+void operation_event(Operation& operation, Query& query, const mdns::Event& event) {
+  const bool is_added = event.kind == mdns::Event::Kind::added;
+  const bool is_address = query.rrtype == mdns::kTypeA || query.rrtype == mdns::kTypeAaaa;
+  if (!is_address && is_added) {
+    report_answer(operation, {event.rdata, event.ttl});
+  }
+  if (!is_address || event.rdata.find_first_not_of('\0') == event.rdata.npos) {
+    return;
+  }
+  const mdns::Protocols protocol = query.rrtype == mdns::kTypeA ? mdns::kIpv4 : mdns::kIpv6;
+  Answers& answers = query.answers[is_link_local(protocol, event.rdata) ? 0 : 1];
+  answers_change(answers.live, event);
+  std::multiset<std::string, FoldedLess>& live_addresses = operation.interface->live_addresses;
+  if (is_added) {
+    live_addresses.insert(query.name);
+  } else if (live_addresses.extract(query.name); !live_addresses.contains(query.name)) {
+    host_fell_silent(*operation.interface, query.name);
+  }
+  if (!answers.live.empty() && answers.live.back().rdata != answers.reported) {
+    answers.reported = answers.live.back().rdata;
+    report_answer(operation, answers.live.back());
+  }
+}
+
+void operation_stop(Operation& operation, Query& query) {
+  for (std::size_t live = query.answers[0].live.size() + query.answers[1].live.size(); live > 0; --live) {
+    operation.interface->live_addresses.extract(query.name);
+  }
+}
+
+}  // namespace dnssd

@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+// Lifecycle of an operation: operation_new makes it; events and replies find it by its handle; operation_release takes it out of
+// the registry, so that nothing finds it any more, and stops it.
+// Lifecycle of a reply: it is queued when an event arrives and delivered at the end of a pass.
+#include "dnssd/interface.h"
+
+namespace dnssd {
+namespace {
+
+// Replies per DNSServiceProcessResult: enough to be cheap in a burst, few enough that the caller's loop comes round.
+constexpr int kRepliesPerPass = 64;
+
+unsigned is_published(const Operation& operation) {
+  return std::holds_alternative<Registration>(operation.part) || std::holds_alternative<Record>(operation.part) ? 1 : 0;
+}
+
+// One operation by itself: ends its queries and withdraws what it has published.
+void release_one(Operation& operation) {
+  const auto owned = gEngine->operations.extract(operation.handle);  // frees it in the end
+  gEngine->deliverable -= operation.queued;
+  gEngine->published -= is_published(operation);
+  gEngine->connections -= operation.connection == 0 ? 1 : 0;
+  if (operation.interface == nullptr) {
+    return;
+  }
+  const mdns::Time now = monotonic_now();
+  if (gEngine->goodbyes_until > now) {
+    mdns::link_hold_goodbyes(link_of(operation), now, gEngine->goodbyes_until);
+  }
+  std::visit([&](auto& part) { operation_stop(operation, part); }, operation.part);
+  for (const mdns::QueryId query : operation.queries) {
+    mdns::query_stop(link_of(operation), monotonic_now(), query);
+  }
+  --operation.interface->operations;
+  operation.interface->idle_since = monotonic_now();
+}
+
+}  // namespace
+
+Operation* operation_new(Handle connection, Interface* interface, void* context, decltype(Operation::part)&& part) {
+  static Handle last = kLibrary;
+  last += 2;
+  Operation& operation = *(gEngine->operations[last] = std::make_unique<Operation>());
+  operation = {.handle = last, .connection = connection, .interface = interface, .context = context, .part = std::move(part)};
+  gEngine->connections += connection == 0 ? 1 : 0;
+  gEngine->published += is_published(operation);
+  if (interface != nullptr) {
+    ++interface->operations;
+  }
+  return &operation;
+}
+
+Operation* operation_find(Handle handle) {
+  if (gEngine == nullptr) {
+    return nullptr;
+  }
+  const auto found = gEngine->operations.find(handle);
+  return found == gEngine->operations.end() ? nullptr : found->second.get();
+}
+
+void operation_release(Operation& operation) {
+  if (operation.connection == 0 && gEngine->connections == 1) {
+    gEngine->connections = 0;  // the engine ends when the library is left, and takes the operation with it
+    return;
+  }
+  std::vector<Operation*> released{&operation};
+  if (std::holds_alternative<Connection>(operation.part)) {
+    for (const auto& [handle, member] : gEngine->operations) {
+      if (member->connection == operation.handle) {
+        released.push_back(member.get());
+      }
+    }
+  }
+  for (Operation* one : released) {
+    release_one(*one);
+  }
+}
+
+void operation_pass(const mdns::Event& event) {
+  Operation* operation = operation_find(static_cast<Handle>(event.tag));
+  if (operation != nullptr) {
+    std::visit([&](auto& part) { operation_event(*operation, part, event); }, operation->part);
+  }
+}
+
+mdns::Link& link_of(const Operation& operation) { return interface_link(*operation.interface); }
+
+void ask(Operation& operation, const std::string& name, std::uint16_t rrtype, mdns::Interest interest) {
+  operation.queries.push_back(mdns::query_start(link_of(operation), monotonic_now(), name, rrtype, operation.handle, interest));
+}
+
+void reply_queue(Operation& operation, decltype(Reply::deliver)&& deliver) {
+  gEngine->replies.push_back({operation.handle, std::move(deliver)});
+  ++operation.queued;
+  ++gEngine->deliverable;
+}
+
+void replies_deliver() {
+  // A callback may end this engine, and another call in it may have begun a new one, which is not passing.
+  for (int i = 0; i < kRepliesPerPass && gEngine != nullptr && gEngine->is_passing && !gEngine->replies.empty();) {
+    const Reply reply = std::move(gEngine->replies.front());
+    gEngine->replies.pop_front();
+    if (Operation* operation = operation_find(reply.to)) {
+      --operation->queued;
+      ++i;
+      reply.deliver(*operation, --gEngine->deliverable == 0 ? 0 : kDNSServiceFlagsMoreComing);
+    }
+  }
+}
+
+}  // namespace dnssd

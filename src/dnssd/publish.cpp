@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: MIT
+// The operations that publish something: a record that is registered by itself is a publication; a service is several.
+//
+// Lifecycle of a registration:
+//   1. registration_start: the service's SRV and TXT records are published under the name, which is probed for.
+//   2. Established: the name is reported; the PTR records to it follow, and the type is entered under
+//      _services._dns-sd._udp (RFC 6763 section 9). Not before: PTR records are shared, and their goodbye after a lost probe
+//      would make another host's service of that name disappear.
+//   3. Conflict, before or after that: the PTR records go without a goodbye, the next name is tried, and reported once
+//      it is established; with NoAutoRename the conflict is reported, and that is the end of it.
+//   4. operation_stop: all of them are withdrawn, with goodbyes.
+#include <utility>
+
+#include "dnssd/dnssd.h"
+
+namespace dnssd {
+namespace {
+
+// RFC 6762 section 17 holds a message to 9000 bytes; more rdata than this could never be sent.
+constexpr std::size_t kRdataMax = 8192;
+
+// RFC 6762 section 8.1: after fifteen conflicts within ten seconds, at least five seconds before each further try. Conflicts
+// count together until there has been none for ten seconds.
+constexpr std::uint32_t kConflictsMax = 15;
+constexpr mdns::Time kConflictsForgotten = 10 * mdns::kSecond;
+constexpr mdns::Time kConflictPause = 5 * mdns::kSecond;
+
+std::string instance_of(const Registration& registration) {
+  return name_of({registration.name, registration.type.application, registration.type.transport, "local"});
+}
+
+std::string srv_rdata(const Registration& registration) {
+  const char head[] = {0, 0, 0, 0, static_cast<char>(registration.port >> 8), static_cast<char>(registration.port & 0xFF)};
+  return std::string(head, sizeof head) + registration.host;
+}
+
+void report_name(Operation& operation, const Registration& registration, DNSServiceFlags flags, DNSServiceErrorType error) {
+  if (registration.callback == nullptr) {
+    return;
+  }
+  const std::string name = registration.name;
+  reply_queue(operation, [=](const Operation& to, DNSServiceFlags more) {
+    const Registration& part = std::get<Registration>(to.part);
+    part.callback(service_ref(to.handle), flags | more, error, name.c_str(), type_text(part.type).c_str(), "local.", to.context);
+  });
+}
+
+void report_record(Operation& operation, DNSServiceErrorType error) {
+  reply_queue(operation, [=](const Operation& to, DNSServiceFlags more) {
+    std::get<Record>(to.part).callback(service_ref(to.connection), record_ref(to.handle), more, error, to.context);
+  });
+}
+
+// Publishes the PTR records to the service under its type and each subtype, and the type's under _services._dns-sd._udp.
+void publish_pointers(Operation& operation, Registration& registration) {
+  const auto publish_pointer = [&](const std::string& name, const std::string& target) {
+    const mdns::RecordData record{mdns::kTypePtr, 0, target};
+    registration.pointers.push_back(
+        mdns::publish(link_of(operation), monotonic_now(), name, {&record, 1}, mdns::Claim::shared, operation.handle));
+  };
+  const std::string type = type_name(registration.type);
+  const std::string instance = instance_of(registration);
+  publish_pointer(type, instance);
+  for (const std::string& subtype : registration.type.subtypes) {
+    publish_pointer(subtype_name(registration.type, subtype), instance);
+  }
+  publish_pointer(name_of({"_services", "_dns-sd", "_udp", "local"}), type);
+}
+
+// Whether the conflicts have come so fast that the next name has to wait.
+bool must_pause(Registration& registration, mdns::Time now) {
+  if (now - registration.last_conflict > kConflictsForgotten) {
+    registration.conflicts = 0;
+  }
+  registration.last_conflict = now;
+  return ++registration.conflicts >= kConflictsMax;
+}
+
+void try_next_name(Operation& operation, Registration& registration) {
+  const mdns::Time now = monotonic_now();
+  registration.name = next_service_name(registration.name);
+  registration.is_reported = false;
+  if (must_pause(registration, now)) {
+    gEngine->renamings.emplace(now + kConflictPause, operation.handle);
+  } else {
+    registration_start(operation);
+  }
+}
+
+// Takes back the PTR records. When the name is another host's, its service must not hear our goodbyes; only the type's own record
+// gets one then.
+void end_pointers(Operation& operation, Registration& registration, bool is_ours) {
+  for (const mdns::PublicationId& pointer : registration.pointers) {
+    const auto end =
+        is_ours || &pointer == &registration.pointers.back() ? mdns::publication_withdraw : mdns::publication_forsake;
+    end(link_of(operation), monotonic_now(), pointer);
+  }
+  registration.pointers.clear();
+}
+
+}  // namespace
+
+bool is_publishable(std::uint16_t rrtype, const std::string& rdata) {
+  return !rdata.empty() && rdata.size() <= kRdataMax && mdns::is_rdata(rrtype, rdata);
+}
+
+void registration_start(Operation& operation) {
+  Registration& registration = std::get<Registration>(operation.part);
+  const mdns::RecordData records[] = {{mdns::kTypeSrv, 0, srv_rdata(registration)}, {mdns::kTypeTxt, 0, registration.txt}};
+  registration.service = mdns::publish(link_of(operation), monotonic_now(), instance_of(registration), records,
+                                       mdns::Claim::exclusive, operation.handle);
+}
+
+void operation_event(Operation& operation, Registration& registration, const mdns::Event& event) {
+  if (event.id != registration.service) {
+    return;
+  }
+  if (event.kind == mdns::Event::Kind::established) {
+    if (registration.port != 0 && registration.pointers.empty()) {  // a port of 0 only keeps the name (dns_sd.h)
+      publish_pointers(operation, registration);
+    }
+    if (!std::exchange(registration.is_reported, true)) {
+      report_name(operation, registration, kDNSServiceFlagsAdd, kDNSServiceErr_NoError);
+    }
+    return;
+  }
+  registration.service = 0;
+  end_pointers(operation, registration, false);
+  if (registration.auto_rename) {
+    try_next_name(operation, registration);
+  } else {
+    report_name(operation, registration, 0, kDNSServiceErr_NameConflict);
+  }
+}
+
+DNSServiceErrorType registration_update(Operation& operation, const std::string& txt, std::uint32_t ttl) {
+  Registration& registration = std::get<Registration>(operation.part);
+  if (registration.service == 0 && !registration.auto_rename) {
+    return kDNSServiceErr_BadState;
+  }
+  if (!is_publishable(mdns::kTypeTxt, txt)) {
+    return kDNSServiceErr_BadParam;
+  }
+  if (txt == registration.txt) {
+    return kDNSServiceErr_NoError;
+  }
+  registration.txt = txt;  // of the next name to be tried, too
+  const mdns::RecordData data{mdns::kTypeTxt, ttl, txt};
+  if (registration.service != 0 && !mdns::publication_update(link_of(operation), monotonic_now(), registration.service, data)) {
+    // Others hold the same service and keep what they have: then the new data is a service of its own.
+    operation_stop(operation, registration);
+    registration_start(operation);
+  }
+  return kDNSServiceErr_NoError;
+}
+
+void operation_stop(Operation& operation, Registration& registration) {
+  end_pointers(operation, registration, true);
+  mdns::publication_withdraw(link_of(operation), monotonic_now(), registration.service);
+}
+
+void registrations_resume(mdns::Time now) {
+  while (!gEngine->renamings.empty() && gEngine->renamings.begin()->first <= now) {
+    Operation* operation = operation_find(gEngine->renamings.extract(gEngine->renamings.begin()).mapped());
+    if (operation != nullptr) {
+      registration_start(*operation);
+    }
+  }
+}
+
+void record_start(Operation& operation, const std::string& name, mdns::Claim claim, const mdns::RecordData& data) {
+  Record& record = std::get<Record>(operation.part);
+  record.publication = mdns::publish(link_of(operation), monotonic_now(), name, {&data, 1}, claim, operation.handle);
+}
+
+void operation_event(Operation& operation, Record& record, const mdns::Event& event) {
+  if (event.id != record.publication) {
+    return;
+  }
+  if (event.kind == mdns::Event::Kind::conflict) {
+    record.publication = 0;
+    report_record(operation, kDNSServiceErr_NameConflict);
+  } else if (!std::exchange(record.is_reported, true)) {
+    report_record(operation, kDNSServiceErr_NoError);
+  }
+}
+
+void operation_stop(Operation& operation, Record& record) {
+  mdns::publication_withdraw(link_of(operation), monotonic_now(), record.publication);
+}
+
+DNSServiceErrorType record_update(Operation& operation, const std::string& rdata, std::uint32_t ttl) {
+  const Record& record = std::get<Record>(operation.part);
+  if (record.publication == 0) {
+    return kDNSServiceErr_BadState;
+  }
+  if (!is_publishable(record.rrtype, rdata)) {
+    return kDNSServiceErr_BadParam;
+  }
+  const mdns::RecordData data{record.rrtype, ttl, rdata};
+  return mdns::publication_update(link_of(operation), monotonic_now(), record.publication, data) ? kDNSServiceErr_NoError
+                                                                                                 : kDNSServiceErr_NameConflict;
+}
+
+}  // namespace dnssd
