@@ -124,7 +124,7 @@ void write_all_known(QueryPackets& packets, const RRset& rrset) {
   }
   for (const OwnedRecord* record : rrset.name->owned->records) {
     ++link.steps;
-    if (record->type == rrset.type && record->is_live && cache_find(link, key_of(*record)) == nullptr) {
+    if (record->type == rrset.type && record->is_live && !is_known_answer(link, cache_find(link, key_of(*record)))) {
       write_known(packets, rrset, record->ttl, record->rdata);
     }
   }

@@ -264,6 +264,18 @@ TEST_F(Querier, DoesNotListWhatHasSaidGoodbye) {
   EXPECT_THAT(Queries()[0].message.answers, IsEmpty());
 }
 
+TEST_F(Querier, ListsWhatItPublishesItselfAlsoWhenAnotherHostSaidItLongAgo) {
+  const Record ptr = Ptr("_ipp._tcp.local", "P._ipp._tcp.local");
+  GivenPublished(Claim::shared, {ptr});
+  Hears({ptr});
+  After(50_min);
+  Mark();
+  Start("_ipp._tcp.local", kTypePtr);
+  After(200_ms);
+  ASSERT_THAT(Queries(), SizeIs(1));
+  EXPECT_THAT(Queries()[0].message.answers, ElementsAre(ptr));
+}
+
 TEST_F(Querier, ContinuesAListThatIsTooLongInPacketsWithoutAQuestion) {
   std::vector<Record> printers;
   for (int i = 0; i < 150; ++i) {
