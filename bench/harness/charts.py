@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The charts of a run: visibility.svg, cost.svg, day.svg."""
+"""The charts of a run: visibility.svg, cost.svg, day.svg, and one of bars for each scenario that has a module of its own."""
 
 from .results import SUBJECT_TITLES, memory_each, middle
 from .svg import FAINT, GRID, INK, Drawing, number, round_steps
@@ -9,12 +9,17 @@ COLOURS = {"mdnsproxy": "#0072B2", "reflector": "#D55E00", "reflector-filtered":
 _LABEL = 150  # width of the column of names beside bars
 
 
-def draw_all(results, directory):
+def draw_all(results, directory, modules=()):
+    """Draws what the results have; the files."""
     written = []
     if results.get("scale"):
         written += [_visibility(results["scale"], directory / "visibility.svg"), _cost(results["scale"], directory / "cost.svg")]
     if results.get("day"):
         written.append(_day(results["day"], directory / "day.svg"))
+    for module in modules:
+        chart = module.chart(results[module.NAME]) if module.NAME in results else None
+        if chart and chart[2]:
+            written.append(bar_chart(directory / f"{module.NAME}.svg", *chart))
     return written
 
 
@@ -69,7 +74,22 @@ def _legend(drawing, left, top, titles):
 
 # --- Bars
 
-def _bars(drawing, left, top, width, title, values, unit=""):
+def bar_chart(path, title, explanation, groups):
+    """A chart of groups of bars, two beside each other; a group is (title, values as `bars` takes them, unit)."""
+    column, y = 460, 92
+    rows = [groups[at:at + 2] for at in range(0, len(groups), 2)]
+    height = y + sum(22 * max(len(values) for _, values, _ in row) + 48 for row in rows) - 20
+    drawing = Drawing(2 * column + 60, height)
+    drawing.text(30, 32, title, 17, weight="bold")
+    drawing.text(30, 52, explanation, 12, colour=FAINT)
+    for row in rows:
+        y = max([bars(drawing, 30 + column * number, y, column, group, values, unit)
+                 for number, (group, values, unit) in enumerate(row)])
+    drawing.save(path)
+    return path
+
+
+def bars(drawing, left, top, width, title, values, unit=""):
     """One group of horizontal bars; a value is (subject, label, figure or None). Returns the y below it."""
     drawing.text(left, top, title, 13, weight="bold")
     largest = max((figure for _, _, figure in values if figure is not None), default=1) or 1
@@ -98,8 +118,8 @@ def _cost(scale, path):
     for count, subjects in scale.items():
         cpu = [(subject, SUBJECT_TITLES[subject], middle(runs, "cpu")) for subject, runs in subjects.items()]
         memory = [(subject, SUBJECT_TITLES[subject], memory_each(runs)) for subject, runs in subjects.items()]
-        _bars(drawing, 30, y, column, f"{count} services: processor time", cpu, " s")
-        y = _bars(drawing, 30 + column, y, column, f"{count} services: memory for each", memory, " KiB")
+        bars(drawing, 30, y, column, f"{count} services: processor time", cpu, " s")
+        y = bars(drawing, 30 + column, y, column, f"{count} services: memory for each", memory, " KiB")
     drawing.save(path)
     return path
 
@@ -114,7 +134,7 @@ def _day(day, path):
     for link, key in (("b", "traffic"), ("a", "traffic_on_a")):
         packets = [(subject, SUBJECT_TITLES[subject], middle(runs, key, "packets")) for subject, runs in day.items()]
         sizes = [(subject, SUBJECT_TITLES[subject], middle(runs, key, "bytes") / 1e3) for subject, runs in day.items()]
-        _bars(drawing, 30, y, column, f"packets on link {link}", packets)
-        y = _bars(drawing, 30 + column, y, column, f"kilobytes on link {link}", sizes, " kB")
+        bars(drawing, 30, y, column, f"packets on link {link}", packets)
+        y = bars(drawing, 30 + column, y, column, f"kilobytes on link {link}", sizes, " kB")
     drawing.save(path)
     return path

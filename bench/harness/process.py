@@ -31,8 +31,11 @@ class Process:
 
     @property
     def peak_memory(self):
-        """The most resident bytes so far."""
+        """The most resident bytes so far, or since forget_peak."""
         return self._status("VmHWM")
+
+    def forget_peak(self):
+        (self.directory / "clear_refs").write_text("5")  # proc(5): resets the peak to what is resident now
 
 
 def descendant(pid, name):

@@ -14,20 +14,18 @@ import statistics
 import time
 
 from crowd import Clients, Crowd, Watcher, gateway_addresses
-from testbed import Network, wait_until
+from testbed import Network
 
+from .field import BURST_SECONDS, KIND, TXT_BYTES, wait_up_to
 from .subjects import Floor
 
-SINGLE_KIND = "_ipp._tcp"
+SINGLE_KIND = KIND
 # Ten types as they are met on office and home links; the first two are forwarded.
 DAY_KINDS = ("_ipp._tcp", "_googlecast._tcp", "_airplay._tcp", "_raop._tcp", "_smb._tcp", "_http._tcp", "_ssh._tcp",
              "_spotify-connect._tcp", "_hap._tcp", "_pdl-datastream._tcp")
 DAY_FORWARDED = 2
 DAY_SERVICES = 30
 DAY_CLIENTS = 20
-
-_BURST_SECONDS = 0.9  # in which any number of devices announces itself
-_TXT_BYTES = 64
 
 
 class Scene:
@@ -41,7 +39,7 @@ class Scene:
             if subject is Floor:
                 self.devices = self.subject
             else:
-                self.devices = stack.enter_context(Crowd(self.network["a"], kinds, txt=_TXT_BYTES))
+                self.devices = stack.enter_context(Crowd(self.network["a"], kinds, txt=TXT_BYTES))
             self.watcher = stack.enter_context(
                 Watcher(self.network["b"], gateway_addresses(self.network.gateway, "b")))
             self._stack = stack.pop_all()
@@ -55,13 +53,6 @@ class Scene:
 
     def __exit__(self, *_):
         self._stack.close()
-
-
-def wait_up_to(condition, seconds):
-    """True as soon as the condition is; False when it never was."""
-    with contextlib.suppress(AssertionError):
-        return bool(wait_until(condition, seconds))
-    return False
 
 
 def single(subject, repeats):
@@ -87,7 +78,7 @@ def scale(subject, count, window, ask):
     """`count` services within a second. After `window` seconds a client on b asks for them, `ask` seconds long; then all go."""
     with Scene(subject, (SINGLE_KIND,), (SINGLE_KIND,)) as scene:
         cpu, memory = scene.process.cpu, scene.process.memory
-        begin, end = scene.devices.announce(0, count, _BURST_SECONDS)
+        begin, end = scene.devices.announce(0, count, BURST_SECONDS)
         time.sleep(max(0.0, begin + window - time.time()))
         figures = {"count": count, "announced_in": end - begin, "cpu": scene.process.cpu - cpu,
                    "there": scene.watcher.there, "traffic": scene.watcher.traffic["gateway"]}
@@ -105,7 +96,7 @@ def scale(subject, count, window, ask):
 
 def _all_go(scene, count):
     cpu = scene.process.cpu
-    begin, _ = scene.devices.withdraw(0, count, _BURST_SECONDS)
+    begin, _ = scene.devices.withdraw(0, count, BURST_SECONDS)
     gone = wait_up_to(lambda: scene.watcher.listed == 0, 30)
     last = max((end for _, end in scene.watcher.services.values()), default=0)
     return {"left_over": scene.watcher.listed, "all_gone": last - begin if gone else None, "cpu_going": scene.process.cpu - cpu,

@@ -6,7 +6,9 @@
     reflector-filtered  the same with reflect-filters naming the forwarded types: the most that a reflector can be told
     floor               the bare library (register_floor.cpp), which registers on b what the others would have to find on a
 
-A subject has `process`, and announce/withdraw for the floor alone, which takes the place of the devices on link a.
+A subject has `process`, and announce/withdraw for the floor alone, which takes the place of the devices on link a. The first two
+can be set up otherwise: `pairs` says from which links to which others is forwarded (a reflector repeats on all of them), `gateway`
+on which of the network's gateways.
 """
 
 import pathlib
@@ -42,9 +44,10 @@ enable-reflector=yes
 class Mdnsproxy:
     name = "mdnsproxy"
 
-    def __init__(self, network, kinds):
-        self.daemon = Daemon(network.gateway, rules_list(*(rule(kind, "a", "b") for kind in kinds)))
-        self.daemon.start_and_wait(within=30)
+    def __init__(self, network, kinds, pairs=(("a", "b"),), both_ways=False, gateway=None):
+        rules = [rule(kind, source, target, bidirectional=both_ways) for kind in kinds for source, target in pairs]
+        self.daemon = Daemon(gateway or network.gateway, rules_list(*rules))
+        self.daemon.start_and_wait(within=30 + len(rules))
         self.process = Process(_find(self.daemon.box, "mdnsproxy"))
 
     def logs(self):
@@ -58,8 +61,8 @@ class Reflector:
     name = "reflector"
     filters = False
 
-    def __init__(self, network, kinds):
-        self.box = Box(network.gateway, self.name)
+    def __init__(self, network, kinds, pairs=(), both_ways=True, gateway=None):  # pylint: disable=unused-argument
+        self.box = Box(gateway or network.gateway, self.name)
         (self.box.root / "etc" / "avahi").mkdir()
         filters = f"reflect-filters={','.join(f'{kind}.local' for kind in kinds)}" if self.filters else ""
         self.box.write("/etc/avahi/avahi-daemon.conf", _AVAHI_CONF.format(filters=filters))

@@ -3,31 +3,39 @@
 // what is asked as RFC 6762 says, and say goodbye when told to.
 //
 //   air-announcer --interface NAME [--types _ipp._tcp,_smb._tcp] [--link NUMBER] [--addresses 4|6|46] [--txt BYTES]
+//                 [--rescue 1]
 //
 // Device number N is "Device N" of type N modulo the number of types, at port 1000 + N modulo 60000 of host device-N.local, with
 // the addresses 10.LINK.X.Y and fd00:LINK::N. Commands, one a line on standard input:
 //
 //   announce FIRST COUNT SECONDS   evenly spread over that time, and once more a second later; says, at the end of the first
 //                                  round, "announced FIRST COUNT BEGIN END" (seconds of the real-time clock)
-//   withdraw FIRST COUNT SECONDS   goodbyes; says "withdrawn FIRST COUNT BEGIN END"
+//   withdraw FIRST COUNT SECONDS [4|6]   goodbyes, over that protocol alone or over both; says "withdrawn FIRST COUNT BEGIN END"
+//   change FIRST COUNT SECONDS     new TXT data, announced as in the first line; says "changed FIRST COUNT BEGIN END"
+//   move FIRST COUNT SECONDS       another IPv6 address for each host, announced likewise; says "moved FIRST COUNT BEGIN END"
 //   vanish FIRST COUNT             they fall silent; says "vanished FIRST COUNT"
 //
+// With --rescue a device says its records again when somebody else takes one of them back (RFC 6762 sections 6.6 and 10.1).
+//
+// New TXT data and new addresses bear the time at which they were first announced (stamps.h).
+//
 // What it does not do: probe (the names are known to be free), negative answers, unicast answers.
-#include <arpa/inet.h>
-
 #include <cmath>
 #include <limits>
 #include <map>
 #include <random>
 #include <unordered_map>
-#include <unordered_set>
 
+#include "device.h"
 #include "loop.h"
 #include "packet.h"
+#include "round.h"
 #include "sockets.h"
 
 namespace {
 
+using air::Device;
+using air::Round;
 using air::Writer;
 
 constexpr double kNever = std::numeric_limits<double>::infinity();
@@ -36,41 +44,26 @@ constexpr double kRepeatGap = 1.0;        // RFC 6762 section 6: a record goes b
 constexpr double kSharedDelayMin = 0.020, kSharedDelayMax = 0.120;        // RFC 6762 section 6
 constexpr double kTruncatedDelayMin = 0.400, kTruncatedDelayMax = 0.500;  // RFC 6762 section 7.2
 
-struct Device {
-  std::size_t type = 0;
-  std::string instance, host;     // names on the wire
-  std::string srv, txt, a, aaaa;  // rdata; an address that it does not have is empty
-  bool live = false;
-  double service_sent_at[2] = {0, 0}, host_sent_at[2] = {0, 0};  // when its records last went out, by protocol
-};
+enum class Act { announce, withdraw, change, move };
 
-// Announcements or goodbyes of a range of devices that go out evenly spread.
+// What a range of devices says, evenly spread.
 struct Wave {
-  bool goodbye;
+  Act act;
   long first, count, sent;
   double begin, seconds;
   int round;  // 1: said when it is over
-};
-
-// What one asker wants and says it knows already; more of that may still be coming.
-struct Round {
-  double due = 0;
-  std::unordered_set<std::size_t> types;  // all instances of these
-  std::vector<air::Question> questions;   // for records that only one device has
-  std::unordered_set<std::string> known;  // record_key of known answers
+  int only;   // 4 or 6: over that protocol alone
 };
 
 struct Town {
-  std::vector<std::string> types;                                    // names on the wire
+  air::Kind kind;
   std::unordered_map<std::string, std::size_t> type_index;           // folded
   std::unordered_map<std::string, long> instance_index, host_index;  // folded
   std::vector<Device> devices;
   std::vector<Wave> waves;
   std::map<std::string, Round> rounds[2];  // by the asker's address, per protocol
   std::vector<air::Socket> sockets;
-  std::string addresses;
-  std::string link;
-  std::size_t txt_size;
+  bool rescues = false;
   std::mt19937 random{1};  // only the delays that the RFC wants random
 };
 
@@ -78,71 +71,13 @@ double random_between(Town& town, double low, double high) {
   return std::uniform_real_distribution<double>(low, high)(town.random);
 }
 
-std::string u16_text(unsigned value) { return {static_cast<char>(value >> 8 & 255), static_cast<char>(value & 255)}; }
-
-std::string packed_address(int family, const std::string& text) {
-  char bytes[16];
-  inet_pton(family, text.c_str(), bytes);
-  return {bytes, family == AF_INET ? 4U : 16U};
-}
-
-// One TXT string "id=N" and, where that is not enough, strings of filling up to the wanted size.
-std::string txt_rdata(long number, std::size_t size) {
-  const std::string id = "id=" + std::to_string(number);
-  std::string rdata = static_cast<char>(id.size()) + id;
-  while (rdata.size() < size) {
-    const std::size_t length = std::min<std::size_t>(size - rdata.size(), 60) - 1;
-    rdata += static_cast<char>(length) + ("f=" + std::string(length, 'x')).substr(0, length);
-  }
-  return rdata;
-}
-
-Device make_device(const Town& town, long number) {
-  Device device;
-  device.type = static_cast<std::size_t>(number) % town.types.size();
-  const std::string label = "Device " + std::to_string(number);
-  device.instance = static_cast<char>(label.size()) + label + town.types[device.type];
-  device.host = air::make_name({"device-" + std::to_string(number), "local"});
-  device.srv = u16_text(0) + u16_text(0) + u16_text(static_cast<unsigned>(1000 + number % 60000)) + device.host;
-  device.txt = txt_rdata(number, town.txt_size);
-  const std::string low = std::to_string(16 + number / 250) + "." + std::to_string(1 + number % 250);
-  if (town.addresses.find('4') != std::string::npos)
-    device.a = packed_address(AF_INET, "10." + town.link + "." + low);
-  char six[64];
-  std::snprintf(six, sizeof six, "fd00:%s::1:%lx", town.link.c_str(), number + 1);
-  if (town.addresses.find('6') != std::string::npos)
-    device.aaaa = packed_address(AF_INET6, six);
-  return device;
-}
-
 void grow_to(Town& town, long count) {
   for (long number = static_cast<long>(town.devices.size()); number < count; ++number) {
-    Device device = make_device(town, number);
+    Device device = make_device(town.kind, number);
     town.instance_index[air::folded(device.instance)] = number;
     town.host_index[air::folded(device.host)] = number;
     town.devices.push_back(std::move(device));
   }
-}
-
-using AddRecord = void (Writer::*)(const std::string&, std::uint16_t, std::uint16_t, std::uint32_t, std::string_view);
-
-void add_addresses(Writer& writer, const Device& device, AddRecord add, bool goodbye) {
-  const std::uint32_t ttl = goodbye ? 0 : air::kHostTtl;
-  constexpr std::uint16_t kUnique = air::kClassIn | air::kCacheFlush;
-  if (!device.a.empty())
-    (writer.*add)(device.host, air::kTypeA, kUnique, ttl, device.a);
-  if (!device.aaaa.empty())
-    (writer.*add)(device.host, air::kTypeAaaa, kUnique, ttl, device.aaaa);
-}
-
-void add_service(Writer& writer, const Device& device, AddRecord add, bool goodbye) {
-  constexpr std::uint16_t kUnique = air::kClassIn | air::kCacheFlush;
-  (writer.*add)(device.instance, air::kTypeSrv, kUnique, goodbye ? 0 : air::kHostTtl, device.srv);
-  (writer.*add)(device.instance, air::kTypeTxt, kUnique, goodbye ? 0 : air::kOtherTtl, device.txt);
-}
-
-void add_pointer(const Town& town, Writer& writer, const Device& device, bool goodbye) {
-  writer.answer(town.types[device.type], air::kTypePtr, air::kClassIn, goodbye ? 0 : air::kOtherTtl, device.instance);
 }
 
 void send_on(Town& town, std::size_t protocol, Writer& writer) {
@@ -150,15 +85,34 @@ void send_on(Town& town, std::size_t protocol, Writer& writer) {
     air::send_to_group(town.sockets[protocol], writer.finish());
 }
 
-void send_whole(Town& town, Device& device, bool goodbye) {
+void send_whole(Town& town, Device& device, bool goodbye, int only) {
   Writer writer(air::kResponse);
-  add_pointer(town, writer, device, goodbye);
+  add_pointer(town.kind, writer, device, goodbye);
   add_service(writer, device, &Writer::answer, goodbye);
   add_addresses(writer, device, &Writer::answer, goodbye);
   for (std::size_t protocol = 0; protocol < town.sockets.size(); ++protocol) {
+    if (only == (protocol == 0 ? 6 : 4))
+      continue;
     send_on(town, protocol, writer);
     device.service_sent_at[protocol] = device.host_sent_at[protocol] = air::now();
   }
+}
+
+// Sends the changed TXT data or addresses alone. In the first round they are made new.
+void send_changed(Town& town, long number, const Wave& wave) {
+  Device& device = town.devices[static_cast<std::size_t>(number)];
+  Writer writer(air::kResponse);
+  if (wave.act == Act::change) {
+    if (wave.round == 1)
+      change_txt(town.kind, device, number, air::now());
+    writer.answer(device.instance, air::kTypeTxt, air::kClassIn | air::kCacheFlush, air::kOtherTtl, device.txt);
+  } else {
+    if (wave.round == 1)
+      change_address(device, air::now());
+    add_addresses(writer, device, &Writer::answer, false);
+  }
+  for (std::size_t protocol = 0; protocol < town.sockets.size(); ++protocol)
+    send_on(town, protocol, writer);
 }
 
 // --- Waves
@@ -173,15 +127,35 @@ std::string times(const Wave& wave, const char* word) {
   return text;
 }
 
+const char* word_of(Act act) {
+  switch (act) {
+    case Act::announce:
+      return "announced";
+    case Act::withdraw:
+      return "withdrawn";
+    case Act::change:
+      return "changed";
+    case Act::move:
+      return "moved";
+  }
+  return "";
+}
+
+void act_out(Town& town, long number, const Wave& wave) {
+  Device& device = town.devices[static_cast<std::size_t>(number)];
+  const bool whole = wave.act == Act::announce || wave.act == Act::withdraw;
+  if (whole && wave.round == 1)
+    device.live = wave.act == Act::announce;
+  if (whole && (wave.round == 1 || device.live))
+    send_whole(town, device, wave.act == Act::withdraw, wave.only);
+  if (!whole && device.live)
+    send_changed(town, number, wave);
+}
+
 // Sends what is due of the wave. True when it is over.
 bool run_wave(Town& town, Wave& wave) {
-  for (; wave.sent < wave.count && due_of(wave) <= air::now(); ++wave.sent) {
-    Device& device = town.devices[static_cast<std::size_t>(wave.first + wave.sent)];
-    if (wave.round == 1)
-      device.live = !wave.goodbye;
-    if (wave.round == 1 || device.live)
-      send_whole(town, device, wave.goodbye);
-  }
+  for (; wave.sent < wave.count && due_of(wave) <= air::now(); ++wave.sent)
+    act_out(town, wave.first + wave.sent, wave);
   return wave.sent == wave.count;
 }
 
@@ -195,22 +169,14 @@ void run_waves(Town& town) {
     const Wave done = wave;
     town.waves.erase(town.waves.begin() + static_cast<std::ptrdiff_t>(index));
     if (done.round == 1)
-      air::say(times(done, done.goodbye ? "withdrawn" : "announced"));
-    if (done.round == 1 && !done.goodbye) {
-      town.waves.push_back({false, done.first, done.count, 0, done.begin + kAnnouncementGap, done.seconds, 2});
+      air::say(times(done, word_of(done.act)));
+    if (done.round == 1 && done.act != Act::withdraw) {
+      town.waves.push_back({done.act, done.first, done.count, 0, done.begin + kAnnouncementGap, done.seconds, 2, 0});
     }
   }
 }
 
 // --- Answers
-
-std::string record_key(const std::string& name, std::uint16_t type, const std::string& rdata) {
-  return air::folded(name) + static_cast<char>(type) + (type == air::kTypePtr ? air::folded(rdata) : rdata);
-}
-
-bool is_known(const Round& round, const std::string& name, std::uint16_t type, const std::string& rdata) {
-  return !round.known.empty() && round.known.contains(record_key(name, type, rdata));
-}
 
 // One message under way: pointers first, then what belongs to them.
 struct Batch {
@@ -232,16 +198,16 @@ void send_batch(Town& town, std::size_t protocol, Batch& batch) {
 void answer_type(Town& town, std::size_t protocol, std::size_t type, const Round& round) {
   const double at = air::now();
   Batch batch;
-  for (std::size_t number = type; number < town.devices.size(); number += town.types.size()) {
+  for (std::size_t number = type; number < town.devices.size(); number += town.kind.types.size()) {
     Device& device = town.devices[number];
     if (!device.live || at - device.service_sent_at[protocol] < kRepeatGap)
       continue;
-    if (is_known(round, town.types[type], air::kTypePtr, device.instance))
+    if (is_known(round, town.kind.types[type], air::kTypePtr, device.instance))
       continue;
     const std::size_t size = 2 * device.instance.size() + device.host.size() + device.txt.size() + 100;
     if (batch.room_used + size > air::kMessageRoom)
       send_batch(town, protocol, batch);
-    add_pointer(town, batch.writer, device, false);
+    add_pointer(town.kind, batch.writer, device, false);
     device.service_sent_at[protocol] = device.host_sent_at[protocol] = at;
     batch.devices.push_back(&device);
     batch.room_used += size;
@@ -249,25 +215,12 @@ void answer_type(Town& town, std::size_t protocol, std::size_t type, const Round
   send_batch(town, protocol, batch);
 }
 
-bool wants(const air::Question& question, std::uint16_t type) { return question.type == type || question.type == air::kTypeAny; }
-
 Device* live_device(Town& town, const std::unordered_map<std::string, long>& index, const std::string& name) {
   const auto found = index.find(name);
   if (found == index.end())
     return nullptr;
   Device& device = town.devices[static_cast<std::size_t>(found->second)];
   return device.live ? &device : nullptr;
-}
-
-// Whether the asker lacks one of the records that the question wants.
-bool lacks_service(const Round& round, const air::Question& question, const Device& device) {
-  return (wants(question, air::kTypeSrv) && !is_known(round, device.instance, air::kTypeSrv, device.srv)) ||
-         (wants(question, air::kTypeTxt) && !is_known(round, device.instance, air::kTypeTxt, device.txt));
-}
-
-bool lacks_address(const Round& round, const air::Question& question, const Device& device) {
-  return (wants(question, air::kTypeA) && !device.a.empty() && !is_known(round, device.host, air::kTypeA, device.a)) ||
-         (wants(question, air::kTypeAaaa) && !device.aaaa.empty() && !is_known(round, device.host, air::kTypeAaaa, device.aaaa));
 }
 
 // Each device answers for itself.
@@ -305,20 +258,6 @@ void run_rounds(Town& town) {
   }
 }
 
-void note_known(const air::Message& message, Round& round) {
-  for (const air::Record& record : message.answers) {
-    const bool is_host_record = record.type != air::kTypePtr && record.type != air::kTypeTxt;
-    if (record.ttl * 2 < (is_host_record ? air::kHostTtl : air::kOtherTtl))
-      continue;
-    std::string rdata = record.rdata;
-    if (record.type == air::kTypePtr)
-      rdata = record.target;
-    if (record.type == air::kTypeSrv)
-      rdata = record.rdata.substr(0, 6) + record.target;
-    round.known.insert(record_key(record.name, record.type, rdata));
-  }
-}
-
 void handle_query(Town& town, std::size_t protocol, const std::string& source, const air::Message& message) {
   const auto [entry, is_new] = town.rounds[protocol].try_emplace(source);
   Round& round = entry->second;
@@ -339,6 +278,17 @@ void handle_query(Town& town, std::size_t protocol, const std::string& source, c
   }
 }
 
+// What is taken back and is there all the same is said again, over the protocol over which it was taken back.
+void rescue(Town& town, std::size_t protocol, const air::Message& message) {
+  for (const air::Record& record : message.answers) {
+    Device* device = nullptr;
+    if (record.ttl == 0)
+      device = live_device(town, town.instance_index, air::folded(record.type == air::kTypePtr ? record.target : record.name));
+    if (device != nullptr)
+      send_whole(town, *device, false, protocol == 0 ? 4 : 6);
+  }
+}
+
 void handle_packets(Town& town, std::size_t protocol) {
   static std::uint8_t buffer[65536];
   for (;;) {
@@ -349,8 +299,13 @@ void handle_packets(Town& town, std::size_t protocol) {
     if (size < 0)
       return;
     const auto message = air::read_message({buffer, static_cast<std::size_t>(size)});
-    if (!message || (message->flags & 0x8000) != 0)
+    if (!message)
       continue;
+    if ((message->flags & 0x8000) != 0) {
+      if (town.rescues)
+        rescue(town, protocol, *message);
+      continue;
+    }
     handle_query(town, protocol, std::string(reinterpret_cast<const char*>(&from), from_size), *message);
   }
 }
@@ -379,22 +334,29 @@ void obey(Town& town, const std::string& line) {
       town.devices[static_cast<std::size_t>(number)].live = false;
     return air::say("vanished " + words[1] + " " + words[2]);
   }
+  static const std::map<std::string, Act> kActs{
+      {"announce", Act::announce}, {"withdraw", Act::withdraw}, {"change", Act::change}, {"move", Act::move}};
+  const auto act = kActs.find(words[0]);
+  if (act == kActs.end())
+    return air::say("error " + line);
   const double seconds = words.size() > 3 ? std::stod(words[3]) : 0;
-  town.waves.push_back({words[0] == "withdraw", first, count, 0, air::now(), seconds, 1});
+  const int only = words.size() > 4 ? std::stoi(words[4]) : 0;
+  town.waves.push_back({act->second, first, count, 0, air::now(), seconds, 1, only});
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const air::Options options(argc, argv, {"interface", "types", "link", "addresses", "txt"});
+  const air::Options options(argc, argv, {"interface", "types", "link", "addresses", "txt", "rescue"});
   Town town;
   town.sockets = air::open_sockets(options.text("interface"));
-  town.addresses = options.text("addresses").empty() ? "46" : options.text("addresses");
-  town.link = std::to_string(options.number("link", 1));
-  town.txt_size = static_cast<std::size_t>(options.number("txt", 64));
+  town.kind.addresses = options.text("addresses").empty() ? "46" : options.text("addresses");
+  town.kind.link = std::to_string(options.number("link", 1));
+  town.kind.txt_size = static_cast<std::size_t>(options.number("txt", 64));
+  town.rescues = options.number("rescue", 0) != 0;
   for (const std::string& type : options.list("types")) {
-    town.types.push_back(air::make_dotted_name(type + ".local"));
-    town.type_index[air::folded(town.types.back())] = town.types.size() - 1;
+    town.kind.types.push_back(air::make_dotted_name(type + ".local"));
+    town.type_index[air::folded(town.kind.types.back())] = town.kind.types.size() - 1;
   }
   air::Loop loop;
   for (std::size_t protocol = 0; protocol < town.sockets.size(); ++protocol) {
