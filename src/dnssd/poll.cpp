@@ -48,8 +48,6 @@ void set_awake(Poll& poll, bool is_awake) {
   }
 }
 
-void woken(void* context) { set_awake(*static_cast<Poll*>(context), false); }
-
 }  // namespace
 
 mdns::Time monotonic_now() { return clock_now(CLOCK_BOOTTIME); }
@@ -62,7 +60,8 @@ mdns::Time time_asleep() {
 bool poll_open(Poll& poll) {
   poll.epoll_fd = epoll_create1(EPOLL_CLOEXEC);
   poll.timer = {timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK), timer_fired, &poll};
-  poll.wake = {eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK), woken, &poll};
+  poll.wake = {eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK), [](void* context) { set_awake(*static_cast<Poll*>(context), false); },
+               &poll};
   poll.is_awake = true;
   if (poll_add(poll, poll.timer) && poll_add(poll, poll.wake)) {
     set_awake(poll, false);

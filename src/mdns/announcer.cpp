@@ -90,7 +90,7 @@ bool write_goodbyes(Link& link, Writer& writer) {
   while (goodbyes.next() <= link.now) {
     OwnedRecord& record = *goodbyes.first();
     ++link.steps;
-    if (!write(writer, record, 0, false) && !writer_is_empty(writer)) {
+    if (!record.is_forsaken && !write(writer, record, 0, false) && !writer_is_empty(writer)) {
       return false;
     }
     zone_forget(link, record);
@@ -143,7 +143,9 @@ void announcer_stop(Link& link, OwnedRecord& record) {
 }
 
 void announcer_say_goodbye(Link& link, OwnedRecord& record) {
-  link.announcer.goodbyes.set(record, std::max(link.now, link.goodbyes_at));
+  const Time remembered_until =
+      record.is_forsaken && !link.is_closing ? latest_multicast(record, kBothProtocols) + kSecond : kLongAgo;
+  link.announcer.goodbyes.set(record, std::max({link.now, link.goodbyes_at, remembered_until}));
 }
 
 void announcer_write(Link& link, Writer& writer) {

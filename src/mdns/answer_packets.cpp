@@ -82,21 +82,23 @@ void add_what_belongs_to(Batch& batch, const OwnedRecord& record) {
   }
 }
 
-// For each of the list but an address of the host before: all of a host's addresses bring the same.
-void add_what_belongs_to_all(Batch& batch, const std::vector<OwnedRecord*>& list) {
-  for (std::size_t i = 0; i < list.size(); ++i) {  // the list may grow: an SRV record brings addresses
-    const bool is_next_address =
-        i > 0 && is_address(*list[i]) && is_address(*list[i - 1]) && list[i]->owner == list[i - 1]->owner;
-    if (!is_next_address) {
-      add_what_belongs_to(batch, *list[i]);
-    }
-  }
-}
-
+// What an answer brings may bring more: an instance its host. All addresses of a host bring the same, and what was brought by one
+// of them brings nothing else.
 void collect_additionals(Batch& batch) {
-  if (batch.answers.size() <= kAdditionalForAtMost) {
-    add_what_belongs_to_all(batch, batch.answers);
-    add_what_belongs_to_all(batch, batch.additionals);
+  if (batch.answers.size() > kAdditionalForAtMost) {
+    return;
+  }
+  const OwnedRecord* last = nullptr;
+  for (const OwnedRecord* record : batch.answers) {
+    if (last == nullptr || last->owner != record->owner || !is_address(*last) || !is_address(*record)) {
+      add_what_belongs_to(batch, *record);
+    }
+    last = record;
+  }
+  for (std::size_t i = 0; i < batch.additionals.size(); ++i) {  // the list grows
+    if (batch.additionals[i]->type == kTypeSrv) {
+      add_what_belongs_to(batch, *batch.additionals[i]);
+    }
   }
 }
 

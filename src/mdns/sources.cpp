@@ -17,12 +17,6 @@ constexpr Time kBytesPerSecond = 1'000'000;
 constexpr Time kBurstBytes = 2'000'000;
 constexpr std::size_t kBytesPerDatagram = 60;  // what the headers add to each datagram
 
-// The same for a host that comes again.
-std::uint32_t number_of(const Link& link, const Endpoint& host) {
-  const auto hash = static_cast<std::uint32_t>(EndpointHash{link.hash_seed}(host));
-  return hash != 0 ? hash : 1;
-}
-
 }  // namespace
 
 std::size_t EndpointHash::operator()(const Endpoint& endpoint) const {
@@ -39,7 +33,7 @@ Source& source_get(Link& link, Endpoint host) {
   Source& source = sources.by_endpoint[host];
   if (source.number == 0) {
     source.endpoint = host;
-    source.number = number_of(link, host);
+    source.number = static_cast<std::uint32_t>(EndpointHash{link.hash_seed}(host)) | 1;  // the same when it comes again
   }
   sources.idle.set(source, link.now + kIdleAfter);
   return source;

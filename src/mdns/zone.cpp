@@ -81,13 +81,8 @@ void release_superseded(Link& link, OwnedName& owned, std::uint16_t type, bool s
     return;
   }
   for (OwnedRecord* other : std::vector<OwnedRecord*>(owned.records)) {
-    if (other->type != type || !is_superseded(*other)) {
-      continue;
-    }
-    if (says_goodbye) {
-      announcer_say_goodbye(link, *other);
-    } else {
-      record_free(link, *other);
+    if (other->type == type && is_superseded(*other)) {
+      (says_goodbye ? announcer_say_goodbye : record_free)(link, *other);
     }
   }
 }
@@ -101,9 +96,12 @@ void record_unhold(Link& link, OwnedRecord& record, bool says_goodbye) {
   OwnedName& owned = *record.owner;
   const std::uint16_t type = record.type;
   const bool is_unique = record.is_unique;
-  if (!says_goodbye || !was_multicast(record)) {
+  // What is forsaken is only remembered until it may be said again (RFC 6762 section 6), if it should come back.
+  const bool is_recent = !is_unique && latest_multicast(record, kBothProtocols) + kSecond > link.now;
+  if (says_goodbye ? !was_multicast(record) : !is_recent) {
     record_free(link, record);
   } else {
+    record.is_forsaken = !says_goodbye;
     announcer_stop(link, record);
     responder_stop(link, record);
     record.holders = 0;
@@ -191,7 +189,7 @@ void go_live(Link& link, OwnedRecord& record) {
   set_live(link, record, true);
   if (take_place(link, record)) {
     announce_change(link, record, kNever);
-  } else if (!was_multicast(record)) {
+  } else if (!was_multicast(record) || std::exchange(record.is_forsaken, false)) {
     announce(link, record);
   } else {
     announce_rest(link, record);
@@ -465,6 +463,7 @@ void publication_forsake(Link& link, Time now, PublicationId id) {
 void link_withdraw_all(Link& link, Time now) {
   link.now = now;
   link.goodbyes_at = kLongAgo;
+  link.is_closing = true;
   while (!link.zone.publications.empty()) {
     publication_end(link, link.zone.publications.begin()->first, true);
   }
@@ -472,7 +471,6 @@ void link_withdraw_all(Link& link, Time now) {
     announcer_say_goodbye(link, *record);
   }
   link.outbox.urgent.clear();
-  link.is_closing = true;
 }
 
 }  // namespace mdns

@@ -33,6 +33,7 @@ struct OwnedRecord {
   bool is_live = false;      // the name is ours, or anybody's: it is announced and answered for
   bool is_reported = false;  // to the link's own queries
   bool is_change = false;    // its announcements are still to come, in place of other data
+  bool is_forsaken = false;  // it leaves without a goodbye
   std::uint8_t announcements_left = 0;
   std::uint8_t answer_over = kNoProtocol;  // protocols over which an answer is due
   std::uint8_t defend_over = kNoProtocol;  // those among them over which it answers a probe

@@ -290,6 +290,25 @@ TEST_F(Announcer, SaysNoGoodbyeToWhatIsForsaken) {
   EXPECT_THAT(sent, IsEmpty());
 }
 
+TEST_F(Announcer, SaysWhatWasForsakenAndComesBackASecondAfterItsLastTime) {
+  const PublicationId id = Publish(Claim::shared, {kPtr});
+  After(10_ms);
+  publication_forsake(*link, now, id);
+  After(100_ms);
+  Publish(Claim::shared, {kPtr});
+  After(10_s);
+  EXPECT_THAT(SaidAt(kPtr), ElementsAre(Within(0, 10_ms), Within(1_s, 1020_ms), Within(2_s, 2040_ms)));
+  EXPECT_THAT(SaidAt(Goodbye(kPtr)), IsEmpty());
+}
+
+TEST_F(Announcer, ForgetsWhatWasForsakenAfterASecond) {
+  const PublicationId id = Publish(Claim::shared, {kPtr});
+  After(10_ms);
+  publication_forsake(*link, now, id);
+  After(1_s);
+  EXPECT_EQ(link_counts(*link).published, 0u);
+}
+
 TEST_F(Announcer, SaysGoodbyeWithTheLastHolder) {
   const PublicationId first = GivenAnnounced(Claim::shared, {kPtr});
   const PublicationId second = GivenAnnounced(Claim::shared, {kPtr});
