@@ -135,6 +135,7 @@ void link_restart(Link& link, Time now, bool was_down) {
   if (was_down) {
     cache_keep_protocols(link, kNoProtocol);
   }
+  link.outbox.urgent.clear();  // what waits was an answer to what was asked before
   zone_restart(link);
   querier_restart(link);
 }

@@ -25,7 +25,7 @@ constexpr Time kRescuedWithin = 900 * kMillisecond;
 constexpr std::size_t kPendingMax = 64;
 constexpr std::size_t kPendingRecordsMax = 16384;
 constexpr int kTimesAsked = 8;
-constexpr std::size_t kCrowded = 64;
+constexpr std::size_t kCrowded = 32;
 
 // One query in hand.
 struct Asking {

@@ -24,9 +24,15 @@ std::uint32_t new_flight(World& world, const mdns::Endpoint& source, mdns::Bytes
   }
   flight.goodbyes.clear();
   flight.doubts.clear();
+  flight.said.clear();
+  flight.flushes.clear();
   for (const WireRecord& record : message.records) {
     if (!message.is_response()) {
       break;
+    }
+    flight.said.emplace_back(record.hash, record.ttl);
+    if (record.flush) {
+      flight.flushes.push_back(record.set_hash);
     }
     if (record.ttl == 0) {
       flight.goodbyes.push_back(record.hash);
@@ -109,9 +115,19 @@ void note_heard(Port& port, const Flight& flight) {
   for (const Hash name : flight.probes) {
     port.ledger.probes_heard[name] = now;
   }
+  // The second of the first one counts, also where a sibling says goodbye as well.
+  const auto note_first = [now](std::unordered_map<Hash, Time>& all, Hash hash) {
+    Time& heard = all.emplace(hash, now).first->second;
+    heard = now - heard > kSecond ? now : heard;
+  };
   for (const Hash record : flight.goodbyes) {
-    Time& heard = port.ledger.goodbyes_heard.emplace(record, now).first->second;
-    heard = now - heard > kSecond ? now : heard;  // the second of the first one counts, also where a sibling says goodbye as well
+    note_first(port.ledger.goodbyes_heard, record);
+  }
+  for (const Hash set : flight.flushes) {
+    note_first(port.ledger.flushes_heard, set);
+  }
+  for (const auto& [record, ttl] : flight.said) {
+    port.ledger.heard[record] = {now, ttl};
   }
   for (const Doubt& doubt : flight.doubts) {
     if (port.holdings.contains(doubt.record)) {

@@ -15,8 +15,9 @@ constexpr Time kSecondApart = kSecond;            // sections 5.2 and 6
 constexpr Time kProbeApart = 250 * kMillisecond;  // sections 6 and 8.1
 constexpr Time kSeriesOver = 600 * kMillisecond;  // between probes: then a new series has begun
 constexpr Time kOnTheWay =
-    100 * kMillisecond;                   // a datagram that waits for its turn may still say what was true when it was written
-constexpr std::size_t kCrowded = 32;      // datagrams of the last second: then the pace may part what belongs together
+    100 * kMillisecond;               // a datagram that waits for its turn may still say what was true when it was written
+constexpr std::size_t kCrowded = 32;  // datagrams of the last second: then the pace may part what belongs together
+constexpr int kAskedInAMinute = 50;
 constexpr std::uint32_t kLegacyTtl = 10;  // section 6.7
 constexpr std::uint16_t kResponseFlags = 0x8400, kTruncated = 0x0200;
 
@@ -132,6 +133,12 @@ void check_question(const Sent& sent, const WireQuestion& question) {
   if (!is_asked && (stopped == sent.port.ledger.stopped.end() || sent.port.world->now - stopped->second > kOnTheWay)) {
     fail(sent, "a question that nobody asked", simulation::text_of(question.name) + " " + std::to_string(question.type));
   }
+  // Section 5.2: seven times in the first minute. Whatever begins a series anew stays far below this.
+  Minute& minute = sent.port.ledger.asking[question.set_hash];
+  minute = sent.port.world->now - minute.began > 60 * kSecond ? Minute{sent.port.world->now, 0} : minute;
+  if (++minute.times > kAskedInAMinute && !sent.port.world->is_hostile) {
+    fail(sent, "a question all the time", simulation::text_of(question.name) + " " + std::to_string(question.type));
+  }
   if (!is_spaced(sent, sent.port.ledger.asked, question.set_hash, kSecondApart)) {
     fail(sent, "a question twice within a second", simulation::text_of(question.name) + " " + std::to_string(question.type));
   }
@@ -148,6 +155,14 @@ void check_known_answer(const Sent& sent, const WireRecord& record) {
   if (ttl == sent.port.medium->ttls.end() || record.ttl > ttl->second || 2 * record.ttl + 1 < ttl->second) {
     fail(sent, "a known answer that is none, or below half of its TTL",
          subject_of(record) + " " + std::to_string(record.ttl) + " s");
+  }
+  // Section 7.1: the TTL that is left.
+  const auto heard = sent.port.ledger.heard.find(record.hash);
+  const Time left = heard == sent.port.ledger.heard.end()
+                        ? 0
+                        : heard->second.at + (Time{heard->second.ttl} + 1) * kSecond - sent.port.world->now;
+  if (!sent.port.holdings.contains(record.hash) && Time{record.ttl} * kSecond > left) {
+    fail(sent, "a known answer with more than is left of its TTL", subject_of(record) + " " + std::to_string(record.ttl) + " s");
   }
 }
 
@@ -221,6 +236,19 @@ bool is_ours(const Sent& sent, const WireRecord& record) {
   return holding.established > 0 || (was_until_now && holding.goodbye_at == kNever);
 }
 
+// Whether the cache-flush bit of what is sent leaves the record in caches, since it was sent within the last second itself.
+bool is_spared(const Sent& sent, Hash record) {
+  for (const mdns::Protocols protocol : mdns::kEachProtocol) {
+    const auto& multicast = sent.port.ledger.multicast[mdns::index_of(protocol)];
+    const auto last = multicast.find(record);
+    const bool is_recent = last != multicast.end() && sent.port.world->now - last->second < kSecondApart;
+    if ((sent.datagram.protocols & protocol) != 0 && !is_recent) {
+      return false;
+    }
+  }
+  return sent.is_multicast;
+}
+
 // Section 10.2: all records of a unique name and type, or none, where the cache-flush bit takes the others away.
 void check_whole(const Sent& sent, const WireRecord& record) {
   const Port& port = sent.port;
@@ -232,7 +260,7 @@ void check_whole(const Sent& sent, const WireRecord& record) {
   const auto truths = port.medium->truth.find(record.set_hash);
   for (std::size_t at = 0; truths != port.medium->truth.end() && at < truths->second.size(); ++at) {
     const Truth& truth = truths->second[at];
-    if (truth.port != &port || !truth.unique || truth.hash == record.hash) {
+    if (truth.port != &port || !truth.unique || truth.hash == record.hash || is_spared(sent, truth.hash)) {
       continue;
     }
     bool is_there = false;

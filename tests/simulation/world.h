@@ -127,7 +127,19 @@ struct Claimed {
 // Section 10.1: what another host has taken back is said again at the latest so long after that, before its second is over.
 inline constexpr Time kRescuedWithin = 900 * kMillisecond;
 
-// What a port has sent, as far as the rules need it.
+// A record as it was heard last.
+struct Heard {
+  Time at = 0;
+  std::uint32_t ttl = 0;
+};
+
+// How often something was done in a minute that began then.
+struct Minute {
+  Time began = -kSecond * 1000;
+  int times = 0;
+};
+
+// What a port has sent and heard, as far as the rules need it.
 struct Ledger {
   std::unordered_map<Hash, Time> multicast[2];    // by protocol: record and when it was last multicast
   std::unordered_map<Hash, Time> asked[2];        // question and when it was last asked
@@ -136,6 +148,9 @@ struct Ledger {
   std::unordered_map<Hash, Time> doubts_heard;    // own records that others took back, and their names and types
   std::unordered_map<Hash, Time> goodbyes_heard;  // records that others took back, and when that arrived
   std::unordered_map<Hash, Time> stopped;         // questions that are not asked any more, and since when
+  std::unordered_map<Hash, Minute> asking;        // questions, in the minute at hand
+  std::unordered_map<Hash, Heard> heard;          // records of responses
+  std::unordered_map<Hash, Time> flushes_heard;   // names and types with the cache-flush bit, and when that arrived
   std::deque<Time> sent;                          // datagrams of the last second
   std::size_t sent_total = 0;
 };
@@ -185,9 +200,11 @@ struct Flight {
   int users = 0;
   mdns::Received received;
   std::vector<std::uint8_t> bytes;
-  std::vector<Hash> probes;    // names that it probes for
-  std::vector<Hash> goodbyes;  // records that it takes back
-  std::vector<Doubt> doubts;   // what a host that has it as well has to rescue
+  std::vector<Hash> probes;                          // names that it probes for
+  std::vector<Hash> goodbyes;                        // records that it takes back
+  std::vector<Doubt> doubts;                         // what a host that has it as well has to rescue
+  std::vector<std::pair<Hash, std::uint32_t>> said;  // the records of a response, and their TTLs
+  std::vector<Hash> flushes;                         // names and types that have the cache-flush bit in it
 };
 
 struct Item {
