@@ -13,17 +13,21 @@ namespace {
 constexpr std::uint64_t kFirst = 1, kCount = 1000;
 
 // Seeds whose lives have broken an invariant once, and how.
-constexpr std::array<std::uint64_t, 10> kKeptSeeds = {
-    1046,  // a second answer to probes less than 250 ms after the first, which had waited for its turn
-    1337,  // an update right after the first announcement: caches kept the old data
-    1381,  // an answer less than a second after the last one, which had waited behind many replies
-    1715,  // a question less than a second after the last time, which had waited for its turn
-    1804,  // a second announcement without the record of its RRset that had changed in the meantime
-    2028,  // a goodbye for what had been published again in the same instant
-    2350,  // a question that began anew less than a second after it had been asked
-    2913,  // an NSEC record of a name that was being probed for
-    2944,  // a reply to one host over a protocol that the link had lost
-    4698,  // withdrawn and published again right after an update: the second announcement was forgotten
+constexpr std::array<std::uint64_t, 14> kKeptSeeds = {
+    1046,   // a second answer to probes less than 250 ms after the first, which had waited for its turn
+    1337,   // an update right after the first announcement: caches kept the old data
+    1381,   // an answer less than a second after the last one, which had waited behind many replies
+    1715,   // a question less than a second after the last time, which had waited for its turn
+    1804,   // a second announcement without the record of its RRset that had changed in the meantime
+    2028,   // a goodbye for what had been published again in the same instant
+    2350,   // a question that began anew less than a second after it had been asked
+    2913,   // an NSEC record of a name that was being probed for
+    2944,   // a reply to one host over a protocol that the link had lost
+    4698,   // withdrawn and published again right after an update: the second announcement was forgotten
+    3323,   // very many addresses of one host, each looked up for what goes along with all of them
+    6288,   // what was forsaken, and published again within a second, was announced within that second
+    52107,  // replies of a name that was no longer its host's still waited for their turn
+    54648,  // the same, of a host that had slept meanwhile
 };
 
 // The records that are not known after two minutes of loss, among all that should be.
