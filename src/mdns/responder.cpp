@@ -344,6 +344,9 @@ void responder_advance(Link& link) {
     responder.pending_records -= records_in(query.mapped().message);
     answer_query(link, query.mapped());
   }
+  if (responder.due.next() > link.now) {
+    return;
+  }
   const std::vector<DueAnswer> answers = take_due(link);
   for (const Protocols over : {kBothProtocols, kIpv4, kIpv6}) {
     send_answers(link, answers, over);

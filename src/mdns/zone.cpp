@@ -429,7 +429,7 @@ bool publication_update(Link& link, Time now, PublicationId id, const RecordData
     return false;
   }
   OwnedRecord& old = **held;
-  if (same_rdata(data.type, old.rdata, data.rdata) && old.rdata == data.rdata) {
+  if (old.rdata == data.rdata) {
     return true;
   }
   if (publication.claim == Claim::exclusive && contradicts(*publication.owner, {&data, 1}, &publication)) {
