@@ -108,12 +108,17 @@ def test_what_is_withdrawn_and_registered_again_with_other_data_is_an_update(pla
                 + place.air.said("printer.local", dns.A, since) if record.ttl == 0]
 
 
-def test_a_host_that_falls_silent_takes_its_services_with_it(place):
-    place.address_ttl = 4
+def found_for_the_last_time(place, address_ttl):
+    """The service and an address of its host are known, and nothing is said any more since the moment that is returned."""
+    place.address_ttl = address_ttl
     place.find()
     place.near.query("q", place.index, "host.local.", d.A)
     place.near.wait("q")
-    silent = time.monotonic()
+    return time.monotonic()
+
+
+def test_a_host_that_falls_silent_takes_its_services_with_it(place):
+    silent = found_for_the_last_time(place, 4)
     replies = place.near.wait("br", 2, deadline=25)
     assert not d.add_flag(replies[1])
     assert 3 < replies[1].time - silent < 4 + 10 + 2
@@ -121,11 +126,7 @@ def test_a_host_that_falls_silent_takes_its_services_with_it(place):
 
 
 def test_a_service_that_is_confirmed_stays(place):
-    place.address_ttl = 3
-    place.find()
-    place.near.query("q", place.index, "host.local.", d.A)
-    place.near.wait("q")
-    silent = time.monotonic()
+    silent = found_for_the_last_time(place, 3)
     d.wait_for(lambda: time.monotonic() > silent + 3 and place.asked(KIND, silent + 2.9), "a question for the service")
     place.air.say(pointer())
     d.wait_for(lambda: time.monotonic() > silent + 15, "the ten seconds to be over", 20)

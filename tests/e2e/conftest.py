@@ -65,6 +65,18 @@ def scene(request):
     made.close()
 
 
+@pytest.fixture
+def net(scene):
+    """The gateway between link a and link b; a test that wants others has a fixture of its own."""
+    return scene.network("a", "b")
+
+
+@pytest.fixture
+def ear(scene, net):
+    """An ear on link b, from the beginning."""
+    return scene.ear(net["b"])
+
+
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
     report = (yield).get_result()

@@ -12,11 +12,6 @@ HOST = "printer.local"
 
 
 @pytest.fixture
-def net(scene):
-    return scene.network("a", "b")
-
-
-@pytest.fixture
 def ear(scene, net):
     ear = scene.ear(net["b"])
     scene.daemon(net.gateway, rule("_ipp._tcp", "a", "b")).start_and_wait()

@@ -14,16 +14,6 @@ ADDRESS_TTL = 2         # seconds; that of real devices is 120, which a test wou
 WITHOUT_AN_ANSWER = 10  # seconds (RFC 6762 section 10.4)
 
 
-@pytest.fixture
-def net(scene):
-    return scene.network("a", "b")
-
-
-@pytest.fixture
-def ear(scene, net):
-    return scene.ear(net["b"])
-
-
 def withdrawn(ear, sources, since):
     return [record for _, record in ear.records(sources, since) if record.ttl == 0]
 

@@ -29,11 +29,6 @@ SERVICE = """\
 
 
 @pytest.fixture
-def net(scene):
-    return scene.network("a", "b")
-
-
-@pytest.fixture
 def avahi(scene, net):
     box = scene.keep(Box(net.gateway, "avahi-daemon"))
     box.path("/etc/avahi/services").mkdir(parents=True)

@@ -13,16 +13,6 @@ from testbed import dns, rule, stays_true, wait_until
 
 
 @pytest.fixture
-def net(scene):
-    return scene.network("a", "b")
-
-
-@pytest.fixture
-def ear(scene, net):
-    return scene.ear(net["b"])
-
-
-@pytest.fixture
 def daemon(scene, net):
     return scene.daemon(net.gateway, rule("_ipp._tcp", "a", "b")).start_and_wait()
 

@@ -10,7 +10,7 @@ import pathlib
 import re
 import sys
 
-from sources import ROOT, cpp_files
+from sources import cpp_files, report
 
 LAYERS = ("platform", "runtime", "tables", "proxy", "config")
 
@@ -71,13 +71,5 @@ def breaches(root):
                     yield relative, number, f'includes "{include[2]}": {reason}'
 
 
-def main():
-    root = pathlib.Path(sys.argv[1]).resolve() if len(sys.argv) > 1 else ROOT
-    found = list(breaches(root))
-    for path, number, text in found:
-        print(f"{path}:{number}: {text}")
-    return 1 if found else 0
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(report(breaches))

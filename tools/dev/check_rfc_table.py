@@ -10,7 +10,7 @@ import pathlib
 import re
 import sys
 
-from sources import ROOT
+from sources import report
 
 TABLE = pathlib.Path("docs/rfc6762.md")
 ENGINE = pathlib.Path("src/mdns")  # of files without a folder
@@ -93,13 +93,5 @@ def breaches(root):
             yield TABLE, number, f"section {cells[0]}: {text}"
 
 
-def main():
-    root = pathlib.Path(sys.argv[1]).resolve() if len(sys.argv) > 1 else ROOT
-    found = list(breaches(root))
-    for path, number, text in found:
-        print(f"{path}:{number}: {text}")
-    return 1 if found else 0
-
-
 if __name__ == "__main__":
-    sys.exit(main())
+    sys.exit(report(breaches))
