@@ -11,8 +11,7 @@ namespace {
 
 constexpr std::uint8_t kAnnouncements = 2;  // RFC 6762 section 8.3
 
-// RFC 6762 sections 6 and 8.3: a second apart; the rest keeps the second of both from being too early for a clock that runs
-// otherwise.
+// RFC 6762 sections 6 and 8.3: a second apart; the rest is for a receiver whose clock runs otherwise.
 constexpr Time kAnnouncementsApart = kSecond + 5 * kMillisecond;
 
 // What is published in answer to an event, such as the PTR records of a service whose name is established, shares the packet.
@@ -23,9 +22,6 @@ constexpr Time kFirstChangeInterval = 20 * kMillisecond;
 constexpr Time kLongestChangeInterval = kSecond;
 constexpr Time kChangesForgotten = 2 * kSecond;
 
-// What was sent so lately that a cache-flush leaves it alone (RFC 6762 section 10.2), with room for the way of the packets.
-constexpr Time kFlushSpares = 500 * kMillisecond;
-
 // The other records of a unique RRset go out with this one, in the same packet or the next (RFC 6762 section 10.2).
 void hurry_rrset(Link& link, const OwnedRecord& record) {
   if (!record.is_unique) {
@@ -34,7 +30,7 @@ void hurry_rrset(Link& link, const OwnedRecord& record) {
   for (OwnedRecord* other : record.owner->records) {
     ++link.steps;
     const bool is_one = other != &record && other->type == record.type && other->is_unique && other->is_live;
-    if (is_one && other->announcement.at > link.now && !was_multicast_since(link, *other, link.now - kFlushSpares)) {
+    if (is_one && other->announcement.at > link.now && !was_multicast_since(*other, link.protocols, link.now - kFlushSpares)) {
       other->announcements_left = std::max<std::uint8_t>(other->announcements_left, 1);
       link.announcer.due.set(*other, link.now);
     }
@@ -78,7 +74,7 @@ bool is_just_sent(Link& link, OwnedRecord& record) {
   if (last + kSecond <= link.now) {
     return false;
   }
-  const bool is_announced = was_multicast_since(link, record, link.now - kSecond) && !record.is_change;
+  const bool is_announced = was_multicast_since(record, link.protocols, link.now - kSecond) && !record.is_change;
   const bool is_over = is_announced && --record.announcements_left == 0;
   link.announcer.due.set(record, is_over ? kNever : last + kAnnouncementsApart);
   return true;

@@ -29,14 +29,16 @@ void add_once(Batch& batch, std::vector<OwnedRecord*>& list, OwnedRecord& record
   }
 }
 
-// The record with the rest of its RRset, if that is ours alone.
+// The record with the rest of its RRset, if that is ours alone. A rescue goes without what everybody has just heard and keeps.
 void add_rrset(Batch& batch, std::vector<OwnedRecord*>& list, OwnedRecord& record) {
   add_once(batch, list, record);
   if (!record.is_unique || record.type == kTypeNsec) {
     return;
   }
+  const bool is_rescue = (record.rescue_over & batch.over) != 0;
   for (OwnedRecord* other : record.owner->records) {
-    if (other->type == record.type && other->is_unique && other->is_live) {
+    const bool is_kept = is_rescue && was_multicast_since(*other, batch.over, batch.link.now - kFlushSpares);
+    if (other->type == record.type && other->is_unique && other->is_live && !is_kept) {
       add_once(batch, list, *other);
     }
   }

@@ -32,8 +32,7 @@ void receive_response(Link& link, const Message& message, const Received& receiv
 }
 
 void receive_query(Link& link, Message&& message, const Received& received) {
-  // RFC 6762 sections 5.5 and 11. Whoever gets a reply of its own must be on the link, so that nobody has us send to somebody
-  // else.
+  // RFC 6762 sections 5.5 and 11. Only a host on the link gets a reply of its own: nobody has us send to somebody else.
   const bool is_multicast = received.to_group && received.source.port == kPort;
   if (!is_multicast && !received.is_local) {
     return;

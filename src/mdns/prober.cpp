@@ -9,8 +9,7 @@
 namespace mdns {
 namespace {
 
-// RFC 6762 section 8.1: a random wait, then three probes, a quarter of a second apart, and another quarter for the last one's
-// answers.
+// RFC 6762 section 8.1: a random wait, then three probes, a quarter of a second apart, and another quarter for answers.
 constexpr Time kFirstProbeWithin = 250 * kMillisecond;
 constexpr Time kProbesApart = 250 * kMillisecond;
 constexpr int kProbes = 3;

@@ -156,8 +156,7 @@ void add_question(QueryPackets& packets, OpenQuestion& question) {
   packets.asked.push_back(&question);
 }
 
-// Marks the questions of which the query lists an answer that we do not know: it is another question than ours (RFC 6762
-// section 7.3).
+// Marks the questions of which the query lists an answer that we do not know: not the same as ours (RFC 6762 section 7.3).
 void mark_unknown_answers(Link& link, const Message& message) {
   ++link.querier.received;
   for (const Record& record : message.answers) {

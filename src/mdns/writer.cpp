@@ -59,8 +59,7 @@ bool is_name_at(const Writer& writer, std::size_t at, std::string_view name) {
   return false;
 }
 
-// The element of Writer::names that says where the message holds the name, or a free one; null when all that may be tried are
-// taken.
+// The element of Writer::names that says where the message holds the name, or a free one; null: all that may be tried are taken.
 std::uint16_t* find_name(Writer& writer, std::string_view name) {
   const std::uint64_t hash = hash_folded(name, 0);
   for (std::size_t i = 0; i < kPlacesTried; ++i) {

@@ -275,9 +275,9 @@ Time rrset_multicast_at(const OwnedRecord& record, Protocols protocols, Time bef
   return last;
 }
 
-bool was_multicast_since(const Link& link, const OwnedRecord& record, Time time) {
+bool was_multicast_since(const OwnedRecord& record, Protocols protocols, Time time) {
   return std::ranges::all_of(kEachProtocol, [&](Protocols protocol) {
-    return (link.protocols & protocol) == 0 || record.multicast_at[index_of(protocol)] > time;
+    return (protocols & protocol) == 0 || record.multicast_at[index_of(protocol)] > time;
   });
 }
 

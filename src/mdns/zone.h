@@ -103,8 +103,11 @@ bool was_multicast(const OwnedRecord& record);
 Time latest_multicast(const OwnedRecord& record, Protocols protocols);
 Time rrset_multicast_at(const OwnedRecord& record, Protocols protocols, Time before = kNever);
 
-// Whether the record has been sent over all protocols of the link since then.
-bool was_multicast_since(const Link& link, const OwnedRecord& record, Time time);
+// What was sent so lately that a cache-flush leaves it alone (RFC 6762 section 10.2), with room for the way of the packets.
+constexpr Time kFlushSpares = 500 * kMillisecond;
+
+// Whether the record has been sent over all of these protocols since then.
+bool was_multicast_since(const OwnedRecord& record, Protocols protocols, Time time);
 
 // Frees the unique data of the same type whose place the record has taken, and which no cache has any more.
 void zone_forget_superseded(Link& link, const OwnedRecord& record, Time last_said);

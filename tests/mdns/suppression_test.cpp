@@ -259,6 +259,20 @@ TEST_F(Suppression, RescuesWithinTheSecondAlsoWhatItHasJustSent) {
   EXPECT_THAT(SaidAt(kPtr), ElementsAre(Within(0, 950_ms)));
 }
 
+TEST_F(Suppression, RescuesNothingElseOfTheRRsetThatWasSentHalfASecondAgo) {
+  const PublicationId id = Publish(Claim::unique, {A("h.local", 1), A("h.local", 2)});
+  After(10_s);
+  Update(id, A("h.local", 3));
+  After(600_ms);
+  ASSERT_TRUE(Update(id, A("h.local", 4)));
+  After(100_ms);
+  Mark();
+  Hears({Unique(Goodbye(A("h.local", 2)))});
+  After(800_ms);
+  EXPECT_THAT(SaidAt(Unique(A("h.local", 2))), SizeIs(1));
+  EXPECT_THAT(SaidAt(Unique(A("h.local", 4))), IsEmpty());
+}
+
 TEST_F(Suppression, RescuesOverBothProtocols) {
   GivenLink(kBothProtocols);
   GivenPublished(Claim::shared, {kPtr});
