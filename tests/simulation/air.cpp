@@ -126,8 +126,10 @@ void note_heard(Port& port, const Flight& flight) {
   for (const Hash set : flight.flushes) {
     note_first(port.ledger.flushes_heard, set);
   }
+  const bool is_own = std::ranges::find(port.endpoints, flight.received.source) != std::end(port.endpoints);
   for (const auto& [record, ttl] : flight.said) {
-    port.ledger.heard[record] = {now, ttl};
+    Heard& heard = port.ledger.heard[record];
+    heard = {now, ttl, ttl > 0 && !is_own ? now + Time{ttl} * kSecond : heard.until};
   }
   for (const Doubt& doubt : flight.doubts) {
     if (port.holdings.contains(doubt.record)) {

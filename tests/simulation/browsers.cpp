@@ -63,13 +63,16 @@ void offer_addresses(Browser& browser, Finding& finding) {
 
 // Brings the other link to what is known now.
 void follow(Browser& browser, Finding& finding) {
-  if (browser.to == nullptr || finding.srv.empty() || finding.txt.empty() || finding.v4.size() + finding.v6.size() == 0) {
+  if (browser.to == nullptr || finding.srv.empty() || finding.txt.empty()) {
     return;
   }
-  if (is_marked(finding.txt.back())) {
+  if (is_marked(finding.txt.back())) {  // another gateway's, or ours: whether its host still has an address does not matter
     if (finding.offer.port != nullptr) {
       offer_stop(finding.offer);
     }
+    return;
+  }
+  if (finding.v4.size() + finding.v6.size() == 0) {
     return;
   }
   offer_addresses(browser, finding);
@@ -95,6 +98,9 @@ void learn(std::vector<std::string>& known, bool added, const std::string& rdata
 }
 
 void found(Browser& browser, const std::string& instance) {
+  if (instance.size() == 1) {
+    return;  // the root: no instance has that name
+  }
   const std::string key = folded(instance);
   std::unique_ptr<Finding>& place = browser.findings[key];
   if (place) {

@@ -13,7 +13,7 @@ namespace {
 constexpr std::uint64_t kFirst = 1, kCount = 1000;
 
 // Seeds whose lives have broken an invariant once, and how.
-constexpr std::array<std::uint64_t, 14> kKeptSeeds = {
+constexpr std::array<std::uint64_t, 15> kKeptSeeds = {
     1046,   // a second answer to probes less than 250 ms after the first, which had waited for its turn
     1337,   // an update right after the first announcement: caches kept the old data
     1381,   // an answer less than a second after the last one, which had waited behind many replies
@@ -28,6 +28,7 @@ constexpr std::array<std::uint64_t, 14> kKeptSeeds = {
     6288,   // what was forsaken, and published again within a second, was announced within that second
     52107,  // replies of a name that was no longer its host's still waited for their turn
     54648,  // the same, of a host that had slept meanwhile
+    55683,  // a rescued record took along the rest of its RRset, which had been sent half a second before
 };
 
 // The records that are not known after two minutes of loss, among all that should be.

@@ -117,7 +117,9 @@ void check_removal(Port& port, const Query& query, const Known& known) {
   const auto flush = port.ledger.flushes_heard.find(query.set_hash);
   const bool was_flushed = flush != port.ledger.flushes_heard.end() && world.now - flush->second >= kSecond - kGoodbyesApart &&
                            flush->second > known.since;
-  if (!was_flushed && goodbye != port.ledger.goodbyes_heard.end() && goodbye->second > known.since &&
+  const auto heard = port.ledger.heard.find(known.hash);
+  const bool is_over = heard != port.ledger.heard.end() && heard->second.until <= world.now;
+  if (!was_flushed && !is_over && goodbye != port.ledger.goodbyes_heard.end() && goodbye->second > known.since &&
       world.now - goodbye->second < kSecond - kGoodbyesApart) {
     fail(world, &port, "told the end within a second of the goodbye", subject_of(query, known.rdata));
   }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <optional>
 
 namespace simulation {
 namespace {
@@ -109,11 +110,13 @@ std::uint64_t hash_record(std::uint64_t set_hash, std::uint16_t type, std::strin
 
 namespace {
 
-// Walks through a message and stops at the first fault.
+// Walks through a message and stops at the first fault. Data that its record's length leads over is none that stops it: who
+// leaves that record out reads on behind it.
 struct Walk {
   mdns::Bytes bytes;
   std::size_t at = 0;
   const char* fault = nullptr;
+  const char* data_fault = nullptr;
 
   std::uint32_t number(std::size_t size) {
     if (bytes.size() - at < size) {
@@ -167,7 +170,8 @@ struct Walk {
   }
 };
 
-std::string read_rdata(Walk& walk, std::uint16_t type) {
+// Nothing: the data is not what the type says.
+std::optional<std::string> read_rdata(Walk& walk, std::uint16_t type) {
   const std::size_t size = walk.number(2);
   const std::size_t end = walk.at + size;
   if (walk.fault != nullptr || end > walk.bytes.size()) {
@@ -180,16 +184,16 @@ std::string read_rdata(Walk& walk, std::uint16_t type) {
   }
   std::string rdata = walk.plain(std::min(names == std::string_view::npos ? 0 : names, size));
   rdata += walk.name();
-  if (walk.fault == nullptr && walk.at <= end) {
-    rdata += walk.plain(end - walk.at);
+  if (walk.fault != nullptr || walk.at > end) {
+    walk.data_fault = walk.fault != nullptr ? walk.fault : "a name in data is longer than the data";
+    walk.fault = nullptr;
+    walk.at = end;
+    return {};
   }
-  if (walk.at != end) {
-    walk.fault = "a name in data is longer than the data";
-  }
-  return rdata;
+  return rdata + walk.plain(end - walk.at);
 }
 
-WireRecord read_record(Walk& walk, Part part) {
+std::optional<WireRecord> read_record(Walk& walk, Part part) {
   WireRecord record;
   record.part = part;
   record.name = walk.name();
@@ -198,7 +202,11 @@ WireRecord read_record(Walk& walk, Part part) {
   record.klass = klass & 0x7FFFU;
   record.flush = (klass & 0x8000U) != 0;
   record.ttl = walk.number(4);
-  record.rdata = read_rdata(walk, record.type);
+  const std::optional<std::string> rdata = read_rdata(walk, record.type);
+  if (!rdata) {
+    return {};
+  }
+  record.rdata = *rdata;
   record.name_hash = hash_name(record.name);
   record.set_hash = hash_set(record.name_hash, record.type);
   record.hash = hash_record(record.set_hash, record.type, record.rdata);
@@ -234,10 +242,13 @@ WireMessage read_wire(mdns::Bytes bytes) {
   }
   for (const Part part : {Part::answer, Part::authority, Part::additional}) {
     for (std::uint32_t left = counts[1 + static_cast<int>(part)]; left > 0 && walk.fault == nullptr; --left) {
-      message.records.push_back(read_record(walk, part));
+      if (std::optional<WireRecord> record = read_record(walk, part)) {
+        message.records.push_back(std::move(*record));
+      }
     }
   }
-  message.fault = walk.fault == nullptr && walk.at != bytes.size() ? "bytes are left behind the last record" : walk.fault;
+  walk.fault = walk.fault == nullptr && walk.at != bytes.size() ? "bytes are left behind the last record" : walk.fault;
+  message.fault = walk.fault == nullptr ? walk.data_fault : walk.fault;
   return message;
 }
 

@@ -131,6 +131,7 @@ inline constexpr Time kRescuedWithin = 900 * kMillisecond;
 struct Heard {
   Time at = 0;
   std::uint32_t ttl = 0;
+  Time until = 0;  // the end of the TTL with which another host said it last; a goodbye has none
 };
 
 // How often something was done in a minute that began then.
