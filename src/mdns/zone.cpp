@@ -224,8 +224,10 @@ void supersede(Link& link, OwnedRecord& record, OwnedRecord& old) {
     announce_change(link, record, is_unannounced ? old.announcement.at : kNever);
   }
   record_unhold(link, old, true);
-  if (is_leaving) {
-    link.announcer.goodbyes.set(old, old.is_unique ? kNever : record.announcement.at);
+  if (is_leaving && old.is_unique && record.is_unique) {
+    link.announcer.goodbyes.set(old, kNever);
+  } else if (is_leaving && record.announcement.at != kNever) {
+    link.announcer.goodbyes.set(old, record.announcement.at);
   }
 }
 

@@ -180,6 +180,21 @@ TEST_F(Announcer, AnnouncesChangedDataTwiceWithoutProbes) {
   EXPECT_THAT(Said(), ElementsAre(Unique(kNewTxt), Unique(kNewTxt)));
 }
 
+// The new data is another publication's and shared: without a cache-flush bit it takes nothing away.
+TEST_F(Announcer, SaysGoodbyeToUniqueDataInWhosePlaceASharedRecordStands) {
+  const PublicationId shared = Publish(Claim::shared, {A("h.local", 3)});
+  const PublicationId id = Publish(Claim::unique, {A("h.local", 1)});
+  After(10_s);
+  Mark();
+  ASSERT_TRUE(Update(id, A("h.local", 3)));
+  After(3_s);
+  EXPECT_THAT(SaidAt(Goodbye(A("h.local", 1))), SizeIs(1));
+  Withdraw(id);
+  Withdraw(shared);
+  After(3_s);
+  EXPECT_EQ(link_counts(*link).published, 0u);
+}
+
 TEST_F(Announcer, SaysGoodbyeToTheOldDataOfASharedRecordBeforeTheNewInTheSamePacket) {
   const PublicationId id = GivenAnnounced(Claim::shared, {kTxt});
   EXPECT_TRUE(Update(id, kNewTxt));
