@@ -91,11 +91,10 @@ void DNSSD_API callback_ServiceRegister(DNSServiceRef sdRef, DNSServiceFlags fla
 
 // The reply to an address or subtype record. Any error, a conflict included, ends the process (600): the host's name on the
 // other link could not be trusted any more.
-void DNSSD_API callback_ServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef recordRef, DNSServiceFlags flags,
-                                              DNSServiceErrorType errorCode, void* context) {
+void DNSSD_API callback_ServiceRegisterRecord(DNSServiceRef, DNSRecordRef, DNSServiceFlags flags, DNSServiceErrorType errorCode,
+                                              void* context) {
   const char* label = text_or_null(static_cast<const char*>(context));
-  log_message(LOG_DEBUG, "\ncallback_ServiceRegisterRecord(): START: sdref = %p, record = %p, flags = %d, errorCode = %d ...",
-              as_pointer(sdRef), as_pointer(recordRef), flags, errorCode);
+  log_message(LOG_DEBUG, "\ncallback_ServiceRegisterRecord(): START:...");
   print_timestamp();
   log_message(LOG_DEBUG, "callback_ServiceRegisterRecord(): Got a reply for record %s: ", label);
   if (errorCode == kDNSServiceErr_NameConflict) {
