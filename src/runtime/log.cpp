@@ -13,7 +13,7 @@ const char* gProgramName = "mdnsproxy";
 
 namespace {
 
-// Every message bears the name that the program's one source file once had; whoever filters the debug stream relies on it.
+// Every message bears this name, whichever source it comes from: an interface, see docs/interface.md.
 constexpr const char* kSourceName = "mdnsproxy.c";
 
 constexpr int kMicrosecondsPerMillisecond = 1000;

@@ -49,7 +49,7 @@ void dump_service_types() {
   }
 }
 
-// The third number is no counter: it has always been 0 on every line, and tools read it so.
+// The third number is no counter but 0 on every line: an interface, see docs/interface.md.
 void dump_destinations(int i, int j, const UT_array* if_to_array) {
   for (unsigned k = 0; k < array_count(if_to_array); ++k) {
     log_message(LOG_DEBUG, "\t\t\t(%d, %d, %d): %d", i, j, 0, *index_array_at(if_to_array, k));
