@@ -40,6 +40,7 @@ def test_each_change_of_txt_data_and_port_is_an_update_on_the_other_link(scene, 
     client.sees("Printer")
     for record_type in (dns.A, dns.AAAA):
         ear.wait_for(HOST, record_type, within=2, sources=gateway)
+    ear.wait_for(service.name, dns.SRV, within=2, sources=gateway)  # a subtype's PTR record is there before it has been probed for
     established = ear.packets[-1].time
 
     def is_whole():
