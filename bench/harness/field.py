@@ -17,8 +17,8 @@ import statistics
 import time
 import typing
 
-from crowd import Asker, Clients, Crowd, Forger, Watcher, Wire, gateway_addresses
-from testbed import Namespace, Network, wait_until
+from crowd import Asker, Clients, Crowd, Forger, Watcher, Wire
+from testbed import Namespace, Network, addresses_on, wait_until
 from testbed.network import quiet_interfaces
 
 KIND = "_ipp._tcp"
@@ -85,10 +85,7 @@ class Field:
 
     def second_gateway(self, *links):
         """Another gateway beside the first, host `.3` of these links."""
-        gateway = self.keep(self.network.new_gateway("second gateway"))
-        for link in links:
-            self.network[link].attach(gateway, link, host=3)
-        return gateway
+        return self.keep(self.network.new_gateway("second gateway", [self.network[link] for link in links]))
 
     def crowd(self, link, *kinds, host=None, **how):
         return self.keep(Crowd(host or self.network[link], kinds or (KIND,), txt=TXT_BYTES, **how))
@@ -97,7 +94,7 @@ class Field:
         return self.keep(Watcher(self.network[link], self.addresses(link, *gateways), grace))
 
     def addresses(self, link, *gateways):
-        return [address for gateway in gateways or (self.network.gateway,) for address in gateway_addresses(gateway, link)]
+        return [address for gateway in gateways or (self.network.gateway,) for address in addresses_on(gateway, link)]
 
     def asker(self, link="b"):
         """On a host of its own: what else its host asks, and says that it knows, would make it wait."""

@@ -13,8 +13,8 @@ import contextlib
 import statistics
 import time
 
-from crowd import Clients, Crowd, Watcher, gateway_addresses
-from testbed import Network
+from crowd import Clients, Crowd, Watcher
+from testbed import Network, addresses_on
 
 from .field import BURST_SECONDS, KIND, TXT_BYTES, wait_up_to
 from .subjects import Floor
@@ -41,7 +41,7 @@ class Scene:
             else:
                 self.devices = stack.enter_context(Crowd(self.network["a"], kinds, txt=TXT_BYTES))
             self.watcher = stack.enter_context(
-                Watcher(self.network["b"], gateway_addresses(self.network.gateway, "b")))
+                Watcher(self.network["b"], addresses_on(self.network.gateway, "b")))
             self._stack = stack.pop_all()
 
     @property
@@ -112,7 +112,7 @@ def day(subject, seconds, seed):
     with Scene(subject, kinds, forwarded) as scene, contextlib.ExitStack() as stack:
         clients = [stack.enter_context(Clients(scene.network[link], DAY_KINDS, clients=DAY_CLIENTS // 2, picks=3, sessions=2,
                                                seed=seed + number)) for number, link in enumerate("ab")]
-        at_a = stack.enter_context(Watcher(scene.network["a"], gateway_addresses(scene.network.gateway, "a")))
+        at_a = stack.enter_context(Watcher(scene.network["a"], addresses_on(scene.network.gateway, "a")))
         cpu = scene.process.cpu
         scene.devices.announce(0, count, min(10.0, seconds / 6))
         for crowd in clients:

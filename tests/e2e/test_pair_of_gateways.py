@@ -7,20 +7,15 @@ end, nothing of them is left.
            \\___[ second gateway ]___/
 """
 
-import json
 import signal
 import time
 
 import pytest
-from testbed import Network, dns, rule, stays_true, wait_until
+from testbed import Network, addresses_on, dns, rule, stays_true, wait_until
 
 TYPE = "_ipp._tcp.local"
 INSTANCES = [f"Printer {number}" for number in range(20)]
 BELIEVED_AFTER = 1.0  # seconds (RFC 6762 section 10.1)
-
-
-def addresses_on(gateway, interface):
-    return [address["local"] for address in json.loads(gateway.run(f"ip -j addr show dev {interface}"))[0]["addr_info"]]
 
 
 class Pair:
@@ -28,9 +23,7 @@ class Pair:
 
     def __init__(self, scene):
         self.net = scene.network("a", "b")
-        second = scene.keep(Network.new_gateway("second gateway"))
-        for link in (self.net["a"], self.net["b"]):
-            link.attach(second, link.name, 3)
+        second = scene.keep(Network.new_gateway("second gateway", (self.net["a"], self.net["b"])))
         self.ear = scene.ear(self.net["b"])
         self.addresses = [addresses_on(gateway, "b") for gateway in (self.net.gateway, second)]
         self.daemons = [scene.daemon(self.net.gateway, rule("_ipp._tcp", "a", "b")),

@@ -5,8 +5,8 @@ to the moment when nobody has said anything for a while."""
 import time
 
 import pytest
-from client import Client, addresses_on
-from testbed import Network, dns, rule, wait_until
+from client import Client
+from testbed import Network, addresses_on, dns, rule, wait_until
 
 PTR_NAME = "_ipp._tcp.local"
 PRINTER = "Office Printer._ipp._tcp.local"
@@ -29,14 +29,6 @@ class Counter:
         return {dns.text(record.data) for _, record in self.ear.heard(PTR_NAME, dns.PTR, sources=self.sources) if record.ttl}
 
 
-def gateway_between(scene, one, other, host, name):
-    """A gateway namespace that is host `host` of both links."""
-    namespace = scene.keep(Network.new_gateway(name))
-    for link in (one, other):
-        link.attach(namespace, link.name, host)
-    return namespace
-
-
 def falls_silent(counters, quiet=2.5, within=20):
     """Announcements are a second or two apart; a loop or a quarrel over a name is never silent."""
     wait_until(lambda: all(not counter.packets or time.monotonic() - counter.packets[-1].time > quiet for counter in counters),
@@ -57,7 +49,7 @@ def test_two_side_by_side_in_the_same_direction(scene):
            \___[ second gateway ]___/
     """
     network = scene.network("a", "b")
-    second = gateway_between(scene, network["a"], network["b"], 3, "second gateway")
+    second = scene.keep(Network.new_gateway("second gateway", (network["a"], network["b"])))
     daemons = [scene.daemon(namespace, rule("_ipp._tcp", "a", "b"), name=name)
                for namespace, name in ((network.gateway, "first"), (second, "second"))]
     start_all(*daemons)
@@ -84,7 +76,7 @@ def test_two_side_by_side_in_opposite_directions(scene, bidirectional):
            \___[ second gateway: B to A ]___/
     """
     network = scene.network("a", "b")
-    second = gateway_between(scene, network["a"], network["b"], 3, "second gateway")
+    second = scene.keep(Network.new_gateway("second gateway", (network["a"], network["b"])))
     daemons = [scene.daemon(network.gateway, rule("_ipp._tcp", "a", "b", bidirectional), name="first"),
                scene.daemon(second, rule("_ipp._tcp", "b", "a", bidirectional), name="second")]
     start_all(*daemons)
@@ -107,7 +99,7 @@ def test_a_ring_of_three(scene):
     link A ---[ first: A to B ]--- link B ---[ second: B to C ]--- link C ---[ third: C to A ]--- link A
     """
     network = scene.network("a", "b", "c")
-    gateways = [gateway_between(scene, network[one], network[other], host, f"{one} to {other}")
+    gateways = [scene.keep(Network.new_gateway(f"{one} to {other}", (network[one], network[other]), host))
                 for host, (one, other) in enumerate((("a", "b"), ("b", "c"), ("c", "a")), start=4)]
     daemons = [scene.daemon(gateways[number], rule("_ipp._tcp", one, other), name=f"{one} to {other}")
                for number, (one, other) in enumerate((("a", "b"), ("b", "c"), ("c", "a")))]

@@ -36,6 +36,7 @@ class Adversary:
 
     def __init__(self, link):
         self.link = Seat(link)
+        self.addresses = link.addresses(_HOST_NUMBER)
         self.sent = 0
         self._sockets = open_on(self.link)
         self._stopped = threading.Event()

@@ -1,17 +1,10 @@
 # SPDX-License-Identifier: MIT
 """A client on a link: asks by multicast, and takes what the gateway answers."""
 
-import json
 import time
 
-from testbed import dns
+from testbed import addresses_on, dns
 from testbed.sockets import open_on
-
-
-def addresses_on(namespace, interface):
-    """Every address that packets from there may come from, the link-local one too."""
-    described = json.loads(namespace.run(f"ip -j addr show dev {interface}"))
-    return tuple(address["local"] for address in described[0]["addr_info"])
 
 
 class Client:

@@ -23,7 +23,7 @@ def goodbyes():
 
 
 def contradicted(ear, client, forged):
-    """How long after the packet at that time each instance was said again, None for never; the worst of all."""
+    """How long after the packet at that time each instance was said again; None for never."""
     said = {}
     for packet, record in ear.heard(KIND, dns.PTR, sources=client.gateway, since=forged):
         if record.ttl:
@@ -44,7 +44,7 @@ def test_fifty_in_a_packet_are_contradicted_and_nobody_else_has_to_wait(scene):
     for turn in range(4):
         since = time.monotonic()
         adversary.say(goodbyes())
-        forged = [packet.time for packet in wait_until(lambda: ear.sent_by(*network["b"].addresses(66), since=since), 1, "the packet")]
+        forged = [packet.time for packet in wait_until(lambda: ear.sent_by(*adversary.addresses, since=since), 1, "the packet")]
         assert client.finds(dns.text(INSTANCES[50 + turn]), within=2) == (0, 0, 631, dns.labels("printer.local"))
         wait_until(lambda: None not in contradicted(ear, client, forged[0]), 2, lambda: contradicted(ear, client, forged[0]))
         assert max(contradicted(ear, client, forged[0])) < BELIEVED_AFTER, contradicted(ear, client, forged[0])

@@ -230,9 +230,3 @@ class Wire(_Program):
         self.tell("count")
         words = self.answer(5).split()
         return int(words[1]), int(words[3])
-
-
-def gateway_addresses(gateway, interface):
-    """All addresses of an interface of the gateway, its link-local one included."""
-    text = gateway.run(f"ip -o addr show dev {interface}")
-    return [line.split()[3].split("/")[0] for line in text.splitlines()]

@@ -10,8 +10,8 @@ The deadlines are those of a machine that does other things as well; bench/ judg
 import syslog
 
 import pytest
-from crowd import Crowd, Watcher, gateway_addresses
-from testbed import rule, wait_until
+from crowd import Crowd, Watcher
+from testbed import addresses_on, rule, wait_until
 from testbed.waiting import stays_true
 
 LIMIT = 2001  # instances that the daemon forwards at a time
@@ -28,7 +28,7 @@ def make_town(scene):
 class Town:
     def __init__(self, scene):
         network = scene.network("a", "b")
-        self.watcher = scene.keep(Watcher(network["b"], gateway_addresses(network.gateway, "b")))
+        self.watcher = scene.keep(Watcher(network["b"], addresses_on(network.gateway, "b")))
         self.devices = scene.keep(Crowd(network["a"]))
         self.daemon = scene.daemon(network.gateway, rule("_ipp._tcp", "a", "b")).start_and_wait()
 

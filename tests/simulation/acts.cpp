@@ -170,11 +170,7 @@ void sleep_one(Life& life) {
   if (host.is_alive && !host.is_asleep) {
     fall_asleep(host);
     const Time until = life.world.now + life.world.dice.between(1, 40) * kSecond;
-    call_at(life.world, until, [&host] {
-      if (host.is_alive && host.is_asleep) {  // it may have been woken when peace was made
-        wake_up(host);
-      }
-    });
+    call_at(life.world, until, [&host] { wake_up(host); });
   }
 }
 

@@ -2,6 +2,7 @@
 #include "simulation/client.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "simulation/books.h"
 #include "simulation/state_rules.h"
@@ -158,7 +159,9 @@ void fall_asleep(Host& host) {
 }
 
 void wake_up(Host& host) {
-  host.is_asleep = false;
+  if (!host.is_alive || !std::exchange(host.is_asleep, false)) {
+    return;
+  }
   for (Port* const port : host.ports) {
     restart(*port, true);
   }

@@ -19,7 +19,7 @@ void stop(Port& port, Tag tag);
 void set_protocols(Port& port, mdns::Protocols protocols);
 void restart(Port& port, bool was_down);
 void fall_asleep(Host& host);
-void wake_up(Host& host);
+void wake_up(Host& host);  // one that is not asleep: nothing happens
 void vanish(Host& host);
 
 // Stops all queries and withdraws everything: one by one, or `at_once` by the call for a link that is about to be closed.

@@ -111,9 +111,7 @@ void make_peace(Life& life) {
     }
   }
   for (Host& host : life.world.hosts) {
-    if (host.is_alive && host.is_asleep) {
-      wake_up(host);
-    }
+    wake_up(host);
     for (Port* const port : host.ports) {
       if (host.is_alive && port->protocols != life.protocols) {
         set_protocols(*port, life.protocols);

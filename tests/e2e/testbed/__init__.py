@@ -21,12 +21,12 @@ from .daemon import Daemon, mdnsproxy_path, rule, rules_list, services_list
 from .device import Device
 from .ear import Ear
 from .namespace import Namespace
-from .network import Link, Network
+from .network import Link, Network, addresses_on
 from .printer import Printer
 from .script import Script, scripted_library
 from .seed import chosen_seed
 from .waiting import stays_true, wait_until
 
 __all__ = ["Box", "Browser", "Daemon", "Device", "Ear", "Link", "Namespace", "Network", "Printer", "Script",
-           "chosen_seed", "mdnsproxy_path", "rule", "rules_list", "scripted_library", "services_list",
+           "addresses_on", "chosen_seed", "mdnsproxy_path", "rule", "rules_list", "scripted_library", "services_list",
            "stays_true", "wait_until"]

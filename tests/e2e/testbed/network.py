@@ -14,6 +14,12 @@ import json
 from .namespace import Namespace
 
 
+def addresses_on(namespace, interface):
+    """Every address that packets from there may come from, the link-local one too."""
+    found = json.loads(namespace.run(f"ip -j addr show dev {interface}"))
+    return [address["local"] for address in found[0]["addr_info"]]
+
+
 class Link:
     """One link: its wire, and the host `.2` on it."""
 
@@ -77,15 +83,17 @@ class Network:
 
     def gateway_addresses(self, name):
         """Every address of the gateway's interface on that link, the link-local one included."""
-        found = json.loads(self.gateway.run(f"ip -j addr show dev {name}"))
-        return [address["local"] for address in found[0]["addr_info"]]
+        return addresses_on(self.gateway, name)
 
     @staticmethod
-    def new_gateway(name):
+    def new_gateway(name, links=(), host=3):
+        """A further one; it is that host of these links, by interfaces that are named as they are."""
         gateway = Namespace(name)
         quiet_interfaces(gateway)
         gateway.set("net/ipv4/ip_forward", 1)
         gateway.set("net/ipv6/conf/all/forwarding", 1)
+        for link in links:
+            link.attach(gateway, link.name, host)
         return gateway
 
     def close(self):
