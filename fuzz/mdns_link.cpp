@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "fuzz.h"
+#include "mdns/link_counts.h"
 #include "mdns/mdns.h"
 #include "mdns/name.h"
 #include "mdns/reader.h"
@@ -114,8 +115,7 @@ class Company {
 
  private:
   static std::string composed(fuzz::Input& input) {
-    Writer writer;
-    writer_begin(writer, input.byte() % 3 != 0);
+    Writer writer = writer_new(input.byte() % 3 != 0);
     for (std::size_t i = input.below(3); i > 0; --i) {
       const std::uint16_t type = input.byte() % 4 == 0 ? kTypeAny : kTypes[input.below(std::size(kTypes))];
       writer_add_question(writer, kNames[input.below(std::size(kNames))], type, input.byte() % 4 == 0);
@@ -170,7 +170,7 @@ class Company {
       query_stop(*link_, now_, queries_[input.below(queries_.size())]);
     } else if (!publications_.empty()) {
       const PublicationId id = publications_[input.below(publications_.size())];
-      input.byte() % 4 == 0 ? publication_forsake(*link_, now_, id) : publication_withdraw(*link_, now_, id);
+      publication_withdraw(*link_, now_, id, input.byte() % 4 != 0);
     }
   }
 

@@ -53,9 +53,8 @@ std::size_t check_message(const Message& message, std::size_t size) {
 }
 
 std::vector<std::uint8_t> write_message(const Message& message) {
-  Writer writer;
+  Writer writer = writer_new(message.is_response, message.id);
   writer.max = std::size_t{1} << 24;
-  writer_begin(writer, message.is_response, message.id);
   for (const Question& each : message.questions)
     fuzz::claim(writer_add_question(writer, each.name, each.type, each.unicast_response), "there is room for a question");
   Section section = Section::answers;

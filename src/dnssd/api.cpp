@@ -14,6 +14,11 @@ namespace {
 // A null text is as good as an empty one, which is neither a name nor a type.
 std::string_view text_of(const char* text) { return text == nullptr ? "" : text; }
 
+// Null data is as good as none, which is not publishable.
+std::string bytes_of(const void* data, std::uint16_t size) {
+  return {static_cast<const char*>(data), data == nullptr ? 0u : size};
+}
+
 // Reads the name of a record. Nothing when it is no name, or the root.
 std::optional<std::string> parse_record_name(const char* text) {
   std::optional<std::string> name = parse_name(text_of(text));
@@ -27,25 +32,6 @@ std::string own_name() {
   const std::string_view name = host;
   const std::string label = truncate_utf8(name.substr(0, name.find('.')), kLabelMax);
   return label.empty() ? "localhost" : label;
-}
-
-// Fills in what the arguments of DNSServiceRegister say; false when one of them is bad. A name that is too long is cut, if it may
-// be. The host may be one that is not this machine, with or without the trailing dot. Null and empty TXT data stand for one empty
-// string (dns_sd.h).
-bool fill(Registration& registration, const char* name, const char* regtype, const char* host, std::uint16_t txt_length,
-          const void* txt) {
-  const std::optional<ServiceType> type = parse_service_type(text_of(regtype));
-  const std::string_view text = text_of(name);
-  const std::optional<std::string> target =
-      text_of(host).empty() ? prepend_label(own_name(), name_of({"local"})) : parse_record_name(host);
-  if (!type || !target || (text.size() > kLabelMax && !registration.auto_rename) || (txt_length != 0 && txt == nullptr)) {
-    return false;
-  }
-  registration.type = *type;
-  registration.name = text.empty() ? own_name() : truncate_utf8(text, kLabelMax);
-  registration.host = *target;
-  registration.txt = txt_length == 0 ? std::string(1, '\0') : std::string(static_cast<const char*>(txt), txt_length);
-  return prepend_label(registration.name, type_name(*type)) && is_publishable(mdns::kTypeTxt, registration.txt);
 }
 
 bool is_single_type(std::uint16_t rrtype, std::uint16_t rrclass) {
@@ -117,9 +103,9 @@ DNSServiceErrorType DNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags flags
   if (sdRef == nullptr || !type || callBack == nullptr) {
     return kDNSServiceErr_BadParam;
   }
-  const std::string asked = type->subtypes.empty() ? type_name(*type) : subtype_name(*type, type->subtypes[0]);
-  return start_operation(sdRef, flags, interfaceIndex, context, is_local_domain(domain), Browse{callBack, type_name(*type)},
-                         [&](Operation& operation) { browse_start(operation, asked); });
+  const std::string asked = type->subtypes.empty() ? type->name : subtype_name(*type, type->subtypes[0]);
+  return start_operation(sdRef, flags, interfaceIndex, context, is_local_domain(domain), Browse{callBack, type->name},
+                         [&](Operation& operation) { ask(operation, asked, mdns::kTypePtr); });
 }
 
 // `name` is the plain instance name of a browse reply.
@@ -127,7 +113,7 @@ DNSServiceErrorType DNSServiceResolve(DNSServiceRef* sdRef, DNSServiceFlags flag
                                       const char* regtype, const char* domain, DNSServiceResolveReply callBack, void* context) {
   const LibraryCall call;
   const std::optional<ServiceType> type = parse_service_type(text_of(regtype));
-  const std::optional<std::string> instance = type ? prepend_label(text_of(name), type_name(*type)) : std::nullopt;
+  const std::optional<std::string> instance = type ? prepend_label(text_of(name), type->name) : std::nullopt;
   if (sdRef == nullptr || !instance || domain == nullptr || callBack == nullptr) {
     return kDNSServiceErr_BadParam;
   }
@@ -149,24 +135,32 @@ DNSServiceErrorType DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags 
                          [&](Operation& operation) { ask(operation, *name, rrtype); });
 }
 
-// Also for a host that is not this machine: `host` with or without the trailing dot. Identical services registered twice
-// on an interface are one; a different one under the same name is a conflict like any other.
+// Also for a host that is not this machine: `host` with or without the trailing dot. A name that is too long is cut, if it may
+// be; null and empty TXT data stand for one empty string (dns_sd.h). Identical services registered twice on an interface are one;
+// a different one under the same name is a conflict like any other.
 DNSServiceErrorType DNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex, const char* name,
                                        const char* regtype, const char* domain, const char* host, uint16_t port, uint16_t txtLen,
                                        const void* txtRecord, DNSServiceRegisterReply callBack, void* context) {
   const LibraryCall call;
-  Registration registration;
-  registration.callback = callBack;
-  registration.auto_rename = (flags & kDNSServiceFlagsNoAutoRename) == 0;
-  registration.port = ntohs(port);
-  if (sdRef == nullptr || !fill(registration, name, regtype, host, txtLen, txtRecord)) {
+  const bool auto_rename = (flags & kDNSServiceFlagsNoAutoRename) == 0;
+  const std::optional<ServiceType> type = parse_service_type(text_of(regtype));
+  const std::string_view asked = text_of(name);
+  const std::string instance = asked.empty() ? own_name() : truncate_utf8(asked, kLabelMax);
+  const std::optional<std::string> target =
+      text_of(host).empty() ? prepend_label(own_name(), name_of({"local"})) : parse_record_name(host);
+  const std::string txt = txtLen == 0 ? std::string(1, '\0') : bytes_of(txtRecord, txtLen);
+  if (sdRef == nullptr || !type || !prepend_label(instance, type->name) || (asked.size() > kLabelMax && !auto_rename) ||
+      !target || !is_publishable(mdns::kTypeTxt, txt)) {
     return kDNSServiceErr_BadParam;
   }
-  if (!registration.auto_rename && (name == nullptr || callBack == nullptr)) {
+  if (!auto_rename && (name == nullptr || callBack == nullptr)) {
     return kDNSServiceErr_BadFlags;
   }
-  return start_operation(sdRef, flags, interfaceIndex, context, is_local_domain(domain), std::move(registration),
-                         registration_start);
+  return start_operation(
+      sdRef, flags, interfaceIndex, context, is_local_domain(domain),
+      Registration{
+          .callback = callBack, .type = *type, .name = instance, .auto_rename = auto_rename, .port = ntohs(port), .txt = txt},
+      [&](Operation& operation) { registration_start(operation, *target); });
 }
 
 // Bit 0x10 means shared (no probes), 0x20 unique, as the installed header has it; exactly one of them.
@@ -176,7 +170,7 @@ DNSServiceErrorType DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* 
                                              DNSServiceRegisterRecordReply callBack, void* context) {
   const LibraryCall call;
   const std::optional<std::string> name = parse_record_name(fullname);
-  const std::string data(static_cast<const char*>(rdata), rdata == nullptr ? 0 : rdlen);
+  const std::string data = bytes_of(rdata, rdlen);
   if (sdRef == nullptr || RecordRef == nullptr || !name || rrtype == 0 || !is_publishable(rrtype, data) || callBack == nullptr) {
     return kDNSServiceErr_BadParam;
   }
@@ -184,12 +178,11 @@ DNSServiceErrorType DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* 
   if (((flags & kDNSServiceFlagsShared) != 0) == is_unique) {
     return kDNSServiceErr_BadFlags;
   }
-  return start_operation(
-      &sdRef, kFlagsShareConnection, interfaceIndex, context, is_single_type(rrtype, rrclass), Record{callBack, rrtype},
-      [&](Operation& operation) {
-        record_start(operation, *name, is_unique ? mdns::Claim::unique : mdns::Claim::shared, {rrtype, ttl, data});
-        *RecordRef = record_ref(operation.handle);
-      });
+  return start_operation(&sdRef, kFlagsShareConnection, interfaceIndex, context, is_single_type(rrtype, rrclass),
+                         Record{callBack, {rrtype, ttl, data}}, [&](Operation& operation) {
+                           record_start(operation, *name, is_unique ? mdns::Claim::unique : mdns::Claim::shared);
+                           *RecordRef = record_ref(operation.handle);
+                         });
 }
 
 // A record of a connection, or with a null RecordRef the TXT record of a registered service.
@@ -203,7 +196,7 @@ DNSServiceErrorType DNSServiceUpdateRecord(DNSServiceRef sdRef, DNSRecordRef Rec
   if (operation == nullptr) {
     return kDNSServiceErr_BadReference;
   }
-  const std::string data(static_cast<const char*>(rdata), rdlen);
+  const std::string data = bytes_of(rdata, rdlen);
   return RecordRef != nullptr ? record_update(*operation, data, ttl) : registration_update(*operation, data, ttl);
 }
 
@@ -235,8 +228,7 @@ DNSServiceErrorType DNSServiceProcessResult(DNSServiceRef sdRef) {
 
 void DNSServiceRefDeallocate(DNSServiceRef sdRef) {
   const LibraryCall call;
-  Operation* operation = service_of(sdRef);
-  if (operation != nullptr) {
+  if (Operation* operation = service_of(sdRef)) {
     operation_release(*operation);
   }
 }

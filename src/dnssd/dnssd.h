@@ -24,6 +24,9 @@
 //
 //   Aliases. CNAME records are not followed: one is reported to whoever asks for that type, like any other record.
 //
+//   Hosts. What is registered for a host that is not on the link gives way to one that is and has the same name: shared address
+//   records (flag 0x10, types A and AAAA) are then published under "name-2", and the SRV records of that host's services name it.
+//
 //   Changes. When the SRV or TXT data of an instance changes that was browsed for and resolved, and that resolve has been
 //   released, the browse reports the instance gone and found again. What the caller withdraws then, and registers again
 //   within a fifth of a second, is an update on the wire: no goodbye, no probes, one announcement of what is different. When
@@ -58,8 +61,9 @@
 // src/mdns and nothing else of this source tree.
 //
 // Reading order: api.cpp (each dns_sd.h function: what is checked, which operation starts), this header (the records),
-// operations.cpp (the registry of operations, their replies), engine.cpp (one pass); then what the operations do: lookup.cpp and
-// publish.cpp; last the ground: interface.cpp, sockets.cpp, link_monitor.cpp, poll.cpp, signals.cpp, names.cpp.
+// operations.cpp (the registry of operations), engine.cpp (one pass, and the delivery of replies); then what the operations do:
+// lookup.cpp and publish.cpp, and hosts.cpp, the names of hosts that are elsewhere; last the ground: interface.cpp, sockets.cpp,
+// link_monitor.cpp, poll.cpp, signals.cpp, names.cpp.
 #pragma once
 
 #include <dns_sd.h>
@@ -73,6 +77,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <variant>
@@ -97,20 +102,19 @@ using Handle = std::uintptr_t;
 inline constexpr Handle kLibrary = 1;
 
 struct Interface;
+struct Operation;
+
+inline bool is_address(std::uint16_t rrtype) { return rrtype == mdns::kTypeA || rrtype == mdns::kTypeAaaa; }
 
 // The order of names in wire format, the same however their letters are written.
 struct FoldedLess {
-  bool operator()(const std::string& a, const std::string& b) const {
-    return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
-                                        [](char x, char y) { return mdns::fold(x) < mdns::fold(y); });
+  bool operator()(std::string_view a, std::string_view b) const {
+    return std::ranges::lexicographical_compare(a, b, {}, mdns::fold, mdns::fold);
   }
 };
 
 // One live answer to a query.
-struct Answer {
-  std::string rdata;
-  std::uint32_t ttl = 0;  // seconds
-};
+using Answer = mdns::RecordData;
 
 // The live answers to a query, and what has been reported of them.
 struct Answers {
@@ -125,8 +129,7 @@ struct Connection {};
 
 struct Browse {
   DNSServiceBrowseReply callback = nullptr;
-  std::string type;                               // wire name, what an instance's name must end in
-  std::set<std::string, FoldedLess> instances{};  // live ones: PTR rdata as it was first reported
+  std::string type;  // wire name, what an instance's name must end in
 };
 
 struct Resolve {
@@ -149,22 +152,33 @@ struct Registration {
   std::string name;          // plain, as it is tried or established now
   bool is_reported = false;  // the caller knows of this name
   bool auto_rename = true;
-  std::string host;             // wire name
+  Operation* host = nullptr;    // that it names
   std::uint16_t port = 0;       // host order
   std::string txt;              // rdata
   std::uint32_t conflicts = 0;  // since there was none for a while
   mdns::Time last_conflict = 0;
-  mdns::PublicationId service = 0;            // SRV and TXT, under the name that is tried or established; 0: none is,
-                                              // and with !auto_rename none will be: that has been reported
-  std::vector<mdns::PublicationId> pointers;  // the PTR records that lead to it, published once the name is established;
-                                              // the last one is the type's, under _services._dns-sd._udp
+  mdns::PublicationId service = 0;              // SRV and TXT, under the name that is tried or established; 0: none is,
+                                                // and with !auto_rename none will be: that has been reported
+  std::vector<mdns::PublicationId> pointers{};  // the PTR records that lead to it, published once the name is established;
+                                                // the last one is the type's, under _services._dns-sd._udp
 };
 
 struct Record {
   DNSServiceRegisterRecordReply callback = nullptr;
-  std::uint16_t rrtype = 0;
+  mdns::RecordData data;
+  Operation* host = nullptr;            // that has it, if it is a shared address: one that is elsewhere
   bool is_reported = false;             // the caller knows that it is established
   mdns::PublicationId publication = 0;  // 0 once a conflict has ended it
+};
+
+// A host that services or shared addresses are registered for, on one interface (hosts.cpp).
+struct Host {
+  std::string name;                           // as the caller has it
+  unsigned number = 1;                        // of the name that it is published under; 1: its own (host_alias)
+  mdns::PublicationId look = 0;               // claims that name without records; 0: another host has it
+  std::vector<Operation*> members{};          // registrations and records that name it
+  std::set<std::string> heard{};              // addresses (rdata) of who owns its own name, while it has another
+  mdns::Time unsettled_since = mdns::kNever;  // since when it has had no member, or might have its own name again
 };
 
 // One thing that the caller has a reference to.
@@ -175,7 +189,7 @@ struct Operation {
   void* context = nullptr;
   std::vector<mdns::QueryId> queries{};  // that it has asked
   unsigned queued = 0;                   // replies that wait for delivery
-  std::variant<Connection, Browse, Resolve, Query, Registration, Record> part;
+  std::variant<Connection, Browse, Resolve, Query, Registration, Record, Host> part;
 };
 
 // One reply on its way to its operation's callback; `more` is kDNSServiceFlagsMoreComing, or 0. The operation may be gone when it
@@ -183,6 +197,12 @@ struct Operation {
 struct Reply {
   Handle to = 0;
   std::function<void(const Operation& operation, DNSServiceFlags more)> deliver;
+};
+
+// What an operation does later, if it is still there then.
+struct Resumption {
+  Handle of = 0;
+  void (*resume)(Operation& operation) = nullptr;
 };
 
 // The process's one engine: made with the first reference, gone with the last one that is not part of a connection.
@@ -197,7 +217,7 @@ struct Engine {
   unsigned published = 0;            // live registrations and records
   std::unordered_map<Handle, std::unique_ptr<Operation>> operations;
   std::map<std::uint32_t, std::unique_ptr<Interface>> interfaces;  // by index
-  std::multimap<mdns::Time, Handle> renamings;                     // registrations whose next name waits for its turn
+  std::multimap<mdns::Time, Resumption> resumptions;
   mdns::Time goodbyes_until = 0;  // what is withdrawn may come back with other data until then (lookup.cpp)
   std::deque<Reply> replies;
   std::size_t deliverable = 0;  // replies among them whose operation is still there
@@ -264,20 +284,19 @@ Operation* operation_of(const void* ref) {
 // published is withdrawn. `operation` is gone afterwards, or with the last reference when the library is left.
 void operation_release(Operation& operation);
 
-// Passes an event to the operation that its tag names, if it is still there.
-void operation_pass(const mdns::Event& event);
-
 // The link that the operation runs on, which is then served again (interface_link).
 mdns::Link& link_of(const Operation& operation);
 
-// Asks for records on the operation's link, or listens for them, until it is released; its events go to operation_event.
+// mdns::publish on that link; the events go to operation_event.
+mdns::PublicationId publish(const Operation& operation, const std::string& name, std::span<const mdns::RecordData> records,
+                            mdns::Claim claim);
+
+// Asks for records on the operation's link, or listens for them, until stop_asking; its events go to operation_event.
 void ask(Operation& operation, const std::string& name, std::uint16_t rrtype, mdns::Interest interest = mdns::Interest::asking);
+void stop_asking(Operation& operation);
 
 // Appends a reply for `operation`.
 void reply_queue(Operation& operation, decltype(Reply::deliver)&& deliver);
-
-// Delivers a bounded number of replies, oldest first. Anything may have been released when it returns, gEngine too.
-void replies_deliver();
 
 // What each kind does with an event, and when it ends: of its queries operation_release takes care.
 inline void operation_event(Operation&, Connection&, const mdns::Event&) {}
@@ -286,17 +305,20 @@ void operation_event(Operation& operation, Resolve& resolve, const mdns::Event& 
 void operation_event(Operation& operation, Query& query, const mdns::Event& event);
 void operation_event(Operation& operation, Registration& registration, const mdns::Event& event);
 void operation_event(Operation& operation, Record& record, const mdns::Event& event);
+void operation_event(Operation& operation, Host& host, const mdns::Event& event);
 inline void operation_stop(Operation&, Connection&) {}
 void operation_stop(Operation& operation, Browse& browse);
 void operation_stop(Operation& operation, Resolve& resolve);
 void operation_stop(Operation& operation, Query& query);
 void operation_stop(Operation& operation, Registration& registration);
 void operation_stop(Operation& operation, Record& record);
+void operation_stop(Operation& operation, Host& host);
+
+// Has `resume` called after this time, if the operation is still there then.
+void resume_in(const Operation& operation, mdns::Time delay, void (*resume)(Operation& operation));
 
 // --- lookup.cpp
 
-// Asks for the PTR records of `name`, the type of `Browse::type` or one of its subtypes.
-void browse_start(Operation& operation, const std::string& name);
 void resolve_start(Operation& operation);
 
 // If it is a resolve: reports what is new; after a batch of events, since several of them may make one change.
@@ -307,22 +329,39 @@ void answers_change(std::vector<Answer>& answers, const mdns::Event& event);
 
 // --- publish.cpp; `ttl` 0 stands for the usual one
 
-void registration_start(Operation& operation);
+// `host` is the name of the host that the service names.
+void registration_start(Operation& operation, const std::string& host);
 
 // Announces new TXT data under the same name. kDNSServiceErr_BadState when it has failed, kDNSServiceErr_BadParam when `txt` is no
 // TXT data.
 DNSServiceErrorType registration_update(Operation& operation, const std::string& txt, std::uint32_t ttl);
 
-// Tries the next names of registrations that had to pause after many conflicts, if their time has come.
-void registrations_resume(mdns::Time now);
+// RFC 6762 section 8.1: how long the next name waits when many have been taken.
+inline constexpr mdns::Time kConflictPause = 5 * mdns::kSecond;
 
-// `data` is publishable.
-void record_start(Operation& operation, const std::string& name, mdns::Claim claim, const mdns::RecordData& data);
+// Publishes a shared address under the name that its host has on the link (host_alias), or has the SRV record name it.
+void host_renamed(Operation& member);
+
+// Publishes Record::data, which is publishable.
+void record_start(Operation& operation, const std::string& name, mdns::Claim claim);
 
 // The same errors as registration_update; kDNSServiceErr_NameConflict when somebody else on this link holds other data.
 DNSServiceErrorType record_update(Operation& operation, const std::string& rdata, std::uint32_t ttl);
 
 // Whether a message can carry the record: well formed for its type, and neither empty nor too long.
 bool is_publishable(std::uint16_t rrtype, const std::string& rdata);
+
+// --- hosts.cpp; `operation` is a host's
+
+// The host of that name, on the interface of a registration or record that is about to be published and names it from now on. It
+// lives until host_leave at least.
+Operation& host_join(Operation& member, const std::string& name);
+void host_leave(Operation& operation, Operation& member);
+
+// To be called when a member's address has changed: it may be the one that somebody else has under the host's own name.
+void host_review(Operation& operation);
+
+// What the host's name is on the link.
+std::string host_alias(const Operation& operation);
 
 }  // namespace dnssd

@@ -20,6 +20,9 @@ Engine* gAbandoned = nullptr;
 // Two readings of the clocks are never quite of one moment; a sleep is longer.
 constexpr mdns::Time kSleepLeast = mdns::kSecond;
 
+// Replies per DNSServiceProcessResult: enough to be cheap in a burst, few enough that the caller's loop comes round.
+constexpr int kRepliesPerPass = 64;
+
 // Does what is due on the links, and what the calls into them have brought about.
 void serve() {
   const mdns::Time now = monotonic_now();
@@ -31,8 +34,27 @@ void serve() {
       mdns::link_restart(interface_link(*interface), now, false);
     }
   }
-  registrations_resume(now);
+  while (!gEngine->resumptions.empty() && gEngine->resumptions.begin()->first <= now) {
+    const Resumption due = gEngine->resumptions.extract(gEngine->resumptions.begin()).mapped();
+    if (Operation* operation = operation_find(due.of)) {
+      due.resume(*operation);
+    }
+  }
   interfaces_serve(now);
+}
+
+// Delivers a bounded number of replies, oldest first. Anything may have been released when it returns, gEngine too.
+void replies_deliver() {
+  // A callback may end this engine, and another call in it may have begun a new one, which is not passing.
+  for (int i = 0; i < kRepliesPerPass && gEngine != nullptr && gEngine->is_passing && !gEngine->replies.empty();) {
+    const Reply reply = std::move(gEngine->replies.front());
+    gEngine->replies.pop_front();
+    if (Operation* operation = operation_find(reply.to)) {
+      --operation->queued;
+      ++i;
+      reply.deliver(*operation, --gEngine->deliverable == 0 ? 0 : kDNSServiceFlagsMoreComing);
+    }
+  }
 }
 
 __attribute__((destructor)) void close_at_exit() {
@@ -62,8 +84,9 @@ LibraryCall::~LibraryCall() {
     // A call from a callback: the one that it is part of does the rest.
     if (!gEngine->is_passing) {
       serve();
-      const mdns::Time renaming = gEngine->renamings.empty() ? mdns::kNever : gEngine->renamings.begin()->first;
-      poll_arm(gEngine->poll, gEngine->deliverable == 0 ? std::min(renaming, interfaces_deadline()) : 0);
+      const auto& resumptions = gEngine->resumptions;
+      const mdns::Time resumption = resumptions.empty() ? mdns::kNever : resumptions.begin()->first;
+      poll_arm(gEngine->poll, gEngine->deliverable == 0 ? std::min(resumption, interfaces_deadline()) : 0);
     }
   }
   signals_release();

@@ -24,10 +24,12 @@ void serve(Interface& interface, mdns::Time now) {
   sockets_send(interface);
   const std::vector<mdns::Event> events = mdns::link_take_events(*interface.link);
   for (const mdns::Event& event : events) {
-    operation_pass(event);
+    if (Operation* operation = operation_find(event.tag)) {
+      std::visit([&](auto& part) { operation_event(*operation, part, event); }, operation->part);
+    }
   }
   for (const mdns::Event& event : events) {
-    resolve_review(static_cast<Handle>(event.tag));
+    resolve_review(event.tag);
   }
 }
 
@@ -55,11 +57,12 @@ Interface::~Interface() {
 }
 
 bool is_within(const std::array<std::uint8_t, 16>& address, const Prefix& prefix) {
-  unsigned bit = 0;
-  while (bit < prefix.length && ((address[bit / 8] ^ prefix.address[bit / 8]) & 0x80 >> bit % 8) == 0) {
-    ++bit;
+  for (std::size_t i = 0; i < address.size(); ++i) {
+    if (((address[i] ^ prefix.address[i]) & prefix.netmask[i]) != 0) {
+      return false;
+    }
   }
-  return bit == prefix.length;
+  return true;
 }
 
 DNSServiceErrorType interface_get(std::uint32_t index, Interface** interface) {

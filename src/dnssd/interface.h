@@ -19,13 +19,13 @@ struct Socket {
 // What an address says is on the link.
 struct Prefix {
   mdns::Protocols protocol = mdns::kIpv4;
-  unsigned length = 0;                     // bits
   std::array<std::uint8_t, 16> address{};  // network order; an IPv4 address takes the first four bytes
+  std::array<std::uint8_t, 16> netmask{};
 
   bool operator==(const Prefix&) const = default;
 };
 
-// Whether the first bits of `address` are the prefix's.
+// Whether the bits of `address` that the netmask has are the prefix's.
 bool is_within(const std::array<std::uint8_t, 16>& address, const Prefix& prefix);
 
 // 169.254/16 (RFC 3927) and fe80::/10 (RFC 4291); the bytes are in network order.
@@ -35,22 +35,29 @@ bool is_link_local(mdns::Protocols protocol, const Address& address) {
   return protocol == mdns::kIpv4 ? first == 169 && second == 254 : first == 0xFE && (second & 0xC0) == 0x80;
 }
 
+// A service instance that browses have reported, by its name as the first of them has it.
+struct Instance {
+  std::vector<Operation*> browses{};  // never empty
+  Operation* follower = nullptr;      // lookup.cpp
+};
+
 // Lives from the first operation on it until it has been idle for a while, or until the engine ends.
 struct Interface {
   ~Interface();  // closes the sockets
   std::uint32_t index = 0;
   std::string name;  // as it was when the interface was taken into use
   mdns::LinkPtr link;
-  std::array<Socket, 2> sockets;                            // by mdns::index_of
-  mdns::Protocols protocols = mdns::kNoProtocol;            // those that the link has
-  std::vector<Prefix> prefixes;                             // of its addresses of these protocols
-  std::vector<Operation*> browses;                          // live ones
-  std::map<std::string, Operation*, FoldedLess> followers;  // by instance (lookup.cpp)
-  std::multimap<std::string, Operation*, FoldedLess> followers_by_host;
-  std::multiset<std::string, FoldedLess> live_addresses;  // for each address that the live queries know, its host
-  unsigned operations = 0;                                // live operations on it
-  mdns::Time idle_since = monotonic_now();                // when the last operation on it ended, if there is none
-  bool is_touched = false;                                // something has been done to its link since it was served
+  std::array<Socket, 2> sockets;                  // by mdns::index_of
+  mdns::Protocols protocols = mdns::kNoProtocol;  // those that the link has
+  std::vector<Prefix> prefixes;                   // of its addresses of these protocols
+  std::map<std::string, Instance, FoldedLess> instances;
+  std::multimap<std::string_view, Operation*, FoldedLess> followers;  // by host (lookup.cpp)
+  std::multiset<std::string, FoldedLess> live_addresses;              // for each address that the live queries know, its host
+  std::map<std::string_view, Operation*, FoldedLess> hosts;           // by name, which is the host's own (hosts.cpp)
+  std::set<std::string, FoldedLess> aliases;                          // of those that had to give way
+  unsigned operations = 0;                                            // live operations on it
+  mdns::Time idle_since = monotonic_now();                            // when the last operation on it ended, if there is none
+  bool is_touched = false;                                            // something has been done to its link since it was served
 };
 
 // The record of an interface, made if need be. On an error *interface is untouched: kDNSServiceErr_Unsupported for index 0 and

@@ -7,7 +7,6 @@
 #include <netinet/in.h>
 #include <unistd.h>
 
-#include <bit>
 #include <cerrno>
 #include <cstring>
 
@@ -55,12 +54,8 @@ void note_addresses(Interface& interface, const Addresses& addresses) {
         !is_open || !is_usable(entry->ifa_addr)) {
       continue;
     }
-    Prefix prefix{address.protocol, 0, address.address};
-    for (const std::uint8_t byte : to_endpoint(entry->ifa_netmask).address) {
-      prefix.length += static_cast<unsigned>(std::popcount(byte));
-    }
-    interface.protocols |= prefix.protocol;
-    interface.prefixes.push_back(prefix);
+    interface.protocols |= address.protocol;
+    interface.prefixes.push_back({address.protocol, address.address, to_endpoint(entry->ifa_netmask).address});
   }
 }
 
@@ -78,10 +73,10 @@ void review(Interface& interface, const Addresses& addresses, bool was_down) {
   }
   // If IPv4 has stayed and none of its former addresses is there any more, this may be another network. (IPv6 always has its
   // link-local address, and its prefixes come and go beside it.)
-  const bool has_moved =
-      (kept & mdns::kIpv4) != 0 && std::none_of(old_prefixes.begin(), old_prefixes.end(), [&](const Prefix& old) {
-        return old.protocol == mdns::kIpv4 && std::count(interface.prefixes.begin(), interface.prefixes.end(), old) != 0;
-      });
+  const auto is_kept_ipv4 = [&](const Prefix& old) {
+    return old.protocol == mdns::kIpv4 && std::ranges::count(interface.prefixes, old) != 0;
+  };
+  const bool has_moved = (kept & mdns::kIpv4) != 0 && std::ranges::none_of(old_prefixes, is_kept_ipv4);
   if (kept != 0 && (was_down || has_moved)) {
     mdns::link_restart(interface_link(interface), now, was_down);
   }

@@ -41,8 +41,7 @@ bool is_instance(const Browse& browse, const std::string& target) {
 // `begins_update`: it is about to be found again, with other data.
 void report_instance(Operation& browse, DNSServiceFlags flags, const std::string& instance, bool begins_update = false) {
   const std::string name(mdns::first_label(instance));
-  std::string type = name_to_text(mdns::parent_name(instance));
-  type.resize(type.size() - std::strlen("local."));
+  const std::string type = type_text(mdns::parent_name(instance));
   reply_queue(browse, [=](const Operation& to, DNSServiceFlags more) {
     if (begins_update) {
       gEngine->goodbyes_until = monotonic_now() + kUpdateWithin;
@@ -52,36 +51,21 @@ void report_instance(Operation& browse, DNSServiceFlags flags, const std::string
   });
 }
 
-// Tells the browses that have reported the instance that it is gone and found again, with other data.
-void report_change(const Interface& interface, const std::string& instance) {
-  for (Operation* operation : interface.browses) {
-    const Browse& browse = std::get<Browse>(operation->part);
-    const auto known = browse.instances.find(instance);
-    if (known != browse.instances.end()) {
-      report_instance(*operation, 0, *known, true);
-      report_instance(*operation, kDNSServiceFlagsAdd, *known);
-    }
+void end_follower(const Instance& instance) {
+  if (instance.follower != nullptr) {
+    operation_release(*instance.follower);
   }
 }
 
-// Whether a browse of the interface has reported the instance.
-bool is_browsed(const Interface& interface, const std::string& instance) {
-  return std::any_of(interface.browses.begin(), interface.browses.end(),
-                     [&](const Operation* browse) { return std::get<Browse>(browse->part).instances.contains(instance); });
-}
-
-void end_follower(Interface& interface, const std::string& instance) {
-  const auto follower = interface.followers.find(instance);
-  if (follower != interface.followers.end()) {
-    operation_release(*follower->second);
+// The browse has lost the instance, or ends; nobody has to be told of it by this browse any more. Returns the next instance.
+auto browse_lost(Operation& browse, decltype(Interface::instances)::iterator at) {
+  Instance& instance = at->second;
+  std::erase(instance.browses, &browse);
+  if (!instance.browses.empty()) {
+    return std::next(at);
   }
-}
-
-// A browse of the interface has lost the instance, or ended: nobody has to be told of it by this browse any more.
-void browse_lost(Interface& interface, const std::string& instance) {
-  if (!is_browsed(interface, instance)) {
-    end_follower(interface, instance);
-  }
+  end_follower(instance);
+  return browse.interface->instances.erase(at);
 }
 
 // Whether every label of a host's name is a text.
@@ -143,7 +127,7 @@ void report_answer(Operation& operation, const Answer& answer) {
 
 // No query knows an address of the host any more: it has fallen silent, and its services are doubted (RFC 6762 section 10.4).
 void host_fell_silent(Interface& interface, const std::string& host) {
-  const auto [first, last] = interface.followers_by_host.equal_range(host);
+  const auto [first, last] = interface.followers.equal_range(host);
   for (auto at = first; at != last; ++at) {
     const std::string& instance = std::get<Resolve>(at->second->part).name;
     mdns::link_reconfirm(interface_link(interface), monotonic_now(), mdns::parent_name(instance), mdns::kTypePtr, instance);
@@ -157,36 +141,33 @@ void answers_change(std::vector<Answer>& answers, const mdns::Event& event) {
     std::erase_if(answers, [&](const Answer& answer) { return mdns::same_rdata(event.type, answer.rdata, event.rdata); });
   }
   if (event.kind != mdns::Event::Kind::removed) {
-    answers.push_back({event.rdata, event.ttl});
+    answers.push_back({event.type, event.ttl, event.rdata});
   }
-}
-
-void browse_start(Operation& operation, const std::string& name) {
-  operation.interface->browses.push_back(&operation);
-  ask(operation, name, mdns::kTypePtr);
 }
 
 void operation_event(Operation& operation, Browse& browse, const mdns::Event& event) {
+  auto& instances = operation.interface->instances;
   if (!is_instance(browse, event.rdata)) {
     return;
   }
-  if (event.kind == mdns::Event::Kind::added) {
-    if (browse.instances.insert(event.rdata).second) {
-      report_instance(operation, kDNSServiceFlagsAdd, event.rdata);
-    }
+  const bool is_added = event.kind == mdns::Event::Kind::added;
+  const auto at = is_added ? instances.try_emplace(event.rdata).first : instances.find(event.rdata);
+  const bool is_known = at != instances.end() && std::ranges::count(at->second.browses, &operation) > 0;
+  if (is_added == is_known) {
     return;
   }
-  const auto lost = browse.instances.extract(event.rdata);
-  if (!lost.empty()) {
-    report_instance(operation, 0, lost.value());  // the caller knows it as it was first reported, however its goodbye spells it
-    browse_lost(*operation.interface, lost.value());
+  report_instance(operation, is_added ? kDNSServiceFlagsAdd : 0, at->first);  // however its goodbye spells it
+  if (is_added) {
+    at->second.browses.push_back(&operation);
+  } else {
+    browse_lost(operation, at);
   }
 }
 
-void operation_stop(Operation& operation, Browse& browse) {
-  std::erase(operation.interface->browses, &operation);
-  for (const std::string& instance : browse.instances) {
-    browse_lost(*operation.interface, instance);
+void operation_stop(Operation& operation, Browse&) {
+  auto& instances = operation.interface->instances;
+  for (auto at = instances.begin(); at != instances.end();) {
+    at = browse_lost(operation, at);
   }
 }
 
@@ -220,36 +201,40 @@ void resolve_review(Handle handle) {
   if (resolve->callback != nullptr) {
     report_if_new(*operation, *resolve);
   } else if (has_changed(resolve->srv) || has_changed(resolve->txt)) {
-    report_change(*operation->interface, resolve->name);
+    const auto& [name, instance] = *operation->interface->instances.find(resolve->name);
+    for (Operation* browse : instance.browses) {  // it is gone and found again, with other data
+      report_instance(*browse, 0, name, true);
+      report_instance(*browse, kDNSServiceFlagsAdd, name);
+    }
     operation_release(*operation);
   }
 }
 
 void operation_stop(Operation& operation, Resolve& resolve) {
   Interface& interface = *operation.interface;
+  const auto known = interface.instances.find(resolve.name);
   if (resolve.callback == nullptr) {
-    interface.followers.erase(resolve.name);
-    const auto [first, last] = interface.followers_by_host.equal_range(resolve.host);
-    interface.followers_by_host.erase(std::find_if(first, last, [&](const auto& entry) { return entry.second == &operation; }));
-  } else if (!resolve.srv.reported.empty() && is_browsed(interface, resolve.name)) {
-    end_follower(interface, resolve.name);
+    known->second.follower = nullptr;
+    const auto [first, last] = interface.followers.equal_range(resolve.host);
+    interface.followers.erase(std::find_if(first, last, [&](const auto& entry) { return entry.second == &operation; }));
+  } else if (!resolve.srv.reported.empty() && known != interface.instances.end()) {
+    end_follower(known->second);
     Resolve part{nullptr, resolve.name, std::string(mdns::target_of(mdns::kTypeSrv, resolve.srv.reported))};
     part.srv.reported = digest_of(mdns::kTypeSrv, resolve.srv.reported);
     part.txt.reported = digest_of(mdns::kTypeTxt, resolve.txt.reported);
-    Operation* follower = operation_new(kLibrary, &interface, nullptr, part);
-    interface.followers.emplace(part.name, follower);
-    interface.followers_by_host.emplace(part.host, follower);
+    Operation* follower = operation_new(kLibrary, &interface, nullptr, std::move(part));
+    known->second.follower = follower;
+    interface.followers.emplace(std::get<Resolve>(follower->part).host, follower);
     resolve_start(*follower);
   }
 }
 
 void operation_event(Operation& operation, Query& query, const mdns::Event& event) {
   const bool is_added = event.kind == mdns::Event::Kind::added;
-  const bool is_address = query.rrtype == mdns::kTypeA || query.rrtype == mdns::kTypeAaaa;
-  if (!is_address && is_added) {
-    report_answer(operation, {event.rdata, event.ttl});
+  if (!is_address(query.rrtype) && is_added) {
+    report_answer(operation, {event.type, event.ttl, event.rdata});
   }
-  if (!is_address || event.rdata.find_first_not_of('\0') == event.rdata.npos) {
+  if (!is_address(query.rrtype) || event.rdata.find_first_not_of('\0') == event.rdata.npos) {
     return;
   }
   const mdns::Protocols protocol = query.rrtype == mdns::kTypeA ? mdns::kIpv4 : mdns::kIpv6;

@@ -2,26 +2,24 @@
 #include "dnssd/names.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstdio>
 
 namespace dnssd {
 namespace {
 
-// Takes one byte off the front of `text`, which is not empty. An escape stands for one: a backslash and three digits, or one other
-// byte. Nothing when it is broken.
-std::optional<char> take_byte(std::string_view& text) {
+// Takes one byte off the front of `text`, which is not empty. An escape stands for one: a backslash and three digits, or one
+// other byte. Zero, which no label has, when it is broken.
+char take_byte(std::string_view& text) {
   if (text[0] == '\\') {
     text.remove_prefix(1);
     unsigned value = 0;
-    const auto digits =
-        std::from_chars(text.data(), text.data() + std::min<std::size_t>(text.size(), 3), value).ptr - text.data();
-    if (text.empty() || (digits != 0 && (digits != 3 || value > 255))) {
-      return std::nullopt;
-    }
-    if (digits != 0) {
-      text.remove_prefix(3);
-      return static_cast<char>(value);
+    const char* const end = text.data() + std::min<std::size_t>(text.size(), 3);
+    const auto digits = static_cast<std::size_t>(std::from_chars(text.data(), end, value).ptr - text.data());
+    if (text.empty() || digits != 0) {
+      text.remove_prefix(digits);
+      return digits == 3 && value <= 255 ? static_cast<char>(value) : '\0';
     }
   }
   const char c = text[0];
@@ -36,53 +34,47 @@ void append_label(std::string& name, std::string_view label) {
   name += label;
 }
 
-// Takes one UTF-8 character off the front of `text`, which is not empty. False when it is a zero byte or no character: cut off,
-// longer than need be, a surrogate, or beyond U+10FFFF (RFC 3629 section 4).
-bool take_character(std::string_view& text) {
-  constexpr unsigned kLeast[] = {0, 0x80, 0x800, 0x10000};  // by the number of bytes that follow the first
-  const auto first = static_cast<unsigned char>(text[0]);
-  text.remove_prefix(1);
-  if (first < 0x80) {
-    return first != 0;
-  }
-  const unsigned more = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
-  unsigned code = first & (0x3Fu >> more);
-  for (unsigned i = 0; i < more; ++i) {
-    if (text.empty() || (static_cast<unsigned char>(text[0]) & 0xC0) != 0x80) {
-      return false;
-    }
-    code = code << 6 | (static_cast<unsigned char>(text[0]) & 0x3Fu);
-    text.remove_prefix(1);
-  }
-  return first >= 0xC0 && first < 0xF8 && code >= kLeast[more] && (code & 0x1FF800) != 0xD800 && code <= 0x10FFFF;
-}
-
 // A number in a name's suffix larger than this is part of the name and is not counted on.
 constexpr unsigned kSuffixMax = 999'999;
 
-bool is_type_byte(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
-}
+// What the application of a type is made of, behind its underscore.
+constexpr std::string_view kTypeBytes = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 
 // The type that a name of two labels says; nothing when it is none.
 std::optional<ServiceType> type_of(std::string_view name) {
   const std::string_view application = mdns::first_label(name);
   const std::string_view transport = mdns::first_label(mdns::parent_name(name));
-  if (application.size() < 2 || application[0] != '_' || !std::all_of(application.begin(), application.end(), is_type_byte) ||
+  if (application.size() < 2 || application[0] != '_' || application.find_first_not_of(kTypeBytes) != application.npos ||
       !(mdns::same_folded(transport, "_tcp") || mdns::same_folded(transport, "_udp")) ||
       mdns::parent_name(mdns::parent_name(name)).size() != 1) {
     return std::nullopt;
   }
-  return ServiceType{std::string(application), std::string(transport), {}};
+  return ServiceType{name_of({application, transport, "local"}), {}};
 }
 
 }  // namespace
 
 bool is_text(std::string_view label) {
+  // A character that is cut off, longer than need be, a surrogate, or beyond U+10FFFF is none (RFC 3629 section 4).
+  constexpr unsigned kLeast[] = {1, 0, 0x80, 0x800, 0x10000};  // by the number of one bits that the first byte begins with
   while (!label.empty()) {
-    if (!take_character(label)) {
+    const auto first = static_cast<unsigned char>(label[0]);
+    const auto ones = static_cast<std::size_t>(std::countl_one(first));
+    const std::size_t size = std::max<std::size_t>(ones, 1);
+    if (ones == 1 || ones > 4 || label.size() < size) {
       return false;
     }
+    unsigned code = first & (0xFFu >> ones);
+    for (const char c : label.substr(1, size - 1)) {
+      if ((static_cast<unsigned char>(c) & 0xC0) != 0x80) {
+        return false;
+      }
+      code = code << 6 | (static_cast<unsigned char>(c) & 0x3Fu);
+    }
+    if (code < kLeast[ones] || (code & 0x1FF800) == 0xD800 || code > 0x10FFFF) {
+      return false;
+    }
+    label.remove_prefix(size);
   }
   return true;
 }
@@ -95,11 +87,7 @@ std::optional<std::string> parse_name(std::string_view text) {
   while (!text.empty()) {
     std::string label;
     while (!text.empty() && text[0] != '.') {
-      const std::optional<char> byte = take_byte(text);
-      if (!byte) {
-        return std::nullopt;
-      }
-      label += *byte;
+      label += take_byte(text);
     }
     if (!is_label(label) || name.size() + label.size() + 2 > kNameMax) {
       return std::nullopt;
@@ -168,12 +156,13 @@ std::optional<ServiceType> parse_browse_type(std::string_view text) {
   return type && type->subtypes.size() <= 1 ? type : std::nullopt;
 }
 
-std::string type_text(const ServiceType& type) { return type.application + "." + type.transport + "."; }
-
-std::string type_name(const ServiceType& type) { return name_of({type.application, type.transport, "local"}); }
+std::string type_text(std::string_view type_name) {
+  const std::string text = name_to_text(type_name);
+  return text.substr(0, text.size() - std::string_view("local.").size());
+}
 
 std::string subtype_name(const ServiceType& type, const std::string& subtype) {
-  return name_of({subtype, "_sub", type.application, type.transport, "local"});
+  return *prepend_label(subtype, *prepend_label("_sub", type.name));
 }
 
 std::string truncate_utf8(std::string_view name, std::size_t room) {

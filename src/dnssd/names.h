@@ -35,10 +35,9 @@ std::string name_of(std::initializer_list<std::string_view> labels);
 // The presentation format, with the trailing dot.
 std::string name_to_text(std::string_view name);
 
-// A registration type taken apart: "_ipp._tcp" with the subtypes that were named with it.
+// A registration type: "_ipp._tcp" with the subtypes that were named with it.
 struct ServiceType {
-  std::string application;            // "_ipp"
-  std::string transport;              // "_tcp" or "_udp"
+  std::string name;                   // _ipp._tcp.local
   std::vector<std::string> subtypes;  // "_universal", in the order given
 };
 
@@ -50,8 +49,7 @@ std::optional<ServiceType> parse_service_type(std::string_view text);
 // The same for a browse, which may also put the subtype first: "_universal._ipp._tcp". At most one subtype.
 std::optional<ServiceType> parse_browse_type(std::string_view text);
 
-std::string type_text(const ServiceType& type);                                 // "_ipp._tcp.", as replies carry it
-std::string type_name(const ServiceType& type);                                 // the name _ipp._tcp.local
+std::string type_text(std::string_view type_name);                              // "_ipp._tcp.", as replies carry it
 std::string subtype_name(const ServiceType& type, const std::string& subtype);  // _universal._sub._ipp._tcp.local
 
 // Cuts `name` to at most `room` bytes without cutting through a UTF-8 character.

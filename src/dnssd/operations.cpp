@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
 // Lifecycle of an operation: operation_new makes it; events and replies find it by its handle; operation_release takes it out of
 // the registry, so that nothing finds it any more, and stops it.
-// Lifecycle of a reply: it is queued when an event arrives and delivered at the end of a pass.
+// Lifecycle of a reply: it is queued when an event arrives and delivered at the end of a pass (engine.cpp).
+#include <utility>
+
 #include "dnssd/interface.h"
 
 namespace dnssd {
 namespace {
-
-// Replies per DNSServiceProcessResult: enough to be cheap in a burst, few enough that the caller's loop comes round.
-constexpr int kRepliesPerPass = 64;
 
 unsigned is_published(const Operation& operation) {
   return std::holds_alternative<Registration>(operation.part) || std::holds_alternative<Record>(operation.part) ? 1 : 0;
@@ -28,9 +27,7 @@ void release_one(Operation& operation) {
     mdns::link_hold_goodbyes(link_of(operation), now, gEngine->goodbyes_until);
   }
   std::visit([&](auto& part) { operation_stop(operation, part); }, operation.part);
-  for (const mdns::QueryId query : operation.queries) {
-    mdns::query_stop(link_of(operation), monotonic_now(), query);
-  }
+  stop_asking(operation);
   --operation.interface->operations;
   operation.interface->idle_since = monotonic_now();
 }
@@ -76,14 +73,18 @@ void operation_release(Operation& operation) {
   }
 }
 
-void operation_pass(const mdns::Event& event) {
-  Operation* operation = operation_find(static_cast<Handle>(event.tag));
-  if (operation != nullptr) {
-    std::visit([&](auto& part) { operation_event(*operation, part, event); }, operation->part);
-  }
+mdns::Link& link_of(const Operation& operation) { return interface_link(*operation.interface); }
+
+mdns::PublicationId publish(const Operation& operation, const std::string& name, std::span<const mdns::RecordData> records,
+                            mdns::Claim claim) {
+  return mdns::publish(link_of(operation), monotonic_now(), name, records, claim, operation.handle);
 }
 
-mdns::Link& link_of(const Operation& operation) { return interface_link(*operation.interface); }
+void stop_asking(Operation& operation) {
+  for (const mdns::QueryId query : std::exchange(operation.queries, {})) {
+    mdns::query_stop(link_of(operation), monotonic_now(), query);
+  }
+}
 
 void ask(Operation& operation, const std::string& name, std::uint16_t rrtype, mdns::Interest interest) {
   operation.queries.push_back(mdns::query_start(link_of(operation), monotonic_now(), name, rrtype, operation.handle, interest));
@@ -95,17 +96,8 @@ void reply_queue(Operation& operation, decltype(Reply::deliver)&& deliver) {
   ++gEngine->deliverable;
 }
 
-void replies_deliver() {
-  // A callback may end this engine, and another call in it may have begun a new one, which is not passing.
-  for (int i = 0; i < kRepliesPerPass && gEngine != nullptr && gEngine->is_passing && !gEngine->replies.empty();) {
-    const Reply reply = std::move(gEngine->replies.front());
-    gEngine->replies.pop_front();
-    if (Operation* operation = operation_find(reply.to)) {
-      --operation->queued;
-      ++i;
-      reply.deliver(*operation, --gEngine->deliverable == 0 ? 0 : kDNSServiceFlagsMoreComing);
-    }
-  }
+void resume_in(const Operation& operation, mdns::Time delay, void (*resume)(Operation& operation)) {
+  gEngine->resumptions.emplace(monotonic_now() + delay, Resumption{operation.handle, resume});
 }
 
 }  // namespace dnssd

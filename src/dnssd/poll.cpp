@@ -40,11 +40,14 @@ void timer_fired(void* context) {
 
 // Sets whether the poll is readable for no other reason.
 void set_awake(Poll& poll, bool is_awake) {
-  epoll_event event{};
-  event.events = is_awake ? std::uint32_t{EPOLLIN} : 0u;
-  event.data.ptr = &poll.wake;
-  if (std::exchange(poll.is_awake, is_awake) != is_awake) {
-    epoll_ctl(poll.epoll_fd, EPOLL_CTL_MOD, poll.wake.fd, &event);
+  if (std::exchange(poll.is_awake, is_awake) == is_awake) {
+    return;
+  }
+  eventfd_t count = 1;
+  if (is_awake) {
+    eventfd_write(poll.wake.fd, count);
+  } else {
+    eventfd_read(poll.wake.fd, &count);
   }
 }
 
@@ -60,11 +63,9 @@ mdns::Time time_asleep() {
 bool poll_open(Poll& poll) {
   poll.epoll_fd = epoll_create1(EPOLL_CLOEXEC);
   poll.timer = {timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK), timer_fired, &poll};
-  poll.wake = {eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK), [](void* context) { set_awake(*static_cast<Poll*>(context), false); },
+  poll.wake = {eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), [](void* context) { set_awake(*static_cast<Poll*>(context), false); },
                &poll};
-  poll.is_awake = true;
   if (poll_add(poll, poll.timer) && poll_add(poll, poll.wake)) {
-    set_awake(poll, false);
     return true;
   }
   poll_close(poll);

@@ -25,8 +25,8 @@ struct Poll {
   int epoll_fd = -1;
   Watch timer;                      // a timerfd, fires at the next deadline
   mdns::Time armed = mdns::kNever;  // what the timer is set to
-  Watch wake;                       // an eventfd that is always readable
-  bool is_awake = false;            // and is looked at
+  Watch wake;                       // an eventfd
+  bool is_awake = false;            // it is readable
   std::unordered_set<Watch*> watches;
 };
 

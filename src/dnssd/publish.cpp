@@ -19,19 +19,16 @@ namespace {
 // RFC 6762 section 17 holds a message to 9000 bytes; more rdata than this could never be sent.
 constexpr std::size_t kRdataMax = 8192;
 
-// RFC 6762 section 8.1: after fifteen conflicts within ten seconds, at least five seconds before each further try. Conflicts
-// count together until there has been none for ten seconds.
+// RFC 6762 section 8.1: after fifteen conflicts within ten seconds, at least five seconds (kConflictPause) before each further
+// try. Conflicts count together until there has been none for ten seconds.
 constexpr std::uint32_t kConflictsMax = 15;
 constexpr mdns::Time kConflictsForgotten = 10 * mdns::kSecond;
-constexpr mdns::Time kConflictPause = 5 * mdns::kSecond;
 
-std::string instance_of(const Registration& registration) {
-  return name_of({registration.name, registration.type.application, registration.type.transport, "local"});
-}
+std::string instance_of(const Registration& registration) { return *prepend_label(registration.name, registration.type.name); }
 
-std::string srv_rdata(const Registration& registration) {
+mdns::RecordData srv_data(const Registration& registration) {
   const char head[] = {0, 0, 0, 0, static_cast<char>(registration.port >> 8), static_cast<char>(registration.port & 0xFF)};
-  return std::string(head, sizeof head) + registration.host;
+  return {mdns::kTypeSrv, 0, std::string(head, sizeof head) + host_alias(*registration.host)};
 }
 
 void report_name(Operation& operation, const Registration& registration, DNSServiceFlags flags, DNSServiceErrorType error) {
@@ -41,7 +38,8 @@ void report_name(Operation& operation, const Registration& registration, DNSServ
   const std::string name = registration.name;
   reply_queue(operation, [=](const Operation& to, DNSServiceFlags more) {
     const Registration& part = std::get<Registration>(to.part);
-    part.callback(service_ref(to.handle), flags | more, error, name.c_str(), type_text(part.type).c_str(), "local.", to.context);
+    part.callback(service_ref(to.handle), flags | more, error, name.c_str(), type_text(part.type.name).c_str(), "local.",
+                  to.context);
   });
 }
 
@@ -55,35 +53,33 @@ void report_record(Operation& operation, DNSServiceErrorType error) {
 void publish_pointers(Operation& operation, Registration& registration) {
   const auto publish_pointer = [&](const std::string& name, const std::string& target) {
     const mdns::RecordData record{mdns::kTypePtr, 0, target};
-    registration.pointers.push_back(
-        mdns::publish(link_of(operation), monotonic_now(), name, {&record, 1}, mdns::Claim::shared, operation.handle));
+    registration.pointers.push_back(publish(operation, name, {&record, 1}, mdns::Claim::shared));
   };
-  const std::string type = type_name(registration.type);
   const std::string instance = instance_of(registration);
-  publish_pointer(type, instance);
+  publish_pointer(registration.type.name, instance);
   for (const std::string& subtype : registration.type.subtypes) {
     publish_pointer(subtype_name(registration.type, subtype), instance);
   }
-  publish_pointer(name_of({"_services", "_dns-sd", "_udp", "local"}), type);
+  publish_pointer(name_of({"_services", "_dns-sd", "_udp", "local"}), registration.type.name);
 }
 
-// Whether the conflicts have come so fast that the next name has to wait.
-bool must_pause(Registration& registration, mdns::Time now) {
-  if (now - registration.last_conflict > kConflictsForgotten) {
-    registration.conflicts = 0;
-  }
-  registration.last_conflict = now;
-  return ++registration.conflicts >= kConflictsMax;
+// Publishes SRV and TXT data under the name that is to be tried.
+void try_name(Operation& operation) {
+  Registration& registration = std::get<Registration>(operation.part);
+  const mdns::RecordData records[] = {srv_data(registration), {mdns::kTypeTxt, 0, registration.txt}};
+  registration.service = publish(operation, instance_of(registration), records, mdns::Claim::exclusive);
 }
 
 void try_next_name(Operation& operation, Registration& registration) {
   const mdns::Time now = monotonic_now();
+  registration.conflicts = now - registration.last_conflict > kConflictsForgotten ? 1 : registration.conflicts + 1;
+  registration.last_conflict = now;
   registration.name = next_service_name(registration.name);
   registration.is_reported = false;
-  if (must_pause(registration, now)) {
-    gEngine->renamings.emplace(now + kConflictPause, operation.handle);
+  if (registration.conflicts >= kConflictsMax) {
+    resume_in(operation, kConflictPause, try_name);
   } else {
-    registration_start(operation);
+    try_name(operation);
   }
 }
 
@@ -91,11 +87,15 @@ void try_next_name(Operation& operation, Registration& registration) {
 // gets one then.
 void end_pointers(Operation& operation, Registration& registration, bool is_ours) {
   for (const mdns::PublicationId& pointer : registration.pointers) {
-    const auto end =
-        is_ours || &pointer == &registration.pointers.back() ? mdns::publication_withdraw : mdns::publication_forsake;
-    end(link_of(operation), monotonic_now(), pointer);
+    const bool says_goodbye = is_ours || &pointer == &registration.pointers.back();
+    mdns::publication_withdraw(link_of(operation), monotonic_now(), pointer, says_goodbye);
   }
   registration.pointers.clear();
+}
+
+void withdraw(Operation& operation, Registration& registration) {
+  end_pointers(operation, registration, true);
+  mdns::publication_withdraw(link_of(operation), monotonic_now(), registration.service);
 }
 
 }  // namespace
@@ -104,11 +104,9 @@ bool is_publishable(std::uint16_t rrtype, const std::string& rdata) {
   return !rdata.empty() && rdata.size() <= kRdataMax && mdns::is_rdata(rrtype, rdata);
 }
 
-void registration_start(Operation& operation) {
-  Registration& registration = std::get<Registration>(operation.part);
-  const mdns::RecordData records[] = {{mdns::kTypeSrv, 0, srv_rdata(registration)}, {mdns::kTypeTxt, 0, registration.txt}};
-  registration.service = mdns::publish(link_of(operation), monotonic_now(), instance_of(registration), records,
-                                       mdns::Claim::exclusive, operation.handle);
+void registration_start(Operation& operation, const std::string& host) {
+  std::get<Registration>(operation.part).host = &host_join(operation, host);
+  try_name(operation);
 }
 
 void operation_event(Operation& operation, Registration& registration, const mdns::Event& event) {
@@ -148,29 +146,36 @@ DNSServiceErrorType registration_update(Operation& operation, const std::string&
   const mdns::RecordData data{mdns::kTypeTxt, ttl, txt};
   if (registration.service != 0 && !mdns::publication_update(link_of(operation), monotonic_now(), registration.service, data)) {
     // Others hold the same service and keep what they have: then the new data is a service of its own.
-    operation_stop(operation, registration);
-    registration_start(operation);
+    withdraw(operation, registration);
+    try_name(operation);
   }
   return kDNSServiceErr_NoError;
 }
 
 void operation_stop(Operation& operation, Registration& registration) {
-  end_pointers(operation, registration, true);
-  mdns::publication_withdraw(link_of(operation), monotonic_now(), registration.service);
+  withdraw(operation, registration);
+  host_leave(*registration.host, operation);
 }
 
-void registrations_resume(mdns::Time now) {
-  while (!gEngine->renamings.empty() && gEngine->renamings.begin()->first <= now) {
-    Operation* operation = operation_find(gEngine->renamings.extract(gEngine->renamings.begin()).mapped());
-    if (operation != nullptr) {
-      registration_start(*operation);
-    }
+void record_start(Operation& operation, const std::string& name, mdns::Claim claim) {
+  Record& record = std::get<Record>(operation.part);
+  if (claim == mdns::Claim::shared && is_address(record.data.type)) {
+    record.host = &host_join(operation, name);
+    host_renamed(operation);
+    record.is_reported = true;  // nobody can take it away
+    report_record(operation, kDNSServiceErr_NoError);
+  } else {
+    record.publication = publish(operation, name, {&record.data, 1}, claim);
   }
 }
 
-void record_start(Operation& operation, const std::string& name, mdns::Claim claim, const mdns::RecordData& data) {
-  Record& record = std::get<Record>(operation.part);
-  record.publication = mdns::publish(link_of(operation), monotonic_now(), name, {&data, 1}, claim, operation.handle);
+void host_renamed(Operation& member) {
+  if (auto* registration = std::get_if<Registration>(&member.part)) {
+    mdns::publication_update(link_of(member), monotonic_now(), registration->service, srv_data(*registration), true);
+  } else if (auto* record = std::get_if<Record>(&member.part)) {
+    mdns::publication_withdraw(link_of(member), monotonic_now(), record->publication);
+    record->publication = publish(member, host_alias(*record->host), {&record->data, 1}, mdns::Claim::yielding);
+  }
 }
 
 void operation_event(Operation& operation, Record& record, const mdns::Event& event) {
@@ -179,7 +184,9 @@ void operation_event(Operation& operation, Record& record, const mdns::Event& ev
   }
   if (event.kind == mdns::Event::Kind::conflict) {
     record.publication = 0;
-    report_record(operation, kDNSServiceErr_NameConflict);
+    if (record.host == nullptr) {  // else it will get another name
+      report_record(operation, kDNSServiceErr_NameConflict);
+    }
   } else if (!std::exchange(record.is_reported, true)) {
     report_record(operation, kDNSServiceErr_NoError);
   }
@@ -187,19 +194,28 @@ void operation_event(Operation& operation, Record& record, const mdns::Event& ev
 
 void operation_stop(Operation& operation, Record& record) {
   mdns::publication_withdraw(link_of(operation), monotonic_now(), record.publication);
+  if (record.host != nullptr) {
+    host_leave(*record.host, operation);
+  }
 }
 
 DNSServiceErrorType record_update(Operation& operation, const std::string& rdata, std::uint32_t ttl) {
-  const Record& record = std::get<Record>(operation.part);
-  if (record.publication == 0) {
+  Record& record = std::get<Record>(operation.part);
+  if (record.publication == 0 && record.host == nullptr) {
     return kDNSServiceErr_BadState;
   }
-  if (!is_publishable(record.rrtype, rdata)) {
+  if (!is_publishable(record.data.type, rdata)) {
     return kDNSServiceErr_BadParam;
   }
-  const mdns::RecordData data{record.rrtype, ttl, rdata};
-  return mdns::publication_update(link_of(operation), monotonic_now(), record.publication, data) ? kDNSServiceErr_NoError
-                                                                                                 : kDNSServiceErr_NameConflict;
+  const mdns::RecordData data{record.data.type, ttl, rdata};
+  if (record.publication != 0 && !mdns::publication_update(link_of(operation), monotonic_now(), record.publication, data)) {
+    return kDNSServiceErr_NameConflict;
+  }
+  record.data = data;
+  if (record.host != nullptr) {
+    host_review(*record.host);
+  }
+  return kDNSServiceErr_NoError;
 }
 
 }  // namespace dnssd

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Lifecycle of a taken signal: signals_review blocks it in the mask that the caller gets back, and adds it to the signalfd;
+// Lifecycle of a taken signal: signals_review adds it to the signalfd, and it is blocked in the mask that the caller gets back;
 // when it arrives the watch notes it, and the engine's pass ends in signals_die_if_caught. It is given back as soon as
 // nothing is registered any more.
 #include <pthread.h>
@@ -27,7 +27,7 @@ constexpr int kExitOfSignal = 128;
 constexpr sigset_t kNone{};
 
 int gDepth = 0;     // frames
-sigset_t gCallers;  // the mask to restore when the outermost frame ends
+sigset_t gCallers;  // the caller's mask, without what is taken
 sigset_t gTaken{};  // of kEndings
 Watch gWatch;       // on a signalfd, from the first signal that is taken until the engine ends
 int gCaught = 0;    // a taken signal that has arrived, 0: none
@@ -41,8 +41,7 @@ bool has_default_action(int signal) {
 sigset_t to_be_taken() {
   sigset_t wanted{};
   for (const int signal : kEndings) {
-    const bool is_free = sigismember(&gTaken, signal) == 1 || sigismember(&gCallers, signal) == 0;
-    if (is_free && has_default_action(signal)) {
+    if (sigismember(&gCallers, signal) == 0 && has_default_action(signal)) {
       sigaddset(&wanted, signal);
     }
   }
@@ -53,30 +52,6 @@ void signal_arrived(void*) {
   signalfd_siginfo info{};
   if (read(gWatch.fd, &info, sizeof info) == sizeof info) {
     gCaught = static_cast<int>(info.ssi_signo);
-  }
-}
-
-// Notes what is taken now: that is blocked in the callers' mask, and what was taken before no longer.
-void note_taken(const sigset_t& wanted) {
-  for (const int signal : kEndings) {
-    if (sigismember(&wanted, signal) == 1) {
-      sigaddset(&gCallers, signal);
-    } else if (sigismember(&gTaken, signal) == 1) {
-      sigdelset(&gCallers, signal);
-    }
-  }
-  gTaken = wanted;
-}
-
-void take(const sigset_t& wanted) {
-  const bool is_new = gWatch.fd < 0;
-  const int fd = signalfd(gWatch.fd, &wanted, SFD_CLOEXEC | SFD_NONBLOCK);
-  if (fd < 0) {
-    return;
-  }
-  gWatch = {fd, signal_arrived, nullptr};
-  if (!is_new || poll_add(gEngine->poll, gWatch)) {
-    note_taken(wanted);
   }
 }
 
@@ -92,20 +67,35 @@ void signals_hold() {
     sigdelset(&held, fault);
   }
   pthread_sigmask(SIG_BLOCK, &held, &gCallers);
+  for (const int signal : kEndings) {
+    if (sigismember(&gTaken, signal) == 1) {
+      sigdelset(&gCallers, signal);
+    }
+  }
 }
 
 void signals_release() {
   if (--gDepth == 0) {
-    const sigset_t callers = gCallers;
-    pthread_sigmask(SIG_SETMASK, &callers, nullptr);
+    sigset_t mask;
+    sigorset(&mask, &gCallers, &gTaken);
+    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
   }
 }
 
 void signals_review(bool publishing) {
   const bool is_init = getpid() == 1;
   const sigset_t wanted = publishing && !is_init ? to_be_taken() : kNone;
-  if (std::memcmp(&wanted, &gTaken, sizeof wanted) != 0) {
-    take(wanted);
+  if (std::memcmp(&wanted, &gTaken, sizeof wanted) == 0) {
+    return;
+  }
+  const bool is_new = gWatch.fd < 0;
+  const int fd = signalfd(gWatch.fd, &wanted, SFD_CLOEXEC | SFD_NONBLOCK);
+  if (fd < 0) {
+    return;
+  }
+  gWatch = {fd, signal_arrived, nullptr};
+  if (!is_new || poll_add(gEngine->poll, gWatch)) {
+    gTaken = wanted;
   }
 }
 
@@ -115,7 +105,7 @@ void signals_die_if_caught() {
     return;
   }
   if (!has_default_action(signal)) {  // the program has come to another mind
-    take(kNone);
+    signals_review(false);
     kill(getpid(), signal);
     return;
   }
@@ -128,7 +118,7 @@ void signals_die_if_caught() {
 }
 
 void signals_forget() {
-  note_taken(kNone);
+  gTaken = kNone;
   gCaught = 0;
 }
 

@@ -25,8 +25,7 @@ constexpr int kHopLimit = 255;  // RFC 6762 section 11
 constexpr std::size_t kMessageMax = 9000;
 
 // One pass takes this many datagrams from a socket, so that each gets its turn.
-constexpr int kBatch = 16;
-constexpr int kBatchesPerPass = 4;
+constexpr int kDatagramsPerPass = 64;
 
 union Address {
   sockaddr any;
@@ -55,11 +54,9 @@ Address to_sockaddr(const mdns::Endpoint& endpoint, std::uint32_t interface_inde
 
 // RFC 6762 section 11: the source is on the link.
 bool is_local(const Interface& interface, const mdns::Endpoint& source) {
-  const auto holds_source = [&](const Prefix& prefix) {
-    return prefix.protocol == source.protocol && is_within(source.address, prefix);
-  };
-  return is_link_local(source.protocol, source.address) ||
-         std::any_of(interface.prefixes.begin(), interface.prefixes.end(), holds_source);
+  return is_link_local(source.protocol, source.address) || std::ranges::any_of(interface.prefixes, [&](const Prefix& prefix) {
+           return prefix.protocol == source.protocol && is_within(source.address, prefix);
+         });
 }
 
 // Whether the datagram was sent to the group: its destination is in the control data.
@@ -71,56 +68,26 @@ bool is_to_group(msghdr& header, mdns::Protocols protocol) {
   return item != nullptr && std::memcmp(CMSG_DATA(item) + place, group_of(protocol).address.data(), size) == 0;
 }
 
-// Room for one recvmmsg call: of the process's one thread in the library, and too large for a stack.
-struct Batch {
-  mmsghdr messages[kBatch];
-  iovec vectors[kBatch];
-  Address sources[kBatch];
-  alignas(cmsghdr) char control[kBatch][CMSG_SPACE(sizeof(in6_pktinfo))];
-  std::uint8_t bytes[kBatch][kMessageMax];
-};
-
-Batch gBatch;
-
-int receive_batch(int fd) {
-  for (int i = 0; i < kBatch; ++i) {
-    gBatch.vectors[i] = {gBatch.bytes[i], kMessageMax};
-    msghdr& header = gBatch.messages[i].msg_hdr;
-    header = {};
-    header.msg_name = &gBatch.sources[i];
-    header.msg_namelen = sizeof gBatch.sources[i];
-    header.msg_iov = &gBatch.vectors[i];
-    header.msg_iovlen = 1;
-    header.msg_control = gBatch.control[i];
-    header.msg_controllen = sizeof gBatch.control[i];
-  }
-  return recvmmsg(fd, gBatch.messages, kBatch, MSG_DONTWAIT, nullptr);
-}
-
-void pass_on(const Socket& socket, int place, mdns::Time now) {
-  mmsghdr& message = gBatch.messages[place];
-  const bool is_of_link = (socket.interface->protocols & socket.protocol) != 0;  // or what was sent before that went
-  if (!is_of_link || (message.msg_hdr.msg_flags & MSG_TRUNC) != 0) {
-    return;
-  }
-  const mdns::Endpoint source = to_endpoint(&gBatch.sources[place].any);
-  mdns::link_receive(interface_link(*socket.interface), now,
-                     {.source = source,
-                      .to_group = is_to_group(message.msg_hdr, socket.protocol),
-                      .is_local = is_local(*socket.interface, source),
-                      .bytes = mdns::Bytes(gBatch.bytes[place], message.msg_len)});
-}
-
 void receive(void* context) {
   const Socket& socket = *static_cast<const Socket*>(context);
-  const mdns::Time now = monotonic_now();
-  for (int batch = 0; batch < kBatchesPerPass; ++batch) {
-    const int count = receive_batch(socket.watch.fd);
-    for (int i = 0; i < count; ++i) {
-      pass_on(socket, i, now);
-    }
-    if (count < kBatch) {
+  static std::uint8_t bytes[kMessageMax];
+  for (int i = 0; i < kDatagramsPerPass; ++i) {
+    Address address{};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in6_pktinfo))];
+    iovec place{bytes, sizeof bytes};
+    msghdr header{&address, sizeof address, &place, 1, control, sizeof control, 0};
+    const ssize_t size = recvmsg(socket.watch.fd, &header, MSG_DONTWAIT);
+    if (size < 0) {
       return;
+    }
+    const bool is_of_link = (socket.interface->protocols & socket.protocol) != 0;  // or what was sent before that went
+    if (is_of_link && (header.msg_flags & MSG_TRUNC) == 0) {
+      const mdns::Endpoint source = to_endpoint(&address.any);
+      mdns::link_receive(interface_link(*socket.interface), monotonic_now(),
+                         {.source = source,
+                          .to_group = is_to_group(header, socket.protocol),
+                          .is_local = is_local(*socket.interface, source),
+                          .bytes = mdns::Bytes(bytes, static_cast<std::size_t>(size))});
     }
   }
 }
@@ -151,18 +118,6 @@ bool prepare(int fd, const Interface& interface, mdns::Protocols protocol) {
   return (protocol == mdns::kIpv4 ? set_options_ipv4(fd) : set_options_ipv6(fd)) && bind(fd, &any.any, sizeof any) == 0;
 }
 
-DNSServiceErrorType open_socket(Interface& interface, mdns::Protocols protocol) {
-  Socket& opened = interface.sockets[mdns::index_of(protocol)];
-  const int family = protocol == mdns::kIpv4 ? AF_INET : AF_INET6;
-  opened = {{socket(family, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), receive, &opened}, &interface, protocol};
-  if (opened.watch.fd >= 0 && prepare(opened.watch.fd, interface, protocol) && poll_add(gEngine->poll, opened.watch)) {
-    return kDNSServiceErr_NoError;
-  }
-  const int error = errno;
-  poll_remove(gEngine->poll, opened.watch);
-  return error == ENODEV ? kDNSServiceErr_BadInterfaceIndex : error == EPERM ? kDNSServiceErr_NoAuth : kErrServiceNotRunning;
-}
-
 }  // namespace
 
 mdns::Endpoint to_endpoint(const sockaddr* address) {
@@ -182,11 +137,18 @@ mdns::Endpoint to_endpoint(const sockaddr* address) {
 DNSServiceErrorType sockets_open(Interface& interface) {
   DNSServiceErrorType result = kErrServiceNotRunning;
   for (const mdns::Protocols protocol : mdns::kEachProtocol) {
-    const DNSServiceErrorType error = open_socket(interface, protocol);
-    if (error == kDNSServiceErr_BadInterfaceIndex || error == kDNSServiceErr_NoAuth) {
-      return error;
+    Socket& opened = interface.sockets[mdns::index_of(protocol)];
+    const int family = protocol == mdns::kIpv4 ? AF_INET : AF_INET6;
+    opened = {{socket(family, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), receive, &opened}, &interface, protocol};
+    if (opened.watch.fd >= 0 && prepare(opened.watch.fd, interface, protocol) && poll_add(gEngine->poll, opened.watch)) {
+      result = kDNSServiceErr_NoError;
+      continue;
     }
-    result = error == kDNSServiceErr_NoError ? error : result;
+    const int error = errno;
+    poll_remove(gEngine->poll, opened.watch);
+    if (error == ENODEV || error == EPERM) {
+      return error == ENODEV ? kDNSServiceErr_BadInterfaceIndex : kDNSServiceErr_NoAuth;
+    }
   }
   sockets_join(interface);
   return result;

@@ -4,7 +4,6 @@
 #include <algorithm>
 
 #include "mdns/link.h"
-#include "mdns/writer.h"
 
 namespace mdns {
 namespace {
@@ -29,8 +28,8 @@ void hurry_rrset(Link& link, const OwnedRecord& record) {
   }
   for (OwnedRecord* other : record.owner->records) {
     ++link.steps;
-    const bool is_one = other != &record && other->type == record.type && other->is_unique && other->is_live;
-    if (is_one && other->announcement.at > link.now && !was_multicast_since(*other, link.protocols, link.now - kFlushSpares)) {
+    const bool is_rest = other != &record && share_rrset(record, *other) && other->is_live;
+    if (is_rest && other->announcement.at > link.now && !was_multicast_since(*other, link.protocols, link.now - kFlushSpares)) {
       other->announcements_left = std::max<std::uint8_t>(other->announcements_left, 1);
       link.announcer.due.set(*other, link.now);
     }
@@ -64,13 +63,13 @@ bool write(Writer& writer, const OwnedRecord& record, std::uint32_t ttl, bool ca
   return writer_add_record(writer, Section::answers, name_of(record), record.type, ttl, cache_flush, record.rdata);
 }
 
-// RFC 6762 section 6: a record goes to the group once a second at most, with the rest of its RRset unless that is on its way this
-// very moment, or the record is new. One that has just been sent as an answer has been
-// announced by that, if all protocols had it; else it waits. Changed data is said again in any case: the cache-flush of the
-// first time spares what the old data's last second was. True when it is not to be announced now.
+// RFC 6762 section 6: a record goes to the group once a second at most, with the rest of its RRset unless that has just gone out,
+// or the record is new. One that has just been sent as an answer has been announced by that, if all protocols had it; else it
+// waits. Changed data is said again in any case: the cache-flush of the first time spares what the old data's last second was.
+// True when it is not to be announced now.
 bool is_just_sent(Link& link, OwnedRecord& record) {
   const bool is_new = record.is_change && record.announcements_left == kAnnouncements;
-  const Time last = rrset_multicast_at(record, link.protocols, is_new ? kLongAgo : link.now);
+  const Time last = rrset_multicast_at(record, link.protocols, is_new ? kLongAgo : link.now - kFlushSpares);
   if (last + kSecond <= link.now) {
     return false;
   }
@@ -82,32 +81,28 @@ bool is_just_sent(Link& link, OwnedRecord& record) {
 
 // What does not fit is left for the next packet, in these two: false. More than any packet holds is not said.
 bool write_goodbyes(Link& link, Writer& writer) {
-  Heap<OwnedRecord, &OwnedRecord::announcement>& goodbyes = link.announcer.goodbyes;
-  while (goodbyes.next() <= link.now) {
-    OwnedRecord& record = *goodbyes.first();
+  while (OwnedRecord* record = link.announcer.goodbyes.due(link.now)) {
     ++link.steps;
-    if (!record.is_forsaken && !write(writer, record, 0, false) && !writer_is_empty(writer)) {
+    if (!record->is_forsaken && !write(writer, *record, 0, false) && !writer_is_empty(writer)) {
       return false;
     }
-    zone_forget(link, record);
+    zone_forget(link, *record);
   }
   return true;
 }
 
 void write_announcements(Link& link, Writer& writer) {
-  Heap<OwnedRecord, &OwnedRecord::announcement>& due = link.announcer.due;
-  while (due.next() <= link.now) {
-    OwnedRecord& record = *due.first();
-    if (is_just_sent(link, record)) {
+  while (OwnedRecord* record = link.announcer.due.due(link.now)) {
+    if (is_just_sent(link, *record)) {
       continue;
     }
-    hurry_rrset(link, record);
-    if (write(writer, record, record.ttl, record.is_unique)) {
-      note_announced(link, record);
+    hurry_rrset(link, *record);
+    if (write(writer, *record, record->ttl, record->is_unique)) {
+      note_announced(link, *record);
     } else if (!writer_is_empty(writer)) {
       return;
     } else {
-      due.set(record, kNever);
+      link.announcer.due.set(*record, kNever);
     }
   }
 }
@@ -129,8 +124,8 @@ void announce_change(Link& link, OwnedRecord& record, Time by) {
 
 void announce_rest(Link& link, OwnedRecord& record) {
   if (record.announcements_left > 0) {
-    link.announcer.due.set(record,
-                           std::max(link.now + kGatheredWithin, latest_multicast(record, link.protocols) + kAnnouncementsApart));
+    const Time again_at = latest_multicast(record, link.protocols) + kAnnouncementsApart;
+    link.announcer.due.set(record, std::max(link.now + kGatheredWithin, again_at));
   }
 }
 
@@ -144,11 +139,12 @@ void announcer_say_goodbye(Link& link, OwnedRecord& record) {
   link.announcer.goodbyes.set(record, std::max({link.now, link.goodbyes_at, remembered_until}));
 }
 
-void announcer_write(Link& link, Writer& writer) {
-  writer_begin(writer, true);
+Writer announcer_write(Link& link) {
+  Writer writer = writer_new(true);
   if (write_goodbyes(link, writer)) {
     write_announcements(link, writer);
   }
+  return writer;
 }
 
 }  // namespace mdns

@@ -2,11 +2,10 @@
 // Announcements, twice and a second apart, and goodbyes (RFC 6762 sections 8.3, 8.4 and 10.1).
 #pragma once
 
+#include "mdns/writer.h"
 #include "mdns/zone.h"
 
 namespace mdns {
-
-struct Writer;
 
 struct Announcer {
   Heap<OwnedRecord, &OwnedRecord::announcement> due;
@@ -28,7 +27,7 @@ void announcer_stop(Link& link, OwnedRecord& record);
 // The record has lost its last holder: it is freed when its goodbye has been written.
 void announcer_say_goodbye(Link& link, OwnedRecord& record);
 
-// Writes the packet with as much of what is due as fits: goodbyes, then announcements.
-void announcer_write(Link& link, Writer& writer);
+// The packet with as much of what is due as fits: goodbyes, then announcements.
+Writer announcer_write(Link& link);
 
 }  // namespace mdns

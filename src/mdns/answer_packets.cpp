@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "mdns/link.h"
-#include "mdns/writer.h"
 
 namespace mdns {
 namespace {
@@ -14,12 +13,15 @@ constexpr std::uint32_t kLegacyTtlMax = 10;  // seconds (RFC 6762 section 6.7)
 // several packets for each one.
 constexpr std::size_t kAdditionalForAtMost = 200;
 
-// A batch of records on its way into packets; each goes into it once.
+// A batch of records on its way into packets, to the group or to one host; each record goes into it once.
 struct Batch {
   Link& link;
-  Protocols over;
-  std::vector<OwnedRecord*> answers;
-  std::vector<OwnedRecord*> additionals;
+  Protocols over;  // kNoProtocol: to one host
+  Endpoint to = {};
+  bool is_legacy = false;
+  std::vector<OwnedRecord*> answers = {};
+  std::vector<OwnedRecord*> additionals = {};
+  Writer writer = writer_new(true);
 };
 
 void add_once(Batch& batch, std::vector<OwnedRecord*>& list, OwnedRecord& record) {
@@ -38,7 +40,7 @@ void add_rrset(Batch& batch, std::vector<OwnedRecord*>& list, OwnedRecord& recor
   const bool is_rescue = (record.rescue_over & batch.over) != 0;
   for (OwnedRecord* other : record.owner->records) {
     const bool is_kept = is_rescue && was_multicast_since(*other, batch.over, batch.link.now - kFlushSpares);
-    if (other->type == record.type && other->is_unique && other->is_live && !is_kept) {
+    if (share_rrset(record, *other) && other->is_live && !is_kept) {
       add_once(batch, list, *other);
     }
   }
@@ -71,15 +73,13 @@ void add_along(Batch& batch, std::string_view name, std::uint16_t type, std::uin
   }
 }
 
-bool is_address(const OwnedRecord& record) { return record.type == kTypeA || record.type == kTypeAaaa; }
-
 // RFC 6762 section 6.2, RFC 6763 section 12.
 void add_what_belongs_to(Batch& batch, const OwnedRecord& record) {
   if (record.type == kTypePtr) {
     add_along(batch, target_of(record.type, record.rdata), kTypeSrv, kTypeTxt);
   } else if (record.type == kTypeSrv) {
     add_along(batch, target_of(record.type, record.rdata), kTypeA, kTypeAaaa);
-  } else if (is_address(record)) {
+  } else if (is_address(record.type)) {
     add_along(batch, name_of(record), kTypeA, kTypeAaaa);
   }
 }
@@ -92,7 +92,7 @@ void collect_additionals(Batch& batch) {
   }
   const OwnedRecord* last = nullptr;
   for (const OwnedRecord* record : batch.answers) {
-    if (last == nullptr || last->owner != record->owner || !is_address(*last) || !is_address(*record)) {
+    if (last == nullptr || last->owner != record->owner || !is_address(last->type) || !is_address(record->type)) {
       add_what_belongs_to(batch, *record);
     }
     last = record;
@@ -104,83 +104,67 @@ void collect_additionals(Batch& batch) {
   }
 }
 
-// Writes the record into the packet in hand, or into the next one. In a packet of its own an additional record is an answer:
-// nobody would look for a response without one.
-void write_or_flush(Batch& batch, Writer& writer, Section section, OwnedRecord& record) {
-  const std::string_view name = name_of(record);
-  ++batch.link.steps;
-  if (!writer_add_record(writer, section, name, record.type, record.ttl, record.is_unique, record.rdata)) {
-    if (!writer_is_empty(writer)) {
-      outbox_add(batch.link, writer_take(writer), batch.over);
-      writer_begin(writer, true);
-    }
-    if (!writer_add_record(writer, Section::answers, name, record.type, record.ttl, record.is_unique, record.rdata)) {
-      return;  // more than any packet holds
-    }
+// Whether the record went into the packet in hand.
+bool add(Batch& batch, Section section, OwnedRecord& record) {
+  const std::uint32_t ttl = batch.is_legacy ? std::min(record.ttl, kLegacyTtlMax) : record.ttl;
+  const bool cache_flush = record.is_unique && !batch.is_legacy;
+  if (!writer_add_record(batch.writer, section, name_of(record), record.type, ttl, cache_flush, record.rdata)) {
+    return false;
   }
-  record_was_multicast(batch.link, record, batch.over, outbox_send_time(batch.link));
+  if (batch.over != kNoProtocol) {
+    ++batch.link.steps;
+    record_was_multicast(batch.link, record, batch.over, outbox_send_time(batch.link));
+  }
+  return true;
 }
 
-// A reply to one host on its way into packets.
-struct Reply {
-  Link& link;
-  const PendingQuery& query;
-  bool is_legacy;
-  Writer writer;
+// The same in the next packet, where an additional record is an answer: nobody would look for a response without one. False for
+// more than any packet holds.
+bool add_to_next(Batch& batch, OwnedRecord& record) {
+  outbox_add(batch.link, batch.writer, batch.over, batch.to);
+  return add(batch, Section::answers, record);
+}
 
-  void begin() {
-    writer_begin(writer, true, is_legacy ? query.message.id : std::uint16_t{0});
-    writer.compresses_srv = !is_legacy;
-    for (const Question& question : query.message.questions) {
-      if (is_legacy) {
-        writer_add_question(writer, question.name, question.type, false, question.klass);
-      }
+void write_answers(Batch& batch) {
+  for (OwnedRecord* record : batch.answers) {
+    if (add(batch, Section::answers, *record)) {
+      continue;
     }
-  }
-
-  // Whether the record went into the packet.
-  bool add(Section section, const OwnedRecord& record) {
-    const std::uint32_t ttl = is_legacy ? std::min(record.ttl, kLegacyTtlMax) : record.ttl;
-    return writer_add_record(writer, section, name_of(record), record.type, ttl, record.is_unique && !is_legacy, record.rdata);
-  }
-
-  // The same in another packet. An ordinary resolver reads one only: false.
-  bool add_to_next(const OwnedRecord& record) {
-    if (is_legacy) {
-      return false;
-    }
-    outbox_add(link, writer_take(writer), kNoProtocol, query.from.source);
-    begin();
-    return add(Section::answers, record);
-  }
-};
-
-void write_answers(Reply& reply, const std::vector<OwnedRecord*>& answers) {
-  for (const OwnedRecord* record : answers) {
-    if (!reply.add(Section::answers, *record) && !reply.add_to_next(*record) && reply.is_legacy) {
-      writer_set_truncated(reply.writer);  // the resolver asks again over TCP in vain, and takes what it has
+    if (batch.is_legacy) {  // an ordinary resolver reads one packet; it asks again over TCP in vain, and takes what it has
+      writer_set_truncated(batch.writer);
       return;
     }
+    add_to_next(batch, *record);
   }
 }
 
-// As many as there is room for, and the rest of an RRset that has begun: its cache-flush bit would take away what is missing
-// (RFC 6762 section 10.2).
-void write_additionals(Reply& reply, const std::vector<OwnedRecord*>& additionals) {
+// To the group all of them; to one host as many as there is room for, and the rest of an RRset that has begun: its cache-flush
+// bit would take away what is missing (RFC 6762 section 10.2).
+void write_additionals(Batch& batch) {
+  const bool is_multicast = batch.over != kNoProtocol;
   const OwnedRecord* last = nullptr;
-  for (const OwnedRecord* record : additionals) {
+  for (OwnedRecord* record : batch.additionals) {
     const bool is_rest = last != nullptr && last->is_unique && last->owner == record->owner && last->type == record->type;
-    if (!reply.add(Section::additionals, *record) && !(is_rest && reply.add_to_next(*record))) {
+    const bool is_needed = is_multicast || (is_rest && !batch.is_legacy);
+    const Section section = writer_is_empty(batch.writer) ? Section::answers : Section::additionals;
+    if (!add(batch, section, *record) && !(is_needed && add_to_next(batch, *record)) && !is_multicast) {
       return;
     }
     last = record;
   }
 }
 
+void send(Batch& batch) {
+  collect_additionals(batch);
+  write_answers(batch);
+  write_additionals(batch);
+  outbox_add(batch.link, batch.writer, batch.over, batch.to);
+}
+
 }  // namespace
 
 void send_answers(Link& link, const std::vector<DueAnswer>& answers, Protocols over) {
-  Batch batch{link, over, {}, {}};
+  Batch batch{link, over};
   ++link.responder.batches;
   for (const DueAnswer& answer : answers) {
     // What an earlier packet has taken along is due no longer.
@@ -188,35 +172,23 @@ void send_answers(Link& link, const std::vector<DueAnswer>& answers, Protocols o
       add_rrset(batch, batch.answers, *answer.record);
     }
   }
-  if (batch.answers.empty()) {
-    return;
-  }
-  collect_additionals(batch);
-  Writer writer;
-  writer_begin(writer, true);
-  for (OwnedRecord* record : batch.answers) {
-    write_or_flush(batch, writer, Section::answers, *record);
-  }
-  for (OwnedRecord* record : batch.additionals) {
-    write_or_flush(batch, writer, writer.counts[0] + writer.counts[1] == 0 ? Section::answers : Section::additionals, *record);
-  }
-  if (!writer_is_empty(writer)) {
-    outbox_add(link, writer_take(writer), over);
-  }
+  send(batch);
 }
 
 void send_reply(Link& link, const PendingQuery& query, const std::vector<OwnedRecord*>& answers) {
-  Batch batch{link, kNoProtocol, {}, {}};
+  Batch batch{link, kNoProtocol, query.from.source, is_legacy(query)};
   ++link.responder.batches;
   for (OwnedRecord* record : answers) {
     add_rrset(batch, batch.answers, *record);
   }
-  collect_additionals(batch);
-  Reply reply{link, query, is_legacy(query), {}};
-  reply.begin();
-  write_answers(reply, batch.answers);
-  write_additionals(reply, batch.additionals);
-  outbox_add(link, writer_take(reply.writer), kNoProtocol, query.from.source);
+  if (batch.is_legacy) {
+    batch.writer = writer_new(true, query.message.id);
+    batch.writer.compresses_srv = false;
+    for (const Question& question : query.message.questions) {
+      writer_add_question(batch.writer, question.name, question.type, false, question.klass);
+    }
+  }
+  send(batch);
 }
 
 }  // namespace mdns

@@ -86,8 +86,7 @@ void renew(Link& link, CacheEntry& entry, const Record& record, Protocols protoc
 // Tells the queries of the RRset, unless they hear the same of a record of the link's own.
 void report(Link& link, const CacheEntry& entry, Event::Kind kind) {
   if (entry.rrset->question != nullptr && (kind == Event::Kind::renewed || !zone_reports(link, key_of(entry)))) {
-    const bool is_gone = kind == Event::Kind::removed;
-    querier_report(link, *entry.rrset, kind, entry.ttl, entry.rdata, is_gone ? decltype(entry.said_by){} : entry.said_by);
+    querier_report(link, *entry.rrset, {kind, 0, 0, entry.rrset->type, entry.ttl, entry.rdata, entry.is_unique, entry.said_by});
   }
 }
 
@@ -97,10 +96,8 @@ void remove_entry(Link& link, CacheEntry& entry) {
   report(link, entry, Event::Kind::removed);
   heap_of(link, rrset).set(entry, kNever);
   source_drop_entry(link, *entry.source);
-  const auto found = link.cache.entries.find(key_of(entry));
-  const auto place = *found;
-  link.cache.entries.erase(found);
-  rrset.entries.erase(place);
+  const auto node = link.cache.entries.extract(link.cache.entries.find(key_of(entry)));
+  rrset.entries.erase(node.value());
 }
 
 // Removes the entry; its RRset goes with it if nothing else is left of it.
@@ -261,11 +258,10 @@ void look_at(Link& link, CacheEntry& entry) {
 
 }  // namespace
 
-RecordKey key_of(const CacheEntry& entry) { return {entry.rrset->name, entry.rrset->type, entry.rdata}; }
-
 CacheEntry* cache_find(const Link& link, const RecordKey& key) {
-  const auto found = link.cache.entries.find(key);
-  return found == link.cache.entries.end() ? nullptr : &**found;
+  const auto none = link.cache.entries.end();
+  const auto found = key.name == nullptr ? none : link.cache.entries.find(key);
+  return found == none ? nullptr : &**found;
 }
 
 void cache_keep_for_goodbye(Link& link, RRset& rrset, std::uint32_t ttl, std::string_view rdata) {
@@ -282,19 +278,18 @@ void cache_keep_for_goodbye(Link& link, RRset& rrset, std::uint32_t ttl, std::st
 
 void cache_receive(Link& link, const Record& record, Protocols protocol, Source& source) {
   ++link.steps;
-  const bool is_goodbye = record.ttl == 0;
-  NameEntry* name = is_goodbye ? name_find(link, record.name) : &name_get(link, record.name);
-  CacheEntry* entry = name == nullptr ? nullptr : cache_find(link, {name, record.type, record.rdata});
-  if (is_goodbye) {
-    if (entry != nullptr) {
-      receive_goodbye(link, *entry, protocol);
+  if (record.ttl == 0) {
+    if (CacheEntry* known = cache_find(link, {name_find(link, record.name), record.type, record.rdata})) {
+      receive_goodbye(link, *known, protocol);
     }
     return;
   }
-  if (name->rrsets.size() >= kTypesMax && rrset_find(*name, record.type) == nullptr) {
+  NameEntry& name = name_get(link, record.name);
+  if (name.rrsets.size() >= kTypesMax && rrset_find(name, record.type) == nullptr) {
     return;
   }
-  RRset& rrset = rrset_get(*name, record.type);
+  RRset& rrset = rrset_get(name, record.type);
+  CacheEntry* entry = cache_find(link, {&name, record.type, record.rdata});
   if (entry != nullptr) {
     renew(link, *entry, record, protocol, source);
     if (record.cache_flush) {
@@ -340,8 +335,7 @@ void cache_wanted_changed(Link& link, RRset& rrset) {
 
 void link_reconfirm(Link& link, Time now, std::string_view name, std::uint16_t type, std::string_view rdata) {
   link.now = now;
-  const NameEntry* known = name_find(link, name);
-  CacheEntry* entry = known == nullptr ? nullptr : cache_find(link, {known, type, rdata});
+  CacheEntry* entry = cache_find(link, {name_find(link, name), type, rdata});
   if (entry == nullptr || entry->limit != Limit::none) {
     return;
   }
@@ -353,37 +347,33 @@ void link_reconfirm(Link& link, Time now, std::string_view name, std::uint16_t t
 
 bool cache_has_unique_answer(const RRset& rrset) {
   auto entry = rrset.entries.rbegin();
-  for (int looked_at = 0; entry != rrset.entries.rend() && entry->is_unique && looked_at < kAnswersLookedAt; ++looked_at) {
+  for (int left = kAnswersLookedAt; left > 0 && entry != rrset.entries.rend() && entry->is_unique; --left, ++entry) {
     if (entry->limit != Limit::goodbye) {
       return true;
     }
-    ++entry;
   }
   return false;
 }
 
 void cache_keep_protocols(Link& link, Protocols protocols) {
-  std::vector<CacheEntry*> gone;
-  for (const auto& entry : link.cache.entries) {
-    entry->protocols &= protocols;
-    if (entry->protocols == kNoProtocol) {
-      gone.push_back(&*entry);
+  for (auto next = link.cache.entries.begin(); next != link.cache.entries.end();) {
+    CacheEntry& entry = **next++;
+    entry.protocols &= protocols;
+    if (entry.protocols == kNoProtocol) {
+      drop(link, entry);
     }
-  }
-  for (CacheEntry* entry : gone) {
-    drop(link, *entry);
   }
 }
 
 void cache_advance(Link& link) {
   Cache& cache = link.cache;
   for (Heap<CacheEntry, &CacheEntry::due>* entries : {&cache.asked, &cache.other}) {
-    while (entries->next() <= link.now) {
-      look_at(link, *entries->first());
+    while (CacheEntry* entry = entries->due(link.now)) {
+      look_at(link, *entry);
     }
   }
-  while (cache.watches.next() <= link.now) {
-    review(link, *cache.watches.first());
+  while (Watch* watch = cache.watches.due(link.now)) {
+    review(link, *watch);
   }
 }
 

@@ -63,9 +63,9 @@ struct Cache {
   Heap<Watch, &Watch::due> watches;
 };
 
-RecordKey key_of(const CacheEntry& entry);
+inline RecordKey key_of(const CacheEntry& entry) { return {entry.rrset->name, entry.rrset->type, entry.rdata}; }
 
-// The entry of that record; null when there is none.
+// The entry of that record; null when there is none, or nothing is known of its name.
 CacheEntry* cache_find(const Link& link, const RecordKey& key);
 
 // The link itself no longer publishes the record: for the second of its goodbye it stays, as for everybody else, unless the

@@ -27,6 +27,9 @@ struct Heap {
   // The record that is due first; there must be one.
   T* first() const { return items.front(); }
 
+  // The same, if it is due by then; else null.
+  T* due(Time by) const { return next() <= by ? first() : nullptr; }
+
   // Moves the record to another time, puts it in, or with kNever takes it out.
   void set(T& item, Time at) {
     Deadline& own = item.*deadline;
@@ -66,11 +69,7 @@ struct Heap {
   }
 
   void sink(std::size_t place) {
-    for (;;) {
-      std::size_t least = 2 * place + 1;
-      if (least >= items.size()) {
-        return;
-      }
+    for (std::size_t least = 2 * place + 1; least < items.size(); least = 2 * place + 1) {
       if (least + 1 < items.size() && at(least + 1) < at(least)) {
         ++least;
       }

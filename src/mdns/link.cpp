@@ -3,8 +3,6 @@
 
 #include <algorithm>
 
-#include "mdns/reader.h"
-
 namespace mdns {
 namespace {
 
@@ -34,11 +32,10 @@ void receive_response(Link& link, const Message& message, const Received& receiv
 void receive_query(Link& link, Message&& message, const Received& received) {
   // RFC 6762 sections 5.5 and 11. Only a host on the link gets a reply of its own: nobody has us send to somebody else.
   const bool is_multicast = received.to_group && received.source.port == kPort;
-  if (!is_multicast && !received.is_local) {
-    return;
-  }
   if (is_multicast) {
     querier_receive(link, message, received.source.protocol);
+  } else if (!received.is_local) {
+    return;
   }
   prober_receive_probe(link, message);
   responder_receive(link, std::move(message), received);
@@ -46,10 +43,7 @@ void receive_query(Link& link, Message&& message, const Received& received) {
 
 }  // namespace
 
-void LinkDeleter::operator()(Link* link) const {
-  zone_free(*link);
-  delete link;
-}
+void LinkDeleter::operator()(Link* link) const { delete link; }
 
 LinkPtr link_new(std::uint64_t seed, Protocols protocols) {
   LinkPtr link(new Link);
@@ -137,19 +131,6 @@ void link_restart(Link& link, Time now, bool was_down) {
   link.outbox.urgent.clear();  // what waits was an answer to what was asked before
   zone_restart(link);
   querier_restart(link);
-}
-
-LinkCounts link_counts(const Link& link) {
-  return {.cached = link.cache.entries.size(),
-          .questions = link.querier.questions,
-          .published = link.zone.records.size(),
-          .names = link.names.size(),
-          .sources = link.sources.by_endpoint.size(),
-          .waiting = link.outbox.urgent.size(),
-          .steps = link.steps,
-          .received = link.received,
-          .ignored = link.ignored,
-          .sent = link.sent};
 }
 
 }  // namespace mdns

@@ -120,6 +120,9 @@ enum class Claim {
   shared,     // anybody's: its records are announced without probes and without the cache-flush bit
   unique,     // ours, if the probes say so; together with others of this link that are published under that name
   exclusive,  // the same; and within this link nobody else's either, who has other data of one of the types
+  yielding,   // for the addresses of a host that is elsewhere: shared, as long as no host of the link owns the name. It is looked
+              // for before anything is announced, without being claimed; and when somebody says or proposes other addresses as
+              // the name's owner, that is a conflict. Others that publish it as shared are in nobody's way
 };
 
 struct RecordData {
@@ -134,25 +137,24 @@ using PublicationId = std::uint64_t;
 // Publishes records of one name: probes for it if it is claimed, announces them, answers for them. `tag` comes back in each
 // event: `established` when the name is ours, or `conflict` when it is another's: then the publication is gone, without a
 // goodbye. The same record (name, type, data) published twice on a link is one record with two holders; TTL and claim of the
-// first hold.
+// first hold. Without records a name is only looked for: what is published under it later need not wait.
 PublicationId publish(Link& link, Time now, std::string_view name, std::span<const RecordData> records, Claim claim,
                       std::uint64_t tag);
 
 // The publication's record of that type now has other data. An established one is announced without probes; the old data is
-// withdrawn with the new data's announcement, unless others hold it. False, and nothing has changed: there is no such
-// publication or record; or the name is claimed as exclusive and another publication of this link has other data.
-bool publication_update(Link& link, Time now, PublicationId id, const RecordData& data);
+// withdrawn with the new data's announcement, unless others hold it. With `for_all` their records change as well. False, and
+// nothing has changed: there is no such publication or record; or the name is claimed as exclusive and another publication of
+// this link has other data.
+bool publication_update(Link& link, Time now, PublicationId id, const RecordData& data, bool for_all = false);
 
-// Withdraws what nobody else holds, with its goodbye. An id of nothing that is published: nothing happens.
-void publication_withdraw(Link& link, Time now, PublicationId id);
+// Withdraws what nobody else holds, with its goodbye; or without one: the name turned out to be another host's. An id of
+// nothing that is published: nothing happens.
+void publication_withdraw(Link& link, Time now, PublicationId id, bool says_goodbye = true);
 
 // Goodbyes of what is withdrawn wait until then: what is published again by that time has never been away, and what is
 // published with other data in its place is an update (RFC 6762 section 8.4). At most a few tenths of a second: until then
 // others are told of what is gone.
 void link_hold_goodbyes(Link& link, Time now, Time until);
-
-// The same without a goodbye: the name turned out to be another host's.
-void publication_forsake(Link& link, Time now, PublicationId id);
 
 // Withdraws everything; the link is about to be freed, and nothing but goodbyes is sent any more. link_deadline is kNever
 // when all of them have been taken.
@@ -166,27 +168,13 @@ struct Event {
   std::uint64_t id = 0;   // of the query or publication
   std::uint64_t tag = 0;  // as its caller gave it
   std::uint16_t type = 0;
-  std::uint32_t ttl = 0;  // seconds, as the record said it
-  std::string rdata;      // added and removed: the record
+  std::uint32_t ttl = 0;   // seconds, as the record said it
+  std::string rdata;       // added and removed: the record
+  bool is_unique = false;  // added: who said it says that nobody else has the name
   // Added and renewed: a number for the host that said it last over each protocol; 0: nobody has.
   std::array<std::uint32_t, 2> said_by{};
 };
 
 std::vector<Event> link_take_events(Link& link);
-
-// --- For tests, benchmarks and those who run the program
-
-struct LinkCounts {
-  std::size_t cached = 0;                             // records that others have said
-  std::size_t questions = 0;                          // names and types that are asked for
-  std::size_t published = 0;                          // records
-  std::size_t names = 0;                              // known for any of these reasons
-  std::size_t sources = 0;                            // hosts that have an allowance
-  std::size_t waiting = 0;                            // datagrams that wait for their turn
-  std::uint64_t steps = 0;                            // records looked at so far: what the work has cost, without a clock
-  std::uint64_t received = 0, ignored = 0, sent = 0;  // datagrams so far; ignored: beyond a source's allowance
-};
-
-LinkCounts link_counts(const Link& link);
 
 }  // namespace mdns

@@ -14,12 +14,11 @@ NameEntry* name_find(const Link& link, std::string_view name) {
 
 OwnedName* owned_find(const Link& link, std::string_view name) {
   const NameEntry* entry = name_find(link, name);
-  return entry == nullptr ? nullptr : entry->owned;
+  return entry == nullptr ? nullptr : entry->owned.get();
 }
 
 NameEntry& name_get(Link& link, std::string_view name) {
-  NameEntry* known = name_find(link, name);
-  if (known != nullptr) {
+  if (NameEntry* known = name_find(link, name)) {
     return *known;
   }
   auto made = std::make_unique<NameEntry>();
@@ -32,8 +31,7 @@ NameEntry& name_get(Link& link, std::string_view name) {
 
 void name_release(Link& link, NameEntry& entry) {
   if (entry.rrsets.empty() && entry.owned == nullptr) {
-    const auto found = link.names.find(entry.name);
-    const auto erased = link.names.extract(found);  // the key is a view of the entry's name: both go together
+    const auto erased = link.names.extract(entry.name);  // the key is a view of the entry's name: both go together
   }
 }
 
@@ -43,8 +41,7 @@ RRset* rrset_find(const NameEntry& name, std::uint16_t type) {
 }
 
 RRset& rrset_get(NameEntry& name, std::uint16_t type) {
-  RRset* known = rrset_find(name, type);
-  if (known != nullptr) {
+  if (RRset* known = rrset_find(name, type)) {
     return *known;
   }
   RRset& rrset = *name.rrsets.emplace_back(std::make_unique<RRset>());
@@ -56,25 +53,14 @@ RRset& rrset_get(NameEntry& name, std::uint16_t type) {
 void rrset_review(Link& link, RRset& rrset) {
   if (rrset.question != nullptr) {
     question_review(link, *rrset.question);
-    return;
+  } else if (rrset.entries.empty()) {
+    if (rrset.watch != nullptr) {
+      link.cache.watches.set(*rrset.watch, kNever);
+    }
+    NameEntry& name = *rrset.name;
+    std::erase_if(name.rrsets, [&](const auto& each) { return each.get() == &rrset; });
+    name_release(link, name);
   }
-  if (!rrset.entries.empty()) {
-    return;
-  }
-  if (rrset.watch != nullptr) {
-    link.cache.watches.set(*rrset.watch, kNever);
-  }
-  NameEntry& name = *rrset.name;
-  std::erase_if(name.rrsets, [&](const auto& each) { return each.get() == &rrset; });
-  name_release(link, name);
-}
-
-std::size_t RecordHash::operator()(const RecordKey& key) const {
-  return hash_folded(key.rdata, seed + (key.name->id << 16) + key.type);
-}
-
-bool RecordKey::operator==(const RecordKey& other) const {
-  return name == other.name && type == other.type && same_rdata(type, rdata, other.rdata);
 }
 
 }  // namespace mdns

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "mdns/name.h"
+#include "mdns/record.h"
 
 namespace mdns {
 
@@ -35,7 +36,7 @@ struct NameEntry {
   std::uint64_t id = 0;                        // of the link's own counting
   std::string name;                            // spelled as it was first
   std::vector<std::unique_ptr<RRset>> rrsets;  // cached or asked for, one for each type
-  OwnedName* owned = nullptr;                  // what is published under it; owned by the zone
+  std::unique_ptr<OwnedName> owned;            // what is published under it; null: nothing is
 };
 
 // The keys are views of the entries' own names.
@@ -67,14 +68,16 @@ struct RecordKey {
   std::uint16_t type;
   std::string_view rdata;
 
-  bool operator==(const RecordKey& other) const;
+  bool operator==(const RecordKey& other) const {
+    return name == other.name && type == other.type && same_rdata(type, rdata, other.rdata);
+  }
 };
 
 // For tables of pointers or iterators to records of any kind that key_of gives the RecordKey of.
 struct RecordHash {
   using is_transparent = void;
   std::uint64_t seed = 0;
-  std::size_t operator()(const RecordKey& key) const;
+  std::size_t operator()(const RecordKey& key) const { return hash_folded(key.rdata, seed + (key.name->id << 16) + key.type); }
   std::size_t operator()(const auto& place) const { return (*this)(key_of(*place)); }
 };
 

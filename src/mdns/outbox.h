@@ -2,7 +2,7 @@
 // What goes out: its order and its pace, and how it is recognised when the system loops it back.
 //
 // Packets that answer or ask go first, then goodbyes, probes and announcements, which are written only when their turn comes.
-// At most about 950 datagrams go out in a second, and no more than 31 in any 20 ms: a receiver's default buffer holds about
+// At most about 950 datagrams go out in a second, and no more than 27 in any 20 ms: a receiver's default buffer holds about
 // 90.
 #pragma once
 
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "mdns/mdns.h"
+#include "mdns/writer.h"
 
 namespace mdns {
 
@@ -34,8 +35,9 @@ struct Outbox {
 // By when a packet that is queued now will have been sent.
 Time outbox_send_time(const Link& link);
 
-// Queues a written packet for the group, over these protocols; or with kNoProtocol a reply to one host.
-void outbox_add(Link& link, std::vector<std::uint8_t>&& bytes, Protocols protocols, const Endpoint& to = {});
+// Queues what has been written, if anything, for the group, over these protocols; or with kNoProtocol as a reply to one host. The
+// writer begins its next packet.
+void outbox_add(Link& link, Writer& writer, Protocols protocols, const Endpoint& to = {});
 
 // Moves to `ready` what the pace allows.
 void outbox_advance(Link& link);

@@ -2,9 +2,10 @@
 #include "mdns/prober.h"
 
 #include <algorithm>
+#include <map>
+#include <set>
 
 #include "mdns/link.h"
-#include "mdns/writer.h"
 
 namespace mdns {
 namespace {
@@ -17,31 +18,36 @@ constexpr int kProbes = 3;
 // RFC 6762 section 8.2: who loses to another's simultaneous probe waits for a second and begins again.
 constexpr Time kDeferFor = kSecond;
 
-// What a question and a record take in a packet besides their names and rdata.
-constexpr std::size_t kQuestionRest = 4;
-constexpr std::size_t kRecordRest = 12;  // with the pointer that stands for its name
-constexpr std::size_t kPointer = 2;
-constexpr std::size_t kHeader = 12;
+// What a question takes in a packet besides the first label of its name, and a record besides its rdata: the rest of the name is
+// a pointer.
+constexpr std::size_t kQuestionRest = 6;
+constexpr std::size_t kRecordRest = 12;
 
-using Proposed = std::vector<const OwnedRecord*>;
+struct ProposedRecord {
+  std::uint16_t type;
+  std::string_view rdata;
+  std::uint32_t ttl;  // plays no part in the order
 
-// The records that the name is claimed with, in the order in which they are compared.
+  bool operator<(const ProposedRecord& other) const { return compare_records(type, rdata, other.type, other.rdata) < 0; }
+};
+
+// In the order in which they are compared. The earlier one of two hosts' proposals loses (RFC 6762 section 8.2.1).
+using Proposed = std::multiset<ProposedRecord>;
+
+// What the name is claimed with.
 Proposed proposed_of(const OwnedName& owned) {
   Proposed proposed;
   for (const OwnedRecord* record : owned.records) {
     if (record->is_unique && record->holders > 0) {
-      proposed.push_back(record);
+      proposed.insert({record->type, record->rdata, record->ttl});
     }
   }
-  std::ranges::sort(proposed, [](const OwnedRecord* a, const OwnedRecord* b) {
-    return compare_records(a->type, a->rdata, b->type, b->rdata) < 0;
-  });
   return proposed;
 }
 
 // How much of a packet the probe for the name takes at most, when its domain stands in it already.
 std::size_t probe_size(const OwnedName& owned) {
-  std::size_t size = 1 + first_label(owned.name->name).size() + kPointer + kQuestionRest;
+  std::size_t size = 1 + first_label(owned.name->name).size() + kQuestionRest;
   for (const OwnedRecord* record : owned.records) {
     size += record->is_unique ? kRecordRest + record->rdata.size() : 0;
   }
@@ -51,58 +57,44 @@ std::size_t probe_size(const OwnedName& owned) {
 // The names that are due and whose probes fit into one packet.
 std::vector<OwnedName*> take_batch(Link& link) {
   std::vector<OwnedName*> batch;
-  std::size_t size = kHeader;
-  while (link.prober.due.next() <= link.now) {
-    OwnedName& owned = *link.prober.due.first();
-    const std::size_t parent = parent_name(owned.name->name).size();
-    if (!batch.empty() && size + parent + probe_size(owned) > kDatagramMax) {
+  std::size_t size = kHeaderSize;
+  while (OwnedName* owned = link.prober.due.due(link.now)) {
+    const std::size_t parent = parent_name(owned->name->name).size();
+    if (!batch.empty() && size + parent + probe_size(*owned) > kDatagramMax) {
       break;
     }
-    size += probe_size(owned) + (batch.empty() ? parent : 0);
-    batch.push_back(&owned);
+    size += probe_size(*owned) + (batch.empty() ? parent : 0);
+    batch.push_back(owned);
     ++link.steps;
-    ++owned.probes;
-    owned.state = NameState::probing;
-    link.prober.due.set(owned, kNever);
-    (owned.probes < kProbes ? link.prober.due : link.prober.ending).set(owned, link.now + kProbesApart);
+    ++owned->probes;
+    owned->state = NameState::probing;
+    link.prober.due.set(*owned, kNever);
+    (owned->probes < kProbes ? link.prober.due : link.prober.ending).set(*owned, link.now + kProbesApart);
   }
   return batch;
 }
 
+bool is_own(const Link& link, const OwnedName& owned, std::uint16_t type, std::string_view rdata) {
+  const OwnedRecord* own = zone_find(link, {owned.name, type, rdata});
+  return own != nullptr && own->holders > 0;
+}
+
 // Whether `record` of another host's response contradicts that the name is ours.
 bool is_conflict(Link& link, const OwnedName& owned, const Record& record) {
-  bool have_type = false;
-  for (const OwnedRecord* own : owned.records) {
-    ++link.steps;
-    if (own->type != record.type || own->holders == 0) {
-      continue;
-    }
-    if (same_rdata(record.type, own->rdata, record.rdata)) {
-      return false;
-    }
-    have_type = have_type || own->is_unique;
+  ++link.steps;
+  if (is_own(link, owned, record.type, record.rdata)) {
+    return false;
+  }
+  if (yields(owned)) {
+    return record.cache_flush && is_address(record.type);
   }
   // While the name is probed for, any record of it shows that it has an owner. (The NSEC record of a host that publishes the
   // same says no more than its other records do.)
-  return have_type || (owned.state == NameState::probing && record.type != kTypeNsec);
-}
-
-// A record that another host's probe proposes for a name that we are probing for.
-struct Proposal {
-  OwnedName* owned = nullptr;
-  const Record* record = nullptr;
-};
-
-// RFC 6762 section 8.2.1: negative when ours are earlier, and lose.
-int compare_proposed(const Proposed& ours, std::span<const Proposal> theirs) {
-  for (std::size_t i = 0; i < ours.size() && i < theirs.size(); ++i) {
-    const Record& their = *theirs[i].record;
-    const int order = compare_records(ours[i]->type, ours[i]->rdata, their.type, their.rdata);
-    if (order != 0) {
-      return order;
-    }
-  }
-  return static_cast<int>(ours.size() > theirs.size()) - static_cast<int>(ours.size() < theirs.size());
+  return (owned.state == NameState::probing && record.type != kTypeNsec) ||
+         (owned.state == NameState::owned && std::ranges::any_of(owned.records, [&](const OwnedRecord* own) {
+            ++link.steps;
+            return own->type == record.type && own->is_unique && own->holders > 0;
+          }));
 }
 
 // From now on the name is to be probed for at `at`; kNever: no more.
@@ -119,21 +111,24 @@ void probe_from(Link& link, OwnedName& owned, Time at) {
   }
 }
 
-// What the message proposes, name by name, in the order in which it is compared.
-std::vector<Proposal> proposals_in(Link& link, const Message& message) {
-  std::vector<Proposal> proposals;
-  for (const Record& record : message.authorities) {
+// Whether a host that proposes these is another one than the one that we borrow the name for: it has not just the same addresses.
+bool is_other_host(const Link& link, const OwnedName& owned, const Proposed& theirs) {
+  const auto is_new = [&](const ProposedRecord& their) {
+    return is_address(their.type) && !is_own(link, owned, their.type, their.rdata);
+  };
+  const auto is_held = [](const OwnedRecord* own) { return own->holders > 0 && is_address(own->type); };
+  return std::ranges::any_of(theirs, is_new) || std::ranges::count_if(owned.records, is_held) > std::ssize(theirs);
+}
+
+// Whether somebody is known to own a name that we would borrow.
+bool has_owner(Link& link, const OwnedName& owned) {
+  const auto is_owners = [&](const CacheEntry& entry) {
     ++link.steps;
-    OwnedName* owned = owned_find(link, record.name);
-    if (owned != nullptr && owned->state == NameState::probing) {
-      proposals.push_back({owned, &record});
-    }
-  }
-  std::ranges::sort(proposals, [](const Proposal& a, const Proposal& b) {
-    const std::uint64_t id_a = a.owned->name->id, id_b = b.owned->name->id;
-    return id_a != id_b ? id_a < id_b : compare_records(a.record->type, a.record->rdata, b.record->type, b.record->rdata) < 0;
+    return entry.is_unique && entry.limit != Limit::goodbye && !is_own(link, owned, entry.rrset->type, entry.rdata);
+  };
+  return std::ranges::any_of(owned.name->rrsets, [&](const auto& rrset) {
+    return is_address(rrset->type) && std::ranges::any_of(rrset->entries, is_owners);
   });
-  return proposals;
 }
 
 }  // namespace
@@ -149,40 +144,54 @@ void prober_begin(Link& link, OwnedName& owned) {
 void prober_stop(Link& link, OwnedName& owned) { probe_from(link, owned, kNever); }
 
 void prober_receive_probe(Link& link, const Message& message) {
-  const std::vector<Proposal> proposals = proposals_in(link, message);
-  for (auto first = proposals.begin(); first != proposals.end();) {
-    OwnedName& owned = *first->owned;
-    const auto last = std::find_if(first, proposals.end(), [&](const Proposal& each) { return each.owned != &owned; });
-    if (compare_proposed(proposed_of(owned), {first, last}) < 0) {
-      probe_from(link, owned, link.now + kDeferFor);
+  // For the names that we are probing for, or borrow, in the order of their ids.
+  std::map<std::uint64_t, std::pair<OwnedName*, Proposed>> proposals;
+  for (const Record& record : message.authorities) {
+    ++link.steps;
+    OwnedName* owned = owned_find(link, record.name);
+    if (owned != nullptr && (owned->state == NameState::probing || yields(*owned))) {
+      auto& [name, theirs] = proposals[owned->name->id];
+      name = owned;
+      theirs.insert({record.type, record.rdata, record.ttl});
     }
-    first = last;
+  }
+  for (const auto& [id, proposal] : proposals) {
+    const auto& [owned, theirs] = proposal;
+    if (!yields(*owned)) {
+      if (proposed_of(*owned) < theirs) {
+        probe_from(link, *owned, link.now + kDeferFor);
+      }
+    } else if (is_other_host(link, *owned, theirs)) {
+      zone_name_lost(link, *owned);
+    }
   }
 }
 
 void prober_receive_record(Link& link, const Record& record) {
   OwnedName* owned = record.ttl == 0 ? nullptr : owned_find(link, record.name);  // a goodbye claims nothing
-  if (owned == nullptr || owned->claimants.empty()) {
+  if (owned == nullptr || owned->claimants.empty() || !is_conflict(link, *owned, record)) {
     return;
   }
-  if (owned->state == NameState::probing && is_conflict(link, *owned, record)) {
+  if (owned->state == NameState::probing || yields(*owned)) {
     zone_name_lost(link, *owned);
-  } else if (owned->state == NameState::owned && is_conflict(link, *owned, record)) {
+  } else {
     zone_name_doubted(link, *owned);
   }
 }
 
 void prober_advance(Link& link) {
-  Heap<OwnedName, &OwnedName::probe>& ending = link.prober.ending;
-  while (ending.next() <= link.now) {
-    OwnedName& owned = *ending.first();
-    ending.set(owned, kNever);
-    zone_name_established(link, owned);
+  while (OwnedName* owned = link.prober.ending.due(link.now)) {
+    link.prober.ending.set(*owned, kNever);
+    if (yields(*owned) && has_owner(link, *owned)) {
+      zone_name_lost(link, *owned);
+    } else {
+      zone_name_established(link, *owned);
+    }
   }
 }
 
-void prober_write(Link& link, Writer& writer) {
-  writer_begin(writer, false);
+Writer prober_write(Link& link) {
+  Writer writer = writer_new(false);
   const std::vector<OwnedName*> batch = take_batch(link);
   if (batch.size() == 1) {
     writer.max = kLargeDatagramMax;
@@ -191,10 +200,11 @@ void prober_write(Link& link, Writer& writer) {
     writer_add_question(writer, owned->name->name, kTypeAny, false);
   }
   for (const OwnedName* owned : batch) {
-    for (const OwnedRecord* record : proposed_of(*owned)) {
-      writer_add_record(writer, Section::authorities, owned->name->name, record->type, record->ttl, false, record->rdata);
+    for (const auto& [type, rdata, ttl] : proposed_of(*owned)) {
+      writer_add_record(writer, Section::authorities, owned->name->name, type, ttl, false, rdata);
     }
   }
+  return writer;
 }
 
 }  // namespace mdns

@@ -7,11 +7,10 @@
 #pragma once
 
 #include "mdns/reader.h"
+#include "mdns/writer.h"
 #include "mdns/zone.h"
 
 namespace mdns {
-
-struct Writer;
 
 struct Prober {
   Heap<OwnedName, &OwnedName::probe> due;     // names whose next probe is due then
@@ -24,7 +23,8 @@ void prober_begin(Link& link, OwnedName& owned);
 
 void prober_stop(Link& link, OwnedName& owned);
 
-// A query of another host: where it probes for a name that we are probing for, one of both gives way (section 8.2).
+// A query of another host: where it probes for a name that we are probing for, one of both gives way (section 8.2); and so do
+// we, where we only borrow the name (Claim::yielding).
 void prober_receive_probe(Link& link, const Message& message);
 
 // A record of another host's response: a conflict, if it is of a name that we claim and not one of our records (sections 8.1
@@ -34,7 +34,7 @@ void prober_receive_record(Link& link, const Record& record);
 // Ends the probing of names that nobody has contradicted.
 void prober_advance(Link& link);
 
-// Writes the packet with as many probes that are due as fit.
-void prober_write(Link& link, Writer& writer);
+// The packet with as many probes that are due as fit.
+Writer prober_write(Link& link);
 
 }  // namespace mdns

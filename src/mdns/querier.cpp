@@ -4,7 +4,6 @@
 #include <algorithm>
 
 #include "mdns/link.h"
-#include "mdns/writer.h"
 
 namespace mdns {
 namespace {
@@ -92,19 +91,11 @@ struct QueryPackets {
   std::vector<OpenQuestion*> asked;  // in the packet in hand
 };
 
-// Hands what has been written to the outbox, and begins the next packet.
-void flush(QueryPackets& packets) {
-  if (!writer_is_empty(packets.writer)) {
-    outbox_add(packets.link, writer_take(packets.writer), packets.over);
-  }
-  writer_begin(packets.writer, false);
-}
-
 void write_known(QueryPackets& packets, const RRset& rrset, std::uint32_t ttl, std::string_view rdata) {
   Writer& writer = packets.writer;
   if (!writer_add_record(writer, Section::answers, rrset.name->name, rrset.type, ttl, false, rdata)) {
     writer_set_truncated(writer);
-    flush(packets);
+    outbox_add(packets.link, writer, packets.over);
     writer_add_record(writer, Section::answers, rrset.name->name, rrset.type, ttl, false, rdata);
   }
 }
@@ -140,7 +131,7 @@ void finish(QueryPackets& packets) {
     }
     write_all_known(packets, *question->rrset);
   }
-  flush(packets);
+  outbox_add(packets.link, packets.writer, packets.over);
 }
 
 void add_question(QueryPackets& packets, OpenQuestion& question) {
@@ -161,9 +152,8 @@ void mark_unknown_answers(Link& link, const Message& message) {
   ++link.querier.received;
   for (const Record& record : message.answers) {
     ++link.steps;
-    const NameEntry* name = name_find(link, record.name);
-    const RRset* rrset = name == nullptr ? nullptr : rrset_find(*name, record.type);
-    const RecordKey key = {name, record.type, record.rdata};
+    const RecordKey key = {name_find(link, record.name), record.type, record.rdata};
+    const RRset* rrset = key.name == nullptr ? nullptr : rrset_find(*key.name, record.type);
     if (rrset != nullptr && rrset->question != nullptr && !is_known_answer(link, cache_find(link, key)) &&
         !zone_reports(link, key)) {
       rrset->question->unknown_in = link.querier.received;
@@ -204,7 +194,7 @@ QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t t
   }
   for (const CacheEntry& entry : rrset.entries) {
     ++link.steps;
-    link.events.push_back({Event::Kind::added, query.id, tag, type, entry.ttl, entry.rdata, entry.said_by});
+    link.events.push_back({Event::Kind::added, query.id, tag, type, entry.ttl, entry.rdata, entry.is_unique, entry.said_by});
   }
   zone_report_to(link, rrset, query);
   return query.id;
@@ -231,8 +221,6 @@ void query_stop(Link& link, Time now, QueryId id) {
     rest(link, question);
   }
 }
-
-bool is_asked(const RRset& rrset) { return rrset.question != nullptr && rrset.question->asking > 0; }
 
 void rrset_ask_soon(Link& link, RRset& rrset, Protocols protocols) {
   if (is_asked(rrset)) {
@@ -279,27 +267,26 @@ void querier_receive(Link& link, const Message& message, Protocols protocol) {
     ++link.steps;
     NameEntry* name = asked.unicast_response || asked.klass != kClassIn ? nullptr : name_find(link, asked.name);
     RRset* rrset = name == nullptr ? nullptr : rrset_find(*name, asked.type);
-    if (rrset == nullptr) {
+    if (rrset == nullptr || message.is_truncated) {
       continue;
     }
-    if (message.answers.empty() && !message.is_truncated && message.authorities.empty()) {
+    if (message.answers.empty() && message.authorities.empty()) {
       cache_others_asked(link, *rrset);
     }
-    const bool is_ours = is_asked(*rrset) && rrset->question->unknown_in != link.querier.received;
-    if (is_ours && !message.is_truncated) {
+    if (is_asked(*rrset) && rrset->question->unknown_in != link.querier.received) {
       note_duplicate(link, *rrset->question, protocol);
     }
   }
 }
 
-void querier_report(Link& link, const RRset& rrset, Event::Kind kind, std::uint32_t ttl, std::string_view rdata,
-                    std::array<std::uint32_t, 2> said_by) {
+void querier_report(Link& link, const RRset& rrset, const Event& event) {
   for (const Query& query : rrset.question->queries) {
     ++link.steps;
-    if (kind == Event::Kind::renewed && query.asks) {
-      continue;
+    if (event.kind != Event::Kind::renewed || !query.asks) {
+      Event& copy = link.events.emplace_back(event);
+      copy.id = query.id;
+      copy.tag = query.tag;
     }
-    link.events.push_back({kind, query.id, query.tag, rrset.type, ttl, std::string(rdata), said_by});
   }
 }
 
@@ -311,14 +298,13 @@ void querier_receive_denial(Link& link, const Record& record) {
   for (const std::unique_ptr<RRset>& rrset : name->rrsets) {
     ++link.steps;
     OpenQuestion* question = rrset->question.get();
-    if (question == nullptr || !rrset->entries.empty() || question->regular_at == kNever ||
-        denial_lists(record.rdata, rrset->type)) {
-      continue;
+    const bool is_open = question != nullptr && rrset->entries.empty() && question->regular_at != kNever;
+    if (is_open && !denial_lists(record.rdata, rrset->type)) {
+      const Time until = link.now + std::min(record.ttl, kDenialTtlMax) * kSecond;
+      question->interval_since = kLongAgo;
+      question->regular_at = std::max(question->regular_at, until);
+      set_due(link, *question);
     }
-    const Time until = link.now + std::min(record.ttl, kDenialTtlMax) * kSecond;
-    question->interval_since = kLongAgo;
-    question->regular_at = std::max(question->regular_at, until);
-    set_due(link, *question);
   }
 }
 
@@ -342,8 +328,7 @@ void querier_advance(Link& link) {
     }
   }
   for (const Protocols over : {kBothProtocols, kIpv4, kIpv6}) {
-    QueryPackets packets{link, over, {}, {}};
-    writer_begin(packets.writer, false);
+    QueryPackets packets{link, over, writer_new(false), {}};
     for (const auto& [question, its_protocols] : asked) {
       if (its_protocols == over) {
         add_question(packets, *question);

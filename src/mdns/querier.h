@@ -44,7 +44,7 @@ struct Querier {
 };
 
 // Whether the RRset is asked for, and not only listened to.
-bool is_asked(const RRset& rrset);
+inline bool is_asked(const RRset& rrset) { return rrset.question != nullptr && rrset.question->asking > 0; }
 
 // If the RRset is asked for, asks soon over these protocols, besides the regular times.
 void rrset_ask_soon(Link& link, RRset& rrset, Protocols protocols);
@@ -64,9 +64,8 @@ void querier_receive(Link& link, const Message& message, Protocols protocol);
 // An NSEC record of another host: what it denies is not asked for while it holds (RFC 6762 section 6.1).
 void querier_receive_denial(Link& link, const Record& record);
 
-// Tells each query of the RRset that a record has come or gone.
-void querier_report(Link& link, const RRset& rrset, Event::Kind kind, std::uint32_t ttl, std::string_view rdata,
-                    std::array<std::uint32_t, 2> said_by = {});
+// Tells each query of the RRset that a record has come or gone. The event is of none of them as yet.
+void querier_report(Link& link, const RRset& rrset, const Event& event);
 
 void querier_advance(Link& link);
 

@@ -12,7 +12,6 @@ namespace mdns {
 namespace {
 
 // RFC 1035 section 4.1
-constexpr std::size_t kHeaderSize = 12;
 constexpr unsigned kResponseBit = 0x8000;
 constexpr unsigned kOpcodeBits = 0x7800;
 constexpr unsigned kTruncatedBit = 0x0200;

@@ -12,6 +12,12 @@ constexpr std::size_t kSoaNumbers = 20;          // RFC 1035 section 3.3.13
 constexpr std::size_t kNsecWindowBytesMax = 32;  // RFC 4034 section 4.1.2, as the next
 constexpr unsigned kNsecWindowTypes = 256;
 
+constexpr RdataForm kForms[] = {
+    {kTypeNs, 0, 1},  {kTypeCname, 0, 1}, {kTypePtr, 0, 1}, {kTypeDname, 0, 1}, {kTypeNsec, 0, 1},
+    {kTypeMx, 2, 1},  {kTypeAfsdb, 2, 1}, {kTypeRt, 2, 1},  {kTypeKx, 2, 1},    {kTypeSrv, 6, 1},
+    {kTypeSoa, 0, 2}, {kTypeRp, 0, 2},    {kTypePx, 2, 2},
+};
+
 // Where the last of the names in `rdata` ends; 0 when one of them is not whole. For forms with names only.
 std::size_t names_end(RdataForm form, std::string_view rdata) {
   std::size_t end = form.head;
@@ -55,28 +61,8 @@ bool is_type_map(std::string_view map) {
 }  // namespace
 
 RdataForm rdata_form(std::uint16_t type) {
-  switch (type) {
-    case kTypeNs:
-    case kTypeCname:
-    case kTypePtr:
-    case kTypeDname:
-    case kTypeNsec:
-      return {.head = 0, .names = 1};
-    case kTypeMx:
-    case kTypeAfsdb:
-    case kTypeRt:
-    case kTypeKx:
-      return {.head = 2, .names = 1};
-    case kTypeSrv:
-      return {.head = 6, .names = 1};
-    case kTypeSoa:
-    case kTypeRp:
-      return {.head = 0, .names = 2};
-    case kTypePx:
-      return {.head = 2, .names = 2};
-    default:
-      return {};
-  }
+  const auto* const found = std::ranges::find(kForms, type, &RdataForm::type);
+  return found == std::end(kForms) ? RdataForm{} : *found;
 }
 
 bool is_rdata(std::uint16_t type, std::string_view rdata) {

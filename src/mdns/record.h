@@ -30,6 +30,7 @@ struct Record {
 // Where the rdata of a type holds names: behind `head` bytes, as many of them one behind the other, then what else belongs to the
 // type. These are the types whose names RFC 6762 section 18.14 has compressed in messages. All others have none.
 struct RdataForm {
+  std::uint16_t type = 0;  // 0: any other
   std::uint8_t head = 0;   // bytes
   std::uint8_t names = 0;  // 0 to 2
 };

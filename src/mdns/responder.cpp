@@ -27,9 +27,19 @@ constexpr std::size_t kPendingRecordsMax = 16384;
 constexpr int kTimesAsked = 8;
 constexpr std::size_t kCrowded = 32;
 
+// Who asks for more than this many answers in a second is told the rest at a pace that leaves room for others, in bursts that
+// fill packets.
+constexpr Time kAnswersBurst = kSecond;
+constexpr Time kPerAnswer = 10 * kMillisecond;
+constexpr Time kPerByteOfMany = 2;
+constexpr std::size_t kAnswerBytes = 24;  // besides its rdata,
+constexpr std::size_t kAlongBytes = 64;   // and with an SRV record the addresses that go along
+constexpr Time kBurstsApart = 20 * kMillisecond;
+
 // One query in hand.
 struct Asking {
   const PendingQuery& query;
+  Source& source;
   Protocols protocol;
   std::vector<OwnedRecord*> replied;  // what goes to the asker alone
 };
@@ -89,7 +99,7 @@ bool has_probe(Link& link, const Message& message) {
 Time answer_time(Link& link, const PendingQuery& query) {
   const Message& message = query.message;
   const OwnedName* owned = message.questions.size() == 1 ? owned_find(link, message.questions[0].name) : nullptr;
-  const bool is_plain = owned != nullptr && owned->state == NameState::owned;  // nobody else can have answers
+  const bool is_plain = owned != nullptr && is_ours(*owned);  // nobody else can have answers
   if (is_legacy(query) || (is_plain && !message.is_truncated) || has_probe(link, message)) {
     return link.now;
   }
@@ -159,6 +169,22 @@ void answer_at(Link& link, OwnedRecord& record, Protocols protocols, Time at) {
   link.responder.due.set(record, std::max(std::min(at, before), next_answer_at(link, record, record.answer_over)));
 }
 
+// When it is the asker's turn to be given one more answer; kNever: it is due already.
+Time turn_of(Link& link, const Asking& asking, const OwnedRecord& record) {
+  Time& asked_until = asking.source.asked_until;
+  asked_until = std::clamp(asked_until, link.now, link.now + kAnswersBurst) + kPerAnswer;
+  if (asked_until <= link.now + kAnswersBurst) {
+    return link.now;
+  }
+  if (record.answer_over & asking.protocol) {
+    return kNever;
+  }
+  Time& crowd_until = link.responder.crowd_until;
+  const std::size_t bytes = kAnswerBytes + record.rdata.size() + (record.type == kTypeSrv ? kAlongBytes : 0);
+  crowd_until = std::max(crowd_until, link.now) + kPerByteOfMany * static_cast<Time>(bytes);
+  return crowd_until - (crowd_until - link.now) % kBurstsApart;
+}
+
 void cancel_answer(Link& link, OwnedRecord& record, Protocols protocols) {
   record.answer_over = static_cast<std::uint8_t>(record.answer_over & ~protocols);
   record.rescue_over = static_cast<std::uint8_t>(record.rescue_over & ~protocols);
@@ -194,7 +220,7 @@ void answer(Link& link, Asking& asking, OwnedRecord& record, bool wants_direct, 
   if (for_probe) {
     record.defend_over = static_cast<std::uint8_t>(record.defend_over | asking.protocol);
   }
-  answer_at(link, record, asking.protocol, link.now);
+  answer_at(link, record, asking.protocol, for_probe ? link.now : turn_of(link, asking, record));
 }
 
 // RFC 6762 section 6: a CNAME record answers a question for any type.
@@ -236,7 +262,7 @@ void answer_question(Link& link, Asking& asking, const Question& question) {
 
 void answer_query(Link& link, const PendingQuery& query) {
   ++link.responder.queries;
-  Asking asking{query, query.from.source.protocol, {}};
+  Asking asking{query, source_get(link, query.from.source), query.from.source.protocol, {}};
   mark_known_answers(link, query.message);
   mark_proposed_names(link, query.message);
   for (const Question& question : query.message.questions) {

@@ -26,6 +26,7 @@ struct Responder {
   Heap<OwnedRecord, &OwnedRecord::answer> due;
   Time together_at = kLongAgo;  // when the latest delayed answers are due
   Time rescue_at = kLongAgo;    // when all that was taken back by others is said again
+  Time crowd_until = kLongAgo;  // when all is said that those want who want much
   std::uint32_t queries = 0;    // answered so far; the number of the one in hand
   std::uint32_t batches = 0;    // of answers, written so far
 };

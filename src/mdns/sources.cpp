@@ -57,11 +57,10 @@ void source_drop_entry(Link& link, Source& source) {
 
 void sources_advance(Link& link) {
   Sources& sources = link.sources;
-  while (sources.idle.next() <= link.now) {
-    Source& source = *sources.idle.first();
-    sources.idle.set(source, kNever);
-    if (source.entries == 0) {  // else its last entry ends it
-      sources.by_endpoint.erase(Endpoint(source.endpoint));
+  while (Source* source = sources.idle.due(link.now)) {
+    sources.idle.set(*source, kNever);
+    if (source->entries == 0) {  // else its last entry ends it
+      sources.by_endpoint.erase(Endpoint(source->endpoint));
     }
   }
 }

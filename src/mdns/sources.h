@@ -12,10 +12,11 @@ namespace mdns {
 struct Link;
 
 struct Source {
-  Endpoint endpoint;           // its port plays no part
-  Time paid_until = kLongAgo;  // the token bucket: when all that it has sent is paid for
-  std::uint32_t number = 0;    // of the host, never 0 once it is known
-  std::uint32_t entries = 0;   // cache entries that it was the first to say
+  Endpoint endpoint;            // its port plays no part
+  Time paid_until = kLongAgo;   // the token bucket: when all that it has sent is paid for
+  std::uint32_t number = 0;     // of the host, never 0 once it is known
+  std::uint32_t entries = 0;    // cache entries that it was the first to say
+  Time asked_until = kLongAgo;  // the token bucket of its questions: when all answers that it wanted are paid for
   Deadline idle;
 };
 

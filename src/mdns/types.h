@@ -48,9 +48,13 @@ inline constexpr std::uint16_t kTypeA = 1, kTypeNs = 2, kTypeCname = 5, kTypeSoa
                                kTypeAny = 255;
 inline constexpr std::uint16_t kClassIn = 1, kClassAny = 255;
 
+constexpr bool is_address(std::uint16_t type) { return type == kTypeA || type == kTypeAaaa; }
+
 // TTLs of RFC 6762 section 10, in seconds.
 inline constexpr std::uint32_t kHostTtl = 120;
 inline constexpr std::uint32_t kOtherTtl = 75 * 60;
+
+inline constexpr std::size_t kHeaderSize = 12;  // of a message (RFC 1035 section 4.1.1)
 
 // What a datagram may hold. Both protocols carry the same datagrams, so the smaller room counts: an Ethernet frame's 1500
 // bytes less the headers of IPv6 and UDP. A single record that does not fit goes alone in a larger one, up to the 9000 bytes

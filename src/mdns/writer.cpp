@@ -12,7 +12,6 @@ namespace mdns {
 namespace {
 
 // RFC 1035 section 4.1
-constexpr std::size_t kHeaderSize = 12;
 constexpr std::size_t kFlagsAt = 2;
 constexpr std::size_t kCountsAt = 4;
 constexpr unsigned kResponseBits = 0x8400;   // QR and AA
@@ -125,18 +124,14 @@ bool end_entry(Writer& writer, Section section, std::size_t begin, std::size_t m
 
 }  // namespace
 
-void writer_begin(Writer& writer, bool is_response, std::uint16_t id) {
-  writer.bytes.clear();
+Writer writer_new(bool is_response, std::uint16_t id) {
+  Writer writer;
   writer.bytes.reserve(writer.max);
   put16(writer, id);
   put16(writer, is_response ? kResponseBits : 0);
   writer.bytes.resize(kHeaderSize);
-  std::memset(writer.counts, 0, sizeof writer.counts);
-  writer.section = Section::questions;
-  writer.names.fill(0);
+  return writer;
 }
-
-bool writer_is_empty(const Writer& writer) { return writer.bytes.size() <= kHeaderSize; }
 
 bool writer_add_question(Writer& writer, std::string_view name, std::uint16_t type, bool unicast_response, std::uint16_t klass) {
   assert(writer.section == Section::questions);
@@ -170,7 +165,9 @@ std::vector<std::uint8_t> writer_take(Writer& writer) {
   for (std::size_t i = 0; i < 4; ++i) {
     set16(writer, kCountsAt + 2 * i, writer.counts[i]);
   }
-  return std::exchange(writer.bytes, {});
+  std::vector<std::uint8_t> message = std::move(writer.bytes);
+  writer = writer_new((message[kFlagsAt] & kResponseBits >> 8) != 0);
+  return message;
 }
 
 }  // namespace mdns

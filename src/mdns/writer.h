@@ -28,11 +28,11 @@ struct Writer {
   std::array<std::uint16_t, 256> names{};
 };
 
-// Begins an empty message: a query, or a response with the AA bit (RFC 6762 section 18.4).
-void writer_begin(Writer& writer, bool is_response, std::uint16_t id = 0);
+// An empty message: a query, or a response with the AA bit (RFC 6762 section 18.4).
+Writer writer_new(bool is_response, std::uint16_t id = 0);
 
 // Whether nothing has been written yet.
-bool writer_is_empty(const Writer& writer);
+inline bool writer_is_empty(const Writer& writer) { return writer.bytes.size() <= kHeaderSize; }
 
 // Adds a question; false when there is no room.
 bool writer_add_question(Writer& writer, std::string_view name, std::uint16_t type, bool unicast_response,
@@ -45,7 +45,7 @@ bool writer_add_record(Writer& writer, Section section, std::string_view name, s
 
 void writer_set_truncated(Writer& writer);
 
-// Takes the finished message, its counts filled in; the writer is to be begun again.
+// Takes the finished message, its counts filled in. The writer begins another one: a query or response like it, with id 0.
 std::vector<std::uint8_t> writer_take(Writer& writer);
 
 }  // namespace mdns

@@ -13,7 +13,7 @@ constexpr std::uint16_t kDeniableMax = 255;  // the greatest type in the one win
 OwnedName& owned_get(Link& link, std::string_view name) {
   NameEntry& entry = name_get(link, name);
   if (entry.owned == nullptr) {
-    entry.owned = new OwnedName;
+    entry.owned = std::make_unique<OwnedName>();
     entry.owned->name = &entry;
   }
   return *entry.owned;
@@ -28,13 +28,11 @@ void owned_review(Link& link, OwnedName& owned) {
   if (owned.state != NameState::unclaimed && std::ranges::none_of(owned.records, is_leaving)) {
     prober_stop(link, owned);
   }
-  if (!owned.records.empty()) {
-    return;
+  if (owned.records.empty()) {
+    NameEntry& entry = *owned.name;
+    entry.owned.reset();
+    name_release(link, entry);
   }
-  NameEntry& entry = *owned.name;
-  entry.owned = nullptr;
-  delete &owned;
-  name_release(link, entry);
 }
 
 // Makes the record live, or not: the link's own queries are told, unless another host says the same. Of what is gone they will be
@@ -48,7 +46,7 @@ void set_live(Link& link, OwnedRecord& record, bool is_live) {
   }
   if (is_news && cache_find(link, key_of(record)) == nullptr) {
     if (is_live) {
-      querier_report(link, *rrset, Event::Kind::added, record.ttl, record.rdata);
+      querier_report(link, *rrset, {Event::Kind::added, 0, 0, record.type, record.ttl, record.rdata});
     } else {
       cache_keep_for_goodbye(link, *rrset, record.ttl, record.rdata);
     }
@@ -60,12 +58,11 @@ void set_live(Link& link, OwnedRecord& record, bool is_live) {
 void record_free(Link& link, OwnedRecord& record) {
   announcer_stop(link, record);
   responder_stop(link, record);
-  link.zone.records.erase(&record);
+  const auto freed = link.zone.records.extract(link.zone.records.find(key_of(record)));
   std::vector<OwnedRecord*>& records = record.owner->records;
   records[record.place] = records.back();
   records[record.place]->place = record.place;
   records.pop_back();
-  const std::unique_ptr<OwnedRecord> freed(&record);
   set_live(link, record, false);
 }
 
@@ -97,11 +94,11 @@ void record_unhold(Link& link, OwnedRecord& record, bool says_goodbye) {
   const std::uint16_t type = record.type;
   const bool is_unique = record.is_unique;
   // What is forsaken is only remembered until it may be said again (RFC 6762 section 6), if it should come back.
+  record.is_forsaken = record.is_forsaken || !says_goodbye;
   const bool is_recent = !is_unique && latest_multicast(record, kBothProtocols) + kSecond > link.now;
-  if (says_goodbye ? !was_multicast(record) : !is_recent) {
+  if (record.is_forsaken ? !is_recent : !was_multicast(record)) {
     record_free(link, record);
   } else {
-    record.is_forsaken = !says_goodbye;
     announcer_stop(link, record);
     responder_stop(link, record);
     record.holders = 0;
@@ -118,12 +115,13 @@ void record_unhold(Link& link, OwnedRecord& record, bool says_goodbye) {
 OwnedRecord& record_hold(Link& link, OwnedName& owner, const RecordData& data, bool is_unique) {
   OwnedRecord* record = zone_find(link, {owner.name, data.type, data.rdata});
   if (record == nullptr) {
-    record = owner.records.emplace_back(new OwnedRecord);
+    auto made = std::make_unique<OwnedRecord>();
+    record = owner.records.emplace_back(made.get());
     record->owner = &owner;
     record->place = static_cast<std::uint32_t>(owner.records.size() - 1);
     record->type = data.type;
     record->rdata = data.rdata;
-    link.zone.records.insert(record);
+    link.zone.records.insert(std::move(made));
   }
   if (record->holders == 0) {
     announcer_stop(link, *record);
@@ -134,39 +132,19 @@ OwnedRecord& record_hold(Link& link, OwnedName& owner, const RecordData& data, b
   return *record;
 }
 
-// Whether an exclusive publication of these data would contradict another one of this link.
-bool contradicts(const OwnedName& owned, std::span<const RecordData> records, const Publication* but) {
-  for (const Publication* other : owned.claimants) {
-    if (other == but || other->claim != Claim::exclusive) {
-      continue;
-    }
-    for (const RecordData& data : records) {
-      for (const OwnedRecord* record : other->records) {
-        if (record->type == data.type && !same_rdata(data.type, record->rdata, data.rdata)) {
-          return true;
-        }
-      }
-    }
-  }
-  return false;
+// Whether an exclusive publication of the data would contradict another one of this link, but for this one and what has `old`.
+bool contradicts(const OwnedName& owned, const RecordData& data, const Publication* but, const OwnedRecord* old) {
+  const auto differs = [&](const OwnedRecord* record) {
+    return record != old && record->type == data.type && !same_rdata(data.type, record->rdata, data.rdata);
+  };
+  return std::ranges::any_of(owned.claimants, [&](const Publication* other) {
+    return other != but && other->claim == Claim::exclusive && std::ranges::any_of(other->records, differs);
+  });
 }
 
 void establish(Link& link, Publication& publication) {
   publication.is_established = true;
   link.events.push_back({Event::Kind::established, publication.id, publication.tag, 0, 0, {}});
-}
-
-void publication_end(Link& link, PublicationId id, bool says_goodbye) {
-  const auto node = link.zone.publications.extract(id);
-  if (node.empty()) {
-    return;
-  }
-  const Publication& publication = node.mapped();
-  std::erase(publication.owner->claimants, &publication);
-  for (OwnedRecord* record : publication.records) {
-    record_unhold(link, *record, says_goodbye);
-  }
-  owned_review(link, *publication.owner);
 }
 
 // The record takes the place of unique data of its type that was about to get a goodbye. Whether any of that was said later than the
@@ -175,7 +153,7 @@ bool take_place(Link& link, const OwnedRecord& record) {
   bool has_taken = false;
   for (std::size_t i = 0; record.is_unique && i < record.owner->records.size(); ++i) {
     OwnedRecord& other = *record.owner->records[i];
-    if (other.type == record.type && other.is_unique && other.holders == 0) {
+    if (share_rrset(record, other) && other.holders == 0) {
       const bool is_later = latest_multicast(other, kBothProtocols) > latest_multicast(record, kBothProtocols);
       has_taken = has_taken || (is_later && !is_superseded(other));
       announcer_stop(link, other);
@@ -183,6 +161,9 @@ bool take_place(Link& link, const OwnedRecord& record) {
   }
   return has_taken;
 }
+
+// Whether the record is published only while the name is ours.
+bool is_claimed(const OwnedRecord& record) { return record.holders > 0 && (record.is_unique || yields(*record.owner)); }
 
 // The record is announced, unless it has never been away and has been announced as often as is due.
 void go_live(Link& link, OwnedRecord& record) {
@@ -199,8 +180,10 @@ void go_live(Link& link, OwnedRecord& record) {
 // Whether the name was ours already, or needs no claim.
 void start(Link& link, Publication& publication) {
   OwnedName& owned = *publication.owner;
-  const bool is_claimed = publication.claim != Claim::shared && !std::ranges::all_of(publication.records, &OwnedRecord::is_live);
-  if (is_claimed && (owned.state == NameState::unclaimed || owned.state == NameState::probing)) {
+  const bool is_claimed = publication.claim != Claim::shared &&
+                          (publication.records.empty() || !std::ranges::all_of(publication.records, &OwnedRecord::is_live));
+  const bool proposes_more = owned.state == NameState::probing && !yields(owned);
+  if (is_claimed && (owned.state == NameState::unclaimed || proposes_more)) {
     prober_begin(link, owned);
   }
   if (is_claimed && owned.state != NameState::owned) {
@@ -214,10 +197,16 @@ void start(Link& link, Publication& publication) {
   establish(link, publication);
 }
 
-// `record` stands where `old` stood for one holder. Old data that is unique is flushed by the new data's announcement; a shared
+// The publication has the data in place of `old`. Old data that is unique is flushed by the new data's announcement; a shared
 // one's goodbye goes in the same packet (RFC 6762 section 8.4).
-void supersede(Link& link, OwnedRecord& record, OwnedRecord& old) {
-  const bool is_leaving = old.holders == 1 && was_multicast(old);
+void replace(Link& link, Publication& publication, OwnedRecord& old, const RecordData& data) {
+  OwnedRecord& record = record_hold(link, *publication.owner, data, old.is_unique);
+  if (&record == &old) {  // the same but for the case of a name in it
+    --old.holders;
+    return;
+  }
+  std::ranges::replace(publication.records, &old, &record);
+  const bool is_leaving = old.holders == 1 && was_multicast(old) && !old.is_forsaken;
   if (old.is_live) {
     const bool is_unannounced = old.is_change || !was_multicast(old);
     set_live(link, record, true);
@@ -233,13 +222,9 @@ void supersede(Link& link, OwnedRecord& record, OwnedRecord& old) {
 
 }  // namespace
 
-RecordKey key_of(const OwnedRecord& record) { return {record.owner->name, record.type, record.rdata}; }
-
-std::string_view name_of(const OwnedRecord& record) { return record.owner->name->name; }
-
 OwnedRecord* zone_find(const Link& link, const RecordKey& key) {
   const auto found = link.zone.records.find(key);
-  return found == link.zone.records.end() ? nullptr : *found;
+  return found == link.zone.records.end() ? nullptr : found->get();
 }
 
 void zone_forget(Link& link, OwnedRecord& record) {
@@ -252,13 +237,11 @@ void zone_forget_superseded(Link& link, const OwnedRecord& record, Time last_sai
   std::vector<OwnedRecord*>& records = record.owner->records;
   for (std::size_t i = record.is_unique ? records.size() : 0; i-- > 0;) {
     OwnedRecord& other = *records[i];
-    if (other.type == record.type && is_superseded(other) && latest_multicast(other, kBothProtocols) <= last_said) {
+    if (share_rrset(record, other) && is_superseded(other) && latest_multicast(other, kBothProtocols) <= last_said) {
       record_free(link, other);
     }
   }
 }
-
-bool was_multicast(const OwnedRecord& record) { return latest_multicast(record, kBothProtocols) != kLongAgo; }
 
 Time latest_multicast(const OwnedRecord& record, Protocols protocols) {
   return std::max(protocols & kIpv4 ? record.multicast_at[0] : kLongAgo, protocols & kIpv6 ? record.multicast_at[1] : kLongAgo);
@@ -269,7 +252,7 @@ Time rrset_multicast_at(const OwnedRecord& record, Protocols protocols, Time bef
   if (record.is_unique && record.type != kTypeNsec) {
     for (const OwnedRecord* other : record.owner->records) {
       const Time at = latest_multicast(*other, protocols);
-      if (other->type == record.type && other->is_unique && other->holders > 0 && at < before) {
+      if (share_rrset(record, *other) && other->holders > 0 && at < before) {
         last = std::max(last, at);
       }
     }
@@ -310,7 +293,8 @@ void zone_report_to(Link& link, const RRset& rrset, const Query& query) {
 void zone_name_established(Link& link, OwnedName& owned) {
   owned.state = NameState::owned;
   for (OwnedRecord* record : owned.records) {
-    if (record->is_unique && record->holders > 0) {
+    if (is_claimed(*record)) {
+      record->is_forsaken = false;
       set_live(link, *record, true);
       announce(link, *record);
     }
@@ -324,7 +308,7 @@ void zone_name_established(Link& link, OwnedName& owned) {
 
 void zone_name_doubted(Link& link, OwnedName& owned) {
   for (OwnedRecord* record : owned.records) {
-    if (record->is_unique && record->holders > 0) {
+    if (is_claimed(*record)) {
       record->is_live = false;
       announcer_stop(link, *record);
       responder_stop(link, *record);
@@ -337,24 +321,24 @@ void zone_name_lost(Link& link, OwnedName& owned) {
   prober_stop(link, owned);
   for (const Publication* loser : std::vector<Publication*>(owned.claimants)) {
     const Event conflict{Event::Kind::conflict, loser->id, loser->tag, 0, 0, {}};
-    publication_end(link, loser->id, false);
+    publication_withdraw(link, link.now, loser->id, false);
     link.events.push_back(conflict);
   }
 }
 
 OwnedRecord* zone_denial(OwnedName& owned) {
-  if (owned.state != NameState::owned) {
+  if (!is_ours(owned)) {
     return nullptr;
   }
   std::vector<std::uint16_t> types;
   types.reserve(owned.records.size());
   for (const OwnedRecord* record : owned.records) {
+    if (record->holders > 0 && record->type > kDeniableMax) {
+      return nullptr;
+    }
     if (record->holders > 0) {
       types.push_back(record->type);
     }
-  }
-  if (std::ranges::any_of(types, [](std::uint16_t type) { return type > kDeniableMax; })) {
-    return nullptr;
   }
   if (owned.denial == nullptr) {
     owned.denial = std::make_unique<OwnedRecord>();
@@ -370,7 +354,7 @@ OwnedRecord* zone_denial(OwnedName& owned) {
 
 void zone_restart(Link& link) {
   for (const auto& [key, entry] : link.names) {
-    OwnedName* owned = entry->owned;
+    OwnedName* owned = entry->owned.get();
     if (owned == nullptr) {
       continue;
     }
@@ -378,19 +362,10 @@ void zone_restart(Link& link) {
       zone_name_doubted(link, *owned);
     }
     for (OwnedRecord* record : owned->records) {
-      if (!record->is_unique && record->holders > 0) {
+      if (record->holders > 0 && !is_claimed(*record)) {
         announce(link, *record);
       }
     }
-  }
-}
-
-void zone_free(Link& link) {
-  for (const OwnedRecord* record : link.zone.records) {
-    delete record;
-  }
-  for (const auto& [key, name] : link.names) {
-    delete name->owned;
   }
 }
 
@@ -399,18 +374,14 @@ PublicationId publish(Link& link, Time now, std::string_view name, std::span<con
   link.now = now;
   OwnedName& owned = owned_get(link, name);
   const PublicationId id = ++link.last_id;
-  if (claim == Claim::exclusive && contradicts(owned, records, nullptr)) {
+  const auto is_taken = [&owned](const RecordData& data) { return contradicts(owned, data, nullptr, nullptr); };
+  if (claim == Claim::exclusive && std::ranges::any_of(records, is_taken)) {
     link.events.push_back({Event::Kind::conflict, id, tag, 0, 0, {}});
-    owned_review(link, owned);
     return id;
   }
-  Publication& publication = link.zone.publications[id];
-  publication.id = id;
-  publication.tag = tag;
-  publication.owner = &owned;
-  publication.claim = claim;
+  Publication& publication = link.zone.publications[id] = {id, tag, &owned, claim, false, {}};
   for (const RecordData& data : records) {
-    publication.records.push_back(&record_hold(link, owned, data, claim != Claim::shared));
+    publication.records.push_back(&record_hold(link, owned, data, claim == Claim::unique || claim == Claim::exclusive));
   }
   if (claim != Claim::shared) {
     owned.claimants.push_back(&publication);
@@ -419,37 +390,46 @@ PublicationId publish(Link& link, Time now, std::string_view name, std::span<con
   return id;
 }
 
-bool publication_update(Link& link, Time now, PublicationId id, const RecordData& data) {
+bool publication_update(Link& link, Time now, PublicationId id, const RecordData& data, bool for_all) {
   link.now = now;
   const auto found = link.zone.publications.find(id);
   if (found == link.zone.publications.end()) {
     return false;
   }
   Publication& publication = found->second;
-  const auto held = std::ranges::find(publication.records, data.type, [](const OwnedRecord* record) { return record->type; });
+  const auto held = std::ranges::find(publication.records, data.type, &OwnedRecord::type);
   if (held == publication.records.end()) {
     return false;
   }
   OwnedRecord& old = **held;
+  OwnedName& owned = *publication.owner;
   if (old.rdata == data.rdata) {
     return true;
   }
-  if (publication.claim == Claim::exclusive && contradicts(*publication.owner, {&data, 1}, &publication)) {
+  if (publication.claim == Claim::exclusive && contradicts(owned, data, &publication, for_all ? &old : nullptr)) {
     return false;
   }
-  OwnedRecord& record = record_hold(link, *publication.owner, data, old.is_unique);
-  if (&record == &old) {  // the same but for the case of a name in it
-    --old.holders;
-    return true;
+  for (Publication* other : owned.claimants) {
+    if (for_all && other != &publication && std::ranges::find(other->records, &old) != other->records.end()) {
+      replace(link, *other, old, data);
+    }
   }
-  *held = &record;
-  supersede(link, record, old);
+  replace(link, publication, old, data);
   return true;
 }
 
-void publication_withdraw(Link& link, Time now, PublicationId id) {
+void publication_withdraw(Link& link, Time now, PublicationId id, bool says_goodbye) {
   link.now = now;
-  publication_end(link, id, true);
+  const auto node = link.zone.publications.extract(id);
+  if (node.empty()) {
+    return;
+  }
+  const Publication& publication = node.mapped();
+  std::erase(publication.owner->claimants, &publication);
+  for (OwnedRecord* record : publication.records) {
+    record_unhold(link, *record, says_goodbye);
+  }
+  owned_review(link, *publication.owner);
 }
 
 void link_hold_goodbyes(Link& link, Time now, Time until) {
@@ -457,17 +437,12 @@ void link_hold_goodbyes(Link& link, Time now, Time until) {
   link.goodbyes_at = std::max(link.goodbyes_at, until);
 }
 
-void publication_forsake(Link& link, Time now, PublicationId id) {
-  link.now = now;
-  publication_end(link, id, false);
-}
-
 void link_withdraw_all(Link& link, Time now) {
   link.now = now;
   link.goodbyes_at = kLongAgo;
   link.is_closing = true;
   while (!link.zone.publications.empty()) {
-    publication_end(link, link.zone.publications.begin()->first, true);
+    publication_withdraw(link, now, link.zone.publications.begin()->first);
   }
   for (OwnedRecord* record : std::vector<OwnedRecord*>(link.announcer.goodbyes.items)) {
     announcer_say_goodbye(link, *record);

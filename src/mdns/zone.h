@@ -20,7 +20,6 @@
 
 namespace mdns {
 
-struct OwnedName;
 struct Query;
 
 struct OwnedRecord {
@@ -83,11 +82,11 @@ struct OwnedName {
 
 struct Zone {
   std::unordered_map<PublicationId, Publication> publications;
-  std::unordered_set<OwnedRecord*, RecordHash, RecordEqual> records;
+  std::unordered_set<std::unique_ptr<OwnedRecord>, RecordHash, RecordEqual> records;
 };
 
-RecordKey key_of(const OwnedRecord& record);
-std::string_view name_of(const OwnedRecord& record);
+inline RecordKey key_of(const OwnedRecord& record) { return {record.owner->name, record.type, record.rdata}; }
+inline std::string_view name_of(const OwnedRecord& record) { return record.owner->name->name; }
 
 // Null when the record is not published.
 OwnedRecord* zone_find(const Link& link, const RecordKey& key);
@@ -95,13 +94,16 @@ OwnedRecord* zone_find(const Link& link, const RecordKey& key);
 // Frees a record whose goodbye has been written.
 void zone_forget(Link& link, OwnedRecord& record);
 
-// Whether the record was ever sent to the group.
-bool was_multicast(const OwnedRecord& record);
-
 // When it was last sent over any of these protocols; the same for the RRset that it is of, if that is ours alone: a unique
 // RRset is sent as a whole (RFC 6762 section 10.2), but of its other records only what was sent `before` counts. kLongAgo: never.
 Time latest_multicast(const OwnedRecord& record, Protocols protocols);
 Time rrset_multicast_at(const OwnedRecord& record, Protocols protocols, Time before = kNever);
+
+// Whether the record was ever sent to the group.
+inline bool was_multicast(const OwnedRecord& record) { return latest_multicast(record, kBothProtocols) != kLongAgo; }
+
+// Whether both are of one RRset that is ours alone.
+inline bool share_rrset(const OwnedRecord& a, const OwnedRecord& b) { return a.is_unique && b.is_unique && a.type == b.type; }
 
 // What was sent so lately that a cache-flush leaves it alone (RFC 6762 section 10.2), with room for the way of the packets.
 constexpr Time kFlushSpares = 500 * kMillisecond;
@@ -112,6 +114,12 @@ bool was_multicast_since(const OwnedRecord& record, Protocols protocols, Time ti
 // Frees the unique data of the same type whose place the record has taken, and which no cache has any more.
 void zone_forget_superseded(Link& link, const OwnedRecord& record, Time last_said);
 
+// Whether the name is claimed in a way that gives way to an owner (Claim::yielding); whether it is ours, and nobody else's.
+inline bool yields(const OwnedName& owned) {
+  return !owned.claimants.empty() && owned.claimants.front()->claim == Claim::yielding;
+}
+inline bool is_ours(const OwnedName& owned) { return owned.state == NameState::owned && !yields(owned); }
+
 // Whether the link has a unique record of the type under that name that is live: then nobody else has one.
 bool zone_has_unique(const NameEntry& name, std::uint16_t type);
 
@@ -121,7 +129,7 @@ bool zone_reports(const Link& link, const RecordKey& key);
 // Tells a query that begins what is live of its name and type and not in the cache.
 void zone_report_to(Link& link, const RRset& rrset, const Query& query);
 
-// The name is ours: its unique records are live, and their publications established.
+// The name is ours, or at least nobody else's: what it is claimed with is live, and the publications are established.
 void zone_name_established(Link& link, OwnedName& owned);
 
 // The name is ours no longer until it has been probed for again, which begins.
@@ -136,7 +144,5 @@ OwnedRecord* zone_denial(OwnedName& owned);
 
 // Everything is probed for and announced anew.
 void zone_restart(Link& link);
-
-void zone_free(Link& link);
 
 }  // namespace mdns

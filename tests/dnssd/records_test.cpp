@@ -64,7 +64,7 @@ TEST_F(Answers, TheLossOfWhatIsNotThereIsNothing) {
 }
 
 TEST(Prefix, HoldsTheAddressesThatBeginLikeIt) {
-  const Prefix prefix{mdns::kIpv4, 22, {10, 9, 0xFC, 1}};
+  const Prefix prefix{mdns::kIpv4, {10, 9, 0xFC, 1}, {0xFF, 0xFF, 0xFC}};
   EXPECT_TRUE(is_within({10, 9, 0xFC, 7}, prefix));
   EXPECT_TRUE(is_within({10, 9, 0xFF, 7}, prefix));
   EXPECT_FALSE(is_within({10, 9, 0xFB, 7}, prefix));
@@ -72,8 +72,9 @@ TEST(Prefix, HoldsTheAddressesThatBeginLikeIt) {
 }
 
 TEST(Prefix, MayBeWholeOrEmpty) {
-  EXPECT_TRUE(is_within({1, 2, 3, 4}, {mdns::kIpv4, 0, {}}));
-  Prefix whole{mdns::kIpv6, 128, {0xFD}};
+  EXPECT_TRUE(is_within({1, 2, 3, 4}, {mdns::kIpv4, {}, {}}));
+  Prefix whole{mdns::kIpv6, {0xFD}, {}};
+  whole.netmask.fill(0xFF);
   EXPECT_TRUE(is_within({0xFD}, whole));
   whole.address[15] = 1;
   EXPECT_FALSE(is_within({0xFD}, whole));

@@ -13,8 +13,8 @@ using ::testing::IsEmpty;
 TEST(ServiceType, IsAnApplicationAndATransport) {
   const std::optional<ServiceType> type = parse_service_type("_ipp._tcp");
   ASSERT_TRUE(type);
-  EXPECT_EQ(type_text(*type), "_ipp._tcp.");
-  EXPECT_EQ(name_to_text(type_name(*type)), "_ipp._tcp.local.");
+  EXPECT_EQ(type_text(type->name), "_ipp._tcp.");
+  EXPECT_EQ(name_to_text(type->name), "_ipp._tcp.local.");
   EXPECT_THAT(type->subtypes, IsEmpty());
   EXPECT_TRUE(parse_service_type("_IPP._UDP."));
 }

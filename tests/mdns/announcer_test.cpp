@@ -300,7 +300,7 @@ TEST_F(Announcer, SaysNoGoodbyeToWhatHasNeverBeenSaid) {
 
 TEST_F(Announcer, SaysNoGoodbyeToWhatIsForsaken) {
   const PublicationId id = GivenAnnounced(Claim::unique, {kSrv});
-  publication_forsake(*link, now, id);
+  publication_withdraw(*link, now, id, false);
   After(10_s);
   EXPECT_THAT(sent, IsEmpty());
 }
@@ -308,7 +308,7 @@ TEST_F(Announcer, SaysNoGoodbyeToWhatIsForsaken) {
 TEST_F(Announcer, SaysWhatWasForsakenAndComesBackASecondAfterItsLastTime) {
   const PublicationId id = Publish(Claim::shared, {kPtr});
   After(10_ms);
-  publication_forsake(*link, now, id);
+  publication_withdraw(*link, now, id, false);
   After(100_ms);
   Publish(Claim::shared, {kPtr});
   After(10_s);
@@ -319,7 +319,7 @@ TEST_F(Announcer, SaysWhatWasForsakenAndComesBackASecondAfterItsLastTime) {
 TEST_F(Announcer, ForgetsWhatWasForsakenAfterASecond) {
   const PublicationId id = Publish(Claim::shared, {kPtr});
   After(10_ms);
-  publication_forsake(*link, now, id);
+  publication_withdraw(*link, now, id, false);
   After(1_s);
   EXPECT_EQ(link_counts(*link).published, 0u);
 }

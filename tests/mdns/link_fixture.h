@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "mdns/link_counts.h"
 #include "mdns/mdns.h"
 #include "mdns/reader.h"
 #include "mdns/wire.h"

@@ -119,7 +119,7 @@ TEST_F(LinkContract, DoesNothingForIdsOfNothing) {
   query_stop(*link, now, 99);
   publication_withdraw(*link, now, 0);
   publication_withdraw(*link, now, 99);
-  publication_forsake(*link, now, 99);
+  publication_withdraw(*link, now, 99, false);
   After(1_s);
   EXPECT_THAT(sent, IsEmpty());
   EXPECT_EQ(link_deadline(*link), kNever);

@@ -49,6 +49,37 @@ TEST_F(Responder, AnswersWithUniqueRecordsWithin10Ms) {
   EXPECT_LE(most, 10_ms);
 }
 
+// Everything takes 250 packets over two protocols, half a second at the pace of the link.
+TEST_F(Responder, AnswersOthersAtOnceBesideAHostThatAsksForEverything) {
+  GivenLink(kBothProtocols);
+  const auto instance = [](int number) { return "P" + std::to_string(number) + "._ipp._tcp.local"; };
+  const auto host = [](int number) { return "printer" + std::to_string(number) + ".local"; };
+  for (int i = 0; i < 2010; ++i) {
+    Publish(Claim::unique, {Srv(instance(i), host(i)), Txt(instance(i), std::string(60, 'x'))});
+    Publish(Claim::unique, {A(host(i), 1), Aaaa(host(i), 1)});
+  }
+  After(30_s);
+  Mark();
+  for (int i = 0; i < 2000; i += 20) {
+    Query query;
+    for (int each = i; each < i + 20; ++each) {
+      query.questions.push_back(Qm(instance(each), kTypeSrv));
+      query.questions.push_back(Qm(instance(each), kTypeTxt));
+    }
+    Asks(query);
+  }
+  const Time begin = now;
+  for (int other = 2000; other < 2010; ++other) {
+    After(50_ms);
+    const Time asked_at = now - begin;
+    LinkTest::Asks(Query{.questions = {Qm(instance(other), kTypeSrv)}, .from = Host(3)});
+    After(50_ms);
+    EXPECT_THAT(SaidAt(Unique(Srv(instance(other), host(other)))), ElementsAre(Le(asked_at + 25_ms))) << other;
+  }
+  After(1_s);
+  EXPECT_THAT(Said(), SizeIs(Ge(2 * 2010u)));
+}
+
 TEST_F(Responder, AnswersQueriesWithTheTcBitAfterARandom400To500Ms) {
   const auto [least, most] =
       DelaysOf(Claim::shared, {kPtr}, {.questions = {Qm("_ipp._tcp.local", kTypePtr)}, .is_truncated = true});

@@ -107,10 +107,9 @@ struct Written {
 
 Written write_any(Maker& maker) {
   Written written{.bytes = {}, .said = Said(4)};
-  Writer writer;
+  Writer writer = writer_new(maker.below(2) == 0);
   writer.max = 200 + maker.below(4000);
   writer.compresses_srv = maker.below(4) != 0;
-  writer_begin(writer, maker.below(2) == 0);
   for (std::size_t left = maker.below(20); left > 0; --left) {
     const Question question{.name = maker.name(), .type = maker.type(), .unicast_response = maker.below(2) == 0};
     if (writer_add_question(writer, question.name, question.type, question.unicast_response)) {

@@ -25,25 +25,23 @@ constexpr std::size_t kBody = 12;
 const std::string kAddress = "\1\2\3\4";
 
 struct WriterTest : ::testing::Test {
-  WriterTest() { writer_begin(writer, true); }
-
   bool add(const std::string& owner, std::uint16_t type, const std::string& rdata, Section section = Section::answers) {
     return writer_add_record(writer, section, owner, type, 120, false, rdata);
   }
 
-  Writer writer;
+  Writer writer = writer_new(true);
 };
 
 TEST_F(WriterTest, BeginsWithNothing) {
   EXPECT_TRUE(writer_is_empty(writer));
   EXPECT_EQ(text(writer_take(writer)), header(kResponse, {}));
-  writer_begin(writer, false, 4711);
+  writer = writer_new(false, 4711);
   writer_set_truncated(writer);
   EXPECT_EQ(text(writer_take(writer)), header(0x200, {}, 4711));
 }
 
 TEST_F(WriterTest, WritesQuestionsAndRecordsWithTheirFlags) {
-  writer_begin(writer, false);
+  writer = writer_new(false);
   EXPECT_TRUE(writer_add_question(writer, name("a"), kTypeAny, true));
   EXPECT_TRUE(writer_add_question(writer, name("b"), kTypeA, false));
   EXPECT_FALSE(writer_is_empty(writer));
@@ -75,12 +73,12 @@ TEST_F(WriterTest, CompressesNamesInRdataOfEveryTypeThatHasThem) {
       {kTypeRt, "ab"}, {kTypeKx, "ab"},  {kTypeAfsdb, "ab"}, {kTypeSrv, "abcdef"},
   };
   for (const auto& [type, head] : all) {
-    writer_begin(writer, true);
+    writer = writer_new(true);
     add(name("a.local"), type, head + name("a.local"));
     EXPECT_EQ(text(writer_take(writer)), header(kResponse, {.answers = 1}) + record(name("a.local"), type, head + pointer(kBody)))
         << type;
   }
-  writer_begin(writer, true);
+  writer = writer_new(true);
   add(name("a.local"), kTypeNsec, name("a.local") + std::string("\0\1\x40", 3));
   add(name("a.local"), kTypeSoa, name("a.local") + name("local") + std::string(20, '\7'));
   EXPECT_EQ(text(writer_take(writer)),
@@ -197,7 +195,6 @@ TEST_F(WriterTest, WritesInFullWhatPointersDoNotReach) {
 TEST_F(WriterTest, BeginsAgainWithoutTheNamesOfTheLastMessage) {
   add(name("a.local"), kTypeA, kAddress);
   writer_take(writer);
-  writer_begin(writer, true);
   EXPECT_THAT(writer.names, ::testing::Each(0));
   add(name("a.local"), kTypeA, kAddress);
   EXPECT_EQ(text(writer_take(writer)), header(kResponse, {.answers = 1}) + record(name("a.local"), kTypeA, kAddress));

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "simulation/client.h"
+#include "simulation/forwarded_hosts.h"
 #include "simulation/world.h"
 
 namespace simulation {
@@ -18,6 +19,9 @@ inline constexpr std::string_view kMark =
     "\x09"
     "forwarded";
 
+// The label, or the `attempt`th one that takes its place where it is another's: with the number between `before` and `behind`.
+std::string numbered(const std::string& label, int attempt, const char* before, const char* behind);
+
 // One service as it is registered: SRV and TXT together under a name that nobody else may have, then the PTR records to it. When the
 // name is another's, the next one is tried.
 struct Offer {
@@ -26,6 +30,7 @@ struct Offer {
   std::string srv, txt;     // data
   int attempt = 1;          // "Printer (2)" is the second
   Tag service = 0, pointer = 0, meta = 0;
+  bool is_forwarded = false;  // others of its host may offer the same: their data changes with it
 };
 
 // The offer's present name, on the wire.
@@ -49,6 +54,8 @@ struct Device {
 
 std::string host_name_of(const Device& device);
 void device_start(Device& device);
+// Gives up its name and services.
+void device_stop(Device& device);
 Offer& device_offer(Device& device, std::string_view label, const std::string& type, std::string_view text);
 void device_change_address(Device& device, std::uint8_t number);
 
@@ -58,7 +65,8 @@ struct Finding {
   Tag srv_query = 0, txt_query = 0, v4_query = 0, v6_query = 0;
   std::string target;
   std::vector<std::string> srv, txt;  // known now; the latest last
-  std::map<std::string, Tag> v4, v6;  // known addresses, and their publications on the other link (0: none)
+  std::set<Address> addresses;        // known now
+  int use = 0;                        // of the target on the other link; 0: none
   Offer offer;
 };
 

@@ -41,7 +41,7 @@ std::string any_type(Life& life) { return life.types[life.world.dice.below(life.
 
 void offer_something(Life& life) {
   Device& device = any_device(life);
-  if (!is_up(*device.port)) {
+  if (!is_up(*device.port) || device.addresses == 0) {
     return;
   }
   constexpr const char* kLabels[] = {"Printer", "PRINTER", "B\xc3\xbcro 1.2", "Scanner", "printer (2)"};
@@ -58,8 +58,9 @@ void offer_something(Life& life) {
 
 Offer* any_offer(Life& life) {
   Device& device = any_device(life);
-  return device.offers.empty() || !is_present(*device.port) ? nullptr
-                                                            : device.offers[life.world.dice.below(device.offers.size())].get();
+  return device.offers.empty() || !is_present(*device.port) || device.addresses == 0
+             ? nullptr
+             : device.offers[life.world.dice.below(device.offers.size())].get();
 }
 
 void change_text(Life& life) {
@@ -234,7 +235,65 @@ void heal(Medium& medium) {
   }
 }
 
+// What becomes of a guest at last.
+void plan_departure(Life& life, Device& guest, Time from, Time until) {
+  World& world = life.world;
+  const std::size_t fate = life.more_dice.below(100);
+  const Time at = life.more_dice.between(from, until);
+  if (fate < 35) {
+    return;  // it stays
+  }
+  call_at(world, at, [&guest, fate] {
+    if (is_present(*guest.port) && fate < 55) {
+      vanish(*guest.port->host);
+    } else if (is_present(*guest.port)) {
+      device_stop(guest);
+    }
+  });
+  if (fate >= 85) {
+    call_at(world, at + life.more_dice.between(0, 15000) * kMillisecond, [&guest] {
+      if (is_present(*guest.port) && guest.addresses == 0) {
+        device_start(guest);
+      }
+    });
+  }
+}
+
+void add_guest(Life& life, const std::string& label, Medium& medium, Time until) {
+  Device& guest = add_device(life, medium, label);
+  if (life.more_dice.chance(60)) {
+    device_offer(guest, new_label(life, "Guest's "), life.types[0], new_label(life, "v="));
+  }
+  plan_departure(life, guest, life.world.now, until);
+}
+
 }  // namespace
+
+void plan_guests(Life& life, Time until) {
+  World& world = life.world;
+  for (std::size_t changes = life.more_dice.below(6); changes > 0; --changes) {
+    call_at(world, life.more_dice.between(0, until), [&life] { change_address(life); });
+  }
+  for (std::size_t guests = life.more_dice.chance(65) ? 1 + life.more_dice.below(2) : 0; guests > 0; --guests) {
+    const Browser& gateway = *life.gateways[life.more_dice.below(life.gateways.size())];
+    Device* host = nullptr;
+    for (Device& device : life.devices) {
+      host = device.port->medium == gateway.from->medium && (host == nullptr || life.more_dice.chance(50)) ? &device : host;
+    }
+    if (host == nullptr) {
+      continue;
+    }
+    const std::string label = host->label;
+    const Time served = life.more_dice.chance(50) ? 0 : life.more_dice.between(0, until / 2);
+    const Time comes = life.more_dice.chance(40) ? 0 : life.more_dice.between(0, until);
+    call_at(world, served, [&life, host] {
+      if (is_up(*host->port) && host->addresses != 0) {
+        device_offer(*host, new_label(life, "Forwarded "), life.types[0], new_label(life, "v="));
+      }
+    });
+    call_at(world, comes, [&life, label, &medium = *gateway.to->medium, until] { add_guest(life, label, medium, until); });
+  }
+}
 
 void plan_misfortune(Life& life, Time until) {
   World& world = life.world;

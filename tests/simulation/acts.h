@@ -19,6 +19,7 @@ struct Life {
   std::vector<Browser*> gateways;
   std::vector<Port*> lookers;
   std::vector<std::string> types;
+  Dice more_dice;   // for what only lives with gateways have: the others are not changed by it
   int numbers = 0;  // for names that nobody else has
 };
 
@@ -32,6 +33,10 @@ Device& add_device(Life& life, Medium& medium, const std::string& label);
 
 // One act, chosen by the dice.
 void act_once(Life& life);
+
+// Plans for a life with gateways: hosts that change their addresses, and guests: devices on the other link that have the name of a host
+// which is forwarded there, from the beginning or later, for a while or for good.
+void plan_guests(Life& life, Time until);
 
 // Plans what is to befall the media until then.
 void plan_misfortune(Life& life, Time until);

@@ -41,8 +41,12 @@ void claim_name(Port& port, const Publication& publication) {
   if (publication.claim == mdns::Claim::shared) {
     return;
   }
+  if (is_owning(publication.claim)) {
+    port.medium->claimants[publication.name_hash].insert(&port);
+  }
   Claimed& claimed = port.claimed[publication.name_hash];
   const Time now = port.world->now;
+  claimed.yielding += is_owning(publication.claim) ? 0 : 1;
   if (claimed.publications++ == 0) {
     for (auto& probed : port.ledger.probed) {
       probed.erase(publication.name_hash);
@@ -62,6 +66,7 @@ void unclaim_name(Port& port, const Publication& publication) {
   }
   Claimed& claimed = port.claimed[publication.name_hash];
   --claimed.publications;
+  claimed.yielding -= is_owning(publication.claim) ? 0 : 1;
   claimed.changed_at = port.world->now;
   if (publication.is_established) {
     claimed.owned_until = port.world->now;
@@ -72,7 +77,7 @@ void add_truth(Port& port, Tag tag, const Publication& publication, std::size_t 
   Medium& medium = *port.medium;
   const mdns::RecordData& record = publication.records[at];
   const Hash set_hash = hash_set(publication.name_hash, record.type);
-  const bool unique = publication.claim != mdns::Claim::shared;
+  const bool unique = is_owning(publication.claim);
   medium.truth[set_hash].push_back({&port, tag, publication.hashes[at], record.rdata, port.world->now, unique});
   medium.gone.erase(publication.hashes[at]);
   Holding& holding = port.holdings[publication.hashes[at]];
@@ -80,6 +85,7 @@ void add_truth(Port& port, Tag tag, const Publication& publication, std::size_t 
   holding.owes_goodbye = false;
   holding.gone_at = holding.goodbye_at = kNever;
   holding.unique = unique;
+  holding.yielding = publication.claim == mdns::Claim::yielding;
   plan_check(medium, *port.world, set_hash);
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "simulation/actors.h"
+#include "simulation/state_rules.h"
 
 namespace simulation {
 namespace {
@@ -18,74 +19,85 @@ Finding* find(Browser& browser, const std::string& key) {
 
 bool is_marked(std::string_view txt) { return txt.substr(0, kMark.size()) == kMark; }
 
-void ask_for_addresses(Browser& browser, const std::string& key, Finding& finding) {
+void leave_host(Browser& browser, Finding& finding) {
+  if (finding.use != 0) {
+    host_leave(*browser.to, finding.target, finding.use);
+    finding.use = 0;
+  }
+}
+
+// The addresses of the present target are asked for no more.
+void forget_target(Browser& browser, Finding& finding) {
   stop(*browser.from, finding.v4_query);
   stop(*browser.from, finding.v6_query);
-  for (auto* const addresses : {&finding.v4, &finding.v6}) {
-    for (const auto& [rdata, tag] : *addresses) {
-      if (tag != 0) {
-        withdraw(*browser.to, tag);
-      }
-    }
-    addresses->clear();
-  }
-  const auto report = [&browser, key](bool v6) {
-    return [&browser, key, v6](bool added, const std::string& rdata) {
+  leave_host(browser, finding);
+  finding.addresses.clear();
+  finding.target.clear();
+}
+
+void ask_for_addresses(Browser& browser, const std::string& key, Finding& finding, const std::string& target) {
+  forget_target(browser, finding);
+  finding.target = target;
+  const auto report = [&browser, key](std::uint16_t type) {
+    return [&browser, key, type](bool added, const std::string& rdata) {
       Finding* const each = find(browser, key);
-      auto& addresses = v6 ? each->v6 : each->v4;
       if (added) {
-        addresses.emplace(rdata, 0);
+        each->addresses.emplace(type, rdata);
       } else {
-        const auto address = addresses.extract(rdata);
-        if (!address.empty() && address.mapped() != 0) {
-          withdraw(*browser.to, address.mapped());
-        }
+        each->addresses.erase({type, rdata});
       }
       follow(browser, *each);
     };
   };
-  finding.v4_query = query(*browser.from, finding.target, mdns::kTypeA, report(false));
-  finding.v6_query = query(*browser.from, finding.target, mdns::kTypeAaaa, report(true));
+  finding.v4_query = query(*browser.from, finding.target, mdns::kTypeA, report(mdns::kTypeA));
+  finding.v6_query = query(*browser.from, finding.target, mdns::kTypeAaaa, report(mdns::kTypeAaaa));
 }
 
 void offer_addresses(Browser& browser, Finding& finding) {
-  for (auto& [rdata, tag] : finding.v4) {
-    if (tag == 0) {
-      tag = publish(*browser.to, finding.target, {{mdns::kTypeA, 0, rdata}}, mdns::Claim::shared);
-    }
+  if (finding.use == 0) {
+    finding.use = host_use(*browser.to, finding.target, *browser.from->medium, [&browser, key = folded(finding.instance)] {
+      if (Finding* const each = find(browser, key)) {
+        follow(browser, *each);
+      }
+    });
   }
-  for (auto& [rdata, tag] : finding.v6) {
-    if (tag == 0) {
-      tag = publish(*browser.to, finding.target, {{mdns::kTypeAaaa, 0, rdata}}, mdns::Claim::shared);
-    }
-  }
+  host_set_addresses(*browser.to, finding.target, finding.use, finding.addresses);
 }
 
 // Brings the other link to what is known now.
 void follow(Browser& browser, Finding& finding) {
-  if (browser.to == nullptr || finding.srv.empty() || finding.txt.empty()) {
+  if (browser.to == nullptr) {
     return;
   }
-  if (is_marked(finding.txt.back())) {  // another gateway's, or ours: whether its host still has an address does not matter
+  if (!finding.txt.empty() && is_marked(finding.txt.back())) {
+    leave_host(browser, finding);
     if (finding.offer.port != nullptr) {
       offer_stop(finding.offer);
     }
     return;
   }
-  if (finding.v4.size() + finding.v6.size() == 0) {
+  const bool is_resolved = !finding.srv.empty() && !finding.txt.empty();
+  if ((is_resolved && !finding.addresses.empty()) || finding.use != 0) {
+    offer_addresses(browser, finding);
+  }
+  if (!is_resolved || finding.use == 0) {
     return;
   }
-  offer_addresses(browser, finding);
+  const std::string srv = finding.srv.back().substr(0, 6) + host_name_on(*browser.to, finding.target);
   const std::string txt = std::string(kMark) + finding.txt.back();
   if (finding.offer.service != 0) {
-    offer_change(finding.offer, finding.srv.back(), txt);
+    offer_change(finding.offer, srv, txt);
+    return;
+  }
+  if (finding.addresses.empty()) {
     return;
   }
   Offer& offer = finding.offer;
   offer.port = browser.to;
+  offer.is_forwarded = true;
   offer.label = finding.instance.substr(1, static_cast<std::uint8_t>(finding.instance[0]));
   offer.type = browser.type;
-  offer.srv = finding.srv.back();
+  offer.srv = srv;
   offer.txt = txt;
   offer_start(offer);
 }
@@ -117,9 +129,10 @@ void found(Browser& browser, const std::string& instance) {
   finding.srv_query = query(*browser.from, instance, mdns::kTypeSrv, [&browser, key](bool added, const std::string& rdata) {
     Finding* const each = find(browser, key);
     learn(each->srv, added, rdata);
-    if (!each->srv.empty() && folded(srv_target(each->srv.back())) != folded(each->target)) {
-      each->target = srv_target(each->srv.back());
-      ask_for_addresses(browser, key, *each);
+    if (each->srv.empty()) {
+      forget_target(browser, *each);
+    } else if (folded(srv_target(each->srv.back())) != folded(each->target)) {
+      ask_for_addresses(browser, key, *each, srv_target(each->srv.back()));
     }
     follow(browser, *each);
   });
@@ -140,11 +153,7 @@ void lose(Browser& browser, const std::string& key) {
   if (finding.offer.port != nullptr) {
     offer_stop(finding.offer);
   }
-  for (const auto* const addresses : {&finding.v4, &finding.v6}) {
-    for (const auto& [rdata, tag] : *addresses) {
-      withdraw(*browser.to, tag);
-    }
-  }
+  leave_host(browser, finding);
 }
 
 }  // namespace
@@ -185,6 +194,71 @@ bool is_forwardable(const Medium& medium, const std::string& instance) {
   return truths(medium, target, mdns::kTypeA) != nullptr || truths(medium, target, mdns::kTypeAaaa) != nullptr;
 }
 
+// The addresses under the name, of hosts that have been there for a while.
+std::set<Address> settled_addresses(const World& world, const Medium& medium, const std::string& name) {
+  std::set<Address> addresses;
+  for (const std::uint16_t type : {mdns::kTypeA, mdns::kTypeAaaa}) {
+    const std::vector<Truth>* const all = truths(medium, name, type);
+    for (std::size_t at = 0; all != nullptr && at < all->size(); ++at) {
+      const Truth& truth = (*all)[at];
+      if (is_undisturbed(*truth.port, world.now, 2 * kSettledWithin) && world.now - truth.since >= kSettledWithin) {
+        addresses.emplace(type, truth.rdata);
+      }
+    }
+  }
+  return addresses;
+}
+
+// Whether a gateway may still know an address that nobody publishes any more.
+bool may_be_left(const Medium& medium, const std::string& name, const Address& address) {
+  const Hash hash = hash_record(hash_set(hash_name(name), address.first), address.first, address.second);
+  const auto gone = medium.gone.find(hash);
+  return gone != medium.gone.end() &&
+         (gone->second.without_goodbye || std::any_of(medium.ports.begin(), medium.ports.end(),
+                                                      [&](const Port* port) { return has_heard_no_goodbye(*port, hash); }));
+}
+
+// Whether gateways publish two hosts under the name: two of the same name on two links, or one under its own and one that a gateway which does not
+// forward the first has moved there. Both being shared, neither gives way.
+bool is_of_two_hosts(const Medium& medium, const std::string& name, const std::string& original, const Medium& from) {
+  const auto is_elsewhere = [&](const auto& use) { return use.second.from != &from; };
+  return std::any_of(medium.ports.begin(), medium.ports.end(), [&](const Port* port) {
+    return std::any_of(port->forwarded.begin(), port->forwarded.end(), [&](const auto& each) {
+      const ForwardedHost& host = *each.second;
+      return folded(host_name_on(*port, host.original)) == folded(name) &&
+             (each.first != folded(original) || std::any_of(host.uses.begin(), host.uses.end(), is_elsewhere));
+    });
+  });
+}
+
+// Whether the service names a host on the other link that has the addresses of its host on the one, and no others.
+void check_host(World& world, const Browser& browser, const Finding& finding, bool exactly) {
+  const std::vector<Truth>* const srv = truths(*browser.from->medium, finding.instance, mdns::kTypeSrv);
+  if (srv == nullptr || finding.use == 0 || !is_undisturbed(*browser.to, world.now, 2 * kSettledWithin)) {
+    return;
+  }
+  const std::string original = srv_target(srv->back().rdata), name = srv_target(finding.offer.srv);
+  const std::set<Address> there = settled_addresses(world, *browser.from->medium, original);
+  const std::set<Address> here = settled_addresses(world, *browser.to->medium, name);
+  const auto host = browser.to->forwarded.find(folded(original));
+  if (there.empty() || (host != browser.to->forwarded.end() && world.now - host->second->moved_at < 2 * kSettledWithin)) {
+    return;
+  }
+  for (const Address& address : there) {
+    if (!here.contains(address)) {
+      fail(world, browser.to, "a gateway's service names a host without its address",
+           text_of(finding.instance) + " " + text_of(name));
+    }
+  }
+  for (const Address& address : here) {
+    if (!there.contains(address) && (exactly || !may_be_left(*browser.from->medium, original, address)) &&
+        !is_of_two_hosts(*browser.to->medium, name, original, *browser.from->medium)) {
+      fail(world, browser.to, "a gateway's service names a host with another's address",
+           text_of(finding.instance) + " " + text_of(name));
+    }
+  }
+}
+
 void check_finding(World& world, const Browser& browser, const Finding& finding, bool exactly) {
   const Medium& medium = *browser.from->medium;
   const std::vector<Truth>* const txt = truths(medium, finding.instance, mdns::kTypeTxt);
@@ -201,6 +275,8 @@ void check_finding(World& world, const Browser& browser, const Finding& finding,
     fail(world, browser.to, "a gateway offers what is no more", text_of(finding.instance));
   } else if (std::string(kMark) + txt->back().rdata != finding.offer.txt) {
     fail(world, browser.to, "a gateway offers old TXT data", text_of(finding.instance));
+  } else {
+    check_host(world, browser, finding, exactly);
   }
 }
 
@@ -208,6 +284,9 @@ void check_finding(World& world, const Browser& browser, const Finding& finding,
 
 void check_gateway(World& world, const Browser& browser, bool exactly) {
   const std::vector<Truth>* const pointers = truths(*browser.from->medium, browser.type, mdns::kTypePtr);
+  if (browser.to != nullptr) {
+    check_forwarded_hosts(world, *browser.to, exactly);
+  }
   for (const auto& [key, finding] : browser.findings) {
     check_finding(world, browser, *finding, exactly);
   }

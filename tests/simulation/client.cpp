@@ -29,7 +29,10 @@ Tag publish(Port& port, std::string_view name, std::vector<mdns::RecordData> rec
     hold(port, publication, at);
   }
   claim_name(port, publication);
-  note(world, &port, "publishes", text_of(name) + (claim == mdns::Claim::shared ? " shared" : ""));
+  note(world, &port, "publishes",
+       text_of(name) + (claim == mdns::Claim::shared     ? " shared"
+                        : claim == mdns::Claim::yielding ? " as long as nobody owns it"
+                                                         : ""));
   publication.id = mdns::publish(*port.link, clock_of(port), name, publication.records, claim, tag);
   if (publication.id == 0) {
     fail(world, &port, "publish refuses well-formed records", text_of(name));
@@ -38,21 +41,10 @@ Tag publish(Port& port, std::string_view name, std::vector<mdns::RecordData> rec
   return tag;
 }
 
-bool update(Port& port, Tag tag, const mdns::RecordData& record) {
-  const auto found = port.publications.find(tag);
-  if (found == port.publications.end()) {
-    return port.lost.contains(tag);  // its owner learns that in a moment, and begins again with the new data
-  }
-  Publication& publication = found->second;
-  const auto old = std::find_if(publication.records.begin(), publication.records.end(),
-                                [&](const mdns::RecordData& each) { return each.type == record.type; });
-  note(*port.world, &port, "updates", text_of(publication.name) + " " + std::to_string(record.type));
-  touch(port);
-  const bool done = mdns::publication_update(*port.link, clock_of(port), publication.id, record);
-  if (!done || old == publication.records.end() || old->rdata == record.rdata) {
-    return done;
-  }
-  const auto at = static_cast<std::size_t>(old - publication.records.begin());
+namespace {
+
+// The record at that place of the publication has other data.
+void replace(Port& port, Tag tag, Publication& publication, std::size_t at, const mdns::RecordData& record) {
   let_go(port, tag, publication, at, false);
   publication.records[at] = record;
   publication.hashes[at] = hash_of(publication.name_hash, record);
@@ -62,6 +54,31 @@ bool update(Port& port, Tag tag, const mdns::RecordData& record) {
   }
   if (publication.claim != mdns::Claim::shared) {
     port.claimed[publication.name_hash].changed_at = port.world->now;
+  }
+}
+
+}  // namespace
+
+bool update(Port& port, Tag tag, const mdns::RecordData& record, bool for_all) {
+  const auto found = port.publications.find(tag);
+  if (found == port.publications.end()) {
+    return port.lost.contains(tag);  // its owner learns that in a moment, and begins again with the new data
+  }
+  Publication& publication = found->second;
+  const auto old = std::find_if(publication.records.begin(), publication.records.end(),
+                                [&](const mdns::RecordData& each) { return each.type == record.type; });
+  note(*port.world, &port, "updates", text_of(publication.name) + " " + std::to_string(record.type));
+  touch(port);
+  const bool done = mdns::publication_update(*port.link, clock_of(port), publication.id, record, for_all);
+  if (!done || old == publication.records.end() || old->rdata == record.rdata) {
+    return done;
+  }
+  const Hash replaced = publication.hashes[static_cast<std::size_t>(old - publication.records.begin())];
+  for (auto& [each, other] : port.publications) {
+    const auto same = std::find(other.hashes.begin(), other.hashes.end(), replaced);
+    if (same != other.hashes.end() && (each == tag || (for_all && other.claim != mdns::Claim::shared))) {
+      replace(port, each, other, static_cast<std::size_t>(same - other.hashes.begin()), record);
+    }
   }
   return true;
 }
@@ -73,11 +90,7 @@ void withdraw(Port& port, Tag tag, bool with_goodbye) {
     return;
   }
   note(*port.world, &port, with_goodbye ? "withdraws" : "forsakes", text_of(found->second.name));
-  if (with_goodbye) {
-    mdns::publication_withdraw(*port.link, clock_of(port), found->second.id);
-  } else {
-    mdns::publication_forsake(*port.link, clock_of(port), found->second.id);
-  }
+  mdns::publication_withdraw(*port.link, clock_of(port), found->second.id, with_goodbye);
   end(port, tag, !with_goodbye);
   touch(port);
 }
@@ -183,6 +196,7 @@ void vanish(Host& host) {
 }
 
 void retire(Port& port, bool at_once) {
+  port.forwarded.clear();
   while (!port.queries.empty()) {
     stop(port, port.queries.begin()->first);
   }
@@ -220,7 +234,7 @@ void note_knowledge(Port& port, const mdns::Event& event) {
   } else if (added == (known != query.known.end())) {
     fail(world, &port, added ? "a record is told twice" : "the end of a record that was not told", text_of(query.name));
   } else if (added) {
-    query.known.push_back({hash, event.rdata, world.now});
+    query.known.push_back({hash, event.rdata, world.now, event.is_unique});
   } else {
     const Known told = *known;
     query.known.erase(known);
@@ -236,6 +250,7 @@ void note_established(Port& port, const mdns::Event& event) {
   Publication& publication = found->second;
   note(*port.world, &port, event.kind == mdns::Event::Kind::established ? "owns" : "has lost", text_of(publication.name));
   if (event.kind == mdns::Event::Kind::conflict) {
+    check_conflict(port, publication);
     port.lost.emplace(event.tag, std::move(publication.report));
     end(port, event.tag, true);
     return;

@@ -9,7 +9,7 @@ namespace simulation {
 // Each gives the tag under which the port knows it. A tag of something that has ended is left alone.
 Tag publish(Port& port, std::string_view name, std::vector<mdns::RecordData> records, mdns::Claim claim,
             std::function<void(bool established)> report = {});
-bool update(Port& port, Tag tag, const mdns::RecordData& record);
+bool update(Port& port, Tag tag, const mdns::RecordData& record, bool for_all = false);
 void withdraw(Port& port, Tag tag, bool with_goodbye = true);
 Tag query(Port& port, std::string_view name, std::uint16_t type,
           std::function<void(bool added, const std::string& rdata)> report = {});

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 
+#include "mdns/link_counts.h"
 #include "simulation/bare_links.h"
 #include "simulation/wire.h"
 

@@ -33,6 +33,9 @@ Target choose(Attack& attack) {
     }
     auto place = port.publications.begin();
     std::advance(place, static_cast<std::ptrdiff_t>(attack.dice.below(port.publications.size())));
+    if (place->second.records.empty()) {
+      continue;
+    }
     return {&place->second, attack.dice.below(place->second.records.size())};
   }
   return {};

@@ -38,7 +38,11 @@ void add_gateway(Life& life, Medium& a, Medium& b) {
   Port& from = add_port(life.world, host, a, life.protocols);
   Port& to = add_port(life.world, host, b, life.protocols);
   const bool both_ways = life.world.dice.chance(20);
-  for (const std::string& type : life.types) {
+  std::vector<std::string> types = life.types;
+  if (life.more_dice.chance(20)) {
+    types.push_back(types[0]);  // what two browses of it find is offered twice: the same records, held by both
+  }
+  for (const std::string& type : types) {
     life.gateways.push_back(&life.browsers.emplace_back(Browser{&from, &to, type, 0, {}}));
     if (both_ways) {
       life.gateways.push_back(&life.browsers.emplace_back(Browser{&to, &from, type, 0, {}}));
@@ -71,7 +75,8 @@ void populate(Life& life) {
   for (std::size_t each = 0; each < lookers; ++each) {
     add_looker(life, world.media[each == 0 ? media - 1 : dice.below(media)]);
   }
-  for (std::size_t each = 0; media > 1 && each < 1 + dice.below(2); ++each) {
+  const std::size_t gateways = media < 2 ? 0 : dice.chance(70) ? 2 : 1;
+  for (std::size_t each = 0; each < gateways; ++each) {
     add_gateway(life, world.media[0], world.media[1]);
   }
   if (media > 2) {
@@ -187,6 +192,9 @@ void live(Life& life) {
   for (std::size_t each = 0; each < acts; ++each) {
     call_at(world, world.dice.chance(15) ? 0 : world.dice.between(0, until), [&life] { act_once(life); });
   }
+  if (!life.gateways.empty()) {
+    plan_guests(life, until);
+  }
   plan_misfortune(life, until);
   run_until(world, until);
   if (life.misfortune == Misfortune::loss) {
@@ -215,6 +223,7 @@ Outcome run_life(std::uint64_t seed, std::size_t lines, const std::vector<std::s
   Life life;
   World& world = life.world;
   world.dice.state = seed * 0x9e3779b97f4a7c15U;
+  life.more_dice.state = ~world.dice.state;
   world.lines_max = lines;
   world.overlooked = overlooked;
   life.misfortune = some_misfortune(world.dice);

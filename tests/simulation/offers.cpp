@@ -10,13 +10,17 @@ using mdns::Claim;
 
 constexpr std::size_t kLabelMax = 63;
 
-std::string label_of(const std::string& label, int attempt, const char* before, const char* behind) {
+}  // namespace
+
+std::string numbered(const std::string& label, int attempt, const char* before, const char* behind) {
   if (attempt == 1) {
     return label;
   }
   const std::string suffix = before + std::to_string(attempt) + behind;
   return label.substr(0, kLabelMax - suffix.size()) + suffix;
 }
+
+namespace {
 
 void offer_established(Offer& offer) {
   if (offer.pointer == 0) {
@@ -36,7 +40,7 @@ void offer_lost(Offer& offer) {
 
 }  // namespace
 
-std::string instance_of(const Offer& offer) { return prepend(label_of(offer.label, offer.attempt, " (", ")"), offer.type); }
+std::string instance_of(const Offer& offer) { return prepend(numbered(offer.label, offer.attempt, " (", ")"), offer.type); }
 
 void offer_start(Offer& offer) {
   offer.service = publish(*offer.port, instance_of(offer), {{mdns::kTypeSrv, 0, offer.srv}, {mdns::kTypeTxt, 0, offer.txt}},
@@ -56,8 +60,8 @@ void offer_change(Offer& offer, const std::string& srv, const std::string& txt) 
   if (offer.service == 0) {
     return;
   }
-  const bool done = (!changes_srv || update(*offer.port, offer.service, {mdns::kTypeSrv, 0, srv})) &&
-                    (!changes_txt || update(*offer.port, offer.service, {mdns::kTypeTxt, 0, txt}));
+  const bool done = (!changes_srv || update(*offer.port, offer.service, {mdns::kTypeSrv, 0, srv}, offer.is_forwarded)) &&
+                    (!changes_txt || update(*offer.port, offer.service, {mdns::kTypeTxt, 0, txt}, offer.is_forwarded));
   if (!done) {  // another of this host has the same name with the old data
     offer_stop(offer);
     offer_start(offer);
@@ -72,7 +76,7 @@ void offer_stop(Offer& offer) {
 }
 
 std::string host_name_of(const Device& device) {
-  return prepend(label_of(device.label, device.attempt, "-", ""), wire_name("local"));
+  return prepend(numbered(device.label, device.attempt, "-", ""), wire_name("local"));
 }
 
 namespace {
@@ -115,6 +119,14 @@ Offer& device_offer(Device& device, std::string_view label, const std::string& t
   offer.txt = txt_rdata(text);
   offer_start(offer);
   return offer;
+}
+
+void device_stop(Device& device) {
+  for (const std::unique_ptr<Offer>& offer : device.offers) {
+    offer_stop(*offer);
+  }
+  withdraw(*device.port, device.addresses);
+  device.addresses = 0;
 }
 
 void device_change_address(Device& device, std::uint8_t number) {

@@ -16,19 +16,18 @@ constexpr Time kRecordApart = kSecond, kDefenceApart = 250 * kMillisecond, kAnsw
 // A datagram may wait for its turn so long.
 constexpr Time kOnTheWay = 100 * kMillisecond;
 
-// The goodbye of another host may come right behind the record, or while that waits for its turn; its rescue goes so long after that.
-constexpr Time kRescueApart = kRescuedWithin - kOnTheWay;
+// The goodbye of another host may come right behind the record, or while that waits for its turn; its rescue goes so long after that, and the
+// rest of its RRset along with it, but for what was sent half a second ago.
+constexpr Time kRescueApart = kRescuedWithin - kOnTheWay, kAlongApart = 500 * kMillisecond;
 
 bool was_heard_within(const Port& port, const std::unordered_map<Hash, Time>& heard, Hash hash, Time within) {
   const auto found = heard.find(hash);
   return found != heard.end() && port.world->now - found->second <= within;
 }
 
-// Whether the record, or another one of its RRset if it is unique (section 10.2: they go together), is said again because another host has
-// taken it back.
-bool is_rescued(const Port& port, const WireRecord& record) {
-  return was_heard_within(port, port.ledger.doubts_heard, record.flush ? record.set_hash : record.hash,
-                          kRescuedWithin + kOnTheWay);
+// Whether the record, or with its set's hash one of its RRset, is said again because another host has taken it back.
+bool is_rescued(const Port& port, Hash hash) {
+  return was_heard_within(port, port.ledger.doubts_heard, hash, kRescuedWithin + kOnTheWay);
 }
 
 Time apart_at_least(const Port& port, const WireRecord& record, Time last) {
@@ -36,9 +35,13 @@ Time apart_at_least(const Port& port, const WireRecord& record, Time last) {
   if (record.flush && claimed != port.claimed.end() && claimed->second.changed_at >= last) {
     return 0;  // section 10.2: the rest of the RRset goes along with what is new in it
   }
-  return was_heard_within(port, port.ledger.probes_heard, record.name_hash, kAnswersProbe) ? kDefenceApart
-         : is_rescued(port, record)                                                        ? kRescueApart
-                                                                                           : kRecordApart;
+  if (was_heard_within(port, port.ledger.probes_heard, record.name_hash, kAnswersProbe)) {
+    return kDefenceApart;
+  }
+  if (record.flush && is_rescued(port, record.set_hash)) {
+    return kAlongApart;
+  }
+  return is_rescued(port, record.hash) ? kRescueApart : kRecordApart;
 }
 
 // How many queries of the port are for the same name and type at most.
@@ -81,12 +84,11 @@ bool is_record_spaced(Port& port, mdns::Protocols protocols, const WireRecord& r
   return is_spaced;
 }
 
-void check_cost(Port& port, std::uint64_t steps, std::size_t bytes) {
+void check_cost(Port& port, std::uint64_t steps, std::size_t bytes, std::size_t published) {
   // A record takes 11 bytes at least. Each may be compared with the few others of its name and type, and told to all that ask for these; a
   // question may be for everything that is published, with the SRV and TXT records that go along.
   constexpr std::uint64_t kPerRecord = 8, kPerDatagram = 64, kPerPublished = 4;
-  const std::uint64_t allowed =
-      kPerDatagram + (kPerRecord + most_alike(port)) * (bytes / 11) + kPerPublished * mdns::link_counts(*port.link).published;
+  const std::uint64_t allowed = kPerDatagram + (kPerRecord + most_alike(port)) * (bytes / 11) + kPerPublished * published;
   port.world->sums.worst_steps = std::max(port.world->sums.worst_steps, steps * 1000 / allowed);
   if (steps > allowed) {
     fail(*port.world, &port, "a datagram costs more than its length",

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "simulation/state_rules.h"
+#include "mdns/link_counts.h"
 
 #include <algorithm>
 
@@ -59,7 +60,8 @@ void check_nothing_else(World& world, Port& port, const Query& query, bool exact
   const std::vector<Truth>& truths = truths_of(*port.medium, query.set_hash);
   for (const Known& known : query.known) {
     const bool is_true = std::any_of(truths.begin(), truths.end(), [&](const Truth& truth) { return truth.hash == known.hash; });
-    if (!is_true && !may_be_known(world, *port.medium, known.hash, exactly)) {
+    if (!is_true && !may_be_known(world, *port.medium, known.hash, exactly) &&
+        (exactly || !has_heard_no_goodbye(port, known.hash))) {
       fail(world, &port, exactly ? "known after its TTL" : "withdrawn, and still known", subject_of(query, known.rdata));
     }
   }
@@ -70,6 +72,11 @@ void fail_missing(World& world, Port& port, const Query& query, const Truth& tru
 }
 
 }  // namespace
+
+bool has_heard_no_goodbye(const Port& port, Hash hash) {
+  const auto heard = port.ledger.heard.find(hash);
+  return port.holdings.contains(hash) && heard != port.ledger.heard.end() && heard->second.until > port.world->now;
+}
 
 bool is_undisturbed(const Port& port, Time now, Time needed) {
   return is_present(port) && port.protocols != mdns::kNoProtocol && now - port.disturbed_at >= needed;
@@ -176,6 +183,66 @@ void check_agreement(World& world, const std::vector<Ownership>& owners) {
 
 }  // namespace
 
+namespace {
+
+void check_borrowed(World& world, Port& port, const Publication& publication) {
+  for (const std::uint16_t type : {mdns::kTypeA, mdns::kTypeAaaa}) {
+    for (const Truth& truth : truths_of(*port.medium, hash_set(publication.name_hash, type))) {
+      const auto own = port.holdings.find(truth.hash);
+      const bool is_same = own != port.holdings.end() && own->second.established > 0;
+      const bool is_due = world.now - truth.since >= kKnownWithin && is_undisturbed(*truth.port, world.now, kSettledWithin);
+      if (truth.unique && !is_same && is_due && reaches(*truth.port, port)) {
+        fail(world, &port, "a name is borrowed that has an owner", text_of(publication.name) + " of " + truth.port->host->label);
+      }
+    }
+  }
+}
+
+}  // namespace
+
+namespace {
+
+// Whether a record of the name was multicast since then by another host.
+bool was_said_since(const Port& port, Hash name_hash, Time since) {
+  for (const std::uint16_t type : {mdns::kTypeA, mdns::kTypeAaaa}) {
+    for (const Truth& truth : truths_of(*port.medium, hash_set(name_hash, type))) {
+      for (const auto& times : truth.port->ledger.multicast) {
+        const auto last = times.find(truth.hash);
+        if (truth.port != &port && last != times.end() && last->second > since) {
+          return true;
+        }
+      }
+    }
+  }
+  return false;
+}
+
+// Whether the first probe has just been sent, and nobody who can have heard it has said anything: what was sent before it came
+// looks like an answer.
+bool is_crossed(const Port& port, const Publication& publication) {
+  const auto claimed = port.claimed.find(publication.name_hash);
+  return claimed != port.claimed.end() && claimed->second.probes == 1 &&
+         port.world->now - claimed->second.probed_at <= 2 * port.medium->weather.delay &&
+         !was_said_since(port, publication.name_hash, claimed->second.probed_at + port.medium->weather.delay);
+}
+
+}  // namespace
+
+void check_conflict(Port& port, const Publication& publication) {
+  const World& world = *port.world;
+  const auto found = port.medium->claimants.find(publication.name_hash);
+  const bool has_claimant = found != port.medium->claimants.end() && std::any_of(found->second.begin(), found->second.end(),
+                                                                                 [&](const Port* each) { return each != &port; });
+  if (world.is_hostile || has_claimant || is_crossed(port, publication)) {
+    return;
+  }
+  if (publication.claim == mdns::Claim::yielding) {
+    fail(*port.world, &port, "a borrowed name is given up that nobody owns", text_of(publication.name));
+  } else if (publication.claim == mdns::Claim::unique && port.medium->weather.loss == 0) {
+    fail(*port.world, &port, "a name is lost to those who only borrow it", text_of(publication.name));
+  }
+}
+
 void check_owners(World& world, Medium& medium) {
   std::map<Hash, std::vector<Ownership>> owners;
   for (Port* const port : medium.ports) {
@@ -186,8 +253,13 @@ void check_owners(World& world, Medium& medium) {
       if (!publication.is_established && world.now - publication.since >= kSettledWithin) {
         fail(world, port, "a publication is neither established nor in conflict", text_of(publication.name));
       }
-      if (publication.is_established && publication.claim != mdns::Claim::shared) {
+      const auto claimed = port->claimed.find(publication.name_hash);
+      const bool is_settled = claimed != port->claimed.end() && world.now - claimed->second.changed_at >= kSettledWithin;
+      if (publication.is_established && is_owning(publication.claim) && is_settled) {
         add_ownership(owners, *port, publication);
+      }
+      if (publication.is_established && publication.claim == mdns::Claim::yielding) {
+        check_borrowed(world, *port, publication);
       }
     }
   }

@@ -25,8 +25,15 @@ void plan_check(Medium& medium, World& world, Hash set_hash);
 // follows its goodbye (RFC 6762 section 10.1). `known`: what was told of it before.
 void check_removal(Port& port, const Query& query, const Known& known);
 
-// For quiet times: no publication is undecided, and each unique name has one owner.
+// A publication ends because its name is another's: not unless some other host has ever claimed the name as its own. That others borrow it is
+// no reason.
+void check_conflict(Port& port, const Publication& publication);
+
+// For quiet times: no publication is undecided, each unique name has one owner, and nobody borrows one that has an owner.
 void check_owners(World& world, Medium& medium);
+
+// Whether the port has said goodbye for the record itself: it hears no goodbye of its own, and what another host had said counts on.
+bool has_heard_no_goodbye(const Port& port, Hash hash);
 
 // For quiet times: every query knows all that is published, and (`exactly`) nothing else. `only`: the queries of one port; null: of all.
 void check_knowledge(World& world, Medium& medium, bool exactly, const Port* only);

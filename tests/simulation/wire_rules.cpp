@@ -15,8 +15,8 @@ constexpr Time kSecondApart = kSecond;            // sections 5.2 and 6
 constexpr Time kProbeApart = 250 * kMillisecond;  // sections 6 and 8.1
 constexpr Time kSeriesOver = 600 * kMillisecond;  // between probes: then a new series has begun
 constexpr Time kOnTheWay =
-    100 * kMillisecond;               // a datagram that waits for its turn may still say what was true when it was written
-constexpr std::size_t kCrowded = 32;  // datagrams of the last second: then the pace may part what belongs together
+    100 * kMillisecond;              // a datagram that waits for its turn may still say what was true when it was written
+constexpr std::size_t kCrowded = 8;  // datagrams of the last second: with more the pace may part what belongs together
 constexpr int kAskedInAMinute = 50;
 constexpr std::uint32_t kLegacyTtl = 10;  // section 6.7
 constexpr std::uint16_t kResponseFlags = 0x8400, kTruncated = 0x0200;
@@ -84,12 +84,15 @@ bool is_proposed(const WireMessage& probe, Hash record) {
                      [&](const WireRecord& each) { return each.part == Part::authority && each.hash == record; });
 }
 
-// Section 8.1 and 8.2: the distance of probes, and all records of the name in each.
+// Section 8.1 and 8.2: the distance of probes, and all records of the name in each; none of a name that is only looked for.
 void check_probe(const Sent& sent, const WireQuestion& question) {
   const auto found = sent.port.claimed.find(question.name_hash);
   if (found == sent.port.claimed.end() || found->second.publications == 0) {
     fail(sent, "a probe for a name that is not claimed", simulation::text_of(question.name));
     return;
+  }
+  if (found->second.yielding == found->second.publications && is_probe_for(sent.message, question)) {
+    fail(sent, "a borrowed name is claimed", simulation::text_of(question.name));
   }
   if (question.type != mdns::kTypeAny) {
     fail(sent, "a probe for one type", simulation::text_of(question.name));
@@ -108,7 +111,7 @@ void check_probe(const Sent& sent, const WireQuestion& question) {
   }
   for (const auto& each : sent.port.publications) {
     const Publication& publication = each.second;
-    const bool is_claimed = publication.name_hash == question.name_hash && publication.claim != mdns::Claim::shared;
+    const bool is_claimed = publication.name_hash == question.name_hash && is_owning(publication.claim);
     for (std::size_t at = 0; is_claimed && at < publication.hashes.size(); ++at) {
       if (!is_proposed(sent.message, publication.hashes[at])) {
         fail(sent, "a probe without one of the proposed records", simulation::text_of(question.name));
@@ -121,7 +124,9 @@ void check_question(const Sent& sent, const WireQuestion& question) {
   if (question.klass != mdns::kClassIn) {
     fail(sent, "a question of another class", simulation::text_of(question.name));
   }
-  if (is_probe_for(sent.message, question)) {
+  const auto claimed = sent.port.claimed.find(question.name_hash);
+  const bool is_look = question.type == mdns::kTypeAny && claimed != sent.port.claimed.end() && claimed->second.yielding > 0;
+  if (is_look || is_probe_for(sent.message, question)) {
     check_probe(sent, question);
     return;
   }
@@ -201,7 +206,7 @@ void check_goodbye(const Sent& sent, const WireRecord& record) {
 void check_denial(const Sent& sent, const WireRecord& record) {
   const Port& port = sent.port;
   const auto claimed = port.claimed.find(record.name_hash);
-  if (claimed == port.claimed.end() || claimed->second.publications == 0) {
+  if (claimed == port.claimed.end() || claimed->second.publications == claimed->second.yielding) {
     if (claimed == port.claimed.end() || port.world->now - claimed->second.changed_at > kOnTheWay) {
       fail(sent, "an NSEC record for a name that is not ours", simulation::text_of(record.name));
     }
@@ -280,7 +285,8 @@ void check_answer(const Sent& sent, const WireRecord& record) {
     fail(sent, "a record that is not published", subject_of(record));
     return;
   }
-  const bool unique = sent.port.holdings[record.hash].unique;
+  const Holding& holding = sent.port.holdings[record.hash];
+  const bool unique = holding.unique;
   if (record.flush != (unique && !sent.is_legacy)) {
     fail(sent, "the cache-flush bit", subject_of(record));
   }
@@ -288,8 +294,10 @@ void check_answer(const Sent& sent, const WireRecord& record) {
   if (record.ttl != (sent.is_legacy ? std::min(full, kLegacyTtl) : full)) {
     fail(sent, "another TTL than published", subject_of(record) + " " + std::to_string(record.ttl) + " s");
   }
-  if (unique) {
+  if (unique || holding.yielding) {
     check_owned(sent, record);
+  }
+  if (unique) {
     check_whole(sent, record);
   }
 }

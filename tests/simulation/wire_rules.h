@@ -22,6 +22,7 @@ void check_pace(Port& port, std::size_t datagrams);
 bool is_record_spaced(Port& port, mdns::Protocols protocols, const WireRecord& record);
 
 // The records that the engine looked at to take in one datagram of that size must be in proportion to it.
-void check_cost(Port& port, std::uint64_t steps, std::size_t bytes);
+// `published`: on the link before it.
+void check_cost(Port& port, std::uint64_t steps, std::size_t bytes, std::size_t published);
 
 }  // namespace simulation

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Time, and the engines in it: what each is given, and what it gives.
 #include "simulation/world.h"
+#include "mdns/link_counts.h"
 
 #include <algorithm>
 
@@ -110,10 +111,10 @@ void deliver(World& world, Port& port, std::uint32_t slot) {
     mdns::Received received = flight.received;
     received.bytes = flight.bytes;
     const bool is_weighed = ++world.sums.deliveries % kWeighed == 0;
-    const std::uint64_t steps = is_weighed ? mdns::link_counts(*port.link).steps : 0;
+    const mdns::LinkCounts before = is_weighed ? mdns::link_counts(*port.link) : mdns::LinkCounts();
     mdns::link_receive(*port.link, clock_of(port), received);
     if (is_weighed) {
-      check_cost(port, mdns::link_counts(*port.link).steps - steps, flight.bytes.size());
+      check_cost(port, mdns::link_counts(*port.link).steps - before.steps, flight.bytes.size(), before.published);
     }
     touch(port);
   }

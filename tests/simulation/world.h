@@ -3,7 +3,7 @@
 // known about who publishes and who asks what. One seed decides everything that happens in it.
 //
 // Reading order: wire.h (packets), this header, client.h (how a host uses its engine), books.h (what is then true), wire_rules.h and
-// state_rules.h (what must hold), actors.h (devices, gateways, hostile hosts), acts.h and life.h (a whole life from a seed). world.cpp drives
+// state_rules.h (what must hold), actors.h (devices, gateways, hostile hosts), forwarded_hosts.h (the names that gateways borrow), acts.h and life.h (a whole life from a seed). world.cpp drives
 // the engines, air.cpp carries the datagrams, trace.cpp tells what happened.
 #pragma once
 
@@ -32,6 +32,7 @@ using Hash = std::uint64_t;
 struct World;
 struct Port;
 struct Host;
+struct ForwardedHost;
 
 // --- What is published and asked
 
@@ -51,6 +52,7 @@ struct Known {
   Hash hash = 0;
   std::string rdata;
   Time since = 0;
+  bool is_unique = false;
 };
 
 struct Query {
@@ -100,6 +102,7 @@ struct Medium {
   std::unordered_map<Hash, Gone> gone;                                  // by record
   std::unordered_set<Hash> left_unheard;         // records that one of several hosts no longer publishes, and could not say so
   std::unordered_map<Hash, std::uint32_t> ttls;  // of every record that was ever published
+  std::unordered_map<Hash, std::unordered_set<const Port*>> claimants;  // who has ever claimed a name as its own
 };
 
 // --- Hosts
@@ -108,14 +111,16 @@ struct Medium {
 struct Holding {
   int holders = 0, established = 0;
   bool unique = false;
+  bool yielding = false;
   bool owes_goodbye = false;  // it was established and has been withdrawn by its last holder
   Time gone_at = kNever;      // when the last holder with an established publication left
   Time goodbye_at = kNever;   // when its goodbye went out
 };
 
-// The names that a host has claimed as unique on one link.
+// The names that a host has claimed on one link: as its own, or only as long as nobody else owns them.
 struct Claimed {
   int publications = 0;
+  int yielding = 0;        // those of them that give way
   Time changed_at = 0;     // when the set of its records changed last
   bool was_owned = false;  // the name had an established publication when this one was added or a moment ago
   Time owned_until = -kSecond * 1000;
@@ -173,8 +178,9 @@ struct Port {
   std::map<Tag, Publication> publications;
   std::map<Tag, std::function<void(bool established)>> lost;  // publications in conflict whose owner has not been told yet
   std::map<Tag, Query> queries;
-  std::unordered_map<Hash, Holding> holdings;  // by record
-  std::unordered_map<Hash, Claimed> claimed;   // by name
+  std::unordered_map<Hash, Holding> holdings;                       // by record
+  std::unordered_map<Hash, Claimed> claimed;                        // by name
+  std::map<std::string, std::shared_ptr<ForwardedHost>> forwarded;  // whose addresses a gateway publishes here, by folded name
   Ledger ledger;
   Time last_arrival[2] = {0, 0};  // of what it sent, by protocol
 };
@@ -289,6 +295,9 @@ void call_at(World& world, Time at, std::function<void()> call);
 
 // To be called after each call of the engine: does what is due, sends, and acts upon events before anything else happens.
 void touch(Port& port);
+
+// Whether the claim makes the name one's own: its records have the cache-flush bit.
+inline bool is_owning(mdns::Claim claim) { return claim == mdns::Claim::unique || claim == mdns::Claim::exclusive; }
 
 // Lets time pass until `until`, or until an invariant is broken.
 void run_until(World& world, Time until);
