@@ -163,6 +163,8 @@ void prober_receive_probe(Link& link, const Message& message) {
       }
     } else if (is_other_host(link, *owned, theirs)) {
       zone_name_lost(link, *owned);
+    } else {
+      owned->rival_at = link.now;
     }
   }
 }

@@ -189,6 +189,10 @@ void start(Link& link, Publication& publication) {
   if (is_claimed && owned.state != NameState::owned) {
     return;
   }
+  if (is_claimed && yields(owned) && owned.rival_at + kSecond > link.now) {
+    zone_name_lost(link, owned);  // whoever probes would take a further address for an owner's
+    return;
+  }
   for (OwnedRecord* record : publication.records) {
     if (!record->is_live) {
       go_live(link, *record);

@@ -76,6 +76,7 @@ struct OwnedName {
   std::uint8_t times_asked = 0;         // and how often it does
   std::uint32_t proposed_in = 0;        // the query that proposes records of the name
   Deadline probe;
+  Time rival_at = kLongAgo;   // when another host last probed for the name, which is only borrowed, with the same addresses
   Time change_at = kLongAgo;  // when changed data may be announced next
   Time change_interval = 0;
 };

@@ -195,5 +195,23 @@ TEST_F(Yielding, AnUpdateForAllChangesTheRecordOfEachHolder) {
   EXPECT_EQ(link_counts(*link).published, 0u);
 }
 
+// Another gateway may have the addresses of a host that begins anew on this link.
+TEST_F(Yielding, AddsNoAddressWhileAHostProbesWithThoseThatItHas) {
+  GivenPublished(Claim::yielding, {kAddress});
+  Asks(Probe({kAddress}));
+  const PublicationId other = Publish(Claim::yielding, {kOtherAddress});
+  EXPECT_THAT(ConflictAt(other), ElementsAre(0));
+  After(2_s);
+  EXPECT_THAT(SaidAt(kOtherAddress), IsEmpty());
+}
+
+TEST_F(Yielding, AddsAnAddressWhenSuchAProbeIsOver) {
+  GivenPublished(Claim::yielding, {kAddress});
+  Asks(Probe({kAddress}));
+  After(1_s);
+  const PublicationId other = Publish(Claim::yielding, {kOtherAddress});
+  EXPECT_THAT(EstablishedAt(other), ElementsAre(1_s));
+}
+
 }  // namespace
 }  // namespace mdns::test
