@@ -49,6 +49,9 @@
 //   released, and when the process returns from main or calls exit() (three seconds at most). A child of fork() has no part
 //   in its parent's engine: the parent's references are bad ones there, and it sends nothing in its parent's name.
 //
+//   Restarts. Where the environment variable MDNSPROXY_HANDOVER names a file, a process can take over from its predecessor what
+//   that has published (handover.cpp): nothing is taken back and announced again for that.
+//
 //   Flags. Bits that the library does not know, private ones such as 0x08000000 and 0x80000000 among them, are ignored, as
 //   are kDNSServiceFlagsForceMulticast (everything here is multicast) and kDNSServiceFlagsLongLivedQuery (so is every query).
 //   kDNSServiceErr_BadFlags: a record that is not exactly one of shared and unique; NoAutoRename without a name or a
@@ -62,7 +65,7 @@
 //
 // Reading order: api.cpp (each dns_sd.h function: what is checked, which operation starts), this header (the records),
 // operations.cpp (the registry of operations), engine.cpp (one pass, and the delivery of replies); then what the operations do:
-// lookup.cpp and publish.cpp, and hosts.cpp, the names of hosts that are elsewhere; last the ground: interface.cpp, sockets.cpp,
+// lookup.cpp and publish.cpp, hosts.cpp, the names of hosts that are elsewhere, and handover.cpp; last the ground: interface.cpp, sockets.cpp,
 // link_monitor.cpp, poll.cpp, signals.cpp, names.cpp.
 #pragma once
 
@@ -181,6 +184,12 @@ struct Host {
   mdns::Time unsettled_since = mdns::kNever;  // since when it has had no member, or might have its own name again
 };
 
+// What a former process has published on an interface and nobody has registered again as yet (handover.cpp).
+struct Inheritance {
+  std::multimap<std::string, mdns::PublicationId, FoldedLess> records{};  // by name
+  std::map<std::string, std::uint32_t, FoldedLess> hosts{};               // Host::number, by name
+};
+
 // One thing that the caller has a reference to.
 struct Operation {
   Handle handle = 0;
@@ -189,7 +198,7 @@ struct Operation {
   void* context = nullptr;
   std::vector<mdns::QueryId> queries{};  // that it has asked
   unsigned queued = 0;                   // replies that wait for delivery
-  std::variant<Connection, Browse, Resolve, Query, Registration, Record, Host> part;
+  std::variant<Connection, Browse, Resolve, Query, Registration, Record, Host, Inheritance> part;
 };
 
 // One reply on its way to its operation's callback; `more` is kDNSServiceFlagsMoreComing, or 0. The operation may be gone when it
@@ -212,6 +221,7 @@ struct Engine {
   Watch link_monitor;                // a netlink socket; not open when the system refused it
   bool is_lost = false;              // the descriptor failed: nothing works any more
   bool is_passing = false;           // DNSServiceProcessResult is running
+  bool is_served = false;            // it has run
   mdns::Time slept = time_asleep();  // time_asleep when the links were served last
   unsigned connections = 0;          // live references that stand by themselves
   unsigned published = 0;            // live registrations and records
@@ -300,6 +310,7 @@ void reply_queue(Operation& operation, decltype(Reply::deliver)&& deliver);
 
 // What each kind does with an event, and when it ends: of its queries operation_release takes care.
 inline void operation_event(Operation&, Connection&, const mdns::Event&) {}
+inline void operation_event(Operation&, Inheritance&, const mdns::Event&) {}  // what is another's now is withdrawn in vain
 void operation_event(Operation& operation, Browse& browse, const mdns::Event& event);
 void operation_event(Operation& operation, Resolve& resolve, const mdns::Event& event);
 void operation_event(Operation& operation, Query& query, const mdns::Event& event);
@@ -313,6 +324,7 @@ void operation_stop(Operation& operation, Query& query);
 void operation_stop(Operation& operation, Registration& registration);
 void operation_stop(Operation& operation, Record& record);
 void operation_stop(Operation& operation, Host& host);
+void operation_stop(Operation& operation, Inheritance& inheritance);
 
 // Has `resume` called after this time, if the operation is still there then.
 void resume_in(const Operation& operation, mdns::Time delay, void (*resume)(Operation& operation));

@@ -102,6 +102,7 @@ DNSServiceErrorType engine_open() {
   }
   gEngine = engine.release();
   link_monitor_open();
+  handover_take();
   return kDNSServiceErr_NoError;
 }
 
@@ -123,6 +124,7 @@ DNSServiceErrorType engine_pass() {
     return kErrServiceNotRunning;
   }
   gEngine->is_passing = true;
+  handover_serve();
   serve();
   replies_deliver();
   if (gEngine != nullptr) {  // or a callback has ended it; one that was begun after that is not passing anyway

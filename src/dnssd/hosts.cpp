@@ -116,7 +116,7 @@ Operation& host_join(Operation& member, const std::string& name) {
   Host& host = std::get<Host>(operation.part);
   if (known == interface.hosts.end()) {
     interface.hosts.emplace(host.name, &operation);
-    take_name(operation, 1);
+    take_name(operation, inheritance_number(interface, host.name));
   }
   if (host.look == 0 && std::holds_alternative<Record>(member.part)) {
     give_way(operation);

@@ -118,6 +118,7 @@ mdns::Time interfaces_deadline() {
 void interfaces_withdraw() {
   mdns::Time now = monotonic_now();
   const mdns::Time end = now + kWithdrawMax;
+  handover_give();
   for (const auto& [index, interface] : gEngine->interfaces) {
     mdns::link_withdraw_all(*interface->link, now);
   }

@@ -55,6 +55,7 @@ struct Interface {
   std::multiset<std::string, FoldedLess> live_addresses;              // for each address that the live queries know, its host
   std::map<std::string_view, Operation*, FoldedLess> hosts;           // by name, which is the host's own (hosts.cpp)
   std::set<std::string, FoldedLess> aliases;                          // of those that had to give way
+  Operation* inheritance = nullptr;                                   // handover.cpp
   unsigned operations = 0;                                            // live operations on it
   mdns::Time idle_since = monotonic_now();                            // when the last operation on it ended, if there is none
   bool is_touched = false;                                            // something has been done to its link since it was served
@@ -75,7 +76,8 @@ void interfaces_serve(mdns::Time now);
 // When interfaces_serve has to be called next: kNever when nothing is planned, 0 when a link was touched.
 mdns::Time interfaces_deadline();
 
-// Withdraws everything and sends the goodbyes. Blocks for their pace, three seconds at most.
+// Withdraws everything and sends the goodbyes, unless the next process goes on with it. Blocks for their pace, three seconds at
+// most.
 void interfaces_withdraw();
 
 // --- sockets.cpp
@@ -94,6 +96,24 @@ mdns::Endpoint to_endpoint(const sockaddr* address);
 // Sends the datagrams that the link has made, over the protocols that they name. What the system does not take is lost, as on the
 // wire.
 void sockets_send(const Interface& interface);
+
+// --- handover.cpp
+
+// To be called when the process may be about to end: leaves what is published to the next one, if that is wanted and can be done,
+// and has the links publish nothing any more.
+void handover_give();
+
+// Goes on with what the former process has left, until some seconds after handover_serve.
+void handover_take();
+
+// DNSServiceProcessResult runs.
+void handover_serve();
+
+// Something is about to be registered under a name that must be unique: it takes the place of what was inherited there.
+void inheritance_replace(Interface& interface, const std::string& name);
+
+// Which name the host had on the interface (Host::number).
+unsigned inheritance_number(const Interface& interface, const std::string& host);
 
 // --- link_monitor.cpp
 

@@ -10,7 +10,10 @@ namespace dnssd {
 namespace {
 
 unsigned is_published(const Operation& operation) {
-  return std::holds_alternative<Registration>(operation.part) || std::holds_alternative<Record>(operation.part) ? 1 : 0;
+  return std::holds_alternative<Registration>(operation.part) || std::holds_alternative<Record>(operation.part) ||
+                 std::holds_alternative<Inheritance>(operation.part)
+             ? 1
+             : 0;
 }
 
 // One operation by itself: ends its queries and withdraws what it has published.
@@ -62,6 +65,7 @@ void operation_release(Operation& operation) {
   }
   std::vector<Operation*> released{&operation};
   if (std::holds_alternative<Connection>(operation.part)) {
+    handover_give();
     for (const auto& [handle, member] : gEngine->operations) {
       if (member->connection == operation.handle) {
         released.push_back(member.get());

@@ -11,7 +11,7 @@
 //   4. operation_stop: all of them are withdrawn, with goodbyes.
 #include <utility>
 
-#include "dnssd/dnssd.h"
+#include "dnssd/interface.h"
 
 namespace dnssd {
 namespace {
@@ -67,6 +67,7 @@ void publish_pointers(Operation& operation, Registration& registration) {
 void try_name(Operation& operation) {
   Registration& registration = std::get<Registration>(operation.part);
   const mdns::RecordData records[] = {srv_data(registration), {mdns::kTypeTxt, 0, registration.txt}};
+  inheritance_replace(*operation.interface, instance_of(registration));
   registration.service = publish(operation, instance_of(registration), records, mdns::Claim::exclusive);
 }
 
@@ -165,6 +166,9 @@ void record_start(Operation& operation, const std::string& name, mdns::Claim cla
     record.is_reported = true;  // nobody can take it away
     report_record(operation, kDNSServiceErr_NoError);
   } else {
+    if (claim != mdns::Claim::shared) {
+      inheritance_replace(*operation.interface, name);
+    }
     record.publication = publish(operation, name, {&record.data, 1}, claim);
   }
 }

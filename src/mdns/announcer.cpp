@@ -8,8 +8,6 @@
 namespace mdns {
 namespace {
 
-constexpr std::uint8_t kAnnouncements = 2;  // RFC 6762 section 8.3
-
 // RFC 6762 sections 6 and 8.3: a second apart; the rest is for a receiver whose clock runs otherwise.
 constexpr Time kAnnouncementsApart = kSecond + 5 * kMillisecond;
 

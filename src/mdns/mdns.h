@@ -157,8 +157,25 @@ void publication_withdraw(Link& link, Time now, PublicationId id, bool says_good
 void link_hold_goodbyes(Link& link, Time now, Time until);
 
 // Withdraws everything; the link is about to be freed, and nothing but goodbyes is sent any more. link_deadline is kNever
-// when all of them have been taken.
-void link_withdraw_all(Link& link, Time now);
+// when all of them have been taken. With `hands_over` what is still published gets none: somebody else goes on with it.
+void link_withdraw_all(Link& link, Time now, bool hands_over = false);
+
+// --- Handing over: what one process has published, and another one of the machine goes on with
+
+// A record that is published and established.
+struct Published {
+  std::string name;
+  RecordData data;
+  Claim claim = Claim::shared;                // unique in place of exclusive
+  std::uint8_t announcements_left = 0;        // still to come
+  std::array<Time, 2> multicast_at = {0, 0};  // when it was last sent over each protocol, by a clock that both processes have
+};
+
+std::vector<Published> link_published(const Link& link);
+
+// Publishes the record as though it had been published here all the time: its name is not probed for, and nothing is announced
+// but what was still to come. To be called before anything else is published under that name.
+PublicationId publish_inherited(Link& link, Time now, const Published& inherited, std::uint64_t tag);
 
 // --- Events
 

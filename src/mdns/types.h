@@ -54,6 +54,8 @@ constexpr bool is_address(std::uint16_t type) { return type == kTypeA || type ==
 inline constexpr std::uint32_t kHostTtl = 120;
 inline constexpr std::uint32_t kOtherTtl = 75 * 60;
 
+inline constexpr std::uint8_t kAnnouncements = 2;  // of each record (RFC 6762 section 8.3)
+
 inline constexpr std::size_t kHeaderSize = 12;  // of a message (RFC 1035 section 4.1.1)
 
 // What a datagram may hold. Both protocols carry the same datagrams, so the smaller room counts: an Ethernet frame's 1500

@@ -441,17 +441,47 @@ void link_hold_goodbyes(Link& link, Time now, Time until) {
   link.goodbyes_at = std::max(link.goodbyes_at, until);
 }
 
-void link_withdraw_all(Link& link, Time now) {
+void link_withdraw_all(Link& link, Time now, bool hands_over) {
   link.now = now;
   link.goodbyes_at = kLongAgo;
   link.is_closing = true;
   while (!link.zone.publications.empty()) {
-    publication_withdraw(link, now, link.zone.publications.begin()->first);
+    publication_withdraw(link, now, link.zone.publications.begin()->first, !hands_over);
   }
   for (OwnedRecord* record : std::vector<OwnedRecord*>(link.announcer.goodbyes.items)) {
     announcer_say_goodbye(link, *record);
   }
   link.outbox.urgent.clear();
+}
+
+std::vector<Published> link_published(const Link& link) {
+  std::vector<Published> all;
+  for (const auto& [id, publication] : link.zone.publications) {
+    for (const OwnedRecord* record : publication.records) {
+      if (publication.is_established && record->is_live) {
+        const Claim claim = publication.claim == Claim::exclusive ? Claim::unique : publication.claim;
+        all.push_back({std::string(name_of(*record)),
+                       {record->type, record->ttl, record->rdata},
+                       claim,
+                       record->announcements_left,
+                       record->multicast_at});
+      }
+    }
+  }
+  return all;
+}
+
+PublicationId publish_inherited(Link& link, Time now, const Published& inherited, std::uint64_t tag) {
+  OwnedName& owned = owned_get(link, inherited.name);
+  if (inherited.claim != Claim::shared && owned.state == NameState::unclaimed) {
+    owned.state = NameState::owned;
+  }
+  OwnedRecord& record = record_hold(link, owned, inherited.data, inherited.claim == Claim::unique);
+  record.announcements_left = inherited.announcements_left;
+  record.multicast_at = inherited.multicast_at;
+  const PublicationId id = publish(link, now, inherited.name, {&inherited.data, 1}, inherited.claim, tag);
+  --record.holders;
+  return id;
 }
 
 }  // namespace mdns

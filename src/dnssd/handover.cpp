@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: MIT
+// A restart that nobody on the links notices.
+//
+// The environment variable MDNSPROXY_HANDOVER names a file. Whoever is about to restart the process makes a file of that name
+// with ".wanted" behind it. When the engine ends, or with a connection what belongs to it, and that one is there, what is published
+// is written into the former, and nothing is taken back. The next engine, in the process that takes its place, reads it and goes on with those records at once, while the
+// caller registers its own: what is the same is not announced again, what is different is an update, and what nobody has
+// registered some seconds after the caller has begun to serve the engine is taken back.
+//
+// A file that is not whole, not this machine's, of before its last start or too old is ignored, and so is what it has for an
+// interface that is not there any more. It is read once.
+#include <fcntl.h>
+#include <net/if.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <utility>
+
+#include "dnssd/handover_file.h"
+#include "dnssd/interface.h"
+
+namespace dnssd {
+namespace {
+
+constexpr const char* kVariable = "MDNSPROXY_HANDOVER";
+constexpr const char* kWantedSuffix = ".wanted";
+constexpr const char* kNewSuffix = ".new";
+
+// The next process is started within a moment; what has not been answered for that long is better announced anew.
+constexpr mdns::Time kFreshFor = 60 * mdns::kSecond;
+
+// Counted from the caller's first pass: by then it has found what there is.
+constexpr mdns::Time kKeptFor = 5 * mdns::kSecond;
+
+// What comes with a registration in place of what was inherited is an update until then.
+constexpr mdns::Time kUpdateWithin = 200 * mdns::kMillisecond;
+
+// Very many services take a few megabytes.
+constexpr off_t kSizeMax = 64 << 20;
+
+std::string path_of_file() {
+  const char* const path = secure_getenv(kVariable);
+  return path == nullptr ? "" : path;
+}
+
+// All of a file of ours; nothing for anything else. It is gone afterwards.
+std::string take_file(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (fd < 0) {
+    return {};
+  }
+  unlink(path.c_str());
+  std::string bytes;
+  struct stat status {};
+  const bool is_ours = fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid() &&
+                       (status.st_mode & (S_IWGRP | S_IWOTH)) == 0 && status.st_size <= kSizeMax;
+  if (is_ours) {
+    bytes.resize(static_cast<std::size_t>(status.st_size));
+    const ssize_t size = read(fd, bytes.data(), bytes.size());
+    bytes.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+  }
+  close(fd);
+  return bytes;
+}
+
+bool write_file(const std::string& path, const std::string& bytes) {
+  const std::string made = path + kNewSuffix;
+  unlink(made.c_str());
+  const int fd = open(made.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR);
+  if (fd < 0) {
+    return false;
+  }
+  const bool is_whole = write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+  return close(fd) == 0 && is_whole && rename(made.c_str(), path.c_str()) == 0;
+}
+
+// A handover of this machine, of now, without anything in it.
+Handover handover_of_now() {
+  char boot[64];
+  const int fd = open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC);
+  const ssize_t size = fd < 0 ? 0 : read(fd, boot, sizeof boot);
+  if (fd >= 0) {
+    close(fd);
+  }
+  struct stat network {};
+  stat("/proc/self/ns/net", &network);
+  return {std::string(boot, size < 0 ? 0 : static_cast<std::size_t>(size)), network.st_ino, monotonic_now(), {}};
+}
+
+HandedInterface handed(const Interface& interface) {
+  HandedInterface given{interface.index, interface.name, mdns::link_published(*interface.link), {}};
+  for (const auto& [name, operation] : interface.hosts) {
+    given.hosts.emplace_back(name, std::get<Host>(operation->part).number);
+  }
+  return given;
+}
+
+void inherit(const HandedInterface& given, mdns::Time now) {
+  char name[IF_NAMESIZE];
+  Interface* interface = nullptr;
+  if (if_indextoname(given.index, name) == nullptr || given.name != name ||
+      interface_get(given.index, &interface) != kDNSServiceErr_NoError) {
+    return;
+  }
+  Operation* const operation = operation_new(kLibrary, interface, nullptr, Inheritance{});
+  Inheritance& inheritance = std::get<Inheritance>(operation->part);
+  for (const mdns::Published& record : given.records) {
+    inheritance.records.emplace(record.name, mdns::publish_inherited(link_of(*operation), now, record, operation->handle));
+  }
+  inheritance.hosts.insert(given.hosts.begin(), given.hosts.end());
+  interface->inheritance = operation;
+}
+
+void take_back(Operation& operation) { operation_release(operation); }
+
+}  // namespace
+
+void handover_give() {
+  const std::string path = path_of_file();
+  if (path.empty() || unlink((path + kWantedSuffix).c_str()) != 0) {
+    return;
+  }
+  Handover handover = handover_of_now();
+  for (const auto& [index, interface] : gEngine->interfaces) {
+    handover.interfaces.push_back(handed(*interface));
+  }
+  if (write_file(path, handover_to_bytes(handover))) {
+    for (const auto& [index, interface] : gEngine->interfaces) {
+      mdns::link_withdraw_all(interface_link(*interface), handover.written_at, true);
+    }
+  }
+}
+
+void handover_take() {
+  const std::string path = path_of_file();
+  if (path.empty()) {
+    return;
+  }
+  unlink((path + kWantedSuffix).c_str());  // the process that it was meant for has ended in another way
+  const std::optional<Handover> handover = handover_from_bytes(take_file(path));
+  const Handover now = handover_of_now();
+  if (!handover || handover->boot != now.boot || handover->network != now.network || handover->written_at > now.written_at ||
+      now.written_at - handover->written_at > kFreshFor) {
+    return;
+  }
+  for (const HandedInterface& interface : handover->interfaces) {
+    inherit(interface, now.written_at);
+  }
+}
+
+void handover_serve() {
+  if (std::exchange(gEngine->is_served, true)) {
+    return;
+  }
+  for (const auto& [index, interface] : gEngine->interfaces) {
+    if (interface->inheritance != nullptr) {
+      resume_in(*interface->inheritance, kKeptFor, take_back);
+    }
+  }
+}
+
+void inheritance_replace(Interface& interface, const std::string& name) {
+  if (interface.inheritance == nullptr) {
+    return;
+  }
+  const mdns::Time now = monotonic_now();
+  auto& records = std::get<Inheritance>(interface.inheritance->part).records;
+  const auto [first, last] = records.equal_range(name);
+  if (first != last) {
+    mdns::link_hold_goodbyes(interface_link(interface), now, now + kUpdateWithin);
+  }
+  for (auto each = first; each != last; ++each) {
+    mdns::publication_withdraw(interface_link(interface), now, each->second);
+  }
+  records.erase(first, last);
+}
+
+unsigned inheritance_number(const Interface& interface, const std::string& host) {
+  if (interface.inheritance == nullptr) {
+    return 1;
+  }
+  const auto& hosts = std::get<Inheritance>(interface.inheritance->part).hosts;
+  const auto known = hosts.find(host);
+  return known == hosts.end() ? 1 : known->second;
+}
+
+void operation_stop(Operation& operation, Inheritance& inheritance) {
+  for (const auto& [name, publication] : inheritance.records) {
+    mdns::publication_withdraw(link_of(operation), monotonic_now(), publication);
+  }
+  operation.interface->inheritance = nullptr;
+}
+
+}  // namespace dnssd
