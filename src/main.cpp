@@ -2,14 +2,13 @@
 // mdnsproxy: start-up, then the event loop.
 
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "config/config.h"
 #include "platform/platform.h"
+#include "platform/program_name.h"
 #include "runtime/runtime.h"
 #include "tables/tables.h"
 
@@ -19,11 +18,6 @@ namespace {
 void raise_core_limit() {
   const rlimit unlimited = {RLIM_INFINITY, RLIM_INFINITY};
   setrlimit(RLIMIT_CORE, &unlimited);
-}
-
-const char* program_name(const char* argv0) {
-  const char* slash = std::strrchr(argv0, '/');
-  return slash != nullptr ? slash + 1 : argv0;
 }
 
 void switch_to_debug_mode() {

@@ -11,6 +11,8 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/program_name.h"
+
 namespace {
 
 constexpr int kFatalSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
@@ -82,16 +84,23 @@ void append_number(Line& line, std::uintptr_t number, unsigned base) {
   append(line, first);
 }
 
-// "mdnsproxy (version 1.0.0): fatal signal 11 (SIGSEGV), address 0x0"
-void describe(Line& line, int signal_number, const void* address) {
+// Only a fault has one: where a process sent the signal (abort does, too) si_addr shows the sender, and the kernel
+// knows none for a fault that is not one of a page.
+bool has_address(const siginfo_t& info) { return info.si_code > 0 && info.si_code != SI_KERNEL && info.si_signo != SIGABRT; }
+
+// "mdnsproxy (version 1.0.0): fatal signal 11 (SIGSEGV), address 0x0", without the address where there is none.
+void describe(Line& line, int signal_number, const siginfo_t& info) {
   line.length = 0;
   append(line, gCrashProgram);
   append(line, " (version " MDNSPROXY_VERSION "): fatal signal ");
   append_number(line, static_cast<unsigned>(signal_number), 10);
   append(line, " (");
   append(line, name_of(signal_number));
-  append(line, "), address 0x");
-  append_number(line, reinterpret_cast<std::uintptr_t>(address), 16);
+  append(line, ")");
+  if (has_address(info)) {
+    append(line, ", address 0x");
+    append_number(line, reinterpret_cast<std::uintptr_t>(info.si_addr), 16);
+  }
 }
 
 std::size_t read_until_end(int file) {
@@ -156,9 +165,9 @@ void let_alarm_through() {
   sigprocmask(SIG_UNBLOCK, &alarms, nullptr);
 }
 
-void report(int signal_number, const void* address) {
+void report(int signal_number, const siginfo_t& info) {
   Line line;
-  describe(line, signal_number, address);
+  describe(line, signal_number, info);
   write_all(STDERR_FILENO, line.text, line.length);
   write_all(STDERR_FILENO, "\n", 1);
   const std::size_t size = write_backtrace_text();
@@ -172,7 +181,7 @@ void report(int signal_number, const void* address) {
 
 void crash_handler(int signal_number, siginfo_t* info, void*) {
   gCrashSignal = signal_number;
-  report(signal_number, info->si_addr);
+  report(signal_number, *info);
   end_by(signal_number);
 }
 
@@ -194,10 +203,7 @@ void prime_backtrace() {
 }  // namespace
 
 int crashdump_init(const char* argv0) {
-  if (argv0 != nullptr) {
-    const char* slash = std::strrchr(argv0, '/');
-    gCrashProgram = slash != nullptr ? slash + 1 : argv0;
-  }
+  gCrashProgram = program_name(argv0);
   prime_backtrace();
   stack_t stack = {};
   stack.ss_sp = gStack;

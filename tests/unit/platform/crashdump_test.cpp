@@ -14,6 +14,7 @@
 #include <string>
 
 #include "fakes/fake_syslog.h"
+#include "platform/program_name.h"
 #include "unit/child_process.h"
 
 using testing::ContainsRegex;
@@ -60,8 +61,8 @@ TEST_P(CrashReport, NamesProgramVersionAndSignalOnBothWays) {
     raise(fatal.signal_number);
   });
   const std::string line =
-      "mdnsproxy (version 1.0.0): fatal signal " + std::to_string(fatal.signal_number) + " (" + fatal.name + "), address 0x";
-  EXPECT_THAT(crash.err, StartsWith(line));
+      "mdnsproxy (version 1.0.0): fatal signal " + std::to_string(fatal.signal_number) + " (" + fatal.name + ")\n";
+  EXPECT_THAT(crash.err, StartsWith(line)) << "without an address: the signal is no fault";
   EXPECT_THAT(crash.err, HasSubstr("syslog(2): " + line)) << "at a priority that no mask of the daemon holds back";
   EXPECT_EQ(crash.ending_signal, fatal.signal_number) << "by the default action, which makes the core file";
 }
@@ -131,6 +132,23 @@ TEST(CrashReportInItsOwnReport, EndsAtOnce) {
   });
   EXPECT_EQ(crash.ending_signal, SIGSEGV);
 }
+
+TEST(CrashReportOfAbort, HasNoAddress) {
+  const ChildProcess crash = run_in_child([] {
+    crashdump_init("mdnsproxy");
+    std::abort();
+  });
+  EXPECT_THAT(crash.err, StartsWith("mdnsproxy (version 1.0.0): fatal signal 6 (SIGABRT)\n"));
+}
+
+TEST(ProgramName, IsWhatStandsBehindTheLastSlash) {
+  EXPECT_STREQ(program_name("/usr/sbin/mdnsproxy"), "mdnsproxy");
+  EXPECT_STREQ(program_name("gateway"), "gateway");
+  EXPECT_STREQ(program_name("./"), "");
+  EXPECT_STREQ(program_name(""), "");
+}
+
+TEST(ProgramName, IsTheDaemonsWithoutAny) { EXPECT_STREQ(program_name(nullptr), "mdnsproxy"); }
 
 TEST(CrashReportName, IsThatOfTheDaemonWithoutAnother) {
   const ChildProcess crash = run_in_child([] {
