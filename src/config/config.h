@@ -20,5 +20,7 @@ int parse_servicefile(std::FILE* file, const char* path);
 // error (20, 120, and those of add_proxy_rule); rules before the error have been installed by then.
 int parse_rulesfile(std::FILE* file, const char* path);
 
-// Both files in order, with the pause between them. Ends the process when one cannot be opened (110, 120).
+// Both files in order, with the pause between them. Ends the process when one cannot be opened (110, 120). Where a FIFO
+// stands in the place of one, that waits for a writer, and the FIFO then counts as an empty file. May end the process
+// by signal (10).
 void InitFromConfigFiles(const char* aConfigServicesFilename, const char* aConfigRulesFilename);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Initialisation from the two files: the services list first, since a rule names a service of it.
 
+#include <fcntl.h>
+
 #include "config/config.h"
 #include "config/messages.h"
 #include "runtime/runtime.h"
@@ -11,8 +13,14 @@ namespace {
 // Between the two files, so that whoever writes the rules list at boot gets it there.
 constexpr unsigned kPauseBetweenFiles = 1;  // second
 
+// Where a FIFO stands in the file's place, this waits for somebody who writes it. May end the process (10).
+std::FILE* open_for_reading(const char* path) {
+  const int file = open_letting_signals_through(path, O_RDONLY);
+  return file != -1 ? fdopen(file, "r") : nullptr;
+}
+
 std::FILE* open_services(const char* path) {
-  std::FILE* file = std::fopen(path, "r");
+  std::FILE* file = open_for_reading(path);
   if (file == nullptr) {
     if (gDBG != 0) {
       log_message(LOG_ERR, "cannot find services config file: %s", path);
@@ -23,7 +31,7 @@ std::FILE* open_services(const char* path) {
 }
 
 std::FILE* open_rules(const char* path) {
-  std::FILE* file = std::fopen(path, "r");
+  std::FILE* file = open_for_reading(path);
   if (file == nullptr) {
     if (gDBG != 0) {
       log_message(LOG_ERR, "cannot find rules config file: %s", path);

@@ -81,8 +81,8 @@ void daemonize(const char* aRundir, const char* aPIDfile) {
   }
   log_message(LOG_DEBUG, "daemonize(): getppid() returned %d, so NOT already a child process, fork()'ing now...", parent);
   block_job_control_signals();
-  install_signal_handler();
   hold_handled_signals();
+  install_signal_handler();
   go_on_in_child(parent);
   start_session();
   detach_standard_streams();

@@ -5,8 +5,8 @@
 #include <cstring>
 #include <initializer_list>
 
-#include "runtime/daemon_control.h"
 #include "runtime/log.h"
+#include "runtime/signals.h"
 #include "runtime/startup.h"
 
 int stopNow = 0;

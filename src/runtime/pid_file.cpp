@@ -13,6 +13,7 @@
 #include "runtime/daemon_control.h"
 #include "runtime/log.h"
 #include "runtime/settings.h"
+#include "runtime/signals.h"
 #include "runtime/status.h"
 
 int gConfigPIDFilehandle = 0;
@@ -51,7 +52,8 @@ void kill_previous_instance(std::FILE* stream, const char* aPIDfilename) {
 }
 
 void take_over_from_previous_instance(const char* aPIDfilename) {
-  std::FILE* stream = std::fopen(aPIDfilename, "r");
+  const int file = open_letting_signals_through(aPIDfilename, O_RDONLY);
+  std::FILE* stream = file != -1 ? fdopen(file, "r") : nullptr;
   if (stream == nullptr) {
     handle_error(MYSTATUS__FILE_ERROR, LOG_WARNING,
                  "ERROR 301801: PID lock file %s found, but could not fopen for reading, exiting.", aPIDfilename);
@@ -60,6 +62,7 @@ void take_over_from_previous_instance(const char* aPIDfilename) {
   handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
                "WARNING 301802: PID lock file %s exists -- reading for PID and then will try to issue kill signal....",
                aPIDfilename);
+  wait_until_readable(file);
   kill_previous_instance(stream, aPIDfilename);
   std::fclose(stream);
 }
@@ -74,7 +77,7 @@ void open_PID_file(const char* aPIDfilename) {
               "with O_WRONLY|O_CREAT|O_EXCL, so checking if the file already exists...",
               gSettings.pid_file);
   take_over_from_previous_instance(aPIDfilename);
-  gConfigPIDFilehandle = open(aPIDfilename, O_WRONLY | O_CREAT | O_TRUNC, kPidFileMode);
+  gConfigPIDFilehandle = open_letting_signals_through(aPIDfilename, O_WRONLY | O_CREAT | O_TRUNC, kPidFileMode);
   if (gConfigPIDFilehandle == -1) {
     handle_error(MYSTATUS__FILE_ERROR, LOG_WARNING, "ERROR 301901: PID lock file could not be open for writing, exiting.");
   }

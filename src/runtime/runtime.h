@@ -1,14 +1,18 @@
 // SPDX-License-Identifier: MIT
 // The process runtime: logging, status codes, the ways out, daemon control, start-up and the event loop.
 //
-// Promises: every message goes through log_message or handle_error; the process ends only through the exit paths of status.h,
-// or by the end of the event loop. Needs: the platform folder, the DNS-SD client library.
+// Promises: every message of the proxy, the tables and the files goes through log_message or handle_error, and an error
+// that ends the process through the exit paths of status.h. Otherwise the process ends with main, after the event loop
+// or the banner; as the parent that daemonize leaves behind; when a hash table finds no memory (tables.h); and by a
+// signal that has no handler. What goes past log_message to syslog: a PID file that cannot be removed, mistakes in the
+// settings file (settings_file.h), the crash report. Needs: the platform folder, the DNS-SD client library.
 //
-// Read in this order: settings.h, log.h, status.h, daemon_control.h, startup.h.
+// Read in this order: settings.h, log.h, status.h, signals.h, daemon_control.h, startup.h.
 #pragma once
 
 #include "runtime/daemon_control.h"
 #include "runtime/log.h"
 #include "runtime/settings.h"
+#include "runtime/signals.h"
 #include "runtime/startup.h"
 #include "runtime/status.h"

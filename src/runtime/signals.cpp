@@ -1,16 +1,19 @@
 // SPDX-License-Identifier: MIT
 // Lifecycle of a handled signal:
 // 1. It arrives while the daemon works: the kernel keeps it pending.
-// 2. The daemon comes to a wait (pselect, a pause) and lets it through: signal_handler runs, and nothing else is under way.
+// 2. The daemon comes to a wait (pselect, a pause, the open of what may be a FIFO) and lets it through: signal_handler
+//    runs, and nothing else is under way.
 // 3. signal_handler holds all of them again first, so that a second one cannot nest into its exit path. One that the kernel
 //    had started to deliver together with the first runs its handler before or after, never within.
 #include "runtime/signals.h"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
-#include "runtime/daemon_control.h"
 #include "runtime/log.h"
 #include "runtime/status.h"
 
@@ -61,6 +64,11 @@ void block_job_control_signals() {
   sigprocmask(SIG_BLOCK, &job_control, nullptr);
 }
 
+void hold_handled_signals() {
+  block_handled_signals(&gWaitMask);
+  gSignalsAreHeld = true;
+}
+
 void install_signal_handler() {
   struct sigaction action = {};
   action.sa_handler = signal_handler;
@@ -68,11 +76,6 @@ void install_signal_handler() {
   for (int signal_number : kHandledSignals) {
     sigaction(signal_number, &action, nullptr);
   }
-}
-
-void hold_handled_signals() {
-  block_handled_signals(&gWaitMask);
-  gSignalsAreHeld = true;
 }
 
 const sigset_t* wait_signal_mask() { return gSignalsAreHeld ? &gWaitMask : nullptr; }
@@ -90,7 +93,23 @@ void pause_seconds(unsigned seconds) {
   sleep(seconds);
 }
 
+int open_letting_signals_through(const char* path, int flags, mode_t mode) {
+  int file = -1;
+  do {
+    const HeldSignalsLetThrough let_through;
+    file = open(path, flags, mode);
+  } while (file == -1 && errno == EINTR);
+  return file;
+}
+
+void wait_until_readable(int file) {
+  pollfd wanted = {file, POLLIN, 0};
+  while (ppoll(&wanted, 1, nullptr, wait_signal_mask()) == -1 && errno == EINTR) {
+  }
+}
+
 void signal_handler(int aSignal) {
+  const int error = errno;  // of the wait that it interrupts
   block_handled_signals(nullptr);
   log_message(LOG_DEBUG, "signal_handler(): aSignal = %d ...", aSignal);
   switch (aSignal) {
@@ -124,4 +143,5 @@ void signal_handler(int aSignal) {
                    aSignal);
       break;
   }
+  errno = error;
 }

@@ -4,12 +4,16 @@
 #include "runtime/status.h"
 
 #include <dns_sd.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdlib>
 
 #include "runtime/daemon_control.h"
 #include "runtime/log.h"
 #include "runtime/settings.h"
+#include "runtime/signals.h"
 #include "runtime/startup.h"
 
 std::FILE* gMyStatusFilehandle = nullptr;
@@ -32,14 +36,47 @@ void log_clean_exit(int status) {
               gSettings.version, status);
 }
 
-void open_status_file() {
+// As fopen's "w" opens a file; the process's mask narrows the mode.
+constexpr int kStatusFileFlags = O_WRONLY | O_CREAT | O_TRUNC;
+constexpr mode_t kStatusFileMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+
+// A FIFO stands in the status file's place, and an update waits until somebody reads it.
+bool gReaderIsAwaited = false;
+
+// -1 and ENXIO: a FIFO that nobody reads.
+int open_without_waiting() {
+  const int file = open(gSettings.status_file, kStatusFileFlags | O_NONBLOCK, kStatusFileMode);
+  if (file != -1) {
+    fcntl(file, F_SETFL, O_WRONLY);  // only the opening is not to wait
+  }
+  return file;
+}
+
+int open_when_read() {
+  gReaderIsAwaited = true;
+  const int file = open_letting_signals_through(gSettings.status_file, kStatusFileFlags, kStatusFileMode);
+  gReaderIsAwaited = false;
+  return file;
+}
+
+// False, with nothing open: a FIFO that nobody reads, at an end that a signal asked for and that therefore waits for
+// nobody.
+bool open_status_file(int status) {
   log_message(LOG_DEBUG, "update_status_file(): (gMyStatusFilehandle == NULL), attempting to open the file: %s ...",
               gSettings.status_file);
-  gMyStatusFilehandle = std::fopen(gSettings.status_file, "w");
+  int file = open_without_waiting();
+  if (file == -1 && errno == ENXIO) {
+    if (status == MYSTATUS__TERMINATED) {
+      return false;
+    }
+    file = open_when_read();
+  }
+  gMyStatusFilehandle = file != -1 ? fdopen(file, "w") : nullptr;
   if (gMyStatusFilehandle == nullptr) {
     log_message(LOG_ERR, "ERROR 30130117011910: Could not open status file %s, exiting", gSettings.status_file);
     exit_clean_no_update_status_file(MYSTATUS__FILE_ERROR);
   }
+  return true;
 }
 
 // A write to the stream only shows its error (a full disk, say) once the bytes are on their way, so each is sent off at once.
@@ -96,13 +133,17 @@ void vexit_clean(int status, const char* format, va_list args) {
 
 void update_status_file(int status, const char* format, va_list args) {
   log_message(LOG_DEBUG, "update_status_file(): aNewMYSTATUS = %d ...", status);
+  if (gReaderIsAwaited) {  // by an update that a signal has interrupted, and that holds the semaphore
+    return;
+  }
   lock_status_file();
-  open_status_file();
-  end_unless_written(std::fprintf(gMyStatusFilehandle, "%d\n", status));
-  end_unless_written(std::vfprintf(gMyStatusFilehandle, format, args));
-  std::fputc('\n', gMyStatusFilehandle);
-  std::fclose(gMyStatusFilehandle);
-  gMyStatusFilehandle = nullptr;
+  if (open_status_file(status)) {
+    end_unless_written(std::fprintf(gMyStatusFilehandle, "%d\n", status));
+    end_unless_written(std::vfprintf(gMyStatusFilehandle, format, args));
+    std::fputc('\n', gMyStatusFilehandle);
+    std::fclose(gMyStatusFilehandle);
+    gMyStatusFilehandle = nullptr;
+  }
   unlock_status_file();
 }
 

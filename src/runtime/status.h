@@ -36,7 +36,8 @@ enum MyStatus : int {
 void handle_error(int aMyStatusCode, int aSyslogLevel, const char* aFormat, ...)
     __attribute__((format(printf, 3, 4))) MDNSPROXY_ENDS_ANALYSIS;
 
-// Writes status and formatted message to the status file, releases and exits with `status`. Never return.
+// Writes status and formatted message to the status file (see update_status_file), releases and exits with `status`.
+// Never return.
 [[noreturn]] void exit_clean(int status, const char* format, ...) __attribute__((format(printf, 2, 3)));
 [[noreturn]] void vexit_clean(int status, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 
@@ -44,7 +45,9 @@ void handle_error(int aMyStatusCode, int aSyslogLevel, const char* aFormat, ...)
 [[noreturn]] void exit_clean_no_update_status_file(int status);
 
 // Rewrites the status file: "%d\n" of the status, the formatted message, "\n". A file that cannot be opened or written ends
-// the process with status 30 and without a status file.
+// the process with status 30 and without a status file. Where a FIFO stands in its place, the update waits until
+// somebody reads it, with the held signals let through (may end the process with 10); the update of an end by signal
+// does not wait and is left out.
 void update_status_file(int status, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 void vupdate_status_file(int status, const char* format, ...) __attribute__((format(printf, 2, 3)));
 

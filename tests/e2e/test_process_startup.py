@@ -4,13 +4,20 @@
     [ mdnsproxy over a scripted libdns_sd.so.1 ]----- a, b: interfaces of a gateway that nobody listens on
 """
 
+import os
+import platform
+import re
+import signal
+
 import pytest
 from testbed import rule, services_list, wait_until
-from testbed.daemon import RULES_FILE, STATUS_FILE
+from testbed.daemon import PID_FILE, RULES_FILE, SERVICES_FILE, STATUS_FILE
 
 # In the status file's message a conversion never shows what the message was about: a text shows as this.
 TEXT = "(list)"
 NUMBER = "2147483647"
+
+OPENAT = {"x86_64": 257}.get(platform.machine(), 56)  # 56 on the later 64-bit architectures
 
 INTERFACE_TEXT = ("INTERFACE LOOKUP ERROR {}: Could not find interface named '" + TEXT + "' on this system, please double-check the"
                   " accuracy of the mdnsproxy rules config file: " + TEXT + ".  Critical error, exiting.")
@@ -129,6 +136,50 @@ def test_a_status_file_that_cannot_be_written(scene, obstacle, text):
     assert daemon.wait_for_exit() == 30
     assert daemon.box.logged(text, 3)
     assert daemon.box.read("/var/run/mdnsproxy.pid") is None, "the PID file is removed"
+
+
+def process_that_waits_in(system_call, box):
+    """The id of the daemon's process, None while it is on its way there."""
+    waiting = re.findall(r"^(\d+) (\d+)$", box.run("sh", "-c", """
+        for process in /proc/[0-9]*; do
+          [ "$(cat $process/comm 2>/dev/null)" != mdnsproxy ] ||
+            echo ${process#/proc/} $(cut -d" " -f1 $process/syscall)
+        done"""), re.MULTILINE)
+    return next((int(pid) for pid, number in waiting if int(number) == system_call), None)
+
+
+@pytest.mark.parametrize("path", [SERVICES_FILE, RULES_FILE, STATUS_FILE, PID_FILE])
+def test_sigterm_ends_a_start_that_waits_for_the_other_end_of_a_fifo(scene, path):
+    daemon = scene.scripted_daemon(rule("_ipp._tcp", "a", "b"))
+    fifo = daemon.box.path(path)
+    fifo.unlink(missing_ok=True)
+    os.mkfifo(fifo)
+    try:
+        daemon.start()
+        pid = wait_until(lambda: process_that_waits_in(OPENAT, daemon.box), 5, "an open that waits")
+        daemon.box.tell(kill=pid, signal=int(signal.SIGTERM))
+        wait_until(lambda: daemon.daemon_status is not None, 3, "the daemon's end")
+        assert os.waitstatus_to_exitcode(daemon.daemon_status) == 10
+        if path != STATUS_FILE:
+            assert daemon.status_file == f"10\nReceived SIGTERM signal ({NUMBER}), exiting.\n"
+        assert not daemon.box.path(PID_FILE).exists()
+    finally:
+        fifo.unlink(missing_ok=True)  # a reader of it, when the test has failed, would wait, too
+
+
+def test_a_status_file_that_is_a_fifo_is_read_by_whoever_reads_it(scene):
+    daemon = scene.scripted_daemon()
+    fifo = daemon.box.path(STATUS_FILE)
+    os.mkfifo(fifo)
+    daemon.start()
+    try:
+        assert fifo.read_text(encoding="ascii") == "1\nStarting up, deamon PID = 0\n"
+        assert fifo.read_text(encoding="ascii").startswith("0\nFinished startup")
+        daemon.send(signal.SIGTERM)
+        wait_until(lambda: daemon.daemon_status is not None, 3, "the end, which waits for nobody who reads")
+        assert os.waitstatus_to_exitcode(daemon.daemon_status) == 10
+    finally:
+        fifo.unlink(missing_ok=True)
 
 
 def test_the_status_file_over_a_run(scene):

@@ -9,6 +9,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <string>
 
 namespace {
 
@@ -80,6 +82,27 @@ ChildProcess run_in_child(const std::function<void()>& act) {
   child.exit_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   child.ending_signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   return child;
+}
+
+void in_helper_process(const std::function<void()>& act) {
+  std::fflush(nullptr);
+  if (fork() == 0) {
+    act();
+    _exit(0);
+  }
+}
+
+void wait_until_asleep(int process) {
+  const std::string path = "/proc/" + std::to_string(process) + "/stat";
+  char state = 'R';
+  while (state == 'R' || state == 'D') {
+    usleep(1000);
+    std::ifstream file(path);
+    std::string stat;
+    std::getline(file, stat);
+    const std::size_t name_end = stat.rfind(") ");
+    state = name_end != std::string::npos ? stat[name_end + 2] : '\0';  // gone
+  }
 }
 
 std::string describe(const ChildProcess& child) {

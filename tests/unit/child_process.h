@@ -18,5 +18,11 @@ ChildProcess run_in_child(const std::function<void()>& act);
 
 inline constexpr int kChildFailed = 99;
 
+// Runs `act` in another child of this process, of which nobody waits for the end.
+void in_helper_process(const std::function<void()>& act);
+
+// Waits until that process sleeps in a system call, such as the open of a FIFO that has no other end.
+void wait_until_asleep(int process);
+
 // For a failure message.
 std::string describe(const ChildProcess& child);

@@ -2,11 +2,13 @@
 // A directory that a test has for itself, empty at first; gone with everything in it when the test is over.
 #pragma once
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <thread>
 
 class ScratchDirectory {
  public:
@@ -33,6 +35,15 @@ class ScratchDirectory {
   std::string read(const std::string& name) const {
     std::ifstream file(path_of(name), std::ios::binary);
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  }
+
+  // What the file holds, once it holds something; "" after ten seconds.
+  std::string wait_for(const std::string& name) const {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (read(name).empty() && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return read(name);
   }
 
   bool has(const std::string& name) const { return std::filesystem::exists(path_of(name)); }

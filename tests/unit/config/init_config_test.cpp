@@ -2,7 +2,9 @@
 // Initialisation: the order of the two files, the pause between them, and the files that cannot be opened.
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
+#include <csignal>
 #include <string>
 
 #include "config/config.h"
@@ -52,6 +54,18 @@ TEST_F(InitConfig, PausesASecondBetweenTheFilesAndOpensTheRulesOnlyThen) {
   EXPECT_THAT(catalog_at_pause, ElementsAre("S: _a._tcp"));
   EXPECT_THAT(fake_process::calls_of("sleep"), ElementsAre("sleep(1)"));
   EXPECT_THAT(fake_add_proxy_rule::rules(), ElementsAre("_a._tcp br0->br1"));
+}
+
+TEST_F(InitConfigDeath, SigtermEndsTheWaitForWhoeverWritesAFifo) {
+  ASSERT_EQ(mkfifo(services_path().c_str(), 0600), 0);
+  EXPECT_EXIT(
+      {
+        hold_handled_signals();
+        install_signal_handler();
+        raise(SIGTERM);
+        init();
+      },
+      ExitedWithCode(10), "Received SIGTERM signal");
 }
 
 TEST_F(InitConfig, InSyslogModeOnlyItsStartIsLoggedAndNothingIsDumped) {

@@ -192,7 +192,7 @@ TEST_F(PidFileTest, ThatCannotBeReopenedEndsTheProcess) {
   GivenPidFile("4321\n");
   const ChildProcess child = run_in_child([this] {
     fake_process::start();
-    fake_process::fail_call("open", 2, EROFS);
+    fake_process::fail_call("open", 3, EROFS);
     Create();
   });
   EXPECT_EQ(child.exit_status, 30);
@@ -206,8 +206,31 @@ TEST_F(PidFileTest, IsReopenedToBeCut) {
   Create();
   char flags[16];
   std::snprintf(flags, sizeof(flags), "%#o", static_cast<unsigned>(O_WRONLY | O_CREAT | O_TRUNC));
-  EXPECT_THAT(fake_process::calls_of("open"), SizeIs(2));
+  EXPECT_THAT(fake_process::calls_of("open"), SizeIs(3)) << "to make it, to read it, to cut it";
   EXPECT_EQ(fake_process::calls_of("open").back(), "open(\"" + pid_path_ + "\", " + flags + ", 0600)");
+}
+
+TEST_F(PidFileTest, ThatIsAFifoIsWaitedForUntilASignalEndsTheProcess) {
+  ASSERT_EQ(mkfifo(pid_path_.c_str(), 0600), 0);
+  for (const bool has_writer : {false, true}) {  // one that writes nothing
+    const int writer = has_writer ? open(pid_path_.c_str(), O_RDWR) : -1;
+    const ChildProcess child = run_in_child([this] {
+      fake_process::stop();
+      GivenHeldSignals();
+      in_helper_process([waiting = getpid()] {
+        wait_until_asleep(waiting);
+        kill(waiting, SIGTERM);
+      });
+      Create();
+    });
+    EXPECT_EQ(child.exit_status, 10) << describe(child);
+    EXPECT_EQ(StatusFile(), "10\nReceived SIGTERM signal (2147483647), exiting.\n");
+    if (writer != -1) {
+      close(writer);
+    }
+    EXPECT_FALSE(directory_.has("pid"));
+    mkfifo(pid_path_.c_str(), 0600);
+  }
 }
 
 TEST_F(PidFileTest, ThatCannotBeWrittenEndsTheProcess) {

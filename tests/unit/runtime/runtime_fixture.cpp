@@ -81,6 +81,11 @@ void RuntimeTest::GivenDebugMode(int log_level) {
   gDebugStream = std::fopen(directory_.path_of("debug").c_str(), "w");
 }
 
+void RuntimeTest::GivenHeldSignals() {
+  hold_handled_signals();
+  install_signal_handler();
+}
+
 void RuntimeTest::GivenHarmlessProcess() {
   fake_process::start();
   fake_process::always("fork", 0);

@@ -32,6 +32,9 @@ class RuntimeTest : public testing::Test {
   void GivenPidFile(const std::string& content) const { directory_.write("pid", content); }
   void GivenSettings(const std::string& content) const { directory_.write("settings", content); }
 
+  // As daemonize leaves them.
+  static void GivenHeldSignals();
+
   // A fork that returns in the "child", a new session, a parent that is not init, standard streams that stay, and no sleeps.
   static void GivenHarmlessProcess();
 

@@ -2,8 +2,11 @@
 // The handler, and when it runs. Signals are real ones, in a child.
 #include "runtime/signals.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <ostream>
 
@@ -30,12 +33,6 @@ class EndingSignal : public RuntimeTest, public testing::WithParamInterface<Endi
 
 class HeldSignals : public RuntimeTest {
  protected:
-  // As daemonize leaves them.
-  static void GivenHeldSignals() {
-    install_signal_handler();
-    hold_handled_signals();
-  }
-
   static bool IsHeld(int signal_number) {
     sigset_t mask;
     sigprocmask(SIG_BLOCK, nullptr, &mask);
@@ -206,6 +203,70 @@ TEST_F(HeldSignals, AreLetThroughDuringAPauseAndHeldAgainAfterIt) {
     EXPECT_FALSE(held_in_pause);
     EXPECT_TRUE(IsHeld(SIGTERM));
     EXPECT_THAT(fake_process::calls(), ElementsAre("sleep(3)", "usleep(500)"));
+  });
+  EXPECT_EQ(child.exit_status, 0) << describe(child);
+}
+
+TEST_F(HeldSignals, ThatArePendingDoNotCutAPauseShort) {
+  const ChildProcess child = run_in_child([] {
+    GivenHeldSignals();
+    raise(SIGUSR1);
+    fake_process::start();
+    int mask_at_pause = 0;
+    fake_process::on_call("sleep", [&] { mask_at_pause = fake_syslog::mask(); });
+    pause_seconds(2);
+    EXPECT_EQ(mask_at_pause, 255) << "handled before the pause begins";
+    EXPECT_THAT(fake_process::calls(), ElementsAre("sleep(2)"));
+  });
+  EXPECT_EQ(child.exit_status, 0) << describe(child);
+}
+
+TEST_F(HeldSignals, EndTheWaitForTheOtherEndOfAFifo) {
+  const std::string fifo = directory_.path_of("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  for (const int flags : {O_RDONLY, O_WRONLY}) {
+    const ChildProcess child = run_in_child([&] {
+      GivenHeldSignals();
+      in_helper_process([waiting = getpid()] {
+        wait_until_asleep(waiting);
+        kill(waiting, SIGTERM);
+      });
+      open_letting_signals_through(fifo.c_str(), flags);
+    });
+    EXPECT_EQ(child.exit_status, 10) << describe(child);
+  }
+}
+
+TEST_F(HeldSignals, ThatDoNotEndTheProcessDoNotEndTheWaitForAFifo) {
+  const std::string fifo = directory_.path_of("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const ChildProcess child = run_in_child([&] {
+    GivenHeldSignals();
+    in_helper_process([&, waiting = getpid()] {
+      wait_until_asleep(waiting);
+      kill(waiting, SIGUSR1);
+      wait_until_asleep(waiting);
+      close(open(fifo.c_str(), O_WRONLY));
+    });
+    EXPECT_GE(open_letting_signals_through(fifo.c_str(), O_RDONLY), 0);
+    EXPECT_EQ(fake_syslog::mask(), 255) << "it was handled";
+    EXPECT_TRUE(IsHeld(SIGUSR1)) << "and is held again";
+  });
+  EXPECT_EQ(child.exit_status, 0) << describe(child);
+}
+
+TEST_F(HeldSignals, AnErrorOfAnOpenIsKept) {
+  errno = 0;
+  EXPECT_EQ(open_letting_signals_through(directory_.path_of("nothing").c_str(), O_RDONLY), -1);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(SignalHandler, LeavesTheErrorOfTheWaitThatItInterrupts) {
+  const ChildProcess child = run_in_child([] {
+    fake_syslog::on_message([] { errno = ENOSPC; });
+    errno = EINTR;
+    signal_handler(SIGIO);
+    EXPECT_EQ(errno, EINTR);
   });
   EXPECT_EQ(child.exit_status, 0) << describe(child);
 }

@@ -2,6 +2,8 @@
 // handle_error, the exit paths and the status file.
 #include <semaphore.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdarg>
@@ -232,6 +234,50 @@ TEST_F(Status, IsTracedInOrder) {
                                             "update_status_file(): (gMyStatusFilehandle == NULL), attempting to open "
                                             "the file: " +
                                                 status_path_ + " ..."}));
+}
+
+TEST_F(Status, InAFifoWaitsForItsReader) {
+  ASSERT_EQ(mkfifo(status_path_.c_str(), 0600), 0);
+  const ChildProcess child = run_in_child([this] {
+    GivenHeldSignals();
+    in_helper_process([this, waiting = getpid()] {
+      wait_until_asleep(waiting);
+      directory_.write("read", StatusFile());
+    });
+    vupdate_status_file(1, "text");
+    EXPECT_EQ(gMyStatusFilehandle, nullptr);
+  });
+  EXPECT_EQ(child.exit_status, 0) << describe(child);
+  EXPECT_EQ(directory_.wait_for("read"), "1\ntext\n");
+}
+
+TEST_F(Status, InAFifoThatNobodyReadsIsGivenUpWhenASignalEndsTheProcess) {
+  ASSERT_EQ(mkfifo(status_path_.c_str(), 0600), 0);
+  GivenPidFile("1\n");
+  const ChildProcess child = run_in_child([] {
+    sem_init(&gStatusFileSemaphore, 0, 1);
+    gStatusFileSemaphoreCreated = true;
+    GivenHeldSignals();
+    in_helper_process([waiting = getpid()] {
+      wait_until_asleep(waiting);
+      kill(waiting, SIGTERM);
+    });
+    vupdate_status_file(1, "text");
+  });
+  EXPECT_EQ(child.exit_status, 10) << describe(child);
+  EXPECT_FALSE(directory_.has("pid"));
+}
+
+TEST_F(Status, InAFifoThatNobodyReadsHoldsNoSignalBack) {
+  ASSERT_EQ(mkfifo(status_path_.c_str(), 0600), 0);
+  GivenPidFile("1\n");
+  const ChildProcess child = run_in_child([] {
+    GivenHeldSignals();
+    raise(SIGTERM);
+    deliver_held_signals();
+  });
+  EXPECT_EQ(child.exit_status, 10) << describe(child);
+  EXPECT_FALSE(directory_.has("pid"));
 }
 
 TEST_F(Status, TakesAnArgumentListToo) {
