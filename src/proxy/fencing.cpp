@@ -14,7 +14,7 @@ namespace {
 constexpr const char* kBridgeInterface = "br0";
 constexpr std::int32_t kNotConfigured = -1;
 
-struct FencingSettings {
+struct HopSettings {
   std::int32_t wireless_hop;
   bool is_anchor;
   std::int32_t wired_hop;
@@ -58,13 +58,13 @@ std::int32_t read_hop(VcmXact xact, const char* service_type, int index, int kin
 }
 
 // Asked for in the order in which they stand.
-FencingSettings read_settings(VcmXact xact, const char* service_type, int index) {
+HopSettings read_settings(VcmXact xact, const char* service_type, int index) {
   return {read_hop(xact, service_type, index, kVcmFencingWireless), is_anchor_access_point(xact, service_type, index),
           read_hop(xact, service_type, index, kVcmFencingWired)};
 }
 
 // Wired fencing alone never applies.
-std::int32_t applicable_hop(const FencingSettings& settings) {
+std::int32_t applicable_hop(const HopSettings& settings) {
   if (settings.wireless_hop != kNotConfigured && settings.wired_hop != kNotConfigured && settings.is_anchor) {
     return settings.wired_hop;
   }

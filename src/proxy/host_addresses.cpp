@@ -13,6 +13,7 @@
 #include "proxy/call_layer.h"
 #include "proxy/names.h"
 #include "proxy/proxy.h"
+#include "proxy/query_reply.h"
 #include "proxy/record_labels.h"
 #include "proxy/registration.h"
 #include "proxy/subtype.h"
@@ -180,13 +181,13 @@ bool take_ipv6(const Answer& answer, Ipv6Bytes address) {
 }
 
 // Whether a record was registered for the answer. Data too short for an address of its type is logged and ignored.
-bool take_address(const Answer& answer, std::uint16_t rrtype, std::uint16_t rdlen, const void* rdata) {
-  const std::uint8_t* const bytes = static_cast<const std::uint8_t*>(rdata);
-  const std::size_t length = bytes != nullptr ? rdlen : 0;
-  if (rrtype == kDNSServiceType_A && length >= Ipv4Bytes::extent) {
+bool take_address(const Answer& answer, const QueryReply& reply) {
+  const std::uint8_t* const bytes = static_cast<const std::uint8_t*>(reply.rdata);
+  const std::size_t length = bytes != nullptr ? reply.rdlen : 0;
+  if (reply.rrtype == kDNSServiceType_A && length >= Ipv4Bytes::extent) {
     return take_ipv4(answer, Ipv4Bytes(bytes, Ipv4Bytes::extent));
   }
-  if (rrtype == kDNSServiceType_AAAA && length >= Ipv6Bytes::extent) {
+  if (reply.rrtype == kDNSServiceType_AAAA && length >= Ipv6Bytes::extent) {
     return take_ipv6(answer, Ipv6Bytes(bytes, Ipv6Bytes::extent));
   }
   log_message(LOG_DEBUG, "-----%s-----%d---ignore %d bytes that are no address---", kThisFunction, __LINE__,
@@ -194,15 +195,9 @@ bool take_address(const Answer& answer, std::uint16_t rrtype, std::uint16_t rdle
   return false;
 }
 
-void process_queryrecord_hostaddr(DNSServiceRef sdRef, DNSServiceFlags flags, std::uint32_t interfaceIndex,
-                                  DNSServiceErrorType errorCode, const char* fullname, std::uint16_t rrtype,
-                                  std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata, std::uint32_t ttl,
-                                  void* context) {
-  Addr_query_context* result = static_cast<Addr_query_context*>(context);
-  log_message(LOG_DEBUG,
-              "\nprocess_queryrecord_hostaddr(): START: sdref = %p, flags = %d, ifIndex = %d, errorCode = %d, fullname = %s, "
-              "rrtype = %d, rrclass = %d, rdlen = %d, ttl = %d ...",
-              as_pointer(sdRef), flags, interfaceIndex, errorCode, text_or_null(fullname), rrtype, rrclass, rdlen, ttl);
+void process_queryrecord_hostaddr(const QueryReply& reply) {
+  Addr_query_context* result = static_cast<Addr_query_context*>(reply.context);
+  trace_query_reply(kThisFunction, reply);
   ResponderContext* service_context = get_responder_context_by_name(result->bridge_context_ptr, result->service_name);
   if (service_context == nullptr) {
     handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING, "--%s---%d--- FAIL to find service context for  %s", kThisFunction, __LINE__,
@@ -210,27 +205,36 @@ void process_queryrecord_hostaddr(DNSServiceRef sdRef, DNSServiceFlags flags, st
     return;
   }
   log_message(LOG_DEBUG, "&&&&&&&&&%s-----%d----interface_index = %d---result->IfIndex = %d--", kThisFunction, __LINE__,
-              interfaceIndex, result->IfIndex);
+              reply.interfaceIndex, result->IfIndex);
   const Answer answer = {service_context, result, fencing_flags(result->service_type)};
-  if (take_address(answer, rrtype, rdlen, rdata) && service_context->reg_service_ref == nullptr) {
+  if (take_address(answer, reply) && service_context->reg_service_ref == nullptr) {
     register_proxied_instance(service_context, result, answer.fencing | kFlagsProxiedRecord);
   }
 }
 
 }  // namespace
 
+void trace_query_reply(const char* function, const QueryReply& reply) {
+  log_message(LOG_DEBUG,
+              "\n%s(): START: sdref = %p, flags = %d, ifIndex = %d, errorCode = %d, fullname = %s, rrtype = %d, rrclass = %d, "
+              "rdlen = %d, ttl = %d ...",
+              function, as_pointer(reply.sdRef), reply.flags, reply.interfaceIndex, reply.errorCode, text_or_null(reply.fullname),
+              reply.rrtype, reply.rrclass, reply.rdlen, reply.ttl);
+}
+
 // The answers to all queries. The type of an answer is that of its query, and so tells what the context is.
 void DNSSD_API callback_ServiceQueryRecord(DNSServiceRef sdRef, DNSServiceFlags flags, std::uint32_t interfaceIndex,
                                            DNSServiceErrorType errorCode, const char* fullname, std::uint16_t rrtype,
                                            std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata, std::uint32_t ttl,
                                            void* context) {
+  const QueryReply reply = {sdRef, flags, interfaceIndex, errorCode, fullname, rrclass, ttl, rrtype, rdlen, rdata, context};
   if (rrtype == kDNSServiceType_PTR) {
     log_message(LOG_DEBUG, "-----%s-----%d----process_queryrecord_PTR: %p--", "callback_ServiceQueryRecord", __LINE__,
                 as_pointer(sdRef));
-    process_queryrecord_PTR(sdRef, flags, interfaceIndex, errorCode, fullname, rrtype, rrclass, rdlen, rdata, ttl, context);
+    process_queryrecord_PTR(reply);
   } else if (rrtype == kDNSServiceType_A || rrtype == kDNSServiceType_AAAA) {
     log_message(LOG_DEBUG, "-----%s-----%d----process_queryrecord_hostaddr: %p--", "callback_ServiceQueryRecord", __LINE__,
                 as_pointer(sdRef));
-    process_queryrecord_hostaddr(sdRef, flags, interfaceIndex, errorCode, fullname, rrtype, rrclass, rdlen, rdata, ttl, context);
+    process_queryrecord_hostaddr(reply);
   }
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The addresses of an instance's host: their answers, and which of them may leave their link.
+// Host addresses: which of them may leave their link, and look-ups of a host by its name. (The answers to an instance's
+// address queries come in through callback_ServiceQueryRecord, proxy.h.)
 #pragma once
 
 #include <cstdint>

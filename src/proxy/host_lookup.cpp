@@ -9,7 +9,6 @@
 
 #include "platform/nss_mdns.h"
 #include "platform/zmk.h"
-#include "proxy/call_layer.h"
 #include "proxy/host_addresses.h"
 #include "runtime/runtime.h"
 

@@ -3,8 +3,10 @@
 // make the instance usable on the other link.
 //
 // Promises: an instance is advertised on if_to only once its host has an address there, and everything made for it is taken
-// back, in a fixed order, when its browse reports it gone. A peer's misbehaviour is logged; only a DNS-SD call that must not
-// fail ends the process. Needs: the two connections of runtime/startup.h, the tables, the fencing settings of the platform.
+// back, in a fixed order, when its browse reports it gone. A peer's misbehaviour is logged. What ends the process once
+// it runs: a DNS-SD call that must not fail (a resolve, an AAAA record), an error in the reply to a record's
+// registration, a lack of memory. Needs: the two connections of runtime/startup.h, the tables, the fencing settings of
+// the platform.
 //
 // Sources, in the order in which a service instance meets them: call_layer, rule_installation, responder_contexts, browse,
 // resolve, host_addresses, fencing, registration, subtype; beside them names (label helpers), record_labels and host_lookup (host
@@ -74,15 +76,17 @@ struct subtype_query_context {
   char service_fullname[kNameSize];    // "My Printer._ipp._tcp.local.", unescaped
 };
 
-// One service instance that a rule's browse has found. Lives from its add reply to its remove reply; owns every DNS-SD
-// operation, record and context below (null: none), and del_responder_context alone takes them apart.
+// One service instance that a rule's browse has found. Lives from its add reply to its remove reply, or to the resolve
+// reply that shows it to be a forwarded one. Owns every DNS-SD operation, record and context below (null: none):
+// del_responder_context ends all that are left, the handlers of the resolve and of the subtype query each end their own
+// before.
 struct ResponderContext {
   char* name;                         // instance name as the browse reply gave it; owned; the key
   DNSServiceRef reg_service_ref;      // the service as registered on if_to
-  DNSServiceRef resolve_service_ref;  // runs until the first resolve reply
+  DNSServiceRef resolve_service_ref;  // runs until the first resolve reply without an error for a known instance of the rule
   DNSServiceRef query_addrv4_ref;
   DNSServiceRef query_addrv6_ref;
-  DNSServiceRef query_subtype_ref;  // runs until an answer names this instance
+  DNSServiceRef query_subtype_ref;  // runs until an answer names this instance, whether its record is taken or refused
   DNSRecordRef dns_record_ptr;      // the host's A record on if_to (on gDNSServiceRef_RegisterRecord)
   DNSRecordRef dns_recordv6_ptr;    // the host's AAAA record on if_to
   DNSRecordRef subtype_record_ptr;  // the subtype's PTR record on if_to
@@ -107,8 +111,8 @@ void add_proxy_rule(const char* service_type, const char* if_from, const char* i
 // The instance of that name in the rule's table, or null (also for a null name).
 ResponderContext* get_responder_context_by_name(const BridgeContext* bridge, const char* name);
 
-// Adds an instance with every field but the name empty. 0, or -1 when there is one of that name (nothing changes). A lack of
-// memory ends the process (20).
+// Adds an instance with every field but the name empty. 0, or -1 when there is one of that name or the name is null
+// (nothing changes). A lack of memory ends the process (20).
 int add_responder_context(BridgeContext* bridge, const char* name);
 
 // Ends and withdraws everything of the instance in the fixed order, takes it out of its table and frees it.
@@ -116,6 +120,9 @@ void del_responder_context(BridgeContext* bridge, ResponderContext* service_cont
 
 // --- Reply callbacks (the signatures of dns_sd.h) -------------------------------------------------------------------------------
 
+// The process may end in callback_ServiceBrowse (no resolve, 600; no memory, 20), callback_ServiceResolve (no memory,
+// 20), callback_ServiceQueryRecord (no AAAA record, 600; no memory, 20) and callback_ServiceRegisterRecord (any error,
+// 600).
 void DNSSD_API callback_ServiceBrowse(DNSServiceRef sdRef, DNSServiceFlags flags, std::uint32_t interfaceIndex,
                                       DNSServiceErrorType errorCode, const char* replyName, const char* replyType,
                                       const char* replyDomain, void* context);

@@ -14,14 +14,17 @@
 
 #include "proxy/names.h"
 #include "proxy/proxy.h"
+#include "runtime/settings.h"
 
 namespace {
 
 // How many labels rest before one is used again while fresh ones are left: more than a burst of goodbyes retires within the
 // time that a reply takes.
 constexpr std::size_t kRestingBeforeReuse = 256;
-// Two labels (address records, subtype record) for each of the 2001 instances that may live at a time.
-constexpr std::size_t kPoolSize = 2 * 2001 + kRestingBeforeReuse;
+// A resolve starts while the count is at the limit, so that one instance more may live.
+constexpr std::size_t kInstances = kResponderLimit + 1;
+// Two labels (address records, subtype record) for each instance that may live at a time.
+constexpr std::size_t kPoolSize = 2 * kInstances + kRestingBeforeReuse;
 
 struct Label {
   char text[kNameSize];

@@ -28,23 +28,22 @@ struct Rule {
   std::int32_t if_to_index;
 };
 
-// Names to ids and indexes. An unknown interface ends the process.
-Rule look_up_rule(const char* service_type, const char* if_from, const char* if_to) {
-  Rule rule = {service_type, hash_add_ServiceTypeToId(service_type), if_from, hash_getIndex_IfNameToIndex(if_from), if_to, 0};
+// The indexes of the rule's interfaces. An unknown one ends the process.
+void look_up_interfaces(Rule& rule) {
+  rule.if_from_index = hash_getIndex_IfNameToIndex(rule.if_from);
   if (rule.if_from_index <= 0) {
     handle_error(MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
                  "INTERFACE LOOKUP ERROR 111833: Could not find interface named '%s' on this system, please double-check the "
                  "accuracy of the mdnsproxy rules config file: %s.  Critical error, exiting.",
-                 if_from, gSettings.rules_file);
+                 rule.if_from, gSettings.rules_file);
   }
-  rule.if_to_index = hash_getIndex_IfNameToIndex(if_to);
+  rule.if_to_index = hash_getIndex_IfNameToIndex(rule.if_to);
   if (rule.if_to_index <= 0) {
     handle_error(MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
                  "INTERFACE LOOKUP ERROR 111834: Could not find interface named '%s' on this system, please double-check the "
                  "accuracy of the mdnsproxy rules config file: %s.  Critical error, exiting.",
-                 if_to, gSettings.rules_file);
+                 rule.if_to, gSettings.rules_file);
   }
-  return rule;
 }
 
 gHashRulesIfFrom_t* find_or_add_source(const Rule& rule) {
@@ -115,7 +114,7 @@ bool record_rule(const Rule& rule) {
 }
 
 // Into a bridge that has none yet. A type of 64 characters or more is kept cut: only its first label is ever used, and a label
-// has at most 63 bytes.
+// has at most 63 bytes (but may be longer as text, when it is written with escapes).
 void keep_subtype(BridgeContext* bridge, const char* service_type) {
   if (count_labels(service_type) == kLabelsWithSubtype) {
     copy_text(bridge->subtype_service_type, service_type);
@@ -171,7 +170,8 @@ void start_browse(const Rule& rule, BridgeContext* bridge) {
 
 void add_proxy_rule(const char* service_type, const char* if_from, const char* if_to) {
   log_message(LOG_DEBUG, "add_proxy_rule(): START: service_type = %s, if_from = %s, if_to = %s", service_type, if_from, if_to);
-  const Rule rule = look_up_rule(service_type, if_from, if_to);
+  Rule rule = {service_type, hash_add_ServiceTypeToId(service_type), if_from, 0, if_to, 0};
+  look_up_interfaces(rule);
   if (record_rule(rule)) {
     start_browse(rule, new_bridge(rule));
   }

@@ -8,6 +8,7 @@
 #include "proxy/call_layer.h"
 #include "proxy/names.h"
 #include "proxy/proxy.h"
+#include "proxy/query_reply.h"
 #include "proxy/record_labels.h"
 #include "proxy/registration.h"
 #include "runtime/runtime.h"
@@ -69,19 +70,14 @@ void register_subtype_record(ResponderContext* service_context, const subtype_qu
 
 }  // namespace
 
-void process_queryrecord_PTR(DNSServiceRef sdRef, DNSServiceFlags flags, std::uint32_t interfaceIndex,
-                             DNSServiceErrorType errorCode, const char* fullname, std::uint16_t rrtype, std::uint16_t rrclass,
-                             std::uint16_t rdlen, const void* rdata, std::uint32_t ttl, void* context) {
-  const subtype_query_context* record_PTR = static_cast<const subtype_query_context*>(context);
-  log_message(LOG_DEBUG,
-              "\nprocess_queryrecord_PTR(): START: sdref = %p, flags = %d, ifIndex = %d, errorCode = %d, fullname = %s, "
-              "rrtype = %d, rrclass = %d, rdlen = %d, ttl = %d ...",
-              as_pointer(sdRef), flags, interfaceIndex, errorCode, text_or_null(fullname), rrtype, rrclass, rdlen, ttl);
-  if (rdata == nullptr) {
+void process_queryrecord_PTR(const QueryReply& reply) {
+  const subtype_query_context* record_PTR = static_cast<const subtype_query_context*>(reply.context);
+  trace_query_reply(kThisFunction, reply);
+  if (reply.rdata == nullptr) {
     handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING, "process_queryrecord_PTR(): rdata is NULL");
     return;
   }
-  const std::span<const std::uint8_t> bytes(static_cast<const std::uint8_t*>(rdata), rdlen);
+  const std::span<const std::uint8_t> bytes(static_cast<const std::uint8_t*>(reply.rdata), reply.rdlen);
   Target target = {};
   read_target(bytes, &target);
   log_message(LOG_DEBUG, "process_queryrecord_PTR(): +++++++++hostname = %s++++++++", target.first_label);
@@ -98,5 +94,5 @@ void process_queryrecord_PTR(DNSServiceRef sdRef, DNSServiceFlags flags, std::ui
                 target.text, record_PTR->service_fullname);
     return;
   }
-  register_subtype_record(service_context, record_PTR, bytes, sdRef);
+  register_subtype_record(service_context, record_PTR, bytes, reply.sdRef);
 }

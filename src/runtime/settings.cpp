@@ -9,5 +9,5 @@ Settings gSettings = {
     .rules_file = "/tmp/mdnsproxyrule-list.xml",
     .domain = "local",
     .status_file = "/tmp/mdnsproxy.out",
-    .responder_limit = 2000,
+    .responder_limit = kResponderLimit,
 };

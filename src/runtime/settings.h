@@ -5,6 +5,9 @@
 
 #include <cstdint>
 
+// The value of Settings::responder_limit outside tests.
+inline constexpr std::int32_t kResponderLimit = 2000;
+
 struct Settings {
   const char* version;           // shown in the banner, the status file and the exit traces
   const char* run_directory;     // the daemon's working directory

@@ -8,8 +8,10 @@
 //   gHashRulesIfFrom                     source interface index  inner table          source interfaces of installed rules
 //     serviceType_to_ifTo_hash           service type id         destination indexes  types of that source
 //
-// Keys are compared byte for byte. Each operation takes its table's semaphore (runtime/startup.h) for itself and must not be
-// called while it is held. When the hash library itself finds no memory the process ends with status -1 and no message.
+// Keys are compared byte for byte. Each operation on the interfaces, the types and the rules takes its table's
+// semaphore (runtime/startup.h) for itself and must not be called while it is held; the three on
+// gHashServiceNameToServiceTypesArray, which one parser alone fills, take none. When the hash library itself finds no
+// memory the process ends with status -1 and no message.
 //
 // Sources, in reading order: interface_table.cpp, service_catalog.cpp (messages.h), rule_table.cpp, table_dump.cpp.
 #pragma once

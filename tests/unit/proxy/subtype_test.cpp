@@ -119,6 +119,14 @@ TEST_F(SubtypeAnswer, OfAnEscapedLabelFindsTheInstanceButIsNotItsName) {
                                                    "My\\032Printer._ipp._tcp.local. vs My Printer._ipp._tcp.local."))));
 }
 
+TEST_F(SubtypeAnswer, OfANameWithABackslashFindsNoInstance) {
+  BrowseAdds("a\\b");
+  Resolves("a\\\\b._ipp._tcp.local.");
+  Forget();
+  SubtypeAnswers(wire_name({"a\\b", "_ipp", "_tcp", "local"}));
+  EXPECT_THAT(Calls(), IsEmpty()) << "its label goes through the unescaping once too often";
+}
+
 TEST_F(SubtypeAnswer, IsComparedExactly) {
   SubtypeAnswers(wire_name({"My Printer", "_IPP", "_tcp", "local"}));
   SubtypeAnswers(wire_name({"My Printer", "_ipp", "_tcp", "local", "x"}));
