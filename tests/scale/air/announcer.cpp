@@ -20,7 +20,6 @@
 // New TXT data and new addresses bear the time at which they were first announced (stamps.h).
 //
 // What it does not do: probe (the names are known to be free), negative answers, unicast answers.
-#include <cmath>
 #include <limits>
 #include <map>
 #include <random>
