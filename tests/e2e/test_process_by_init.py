@@ -40,7 +40,10 @@ def test_it_keeps_streams_directory_and_signals(daemon):
     assert int(status["SigBlk"], 16) == 0
 
 
-@pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGHUP, signal.SIGUSR1], ids=lambda number: number.name)
+ENDING = [signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGUSR1, signal.SIGUSR2, signal.SIGIO]
+
+
+@pytest.mark.parametrize("number", ENDING, ids=lambda number: number.name)
 def test_a_signal_has_its_default_action(daemon, number):
     process = start(daemon)
     before = daemon.status_file
