@@ -25,7 +25,7 @@ std::FILE* open_services(const char* path) {
     if (gDBG != 0) {
       log_message(LOG_ERR, "cannot find services config file: %s", path);
     }
-    handle_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesNotFound, path);
+    fatal_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesNotFound, path);
   }
   return file;
 }
@@ -36,7 +36,7 @@ std::FILE* open_rules(const char* path) {
     if (gDBG != 0) {
       log_message(LOG_ERR, "cannot find rules config file: %s", path);
     }
-    handle_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesNotFound, path);
+    fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesNotFound, path);
   }
   return file;
 }

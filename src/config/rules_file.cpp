@@ -33,29 +33,29 @@ struct Rule {
   int bidirectional;  // 1, 0, or -1: not a boolean word
 };
 
-void fail_stat(RulesFile& file) {
+[[noreturn]] void fail_stat(RulesFile& file) {
   if (gDBG != 0) {
     log_message(LOG_ERR, "cannot find rules config file: %s", file.path);
   }
   close_config_text(file.text);
-  handle_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesStatInvalid, file.path);
+  fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesStatInvalid, file.path);
 }
 
-void fail_memory(RulesFile& file) {
+[[noreturn]] void fail_memory(RulesFile& file) {
   if (gDBG != 0) {
     log_message(LOG_ERR, "cannot alloc buf for rules config file: %s", file.path);
   }
   close_config_text(file.text);
-  handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, kRulesNoBuffer, file.path);
+  fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, kRulesNoBuffer, file.path);
 }
 
-void fail_read(RulesFile& file) {
+[[noreturn]] void fail_read(RulesFile& file) {
   const int size = static_cast<int>(file.text.size);
   if (gDBG != 0) {
     log_message(LOG_ERR, "read error size :%d bytes, rules config file %s", size, file.path);
   }
   close_config_text(file.text);
-  handle_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesReadError, size, file.path);
+  fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesReadError, size, file.path);
 }
 
 RulesFile load_rules(std::FILE* stream, const char* path) {
@@ -65,60 +65,52 @@ RulesFile load_rules(std::FILE* stream, const char* path) {
       break;
     case LoadOutcome::stat_invalid:
       fail_stat(file);
-      break;
     case LoadOutcome::no_memory:
       fail_memory(file);
-      break;
     case LoadOutcome::short_read:
       fail_read(file);
-      break;
   }
   return file;
 }
 
-void fail_missing_value(RulesFile& file, const RulesItem& item) {
+[[noreturn]] void fail_missing_value(RulesFile& file, const RulesItem& item) {
   const char* copy = copy_for_message(attribute_of(item, RuleWord::mdnsservice).value);
   const char* service = text_or_null(copy);
   close_config_text(file.text);
   switch (item.missing) {
     case RuleWord::mdnsservice:
-      handle_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesMissingService, file.path);
-      break;
+      fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesMissingService, file.path);
     case RuleWord::rule_type:
-      handle_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesMissingRuleType, file.path, service);
-      break;
+      fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesMissingRuleType, file.path, service);
     case RuleWord::if_from:
-      handle_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesMissingIfFrom, file.path, service);
-      break;
+      fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesMissingIfFrom, file.path, service);
     case RuleWord::if_to:
-      handle_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesMissingIfTo, file.path, service);
-      break;
+      fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesMissingIfTo, file.path, service);
     case RuleWord::bidirectional:
-      handle_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesMissingBidirectional, file.path, service);
       break;
   }
+  fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesMissingBidirectional, file.path, service);
 }
 
-void fail_bidirectional(RulesFile& file, const Rule& rule) {
+[[noreturn]] void fail_bidirectional(RulesFile& file, const Rule& rule) {
   const char* service = copy_for_message(rule.service);
   const char* value = copy_for_message(rule.bidirectional_text);
   close_config_text(file.text);
-  handle_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesInvalidBidirectional, file.path, text_or_null(service),
-               text_or_null(value));
+  fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesInvalidBidirectional, file.path, text_or_null(service),
+              text_or_null(value));
 }
 
-void fail_unknown_service(RulesFile& file, const Rule& rule) {
+[[noreturn]] void fail_unknown_service(RulesFile& file, const Rule& rule) {
   const char* service = copy_for_message(rule.service);
   close_config_text(file.text);
-  handle_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesUnknownService, file.path, text_or_null(service),
-               gSettings.services_file);
+  fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesUnknownService, file.path, text_or_null(service), gSettings.services_file);
 }
 
-void fail_rule_type(RulesFile& file, const Rule& rule) {
+[[noreturn]] void fail_rule_type(RulesFile& file, const Rule& rule) {
   const char* service = copy_for_message(rule.service);
   const char* value = copy_for_message(rule.rule_type);
   close_config_text(file.text);
-  handle_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesInvalidRuleType, file.path, text_or_null(service), text_or_null(value));
+  fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesInvalidRuleType, file.path, text_or_null(service), text_or_null(value));
 }
 
 Rule rule_of(const RulesItem& item) {
@@ -157,7 +149,6 @@ void install_named_service(RulesFile& file, const Rule& rule) {
   const UT_array* types = hash_getArray_ServiceNameToServiceTypesArray(rule.service);
   if (types == nullptr) {
     fail_unknown_service(file, rule);
-    return;
   }
   for (unsigned i = 0; i < array_count(types); ++i) {
     install_type(text_array_at(types, i), rule);
@@ -168,7 +159,7 @@ void install_literal_type(RulesFile& file, const Rule& rule) {
   char* service_type = zmk_strdup(rule.service, __FILE__, __LINE__);
   if (service_type == nullptr) {
     close_config_text(file.text);
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 131437: strdup failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 131437: strdup failed, exiting.");
   }
   install_type(service_type, rule);
   zmk_free(service_type, __FILE__, __LINE__);
@@ -190,7 +181,6 @@ void install_rule(RulesFile& file, const Rule& rule) {
       break;
     case RuleType::invalid:
       fail_rule_type(file, rule);
-      break;
   }
 }
 

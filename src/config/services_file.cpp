@@ -13,29 +13,29 @@ static_assert(kServicesListStatus == MYSTATUS__SERVICES_FILE);
 
 namespace {
 
-void fail_stat(ConfigText& text, const char* path) {
+[[noreturn]] void fail_stat(ConfigText& text, const char* path) {
   if (gDBG != 0) {
     log_message(LOG_ERR, "services config file stat invalid: %s", path);
   }
   close_config_text(text);
-  handle_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesStatInvalid, path);
+  fatal_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesStatInvalid, path);
 }
 
-void fail_memory(ConfigText& text, const char* path) {
+[[noreturn]] void fail_memory(ConfigText& text, const char* path) {
   if (gDBG != 0) {
     log_message(LOG_ERR, "cannot alloc buf for services config file: %s", path);
   }
   close_config_text(text);
-  handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, kServicesNoBuffer, path);
+  fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, kServicesNoBuffer, path);
 }
 
-void fail_read(ConfigText& text, const char* path) {
+[[noreturn]] void fail_read(ConfigText& text, const char* path) {
   const int size = static_cast<int>(text.size);
   if (gDBG != 0) {
     log_message(LOG_ERR, "read error size :%d bytes, services config file %s", size, path);
   }
   close_config_text(text);
-  handle_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesReadError, size, path);
+  fatal_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesReadError, size, path);
 }
 
 ConfigText load_services(std::FILE* file, const char* path) {
@@ -45,31 +45,25 @@ ConfigText load_services(std::FILE* file, const char* path) {
       break;
     case LoadOutcome::stat_invalid:
       fail_stat(text, path);
-      break;
     case LoadOutcome::no_memory:
       fail_memory(text, path);
-      break;
     case LoadOutcome::short_read:
       fail_read(text, path);
-      break;
   }
   return text;
 }
 
 // The three errors of the format.
-void fail_scan(ConfigText& text, const char* path, const ServicesItem& item) {
+[[noreturn]] void fail_scan(ConfigText& text, const char* path, const ServicesItem& item) {
   const char* service = copy_for_message(item.service);
   close_config_text(text);
   switch (item.kind) {
     case ServicesItemKind::missing_end_tag:
-      handle_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesMissingEndTag, path);
-      break;
+      fatal_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesMissingEndTag, path);
     case ServicesItemKind::missing_name:
-      handle_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesMissingName, path);
-      break;
+      fatal_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesMissingName, path);
     default:
-      handle_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesMissingType, path, text_or_null(service));
-      break;
+      fatal_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kServicesMissingType, path, text_or_null(service));
   }
 }
 
@@ -77,7 +71,7 @@ UT_array* new_types(ConfigText& text) {
   UT_array* types = text_array_new();
   if (types == nullptr) {
     close_config_text(text);
-    handle_error(MYSTATUS__ARRAY_ERROR, LOG_WARNING, "ERROR 131156: utarray_new failed, exiting.");
+    fatal_error(MYSTATUS__ARRAY_ERROR, LOG_WARNING, "ERROR 131156: utarray_new failed, exiting.");
   }
   return types;
 }
@@ -87,7 +81,7 @@ void append_type(ConfigText& text, UT_array* types, const char* type) {
   text_array_push(types, type);
   if (text_array_at(types, array_count(types) - 1) == nullptr) {
     close_config_text(text);
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 131158: strdup failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 131158: strdup failed, exiting.");
   }
 }
 
@@ -113,7 +107,6 @@ int parse_servicefile(std::FILE* file, const char* path) {
         break;
       default:
         fail_scan(text, path, item);
-        break;
     }
   }
   return close_config_text(text);

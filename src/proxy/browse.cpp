@@ -58,9 +58,9 @@ void add_instance(BridgeContext* bridge, std::uint32_t interfaceIndex, const cha
   const DNSServiceErrorType error =
       MyDNSServiceResolve(&local, kFlagsShareConnection, interfaceIndex, name, type, domain, callback_ServiceResolve, bridge);
   if (error != kDNSServiceErr_NoError) {
-    handle_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
-                 "ERROR 1301301638: INTERNAL ERROR:  DNSServiceResolve() call failed: %ld, CRITICAL ERROR, exiting.",
-                 static_cast<long>(error));
+    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
+                "ERROR 1301301638: INTERNAL ERROR:  DNSServiceResolve() call failed: %ld, CRITICAL ERROR, exiting.",
+                static_cast<long>(error));
   }
   keep_instance(bridge, name, local);
 }
@@ -78,8 +78,8 @@ void DNSSD_API callback_ServiceBrowse(DNSServiceRef sdRef, DNSServiceFlags flags
   const bool add = (flags & kDNSServiceFlagsAdd) != 0;
   log_message(LOG_DEBUG, "callback_ServiceBrowse(): Operation: %s", add ? "Add" : "Rmv");
   if (context == nullptr) {
-    handle_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
-                 "ERROR 13013016491: callback_ServiceBrowse(): REMOVE: bridge_context_ptr == NULL, unhandled case, exiting.");
+    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
+                "ERROR 13013016491: callback_ServiceBrowse(): REMOVE: bridge_context_ptr == NULL, unhandled case, exiting.");
   }
   BridgeContext* bridge = static_cast<BridgeContext*>(context);
   if (!add) {

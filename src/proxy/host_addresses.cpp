@@ -149,7 +149,7 @@ void register_ipv6(const Answer& answer, Ipv6Bytes address) {
   const DNSServiceErrorType error =
       register_address(answer, kDNSServiceType_AAAA, address, &answer.service_context->dns_recordv6_ptr);
   if (error != kDNSServiceErr_NoError) {
-    handle_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, kRegisterRecordRefused, static_cast<long>(error));
+    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, kRegisterRecordRefused, static_cast<long>(error));
   }
   std::ranges::copy(address, answer.result->addr_v6);
 }

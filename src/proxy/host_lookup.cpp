@@ -28,7 +28,7 @@ struct HostEntry {
 HostEntry* new_host_entry() {
   void* const block = zmk_malloc(sizeof(HostEntry), __FILE__, __LINE__);
   if (block == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
   }
   return new (block) HostEntry{};
 }

@@ -68,8 +68,7 @@ char decimal_byte(const char* digits) {
 char* ConvertDomainNameToCString_UnEnsacpe(const char* src, char* dst) {
   constexpr std::size_t kDecimalEscape = 4;  // "\DDD"
   if (src == nullptr || dst == nullptr || std::strlen(src) > kNameSize) {
-    handle_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, "ConvertDomainNameToCString_UnEnsacpe(): Error Invalid input parameters!");
-    return nullptr;
+    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, "ConvertDomainNameToCString_UnEnsacpe(): Error Invalid input parameters!");
   }
   while (*src != '\0') {
     if (*src != '\\') {

@@ -23,7 +23,7 @@ unsigned char* new_proxied_txt(const Addr_query_context* result) {
   const std::size_t size = kVendorEntry.size() + kept_txt_length(result) + 1;
   void* const block = zmk_malloc(size, __FILE__, __LINE__);
   if (block == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
   }
   unsigned char* txt = static_cast<unsigned char*>(block);
   std::memset(txt, 0, size);
@@ -98,15 +98,14 @@ void DNSSD_API callback_ServiceRegisterRecord(DNSServiceRef, DNSRecordRef, DNSSe
   print_timestamp();
   log_message(LOG_DEBUG, "callback_ServiceRegisterRecord(): Got a reply for record %s: ", label);
   if (errorCode == kDNSServiceErr_NameConflict) {
-    handle_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
-                 "ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: name = %s, "
-                 "errorCode = %d",
-                 label, errorCode);
+    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
+                "ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: name = %s, "
+                "errorCode = %d",
+                label, errorCode);
   } else if (errorCode == kDNSServiceErr_NoError) {
     log_message(LOG_DEBUG, "callback_ServiceRegisterRecord(): Name now registered and active: %s", label);
   } else {
-    handle_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, "callback_ServiceRegisterRecord(): Error %d for name = %s", errorCode,
-                 label);
+    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, "callback_ServiceRegisterRecord(): Error %d for name = %s", errorCode, label);
   }
   if ((flags & kDNSServiceFlagsMoreComing) == 0) {
     std::fflush(stdout);

@@ -77,7 +77,7 @@ void drop_forwarded_instance(BridgeContext* bridge, ResponderContext* service_co
 Addr_query_context* new_addr_query_context(const Resolved& resolved) {
   void* const block = zmk_malloc(sizeof(Addr_query_context), __FILE__, __LINE__);
   if (block == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
   }
   Addr_query_context* result = new (block) Addr_query_context{
       .addr_v4 = {},
@@ -149,7 +149,7 @@ bool look_up_addresses(const Resolved& resolved, ResponderContext* service_conte
 subtype_query_context* new_subtype_query_context(const Resolved& resolved, const char* query_name) {
   void* const block = zmk_malloc(sizeof(subtype_query_context), __FILE__, __LINE__);
   if (block == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171518: malloc failed, exiting.");
   }
   subtype_query_context* record_PTR = new (block) subtype_query_context{resolved.bridge, {}, {}};
   copy_text(record_PTR->subtype_query_name, query_name);

@@ -41,12 +41,12 @@ namespace {
 ResponderContext* new_responder_context(const char* name) {
   void* const block = zmk_malloc(sizeof(ResponderContext), __FILE__, __LINE__);
   if (block == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 102046: malloc failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 102046: malloc failed, exiting.");
   }
   ResponderContext* service_context = new (block) ResponderContext{};
   service_context->name = zmk_strdup(name, __FILE__, __LINE__);
   if (service_context->name == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 102047: strdup failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 102047: strdup failed, exiting.");
   }
   return service_context;
 }

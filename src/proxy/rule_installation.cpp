@@ -32,17 +32,17 @@ struct Rule {
 void look_up_interfaces(Rule& rule) {
   rule.if_from_index = hash_getIndex_IfNameToIndex(rule.if_from);
   if (rule.if_from_index <= 0) {
-    handle_error(MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
-                 "INTERFACE LOOKUP ERROR 111833: Could not find interface named '%s' on this system, please double-check the "
-                 "accuracy of the mdnsproxy rules config file: %s.  Critical error, exiting.",
-                 rule.if_from, gSettings.rules_file);
+    fatal_error(MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
+                "INTERFACE LOOKUP ERROR 111833: Could not find interface named '%s' on this system, please double-check the "
+                "accuracy of the mdnsproxy rules config file: %s.  Critical error, exiting.",
+                rule.if_from, gSettings.rules_file);
   }
   rule.if_to_index = hash_getIndex_IfNameToIndex(rule.if_to);
   if (rule.if_to_index <= 0) {
-    handle_error(MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
-                 "INTERFACE LOOKUP ERROR 111834: Could not find interface named '%s' on this system, please double-check the "
-                 "accuracy of the mdnsproxy rules config file: %s.  Critical error, exiting.",
-                 rule.if_to, gSettings.rules_file);
+    fatal_error(MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
+                "INTERFACE LOOKUP ERROR 111834: Could not find interface named '%s' on this system, please double-check the "
+                "accuracy of the mdnsproxy rules config file: %s.  Critical error, exiting.",
+                rule.if_to, gSettings.rules_file);
   }
 }
 
@@ -59,11 +59,11 @@ gHashRulesIfFrom_t* find_or_add_source(const Rule& rule) {
 ServiceTypeToIfTo_t* new_destinations(std::int32_t service_type_id) {
   void* const block = zmk_malloc(sizeof(ServiceTypeToIfTo_t), __FILE__, __LINE__);
   if (block == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 111710: malloc failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 111710: malloc failed, exiting.");
   }
   ServiceTypeToIfTo_t* destinations = new (block) ServiceTypeToIfTo_t{service_type_id, index_array_new(), {}};
   if (destinations->if_to_array == nullptr) {
-    handle_error(MYSTATUS__ARRAY_ERROR, LOG_WARNING, "ERROR 111711: utarray_new() failed, exiting.");
+    fatal_error(MYSTATUS__ARRAY_ERROR, LOG_WARNING, "ERROR 111711: utarray_new() failed, exiting.");
   }
   return destinations;
 }
@@ -89,9 +89,10 @@ bool is_duplicate(const UT_array* if_to_array, const Rule& rule) {
   for (unsigned position = 0; position < array_count(if_to_array); ++position) {
     const std::int32_t* if_to_index = index_array_at(if_to_array, position);
     if (if_to_index == nullptr) {
-      handle_error(MYSTATUS__ARRAY_ERROR, LOG_WARNING,
-                   "ERROR 111726: INTERNAL ERROR: Invalid return from loop over UT_array, exiting.");
-    } else if (*if_to_index == rule.if_to_index) {
+      fatal_error(MYSTATUS__ARRAY_ERROR, LOG_WARNING,
+                  "ERROR 111726: INTERNAL ERROR: Invalid return from loop over UT_array, exiting.");
+    }
+    if (*if_to_index == rule.if_to_index) {
       handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
                    "WARNING 111727: POSSIBLE ERROR: found existing if_to = %s (if_to_index = %d) in array when adding for "
                    "if_from = %s (if_from_index = %d) and service_type = %s (service_type_index = %d).",
@@ -125,7 +126,7 @@ void keep_subtype(BridgeContext* bridge, const char* service_type) {
 BridgeContext* new_bridge(const Rule& rule) {
   void* const block = zmk_malloc(sizeof(BridgeContext), __FILE__, __LINE__);
   if (block == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171548: malloc failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 1301171548: malloc failed, exiting.");
   }
   BridgeContext* bridge = new (block) BridgeContext{nullptr, rule.if_from_index, rule.if_to_index, "", nullptr};
   keep_subtype(bridge, rule.service_type);
@@ -146,7 +147,7 @@ DNSServiceRef browse_with_retries(const Rule& rule, BridgeContext* bridge) {
     error = try_browse();
   }
   if (error != kDNSServiceErr_NoError) {
-    handle_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, "ERROR 131813: MyDNSServiceBrowse  call failed: %d", error);
+    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, "ERROR 131813: MyDNSServiceBrowse  call failed: %d", error);
   }
   return local;
 }
@@ -155,8 +156,8 @@ void start_browse(const Rule& rule, BridgeContext* bridge) {
   log_message(LOG_DEBUG, "add_proxy_rule(): No registering BROWSE for %s%s%s if_from_index = %d, if_to_index = %d",
               rule.service_type, ".", gSettings.domain, rule.if_from_index, rule.if_to_index);
   if (gDNSServiceRef_Shared == nullptr) {
-    handle_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
-                 "ERROR 131811: (gDNSServiceRef_Shared == NULL), this should never happen.  Critical error, exiting.");
+    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
+                "ERROR 131811: (gDNSServiceRef_Shared == NULL), this should never happen.  Critical error, exiting.");
   }
   const DNSServiceRef browse = browse_with_retries(rule, bridge);
   log_message(LOG_DEBUG,

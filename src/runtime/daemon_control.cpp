@@ -31,8 +31,8 @@ constexpr pid_t kInit = 1;
 void go_on_in_child(pid_t parent) {
   gDaemonPID = fork();
   if (gDaemonPID < 0) {
-    handle_error(MYSTATUS__SYSTEM_ERROR, LOG_WARNING,
-                 "ERROR 9991301141911: fork(): returned PID = %d, could not start the child process, exiting.", gDaemonPID);
+    fatal_error(MYSTATUS__SYSTEM_ERROR, LOG_WARNING,
+                "ERROR 9991301141911: fork(): returned PID = %d, could not start the child process, exiting.", gDaemonPID);
   }
   if (gDaemonPID > 0) {
     end_parent(parent);
@@ -44,8 +44,8 @@ void start_session() {
   gSID = setsid();
   log_message(LOG_DEBUG, "daemonize(): get new process group: gSID = setsid() = %d ...", gSID);
   if (gSID < 0) {
-    handle_error(MYSTATUS__SYSTEM_ERROR, LOG_WARNING, "ERROR 99901141905: setsid(): returned %d, this is unhandled, exiting.",
-                 gSID);
+    fatal_error(MYSTATUS__SYSTEM_ERROR, LOG_WARNING, "ERROR 99901141905: setsid(): returned %d, this is unhandled, exiting.",
+                gSID);
   }
 }
 

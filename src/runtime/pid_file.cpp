@@ -55,9 +55,8 @@ void take_over_from_previous_instance(const char* aPIDfilename) {
   const int file = open_letting_signals_through(aPIDfilename, O_RDONLY);
   std::FILE* stream = file != -1 ? fdopen(file, "r") : nullptr;
   if (stream == nullptr) {
-    handle_error(MYSTATUS__FILE_ERROR, LOG_WARNING,
-                 "ERROR 301801: PID lock file %s found, but could not fopen for reading, exiting.", aPIDfilename);
-    return;
+    fatal_error(MYSTATUS__FILE_ERROR, LOG_WARNING,
+                "ERROR 301801: PID lock file %s found, but could not fopen for reading, exiting.", aPIDfilename);
   }
   handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
                "WARNING 301802: PID lock file %s exists -- reading for PID and then will try to issue kill signal....",
@@ -79,14 +78,14 @@ void open_PID_file(const char* aPIDfilename) {
   take_over_from_previous_instance(aPIDfilename);
   gConfigPIDFilehandle = open_letting_signals_through(aPIDfilename, O_WRONLY | O_CREAT | O_TRUNC, kPidFileMode);
   if (gConfigPIDFilehandle == -1) {
-    handle_error(MYSTATUS__FILE_ERROR, LOG_WARNING, "ERROR 301901: PID lock file could not be open for writing, exiting.");
+    fatal_error(MYSTATUS__FILE_ERROR, LOG_WARNING, "ERROR 301901: PID lock file could not be open for writing, exiting.");
   }
 }
 
 void write_PID_text(const char* text, const char* aPIDfilename) {
   if (write(gConfigPIDFilehandle, text, std::strlen(text)) == -1) {
-    handle_error(MYSTATUS__FILE_ERROR, LOG_WARNING, "ERROR: 301909: Could not write PID: %s to file %s, exiting", text,
-                 aPIDfilename);
+    fatal_error(MYSTATUS__FILE_ERROR, LOG_WARNING, "ERROR: 301909: Could not write PID: %s to file %s, exiting", text,
+                aPIDfilename);
   }
 }
 

@@ -114,17 +114,13 @@ void signal_handler(int aSignal) {
   log_message(LOG_DEBUG, "signal_handler(): aSignal = %d ...", aSignal);
   switch (aSignal) {
     case SIGHUP:
-      handle_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGHUP signal (%d) -- currently unhandled, exiting.", aSignal);
-      break;
+      fatal_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGHUP signal (%d) -- currently unhandled, exiting.", aSignal);
     case SIGINT:
-      handle_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGINT signal (%d), exiting.", aSignal);
-      break;
+      fatal_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGINT signal (%d), exiting.", aSignal);
     case SIGQUIT:
-      handle_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGQUIT signal (%d), exiting.", aSignal);
-      break;
+      fatal_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGQUIT signal (%d), exiting.", aSignal);
     case SIGTERM:
-      handle_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGTERM signal (%d), exiting.", aSignal);
-      break;
+      fatal_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGTERM signal (%d), exiting.", aSignal);
     case SIGUSR1:
       setlogmask(kSyslogMaskEverything);
       std::fputs("mdnsproxy open the syslog!\n", stdout);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The way out, in reading order: handle_error, exit_clean, vexit_clean, update_status_file,
+// The way out, in reading order: handle_error and fatal_error, exit_clean, vexit_clean, update_status_file,
 // exit_clean_no_update_status_file.
 #include "runtime/status.h"
 
@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cassert>
 #include <cerrno>
 #include <cstdlib>
 
@@ -100,22 +101,43 @@ void unlock_status_file() {
   }
 }
 
+// The traces of both bear the name of the one that can return: an interface, see docs/interface.md.
+
+void report(int status, int syslog_level, const char* format, va_list args) __attribute__((format(printf, 3, 0)));
+
+void report(int status, int syslog_level, const char* format, va_list args) {
+  log_message(LOG_DEBUG, "handle_error(): aMyStatusCode = %d, aSyslogLevel = %d, (aFormat and va_list omitted) ...", status,
+              syslog_level);
+  vsyslog(syslog_level, format, args);
+}
+
+[[noreturn]] void end_after_report(int status, const char* format) {
+  log_message(LOG_ERR, "handle_error(): aMyStatusCode = %d != MYSTATUS__RUNNING__OK, calling exit_clean()...", status);
+  char message[kDetachedMessageSize];
+  detached_message(message, sizeof(message), format);
+  exit_clean(status, "%s", message);
+}
+
 }  // namespace
 
 void handle_error(int aMyStatusCode, int aSyslogLevel, const char* aFormat, ...) {
-  log_message(LOG_DEBUG, "handle_error(): aMyStatusCode = %d, aSyslogLevel = %d, (aFormat and va_list omitted) ...",
-              aMyStatusCode, aSyslogLevel);
   va_list args;
   va_start(args, aFormat);
-  vsyslog(aSyslogLevel, aFormat, args);
+  report(aMyStatusCode, aSyslogLevel, aFormat, args);
   va_end(args);
   if (aMyStatusCode != MYSTATUS__RUNNING__OK) {
-    log_message(LOG_ERR, "handle_error(): aMyStatusCode = %d != MYSTATUS__RUNNING__OK, calling exit_clean()...", aMyStatusCode);
-    char message[kDetachedMessageSize];
-    detached_message(message, sizeof(message), aFormat);
-    exit_clean(aMyStatusCode, "%s", message);
+    end_after_report(aMyStatusCode, aFormat);
   }
   log_message(LOG_DEBUG, "handle_error(): aMyStatusCode = %d == MYSTATUS__RUNNING__OK, continuing execution...", aMyStatusCode);
+}
+
+void fatal_error(int aMyStatusCode, int aSyslogLevel, const char* aFormat, ...) {
+  assert(aMyStatusCode != MYSTATUS__RUNNING__OK);
+  va_list args;
+  va_start(args, aFormat);
+  report(aMyStatusCode, aSyslogLevel, aFormat, args);
+  va_end(args);
+  end_after_report(aMyStatusCode, aFormat);
 }
 
 void exit_clean(int status, const char* format, ...) {

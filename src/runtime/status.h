@@ -22,19 +22,15 @@ enum MyStatus : int {
   MYSTATUS__SYSTEM_ERROR = 999,  // semaphores, fork, setsid
 };
 
-// Nearly every handle_error call ends the process, which only its status tells. The static analyser is told that all do, so that
-// it does not follow a null pointer past one; compilers see nothing of this.
-#ifdef __clang_analyzer__
-#define MDNSPROXY_ENDS_ANALYSIS __attribute__((analyzer_noreturn))
-#else
-#define MDNSPROXY_ENDS_ANALYSIS
-#endif
+// Reports one error: always to syslog at aSyslogLevel, whatever the mode. Status 0 returns; any other ends the process
+// as fatal_error does. For warnings, and where the status is known only at run time.
+void handle_error(int aMyStatusCode, int aSyslogLevel, const char* aFormat, ...) __attribute__((format(printf, 3, 4)));
 
-// Reports one error: always to syslog at aSyslogLevel, whatever the mode. Status 0 returns; any other ends the process through
-// exit_clean. The message line of the status file is then aFormat with every conversion showing one value that is none of the
-// caller's (see detached_message).
-void handle_error(int aMyStatusCode, int aSyslogLevel, const char* aFormat, ...)
-    __attribute__((format(printf, 3, 4))) MDNSPROXY_ENDS_ANALYSIS;
+// The same for an error that always ends the process: reports it and goes through exit_clean. The message line of the
+// status file is aFormat with every conversion showing one value that is none of the caller's (see detached_message).
+// A status of 0 is our own bug; the process ends all the same.
+[[noreturn]] void fatal_error(int aMyStatusCode, int aSyslogLevel, const char* aFormat, ...)
+    __attribute__((format(printf, 3, 4)));
 
 // Writes status and formatted message to the status file (see update_status_file), releases and exits with `status`.
 // Never return.

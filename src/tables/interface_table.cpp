@@ -35,12 +35,12 @@ void link_record(IfNameToIndex_t* record) {
 IfNameToIndex_t* new_record(const char* if_name, std::int32_t if_index) {
   auto* record = static_cast<IfNameToIndex_t*>(zmk_malloc(sizeof(IfNameToIndex_t), __FILE__, __LINE__));
   if (record == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 102046: malloc failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 102046: malloc failed, exiting.");
   }
   *record = {};
   record->if_name = zmk_strdup(if_name, __FILE__, __LINE__);
   if (record->if_name == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 102047: strdup failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 102047: strdup failed, exiting.");
   }
   record->if_index = if_index;
   return record;
@@ -87,7 +87,7 @@ std::int32_t hash_getIndex_IfNameToIndex(const char* if_name) {
 void hash_add_IfNameToIndex(const char* if_name, std::int32_t if_index) {
   log_message(LOG_DEBUG, "hash_add_IfNameToIndex(): START: if_name = %s, if_index = %d...  ", if_name, if_index);
   if (hash_getIndex_IfNameToIndex(if_name) >= 0) {
-    handle_error(
+    fatal_error(
         MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
         "ERROR 102048: found two network interfaces with the same name (%s) -- this case is not currently handled, exiting.",
         if_name);
@@ -111,9 +111,9 @@ void FindInterfaces() {
   }
   struct if_nameindex* entries = if_nameindex();
   if (entries == nullptr) {
-    handle_error(MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
-                 "ERROR 401301141912: if_nameindex() failed with errno =  %d %s, can't find interfaces so exiting.", errno,
-                 std::strerror(errno));
+    fatal_error(MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
+                "ERROR 401301141912: if_nameindex() failed with errno =  %d %s, can't find interfaces so exiting.", errno,
+                std::strerror(errno));
   }
   const int count = add_interfaces(entries);
   if_freenameindex(entries);

@@ -27,7 +27,7 @@ gHashRulesIfFrom_t* find_source(std::int32_t if_index) {
 gHashRulesIfFrom_t* new_source(std::int32_t if_index) {
   auto* record = static_cast<gHashRulesIfFrom_t*>(zmk_malloc(sizeof(gHashRulesIfFrom_t), __FILE__, __LINE__));
   if (record == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 111709: malloc failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 111709: malloc failed, exiting.");
   }
   *record = {};
   record->if_index = if_index;

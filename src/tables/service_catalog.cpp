@@ -32,12 +32,12 @@ ServiceTypeToId_t* find_type(const char* service_type) {
 ServiceTypeToId_t* new_type(const char* service_type) {
   auto* record = static_cast<ServiceTypeToId_t*>(zmk_malloc(sizeof(ServiceTypeToId_t), __FILE__, __LINE__));
   if (record == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 101946: malloc failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 101946: malloc failed, exiting.");
   }
   *record = {};
   record->service_type = zmk_strdup(service_type, __FILE__, __LINE__);
   if (record->service_type == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 101944: strdup failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 101944: strdup failed, exiting.");
   }
   return record;
 }
@@ -63,12 +63,12 @@ ServiceNameToServiceTypesArray_t* new_name(const char* service_name, UT_array* s
   auto* record =
       static_cast<ServiceNameToServiceTypesArray_t*>(zmk_malloc(sizeof(ServiceNameToServiceTypesArray_t), __FILE__, __LINE__));
   if (record == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 131127: malloc failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 131127: malloc failed, exiting.");
   }
   *record = {};
   record->service_name = zmk_strdup(service_name, __FILE__, __LINE__);
   if (record->service_name == nullptr) {
-    handle_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 131128: strdup failed, exiting.");
+    fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 131128: strdup failed, exiting.");
   }
   record->service_types = service_types;
   return record;
@@ -145,7 +145,7 @@ ServiceNameToServiceTypesArray_t* hash_add_ServiceNameToServiceTypesArray(const 
                                                                           UT_array* aServiceTypesArray) {
   show_addition(aServiceName, aServiceTypesArray);
   if (hash_getArray_ServiceNameToServiceTypesArray(aServiceName) != nullptr) {
-    handle_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kDuplicateServiceName, aServiceName, gSettings.services_file);
+    fatal_error(MYSTATUS__SERVICES_FILE, LOG_WARNING, kDuplicateServiceName, aServiceName, gSettings.services_file);
   }
   ServiceNameToServiceTypesArray_t* record = new_name(aServiceName, aServiceTypesArray);
   link_name(record);

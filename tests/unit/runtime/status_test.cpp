@@ -130,6 +130,14 @@ TEST_F(HandleError, EndsTheProcessWithANegativeStatusToo) {
   EXPECT_EQ(StatusFile(), "-1\ntext\n");
 }
 
+TEST_F(HandleError, SaysWhatAFatalErrorSays) {
+  const ChildProcess fatal = run_in_child([] { fatal_error(30, LOG_WARNING, "ERROR 9: file %s, number %d", "name", 5); });
+  EXPECT_EQ(fatal.exit_status, 30);
+  EXPECT_EQ(StatusFile(), "30\nERROR 9: file (list), number 2147483647\n");
+  const ChildProcess handled = run_in_child([] { handle_error(30, LOG_WARNING, "ERROR 9: file %s, number %d", "name", 5); });
+  EXPECT_EQ(fatal.err, handled.err);
+}
+
 TEST_F(ExitPath, ReleasesBothConnectionsBeforeItsLastMessagesAndThePidFileBetweenThem) {
   GivenPidFile("1\n");
   // After each message: what has been released, closed and removed by then.
