@@ -33,4 +33,6 @@ int close_config_text(ConfigText& text) {
   return result;
 }
 
-const char* copy_for_message(const char* text) { return text != nullptr ? zmk_strdup(text, __FILE__, __LINE__) : nullptr; }
+const char* copy_for_message(const char* text) {
+  return text != nullptr ? zmk_strdup(text, __FILE__, __LINE__) : nullptr;
+}

@@ -2,8 +2,8 @@
 // What the values of a rule mean.
 #pragma once
 
-// A boolean word, decided by its first character alone: 1 for one of "1TYty", 0 for one of "0FNfn", -1 for any other, for an
-// empty text and for null.
+// A boolean word, decided by its first character alone: 1 for one of "1TYty", 0 for one of "0FNfn", -1 for any other,
+// for an empty text and for null.
 int parse_bool_string(const char* text);
 
 // How a rule's mdnsservice value is read.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The rules list into installed rules. Each failure here closes the stream and frees the text before it ends the process.
+// The rules list into installed rules. Each failure here closes the stream and frees the text before it ends the
+// process.
 
 #include "config/config.h"
 #include "config/config_text.h"
@@ -103,14 +104,16 @@ RulesFile load_rules(std::FILE* stream, const char* path) {
 [[noreturn]] void fail_unknown_service(RulesFile& file, const Rule& rule) {
   const char* service = copy_for_message(rule.service);
   close_config_text(file.text);
-  fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesUnknownService, file.path, text_or_null(service), gSettings.services_file);
+  fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesUnknownService, file.path, text_or_null(service),
+              gSettings.services_file);
 }
 
 [[noreturn]] void fail_rule_type(RulesFile& file, const Rule& rule) {
   const char* service = copy_for_message(rule.service);
   const char* value = copy_for_message(rule.rule_type);
   close_config_text(file.text);
-  fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesInvalidRuleType, file.path, text_or_null(service), text_or_null(value));
+  fatal_error(MYSTATUS__RULES_FILE, LOG_WARNING, kRulesInvalidRuleType, file.path, text_or_null(service),
+              text_or_null(value));
 }
 
 Rule rule_of(const RulesItem& item) {
@@ -125,11 +128,12 @@ Rule rule_of(const RulesItem& item) {
 
 void show_rule(const Rule& rule) {
   if (gDBG != 0) {
-    log_message(LOG_DEBUG,
-                "\n*********************************************************************************************\n\n"
-                "\tFound mdnsproxyrule: mdnsservice = %s, rule_type = %s, if_from = %s, if_to = %s, bidirectional = %s, "
-                "bidirectional_boolAsInt = %d\n",
-                rule.service, rule.rule_type, rule.if_from, rule.if_to, rule.bidirectional_text, rule.bidirectional);
+    log_message(
+        LOG_DEBUG,
+        "\n*********************************************************************************************\n\n"
+        "\tFound mdnsproxyrule: mdnsservice = %s, rule_type = %s, if_from = %s, if_to = %s, bidirectional = %s, "
+        "bidirectional_boolAsInt = %d\n",
+        rule.service, rule.rule_type, rule.if_from, rule.if_to, rule.bidirectional_text, rule.bidirectional);
   }
 }
 

@@ -28,7 +28,8 @@ std::array<RuleAttribute, kRuleWords.size()> find_words(const RulesScanner& scan
 }
 
 bool has_every_word(const RulesItem& item) {
-  return std::all_of(item.attributes.begin(), item.attributes.end(), [](const RuleAttribute& each) { return each.present; });
+  return std::all_of(item.attributes.begin(), item.attributes.end(),
+                     [](const RuleAttribute& each) { return each.present; });
 }
 
 // False: this attribute has no quoted value. A word that stands inside a value taken before has none.
@@ -52,7 +53,8 @@ void take_values(const RulesScanner& scanner, const char* tag_end, RulesItem& it
 RulesItem read_tag(RulesScanner& scanner, const char* tag, char* tag_end) {
   *tag_end = '\0';
   scanner.next_tag = std::strchr(tag_end + 1, '<');
-  RulesItem item = {RulesItemKind::other_tag, offset_of(scanner, tag), offset_of(scanner, tag_end), {}, find_words(scanner, tag)};
+  RulesItem item = {
+      RulesItemKind::other_tag, offset_of(scanner, tag), offset_of(scanner, tag_end), {}, find_words(scanner, tag)};
   if (has_every_word(item)) {
     take_values(scanner, tag_end, item);
   }

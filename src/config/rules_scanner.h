@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The rules list scanner: which rules a file holds, tag by tag.
 //
-// The format is what this scanner accepts and no more; it only looks like XML. A tag is the text from a '<' to the next '>',
-// whatever stands between (quotes do not protect a '>', a '<' inside is a character like any other). A tag that holds all five
-// words below, in any order and anywhere, is a rule; every other one is passed over. The first occurrence of each word counts,
-// and its value is the text between the first double quote after it and the next one.
+// The format is what this scanner accepts and no more; it only looks like XML. A tag is the text from a '<' to the next
+// '>', whatever stands between (quotes do not protect a '>', a '<' inside is a character like any other). A tag that
+// holds all five words below, in any order and anywhere, is a rule; every other one is passed over. The first
+// occurrence of each word counts, and its value is the text between the first double quote after it and the next one.
 // Needs nothing of the daemon, so that a program which only checks files judges them as the daemon does.
 #pragma once
 
@@ -14,7 +14,8 @@
 // The attributes of a rule, in the order in which their values are taken.
 enum class RuleWord : std::size_t { mdnsservice, rule_type, if_from, if_to, bidirectional };
 
-inline constexpr std::array<const char*, 5> kRuleWords = {"mdnsservice", "rule_type", "if_from", "if_to", "bidirectional"};
+inline constexpr std::array<const char*, 5> kRuleWords = {"mdnsservice", "rule_type", "if_from", "if_to",
+                                                          "bidirectional"};
 
 // One attribute of a tag. Offsets are counted in bytes from the start of the scanned buffer.
 struct RuleAttribute {
@@ -52,8 +53,8 @@ struct RulesScanner {
   char* next_tag;  // '<' of the next tag; null: none
 };
 
-// A scan of a text that ends at its first zero. The buffer is written to (delimiters become zeros) and must outlive the scan
-// and every item of it.
+// A scan of a text that ends at its first zero. The buffer is written to (delimiters become zeros) and must outlive the
+// scan and every item of it.
 RulesScanner rules_scanner(char* buffer);
 
 // The next finding. The daemon ends at the first error; a checker may go on to find more.

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The services list into the service name table. Each failure here closes the stream and frees the text before it ends the
-// process; a duplicate name ends it from within the table.
+// The services list into the service name table. Each failure here closes the stream and frees the text before it ends
+// the process; a duplicate name ends it from within the table.
 
 #include "config/config.h"
 #include "config/config_text.h"

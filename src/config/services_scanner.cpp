@@ -11,7 +11,8 @@ std::size_t offset_of(const ServicesScanner& scanner, const char* position) {
   return static_cast<std::size_t>(position - scanner.buffer);
 }
 
-ServicesItem make_item(const ServicesScanner& scanner, ServicesItemKind kind, const char* phrase, const char* value = nullptr) {
+ServicesItem make_item(const ServicesScanner& scanner, ServicesItemKind kind, const char* phrase,
+                       const char* value = nullptr) {
   return {kind, scanner.service, value, offset_of(scanner, phrase), value != nullptr ? offset_of(scanner, value) : 0};
 }
 

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 // The services list scanner: which services and types a file holds, item by item.
 //
-// The format is what this scanner accepts and no more; it only looks like XML. All matching is byte for byte, and everything
-// that is not named here is passed over:
+// The format is what this scanner accepts and no more; it only looks like XML. All matching is byte for byte, and
+// everything that is not named here is passed over:
 //
 //   mdnsservice name  "NAME"     starts a service, wherever it stands (in a comment too)
 //   service type      "TYPE"     a type of it; any number
 //   </mdnsservice>               ends it; required
 //
-// Between a phrase and its opening quote anything may stand. What follows an end tag belongs to no service until the next start.
-// Needs nothing of the daemon, so that a program which only checks files judges them as the daemon does.
+// Between a phrase and its opening quote anything may stand. What follows an end tag belongs to no service until the
+// next start. Needs nothing of the daemon, so that a program which only checks files judges them as the daemon does.
 #pragma once
 
 #include <cstddef>
@@ -28,8 +28,8 @@ enum class ServicesItemKind {
   end,              // the text is at its end, here and in every later call
 };
 
-// One finding. Texts lie in the scanned buffer, are ended by a zero there and stay as they are for the buffer's life; offsets
-// are counted in bytes from its start.
+// One finding. Texts lie in the scanned buffer, are ended by a zero there and stay as they are for the buffer's life;
+// offsets are counted in bytes from its start.
 struct ServicesItem {
   ServicesItemKind kind;
   const char* service;        // name of the service that the item belongs to; null before its name is known
@@ -47,8 +47,8 @@ struct ServicesScanner {
   const char* service;  // its name
 };
 
-// A scan of a text that ends at its first zero. The buffer is written to (delimiters become zeros) and must outlive the scan
-// and every item of it.
+// A scan of a text that ends at its first zero. The buffer is written to (delimiters become zeros) and must outlive the
+// scan and every item of it.
 ServicesScanner services_scanner(char* buffer);
 
 // The next finding. The daemon ends at the first error; a checker may go on to find more.

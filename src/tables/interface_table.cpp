@@ -6,8 +6,8 @@
 //   2. FindInterfaces adds one record for each entry of the system's list; a name that comes twice ends the process.
 //   3. From then on it is only read: by add_proxy_rule and by the dump. An interface that appears later is not known.
 //   4. No record is changed or removed; all end with the process.
-// No callback runs inside an operation. The look-up before an insertion is a critical section of its own, since the semaphore
-// is not recursive.
+// No callback runs inside an operation. The look-up before an insertion is a critical section of its own, since the
+// semaphore is not recursive.
 
 #include <net/if.h>
 
@@ -51,8 +51,8 @@ bool ends_the_list(const struct if_nameindex& entry) { return entry.if_index == 
 
 void show_entry(int number, const struct if_nameindex& entry) {
   if (gDBG != 0) {
-    log_message(LOG_DEBUG, "\n\tInterface #%d: if_index = %d, if_name = >>%s<<\n", number, static_cast<int>(entry.if_index),
-                text_or_null(entry.if_name));
+    log_message(LOG_DEBUG, "\n\tInterface #%d: if_index = %d, if_name = >>%s<<\n", number,
+                static_cast<int>(entry.if_index), text_or_null(entry.if_name));
   }
 }
 
@@ -80,17 +80,18 @@ std::int32_t hash_getIndex_IfNameToIndex(const char* if_name) {
       if_index = record->if_index;
     }
   }
-  log_message(LOG_DEBUG, "hash_getIndex_IfNameToIndex(): returning if_index = %d for if_name = %s\n", if_index, if_name);
+  log_message(LOG_DEBUG, "hash_getIndex_IfNameToIndex(): returning if_index = %d for if_name = %s\n", if_index,
+              if_name);
   return if_index;
 }
 
 void hash_add_IfNameToIndex(const char* if_name, std::int32_t if_index) {
   log_message(LOG_DEBUG, "hash_add_IfNameToIndex(): START: if_name = %s, if_index = %d...  ", if_name, if_index);
   if (hash_getIndex_IfNameToIndex(if_name) >= 0) {
-    fatal_error(
-        MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
-        "ERROR 102048: found two network interfaces with the same name (%s) -- this case is not currently handled, exiting.",
-        if_name);
+    fatal_error(MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
+                "ERROR 102048: found two network interfaces with the same name (%s) -- this case is not currently "
+                "handled, exiting.",
+                if_name);
   }
   {
     const SemaphoreGuard guard(gIfNameToIndexSemaphore);
@@ -112,13 +113,14 @@ void FindInterfaces() {
   struct if_nameindex* entries = if_nameindex();
   if (entries == nullptr) {
     fatal_error(MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
-                "ERROR 401301141912: if_nameindex() failed with errno =  %d %s, can't find interfaces so exiting.", errno,
-                std::strerror(errno));
+                "ERROR 401301141912: if_nameindex() failed with errno =  %d %s, can't find interfaces so exiting.",
+                errno, std::strerror(errno));
   }
   const int count = add_interfaces(entries);
   if_freenameindex(entries);
   if (gDBG != 0) {
     log_message(LOG_DEBUG, "\n\t>>> %d Total interfaces found.\n", count);
-    log_message(LOG_DEBUG, "\t>>> %u total keys in hash via: hash_count_ifNameToIndex()\n\n", hash_count_ifNameToIndex());
+    log_message(LOG_DEBUG, "\t>>> %u total keys in hash via: hash_count_ifNameToIndex()\n\n",
+                hash_count_ifNameToIndex());
   }
 }

@@ -3,12 +3,13 @@
 //
 // Lifecycle:
 //   1. Empty until the rules list is parsed.
-//   2. add_proxy_rule, the only writer, finds or adds the outer record of a rule's source interface with the functions here, and
-//      then finds or makes the inner record and appends the destination by itself. An outer record starts with no inner table.
+//   2. add_proxy_rule, the only writer, finds or adds the outer record of a rule's source interface with the functions
+//      here, and then finds or makes the inner record and appends the destination by itself. An outer record starts
+//      with no inner table.
 //   3. From then on it is only read: by the dump.
 //   4. No record is changed or removed; all end with the process.
-// No callback runs inside an operation. add_proxy_rule takes gRulesSemaphore only when it is through with these functions, since
-// it is not recursive.
+// No callback runs inside an operation. add_proxy_rule takes gRulesSemaphore only when it is through with these
+// functions, since it is not recursive.
 
 #include "runtime/runtime.h"
 #include "tables/tables.h"
@@ -34,7 +35,9 @@ gHashRulesIfFrom_t* new_source(std::int32_t if_index) {
   return record;
 }
 
-void link_source(gHashRulesIfFrom_t* record) { HASH_ADD(hh, gHashRulesIfFrom, if_index, sizeof(record->if_index), record); }
+void link_source(gHashRulesIfFrom_t* record) {
+  HASH_ADD(hh, gHashRulesIfFrom, if_index, sizeof(record->if_index), record);
+}
 
 ServiceTypeToIfTo_t* find_destinations(ServiceTypeToIfTo_t* head, std::int32_t service_type_index) {
   ServiceTypeToIfTo_t* record = nullptr;
@@ -64,12 +67,14 @@ unsigned hash_count_RulesIfFrom() {
   return HASH_COUNT(gHashRulesIfFrom);
 }
 
-ServiceTypeToIfTo_t* hash_get_ServiceTypeToIfToArray(const gHashRulesIfFrom_t* inHash, std::int32_t service_type_index) {
+ServiceTypeToIfTo_t* hash_get_ServiceTypeToIfToArray(const gHashRulesIfFrom_t* inHash,
+                                                     std::int32_t service_type_index) {
   log_message(LOG_DEBUG, "hash_get_ServiceTypeToIfToArray(): START: service_type_index = %d ...", service_type_index);
   if (inHash == nullptr || inHash->serviceType_to_ifTo_hash == nullptr) {
-    log_message(LOG_DEBUG,
-                "hash_get_ServiceTypeToIfToArray(): (inHash == NULL) || (inHash->serviceType_to_ifTo_hash == NULL), returning "
-                "NULL...");
+    log_message(
+        LOG_DEBUG,
+        "hash_get_ServiceTypeToIfToArray(): (inHash == NULL) || (inHash->serviceType_to_ifTo_hash == NULL), returning "
+        "NULL...");
     return nullptr;
   }
   const SemaphoreGuard guard(gRulesSemaphore);

@@ -3,13 +3,14 @@
 //
 // Lifecycle:
 //   1. Both are empty at start.
-//   2. The name table gets one record for each service of the services list, in the order of the file, while that file is
-//      parsed; it takes over the array of types that the parser filled. A name that comes twice ends the process.
-//   3. The type table gets one record for each distinct type of an installed rule, in the order of first use; add_proxy_rule adds
-//      them while the rules list is parsed, and the ids in it are always 1 to the number of records.
+//   2. The name table gets one record for each service of the services list, in the order of the file, while that file
+//      is parsed; it takes over the array of types that the parser filled. A name that comes twice ends the process.
+//   3. The type table gets one record for each distinct type of an installed rule, in the order of first use;
+//      add_proxy_rule adds them while the rules list is parsed, and the ids in it are always 1 to the number of
+//      records.
 //   4. From then on both are only read. No record is changed or removed; all end with the process.
-// No callback runs inside an operation. The type table's look-up before an insertion is a critical section of its own, since
-// the semaphore is not recursive; the name table, written by one parser alone, has no semaphore.
+// No callback runs inside an operation. The type table's look-up before an insertion is a critical section of its own,
+// since the semaphore is not recursive; the name table, written by one parser alone, has no semaphore.
 
 #include <cstring>
 
@@ -60,8 +61,8 @@ ServiceNameToServiceTypesArray_t* find_name(const char* service_name) {
 }
 
 ServiceNameToServiceTypesArray_t* new_name(const char* service_name, UT_array* service_types) {
-  auto* record =
-      static_cast<ServiceNameToServiceTypesArray_t*>(zmk_malloc(sizeof(ServiceNameToServiceTypesArray_t), __FILE__, __LINE__));
+  auto* record = static_cast<ServiceNameToServiceTypesArray_t*>(
+      zmk_malloc(sizeof(ServiceNameToServiceTypesArray_t), __FILE__, __LINE__));
   if (record == nullptr) {
     fatal_error(MYSTATUS__NO_MEMORY, LOG_WARNING, "ERROR 131127: malloc failed, exiting.");
   }
@@ -75,16 +76,18 @@ ServiceNameToServiceTypesArray_t* new_name(const char* service_name, UT_array* s
 }
 
 void link_name(ServiceNameToServiceTypesArray_t* record) {
-  HASH_ADD_KEYPTR(hh, gHashServiceNameToServiceTypesArray, record->service_name, std::strlen(record->service_name), record);
+  HASH_ADD_KEYPTR(hh, gHashServiceNameToServiceTypesArray, record->service_name, std::strlen(record->service_name),
+                  record);
 }
 
 // Who reads these logs knows the lines under the name of the other table's function, and it stays.
 void show_addition(const char* service_name, const UT_array* service_types) {
   log_message(LOG_DEBUG,
-              "hash_add_ServiceTypeToId(): START: aServiceName = %s, aServiceTypesArray = %p (ptr) with values: ", service_name,
-              static_cast<const void*>(service_types));
+              "hash_add_ServiceTypeToId(): START: aServiceName = %s, aServiceTypesArray = %p (ptr) with values: ",
+              service_name, static_cast<const void*>(service_types));
   for (unsigned i = 0; i < array_count(service_types); ++i) {
-    log_message(LOG_DEBUG, "\taServiceTypesArray[%d]: %s", static_cast<int>(i), text_or_null(text_array_at(service_types, i)));
+    log_message(LOG_DEBUG, "\taServiceTypesArray[%d]: %s", static_cast<int>(i),
+                text_or_null(text_array_at(service_types, i)));
   }
 }
 
@@ -100,8 +103,8 @@ std::int32_t hash_getId_ServiceTypeToId(const char* service_type) {
       service_type_id = record->service_type_id;
     }
   }
-  log_message(LOG_DEBUG, "hash_getId_ServiceTypeToId(): returning service_type_id = %d for service_type = %s\n", service_type_id,
-              service_type);
+  log_message(LOG_DEBUG, "hash_getId_ServiceTypeToId(): returning service_type_id = %d for service_type = %s\n",
+              service_type_id, service_type);
   return service_type_id;
 }
 
@@ -112,8 +115,8 @@ std::int32_t hash_add_ServiceTypeToId(const char* service_type) {
     return existing_id;
   }
   const std::int32_t service_type_id = insert_type(service_type);
-  log_message(LOG_DEBUG, "hash_add_ServiceTypeToId(): returning service_type_id = %d for service_type = %s\n", service_type_id,
-              service_type);
+  log_message(LOG_DEBUG, "hash_add_ServiceTypeToId(): returning service_type_id = %d for service_type = %s\n",
+              service_type_id, service_type);
   return service_type_id;
 }
 
@@ -132,10 +135,11 @@ UT_array* hash_getArray_ServiceNameToServiceTypesArray(const char* aServiceName)
   }
   const ServiceNameToServiceTypesArray_t* record = find_name(aServiceName);
   if (record == nullptr) {
-    log_message(LOG_DEBUG,
-                "hash_getArray_ServiceNameToServiceTypesArray(): could not find a hash entry for ServiceName = %s, returning "
-                "NULL...",
-                aServiceName);
+    log_message(
+        LOG_DEBUG,
+        "hash_getArray_ServiceNameToServiceTypesArray(): could not find a hash entry for ServiceName = %s, returning "
+        "NULL...",
+        aServiceName);
     return nullptr;
   }
   return record->service_types;

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The dump of all tables into the system log, for an operator who wants to see what the daemon made of its files.
 //
-// Lifecycle: owns no table. Each is walked in the order in which its records were added, and none changes meanwhile, since
-// nothing here calls out. The counts take each table's semaphore, the walks take none.
+// Lifecycle: owns no table. Each is walked in the order in which its records were added, and none changes meanwhile,
+// since nothing here calls out. The counts take each table's semaphore, the walks take none.
 
 #include "runtime/runtime.h"
 #include "tables/tables.h"
@@ -44,7 +44,8 @@ void dump_service_types() {
   int i = 0;
   for (const auto* record = gHashServiceTypeToId; record != nullptr;
        record = static_cast<const ServiceTypeToId_t*>(record->hh.next)) {
-    log_message(LOG_DEBUG, "\t>>> (%d) service_type = %s >>> id = %d", i, record->service_type, record->service_type_id);
+    log_message(LOG_DEBUG, "\t>>> (%d) service_type = %s >>> id = %d", i, record->service_type,
+                record->service_type_id);
     ++i;
   }
 }

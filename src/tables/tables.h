@@ -5,7 +5,7 @@
 //   gHashIfNameToIndex                   interface name          name copy            interfaces of the system
 //   gHashServiceNameToServiceTypesArray  service name            name copy, types     services of the services list
 //   gHashServiceTypeToId                 service type            type copy            types of installed rules
-//   gHashRulesIfFrom                     source interface index  inner table          source interfaces of installed rules
+//   gHashRulesIfFrom                     source interface index  inner table          sources of installed rules
 //     serviceType_to_ifTo_hash           service type id         destination indexes  types of that source
 //
 // Keys are compared byte for byte. Each operation on the interfaces, the types and the rules takes its table's
@@ -79,15 +79,18 @@ unsigned hash_count_ServiceTypeToId();
 // The service's types, owned by the table; null for a null or unknown name.
 UT_array* hash_getArray_ServiceNameToServiceTypesArray(const char* aServiceName);
 
-// Adds a service and takes over the array. A name that is there already ends the process (110), a lack of memory too (20).
-ServiceNameToServiceTypesArray_t* hash_add_ServiceNameToServiceTypesArray(const char* aServiceName, UT_array* aServiceTypesArray);
+// Adds a service and takes over the array. A name that is there already ends the process (110), a lack of memory too
+// (20).
+ServiceNameToServiceTypesArray_t* hash_add_ServiceNameToServiceTypesArray(const char* aServiceName,
+                                                                          UT_array* aServiceTypesArray);
 
 unsigned hash_count_ServiceNameToServiceTypesArray();
 
 // The outer record of a source interface, or null.
 gHashRulesIfFrom_t* hash_find_gHashRulesIfFrom(std::int32_t if_index);
 
-// Adds an outer record with an empty inner table; does not look whether there is one. A lack of memory ends the process (20).
+// Adds an outer record with an empty inner table; does not look whether there is one. A lack of memory ends the process
+// (20).
 gHashRulesIfFrom_t* hash_add_RulesIfFrom(std::int32_t if_index);
 
 unsigned hash_count_RulesIfFrom();

@@ -13,7 +13,8 @@ def body_of(text):
 
 
 def test_a_function_counts_from_its_signature_to_its_brace():
-    assert lengths("namespace {\n\nint f(int a,\n      int b) {\n  if (a) {\n    return b;\n  }\n  return 0;\n}\n\n}\n") == [(3, 7)]
+    text = "namespace {\n\nint f(int a,\n      int b) {\n  if (a) {\n    return b;\n  }\n  return 0;\n}\n\n}\n"
+    assert lengths(text) == [(3, 7)]
 
 
 def test_a_member_function_counts_and_its_class_does_not():

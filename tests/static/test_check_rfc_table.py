@@ -17,7 +17,8 @@ FILES = {
 def breaches(tmp_path, where, test):
     """What the check says about a table with one row."""
     row = f"| 5.2 | A rule. | {where} | {test} |"
-    table = "\n".join(["# Title", "| Section | What it asks | Where | Test |", "|---|---|---|---|", row, "", "Text.", ""])
+    head = ["# Title", "| Section | What it asks | Where | Test |", "|---|---|---|---|"]
+    table = "\n".join([*head, row, "", "Text.", ""])
     for name, content in {**FILES, "docs/rfc6762.md": table}.items():
         path = tmp_path / name
         path.parent.mkdir(parents=True, exist_ok=True)
@@ -26,8 +27,9 @@ def breaches(tmp_path, where, test):
 
 
 @pytest.mark.parametrize("where", [
-    "`querier.cpp`", "`querier.cpp` (take_turn): every time; a socket: `src/dnssd/sockets.cpp`", "`zone.h` (Claim::shared)",
-    "`querier.cpp` (of a kind)", "does not apply: no such thing", "not met: there is a reason", "not met in part: `querier.cpp` has one"])
+    "`querier.cpp`", "`querier.cpp` (take_turn): every time; a socket: `src/dnssd/sockets.cpp`",
+    "`zone.h` (Claim::shared)", "`querier.cpp` (of a kind)", "does not apply: no such thing",
+    "not met: there is a reason", "not met in part: `querier.cpp` has one"])
 def test_files_and_functions_that_exist_and_reasons_are_fine(tmp_path, where):
     assert breaches(tmp_path, where, "–") == []
 
