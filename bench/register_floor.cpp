@@ -27,7 +27,7 @@
 
 namespace {
 
-constexpr DNSServiceFlags kShareConnection = 0x4000;  // newer than the installed header
+constexpr DNSServiceFlags kShareConnection = 0x4000;  // not every dns_sd.h names it
 constexpr DNSServiceFlags kProxiedRecord = 0x10;      // what the daemon registers a host's records with
 constexpr std::uint16_t kFirstPort = 1000;
 

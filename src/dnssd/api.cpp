@@ -163,7 +163,7 @@ DNSServiceErrorType DNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags fla
       [&](Operation& operation) { registration_start(operation, *target); });
 }
 
-// Bit 0x10 means shared (no probes), 0x20 unique, as the installed header has it; exactly one of them.
+// Bit 0x10 means shared (no probes), 0x20 unique, as dns_sd.h has it; exactly one of them.
 DNSServiceErrorType DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* RecordRef, DNSServiceFlags flags,
                                              uint32_t interfaceIndex, const char* fullname, uint16_t rrtype, uint16_t rrclass,
                                              uint16_t rdlen, const void* rdata, uint32_t ttl,

@@ -5,7 +5,7 @@
 //
 //   Functions. DNSServiceCreateConnection, -Browse, -Resolve, -QueryRecord, -Register, -RegisterRecord, -UpdateRecord,
 //   -RemoveRecord, -RefSockFD, -ProcessResult and -RefDeallocate, as the comments of dns_sd.h describe them; with
-//   kDNSServiceFlagsShareConnection (0x4000, newer than Debian's header) and without it. Nothing else is exported.
+//   kDNSServiceFlagsShareConnection (0x4000) and without it. Nothing else is exported.
 //
 //   One engine. A process has one engine on one epoll descriptor, and every live reference answers DNSServiceRefSockFD with
 //   it. DNSServiceProcessResult on any of them drives the engine and delivers the replies of all of them, in the order in
@@ -93,7 +93,7 @@
 
 namespace dnssd {
 
-// Values that Debian's dns_sd.h is too old to name.
+// Values that not every dns_sd.h names: another one may stand in for ours.
 inline constexpr DNSServiceFlags kFlagsShareConnection = 0x4000;
 inline constexpr DNSServiceErrorType kErrServiceNotRunning = -65563;
 

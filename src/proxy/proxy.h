@@ -22,7 +22,7 @@
 
 // --- Flags --------------------------------------------------------------------------------------------------------------------
 
-// Makes an operation a sub-operation of a connection; the installed header is older than this flag.
+// Makes an operation a sub-operation of a connection; not every dns_sd.h names this flag.
 inline constexpr DNSServiceFlags kFlagsShareConnection = 0x4000;
 // What every address and subtype query asks for: the shared connection, multicast, an answer for as long as it lives.
 inline constexpr DNSServiceFlags kFlagsLongLivedMulticastQuery =
@@ -36,7 +36,7 @@ inline constexpr DNSServiceFlags kDNSServiceFlagsFencingHopZero = 0x80000000;
 
 // --- Sizes --------------------------------------------------------------------------------------------------------------------
 
-inline constexpr std::size_t kNameSize = 1009;       // a DNS name as text (dns_sd.h: kDNSServiceMaxDomainName)
+inline constexpr std::size_t kNameSize = 1009;       // a DNS name as text: 1005 bytes at most, escapes and the zero included
 inline constexpr std::size_t kHostTargetSize = 512;  // a host target as text
 inline constexpr std::size_t kSubtypeSize = 64;      // one label and its zero
 

@@ -11,7 +11,7 @@
 namespace fake_dns_sd {
 namespace {
 
-// A flag of dns_sd.h that the installed header is too old for.
+// A flag that not every dns_sd.h names.
 constexpr DNSServiceFlags kShareConnection = 0x4000;
 
 template <typename Callback>

@@ -50,7 +50,7 @@ struct _DNSRecordRef_t {
 
 namespace {
 
-// The flag that makes an operation a sub-operation; the installed header is older than it.
+// The flag that makes an operation a sub-operation; not every dns_sd.h names it.
 constexpr DNSServiceFlags kShareConnection = 0x4000;
 
 using Fields = std::vector<std::string>;
