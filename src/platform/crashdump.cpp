@@ -3,7 +3,6 @@
 // has to say. syslog comes last, since the crash may have happened in the middle of it; an alarm ends a wait for its lock.
 #include "platform/crashdump.h"
 
-#include <execinfo.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/backtrace.h"
 #include "platform/program_name.h"
 
 namespace {
@@ -20,9 +20,7 @@ constexpr int kFatalSignals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT};
 // Enough for backtrace's unwinder and syslog's own line buffer; SIGSTKSZ is too small for the two.
 constexpr std::size_t kStackSize = 64 * 1024;
 
-constexpr int kDeepestBacktrace = 64;
-
-// The backtrace's text goes through a pipe, which holds 64 KiB; what is longer than this is not for syslog.
+// A backtrace that is longer than this is not for syslog.
 constexpr std::size_t kTextSize = 16 * 1024;
 
 // How long syslog may keep the core file waiting.
@@ -103,31 +101,6 @@ void describe(Line& line, int signal_number, const siginfo_t& info) {
   }
 }
 
-std::size_t read_until_end(int file) {
-  std::size_t size = 0;
-  ssize_t got = 0;
-  while (size < kTextSize && (got = read(file, gText + size, kTextSize - size)) > 0) {
-    size += static_cast<std::size_t>(got);
-  }
-  return size;
-}
-
-// Fills gText with one line a frame and returns its size. Through a pipe, because the function that gives the frames as texts
-// takes memory, and the one that takes none writes them to a descriptor.
-std::size_t write_backtrace_text() {
-  void* frames[kDeepestBacktrace];
-  const int count = backtrace(frames, kDeepestBacktrace);
-  int ends[2];
-  if (pipe(ends) != 0) {
-    return 0;
-  }
-  backtrace_symbols_fd(frames, count, ends[1]);
-  close(ends[1]);
-  const std::size_t size = read_until_end(ends[0]);
-  close(ends[0]);
-  return size;
-}
-
 // One message a line: a syslog daemon may cut what is longer.
 void log_lines(const char* text, std::size_t size) {
   const char* const end = text + size;
@@ -170,7 +143,7 @@ void report(int signal_number, const siginfo_t& info) {
   describe(line, signal_number, info);
   write_all(STDERR_FILENO, line.text, line.length);
   write_all(STDERR_FILENO, "\n", 1);
-  const std::size_t size = write_backtrace_text();
+  const std::size_t size = backtrace_text(gText, sizeof(gText));
   write_all(STDERR_FILENO, gText, size);
   let_alarm_through();
   alarm(kSyslogSeconds);
@@ -194,17 +167,11 @@ bool install(int signal_number) {
   return sigaction(signal_number, &action, nullptr) == 0;
 }
 
-// backtrace loads its unwinder at its first call, which takes memory; let that be now.
-void prime_backtrace() {
-  void* frame = nullptr;
-  backtrace(&frame, 1);
-}
-
 }  // namespace
 
 int crashdump_init(const char* argv0) {
   gCrashProgram = program_name(argv0);
-  prime_backtrace();
+  backtrace_prime();
   stack_t stack = {};
   stack.ss_sp = gStack;
   stack.ss_size = sizeof(gStack);

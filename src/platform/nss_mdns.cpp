@@ -2,7 +2,6 @@
 #include "platform/nss_mdns.h"
 
 #include <dlfcn.h>
-#include <nss.h>
 
 #include <cerrno>
 
@@ -10,8 +9,12 @@ const char* gNssMdnsLibrary = "libnss_mdns.so.2";
 
 namespace {
 
-using GetHostByName = nss_status (*)(const char*, hostent*, char*, std::size_t, int*, int*);
-using GetHostByName2 = nss_status (*)(const char*, int, hostent*, char*, std::size_t, int*, int*);
+// What a look-up of the library returns when it has an answer: the name service switch's NSS_STATUS_SUCCESS, whose header not
+// every C library has.
+constexpr int kNssSuccess = 1;
+
+using GetHostByName = int (*)(const char*, hostent*, char*, std::size_t, int*, int*);
+using GetHostByName2 = int (*)(const char*, int, hostent*, char*, std::size_t, int*, int*);
 
 // A function of the library; null when the library or the function is missing. The library may hold state of its own, so it
 // stays loaded (RTLD_NODELETE) although its handle is given back.
@@ -31,7 +34,7 @@ int missing(int* errnop, int* h_errnop) {
   return -1;
 }
 
-int result_of(nss_status status) { return status == NSS_STATUS_SUCCESS ? 0 : -1; }
+int result_of(int status) { return status == kNssSuccess ? 0 : -1; }
 
 }  // namespace
 

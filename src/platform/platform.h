@@ -9,7 +9,8 @@
 //   vcm.h        the configuration store
 //   vcms_if.h    interface MAC address
 //   hash.h, ut_array.h  uthash and utarray over that allocator
-//   program_name.h, crashdump.h  what the program is called; the report on a fatal signal
+//   program_name.h, crashdump.h  what the program is called; the report on a fatal signal;
+//                backtrace.h, a part of it
 //   fencing_catalog.h  the standard services that the store knows by name
 //   nss_mdns.h   host names over nss-mdns, loaded when first used
 #pragma once

@@ -13,7 +13,8 @@ class Built:
     def __init__(self, name, *options):
         self.path = source_tree.BUILD / "portability" / name
         shutil.rmtree(self.path, ignore_errors=True)
-        launcher = [f"-DCMAKE_{language}_COMPILER_LAUNCHER=ccache" for language in ("C", "CXX") if shutil.which("ccache")]
+        languages = ("C", "CXX") if shutil.which("ccache") else ()
+        launcher = [f"-DCMAKE_{language}_COMPILER_LAUNCHER=ccache" for language in languages]
         source_tree.run("cmake", "-S", source_tree.ROOT, "-B", self.path, "-G", "Ninja", *launcher, *options)
 
     def make(self, *targets):

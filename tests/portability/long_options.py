@@ -17,3 +17,11 @@ def test_another_dns_sd_h_does_as_well():
     assert f"{source_tree.ROOT}/src/dnssd/include" not in dependencies
     source_tree.run(built.path / "tests/dnssd_unit_test", "--gtest_brief=1")
     source_tree.run(built.path / "tests/proxy_test", "--gtest_brief=1")
+
+
+def test_a_c_library_without_backtraces_does_as_well():
+    built = Built("backtrace", "-DMDNSPROXY_HAVE_BACKTRACE=OFF")
+    built.make("mdnsproxy", "dns_sd", "platform_test", "runtime_test")
+    assert "backtrace" not in source_tree.run("nm", "-D", "--undefined-only", built.path / "mdnsproxy")
+    for test in ("platform_test", "runtime_test"):
+        source_tree.run(built.path / "tests" / test, "--gtest_brief=1")

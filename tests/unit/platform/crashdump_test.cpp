@@ -82,11 +82,16 @@ TEST(CrashReportOfAFault, NamesTheAddress) {
   EXPECT_EQ(crash.ending_signal, SIGSEGV);
 }
 
-TEST(CrashReportOfAFault, HoldsABacktraceOnBothWays) {
+TEST(CrashReportOfAFault, HoldsABacktraceOnBothWaysIfThereIsOne) {
   const ChildProcess crash = run_in_child([] {
     crashdump_init("mdnsproxy");
     raise(SIGSEGV);
   });
+  EXPECT_EQ(crash.ending_signal, SIGSEGV);
+  if (!MDNSPROXY_HAVE_BACKTRACE) {
+    EXPECT_THAT(crash.err, Not(HasSubstr("platform_test"))) << "two lines and no more";
+    return;
+  }
   EXPECT_THAT(crash.err, ContainsRegex("\n[^\n]*platform_test[^\n]*\\[0x[0-9a-f]+\\]\n"));
   EXPECT_THAT(crash.err, ContainsRegex("\nsyslog\\(2\\): [^\n]*platform_test[^\n]*\\[0x[0-9a-f]+\\]\n"));
 }
