@@ -69,7 +69,7 @@ def test_it_holds_what_it_should(package):
 
 def test_the_examples_are_in_order(package):
     for path in package.files():
-        if path.startswith("/usr/share/doc/mdnsproxy/examples/") and not path.endswith("mdnsservice-list.xml"):
+        if path.startswith("/usr/share/doc/mdnsproxy/examples/") and not path.endswith(("mdnsservice-list.xml", ".conf")):
             source_tree.run(source_tree.BUILD / "mdnsproxy-check", "--services", source_tree.ROOT / "packaging/etc/mdnsservice-list.xml",
                             "--rules", source_tree.ROOT / "packaging/examples" / path.rsplit("/", 1)[1],
                             "--settings", source_tree.ROOT / "packaging/etc/mdnsproxy.conf", "--interfaces", "br10,br20,br30,br40")
@@ -132,7 +132,7 @@ def test_the_daemon_runs_restricted(router):
 
 def test_other_address_families_and_system_calls_are_refused(router):
     """In the unit's own sandbox, with the filters that systemd makes of the unit file."""
-    filters = [line for line in source_tree.read("packaging/systemd/mdnsproxy.service").splitlines()
+    filters = [line for line in source_tree.read("packaging/systemd/mdnsproxy.service.in").splitlines()
                if re.match(r"(RestrictAddressFamilies|SystemCall|DynamicUser|NoNewPrivileges|CapabilityBoundingSet|RestrictNamespaces)", line)]
     options = " ".join(f"-p '{line}'" for line in filters)
     run = f"systemd-run --quiet --wait --pipe {options}"

@@ -6,7 +6,10 @@ import subprocess
 
 import source_tree
 
-UNIT = source_tree.ROOT / "packaging/systemd/mdnsproxy.service"
+UNITS = source_tree.BUILD / "packaging/packaging/systemd"
+UNIT = UNITS / "mdnsproxy.service"
+# Where this build would install: CMake's own default.
+PREFIX = "/usr/local"
 # "at most 1.5" is what the project holds itself to; 10 is a service without any restriction.
 MOST_EXPOSURE = 1.5
 
@@ -18,7 +21,7 @@ def test_it_is_closed_tight():
 
 
 def test_systemd_understands_every_line():
-    for unit in sorted(UNIT.parent.iterdir()):
+    for unit in sorted(UNITS.iterdir()):
         done = subprocess.run(["systemd-analyze", "verify", "--man=no", unit], stdin=subprocess.DEVNULL, capture_output=True, text=True,
                               check=False)
         # The programs are not installed on the machine that this runs on.
@@ -28,7 +31,7 @@ def test_systemd_understands_every_line():
 
 def test_the_programs_that_it_starts_are_those_of_the_package():
     programs = re.findall(r"^Exec\w+=-?(\S+)", UNIT.read_text(encoding="utf-8"), re.MULTILINE)
-    assert programs == ["/bin/cp", "/usr/bin/mdnsproxy-check", "/usr/sbin/mdnsproxy", "/bin/cat"]
+    assert programs == ["cp", f"{PREFIX}/bin/mdnsproxy-check", f"{PREFIX}/sbin/mdnsproxy", "cat"]
 
 
 def test_the_rules_come_from_the_file_that_the_manual_names():
