@@ -9,7 +9,9 @@
 #include "config/config.h"
 #include "platform/platform.h"
 #include "platform/program_name.h"
+#include "platform/settings_reading.h"
 #include "runtime/runtime.h"
+#include "state/state.h"
 #include "tables/tables.h"
 
 namespace {
@@ -47,6 +49,17 @@ void apply_option(int argc, char** argv) {
   }
 }
 
+// For programs that look at the daemon from outside; without it everything goes on as it would with it.
+void open_state_file() {
+  char path[kSettingsLineSize] = {};
+  VcmXact xact = nullptr;
+  vcm_beginXact(&xact);
+  const bool configured = vcm_mdnsproxy_sget_state_file(xact, path, sizeof path) == 0;
+  vcm_cancelXact(&xact);
+  state_open(configured ? path : kStateDefaultPath,
+             {gSettings.version, gSettings.rules_file, static_cast<std::uint32_t>(gSettings.responder_limit) + 1});
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -62,12 +75,14 @@ int main(int argc, char** argv) {
     apply_option(argc, argv);
   }
   main_init();
+  open_state_file();
   log_message(LOG_DEBUG, "%s (version %s) started in verbose debug logging mode...", gProgramName, gSettings.version);
   FindInterfaces();
   InitFromConfigFiles(gSettings.services_file, gSettings.rules_file);
   vupdate_status_file(MYSTATUS__RUNNING__OK,
                       "Finished startup, InitFromConfigFiles() processed without error, %s (%s) deamon PID = %d\n", gProgramName,
                       gSettings.version, gDaemonPID);
+  state_runs();
   HandleEvents(0);
   return 0;
 }

@@ -9,6 +9,7 @@
 #include "config/rules_scanner.h"
 #include "proxy/proxy.h"
 #include "runtime/runtime.h"
+#include "state/state.h"
 #include "tables/tables.h"
 
 static_assert(kRulesListStatus == MYSTATUS__RULES_FILE);
@@ -201,6 +202,7 @@ int parse_rulesfile(std::FILE* file, const char* path) {
       fail_missing_value(rules, item);
     }
     if (item.kind == RulesItemKind::rule) {
+      state_rule_stands_at(rules.text.buffer, item.tag_offset);
       install_rule(rules, rule_of(item));
     }
   }

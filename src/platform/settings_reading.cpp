@@ -171,6 +171,8 @@ int take_setting(void* user, const char* section_text, const char* key, const ch
   const std::string_view section = section_text;
   if (section == kDaemonSection && std::strcmp(key, "log_level") == 0) {
     std::snprintf(parsing.reading->log_level, sizeof(parsing.reading->log_level), "%s", value);
+  } else if (section == kDaemonSection && std::strcmp(key, "state_file") == 0) {
+    std::snprintf(parsing.reading->state_file, sizeof(parsing.reading->state_file), "%s", value);
   } else if (section.starts_with(kFencingPrefix) && section.size() > kFencingPrefix.size()) {
     take_fencing_setting(parsing, section.substr(kFencingPrefix.size()), key, value);
   }

@@ -27,10 +27,11 @@ struct FencingSettings {
 
 // Constant once it has been read; shared by the transactions that began while it was the newest.
 struct SettingsReading {
-  unsigned holders;                   // the last one to let go frees it
-  char log_level[kSettingsLineSize];  // "": not configured
-  FencingSettings* fencing;           // by service index; owned; null: no such section
-  int fencing_count;                  // records in it
+  unsigned holders;                    // the last one to let go frees it
+  char log_level[kSettingsLineSize];   // "": not configured
+  char state_file[kSettingsLineSize];  // the state file's path; "": not configured
+  FencingSettings* fencing;            // by service index; owned; null: no such section
+  int fencing_count;                   // records in it
 };
 
 // Called for each mistake in the text, with its line (from 1) and a message that is valid during the call.

@@ -56,6 +56,13 @@ int vcm_mdnsproxy_sget_log_level(VcmXact xact, char* buffer, int size) {
   return copy_configured(xact->reading->log_level, buffer, size);
 }
 
+int vcm_mdnsproxy_sget_state_file(VcmXact xact, char* buffer, int size) {
+  if (xact == nullptr || xact->reading == nullptr) {
+    return -1;
+  }
+  return copy_configured(xact->reading->state_file, buffer, size);
+}
+
 int vcm_bonjour_fencing_serviceTypeToIdx(const char* service_type, int, int, const char** name_out) {
   const int index = fencing_catalog_find_type(service_type);
   if (index != -1 && name_out != nullptr) {

@@ -3,6 +3,7 @@
 //
 //   [mdnsproxy]
 //   log_level = enable            ; widens the syslog mask
+//   state_file = /run/x/state     ; another place for the state file
 //   [fencing AirPrint]            ; a standard service by its catalog name, any other name is a custom service type
 //   wireless_hop = 1
 //   wired_hop = 0
@@ -40,6 +41,10 @@ int vcm_cancelXact(VcmXact* xact);
 // Copies the log level's text into buffer[size] (terminated, cut to fit). 0, or non-zero when none is configured; the buffer
 // is untouched then.
 int vcm_mdnsproxy_sget_log_level(VcmXact xact, char* buffer, int size);
+
+// Copies the state file's path into buffer[size] (terminated, cut to fit). 0, or non-zero when none is configured; the buffer
+// is untouched then.
+int vcm_mdnsproxy_sget_state_file(VcmXact xact, char* buffer, int size);
 
 // The index of the standard service that has this type, compared exactly but for a ".local" at the end of either text; -1
 // when there is none. The store keeps one profile and one catalog: `profile` and `flags` select nothing and are passed as 0,

@@ -4,6 +4,7 @@
 #include "proxy/call_layer.h"
 #include "proxy/proxy.h"
 #include "runtime/runtime.h"
+#include "state/state.h"
 
 namespace {
 
@@ -14,6 +15,7 @@ void remove_instance(BridgeContext* bridge, const char* name) {
   log_message(LOG_DEBUG,
               "callback_ServiceBrowse(): REMOVE: Now attempting to remove the record and the service register from the other "
               "interfaces...");
+  state_instance_gone(bridge, name);
   ResponderContext* service_context = get_responder_context_by_name(bridge, name);
   if (service_context == nullptr) {
     log_message(LOG_DEBUG, "callback_ServiceBrowse(): REMOVE:  service is already removed. skip");
@@ -40,6 +42,7 @@ void keep_instance(BridgeContext* bridge, const char* name, DNSServiceRef resolv
     return;
   }
   service_context->resolve_service_ref = resolve;
+  state_instance_found(bridge, name);
   ++gResponderCount;
 }
 
@@ -52,6 +55,7 @@ void add_instance(BridgeContext* bridge, std::uint32_t interfaceIndex, const cha
   log_message(LOG_DEBUG, "callback_ServiceBrowse(): ADD: Now attempting to DNSServiceResolve()...");
   if (gResponderCount > gSettings.responder_limit) {
     log_message(LOG_ERR, "callback_ServiceBrowse(): Maxnum(%d) of responder reached...", gResponderCount);
+    state_instance_refused(bridge, name, StateReason::limit);
     return;
   }
   DNSServiceRef local = gDNSServiceRef_Shared;

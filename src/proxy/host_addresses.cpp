@@ -18,6 +18,7 @@
 #include "proxy/registration.h"
 #include "proxy/subtype.h"
 #include "runtime/runtime.h"
+#include "state/state.h"
 
 bool is_ipv4_link_local(Ipv4Bytes address) { return address[0] == 169 && address[1] == 254; }
 
@@ -129,6 +130,7 @@ bool take_ipv4(const Answer& answer, Ipv4Bytes address) {
   log_message(LOG_DEBUG, "\nthe the old ipv4 string ():  %s", address_text(AF_INET, held.data()).text);
   if (is_ipv4_link_local(address)) {
     log_message(LOG_DEBUG, "-----%s-----%d---ignore the link local addr---", kThisFunction, __LINE__);
+    state_instance_link_local(answer.result->bridge_context_ptr, answer.result->service_name, address.data(), address.size());
     return false;
   }
   if (is_zero(held) && !is_zero(address)) {
@@ -170,6 +172,7 @@ bool take_ipv6(const Answer& answer, Ipv6Bytes address) {
   const Ipv6Bytes held(answer.result->addr_v6);
   log_message(LOG_DEBUG, "\nget the ipv6 address %s", address_text(AF_INET6, address.data()).text);
   if (is_ipv6_link_local(address)) {
+    state_instance_link_local(answer.result->bridge_context_ptr, answer.result->service_name, address.data(), address.size());
     return false;
   }
   if (!std::ranges::equal(held, address) && !is_zero(held) && !is_zero(address)) {
@@ -207,7 +210,9 @@ void process_queryrecord_hostaddr(const QueryReply& reply) {
   log_message(LOG_DEBUG, "&&&&&&&&&%s-----%d----interface_index = %d---result->IfIndex = %d--", kThisFunction, __LINE__,
               reply.interfaceIndex, result->IfIndex);
   const Answer answer = {service_context, result, fencing_flags(result->service_type)};
-  if (take_address(answer, reply) && service_context->reg_service_ref == nullptr) {
+  const bool registered = take_address(answer, reply);
+  state_instance_addresses(result->bridge_context_ptr, result->service_name, result->addr_v4, result->addr_v6);
+  if (registered && service_context->reg_service_ref == nullptr) {
     register_proxied_instance(service_context, result, answer.fencing | kFlagsProxiedRecord);
   }
 }

@@ -6,6 +6,7 @@
 #include "proxy/call_layer.h"
 #include "proxy/proxy.h"
 #include "runtime/runtime.h"
+#include "state/state.h"
 
 namespace {
 
@@ -51,6 +52,7 @@ void register_proxied_instance(ResponderContext* service_context, const Addr_que
     log_message(LOG_DEBUG, "callback_ServiceResolve(): SUCCESS: DNSServiceRegister(sdref_bridge_reply) call returned success.");
     service_context->reg_service_ref = local;
   }
+  state_instance_registering(bridge, result->service_name, service_context->reg_service_ref);
   zmk_free(txt, __FILE__, __LINE__);
 }
 
@@ -67,7 +69,7 @@ void note_registration_removed() {
 
 // Only reports: a registration that was refused or is in conflict keeps its reference until the instance goes.
 void DNSSD_API callback_ServiceRegister(DNSServiceRef sdRef, DNSServiceFlags flags, DNSServiceErrorType errorCode,
-                                        const char* name, const char* regtype, const char* domain, void* /*context*/) {
+                                        const char* name, const char* regtype, const char* domain, void* context) {
   log_message(LOG_DEBUG,
               "\ncallback_ServiceRegister(): START: sdref = %p, flags = %d, errorCode = %d, name = %s, regtype = %s, "
               "domain = %s ...",
@@ -77,10 +79,12 @@ void DNSSD_API callback_ServiceRegister(DNSServiceRef sdRef, DNSServiceFlags fla
               text_or_null(regtype), text_or_null(domain));
   if (errorCode == kDNSServiceErr_NoError && (flags & kDNSServiceFlagsAdd) != 0) {
     log_message(LOG_DEBUG, "callback_ServiceRegister(): Name now registered and active");
+    state_instance_registered(context, sdRef, name, StateReason::none);
   } else if (errorCode == kDNSServiceErr_NoError) {
     note_registration_removed();
   } else if (errorCode == kDNSServiceErr_NameConflict) {
     log_message(LOG_DEBUG, "callback_ServiceRegister(): Name in use, please choose another");
+    state_instance_registered(context, sdRef, name, StateReason::conflict);
   } else {
     log_message(LOG_DEBUG, "callback_ServiceRegister(): Error %d", errorCode);
   }

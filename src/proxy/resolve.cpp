@@ -11,6 +11,7 @@
 #include "proxy/proxy.h"
 #include "proxy/registration.h"
 #include "runtime/runtime.h"
+#include "state/state.h"
 
 namespace {
 
@@ -68,6 +69,7 @@ bool carries_vendor_entry(std::span<const unsigned char> txt) {
 
 void drop_forwarded_instance(BridgeContext* bridge, ResponderContext* service_context) {
   log_message(LOG_DEBUG, "This service is from zenmor mdnsproxy, will not fwd it again");
+  state_instance_refused(bridge, service_context->name, StateReason::through_gateway);
   del_responder_context(bridge, service_context);
   if (gResponderCount > 0) {
     --gResponderCount;
@@ -143,6 +145,7 @@ bool look_up_addresses(const Resolved& resolved, ResponderContext* service_conte
     zmk_free(result, __FILE__, __LINE__);
     return false;
   }
+  state_instance_resolved(resolved.bridge, resolved.service_name, result->hosttarget, result->opaqueport);
   return true;
 }
 

@@ -8,6 +8,7 @@
 #include "proxy/names.h"
 #include "proxy/proxy.h"
 #include "runtime/runtime.h"
+#include "state/state.h"
 #include "tables/tables.h"
 
 namespace {
@@ -165,6 +166,7 @@ void start_browse(const Rule& rule, BridgeContext* bridge) {
               "if_from_index = %d, if_to_index = %d\n",
               as_pointer(browse), rule.service_type, ".", gSettings.domain, rule.if_from_index, rule.if_to_index);
   bridge->ref = browse;
+  state_rule_installed(bridge, rule.service_type, rule.if_from, rule.if_from_index, rule.if_to, rule.if_to_index);
 }
 
 }  // namespace

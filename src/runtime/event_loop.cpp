@@ -8,6 +8,7 @@
 #include "runtime/log.h"
 #include "runtime/signals.h"
 #include "runtime/startup.h"
+#include "state/state.h"
 
 int stopNow = 0;
 int gSelectTimeout = 100000000;
@@ -95,7 +96,9 @@ int count_for(const Sockets& sockets) {
 void wait_and_serve(const Sockets& sockets) {
   const int count = count_for(sockets);
   fd_set readable = sockets_to_watch(sockets);
+  state_waits();
   const int result = wait_for(count, &readable);
+  state_wakes();
   if (result > 0) {
     on_readable(sockets, readable);
   } else if (result == 0) {

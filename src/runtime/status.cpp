@@ -16,6 +16,7 @@
 #include "runtime/settings.h"
 #include "runtime/signals.h"
 #include "runtime/startup.h"
+#include "state/state.h"
 
 std::FILE* gMyStatusFilehandle = nullptr;
 sem_t gStatusFileSemaphore;
@@ -179,6 +180,7 @@ void vupdate_status_file(int status, const char* format, ...) {
 
 void exit_clean_no_update_status_file(int status) {
   log_message(LOG_DEBUG, "exit_clean_no_update_status_file(): exit_status = %d ...", status);
+  state_ends(status);
   release_connection(gDNSServiceRef_Shared);
   release_connection(gDNSServiceRef_RegisterRecord);
   log_clean_exit(status);

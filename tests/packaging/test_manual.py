@@ -28,7 +28,7 @@ def test_the_linter_is_content(path):
 
 def test_every_page_is_there():
     assert [path.name for path in PAGES] == [
-        "mdnsproxy-check.1", "mdnsproxy-rules.5", "mdnsproxy-services.5", "mdnsproxy.8", "mdnsproxy.conf.5"]
+        "mdnsproxy-check.1", "mdnsproxy-rules.5", "mdnsproxy-services.5", "mdnsproxy.8", "mdnsproxy.conf.5", "mdnsproxyctl.1"]
 
 
 @pytest.mark.parametrize("path", PAGES, ids=lambda path: path.name)
@@ -45,6 +45,25 @@ def test_every_option_of_the_checker_is_in_its_page():
     assert {"--services", "--rules", "--settings", "--interfaces", "--json", "--help", "--version", "-h"} <= options
     text = page("mdnsproxy-check.1")
     assert [option for option in sorted(options) if not is_in(option, text)] == []
+
+
+def test_every_command_and_option_of_mdnsproxyctl_is_in_its_page():
+    program = source_tree.BUILD / "mdnsproxyctl"
+    shown = source_tree.run(program, "--help")
+    commands = re.findall(r"^  ([a-z-]+) {2,}\S", shown.split("Subcommands:")[1], re.MULTILINE)
+    assert {"status", "links", "rules", "services", "watch", "metrics"} <= set(commands)
+    shown += "".join(source_tree.run(program, command, "--help") for command in commands)
+    options = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", shown))
+    assert {"--json", "--no-network", "--state-file", "--since", "-o"} <= options
+    text = page("mdnsproxyctl.1")
+    assert [word for word in sorted({*commands, *options}) if not is_in(word, text)] == []
+
+
+def test_every_metric_is_in_the_page():
+    metrics = set(re.findall(r'"(mdnsproxy_\w+)"', source_tree.read("tools/mdnsproxyctl/metrics.cpp")))
+    assert len(metrics) > 10
+    text = page("mdnsproxyctl.1")
+    assert [name for name in sorted(metrics) if not is_in(name, text)] == []
 
 
 def test_every_option_of_the_daemon_is_in_its_page():
@@ -81,8 +100,8 @@ def test_every_path_of_the_daemon_is_in_the_page():
 
 def test_every_setting_is_in_its_page():
     source = source_tree.read("src/platform/settings_reading.cpp")
-    settings = set(re.findall(r'"(log_level|\w+_hop|anchor_ap)"', source))
-    assert settings == {"log_level", "wireless_hop", "wired_hop", "anchor_ap"}
+    settings = set(re.findall(r'"(log_level|state_file|\w+_hop|anchor_ap)"', source))
+    assert settings == {"log_level", "state_file", "wireless_hop", "wired_hop", "anchor_ap"}
     services = re.findall(r'\{"([A-Za-z]+)",', source_tree.read("src/platform/fencing_catalog.cpp"))
     text = page("mdnsproxy.conf.5")
     assert len(services) == 22

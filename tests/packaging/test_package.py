@@ -58,10 +58,11 @@ def test_it_holds_what_it_should(package):
     files = package.files()
     library = next(path for path in files if path.endswith("/mdnsproxy/libdns_sd.so.1"))
     assert re.fullmatch(r"/usr/lib/[\w-]+/mdnsproxy/libdns_sd\.so\.1", library)
-    for expected in ("/usr/sbin/mdnsproxy", "/usr/bin/mdnsproxy-check", "/etc/mdnsservice-list.xml", RULES, "/etc/mdnsproxy.conf",
+    for expected in ("/usr/sbin/mdnsproxy", "/usr/bin/mdnsproxy-check", "/usr/bin/mdnsproxyctl", "/etc/mdnsservice-list.xml", RULES, "/etc/mdnsproxy.conf",
                      "/lib/systemd/system/mdnsproxy.service", "/lib/systemd/system/mdnsproxy-interface@.service",
                      "/usr/lib/sysctl.d/10-mdnsproxy.conf", "/usr/share/man/man8/mdnsproxy.8.gz",
-                     "/usr/share/man/man1/mdnsproxy-check.1.gz", "/usr/share/man/man5/mdnsproxy-rules.5.gz",
+                     "/usr/share/man/man1/mdnsproxy-check.1.gz", "/usr/share/man/man1/mdnsproxyctl.1.gz",
+                     "/usr/share/man/man5/mdnsproxy-rules.5.gz",
                      "/usr/share/man/man5/mdnsproxy-services.5.gz", "/usr/share/man/man5/mdnsproxy.conf.5.gz",
                      "/usr/share/doc/mdnsproxy/README.md.gz", "/usr/share/doc/mdnsproxy/examples/mdnsservice-list.xml"):
         assert expected in files
@@ -148,6 +149,14 @@ def test_the_status_file_is_read_as_the_manual_says(router):
     router.wait_until_forwarding()
     shown = router.shell("cat /proc/$(systemctl show -P MainPID mdnsproxy)/root/tmp/mdnsproxy.out")
     assert shown.startswith("0\nFinished startup")
+
+
+def test_anybody_on_the_router_sees_what_it_does(router, network):
+    router.wait_until_forwarding()
+    with Browser(network["br20"]) as browser, Printer(network["br10"], "Office Printer"):
+        browser.sees("Office Printer", within=10)
+        shown = router.shell("setpriv --reuid=nobody --regid=nogroup --clear-groups mdnsproxyctl services")
+        assert re.search(r"Office Printer +_ipp._tcp +br10 +br20 +forwarded", shown)
 
 
 def test_stopping_withdraws_everything_and_logs_the_last_status(router, network):

@@ -92,6 +92,13 @@ void look_at_log_level(SettingsCheck& check, std::string_view value) {
   }
 }
 
+void look_at_state_file(SettingsCheck& check, std::string_view value) {
+  if (!value.starts_with('/')) {
+    warn(check, check.line, "state_file \"" + std::string(value) + "\" is no absolute path: there will be no state file",
+         "write a path that begins with /, in a directory of the daemon's user");
+  }
+}
+
 void look_at_section_name(SettingsCheck& check, const std::string& service) {
   const bool is_standard = fencing_catalog_find_name(service) != -1;
   if (!is_standard && find_type_fault(without_local(service))) {
@@ -123,8 +130,11 @@ int look_at_setting(void* user, const char* section_text, const char* key, const
   if (section == kDaemonSection) {
     if (std::strcmp(key, "log_level") == 0) {
       look_at_log_level(check, value);
+    } else if (std::strcmp(key, "state_file") == 0) {
+      look_at_state_file(check, value);
     } else {
-      warn(check, check.line, formatted("unknown setting \"%s\"", key), "delete it; this section has log_level only");
+      warn(check, check.line, formatted("unknown setting \"%s\"", key),
+           "delete it; this section has log_level and state_file only");
     }
   } else if (section.starts_with(kFencingPrefix) && section.size() > kFencingPrefix.size()) {
     look_at_fencing(check, std::string(section.substr(kFencingPrefix.size())), key, value);

@@ -4,6 +4,7 @@
     Network     a gateway and its links, each in a network namespace that vanishes with the test process
     Box         a private file system, process table and syslog for one program on the gateway
     Daemon      mdnsproxy in a box
+    Ctl         mdnsproxyctl beside it
     Script      what a scripted DNS-SD library answers the daemon
     Device      a host on a link that says on the air exactly what the test tells it
     Printer     a service published by python3-zeroconf, an implementation that shares nothing with ours
@@ -17,6 +18,7 @@ Everything is a context manager or is closed by the fixture that made it.
 
 from .box import Box
 from .browser import Browser
+from .ctl import Ctl
 from .daemon import Daemon, mdnsproxy_path, rule, rules_list, services_list
 from .device import Device
 from .ear import Ear
@@ -27,6 +29,6 @@ from .script import Script, scripted_library
 from .seed import chosen_seed
 from .waiting import stays_true, wait_until
 
-__all__ = ["Box", "Browser", "Daemon", "Device", "Ear", "Link", "Namespace", "Network", "Printer", "Script",
+__all__ = ["Box", "Browser", "Ctl", "Daemon", "Device", "Ear", "Link", "Namespace", "Network", "Printer", "Script",
            "addresses_on", "chosen_seed", "mdnsproxy_path", "rule", "rules_list", "scripted_library", "services_list",
            "stays_true", "wait_until"]

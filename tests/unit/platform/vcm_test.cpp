@@ -51,6 +51,24 @@ TEST_F(Vcm, HasNothingConfiguredWithoutAFile) {
   EXPECT_THAT(Reports(), IsEmpty()) << "that is no mistake";
 }
 
+TEST_F(Vcm, KnowsAnotherPlaceForTheStateFile) {
+  const auto state_file = [] {
+    char path[32] = "untouched";
+    VcmXact xact = nullptr;
+    vcm_beginXact(&xact);
+    vcm_mdnsproxy_sget_state_file(xact, path, sizeof path);
+    vcm_cancelXact(&xact);
+    return std::string(path);
+  };
+  EXPECT_EQ(state_file(), "untouched");
+  GivenFile("[mdnsproxy]\nlog_level = enable\n");
+  EXPECT_EQ(state_file(), "untouched");
+  GivenFile("[mdnsproxy]\nstate_file = /run/elsewhere/state\n");
+  EXPECT_EQ(state_file(), "/run/elsewhere/state");
+  EXPECT_EQ(LogLevel(), std::nullopt);
+  EXPECT_NE(vcm_mdnsproxy_sget_state_file(nullptr, nullptr, 0), 0);
+}
+
 TEST_F(Vcm, HasNothingConfiguredByAnEmptyFile) {
   GivenFile("");
   EXPECT_EQ(LogLevel(), std::nullopt);

@@ -56,6 +56,14 @@ TEST_F(SettingsCheck, AnAnchorInCapitalsIsAWarning) {
   EXPECT_THAT(Findings(), ElementsAre(StartsWith("settings:3:1: warning: anchor_ap \"02:00:00:00:00:AB\"")));
 }
 
+TEST_F(SettingsCheck, AStateFileThatIsNoAbsolutePathIsNone) {
+  GivenSettings("[mdnsproxy]\nstate_file = /run/elsewhere/state\n");
+  EXPECT_THAT(Findings(), IsEmpty());
+  GivenSettings("[mdnsproxy]\nstate_file = run/state\n");
+  EXPECT_THAT(Findings(),
+              ElementsAre(AllOf(StartsWith("settings:2:1: warning: state_file \"run/state\""), HasSubstr("begins with /"))));
+}
+
 TEST_F(SettingsCheck, ALogLevelThatIsNoneIsAWarning) {
   GivenSettings("[mdnsproxy]\nlog_level = debug\n");
   EXPECT_THAT(Findings(),

@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+// The state file: what the daemon does at the moment, for programs that look at it from outside (see layout.h).
+//
+// Promises: nothing here logs, waits, allocates or ends the process, and nothing fails in a way that the caller has to
+// know of: without a file every function does nothing. After state_open no function makes a system call but for
+// reading a clock. Names are kept as they come, cut to their room; whoever shows them has to escape them. Everything
+// runs on the daemon's one thread, and no handled signal comes between (runtime/signals.h), so that a record is left
+// half-written only by a process that is killed. Needs: nothing of the daemon; a rule and a registration are known by
+// the addresses of whatever the caller keeps for them.
+//
+// Read in this order: layout.h, this header, file.cpp, rules.cpp, instances.cpp, and record.h for how a record is
+// written.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "state/layout.h"
+
+// --- The file -----------------------------------------------------------------------------------------------------------------
+
+// What the file says of the daemon as a whole. The texts are copied, cut to fit.
+struct StateIdentity {
+  const char* version;
+  const char* rules_file;
+  std::uint32_t limit;  // instances that may live at a time
+};
+
+// Makes the file anew under `path`, readable for everybody, takes the lock that says that its writer lives, and maps
+// it; what had the name before goes. Whatever of that is not possible: there is no file, an older one of the name
+// stays as it was, and nothing is said. To be called once, in the process that goes on; the lock and the mapping end
+// with the process, and the file stays.
+void state_open(const char* path, const StateIdentity& identity);
+
+// Start-up is over.
+void state_runs();
+
+// The process is about to end with this status.
+void state_ends(int status);
+
+// Around the wait of the event loop. The time of state_wakes is written once a second at most.
+void state_waits();
+void state_wakes();
+
+// --- Rules --------------------------------------------------------------------------------------------------------------------
+
+// The rules that are installed from here on stand at this offset of the rules list's text, whose lines are counted by
+// the newlines before it.
+void state_rule_stands_at(const char* text, std::size_t offset);
+
+// A rule has been installed. `rule` stands for it in what follows.
+void state_rule_installed(const void* rule, const char* type, const char* from, std::int32_t from_index, const char* to,
+                          std::int32_t to_index);
+
+// --- Instances, each known by its rule and its name -----------------------------------------------------------------------------
+
+// A browse has found it, and it is being resolved. One that was refused before is no longer.
+void state_instance_found(const void* rule, const char* name);
+
+// It will not be forwarded, for this reason. One that is not there yet is added.
+void state_instance_refused(const void* rule, const char* name, StateReason reason);
+
+// Its host and port (network byte order) are known.
+void state_instance_resolved(const void* rule, const char* name, const char* host, std::uint16_t port);
+
+// The host has a link-local address (4 or 16 bytes), which is passed over.
+void state_instance_link_local(const void* rule, const char* name, const std::uint8_t* address, std::size_t size);
+
+// The addresses that are announced for it, 4 and 16 bytes; all zero: none of that family.
+void state_instance_addresses(const void* rule, const char* name, const std::uint8_t* address4, const std::uint8_t* address6);
+
+// It is being registered on the other link. `registration` stands for that in the next function; null: the attempt was
+// refused.
+void state_instance_registering(const void* rule, const char* name, const void* registration);
+
+// The reply to a registration: under which name it is announced, or why not (`refused` is none when it is).
+void state_instance_registered(const void* rule, const void* registration, const char* name_there, StateReason refused);
+
+// The browse says that it is gone; refused ones are forgotten too.
+void state_instance_gone(const void* rule, const char* name);

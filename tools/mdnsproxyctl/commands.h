@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+// The commands, each in a source of its name. Each prints its answer and returns the program's exit status.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "mdnsproxyctl/session.h"
+
+int run_status(const Session& session);
+
+// `only`: the one link to show; empty: all that rules name.
+int run_links(const Session& session, const std::string& only);
+
+int run_rules(const Session& session);
+
+// What to show; an empty text or no state: everything.
+struct ServicesFilter {
+  std::string name;
+  std::string link;
+  std::optional<StateOfInstance> state;
+};
+int run_services(const Session& session, const ServicesFilter& filter);
+
+// Events that the state file still holds, from `since` seconds ago on (nothing: none), then new ones until a signal
+// ends it, or the daemon is gone. One line each, in JSON one object each.
+int run_watch(const Session& session, std::optional<std::uint64_t> since);
+
+// Text of the Prometheus exposition format, or the same as JSON; to `file` by renaming a new one, or to standard
+// output when empty.
+int run_metrics(const Session& session, const std::string& file);

@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+
+#include "mdnsproxyctl/commands.h"
+#include "mdnsproxyctl/health.h"
+
+namespace {
+
+std::string joined(const std::vector<std::string>& texts) {
+  std::string all;
+  for (const std::string& each : texts) {
+    all += (all.empty() ? "" : " ") + each;
+  }
+  return all.empty() ? "-" : all;
+}
+
+struct Row {
+  RuleLink held;
+  const MachineLink* now;  // null: gone
+  std::vector<Finding> findings;
+};
+
+Json link_json(const Row& row) {
+  Json link = {{"name", row.held.name},
+               {"daemon_index", row.held.index},
+               {"index", row.now != nullptr ? Json(row.now->index) : Json(nullptr)},
+               {"dead", row.now == nullptr || row.now->index != row.held.index},
+               {"up", row.now != nullptr && row.now->up},
+               {"multicast", row.now != nullptr && row.now->multicast},
+               {"addresses", row.now != nullptr ? Json(row.now->addresses) : Json::array()}};
+  link.update(library_figures());
+  link["findings"] = findings_json(row.findings);
+  return link;
+}
+
+std::vector<std::string> cells(const Row& row) {
+  const bool dead = row.now == nullptr || row.now->index != row.held.index;
+  return {shown(row.held.name), std::to_string(row.held.index),
+          dead          ? "DEAD"
+          : row.now->up ? "up"
+                        : "down",
+          row.now != nullptr && row.now->multicast ? "yes" : "no",
+          row.now != nullptr ? joined(row.now->addresses) : std::string("-")};
+}
+
+}  // namespace
+
+int run_links(const Session& session, const std::string& only) {
+  Json answer = new_answer(session);
+  if (!session.is_running()) {
+    return print_answer(session, answer, absence(session), base_status(session));
+  }
+  const std::vector<MachineLink> links = machine_links();
+  answer["links"] = Json::array();
+  std::vector<std::vector<std::string>> rows = {{"LINK", "INDEX", "STATE", "MULTICAST", "ADDRESSES"}};
+  std::vector<Finding> all;
+  for (const RuleLink& held : rule_links(session.state.view)) {
+    if (only.empty() || only == held.name) {
+      const Row row = {held, find_link(links, held.name), link_findings(held.name, held.index, links)};
+      answer["links"].push_back(link_json(row));
+      rows.push_back(cells(row));
+      all.insert(all.end(), row.findings.begin(), row.findings.end());
+    }
+  }
+  if (rows.size() == 1) {
+    const std::string what = only.empty() ? "There is no rule, and so no link.\n" : "No rule names " + in_quotes(only) + ".\n";
+    return print_answer(session, answer, what, kWorthALook);
+  }
+  return print_answer(session, answer, table(rows) + findings_text(all), findings_status(all));
+}

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+// mdnsproxyctl: shows what the daemon does, and why it does not do what was hoped for.
+
+#include <CLI/CLI.hpp>
+#include <map>
+
+#include "mdnsproxyctl/commands.h"
+#include "mdnsproxyctl/settings.h"
+
+namespace {
+
+constexpr const char* kSettingsFile = "/etc/mdnsproxy.conf";
+
+const std::map<std::string, StateOfInstance> kStates = {
+    {"forwarded", StateOfInstance::forwarded}, {"waiting", StateOfInstance::waiting}, {"refused", StateOfInstance::refused}};
+
+// What stands on the command line, of whichever command.
+struct Arguments {
+  Options options;
+  std::string link;
+  ServicesFilter filter;
+  StateOfInstance state = StateOfInstance::none;
+  std::uint64_t since = 0;
+  std::string metrics_file;
+};
+
+void describe_options(CLI::App& app, Arguments& arguments) {
+  app.set_version_flag("--version", MDNSPROXY_VERSION);
+  app.fallthrough();
+  app.require_subcommand(1);
+  app.add_option("--state-file", arguments.options.state_file, "the state file (default: by the settings)")->type_name("FILE");
+  app.add_flag("--json", arguments.options.json, "write JSON instead of text");
+  app.add_flag("--no-network", arguments.options.no_network, "ask nothing on the links");
+}
+
+void describe_commands(CLI::App& app, Arguments& arguments) {
+  app.add_subcommand("status", "the daemon's health in a few lines, the worst first");
+  CLI::App* links = app.add_subcommand("links", "the links that rules name");
+  links->add_option("link", arguments.link, "this one only")->type_name("LINK");
+  app.add_subcommand("rules", "the rules, with what came of each");
+  CLI::App* services = app.add_subcommand("services", "the services that rules name");
+  services->add_option("name", arguments.filter.name, "this one only")->type_name("NAME");
+  services->add_option("--state", arguments.state, "forwarded, waiting or refused ones only")
+      ->transform(CLI::Transformer(kStates))
+      ->check(CLI::IsMember(kStates))
+      ->type_name("STATE");
+  services->add_option("--link", arguments.filter.link, "those from or to this link only")->type_name("LINK");
+  CLI::App* watch = app.add_subcommand("watch", "comings and goings as they happen");
+  watch->add_option("--since", arguments.since, "those of the last SECONDS too, as far as they are still known")
+      ->type_name("SECONDS");
+  CLI::App* metrics = app.add_subcommand("metrics", "figures for Prometheus");
+  metrics->add_option("-o,--output", arguments.metrics_file, "write to this file, which is replaced as a whole")
+      ->type_name("FILE");
+}
+
+int run(const CLI::App& app, Arguments& arguments) {
+  if (arguments.options.state_file.empty()) {
+    arguments.options.state_file = configured_state_file(kSettingsFile);
+  }
+  const Session session = begin_session(arguments.options);
+  const CLI::App* const command = app.get_subcommands().front();
+  const std::string& name = command->get_name();
+  if (name == "status") {
+    return run_status(session);
+  }
+  if (name == "links") {
+    return run_links(session, arguments.link);
+  }
+  if (name == "rules") {
+    return run_rules(session);
+  }
+  if (name == "watch") {
+    return run_watch(session, command->count("--since") > 0 ? std::optional(arguments.since) : std::nullopt);
+  }
+  if (name == "metrics") {
+    return run_metrics(session, arguments.metrics_file);
+  }
+  if (command->count("--state") > 0) {
+    arguments.filter.state = arguments.state;
+  }
+  return run_services(session, arguments.filter);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Shows what mdnsproxy does, and why it does not do what was hoped for.", "mdnsproxyctl");
+  Arguments arguments;
+  describe_options(app, arguments);
+  describe_commands(app, arguments);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : kUsage;
+  }
+  return run(app, arguments);
+}
