@@ -51,7 +51,7 @@ def test_every_command_and_option_of_mdnsproxyctl_is_in_its_page():
     program = source_tree.BUILD / "mdnsproxyctl"
     shown = source_tree.run(program, "--help")
     commands = re.findall(r"^  ([a-z-]+) {2,}\S", shown.split("Subcommands:")[1], re.MULTILINE)
-    assert {"status", "links", "rules", "services", "watch", "metrics"} <= set(commands)
+    assert {"status", "links", "rules", "services", "why", "watch", "metrics"} <= set(commands)
     shown += "".join(source_tree.run(program, command, "--help") for command in commands)
     options = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", shown))
     assert {"--json", "--no-network", "--state-file", "--since", "-o"} <= options

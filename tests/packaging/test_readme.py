@@ -140,6 +140,9 @@ def follow(router, text):
         if line.startswith("cat /proc/"):
             router.wait_until_forwarding()
             assert router.shell(line).startswith("0\n")
+        elif line.startswith("mdnsproxyctl "):
+            router.wait_until_forwarding()
+            assert router.status(line) in (0, 1, 2), "it has found a daemon that runs"
         elif line.startswith("man "):
             assert "mdnsproxy" in router.shell(f"{line} | cat")
         else:

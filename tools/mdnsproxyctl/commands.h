@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "mdnsproxyctl/case.h"
 #include "mdnsproxyctl/session.h"
 
 int run_status(const Session& session);
@@ -21,6 +22,9 @@ struct ServicesFilter {
   std::optional<StateOfInstance> state;
 };
 int run_services(const Session& session, const ServicesFilter& filter);
+
+// Each step from the link where the service is to a client's connection, up to the first that fails.
+int run_why(const Session& session, const WhyQuestion& question);
 
 // Events that the state file still holds, from `since` seconds ago on (nothing: none), then new ones until a signal
 // ends it, or the daemon is gone. One line each, in JSON one object each.

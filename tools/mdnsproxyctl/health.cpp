@@ -9,51 +9,52 @@ namespace {
 constexpr std::uint64_t kLongestPass = 5'000'000'000;
 constexpr std::uint64_t kLongestStep = 10'000'000'000;
 
-void add(std::vector<Finding>& findings, Severity severity, const std::string& subject, const std::string& text,
+void add(std::vector<HealthFinding>& findings, HealthSeverity severity, const std::string& subject, const std::string& text,
          const std::string& cure) {
   findings.push_back({severity, subject, text, cure});
 }
 
-void judge_process(const Session& session, std::vector<Finding>& findings) {
+void judge_process(const Session& session, std::vector<HealthFinding>& findings) {
   const StateView& view = session.state.view;
   const std::uint64_t silent = age(view.beat, session.clocks);
   const std::string restart = "systemctl restart mdnsproxy; if it happens again, report it with the journal";
   if (const std::optional<char> state = process_state(view.pid); state && (*state == 'T' || *state == 't')) {
-    add(findings, Severity::error, "daemon", "process " + std::to_string(view.pid) + " is stopped (by a signal or a debugger)",
+    add(findings, HealthSeverity::error, "daemon",
+        "process " + std::to_string(view.pid) + " is stopped (by a signal or a debugger)",
         "let it go on: kill -CONT " + std::to_string(view.pid));
   } else if (view.phase == StatePhase::running && !view.waiting && silent > kLongestPass) {
-    add(findings, Severity::error, "daemon", "it hangs: it has been busy with one thing for " + duration(silent), restart);
+    add(findings, HealthSeverity::error, "daemon", "it hangs: it has been busy with one thing for " + duration(silent), restart);
   } else if (view.phase == StatePhase::starting && silent > kLongestStep) {
-    add(findings, Severity::error, "daemon", "it hangs: its start-up has not gone on for " + duration(silent), restart);
+    add(findings, HealthSeverity::error, "daemon", "it hangs: its start-up has not gone on for " + duration(silent), restart);
   } else if (view.phase == StatePhase::ended) {
-    add(findings, Severity::error, "daemon", "it is about to end with status " + std::to_string(view.exit_status),
+    add(findings, HealthSeverity::error, "daemon", "it is about to end with status " + std::to_string(view.exit_status),
         "look for the reason: journalctl -u mdnsproxy");
   } else if (view.phase == StatePhase::starting) {
-    add(findings, Severity::warning, "daemon", "it is still starting: rules are being installed", "wait for a few seconds");
+    add(findings, HealthSeverity::warning, "daemon", "it is still starting: rules are being installed", "wait for a few seconds");
   }
 }
 
-void judge_rules(const StateView& view, std::vector<Finding>& findings) {
+void judge_rules(const StateView& view, std::vector<HealthFinding>& findings) {
   if (view.rules.empty() && view.phase == StatePhase::running) {
-    add(findings, Severity::warning, "rules", "there is no rule: nothing is forwarded",
+    add(findings, HealthSeverity::warning, "rules", "there is no rule: nothing is forwarded",
         "write rules into the rules list (mdnsproxy-rules(5)), check them with mdnsproxy-check, and restart");
   }
   if (view.rules_left_out > 0) {
-    add(findings, Severity::warning, "rules",
+    add(findings, HealthSeverity::warning, "rules",
         std::to_string(view.rules_left_out) + " rules have no room in the state file: they work, and are not shown",
         "use fewer rules");
   }
 }
 
-void judge_limit(const StateView& view, std::vector<Finding>& findings) {
+void judge_limit(const StateView& view, std::vector<HealthFinding>& findings) {
   const auto refused = std::ranges::count(view.instances, StateReason::limit, &InstanceView::reason);
   if (refused > 0) {
-    add(findings, Severity::error, "limit",
+    add(findings, HealthSeverity::error, "limit",
         "the limit of " + std::to_string(view.limit) + " services is reached; refused: " + std::to_string(refused),
         "use fewer or narrower rules; what was refused is tried again after a restart");
   }
   if (const std::uint64_t left_out = view.counter(StateCounter::left_out); left_out > 0) {
-    add(findings, Severity::warning, "limit",
+    add(findings, HealthSeverity::warning, "limit",
         std::to_string(left_out) + " times a service had no room in the state file, and is not shown", "use fewer rules");
   }
 }
@@ -74,49 +75,49 @@ std::vector<RuleLink> rule_links(const StateView& view) {
   return links;
 }
 
-std::vector<Finding> link_findings(const std::string& name, int daemon_index, const std::vector<MachineLink>& links) {
-  std::vector<Finding> findings;
+std::vector<HealthFinding> link_findings(const std::string& name, int daemon_index, const std::vector<MachineLink>& links) {
+  std::vector<HealthFinding> findings;
   const std::string subject = shown(name);
   const MachineLink* const link = find_link(links, name);
   const std::string dead = "DEAD: the daemon holds it by index " + std::to_string(daemon_index);
   const std::string restart =
       "systemctl restart mdnsproxy; so that this is done by itself, systemctl enable mdnsproxy-interface@" + subject;
   if (link == nullptr) {
-    add(findings, Severity::error, subject, dead + ", and there is no such interface",
+    add(findings, HealthSeverity::error, subject, dead + ", and there is no such interface",
         "make the interface again; then " + restart);
   } else if (link->index != daemon_index) {
-    add(findings, Severity::error, subject, dead + ", and it has been made anew with index " + std::to_string(link->index),
+    add(findings, HealthSeverity::error, subject, dead + ", and it has been made anew with index " + std::to_string(link->index),
         restart);
   } else if (!link->multicast) {
-    add(findings, Severity::error, subject, "it cannot multicast", "name another interface in the rules");
+    add(findings, HealthSeverity::error, subject, "it cannot multicast", "name another interface in the rules");
   } else if (!link->up) {
-    add(findings, Severity::error, subject, "it is down", "ip link set " + subject + " up, or see to its cable");
+    add(findings, HealthSeverity::error, subject, "it is down", "ip link set " + subject + " up, or see to its cable");
   } else if (link->addresses.empty()) {
-    add(findings, Severity::error, subject, "it has no address", "give it one");
+    add(findings, HealthSeverity::error, subject, "it has no address", "give it one");
   }
   return findings;
 }
 
-std::vector<Finding> findings_of(const Session& session, const std::vector<MachineLink>& links) {
-  std::vector<Finding> findings;
+std::vector<HealthFinding> findings_of(const Session& session, const std::vector<MachineLink>& links) {
+  std::vector<HealthFinding> findings;
   if (!session.is_running()) {
     return findings;
   }
   judge_process(session, findings);
   for (const RuleLink& each : rule_links(session.state.view)) {
-    const std::vector<Finding> found = link_findings(each.name, each.index, links);
+    const std::vector<HealthFinding> found = link_findings(each.name, each.index, links);
     findings.insert(findings.end(), found.begin(), found.end());
   }
   judge_limit(session.state.view, findings);
   judge_rules(session.state.view, findings);
-  std::ranges::stable_sort(findings, std::ranges::greater(), &Finding::severity);
+  std::ranges::stable_sort(findings, std::ranges::greater(), &HealthFinding::severity);
   return findings;
 }
 
-Json findings_json(const std::vector<Finding>& findings) {
+Json findings_json(const std::vector<HealthFinding>& findings) {
   Json list = Json::array();
-  for (const Finding& each : findings) {
-    list.push_back({{"severity", each.severity == Severity::error ? "error" : "warning"},
+  for (const HealthFinding& each : findings) {
+    list.push_back({{"severity", each.severity == HealthSeverity::error ? "error" : "warning"},
                     {"subject", each.subject},
                     {"text", each.text},
                     {"cure", each.cure}});
@@ -124,16 +125,16 @@ Json findings_json(const std::vector<Finding>& findings) {
   return list;
 }
 
-std::string findings_text(const std::vector<Finding>& findings) {
+std::string findings_text(const std::vector<HealthFinding>& findings) {
   std::string text;
-  for (const Finding& each : findings) {
-    text += std::string(each.severity == Severity::error ? "error: " : "warning: ") + each.subject + ": " + each.text +
+  for (const HealthFinding& each : findings) {
+    text += std::string(each.severity == HealthSeverity::error ? "error: " : "warning: ") + each.subject + ": " + each.text +
             "; cure: " + each.cure + "\n";
   }
   return text;
 }
 
-int findings_status(const std::vector<Finding>& findings) {
-  const bool error = std::ranges::count(findings, Severity::error, &Finding::severity) > 0;
+int findings_status(const std::vector<HealthFinding>& findings) {
+  const bool error = std::ranges::count(findings, HealthSeverity::error, &HealthFinding::severity) > 0;
   return error ? kUnwell : findings.empty() ? kWell : kWorthALook;
 }

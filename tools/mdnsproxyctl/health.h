@@ -8,29 +8,29 @@
 #include "mdnsproxyctl/machine.h"
 #include "mdnsproxyctl/session.h"
 
-enum class Severity { warning, error };
+enum class HealthSeverity { warning, error };
 
-struct Finding {
-  Severity severity;
+struct HealthFinding {
+  HealthSeverity severity;
   std::string subject;  // a link, "daemon", "rules" or "limit"
   std::string text;     // without a full stop; made by `shown` where it holds a stranger's words
   std::string cure;
 };
 
 // The worst first. None unless the daemon runs.
-std::vector<Finding> findings_of(const Session& session, const std::vector<MachineLink>& links);
+std::vector<HealthFinding> findings_of(const Session& session, const std::vector<MachineLink>& links);
 
 // The findings about one link that rules name, with the index that the daemon holds it by.
-std::vector<Finding> link_findings(const std::string& name, int daemon_index, const std::vector<MachineLink>& links);
+std::vector<HealthFinding> link_findings(const std::string& name, int daemon_index, const std::vector<MachineLink>& links);
 
 // The findings as the schema has them.
-Json findings_json(const std::vector<Finding>& findings);
+Json findings_json(const std::vector<HealthFinding>& findings);
 
 // One line each.
-std::string findings_text(const std::vector<Finding>& findings);
+std::string findings_text(const std::vector<HealthFinding>& findings);
 
 // kUnwell with an error among them, kWorthALook with a warning, else kWell.
-int findings_status(const std::vector<Finding>& findings);
+int findings_status(const std::vector<HealthFinding>& findings);
 
 // A link of the rules, by name and the index that the daemon holds it by.
 struct RuleLink {

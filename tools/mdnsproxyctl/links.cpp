@@ -17,7 +17,7 @@ std::string joined(const std::vector<std::string>& texts) {
 struct Row {
   RuleLink held;
   const MachineLink* now;  // null: gone
-  std::vector<Finding> findings;
+  std::vector<HealthFinding> findings;
 };
 
 Json link_json(const Row& row) {
@@ -53,7 +53,7 @@ int run_links(const Session& session, const std::string& only) {
   const std::vector<MachineLink> links = machine_links();
   answer["links"] = Json::array();
   std::vector<std::vector<std::string>> rows = {{"LINK", "INDEX", "STATE", "MULTICAST", "ADDRESSES"}};
-  std::vector<Finding> all;
+  std::vector<HealthFinding> all;
   for (const RuleLink& held : rule_links(session.state.view)) {
     if (only.empty() || only == held.name) {
       const Row row = {held, find_link(links, held.name), link_findings(held.name, held.index, links)};

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 // mdnsproxyctl: shows what the daemon does, and why it does not do what was hoped for.
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <map>
 
@@ -10,6 +12,10 @@
 namespace {
 
 constexpr const char* kSettingsFile = "/etc/mdnsproxy.conf";
+constexpr const char* kServicesFile = "/etc/mdnsservice-list.xml";
+// The one that the unit copies for the daemon; a daemon that is started by hand reads the other.
+constexpr const char* kRulesFile = "/etc/mdnsproxyrule-list.xml";
+constexpr const char* kRulesFileByHand = "/tmp/mdnsproxyrule-list.xml";
 
 const std::map<std::string, StateOfInstance> kStates = {
     {"forwarded", StateOfInstance::forwarded}, {"waiting", StateOfInstance::waiting}, {"refused", StateOfInstance::refused}};
@@ -22,6 +28,7 @@ struct Arguments {
   StateOfInstance state = StateOfInstance::none;
   std::uint64_t since = 0;
   std::string metrics_file;
+  WhyQuestion why;
 };
 
 void describe_options(CLI::App& app, Arguments& arguments) {
@@ -29,6 +36,9 @@ void describe_options(CLI::App& app, Arguments& arguments) {
   app.fallthrough();
   app.require_subcommand(1);
   app.add_option("--state-file", arguments.options.state_file, "the state file (default: by the settings)")->type_name("FILE");
+  app.add_option("--services", arguments.options.services_file, "services list, asked when there is no state file")
+      ->type_name("FILE");
+  app.add_option("--rules", arguments.options.rules_file, "rules list, asked when there is no state file")->type_name("FILE");
   app.add_flag("--json", arguments.options.json, "write JSON instead of text");
   app.add_flag("--no-network", arguments.options.no_network, "ask nothing on the links");
 }
@@ -45,6 +55,12 @@ void describe_commands(CLI::App& app, Arguments& arguments) {
       ->check(CLI::IsMember(kStates))
       ->type_name("STATE");
   services->add_option("--link", arguments.filter.link, "those from or to this link only")->type_name("LINK");
+  CLI::App* why = app.add_subcommand("why", "each step of a service's way, up to the first that fails");
+  why->add_option("subject", arguments.why.subject, "the service's name, or a type such as _ipp._tcp")
+      ->type_name("NAME|TYPE")
+      ->required();
+  why->add_option("from", arguments.why.from, "the link where it is")->type_name("FROM");
+  why->add_option("to", arguments.why.to, "the link where it should be seen")->type_name("TO");
   CLI::App* watch = app.add_subcommand("watch", "comings and goings as they happen");
   watch->add_option("--since", arguments.since, "those of the last SECONDS too, as far as they are still known")
       ->type_name("SECONDS");
@@ -57,6 +73,12 @@ int run(const CLI::App& app, Arguments& arguments) {
   if (arguments.options.state_file.empty()) {
     arguments.options.state_file = configured_state_file(kSettingsFile);
   }
+  if (arguments.options.services_file.empty()) {
+    arguments.options.services_file = kServicesFile;
+  }
+  if (arguments.options.rules_file.empty()) {
+    arguments.options.rules_file = access(kRulesFile, R_OK) == 0 ? kRulesFile : kRulesFileByHand;
+  }
   const Session session = begin_session(arguments.options);
   const CLI::App* const command = app.get_subcommands().front();
   const std::string& name = command->get_name();
@@ -68,6 +90,9 @@ int run(const CLI::App& app, Arguments& arguments) {
   }
   if (name == "rules") {
     return run_rules(session);
+  }
+  if (name == "why") {
+    return run_why(session, arguments.why);
   }
   if (name == "watch") {
     return run_watch(session, command->count("--since") > 0 ? std::optional(arguments.since) : std::nullopt);

@@ -5,8 +5,8 @@
 // stranger (names of services and hosts) goes through text.h or the JSON library before it is printed. In JSON every
 // answer is one object with "schema", 1, and "daemon"; the schema is in mdnsproxyctl(1).
 //
-// Read in this order: this header, state_reader.h, text.h, machine.h, health.h, commands.h, then the source of each
-// command.
+// Read in this order: this header, state_reader.h, text.h, machine.h, health.h, commands.h and the source of each
+// command; for `why` then case.h, why.cpp, case_known.cpp, case_unknown.cpp, and question.h, dns_message.h and reach.h.
 #pragma once
 
 #include <nlohmann/json.hpp>

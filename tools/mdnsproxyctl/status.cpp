@@ -35,11 +35,11 @@ std::string reasons_text(const StateView& view) {
   return text.empty() ? "" : " (" + text + ")";
 }
 
-std::string worst_text(const std::vector<Finding>& findings) {
+std::string worst_text(const std::vector<HealthFinding>& findings) {
   return findings.empty() ? "health    nothing is wrong with the daemon and its links\n" : findings_text(findings);
 }
 
-std::string text_of(const Session& session, const std::vector<Finding>& findings) {
+std::string text_of(const Session& session, const std::vector<HealthFinding>& findings) {
   const StateView& view = session.state.view;
   const Counts counts = count_states(view);
   return worst_text(findings) + "running   since " + utc_time(view.started, session.clocks) + " (" +
@@ -59,7 +59,7 @@ int run_status(const Session& session) {
     return print_answer(session, answer, absence(session), base_status(session));
   }
   const StateView& view = session.state.view;
-  const std::vector<Finding> findings = findings_of(session, machine_links());
+  const std::vector<HealthFinding> findings = findings_of(session, machine_links());
   const Counts counts = count_states(view);
   answer["findings"] = findings_json(findings);
   answer["rules"] = view.rules.size();

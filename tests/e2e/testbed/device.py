@@ -31,6 +31,11 @@ class Service:
         return [dns.Record(name, dns.PTR, self.name) for name in [self.type, *self.subtypes]]
 
     @property
+    def kind(self):
+        """What is said to those alone who ask for the types of a link (RFC 6763 section 9)."""
+        return dns.Record(dns.labels("_services._dns-sd._udp.local"), dns.PTR, self.type)
+
+    @property
     def records(self):
         return [*self.pointers, self.srv, self.txt]
 
@@ -116,20 +121,22 @@ class Device:
 
     def _answer(self, opened, group):
         try:
-            message = dns.decode(opened.recv(9000))
+            packet, sender = opened.recvfrom(9000)
+            message = dns.decode(packet)
         except (ValueError, OSError):
             return
         if message.is_response:
             return
         with self._lock:
-            known = [record for service in self.services for record in service.records] + self.address_records()
+            known = [record for service in self.services for record in [*service.records, service.kind]] + self.address_records()
         answers = [record for question in message.questions for record in known
                    if question.kind in (record.kind, dns.ANY) and dns.same_name(question.name, record.name)]
         answers = [record for record in dict.fromkeys(answers)
                    if not any(dns.same_name(record.name, seen.name) and (record.kind, record.data) == (seen.kind, seen.data)
                               and seen.ttl * 2 >= record.ttl for seen in message.answers)]
         if answers:
-            opened.sendto(dns.encode(dns.Message(dns.RESPONSE, answers=answers)), group)
+            # A question from another port wants its answer there (RFC 6762 section 6.7).
+            opened.sendto(dns.encode(dns.Message(dns.RESPONSE, answers=answers)), group if sender[1] == group[1] else sender)
 
     def close(self):
         """Vanishes without a word."""

@@ -30,8 +30,8 @@ class Health : public testing::Test {
   StateView& view() { return session.state.view; }
   std::vector<std::string> Findings() {
     std::vector<std::string> texts;
-    for (const Finding& each : findings_of(session, links)) {
-      texts.push_back((each.severity == Severity::error ? "error: " : "warning: ") + each.subject + ": " + each.text);
+    for (const HealthFinding& each : findings_of(session, links)) {
+      texts.push_back((each.severity == HealthSeverity::error ? "error: " : "warning: ") + each.subject + ": " + each.text);
     }
     return texts;
   }
