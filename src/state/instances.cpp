@@ -23,8 +23,8 @@ constexpr std::uint32_t kNone = kStateInstances;
 
 // What is known of a slot and nobody else's business.
 struct Slot {
-  std::uint32_t next;        // in its bucket, or among the free ones; kNone: the last
   const void* registration;  // null: none
+  std::uint32_t next;        // in its bucket, or among the free ones; kNone: the last
   bool refused_for_good;     // the daemon keeps nothing for it
 };
 
@@ -34,6 +34,7 @@ std::uint32_t gFree = kNone;
 std::uint32_t gUsed = 0;
 std::uint32_t gRefusedForGood = 0;
 
+// Only while there is a file.
 StateInstance& record_of(std::uint32_t slot) { return gStateImage->instances[slot]; }
 
 // FNV-1a, 32 bits (Fowler, Noll, Vo), over as much of the name as is kept. A stranger who picks names for one bucket
@@ -111,7 +112,7 @@ std::uint32_t take_slot(std::uint32_t rule, const char* name, bool refused_for_g
   const std::uint32_t slot = gFree;
   std::uint32_t& bucket = gBuckets[bucket_of(rule, name)];
   gFree = gSlots[slot].next;
-  gSlots[slot] = {bucket, nullptr, refused_for_good};
+  gSlots[slot] = {nullptr, bucket, refused_for_good};
   bucket = slot;
   ++gUsed;
   gRefusedForGood += refused_for_good ? 1 : 0;
@@ -147,7 +148,7 @@ void give_back(std::uint32_t slot) {
   *link = gSlots[slot].next;
   gRefusedForGood -= gSlots[slot].refused_for_good ? 1 : 0;
   --gUsed;
-  gSlots[slot] = {gFree, nullptr, false};
+  gSlots[slot] = {nullptr, gFree, false};
   gFree = slot;
   const RecordWriting writing(instance);
   instance.state = StateOfInstance::none;
@@ -218,7 +219,7 @@ std::uint32_t find_registered(const void* rule, const void* registration, const 
 void state_forget_instances() {
   std::ranges::fill(gBuckets, kNone);
   for (std::uint32_t slot = 0; slot < kStateInstances; ++slot) {
-    gSlots[slot] = {slot + 1, nullptr, false};
+    gSlots[slot] = {nullptr, slot + 1, false};
   }
   gFree = 0;
   gUsed = 0;
@@ -236,10 +237,11 @@ void state_instance_found(const void* rule, const char* name) {
 }
 
 void state_instance_refused(const void* rule, const char* name, StateReason reason) {
-  const std::uint32_t slot = find_or_take(rule, name, is_for_good(reason));
-  if (gStateImage != nullptr) {
-    state_count(counter_of(reason));
+  if (gStateImage == nullptr) {
+    return;
   }
+  state_count(counter_of(reason));
+  const std::uint32_t slot = find_or_take(rule, name, is_for_good(reason));
   if (slot != kNone) {
     change(slot, StateOfInstance::refused, reason);
     set_refused_for_good(slot, is_for_good(reason));
