@@ -170,6 +170,19 @@ def test_stopping_withdraws_everything_and_logs_the_last_status(router, network)
     router.shell("systemctl start mdnsproxy")
 
 
+def test_a_reload_is_another_process_and_nothing_blinks(router, network):
+    before = router.wait_until_forwarding()
+    with Browser(network["br20"]) as browser, Printer(network["br10"], "Office Printer"), Printer(network["br10"], "Old Printer") as old:
+        browser.sees("Office Printer", within=10)
+        browser.sees("Old Printer", within=10)
+        router.shell("systemctl reload mdnsproxy")
+        old.close()
+        router.wait_until_forwarding(other_than=before)
+        # What nobody has announced again is taken back last.
+        browser.loses("Old Printer", within=15)
+        assert ("removed", "Office Printer") not in [(what, name) for _, what, name in browser.events]
+
+
 def test_it_is_restarted_however_it_ended(router):
     before = router.wait_until_forwarding()
     router.shell("systemctl kill --signal=KILL mdnsproxy")

@@ -30,8 +30,8 @@ def test_systemd_understands_every_line():
 
 
 def test_the_programs_that_it_starts_are_those_of_the_package():
-    programs = re.findall(r"^Exec\w+=-?(\S+)", UNIT.read_text(encoding="utf-8"), re.MULTILINE)
-    assert programs == ["cp", f"{PREFIX}/bin/mdnsproxy-check", f"{PREFIX}/sbin/mdnsproxy", "cat"]
+    programs = re.findall(r"^Exec\w+=[-+]?(\S+)", UNIT.read_text(encoding="utf-8"), re.MULTILINE)
+    assert programs == ["cp", f"{PREFIX}/bin/mdnsproxy-check", f"{PREFIX}/sbin/mdnsproxy", "touch", "systemctl", "cat"]
 
 
 def test_the_rules_come_from_the_file_that_the_manual_names():
