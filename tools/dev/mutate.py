@@ -2,36 +2,58 @@
 # SPDX-License-Identifier: MIT
 """Mutation check: changes one condition, constant, text or order at a time and asks whether a test notices.
 
-usage: tools/dev/mutate.py [--count N] [--seed S] [--folders proxy,config,...] [--work DIR] [--jobs N] [--list] [--only K]
+usage: tools/dev/mutate.py [--count N] [--seed S] [--folders proxy,mdns,...] [--work DIR] [--jobs N] [--list]
+                          [--only K,...]
 
-Copies the tree to a scratch folder, builds the unit tests there once, then for each of N mutants (chosen at random by the seed,
-which is printed; those of equivalent_mutants.txt are left out) edits one place, rebuilds and runs the unit tests. A mutant is
-killed when the build or a test fails or the tests hang; one that nothing notices survives and is printed. Exit status 1 when
-fewer than 95 of 100 were killed.
+Copies the tree to a scratch folder, builds the tests there once, then for each of N mutants (chosen at random by the
+seed, which is printed; those of equivalent_mutants.txt are left out) edits one place, rebuilds and runs the tests that
+can notice: the unit tests of the folder; for the engine, the simulation as well; for the DNS-SD library, which is
+sockets and timers for the most part, its network tests (root). A mutant is killed when a test fails or hangs; one that
+does not compile does not count; one that nothing notices survives and is printed. Exit status 1 when fewer than 95 of
+100 were killed. No mutant only changes how much blank there is in a text, and none changes the text of a debug trace.
 """
 
 import argparse
-import json
 import os
+import pathlib
 import random
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import time
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 EQUIVALENTS = os.path.join("tools", "dev", "equivalent_mutants.txt")
-FOLDERS = ["proxy", "config", "tables", "runtime"]
 REQUIRED_SHARE = 0.95
-TEST_TIMEOUT_SECONDS = 120
+TEST_TIMEOUT_SECONDS = 300
+
+# The test programs that can notice a change in a folder of src.
+PROGRAMS = {
+    "platform": ["platform_test", "config_test", "proxy_test"],
+    "runtime": ["runtime_test", "config_test", "proxy_test"],
+    "tables": ["tables_test", "config_test", "proxy_test"],
+    "config": ["scanners_test", "config_test", "check_test", "check_agreement_test", "check_installation_test"],
+    "proxy": ["proxy_test"],
+    "mdns": ["mdns_unit_test", "simulation_test", "dnssd_unit_test"],
+    "dnssd": ["dnssd_unit_test", "check_test"],
+}
+# Folders whose code for the most part runs behind sockets only, and what the network tests need beside the test
+# programs.
+NETWORK_FOLDERS = ["dnssd"]
+NETWORK_TARGETS = ["dns_sd", "dns_sd_driver", "dns_sd_set_clock"]
+NETWORK_TIMEOUT_SECONDS = 300
+# As many lives as are worth their time: those that notice do so early.
+ENVIRONMENT = {**os.environ, "MDNSPROXY_TEST_LIVES": "100"}
+FOLDERS = list(PROGRAMS)
 
 TOKEN = re.compile(
     r"""(?P<comment>//[^\n]*|/\*.*?\*/)
       | (?P<preprocessor>^[ \t]*\#(?:[^\n\\]|\\\n|\\.)*)
       | (?P<string>"(?:[^"\\\n]|\\.)*")
       | (?P<char>'(?:[^'\\\n]|\\.)+')
-      | (?P<number>\b(?:0[xX][0-9a-fA-F]+|\d+)[uUlL]*\b)
+      | (?P<number>\b(?:0[xX][0-9a-fA-F]+|\d(?:'?\d)*)[uUlL]*\b)
       | (?P<word>[A-Za-z_]\w*)
       | (?P<operator><=>|->|::|<<=|>>=|<<|>>|<=|>=|==|!=|&&|\|\||\+\+|--|[-+*/%&|^!<>=?:;,.(){}\[\]~])
     """,
@@ -52,26 +74,32 @@ class Mutant:
         self.path, self.kind, self.start, self.end, self.replacement = path, kind, start, end, replacement
 
 
+# A letter or digit that is part of neither an escape nor a conversion.
+LETTER = re.compile(
+    r"(?>(?:\\(?:x[0-9a-fA-F]+|[0-7]+|.)|%[-+ #0-9.*hlLqjzt]*[a-zA-Z%]|[^A-Za-z0-9\\%])*)([A-Za-z0-9])")
+
+
 def string_mutant(text):
-    """A text with one blank doubled or, without blanks, one letter more; None for a text of one character or less."""
-    inner = text[1:-1]
-    if len(inner) < 2:
+    """A text with its first letter or digit changed; None for one that has none."""
+    letter = LETTER.match(text, 1)
+    if not letter:
         return None
-    return '"' + (inner.replace(" ", "  ", 1) if " " in inner else inner + "x") + '"'
+    at = letter.start(1)
+    return text[:at] + ("X" if text[at] != "X" else "Y") + text[at + 1:]
 
 
 def token_mutants(path, source):
     for match in TOKEN.finditer(source):
         kind, text = match.lastgroup, match.group()
         if kind == "number":
-            value = int(text.rstrip("uUlL"), 0)
-            suffix = text[len(text.rstrip("uUlL")):]
-            yield Mutant(path, "constant", match.start(), match.end(), str(value + 1) + suffix)
+            digits = text.rstrip("uUlL").replace("'", "")
+            value = int(digits, 8) if re.fullmatch("0[0-7]+", digits) else int(digits, 0)
+            yield Mutant(path, "constant", match.start(), match.end(), str(value + 1) + text[len(text.rstrip("uUlL")):])
         elif kind == "string":
             changed = string_mutant(text)
             if changed:
                 yield Mutant(path, "text", match.start(), match.end(), changed)
-        elif kind == "operator" and text in SWAPPED:
+        elif kind == "operator" and text in SWAPPED and source[match.start() - 1] == " ":  # "Message&&" is a type
             yield Mutant(path, "condition", match.start(), match.end(), SWAPPED[text])
         elif kind == "operator" and text in "<>" and COMPARED.match(source[match.start() - 1 : match.end() + 1] or ""):
             yield Mutant(path, "condition", match.start(), match.end(), text + "=")
@@ -102,6 +130,12 @@ def is_static_text(source, mutant):
     return "static_assert" in source[line_start : mutant.start] or "extern \"C\"" in source[line_start : mutant.end + 1]
 
 
+def is_trace(source, mutant):
+    """A text of a debug trace."""
+    statement = max(source.rfind(end, 0, mutant.start) for end in (";\n", "{\n", "}\n", ":\n"))
+    return mutant.kind == "text" and "log_message(LOG_DEBUG" in source[statement : mutant.start]
+
+
 def all_mutants(root, folders):
     for folder in folders:
         directory = os.path.join(root, "src", folder)
@@ -112,50 +146,68 @@ def all_mutants(root, folders):
             with open(os.path.join(root, path), encoding="utf-8") as file:
                 source = file.read()
             for mutant in list(token_mutants(path, source)) + list(order_mutants(path, source)):
-                if not is_static_text(source, mutant):
+                if not is_static_text(source, mutant) and not is_trace(source, mutant):
                     yield mutant
 
 
-def build(work, jobs):
+def build(work, jobs, folders):
+    targets = sorted({target for folder in folders for target in PROGRAMS[folder]})
+    if set(folders) & set(NETWORK_FOLDERS):
+        targets += NETWORK_TARGETS
     return subprocess.run(
-        ["cmake", "--build", os.path.join(work, "build"), "-j", str(jobs), "--target", *unit_targets(work)],
+        ["cmake", "--build", os.path.join(work, "build"), "-j", str(jobs), "--target", *targets],
         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
 
 
-def unit_targets(work):
-    with open(os.path.join(work, "unit_targets.json"), encoding="utf-8") as file:
-        return json.load(file)
-
-
-def run_tests(work):
-    for target in unit_targets(work):
-        program = os.path.join(work, "build", "tests", target)
+def outcome(name, command, timeout, work):
+    """What is wrong with the test; None when it passes."""
+    silent = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+    with subprocess.Popen(command, **silent, cwd=work, env=ENVIRONMENT, start_new_session=True) as process:
         try:
-            result = subprocess.run([program, "--gtest_brief=1"], stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                    stdin=subprocess.DEVNULL, timeout=TEST_TIMEOUT_SECONDS, check=False, cwd=work)
+            status = process.wait(timeout)
         except subprocess.TimeoutExpired:
-            return f"{target} hung"
-        if result.returncode != 0:
-            return f"{target} failed"
+            os.killpg(process.pid, signal.SIGKILL)
+            return f"{name} hung"
+    return f"{name} failed" if status != 0 else None
+
+
+def run_tests(work, folders):
+    """What noticed; None when everything passes. The cheapest tests come first; nothing runs behind one that notices."""
+    programs = dict.fromkeys(program for folder in folders for program in PROGRAMS[folder])
+    for program in programs:
+        command = [os.path.join(work, "build", "tests", program), "--gtest_brief=1", "--gtest_filter=-Growth.*"]
+        noticed = outcome(program, command, TEST_TIMEOUT_SECONDS, work)
+        if noticed:
+            return noticed
+    return run_network_tests(work) if set(folders) & set(NETWORK_FOLDERS) else None
+
+
+def run_network_tests(work):
+    build_directory = os.path.join(work, "build")
+    ENVIRONMENT.update(DNS_SD_DRIVER=os.path.join(build_directory, "tests/dns_sd_driver"),
+                       DNS_SD_LIBRARY=os.path.join(build_directory, "libdns_sd.so.1.0.0"),
+                       DNS_SD_SET_CLOCK=os.path.join(build_directory, "tests/dns_sd_set_clock.so"),
+                       PYTHONDONTWRITEBYTECODE="1")
+    folder = os.path.join(work, "tests", "dnssd")
+    for name in sorted(os.listdir(folder)):
+        if name.startswith("test_") and name.endswith(".py"):
+            command = ["/usr/bin/python3", "-m", "pytest", "-q", "-x", "-p", "no:cacheprovider"]
+            noticed = outcome(name, [*command, os.path.join(folder, name)], NETWORK_TIMEOUT_SECONDS, work)
+            if noticed:
+                return noticed
     return None
 
 
-def prepare(work, jobs):
+def prepare(work, jobs, folders):
     shutil.rmtree(work, ignore_errors=True)
-    shutil.copytree(ROOT, work, ignore=shutil.ignore_patterns("build*", ".git", "out"))
-    names = []
-    for folder, _, files in os.walk(os.path.join(work, "tests", "unit")):
-        if "CMakeLists.txt" in files and os.path.basename(folder) in FOLDERS:
-            with open(os.path.join(folder, "CMakeLists.txt"), encoding="utf-8") as file:
-                names += re.findall(r"mdnsproxy_unit_test\(\s*(\w+)", file.read())
-    with open(os.path.join(work, "unit_targets.json"), "w", encoding="utf-8") as file:
-        json.dump(names, file)
+    shutil.copytree(ROOT, work, ignore=shutil.ignore_patterns("build", ".git", "out"))
+    # Assertions on, and the engine fast enough for many lives.
     subprocess.run(["cmake", "-S", work, "-B", os.path.join(work, "build"), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
-                    "-DMDNSPROXY_WERROR=OFF"], check=True, stdout=subprocess.DEVNULL)
-    result = build(work, jobs)
+                    "-DCMAKE_CXX_FLAGS_DEBUG=-O1", "-DMDNSPROXY_WERROR=OFF"], check=True, stdout=subprocess.DEVNULL)
+    result = build(work, jobs, folders)
     if result.returncode != 0:
         sys.exit(result.stdout)
-    failure = run_tests(work)
+    failure = run_tests(work, folders)
     if failure:
         sys.exit(f"the unmutated tree does not pass: {failure}")
 
@@ -169,12 +221,17 @@ def try_mutant(work, mutant, jobs):
     try:
         with open(path, "w", encoding="utf-8") as file:
             file.write(mutated)
-        if build(work, jobs).returncode != 0:
+        folders = [folder_of(mutant)]
+        if build(work, jobs, folders).returncode != 0:
             return "build failed"
-        return run_tests(work)
+        return run_tests(work, folders)
     finally:
         with open(path, "w", encoding="utf-8") as file:
             file.write(original)
+
+
+def folder_of(mutant):
+    return mutant.path.split(os.sep)[1]
 
 
 def lines_of(mutant):
@@ -212,17 +269,19 @@ def without_equivalents(candidates):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--count", type=int, default=150)
+    parser.add_argument("--count", type=int, default=200)
     parser.add_argument("--seed", type=int, default=int(time.time()))
     parser.add_argument("--folders", default=",".join(FOLDERS))
     parser.add_argument("--work", default="/tmp/mdnsproxy-mutants")
     parser.add_argument("--jobs", type=int, default=2)
     parser.add_argument("--list", action="store_true", help="print the chosen mutants and stop")
-    parser.add_argument("--only", type=int, help="try this one of the chosen mutants only")
+    parser.add_argument("--only", help="try these of the chosen mutants only: numbers, separated by commas")
     arguments = parser.parse_args()
 
+    folders = arguments.folders.split(",")
+    only = [int(number) for number in arguments.only.split(",")] if arguments.only else None
     candidates = without_equivalents(list(all_mutants(ROOT, FOLDERS)))
-    candidates = [mutant for mutant in candidates if mutant.path.split(os.sep)[1] in arguments.folders.split(",")]
+    candidates = [mutant for mutant in candidates if folder_of(mutant) in folders]
     chosen = random.Random(arguments.seed).sample(candidates, min(arguments.count, len(candidates)))
     print(f"seed {arguments.seed}: {len(chosen)} of {len(candidates)} possible mutants", flush=True)
     if arguments.list:
@@ -230,10 +289,10 @@ def main():
             print(f"{number}: {mutant.path} {mutant.kind}")
             show(mutant)
         return 0
-    prepare(arguments.work, arguments.jobs)
+    prepare(arguments.work, arguments.jobs, folders)
     killed, survivors, invalid = 0, [], 0
     for number, mutant in enumerate(chosen):
-        if arguments.only is not None and number != arguments.only:
+        if only is not None and number not in only:
             continue
         noticed = try_mutant(arguments.work, mutant, arguments.jobs)
         print(f"{number}: {mutant.path} {mutant.kind}: {noticed or 'SURVIVED'}", flush=True)

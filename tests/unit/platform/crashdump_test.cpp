@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -94,6 +95,18 @@ TEST(CrashReportOfAFault, HoldsABacktraceOnBothWaysIfThereIsOne) {
   }
   EXPECT_THAT(crash.err, ContainsRegex("\n[^\n]*platform_test[^\n]*\\[0x[0-9a-f]+\\]\n"));
   EXPECT_THAT(crash.err, ContainsRegex("\nsyslog\\(2\\): [^\n]*platform_test[^\n]*\\[0x[0-9a-f]+\\]\n"));
+}
+
+TEST(CrashReportOfAFault, GoesWithoutABacktraceWhenNoPipeCanBeMade) {
+  const ChildProcess crash = run_in_child([] {
+    crashdump_init("mdnsproxy");
+    const rlimit none_left = {0, 0};
+    setrlimit(RLIMIT_NOFILE, &none_left);
+    raise(SIGSEGV);
+  });
+  const std::string line = "mdnsproxy (version 1.0.0): fatal signal 11 (SIGSEGV)\n";
+  EXPECT_EQ(crash.err, line + "syslog(2): " + line);
+  EXPECT_EQ(crash.ending_signal, SIGSEGV);
 }
 
 TEST(CrashReportOfAFault, IsMadeOfAStackOverflowToo) {
