@@ -1,0 +1,6 @@
+# SPDX-License-Identifier: MIT
+set(architecture arm64)
+set(triplet aarch64-linux-gnu)
+set(processor aarch64)
+set(emulator qemu-aarch64-static)
+include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)
