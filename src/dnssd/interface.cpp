@@ -24,12 +24,12 @@ void serve(Interface& interface, mdns::Time now) {
   sockets_send(interface);
   const std::vector<mdns::Event> events = mdns::link_take_events(*interface.link);
   for (const mdns::Event& event : events) {
-    if (Operation* operation = operation_find(event.tag)) {
+    if (Operation* operation = operation_find(static_cast<Handle>(event.tag))) {
       std::visit([&](auto& part) { operation_event(*operation, part, event); }, operation->part);
     }
   }
   for (const mdns::Event& event : events) {
-    resolve_review(event.tag);
+    resolve_review(static_cast<Handle>(event.tag));
   }
 }
 

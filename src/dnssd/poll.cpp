@@ -124,8 +124,8 @@ void poll_arm(Poll& poll, mdns::Time deadline) {
   }
   itimerspec setting{};
   if (next != mdns::kNever) {
-    setting.it_value.tv_sec = next / mdns::kSecond;
-    setting.it_value.tv_nsec = next % mdns::kSecond * 1000;
+    setting.it_value.tv_sec = static_cast<time_t>(next / mdns::kSecond);
+    setting.it_value.tv_nsec = static_cast<long>(next % mdns::kSecond * 1000);
   }
   timerfd_settime(poll.timer.fd, TFD_TIMER_ABSTIME, &setting, nullptr);
   poll.armed = next;

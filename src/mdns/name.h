@@ -33,7 +33,7 @@ std::uint64_t hash_folded(std::string_view text, std::uint64_t seed);
 // Both for the tables of the standard library.
 struct FoldedHash {
   std::uint64_t seed = 0;
-  std::size_t operator()(std::string_view name) const { return hash_folded(name, seed); }
+  std::size_t operator()(std::string_view name) const { return static_cast<std::size_t>(hash_folded(name, seed)); }
 };
 
 struct FoldedEqual {

@@ -77,7 +77,9 @@ struct RecordKey {
 struct RecordHash {
   using is_transparent = void;
   std::uint64_t seed = 0;
-  std::size_t operator()(const RecordKey& key) const { return hash_folded(key.rdata, seed + (key.name->id << 16) + key.type); }
+  std::size_t operator()(const RecordKey& key) const {
+    return static_cast<std::size_t>(hash_folded(key.rdata, seed + (key.name->id << 16) + key.type));
+  }
   std::size_t operator()(const auto& place) const { return (*this)(key_of(*place)); }
 };
 

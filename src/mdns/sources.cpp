@@ -21,7 +21,7 @@ constexpr std::size_t kBytesPerDatagram = 60;  // what the headers add to each d
 
 std::size_t EndpointHash::operator()(const Endpoint& endpoint) const {
   const std::string_view address(reinterpret_cast<const char*>(endpoint.address.data()), endpoint.address.size());
-  return hash_folded(address, seed + endpoint.protocol);
+  return static_cast<std::size_t>(hash_folded(address, seed + endpoint.protocol));
 }
 
 Source& source_get(Link& link, Endpoint host) {

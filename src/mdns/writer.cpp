@@ -60,7 +60,7 @@ bool is_name_at(const Writer& writer, std::size_t at, std::string_view name) {
 
 // The element of Writer::names that says where the message holds the name, or a free one; null: all that may be tried are taken.
 std::uint16_t* find_name(Writer& writer, std::string_view name) {
-  const std::uint64_t hash = hash_folded(name, 0);
+  const auto hash = static_cast<std::size_t>(hash_folded(name, 0));
   for (std::size_t i = 0; i < kPlacesTried; ++i) {
     std::uint16_t& at = writer.names[(hash + i) % writer.names.size()];
     if (at == 0 || is_name_at(writer, at, name)) {

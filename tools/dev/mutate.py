@@ -36,6 +36,7 @@ PROGRAMS = {
     "tables": ["tables_test", "config_test", "proxy_test"],
     "config": ["scanners_test", "config_test", "check_test", "check_agreement_test", "check_installation_test"],
     "proxy": ["proxy_test"],
+    "state": ["state_test"],
     "mdns": ["mdns_unit_test", "simulation_test", "dnssd_unit_test"],
     "dnssd": ["dnssd_unit_test", "check_test"],
 }
