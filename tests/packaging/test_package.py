@@ -176,7 +176,7 @@ def test_a_reload_is_another_process_and_nothing_blinks(router, network):
         browser.sees("Office Printer", within=10)
         browser.sees("Old Printer", within=10)
         router.shell("systemctl reload mdnsproxy")
-        old.close()
+        old.goodbye()
         router.wait_until_forwarding(other_than=before)
         # What nobody has announced again is taken back last.
         browser.loses("Old Printer", within=15)
