@@ -257,8 +257,9 @@ def finished(daemon):
 
 
 def messages(daemon):
-    """The syslog, with one mark for each number, which may be an address or a process."""
-    return [(line.priority, re.sub(r"0x[0-9a-f]+|-?\d+", "#", line.text)) for line in daemon.box.syslog]
+    """The syslog, with one mark for each number, which may be an address or a process; sorted, since parent and child of the fork
+    write side by side."""
+    return sorted((line.priority, re.sub(r"0x[0-9a-f]+|-?\d+", "#", line.text)) for line in daemon.box.syslog)
 
 
 def system_calls(lines):
