@@ -2,6 +2,9 @@
 #include "platform/nss_mdns.h"
 
 #include <dlfcn.h>
+#if __has_include(<nss.h>)
+#include <nss.h>
+#endif
 
 #include <cerrno>
 
@@ -9,12 +12,17 @@ const char* gNssMdnsLibrary = "libnss_mdns.so.2";
 
 namespace {
 
-// What a look-up of the library returns when it has an answer: the name service switch's NSS_STATUS_SUCCESS, whose header not
-// every C library has.
-constexpr int kNssSuccess = 1;
+// What a look-up of the library returns: the name service switch's status, whose header not every C library has.
+#if __has_include(<nss.h>)
+using Status = nss_status;
+#else
+using Status = int;
+#endif
 
-using GetHostByName = int (*)(const char*, hostent*, char*, std::size_t, int*, int*);
-using GetHostByName2 = int (*)(const char*, int, hostent*, char*, std::size_t, int*, int*);
+constexpr int kNssSuccess = 1;  // NSS_STATUS_SUCCESS: there is an answer
+
+using GetHostByName = Status (*)(const char*, hostent*, char*, std::size_t, int*, int*);
+using GetHostByName2 = Status (*)(const char*, int, hostent*, char*, std::size_t, int*, int*);
 
 // A function of the library; null when the library or the function is missing. The library may hold state of its own, so it
 // stays loaded (RTLD_NODELETE) although its handle is given back.
@@ -34,7 +42,7 @@ int missing(int* errnop, int* h_errnop) {
   return -1;
 }
 
-int result_of(int status) { return status == kNssSuccess ? 0 : -1; }
+int result_of(Status status) { return static_cast<int>(status) == kNssSuccess ? 0 : -1; }
 
 }  // namespace
 
