@@ -329,6 +329,10 @@ void operation_stop(Operation& operation, Inheritance& inheritance);
 // Has `resume` called after this time, if the operation is still there then.
 void resume_in(const Operation& operation, mdns::Time delay, void (*resume)(Operation& operation));
 
+// What is withdrawn and registered again within this time is an update on the wire (mdns::link_hold_goodbyes). A caller who is told
+// that an instance has gone and is there again takes a few milliseconds for it.
+inline constexpr mdns::Time kUpdateWithin = 200 * mdns::kMillisecond;
+
 // --- lookup.cpp
 
 void resolve_start(Operation& operation);

@@ -33,9 +33,6 @@ constexpr mdns::Time kFreshFor = 60 * mdns::kSecond;
 // Counted from the caller's first pass: by then it has found what there is.
 constexpr mdns::Time kKeptFor = 5 * mdns::kSecond;
 
-// What comes with a registration in place of what was inherited is an update until then.
-constexpr mdns::Time kUpdateWithin = 200 * mdns::kMillisecond;
-
 // Very many services take a few megabytes.
 constexpr off_t kSizeMax = 64 << 20;
 
@@ -112,8 +109,6 @@ void inherit(const HandedInterface& given, mdns::Time now) {
   interface->inheritance = operation;
 }
 
-void take_back(Operation& operation) { operation_release(operation); }
-
 }  // namespace
 
 void handover_give() {
@@ -155,7 +150,7 @@ void handover_serve() {
   }
   for (const auto& [index, interface] : gEngine->interfaces) {
     if (interface->inheritance != nullptr) {
-      resume_in(*interface->inheritance, kKeptFor, take_back);
+      resume_in(*interface->inheritance, kKeptFor, operation_release);
     }
   }
 }

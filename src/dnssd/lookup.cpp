@@ -28,10 +28,6 @@ namespace {
 // RFC 2782: priority, weight and port of two bytes each, then the target's name.
 constexpr std::size_t kSrvPortAt = 4;
 
-// A caller that is told that an instance has gone and is there again has withdrawn and registered it within this time:
-// measured, a few milliseconds.
-constexpr mdns::Time kUpdateWithin = 200 * mdns::kMillisecond;
-
 // Whether a PTR record's target is an instance of the type that is browsed, and its name a text.
 bool is_instance(const Browse& browse, const std::string& target) {
   const std::string_view name = mdns::first_label(target);

@@ -42,6 +42,14 @@ class Machine:
         process.wait_end()
         return time.monotonic()
 
+    def hand_over(self, *names):
+        """One process publishes them and is ended with the wish; the time at which it had ended."""
+        former = self.start()
+        self.publish(former, *names)
+        self.announced(*names)
+        self.want()
+        return self.end(former)
+
     def announced(self, *names):
         """Waits until all of them have been announced twice, as everything is."""
         for name in names:
@@ -63,11 +71,7 @@ def goodbyes(machine, since):
 
 
 def test_what_is_registered_again_is_neither_taken_back_nor_probed_for_nor_announced(machine):
-    former = machine.start()
-    machine.publish(former, "Same", "Left out")
-    machine.announced("Same", "Left out")
-    machine.want()
-    ended = machine.end(former)
+    ended = machine.hand_over("Same", "Left out")
     next_one = machine.start()
     machine.publish(next_one, "Same")
     d.wait_for(lambda: goodbyes(machine, ended), "the goodbye of what was left out", OVER)
@@ -80,11 +84,7 @@ def test_what_is_registered_again_is_neither_taken_back_nor_probed_for_nor_annou
 
 
 def test_it_answers_from_its_first_pass(machine):
-    former = machine.start()
-    machine.publish(former, "Same")
-    machine.announced("Same")
-    machine.want()
-    ended = machine.end(former)
+    ended = machine.hand_over("Same")
     machine.start()
     machine.air.ask(instance("Same"), d.SRV)
     d.wait_for(lambda: machine.air.said(instance("Same"), d.SRV, since=ended), "the answer", 3)
@@ -92,11 +92,7 @@ def test_it_answers_from_its_first_pass(machine):
 
 
 def test_other_data_is_an_update(machine):
-    former = machine.start()
-    machine.publish(former, "Same")
-    machine.announced("Same")
-    machine.want()
-    ended = machine.end(former)
+    ended = machine.hand_over("Same")
     next_one = machine.start()
     machine.publish(next_one, "Same", txt=b"\x03a=2")
     d.wait_for(lambda: machine.air.said(instance("Same"), d.TXT, since=ended), "the other data")
@@ -144,11 +140,7 @@ def test_a_wish_that_was_for_another_process_is_none(machine):
 @pytest.mark.parametrize("spoil", [lambda whole: whole[:-9], lambda whole: whole[:80] + bytes([whole[80] ^ 1]) + whole[81:],
                                    lambda whole: b"", lambda whole: whole * 2], ids=["short", "scribbled", "empty", "twice"])
 def test_a_file_that_is_not_whole_is_ignored(machine, spoil):
-    former = machine.start()
-    machine.publish(former, "Same")
-    machine.announced("Same")
-    machine.want()
-    ended = machine.end(former)
+    ended = machine.hand_over("Same")
     machine.path.write_bytes(spoil(machine.path.read_bytes()))
     next_one = machine.start()
     machine.publish(next_one, "Same")
@@ -157,10 +149,6 @@ def test_a_file_that_is_not_whole_is_ignored(machine, spoil):
 
 
 def test_who_ends_before_anything_is_registered_again_takes_all_of_it_back(machine):
-    former = machine.start()
-    machine.publish(former, "Same")
-    machine.announced("Same")
-    machine.want()
-    ended = machine.end(former)
+    ended = machine.hand_over("Same")
     machine.end(machine.start())
     d.wait_for(lambda: len(goodbyes(machine, ended)) >= 4, "its goodbyes")

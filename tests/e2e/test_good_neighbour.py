@@ -50,16 +50,6 @@ class Guest:
         return "conflict" not in self.box.output().lower() and "printer-2" not in self.box.output()
 
 
-@pytest.fixture
-def net(scene):
-    return scene.network("a", "b")
-
-
-@pytest.fixture
-def ear(scene, net):
-    return scene.ear(net["b"])
-
-
 def forward(scene, net):
     scene.daemon(net.gateway, rule("_ipp._tcp", "a", "b")).start_and_wait()
     device = scene.device(net["a"], addresses=DEVICE_ADDRESSES)
