@@ -209,7 +209,7 @@ void replace(Link& link, Publication& publication, OwnedRecord& old, const Recor
     --old.holders;
     return;
   }
-  std::ranges::replace(publication.records, &old, &record);
+  *std::ranges::find(publication.records, &old) = &record;  // once, as it was held once: the publication may have it twice
   const bool is_leaving = old.holders == 1 && was_multicast(old) && !old.is_forsaken;
   if (old.is_live) {
     const bool is_unannounced = old.is_change || !was_multicast(old);

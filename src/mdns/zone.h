@@ -54,7 +54,7 @@ struct Publication {
   OwnedName* owner = nullptr;
   Claim claim = Claim::shared;
   bool is_established = false;
-  std::vector<OwnedRecord*> records;  // held once each
+  std::vector<OwnedRecord*> records;  // each held as often as it stands here
 };
 
 enum class NameState {

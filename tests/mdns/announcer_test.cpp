@@ -219,6 +219,18 @@ TEST_F(Announcer, KeepsTheOldDataWhenAnotherPublicationHoldsItToo) {
   EXPECT_THAT(Said(), ElementsAre(kNewTxt, kNewTxt));
 }
 
+TEST_F(Announcer, ChangesOneOfTwoRecordsThatAreTheSame) {
+  const PublicationId id = GivenAnnounced(Claim::shared, {kTxt, kTxt});
+  EXPECT_TRUE(Update(id, kNewTxt));
+  After(10_s);
+  EXPECT_THAT(Said(), ElementsAre(kNewTxt, kNewTxt));
+  Mark();
+  Withdraw(id);
+  After(10_s);
+  EXPECT_THAT(Said(), UnorderedElementsAre(Goodbye(kTxt), Goodbye(kNewTxt)));
+  EXPECT_EQ(link_counts(*link).published, 0u);
+}
+
 TEST_F(Announcer, RefusesAnUpdateOfNothing) {
   const PublicationId id = GivenAnnounced(Claim::unique, {kTxt});
   EXPECT_FALSE(Update(id, kSrv));
