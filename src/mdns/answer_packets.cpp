@@ -9,10 +9,6 @@ namespace {
 
 constexpr std::uint32_t kLegacyTtlMax = 10;  // seconds (RFC 6762 section 6.7)
 
-// Who is given more answers than this picks from them and asks for what was picked: additional records for all would be
-// several packets for each one.
-constexpr std::size_t kAdditionalForAtMost = 200;
-
 // A batch of records on its way into packets, to the group or to one host; each record goes into it once.
 struct Batch {
   Link& link;
@@ -92,7 +88,8 @@ void collect_additionals(Batch& batch) {
   }
   const OwnedRecord* last = nullptr;
   for (const OwnedRecord* record : batch.answers) {
-    if (last == nullptr || last->owner != record->owner || !is_address(last->type) || !is_address(record->type)) {
+    const bool is_covered = last != nullptr && last->owner == record->owner && is_address(last->type) && is_address(record->type);
+    if (!record->is_one_of_many && !is_covered) {
       add_what_belongs_to(batch, *record);
     }
     last = record;

@@ -6,14 +6,14 @@
 namespace mdns {
 namespace {
 
-void receive_record(Link& link, const Record& record, Protocols protocol, Source& source) {
+void receive_record(Link& link, const Record& record, const Endpoint& from, Source& source) {
   prober_receive_record(link, record);
   if (record.type == kTypeNsec) {
     querier_receive_denial(link, record);
     return;
   }
-  responder_receive_record(link, record, protocol);
-  cache_receive(link, record, protocol, source);
+  responder_receive_record(link, record, from);
+  cache_receive(link, record, from.protocol, source);
 }
 
 // RFC 6762 sections 6 and 11: a response comes from port 5353. We ask for none by unicast: what is sent to this machine alone
@@ -24,7 +24,7 @@ void receive_response(Link& link, const Message& message, const Received& receiv
   }
   for (const std::vector<Record>* section : {&message.answers, &message.authorities, &message.additionals}) {
     for (const Record& record : *section) {
-      receive_record(link, record, received.source.protocol, source);
+      receive_record(link, record, received.source, source);
     }
   }
 }
@@ -82,10 +82,10 @@ Time link_deadline(const Link& link) {
 
 void link_receive(Link& link, Time now, const Received& received) {
   link.now = now;
-  ++link.received;
   if (outbox_recognises(link, received.bytes, received.source.protocol)) {
     return;
   }
+  ++link.received;
   Source& source = source_get(link, received.source);
   if (!source_allows(link, source, received.bytes.size())) {
     ++link.ignored;
@@ -110,6 +110,17 @@ std::vector<Event> link_take_events(Link& link) {
     return is_of_query && !link.querier.by_id.contains(event.id);  // it was stopped
   });
   return std::exchange(link.events, {});
+}
+
+LinkFigures link_figures(const Link& link, Time now) {
+  constexpr Time kRemembered = 3600 * kSecond;
+  LinkFigures figures = {link.received, link.ignored, link.sent, link.conflicts, {}};
+  for (const Sibling& sibling : link.siblings) {
+    if (sibling.heard_at + kRemembered > now) {
+      figures.siblings.push_back(sibling.host);
+    }
+  }
+  return figures;
 }
 
 void link_set_protocols(Link& link, Time now, Protocols protocols) {

@@ -21,6 +21,14 @@
 
 namespace mdns {
 
+// Another host that says what is published here.
+struct Sibling {
+  Endpoint host;
+  Time heard_at = kLongAgo;
+};
+
+inline constexpr std::size_t kSiblingsMax = 4;  // that are remembered: those that were heard last
+
 struct Link {
   Time now = 0;  // of the call in hand
   Protocols protocols = kNoProtocol;
@@ -43,6 +51,8 @@ struct Link {
   std::uint64_t received = 0;
   std::uint64_t ignored = 0;
   std::uint64_t sent = 0;
+  std::uint64_t conflicts = 0;
+  std::array<Sibling, kSiblingsMax> siblings;
 };
 
 }  // namespace mdns

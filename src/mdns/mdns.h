@@ -90,6 +90,17 @@ void link_set_protocols(Link& link, Time now, Protocols protocols);
 // is asked is asked anew. With `was_down` all that was heard is forgotten, and told as removed.
 void link_restart(Link& link, Time now, bool was_down);
 
+// What has passed over a link since it was made.
+struct LinkFigures {
+  std::uint64_t received = 0;      // datagrams, without own ones that came back
+  std::uint64_t ignored = 0;       // of these, beyond what their source may say
+  std::uint64_t sent = 0;          // datagrams, counted once for each protocol
+  std::uint64_t conflicts = 0;     // names that turned out to be another host's
+  std::vector<Endpoint> siblings;  // hosts that said within the last hour what is published here: other gateways, as a rule
+};
+
+LinkFigures link_figures(const Link& link, Time now);
+
 // --- Queries
 
 // 0 is none.

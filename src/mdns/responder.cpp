@@ -27,11 +27,14 @@ constexpr std::size_t kPendingRecordsMax = 16384;
 constexpr int kTimesAsked = 8;
 constexpr std::size_t kCrowded = 32;
 
-// Who asks for more than this many answers in a second is told the rest at a pace that leaves room for others, in bursts that
-// fill packets.
-constexpr Time kAnswersBurst = kSecond;
+// The token buckets of the answers that hosts ask for: one for each host, in answers, and one for all, in bytes. Whoever asks for
+// a few is answered at once. Who wants more gets them at once while that keeps nobody waiting, and the rest at a pace that leaves
+// room for others, in bursts that fill packets.
 constexpr Time kPerAnswer = 10 * kMillisecond;
+constexpr Time kFewAnswers = 10 * kPerAnswer;
+constexpr Time kManyAnswers = 100 * kPerAnswer;
 constexpr Time kPerByteOfMany = 2;
+constexpr Time kCrowdBurst = 30 * kMillisecond;
 constexpr std::size_t kAnswerBytes = 24;  // besides its rdata,
 constexpr std::size_t kAlongBytes = 64;   // and with an SRV record the addresses that go along
 constexpr Time kBurstsApart = 20 * kMillisecond;
@@ -41,7 +44,8 @@ struct Asking {
   const PendingQuery& query;
   Source& source;
   Protocols protocol;
-  std::vector<OwnedRecord*> replied;  // what goes to the asker alone
+  std::vector<OwnedRecord*> replied = {};  // what goes to the asker alone
+  bool wants_many = false;                 // the question in hand, more than it lists as known
 };
 
 // --- Queries that wait
@@ -77,6 +81,8 @@ void mark_proposed_names(Link& link, const Message& message) {
     ++link.steps;
     if (OwnedName* owned = owned_find(link, record.name)) {
       owned->proposed_in = link.responder.queries;
+      const OwnedRecord* same = zone_find(link, {owned->name, record.type, record.rdata});
+      owned->contested_in = same == nullptr || !same->is_live ? link.responder.queries : owned->contested_in;
     }
   }
 }
@@ -172,8 +178,8 @@ void answer_at(Link& link, OwnedRecord& record, Protocols protocols, Time at) {
 // When it is the asker's turn to be given one more answer; kNever: it is due already.
 Time turn_of(Link& link, const Asking& asking, const OwnedRecord& record) {
   Time& asked_until = asking.source.asked_until;
-  asked_until = std::clamp(asked_until, link.now, link.now + kAnswersBurst) + kPerAnswer;
-  if (asked_until <= link.now + kAnswersBurst) {
+  asked_until = std::clamp(asked_until, link.now, link.now + kManyAnswers) + kPerAnswer;
+  if (asked_until <= link.now + kFewAnswers) {
     return link.now;
   }
   if (record.answer_over & asking.protocol) {
@@ -182,6 +188,9 @@ Time turn_of(Link& link, const Asking& asking, const OwnedRecord& record) {
   Time& crowd_until = link.responder.crowd_until;
   const std::size_t bytes = kAnswerBytes + record.rdata.size() + (record.type == kTypeSrv ? kAlongBytes : 0);
   crowd_until = std::max(crowd_until, link.now) + kPerByteOfMany * static_cast<Time>(bytes);
+  if (asked_until <= link.now + kManyAnswers && crowd_until <= link.now + kCrowdBurst) {
+    return link.now;
+  }
   return crowd_until - (crowd_until - link.now) % kBurstsApart;
 }
 
@@ -190,6 +199,7 @@ void cancel_answer(Link& link, OwnedRecord& record, Protocols protocols) {
   record.rescue_over = static_cast<std::uint8_t>(record.rescue_over & ~protocols);
   if (record.answer_over == kNoProtocol) {
     record.defend_over = kNoProtocol;
+    record.is_one_of_many = false;
     link.responder.due.set(record, kNever);
   }
 }
@@ -220,6 +230,7 @@ void answer(Link& link, Asking& asking, OwnedRecord& record, bool wants_direct, 
   if (for_probe) {
     record.defend_over = static_cast<std::uint8_t>(record.defend_over | asking.protocol);
   }
+  record.is_one_of_many = asking.wants_many && (record.is_one_of_many || record.answer_over == kNoProtocol);
   answer_at(link, record, asking.protocol, for_probe ? link.now : turn_of(link, asking, record));
 }
 
@@ -246,6 +257,10 @@ void answer_question(Link& link, Asking& asking, const Question& question) {
   const Received& from = asking.query.from;
   const bool wants_direct = from.is_local && (question.unicast_response || !from.to_group);
   const bool for_probe = is_probe(link, *owned, question);
+  if (for_probe && owned->contested_in != link.responder.queries) {
+    return;  // the same data is no conflict (RFC 6762 section 9): another gateway is about to announce it, too
+  }
+  asking.wants_many = owned->records.size() > kAdditionalForAtMost + asking.query.message.answers.size();
   bool has_any = false;
   for (OwnedRecord* record : owned->records) {
     ++link.steps;
@@ -262,7 +277,7 @@ void answer_question(Link& link, Asking& asking, const Question& question) {
 
 void answer_query(Link& link, const PendingQuery& query) {
   ++link.responder.queries;
-  Asking asking{query, source_get(link, query.from.source), query.from.source.protocol, {}};
+  Asking asking{query, source_get(link, query.from.source), query.from.source.protocol};
   mark_known_answers(link, query.message);
   mark_proposed_names(link, query.message);
   for (const Question& question : query.message.questions) {
@@ -316,6 +331,15 @@ std::vector<DueAnswer> take_due(Link& link) {
   return answers;
 }
 
+// In the place of the one that was heard longest ago.
+void remember_sibling(Link& link, const Endpoint& host) {
+  auto* place = std::ranges::find(link.siblings, host.address, [](const Sibling& sibling) { return sibling.host.address; });
+  if (place == link.siblings.end()) {
+    place = std::ranges::min_element(link.siblings, {}, &Sibling::heard_at);
+  }
+  *place = {host, link.now};
+}
+
 }  // namespace
 
 bool is_legacy(const PendingQuery& query) { return query.from.source.port != kPort; }
@@ -338,7 +362,7 @@ void responder_receive(Link& link, Message&& message, const Received& received) 
   responder.pending.emplace(at, std::move(query));
 }
 
-void responder_receive_record(Link& link, const Record& record, Protocols protocol) {
+void responder_receive_record(Link& link, const Record& record, const Endpoint& from) {
   const OwnedName* owned = owned_find(link, record.name);
   OwnedRecord* own = owned == nullptr ? nullptr : zone_find(link, {owned->name, record.type, record.rdata});
   if (own == nullptr || !own->is_live) {
@@ -347,8 +371,9 @@ void responder_receive_record(Link& link, const Record& record, Protocols protoc
   if (std::uint64_t{2} * record.ttl < own->ttl) {
     correct(link, *own, record.ttl);
   } else if (record.ttl >= own->ttl) {
-    own->heard_at[index_of(protocol)] = link.now;
-    cancel_answer(link, *own, protocol);
+    own->heard_at[index_of(from.protocol)] = link.now;
+    cancel_answer(link, *own, from.protocol);
+    remember_sibling(link, from);
   }
 }
 

@@ -20,6 +20,10 @@ struct PendingQuery {
   Time received = 0;
 };
 
+// Who is given more answers than this picks from them and asks for what was picked: additional records for all would be several
+// packets for each one.
+inline constexpr std::size_t kAdditionalForAtMost = 200;
+
 struct Responder {
   std::multimap<Time, PendingQuery> pending;  // a bounded number, by the time at which they are answered
   std::size_t pending_records = 0;            // known and proposed ones in all of them
@@ -35,7 +39,7 @@ struct Responder {
 void responder_receive(Link& link, Message&& message, const Received& received);
 
 // A record of another host's response: it saves us the same answer, or calls for a correction (sections 7.4 and 6.6).
-void responder_receive_record(Link& link, const Record& record, Protocols protocol);
+void responder_receive_record(Link& link, const Record& record, const Endpoint& from);
 
 // The record has been sent to the group over these protocols, or will have been at that time: an answer that was due over
 // them has been given.

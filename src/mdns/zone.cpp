@@ -322,6 +322,7 @@ void zone_name_doubted(Link& link, OwnedName& owned) {
 }
 
 void zone_name_lost(Link& link, OwnedName& owned) {
+  ++link.conflicts;
   prober_stop(link, owned);
   for (const Publication* loser : std::vector<Publication*>(owned.claimants)) {
     const Event conflict{Event::Kind::conflict, loser->id, loser->tag, 0, 0, {}};

@@ -29,10 +29,11 @@ struct OwnedRecord {
   std::uint32_t holders = 0;
   std::uint16_t type = 0;
   bool is_unique = false;
-  bool is_live = false;      // the name is ours, or anybody's: it is announced and answered for
-  bool is_reported = false;  // to the link's own queries
-  bool is_change = false;    // its announcements are still to come, in place of other data
-  bool is_forsaken = false;  // it leaves without a goodbye
+  bool is_live = false;         // the name is ours, or anybody's: it is announced and answered for
+  bool is_reported = false;     // to the link's own queries
+  bool is_change = false;       // its announcements are still to come, in place of other data
+  bool is_forsaken = false;     // it leaves without a goodbye
+  bool is_one_of_many = false;  // its answer goes out without additional records
   std::uint8_t announcements_left = 0;
   std::uint8_t answer_over = kNoProtocol;  // protocols over which an answer is due
   std::uint8_t defend_over = kNoProtocol;  // those among them over which it answers a probe
@@ -74,7 +75,8 @@ struct OwnedName {
   std::unique_ptr<OwnedRecord> denial;  // the NSEC record (RFC 6762 section 6.1), made when it is first needed; in no other table
   std::uint32_t asked_in = 0;           // the query that asks for the name,
   std::uint8_t times_asked = 0;         // and how often it does
-  std::uint32_t proposed_in = 0;        // the query that proposes records of the name
+  std::uint32_t proposed_in = 0;        // the query that proposes records of the name,
+  std::uint32_t contested_in = 0;       // and the one that proposes others than ours
   Deadline probe;
   Time rival_at = kLongAgo;   // when another host last probed for the name, which is only borrowed, with the same addresses
   Time change_at = kLongAgo;  // when changed data may be announced next

@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Which records are given in answer (RFC 6762 sections 6 to 6.5 and 10.2, RFC 6763 section 12).
+#include <functional>
+#include <set>
+
 #include "mdns/link_fixture.h"
 
 namespace mdns::test {
@@ -246,6 +249,85 @@ TEST_F(Answers, AnswersACrowdOf2000PtrRecordsInFullPackets) {
   EXPECT_THAT(Said(), SizeIs(2000));
   EXPECT_LE(Responses().size(), 2000u * 21 / 1400 + 5);
   EXPECT_THAT(Responses(), Each(Field("at", &Sent::at, Le(300_ms))));
+}
+
+// A service's records, of which a listing names the PTR record alone.
+std::string service_name(int number) { return "Office printer " + std::to_string(number) + "._ipp._tcp.local"; }
+
+Record service_srv(int number) { return Srv(service_name(number), "host" + std::to_string(number) + ".local"); }
+
+class ACrowd : public LinkTest {
+ protected:
+  ACrowd() {
+    GivenLink(kBothProtocols);
+    for (int i = 0; i < 1900; ++i) {
+      Publish(Claim::unique, {service_srv(i), Txt(service_name(i), std::string(64, 'x'))});
+      Publish(Claim::shared, {Ptr("_ipp._tcp.local", service_name(i))});
+      const std::string host = "host" + std::to_string(i) + ".local";
+      Publish(Claim::shared, {A(host, 1), Aaaa(host, 1)});
+    }
+    After(20_s);
+    Mark();
+  }
+  // Another host asks for one of the first 40 services every 25 ms; how long it waits at the longest. `others` is called every
+  // millisecond.
+  Time LongestWait(const std::function<void(int ms)>& others) {
+    const Time began = now;
+    std::vector<Time> asked;
+    for (int ms = 0; ms < 1000; ++ms) {
+      if (ms % 25 == 0) {
+        asked.push_back(now - began);
+        Asks({.questions = {Qm(service_name(ms / 25), kTypeSrv)}, .from = Host(200)});
+      }
+      others(ms);
+      After(1_ms);
+    }
+    After(1_s);
+    Time longest = 0;
+    for (int i = 0; i < 40; ++i) {
+      const std::vector<Time> sent_at = SaidAt(Unique(service_srv(i)));
+      longest = std::max(longest, sent_at.empty() ? kNever : sent_at.front() - asked[static_cast<std::size_t>(i)]);
+    }
+    return longest;
+  }
+};
+
+TEST_F(ACrowd, IsListedByItsPtrRecordsAloneAndLeavesTheAirToOthers) {
+  EXPECT_LE(LongestWait([this](int ms) {
+              if (ms == 10) {
+                Asks({.questions = {Qm("_ipp._tcp.local", kTypePtr)}, .from = Host(3)});
+              }
+            }),
+            50_ms);
+  std::size_t listed = 0;
+  for (const Record& record : Said()) {
+    listed += record.type == kTypePtr ? 1 : 0;
+  }
+  EXPECT_EQ(listed, 1900u);
+  EXPECT_LE(Responses().size(), 1900u * 21 / 1400 + 60);
+}
+
+TEST_F(ACrowd, IsResolvedByTwentyHostsWhileOthersAreAnswered) {
+  EXPECT_LE(LongestWait([this](int ms) {  // in each millisecond one of them resolves ten services over both protocols
+              const int host = ms % 20;
+              std::vector<Question> questions;
+              for (int i = 0; i < 10; ++i) {
+                const std::string name = service_name(40 + (95 * host + 10 * (ms / 20) + i) % 1860);
+                questions.push_back(Qm(name, kTypeSrv));
+                questions.push_back(Qm(name, kTypeTxt));
+              }
+              Asks({.questions = questions, .from = Host(10 + static_cast<unsigned>(host))});
+              Asks({.questions = questions, .from = Host6(10 + static_cast<unsigned>(host))});
+            }),
+            50_ms);
+  After(2_s);
+  std::set<std::string> resolved;
+  for (const Record& record : Said()) {
+    if (record.type == kTypeSrv) {
+      resolved.insert(record.name);
+    }
+  }
+  EXPECT_EQ(resolved.size(), 1900u);
 }
 
 // --- Bounds

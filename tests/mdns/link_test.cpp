@@ -260,5 +260,45 @@ TEST_F(LinkContract, ForgetsAllOfALinkThatHasFallenSilent) {
   EXPECT_EQ(link_deadline(*link), kNever);
 }
 
+// --- Figures
+
+TEST_F(LinkContract, CountsWhatPassesAndWhatIsAnothersName) {
+  Publish(Claim::shared, {kPtr});
+  Publish(Claim::unique, {kAddress});
+  After(600_ms);  // two probes
+  Hears({Unique(kOtherAddress)});
+  After(2_s);
+  Hears({kPtr});
+  const LinkFigures figures = link_figures(*link, now);
+  EXPECT_EQ(figures.received, 2u);
+  EXPECT_EQ(figures.ignored, 0u);
+  EXPECT_EQ(figures.sent, sent.size());
+  EXPECT_GE(figures.sent, 4u);
+  EXPECT_EQ(figures.conflicts, 1u);
+  EXPECT_THAT(figures.siblings, ElementsAre(Host(2)));
+}
+
+TEST_F(LinkContract, CountsWhatIsBeyondAHostsAllowance) {
+  for (int i = 0; i < 5000; ++i) {
+    Receives(std::string(1400, 'x'), Host(2));
+  }
+  const LinkFigures figures = link_figures(*link, now);
+  EXPECT_EQ(figures.received, 5000u);
+  EXPECT_GT(figures.ignored, 0u);
+  EXPECT_LT(figures.ignored, 5000u);
+}
+
+TEST_F(LinkContract, RemembersForAnHourTheLastFourWhoSaidTheSame) {
+  GivenPublished(Claim::shared, {kPtr});
+  for (unsigned host = 2; host <= 6; ++host) {
+    HearsResponse({.answers = {kPtr}, .from = Host(host)});
+    HearsResponse({.answers = {kPtr}, .from = Host(host)});
+    HearsResponse({.answers = {kAddress}, .from = Host(host + 10)});
+    After(1_s);
+  }
+  EXPECT_THAT(link_figures(*link, now).siblings, UnorderedElementsAre(Host(3), Host(4), Host(5), Host(6)));
+  After(60_min - 1_s);
+  EXPECT_THAT(link_figures(*link, now).siblings, IsEmpty());
+}
 }  // namespace
 }  // namespace mdns::test

@@ -10,6 +10,7 @@ using testing::ElementsAre;
 using testing::Ge;
 using testing::IsEmpty;
 using testing::Le;
+using testing::Not;
 using testing::SizeIs;
 
 const Record kPtr = Ptr("_ipp._tcp.local", "P._ipp._tcp.local");
@@ -97,6 +98,16 @@ TEST_F(Responder, AnswersQueriesWithSeveralQuestionsAfter20To120Ms) {
 TEST_F(Responder, AnswersProbesAtOnce) {
   const auto [least, most] = DelaysOf(Claim::unique, {kSrv}, Probe({Srv("P._ipp._tcp.local", "other.local")}));
   EXPECT_EQ(most, 0);
+}
+
+TEST_F(Responder, GivesNoAnswerToAProbeThatProposesTheSame) {
+  GivenPublished(Claim::unique, {kSrv, Txt("P._ipp._tcp.local", "a=1")});
+  Asks(Probe({kSrv}));
+  Asks(Probe({kSrv, Txt("P._ipp._tcp.local", "a=1")}));
+  After(2_s);
+  EXPECT_THAT(sent, IsEmpty());
+  Asks(Probe({kSrv, Txt("P._ipp._tcp.local", "a=2")}));
+  EXPECT_THAT(sent, Not(IsEmpty()));
 }
 
 TEST_F(Responder, AnswersProbesForManyNamesAtOnce) {
