@@ -39,6 +39,20 @@ def wait_for(condition, what, deadline=DEADLINE):
         time.sleep(0.02)
 
 
+def stays_true(condition, seconds, what):
+    """What must not happen does not, for so long; `condition` is looked at all the time."""
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        assert condition(), f"no longer true: {what() if callable(what) else what}"
+        time.sleep(0.02)
+    assert condition(), f"no longer true: {what() if callable(what) else what}"
+
+
+def sleep_until(moment):
+    """For what is done at a certain moment of the protocol, which nothing that could be waited for tells."""
+    time.sleep(max(0.0, moment - time.monotonic()))
+
+
 def is_sanitized():
     """Whether driver and library were built with the sanitizers."""
     return "__asan_init" in sh("nm", os.environ["DNS_SD_DRIVER"]).stdout

@@ -1,7 +1,6 @@
 # SPDX-License-Identifier: MIT
 """Pointers on a link: the near host looks for them, and a stranger on the far one says what there is and asks."""
 
-import time
 
 import driver as d
 from air import dns
@@ -52,9 +51,6 @@ class Place:
             for protocol in ("IPv4", "IPv6"):
                 d.wait_for(lambda r=regtype, p=protocol: len(self.times(r, p, since)) >= count,
                            f"{count} questions for {regtype} over {protocol}\n{self.air.story()}", deadline)
-
-    def wait_until(self, moment):
-        d.wait_for(lambda: time.monotonic() >= moment, "the moment", moment - time.monotonic() + 5)
 
     def say(self, *records):
         self.air.say(*records, over="IPv4")

@@ -31,7 +31,7 @@ class Story(Place):
         self.first_question()
         self.second_question()
         self.others_ask()
-        self.wait_until(self.said_at + 3.7)
+        d.sleep_until(self.said_at + 3.7)
         self.browsed_again_at = time.monotonic()
         self.browse(BACK + " again", BACK)
         self.growing_old()
@@ -64,24 +64,24 @@ class Story(Place):
         self.second_at = max(self.times(regtype, protocol)[1] for regtype in ASKED for protocol in ("IPv4", "IPv6"))
         self.air.say(pointer("_known._tcp", "Four"), pointer("_known._tcp", "Brief", 3), over="IPv4")
         self.air.say(pointer("_known._tcp", "Six"), over="IPv6")
-        self.wait_until(self.asked_at + 1.05)
+        d.sleep_until(self.asked_at + 1.05)
         self.ask(*MISSED)
         self.say(*[pointer(regtype, "Answering") for regtype in MISSED])
 
     def others_ask(self):
         """Half a second before the third question is due. And the others' third and fourth for what is missed."""
-        self.wait_until(self.second_at + 1.4)
+        d.sleep_until(self.second_at + 1.4)
         self.others_asked_at = time.monotonic()
         self.ask("_asked._tcp")
         self.ask("_knowing._tcp", known=[pointer("_knowing._tcp", "Theirs")])
         self.ask("_unicast._tcp", unicast=True)
         self.ask(*MISSED)
-        self.wait_until(self.others_asked_at + 1.05)
+        d.sleep_until(self.others_asked_at + 1.05)
         self.fourth_at = time.monotonic()
         self.ask("_four._tcp")
 
     def growing_old(self):
-        self.wait_until(self.said_at + 7.8)
+        d.sleep_until(self.said_at + 7.8)
         since = time.monotonic()
         d.wait_for(lambda: self.times("_ageing._tcp", "IPv4", since), "a question for what grows old")
         self.say(pointer("_ageing._tcp", "Answering", 10))

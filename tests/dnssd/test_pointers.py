@@ -24,11 +24,11 @@ def test_a_goodbye_removes_and_a_rescue_keeps(place):
     place.near.wait("br", 2)
     said = time.monotonic()
     place.say(pointer("_ipp._tcp", "Leaving", 0), pointer("_ipp._tcp", "Staying", 0))
-    place.wait_until(said + 0.3)
+    d.sleep_until(said + 0.3)
     place.say(pointer("_ipp._tcp", "Staying"))
     lost = place.wait_reply("br", "Leaving", False)
     assert lost.time - said >= 1 - SHORT_OF  # RFC 6762 section 10.1
-    place.wait_until(said + 1.1)
+    d.sleep_until(said + 1.1)
     place.browse("later")
     place.wait_reply("later", "Staying")
     place.say(pointer("_ipp._tcp", "Marker"))
@@ -42,7 +42,7 @@ def test_the_cache_flush_bit_ends_what_was_said_before_that_second(place):
     place.wait_asked(1, "_ipp._tcp")
     said = time.monotonic()
     place.say(pointer("_ipp._tcp", "Old"))
-    place.wait_until(said + 1.1)
+    d.sleep_until(said + 1.1)
     place.say(pointer("_ipp._tcp", "Recent"))
     place.near.wait("br", 2)
     flushed = time.monotonic()
@@ -64,7 +64,7 @@ def test_what_is_said_to_this_machine_alone_is_no_news(place):
     place.say(pointer("_ipp._tcp", "Marker", 0))
     place.wait_reply("br", "Marker", False)
     said = time.monotonic()
-    place.wait_until(said + 0.5)  # a goodbye is reported sooner than the pointer itself ends
+    d.sleep_until(said + 0.5)  # a goodbye is reported sooner than the pointer itself ends
     place.say(pointer("_ipp._tcp", "Last"))
     place.wait_reply("br", "Last")
     assert events(place.near, "br") == [(True, "Printer"), (True, "Marker"), (False, "Marker"), (True, "Last")]
@@ -172,7 +172,7 @@ def test_beside_something_registered_all_is_the_same(place):
     place.wait_asked(2, "_ipp._tcp", since=asked)
     d.wait_for(lambda: len(place.air.said("_ipp._tcp.local", dns.PTR, data=mine)) >= 2, "both announcements")
     said = place.air.said("_ipp._tcp.local", dns.PTR, data=mine)[-1][0].time
-    place.wait_until(said + 1)  # within which nothing is said once more (RFC 6762 section 6)
+    d.sleep_until(said + 1)  # within which nothing is said once more (RFC 6762 section 6)
     since = time.monotonic()
     place.say(pointer("_ipp._tcp", "After", 0), pointer("_ipp._tcp", "Mine", 0))
     # Ours by mistake, which is put right (RFC 6762 section 6.6), not only in answer to the next question.
