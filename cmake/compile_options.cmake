@@ -24,6 +24,8 @@ endif()
 if(MDNSPROXY_SANITIZE)
   add_compile_options(-fsanitize=${MDNSPROXY_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${MDNSPROXY_SANITIZE})
+  # As the address sanitizer fills what malloc gives: what was never set is not zero by chance.
+  add_compile_options(-ftrivial-auto-var-init=pattern)
 endif()
 if(MDNSPROXY_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link -UNDEBUG)  # coverage to steer by, and assertions, in everything

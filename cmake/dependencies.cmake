@@ -16,6 +16,8 @@ if(MDNSPROXY_INSTALLED_DNS_SD_H)
 else()
   target_include_directories(dns_sd_header INTERFACE ${CMAKE_SOURCE_DIR}/src/dnssd/include)
 endif()
+# What our library has beyond that interface.
+target_include_directories(dns_sd_header INTERFACE ${CMAKE_SOURCE_DIR}/src/dnssd/extension)
 
 find_path(UTHASH_INCLUDE_DIR uthash.h REQUIRED)
 

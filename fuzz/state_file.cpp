@@ -36,6 +36,9 @@ void look_at(const StateView& view) {
     fuzz::claim(each.rule < view.rules.size(), "an event's rule is there");
     look_at_text(each.name);
   }
+  for (const LinkView& each : view.links) {
+    fuzz::claim(each.index != 0 && each.siblings.size() <= kStateSiblings, "a link has an index, and some siblings at most");
+  }
   for (const RuleView& each : view.rules) {
     look_at_text(each.type);
   }

@@ -5,7 +5,8 @@
 //
 //   Functions. DNSServiceCreateConnection, -Browse, -Resolve, -QueryRecord, -Register, -RegisterRecord, -UpdateRecord,
 //   -RemoveRecord, -RefSockFD, -ProcessResult and -RefDeallocate, as the comments of dns_sd.h describe them; with
-//   kDNSServiceFlagsShareConnection (0x4000) and without it. Nothing else is exported.
+//   kDNSServiceFlagsShareConnection (0x4000) and without it. dns_sd_link_figures says what has
+//   passed over the links (dns_sd_figures.h). Nothing else is exported.
 //
 //   One engine. A process has one engine on one epoll descriptor, and every live reference answers DNSServiceRefSockFD with
 //   it. DNSServiceProcessResult on any of them drives the engine and delivers the replies of all of them, in the order in

@@ -14,6 +14,7 @@ struct Socket {
   Watch watch;  // not open: the system has none of this protocol
   Interface* interface = nullptr;
   mdns::Protocols protocol = mdns::kIpv4;
+  std::uint32_t lost = 0;  // datagrams that the system had no room for, as it last said
 };
 
 // What an address says is on the link.

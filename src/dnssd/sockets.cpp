@@ -59,33 +59,41 @@ bool is_local(const Interface& interface, const mdns::Endpoint& source) {
          });
 }
 
-// Whether the datagram was sent to the group: its destination is in the control data.
-bool is_to_group(msghdr& header, mdns::Protocols protocol) {
-  const cmsghdr* item = CMSG_FIRSTHDR(&header);
-  const bool is_ipv4 = protocol == mdns::kIpv4;
+// Whether the datagram was sent to the group: its destination is in the control data, and how many the system had to drop so far.
+bool read_control(msghdr& header, Socket& socket) {
+  const bool is_ipv4 = socket.protocol == mdns::kIpv4;
   const std::size_t place = is_ipv4 ? offsetof(in_pktinfo, ipi_addr) : offsetof(in6_pktinfo, ipi6_addr);
   const std::size_t size = is_ipv4 ? sizeof(in_addr) : sizeof(in6_addr);
-  return item != nullptr && std::memcmp(CMSG_DATA(item) + place, group_of(protocol).address.data(), size) == 0;
+  bool is_to_group = false;
+  for (cmsghdr* item = CMSG_FIRSTHDR(&header); item != nullptr; item = CMSG_NXTHDR(&header, item)) {
+    if (item->cmsg_level == SOL_SOCKET && item->cmsg_type == SO_RXQ_OVFL) {
+      std::memcpy(&socket.lost, CMSG_DATA(item), sizeof socket.lost);
+    } else {
+      is_to_group = std::memcmp(CMSG_DATA(item) + place, group_of(socket.protocol).address.data(), size) == 0;
+    }
+  }
+  return is_to_group;
 }
 
 void receive(void* context) {
-  const Socket& socket = *static_cast<const Socket*>(context);
+  Socket& socket = *static_cast<Socket*>(context);
   static std::uint8_t bytes[kMessageMax];
   for (int i = 0; i < kDatagramsPerPass; ++i) {
     Address address{};
-    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in6_pktinfo))];
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in6_pktinfo)) + CMSG_SPACE(sizeof socket.lost)];
     iovec place{bytes, sizeof bytes};
     msghdr header{&address, sizeof address, &place, 1, control, sizeof control, 0};
     const ssize_t size = recvmsg(socket.watch.fd, &header, MSG_DONTWAIT);
     if (size < 0) {
       return;
     }
+    const bool is_to_group = read_control(header, socket);
     const bool is_of_link = (socket.interface->protocols & socket.protocol) != 0;  // or what was sent before that went
     if (is_of_link && (header.msg_flags & MSG_TRUNC) == 0) {
       const mdns::Endpoint source = to_endpoint(&address.any);
       mdns::link_receive(interface_link(*socket.interface), monotonic_now(),
                          {.source = source,
-                          .to_group = is_to_group(header, socket.protocol),
+                          .to_group = is_to_group,
                           .is_local = is_local(*socket.interface, source),
                           .bytes = mdns::Bytes(bytes, static_cast<std::size_t>(size))});
     }
@@ -114,6 +122,7 @@ bool prepare(int fd, const Interface& interface, mdns::Protocols protocol) {
   if (!set_option(fd, SOL_SOCKET, SO_RCVBUFFORCE, kReceiveBufferBytes)) {
     set_option(fd, SOL_SOCKET, SO_RCVBUF, kReceiveBufferBytes);
   }
+  set_option(fd, SOL_SOCKET, SO_RXQ_OVFL, 1);
   const Address any = to_sockaddr({protocol, mdns::kPort, {}}, interface.index);
   return (protocol == mdns::kIpv4 ? set_options_ipv4(fd) : set_options_ipv6(fd)) && bind(fd, &any.any, sizeof any) == 0;
 }

@@ -98,7 +98,9 @@ void wait_and_serve(const Sockets& sockets) {
   fd_set readable = sockets_to_watch(sockets);
   state_waits();
   const int result = wait_for(count, &readable);
-  state_wakes();
+  if (state_wakes()) {
+    report_link_figures();
+  }
   if (result > 0) {
     on_readable(sockets, readable);
   } else if (result == 0) {

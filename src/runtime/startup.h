@@ -16,6 +16,9 @@ int getfirstoption(int argc, char** argv, const char* optstring, int* index);
 // proxy runs inside it.
 void HandleEvents(int max_loops);
 
+// Writes what the DNS-SD library has counted on its links into the state file, if the library counts and there is a file.
+void report_link_figures();
+
 // Called when a wait of the event loop times out.
 void myTimerCallBack();
 

@@ -74,6 +74,8 @@ void fill_head(StateHead& head) {
   head.instances = kStateInstances;
   head.event_size = sizeof(StateEvent);
   head.events = kStateEvents;
+  head.link_size = sizeof(StateLink);
+  head.links = kStateLinks;
 }
 
 void fill_global(StateGlobal& global, const StateIdentity& identity) {
@@ -150,18 +152,18 @@ void state_waits() {
   }
 }
 
-void state_wakes() {
+bool state_wakes() {
   if (gStateImage == nullptr) {
-    return;
+    return false;
   }
   StateGlobal& global = gStateImage->global;
   const std::uint64_t now = state_now();
   const RecordWriting writing(global);
   global.waiting = 0;
   global.counters[static_cast<std::size_t>(StateCounter::wakes)] += 1;
-  if (now - global.beat >= kBeatInterval) {
-    global.beat = now;
-  }
+  const bool beats = now - global.beat >= kBeatInterval;
+  global.beat = beats ? now : global.beat;
+  return beats;
 }
 
 void state_count(StateCounter counter) {

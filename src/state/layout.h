@@ -8,7 +8,8 @@
 //
 // Numbers have the byte order of the machine. Fields lie where they do on every machine (each at a multiple of its own
 // size), so that a 32-bit reader understands a 64-bit writer. A later minor version may append fields to a record; a
-// reader goes by the sizes in the head, and takes what it knows. Another major version is another layout.
+// reader goes by the sizes in the head, and takes what it knows. Version 1.1 has added the links. Another major version is another
+// layout.
 //
 // What must never be in the file: TXT data, addresses and questions of clients, and anything that no rule names.
 #pragma once
@@ -18,7 +19,7 @@
 
 inline constexpr char kStateMagic[8] = {'M', 'D', 'N', 'S', 'P', 'R', 'X', 'Y'};
 inline constexpr std::uint16_t kStateMajor = 1;
-inline constexpr std::uint16_t kStateMinor = 0;
+inline constexpr std::uint16_t kStateMinor = 1;
 
 inline constexpr const char* kStateDefaultPath = "/run/mdnsproxy/state";
 
@@ -26,6 +27,8 @@ inline constexpr std::uint32_t kStateRules = 512;  // further ones are counted o
 inline constexpr std::uint32_t kStateInstances =
     2560;  // 2001 that live, the rest for refused ones; further ones are counted only
 inline constexpr std::uint32_t kStateEvents = 256;
+inline constexpr std::uint32_t kStateLinks = 128;  // further ones are left out
+inline constexpr std::uint32_t kStateSiblings = 4;
 inline constexpr std::uint32_t kStateLiveInstances = 2001;  // of the slots, those that refused instances never take
 inline constexpr std::size_t kStateNameSize = 64;           // a label and its zero (RFC 1035 section 2.3.4)
 inline constexpr std::size_t kStateHostSize = 128;          // a host name in presentation format, cut to fit, and its zero
@@ -37,7 +40,7 @@ struct StateHead {
   char magic[8];
   std::uint16_t major;
   std::uint16_t minor;
-  std::uint32_t head_size;  // the global record lies behind it, then rules, instances and events without gaps
+  std::uint32_t head_size;  // the global record lies behind it, then rules, instances, events and links without gaps
   std::uint32_t global_size;
   std::uint32_t rule_size;
   std::uint32_t rules;
@@ -45,7 +48,9 @@ struct StateHead {
   std::uint32_t instances;
   std::uint32_t event_size;
   std::uint32_t events;
-  std::uint32_t reserved[5];
+  std::uint32_t link_size;  // 0 in version 1.0
+  std::uint32_t links;      // 0 in version 1.0
+  std::uint32_t reserved[3];
 };
 
 enum class StatePhase : std::uint32_t {
@@ -146,13 +151,37 @@ struct StateEvent {
   char name[kStateNameSize];
 };
 
+// A host by its address, in network byte order.
+struct StateHost {
+  std::uint8_t family;  // 4, 6, or 0 for none
+  std::uint8_t address[16];
+};
+
+// What the DNS-SD library says of an interface that it uses; numbers count from when it began to.
+struct StateLinkFigures {
+  std::uint64_t received;              // datagrams of others
+  std::uint64_t ignored;               // of these, beyond what one host may say
+  std::uint64_t lost;                  // datagrams that the system had no room for
+  std::uint64_t sent;                  // datagrams
+  std::uint64_t conflicts;             // names that turned out to be another host's
+  StateHost siblings[kStateSiblings];  // who said within the last hour what the daemon announces there
+  std::uint8_t reserved[4];
+};
+
+struct StateLink {
+  std::uint32_t sequence;
+  std::uint32_t index;  // of the interface; 0: the slot is free, as those behind it are
+  StateLinkFigures figures;
+};
+
 static_assert(sizeof(StateHead) == 64);
 static_assert(sizeof(StateGlobal) == 64 + 8 * kStateCounterSlots + 32 + 192);
 static_assert(sizeof(StateRule) == 56 + kStateTypeSize);
 static_assert(sizeof(StateInstance) == 32 + 2 * kStateNameSize + kStateHostSize + 24);
 static_assert(sizeof(StateEvent) == 32 + kStateNameSize);
+static_assert(sizeof(StateLink) == 48 + 17 * kStateSiblings + 4);
 static_assert(sizeof(StateGlobal) % 8 == 0 && sizeof(StateRule) % 8 == 0);
-static_assert(sizeof(StateInstance) % 8 == 0 && sizeof(StateEvent) % 8 == 0);
+static_assert(sizeof(StateInstance) % 8 == 0 && sizeof(StateEvent) % 8 == 0 && sizeof(StateLink) % 8 == 0);
 
 // The whole file as this version writes it.
 struct StateImage {
@@ -161,5 +190,6 @@ struct StateImage {
   StateRule rules[kStateRules];
   StateInstance instances[kStateInstances];
   StateEvent events[kStateEvents];
+  StateLink links[kStateLinks];
 };
-static_assert(offsetof(StateImage, events) + kStateEvents * sizeof(StateEvent) == sizeof(StateImage));
+static_assert(offsetof(StateImage, links) + kStateLinks * sizeof(StateLink) == sizeof(StateImage));

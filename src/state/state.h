@@ -8,7 +8,7 @@
 // half-written only by a process that is killed. Needs: nothing of the daemon; a rule and a registration are known by
 // the addresses of whatever the caller keeps for them.
 //
-// Read in this order: layout.h, this header, file.cpp, rules.cpp, instances.cpp, and record.h for how a record is
+// Read in this order: layout.h, this header, file.cpp, rules.cpp, instances.cpp, links.cpp, and record.h for how a record is
 // written.
 #pragma once
 
@@ -38,9 +38,13 @@ void state_runs();
 // The process is about to end with this status.
 void state_ends(int status);
 
-// Around the wait of the event loop. The time of state_wakes is written once a second at most.
+// Around the wait of the event loop. The time of state_wakes is written once a second at most; it returns whether it was, which is
+// when the figures of the links are due.
 void state_waits();
-void state_wakes();
+bool state_wakes();
+
+// What has passed over an interface. Beyond kStateLinks of them nothing happens.
+void state_link(std::uint32_t index, const StateLinkFigures& figures);
 
 // --- Rules --------------------------------------------------------------------------------------------------------------------
 

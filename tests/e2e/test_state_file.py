@@ -8,11 +8,12 @@
 
 import json
 import os
+import pathlib
 import re
 import signal
 
 import pytest
-from testbed import Ctl, dns, rule, wait_until
+from testbed import Ctl, Network, addresses_on, dns, rule, wait_until
 from testbed.script import ADD
 
 STATE_FILE = "/run/mdnsproxy/state"
@@ -74,6 +75,26 @@ def test_one_that_is_not_forwarded_says_why(scene, net, daemon, addresses, txt, 
     wait_for_state(ctl, "Ghost", state, reason)
     status, text = ctl("services")
     assert (status, state in text, "Ghost" in text) == (1, True, True)
+
+
+def test_links_tell_what_has_passed_and_who_else_announces_the_same(scene, net, daemon):
+    ctl = Ctl(daemon)
+    second = scene.keep(Network.new_gateway("second gateway", (net["a"], net["b"])))
+    scene.daemon(second, rule("_ipp._tcp", "a", "b"), name="second").start_and_wait()
+    device = scene.device(net["a"])
+    device.publish("Office Printer")
+    theirs = set(addresses_on(second, "b"))
+
+    def told():
+        device.publish(f"Printer {len(device.services)}")  # figures are written when something passes
+        link = next(each for each in ctl.json("links")[1]["links"] if each["name"] == "b")
+        return link if theirs & set(link["gateways"] or ()) and link["received"] > 0 else None
+
+    link = wait_until(told, 15, lambda: ctl.json("links"))
+    assert (link["dropped"], link["ignored"], link["conflicts"]) == (0, 0, 0)
+    status, text = ctl("links")
+    assert status == 0 and re.search(r"^b: .* announces the same services: another gateway, or a reflector$", text, re.MULTILINE)
+    assert re.search(rf'^mdnsproxy_link_sent_packets_total{{link="b"}} [1-9]', ctl("metrics")[1], re.MULTILINE)
 
 
 def test_a_name_that_is_taken_there_is_shown_with_the_other_one(scene, net, daemon):
@@ -142,6 +163,23 @@ def test_metrics_for_a_collector(scene, net, daemon):
     names = set(re.findall(r"^(\w+?)(?:\{| )", re.sub(r"^#.*\n", "", text, flags=re.MULTILINE), re.MULTILINE))
     assert names == set(re.findall(r"^# TYPE (\w+) (?:gauge|counter)$", text, re.MULTILINE))
     assert names == set(re.findall(r"^# HELP (\w+) .+$", text, re.MULTILINE))
+
+
+def processor_ticks(daemon):
+    """Processor time that the daemon has used, in hundredths of a second."""
+    fields = pathlib.Path(f"/proc/{daemon.pid}/stat").read_text(encoding="ascii").rpartition(")")[2].split()
+    return int(fields[11]) + int(fields[12])
+
+
+def test_a_thousand_readers_at_once_cost_the_daemon_nothing(daemon):
+    ctl = Ctl(daemon)
+    ctl("status")
+    before = processor_ticks(daemon)
+    readers = daemon.box.start("sh", "-c", """
+        for reader in $(seq 1000); do /mnt/program/mdnsproxyctl status --json >/dev/null || touch /tmp/failed & done; wait""")
+    wait_until(lambda: readers.status is not None, 60, "the readers")
+    assert not daemon.box.path("/tmp/failed").exists()
+    assert processor_ticks(daemon) - before <= 1
 
 
 # --- the daemon is not well

@@ -16,7 +16,7 @@ LAYERS = ("platform", "state", "runtime", "tables", "proxy", "config")
 
 # A C interface is met in few places: who may include which system header (first match decides; others are free for all).
 SYSTEM_HEADERS = (
-    (re.compile(r"dns_sd\.h$"), {"dnssd", "runtime", "proxy"}),
+    (re.compile(r"dns_sd(_figures)?\.h$"), {"dnssd", "runtime", "proxy"}),
     (re.compile(r"ini\.h$"), {"platform", "tools"}),
     (re.compile(r"(uthash|utarray)\.h$"), {"platform"}),
     (re.compile(r"CLI/|nlohmann/"), {"tools"}),

@@ -20,7 +20,7 @@ struct Row {
   std::vector<HealthFinding> findings;
 };
 
-Json link_json(const Row& row) {
+Json link_json(const Session& session, const Row& row) {
   Json link = {{"name", row.held.name},
                {"daemon_index", row.held.index},
                {"index", row.now != nullptr ? Json(row.now->index) : Json(nullptr)},
@@ -28,19 +28,36 @@ Json link_json(const Row& row) {
                {"up", row.now != nullptr && row.now->up},
                {"multicast", row.now != nullptr && row.now->multicast},
                {"addresses", row.now != nullptr ? Json(row.now->addresses) : Json::array()}};
-  link.update(library_figures());
+  link.update(link_figures_json(session, row.held.index));
   link["findings"] = findings_json(row.findings);
   return link;
 }
 
-std::vector<std::string> cells(const Row& row) {
+std::vector<std::string> cells(const Session& session, const Row& row) {
+  const LinkView* const figures = link_figures(session, row.held.index);
+  const auto number = [&](std::uint64_t LinkView::*member) {
+    return figures != nullptr ? std::to_string(figures->*member) : "-";
+  };
   const bool dead = row.now == nullptr || row.now->index != row.held.index;
-  return {shown(row.held.name), std::to_string(row.held.index),
+  return {shown(row.held.name),
+          std::to_string(row.held.index),
           dead          ? "DEAD"
           : row.now->up ? "up"
                         : "down",
           row.now != nullptr && row.now->multicast ? "yes" : "no",
+          number(&LinkView::received),
+          number(&LinkView::sent),
+          number(&LinkView::lost),
           row.now != nullptr ? joined(row.now->addresses) : std::string("-")};
+}
+
+// Who else announces on the link what the daemon does; "": nobody.
+std::string others_text(const Session& session, const RuleLink& held) {
+  const LinkView* const figures = link_figures(session, held.index);
+  if (figures == nullptr || figures->siblings.empty()) {
+    return "";
+  }
+  return shown(held.name) + ": " + joined(figures->siblings) + " announces the same services: another gateway, or a reflector\n";
 }
 
 }  // namespace
@@ -52,13 +69,15 @@ int run_links(const Session& session, const std::string& only) {
   }
   const std::vector<MachineLink> links = machine_links();
   answer["links"] = Json::array();
-  std::vector<std::vector<std::string>> rows = {{"LINK", "INDEX", "STATE", "MULTICAST", "ADDRESSES"}};
+  std::vector<std::vector<std::string>> rows = {{"LINK", "INDEX", "STATE", "MULTICAST", "RECEIVED", "SENT", "LOST", "ADDRESSES"}};
   std::vector<HealthFinding> all;
+  std::string others;
   for (const RuleLink& held : rule_links(session.state.view)) {
     if (only.empty() || only == held.name) {
       const Row row = {held, find_link(links, held.name), link_findings(held.name, held.index, links)};
-      answer["links"].push_back(link_json(row));
-      rows.push_back(cells(row));
+      answer["links"].push_back(link_json(session, row));
+      rows.push_back(cells(session, row));
+      others += others_text(session, held);
       all.insert(all.end(), row.findings.begin(), row.findings.end());
     }
   }
@@ -66,5 +85,5 @@ int run_links(const Session& session, const std::string& only) {
     const std::string what = only.empty() ? "There is no rule, and so no link.\n" : "No rule names " + in_quotes(only) + ".\n";
     return print_answer(session, answer, what, kWorthALook);
   }
-  return print_answer(session, answer, table(rows) + findings_text(all), findings_status(all));
+  return print_answer(session, answer, table(rows) + others + findings_text(all), findings_status(all));
 }

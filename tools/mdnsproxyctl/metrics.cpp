@@ -52,6 +52,20 @@ constexpr CounterMetric kCounters[] = {
     {StateCounter::wakes, "mdnsproxy_wakes_total", "Passes of the event loop."},
 };
 
+struct LinkMetric {
+  std::uint64_t LinkView::*figure;
+  const char* name;
+  const char* help;
+};
+
+constexpr LinkMetric kLinkFigures[] = {
+    {&LinkView::received, "mdnsproxy_link_received_packets_total", "Multicast DNS packets of others on a link."},
+    {&LinkView::ignored, "mdnsproxy_link_ignored_packets_total", "Packets beyond what one host may send."},
+    {&LinkView::lost, "mdnsproxy_link_lost_packets_total", "Packets that the system had no room for."},
+    {&LinkView::sent, "mdnsproxy_link_sent_packets_total", "Packets sent to a link."},
+    {&LinkView::conflicts, "mdnsproxy_link_conflicts_total", "Names that turned out to be another host's."},
+};
+
 Metric gauge(const char* name, const char* help, double value) { return {name, help, "gauge", {{{}, value}}}; }
 
 Metric services_metric(const StateView& view) {
@@ -78,6 +92,16 @@ Metric links_metric(const StateView& view) {
   return metric;
 }
 
+Metric link_metric(const Session& session, const LinkMetric& figure) {
+  Metric metric = {figure.name, figure.help, "counter", {}};
+  for (const RuleLink& each : rule_links(session.state.view)) {
+    if (const LinkView* const link = link_figures(session, each.index); link != nullptr) {
+      metric.samples.push_back({{{"link", each.name}}, static_cast<double>(link->*figure.figure)});
+    }
+  }
+  return metric;
+}
+
 std::vector<Metric> metrics_of(const Session& session) {
   std::vector<Metric> metrics = {gauge("mdnsproxy_up", "Whether the daemon runs.", session.is_running() ? 1 : 0)};
   if (!session.is_running()) {
@@ -94,6 +118,9 @@ std::vector<Metric> metrics_of(const Session& session) {
   metrics.push_back(gauge("mdnsproxy_services_high_water", "Most services that have lived at a time.",
                           static_cast<double>(view.counter(StateCounter::high_water))));
   metrics.push_back(links_metric(view));
+  for (const LinkMetric& each : kLinkFigures) {
+    metrics.push_back(link_metric(session, each));
+  }
   for (const CounterMetric& each : kCounters) {
     metrics.push_back({each.name, each.help, "counter", {{{}, static_cast<double>(view.counter(each.counter))}}});
   }

@@ -118,4 +118,17 @@ const char* reason_sentence(StateReason reason) {
   return kSentences[static_cast<std::size_t>(reason)];
 }
 
-Json library_figures() { return {{"received", nullptr}, {"sent", nullptr}, {"dropped", nullptr}, {"gateways", nullptr}}; }
+const LinkView* link_figures(const Session& session, int index) {
+  const auto found = std::ranges::find(session.state.view.links, index, &LinkView::index);
+  return found != session.state.view.links.end() ? &*found : nullptr;
+}
+
+Json link_figures_json(const Session& session, int index) {
+  const LinkView* const link = link_figures(session, index);
+  if (link == nullptr) {
+    return {{"received", nullptr}, {"sent", nullptr},      {"dropped", nullptr},
+            {"ignored", nullptr},  {"conflicts", nullptr}, {"gateways", nullptr}};
+  }
+  return {{"received", link->received}, {"sent", link->sent},           {"dropped", link->lost},
+          {"ignored", link->ignored},   {"conflicts", link->conflicts}, {"gateways", link->siblings}};
+}

@@ -68,6 +68,8 @@ const char* state_word(StateOfInstance state);
 const char* reason_word(StateReason reason);      // "" for none
 const char* reason_sentence(StateReason reason);  // for a person, "" for none
 
-// Its only source of what the DNS-SD library alone knows: how many packets were received and sent, how many were lost,
-// and which other gateways were heard. The state file does not hold that, so that all of them are null.
-Json library_figures();
+// What the daemon's DNS-SD library has counted on the link that the daemon holds by this index; null: it does not count.
+const LinkView* link_figures(const Session& session, int index);
+
+// The same as the schema has it, each null when there is nothing.
+Json link_figures_json(const Session& session, int index);

@@ -53,6 +53,7 @@ struct Places {
   std::uint64_t rules;
   std::uint64_t instances;
   std::uint64_t events;
+  std::uint64_t links;
   std::uint64_t end;
 };
 
@@ -61,11 +62,12 @@ bool is_sound(std::uint32_t size, std::uint32_t count) {
 }
 
 Places places_of(const StateHead& head) {
-  Places places = {head, head.head_size, 0, 0, 0, 0};
+  Places places = {head, head.head_size, 0, 0, 0, 0, 0};
   places.rules = places.global + head.global_size;
   places.instances = places.rules + std::uint64_t{head.rule_size} * head.rules;
   places.events = places.instances + std::uint64_t{head.instance_size} * head.instances;
-  places.end = places.events + std::uint64_t{head.event_size} * head.events;
+  places.links = places.events + std::uint64_t{head.event_size} * head.events;
+  places.end = places.links + std::uint64_t{head.link_size} * head.links;
   return places;
 }
 
@@ -152,21 +154,27 @@ bool take_global(const StateGlobal& global, const StateHead& head, StateView& vi
   return true;
 }
 
-RuleView rule_of(const StateRule& rule) {
-  return {rule.line, text_of(rule.from), text_of(rule.to), rule.from_index, rule.to_index, text_of(rule.type), rule.since};
+bool take_rule(const StateRule& rule, StateView& view) {
+  view.rules.push_back(
+      {rule.line, text_of(rule.from), text_of(rule.to), rule.from_index, rule.to_index, text_of(rule.type), rule.since});
+  return true;
 }
 
 bool is_known(StateOfInstance state) { return state <= StateOfInstance::refused; }
 
+std::string address_text(int family, const std::uint8_t* address) {
+  char text[INET6_ADDRSTRLEN] = {};
+  return inet_ntop(family, address, text, sizeof text);
+}
+
 std::vector<std::string> addresses_of(const StateInstance& instance) {
   const auto is_set = [](std::uint8_t byte) { return byte != 0; };
   std::vector<std::string> addresses;
-  char text[INET6_ADDRSTRLEN] = {};
   if (std::ranges::any_of(instance.address4, is_set)) {
-    addresses.emplace_back(inet_ntop(AF_INET, instance.address4, text, sizeof text));
+    addresses.push_back(address_text(AF_INET, instance.address4));
   }
   if (std::ranges::any_of(instance.address6, is_set)) {
-    addresses.emplace_back(inet_ntop(AF_INET6, instance.address6, text, sizeof text));
+    addresses.push_back(address_text(AF_INET6, instance.address6));
   }
   return addresses;
 }
@@ -195,41 +203,53 @@ bool take_event(const StateEvent& event, StateView& view) {
   return true;
 }
 
+bool take_link(const StateLink& link, StateView& view) {
+  if (link.index == 0) {
+    return true;
+  }
+  const StateLinkFigures& figures = link.figures;
+  LinkView taken = {
+      static_cast<int>(link.index), figures.received, figures.ignored, figures.lost, figures.sent, figures.conflicts, {}};
+  for (const StateHost& host : figures.siblings) {
+    if (host.family == 4 || host.family == 6) {
+      taken.siblings.push_back(address_text(host.family == 4 ? AF_INET : AF_INET6, host.address));
+    }
+  }
+  view.links.push_back(taken);
+  return true;
+}
+
 // --- The whole ------------------------------------------------------------------------------------------------------------------
 
-bool take_rules(Images& images, const Places& places, std::uint32_t count, StateView& view) {
-  for (std::uint32_t i = 0; i < count; ++i) {
-    StateRule rule = {};
-    if (!copy_record(images, places.rules + std::uint64_t{places.head.rule_size} * i, places.head.rule_size, view, rule)) {
+struct Table {
+  std::uint64_t place;
+  std::uint32_t size;  // of a record
+  std::uint32_t count;
+};
+
+// Gives each record that can be copied to `take`. False: that said that it is one which no daemon writes.
+template <typename Record>
+bool take_records(Images& images, const Table& table, StateView& view, bool (*take)(const Record&, StateView&)) {
+  for (std::uint32_t i = 0; i < table.count; ++i) {
+    Record record = {};
+    const std::uint64_t place = table.place + std::uint64_t{table.size} * i;
+    if (copy_record(images, place, table.size, view, record) && !take(record, view)) {
       return false;
     }
-    view.rules.push_back(rule_of(rule));
   }
   return true;
 }
 
-bool take_instances(Images& images, const Places& places, StateView& view) {
-  for (std::uint32_t i = 0; i < places.head.instances; ++i) {
-    StateInstance instance = {};
-    const std::uint64_t offset = places.instances + std::uint64_t{places.head.instance_size} * i;
-    if (copy_record(images, offset, places.head.instance_size, view, instance) && !take_instance(instance, view)) {
-      return false;
-    }
-  }
+bool take_tables(Images& images, const Places& places, std::uint32_t rules, StateView& view) {
+  const StateHead& head = places.head;
+  const bool sound = take_records(images, {places.rules, head.rule_size, rules}, view, take_rule) &&
+                     view.rules.size() == rules &&  // the other records speak of rules by their place
+                     take_records(images, {places.instances, head.instance_size, head.instances}, view, take_instance) &&
+                     take_records(images, {places.events, head.event_size, head.events}, view, take_event) &&
+                     take_records(images, {places.links, head.link_size, head.links}, view, take_link);
   std::ranges::stable_sort(view.instances, {}, &InstanceView::found);
-  return true;
-}
-
-bool take_events(Images& images, const Places& places, StateView& view) {
-  for (std::uint32_t i = 0; i < places.head.events; ++i) {
-    StateEvent event = {};
-    const std::uint64_t offset = places.events + std::uint64_t{places.head.event_size} * i;
-    if (copy_record(images, offset, places.head.event_size, view, event) && !take_event(event, view)) {
-      return false;
-    }
-  }
   std::ranges::sort(view.events, {}, &EventView::number);
-  return true;
+  return sound;
 }
 
 // Whether somebody holds the lock that the daemon takes for its life; where locks cannot be asked, whether its process
@@ -259,8 +279,7 @@ StateReading read_records(int file, const Places& places) {
     return failed(StateOutcome::unusable, images.writer_lives ? "it is being changed all the time"
                                                               : "the daemon was killed while it wrote its first record");
   }
-  if (!take_global(global, places.head, reading.view) || !take_rules(images, places, global.rules, reading.view) ||
-      !take_instances(images, places, reading.view) || !take_events(images, places, reading.view)) {
+  if (!take_global(global, places.head, reading.view) || !take_tables(images, places, global.rules, reading.view)) {
     return failed(StateOutcome::unusable, "it is damaged: it says what no daemon writes");
   }
   reading.outcome = StateOutcome::ok;
@@ -295,7 +314,8 @@ StateReading read_state(int file) {
                                                   " and this program reads layout " + std::to_string(kStateMajor));
   }
   const bool sound = is_sound(head.head_size, 1) && is_sound(head.global_size, 1) && is_sound(head.rule_size, head.rules) &&
-                     is_sound(head.instance_size, head.instances) && is_sound(head.event_size, head.events);
+                     is_sound(head.instance_size, head.instances) && is_sound(head.event_size, head.events) &&
+                     (head.minor == 0 ? head.links == 0 : is_sound(head.link_size, head.links));
   const Places places = places_of(head);
   if (!sound || head.head_size < sizeof head || head.global_size < offsetof(StateGlobal, counters) || places.end > kLargestFile) {
     return failed(StateOutcome::unusable, "its head is damaged");

@@ -51,6 +51,17 @@ struct EventView {
   std::string name;
 };
 
+// What the DNS-SD library says of an interface; numbers count from when it began to use it.
+struct LinkView {
+  int index;
+  std::uint64_t received;
+  std::uint64_t ignored;
+  std::uint64_t lost;
+  std::uint64_t sent;
+  std::uint64_t conflicts;
+  std::vector<std::string> siblings;  // addresses of hosts that said within the last hour what the daemon announces there
+};
+
 struct StateView {
   bool writer_lives = false;
   std::uint32_t pid = 0;
@@ -69,8 +80,9 @@ struct StateView {
   std::vector<InstanceView> instances;  // in the order in which they were found
   std::vector<EventView> events;        // oldest first; those that the ring still holds
   std::uint64_t events_written = 0;
-  bool torn = false;      // a record was left half-written by a process that is gone; it is not among the above
-  unsigned changing = 0;  // records that were being written at each of many tries; they are not among the above
+  std::vector<LinkView> links;  // empty: the daemon's library does not count
+  bool torn = false;            // a record was left half-written by a process that is gone; it is not among the above
+  unsigned changing = 0;        // records that were being written at each of many tries; they are not among the above
 
   std::uint64_t counter(StateCounter which) const { return counters[static_cast<std::size_t>(which)]; }
 };

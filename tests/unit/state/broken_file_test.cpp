@@ -88,11 +88,21 @@ TEST_F(BrokenStateFile, BelongsToSomebodyElse) {
 TEST_F(BrokenStateFile, HasAnotherLayout) {
   const StateReading reading = read_state_file(Changed([](StateImage& image) { image.head.major = 7; }));
   EXPECT_EQ(reading.outcome, StateOutcome::other_layout);
-  EXPECT_THAT(reading.message, HasSubstr("layout 7.0"));
+  EXPECT_THAT(reading.message, HasSubstr("layout 7.1"));
 }
 
 TEST_F(BrokenStateFile, ALaterMinorVersionIsRead) {
   EXPECT_EQ(read_state_file(Changed([](StateImage& image) { image.head.minor = 9; })).outcome, StateOutcome::ok);
+}
+
+TEST_F(BrokenStateFile, ThatOfTheFirstMinorVersionHasNoLinks) {
+  state_link(7, {});
+  const StateReading reading = read_state_file(Changed([](StateImage& image) {
+    image.head.minor = 0;
+    image.head.links = image.head.link_size = 0;
+  }));
+  EXPECT_EQ(reading.outcome, StateOutcome::ok);
+  EXPECT_THAT(reading.view.links, IsEmpty());
 }
 
 TEST_F(BrokenStateFile, HasADamagedHead) {

@@ -302,3 +302,38 @@ TEST_F(StateOfInstances, TwoRulesHaveTheirOwnInstanceOfOneName) {
   state_instance_gone(&other, "A");
   EXPECT_EQ(Instance().rule, 0U);
 }
+
+// --- Links
+
+TEST_F(StateFile, HasTheLastFiguresOfEachLink) {
+  StateLinkFigures figures = {1, 2, 3, 4, 5, {}, {}};
+  state_link(7, figures);
+  figures.received = 11;
+  figures.siblings[0] = {4, {192, 0, 2, 9}};
+  figures.siblings[1] = {6, {0xFE, 0x80}};
+  state_link(8, {});
+  state_link(7, figures);
+  const StateView view = Read();
+  ASSERT_THAT(view.links, SizeIs(2));
+  const LinkView& link = view.links.front();
+  EXPECT_EQ(link.index, 7);
+  EXPECT_THAT((std::vector{link.received, link.ignored, link.lost, link.sent, link.conflicts}), ElementsAre(11U, 2U, 3U, 4U, 5U));
+  EXPECT_THAT(link.siblings, ElementsAre("192.0.2.9", "fe80::"));
+  EXPECT_THAT(view.links.back().siblings, IsEmpty());
+}
+
+TEST_F(StateFile, LeavesOutLinksBeyondItsRoom) {
+  for (std::uint32_t index = 1; index <= kStateLinks + 2; ++index) {
+    state_link(index, {});
+  }
+  EXPECT_THAT(Read().links, SizeIs(kStateLinks));
+}
+
+TEST_F(StateFile, SaysOncePerSecondThatTheFiguresAreDue) {
+  EXPECT_FALSE(state_wakes());
+  gStateImage->global.beat -= 1'000'000'000;
+  EXPECT_TRUE(state_wakes());
+  EXPECT_FALSE(state_wakes());
+  gStateImage = nullptr;
+  EXPECT_FALSE(state_wakes());
+}
