@@ -8,7 +8,7 @@
 
 A subject has `process`, and announce/withdraw for the floor alone, which takes the place of the devices on link a. The first two
 can be set up otherwise: `pairs` says from which links to which others is forwarded (a reflector repeats on all of them), `gateway`
-on which of the network's gateways.
+on which of the network's gateways. The daemon keeps a state file with `state_file`.
 """
 
 import pathlib
@@ -44,9 +44,11 @@ enable-reflector=yes
 class Mdnsproxy:
     name = "mdnsproxy"
 
-    def __init__(self, network, kinds, pairs=(("a", "b"),), both_ways=False, gateway=None):
+    def __init__(self, network, kinds, pairs=(("a", "b"),), both_ways=False, gateway=None, state_file=False):
         rules = [rule(kind, source, target, bidirectional=both_ways) for kind in kinds for source, target in pairs]
         self.daemon = Daemon(gateway or network.gateway, rules_list(*rules))
+        if state_file:  # which it keeps where it finds the directory
+            self.daemon.box.path("/run/mdnsproxy").mkdir()
         self.daemon.start_and_wait(within=30 + len(rules))
         self.process = Process(_find(self.daemon.box, "mdnsproxy"))
 
