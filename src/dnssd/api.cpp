@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The functions of dns_sd.h: what is checked, and which operation is started. A call that fails has started nothing and has left
-// *sdRef as it was. Of several errors, a bad parameter is told first, then bad flags, then what is not supported, then what is
-// wrong with the reference, the system or the interface.
+// *sdRef as it was. Of several errors, a bad parameter is returned first, then bad flags, then what is not supported,
+// then an error of the reference, the system or the interface.
 #include <arpa/inet.h>
 #include <unistd.h>
 
@@ -11,10 +11,10 @@ using namespace dnssd;
 
 namespace {
 
-// A null text is as good as an empty one, which is neither a name nor a type.
+// A null text counts as an empty one, which is neither a name nor a type.
 std::string_view text_of(const char* text) { return text == nullptr ? "" : text; }
 
-// Null data is as good as none, which is not publishable.
+// Null data counts as empty data, which is not publishable.
 std::string bytes_of(const void* data, std::uint16_t size) {
   return {static_cast<const char*>(data), data == nullptr ? 0u : size};
 }
@@ -38,9 +38,10 @@ bool is_single_type(std::uint16_t rrtype, std::uint16_t rrclass) {
   return rrclass == kDNSServiceClass_IN && rrtype != kDNSServiceType_ANY;
 }
 
-// Makes an operation of `part` on an interface, shared as `flags` say, and starts it; *ref is then the caller's reference.
-// Otherwise nothing has been made and *ref is as it was: kDNSServiceErr_Unsupported unless what is wanted `is_supported`;
-// kDNSServiceErr_BadReference when it is to share what is no connection; the errors of engine_open and interface_get.
+// Makes an operation of `part` on an interface, shared by `flags` or not, and starts it; *ref is then the caller's
+// reference. Otherwise nothing has been made and *ref is as it was: kDNSServiceErr_Unsupported unless what is wanted
+// `is_supported`; kDNSServiceErr_BadReference when it is to share what is no connection; the errors of engine_open and
+// interface_get.
 DNSServiceErrorType start_operation(DNSServiceRef* ref, DNSServiceFlags flags, std::uint32_t interface_index, void* context,
                                     bool is_supported, decltype(Operation::part)&& part,
                                     const std::function<void(Operation&)>& start) {
@@ -65,7 +66,7 @@ DNSServiceErrorType start_operation(DNSServiceRef* ref, DNSServiceFlags flags, s
   return error;
 }
 
-// What a caller's reference names; null when it is null, stale or wild, or names a record.
+// The operation of a caller's reference; null when the reference is null, stale or wild, or that of a record.
 Operation* service_of(DNSServiceRef ref) {
   Operation* operation = operation_find(reinterpret_cast<Handle>(ref));
   const bool is_callers = operation != nullptr && operation->connection != kLibrary;
@@ -73,7 +74,7 @@ Operation* service_of(DNSServiceRef ref) {
 }
 
 // RemoveRecord and UpdateRecord: the record `record` of the connection `connection`; null when either is not that.
-Operation* record_of(DNSServiceRef connection, DNSRecordRef record) {
+Operation* record_of_connection(DNSServiceRef connection, DNSRecordRef record) {
   Operation* operation = operation_of<Record>(record);
   return operation != nullptr && operation->connection == reinterpret_cast<Handle>(connection) ? operation : nullptr;
 }
@@ -192,7 +193,7 @@ DNSServiceErrorType DNSServiceUpdateRecord(DNSServiceRef sdRef, DNSRecordRef Rec
   if (sdRef == nullptr || rdata == nullptr) {
     return kDNSServiceErr_BadParam;
   }
-  Operation* operation = RecordRef != nullptr ? record_of(sdRef, RecordRef) : operation_of<Registration>(sdRef);
+  Operation* operation = RecordRef != nullptr ? record_of_connection(sdRef, RecordRef) : operation_of<Registration>(sdRef);
   if (operation == nullptr) {
     return kDNSServiceErr_BadReference;
   }
@@ -205,7 +206,7 @@ DNSServiceErrorType DNSServiceRemoveRecord(DNSServiceRef sdRef, DNSRecordRef Rec
   if (sdRef == nullptr || RecordRef == nullptr) {
     return kDNSServiceErr_BadParam;
   }
-  Operation* record = record_of(sdRef, RecordRef);
+  Operation* record = record_of_connection(sdRef, RecordRef);
   if (record == nullptr) {
     return kDNSServiceErr_BadReference;
   }

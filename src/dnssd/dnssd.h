@@ -25,14 +25,15 @@
 //
 //   Aliases. CNAME records are not followed: one is reported to whoever asks for that type, like any other record.
 //
-//   Hosts. What is registered for a host that is not on the link gives way to one that is and has the same name: shared address
-//   records (flag 0x10, types A and AAAA) are then published under "name-2", and the SRV records of that host's services name it.
+//   Hosts. A host that is not on the link gives way to one on the link that has the same name: its shared address
+//   records (flag 0x10, types A and AAAA) are then published under "name-2", and the SRV records of its services name
+//   that.
 //
-//   Changes. When the SRV or TXT data of an instance changes that was browsed for and resolved, and that resolve has been
-//   released, the browse reports the instance gone and found again. What the caller withdraws then, and registers again
-//   within a fifth of a second, is an update on the wire: no goodbye, no probes, one announcement of what is different. When
-//   all addresses of a host that are asked for have run out, its services are asked for once more and reported gone after ten
-//   seconds without an answer.
+//   Changes. When the SRV or TXT data of an instance changes that was browsed for and resolved, and that resolve has
+//   been released, the browse reports the instance removed and added again. What the caller withdraws then, and
+//   registers again within a fifth of a second, is an update on the wire: no goodbye, no probes, one announcement of
+//   what is different. When all addresses of a host that are asked for have expired, its services are asked for once
+//   more and reported removed after ten seconds without an answer.
 //
 //   Callbacks. Replies are delivered from DNSServiceProcessResult only. Any operation, the callback's own included, or a
 //   whole connection may be released in one, and exit() may be called; nothing is delivered for a released operation.
@@ -50,8 +51,8 @@
 //   released, and when the process returns from main or calls exit() (three seconds at most). A child of fork() has no part
 //   in its parent's engine: the parent's references are bad ones there, and it sends nothing in its parent's name.
 //
-//   Restarts. Where the environment variable MDNSPROXY_HANDOVER names a file, a process can take over from its predecessor what
-//   that has published (handover.cpp): nothing is taken back and announced again for that.
+//   Restarts. Where the environment variable MDNSPROXY_HANDOVER names a file, a process can take over the published
+//   records of its predecessor (handover.cpp): they are not withdrawn and announced again.
 //
 //   Flags. Bits that the library does not know, private ones such as 0x08000000 and 0x80000000 among them, are ignored, as
 //   are kDNSServiceFlagsForceMulticast (everything here is multicast) and kDNSServiceFlagsLongLivedQuery (so is every query).
@@ -66,8 +67,8 @@
 //
 // Reading order: api.cpp (each dns_sd.h function: what is checked, which operation starts), this header (the records),
 // operations.cpp (the registry of operations), engine.cpp (one pass, and the delivery of replies); then what the operations do:
-// lookup.cpp and publish.cpp, hosts.cpp, the names of hosts that are elsewhere, and handover.cpp; last the ground: interface.cpp, sockets.cpp,
-// link_monitor.cpp, poll.cpp, signals.cpp, names.cpp.
+// lookup.cpp and publish.cpp, hosts.cpp (the names of hosts of other links) and handover.cpp; last what they stand on:
+// interface.cpp, sockets.cpp, link_monitor.cpp, poll.cpp, signals.cpp, names.cpp.
 #pragma once
 
 #include <dns_sd.h>
@@ -98,11 +99,12 @@ namespace dnssd {
 inline constexpr DNSServiceFlags kFlagsShareConnection = 0x4000;
 inline constexpr DNSServiceErrorType kErrServiceNotRunning = -65563;
 
-// What a reference is made of, a number in the shape of a pointer: odd, so that no address of an object equals one, and never used
-// twice, so that a stale one never names its successor. 0 is no reference. The engine's events carry it as their tag.
+// A DNSServiceRef or DNSRecordRef is a handle, cast to a pointer type. Handles are odd, so that none equals the address
+// of an object, and never used twice, so that a stale reference never names a later operation. 0 is no handle. The
+// engine's events have the operation's handle as their tag.
 using Handle = std::uintptr_t;
 
-// The connection of what the library does of its own accord; no reference has this number.
+// The `connection` of operations that the library starts by itself; no reference has this handle.
 inline constexpr Handle kLibrary = 1;
 
 struct Interface;
@@ -120,12 +122,12 @@ struct FoldedLess {
 // One live answer to a query.
 using Answer = mdns::RecordData;
 
-// The live answers to a query, and what has been reported of them.
+// The live answers to a query, and the last one that was reported.
 struct Answers {
   std::vector<Answer> live;              // the newest last
   std::string reported = {};             // rdata of the last reply, empty before the first
-  std::array<std::uint32_t, 2> owner{};  // of a resolve: the hosts that have said what was reported, by protocol
-  bool is_vouched = false;               // of a resolve: the newest is not what was reported, and an owner has said it
+  std::array<std::uint32_t, 2> owner{};  // of a follower: the hosts that sent what was reported, by protocol
+  bool is_from_owner = false;            // of a follower: the newest differs from that and an owner sent it
 };
 
 // The parts of an operation that only its kind has.
@@ -133,13 +135,13 @@ struct Connection {};
 
 struct Browse {
   DNSServiceBrowseReply callback = nullptr;
-  std::string type;  // wire name, what an instance's name must end in
+  std::string type;  // wire name; the names of instances end in it
 };
 
 struct Resolve {
   DNSServiceResolveReply callback = nullptr;  // null: a follower (lookup.cpp)
   std::string name;                           // of the instance
-  std::string host{};                         // of a follower: what its SRV record names
+  std::string host{};                         // of a follower: the target of its SRV record
   Answers srv{}, txt{};
 };
 
@@ -153,92 +155,92 @@ struct Query {
 struct Registration {
   DNSServiceRegisterReply callback = nullptr;  // may be null
   ServiceType type;
-  std::string name;          // plain, as it is tried or established now
-  bool is_reported = false;  // the caller knows of this name
+  std::string name;          // plain; the one that is probed for or established
+  bool is_reported = false;  // this name was reported to the caller
   bool auto_rename = true;
-  Operation* host = nullptr;    // that it names
+  Operation* host = nullptr;    // the target of its SRV record
   std::uint16_t port = 0;       // host order
   std::string txt;              // rdata
-  std::uint32_t conflicts = 0;  // since there was none for a while
+  std::uint32_t conflicts = 0;  // since the last pause of kConflictsForgotten without one
   mdns::Time last_conflict = 0;
-  mdns::PublicationId service = 0;              // SRV and TXT, under the name that is tried or established; 0: none is,
-                                                // and with !auto_rename none will be: that has been reported
-  std::vector<mdns::PublicationId> pointers{};  // the PTR records that lead to it, published once the name is established;
-                                                // the last one is the type's, under _services._dns-sd._udp
+  mdns::PublicationId service = 0;                 // SRV and TXT under `name`; 0: none, and with !auto_rename none
+                                                   // any more: the conflict was reported
+  std::vector<mdns::PublicationId> ptr_records{};  // the PTR records to it, published once the name is established; the
+                                                   // last one is the type's, under _services._dns-sd._udp
 };
 
 struct Record {
   DNSServiceRegisterRecordReply callback = nullptr;
   mdns::RecordData data;
-  Operation* host = nullptr;            // that has it, if it is a shared address: one that is elsewhere
-  bool is_reported = false;             // the caller knows that it is established
+  Operation* host = nullptr;            // of a shared address: the host that it belongs to; else null
+  bool is_reported = false;             // it was reported to the caller as established
   mdns::PublicationId publication = 0;  // 0 once a conflict has ended it
 };
 
 // A host that services or shared addresses are registered for, on one interface (hosts.cpp).
 struct Host {
-  std::string name;                           // as the caller has it
-  unsigned number = 1;                        // of the name that it is published under; 1: its own (host_alias)
-  mdns::PublicationId look = 0;               // claims that name without records; 0: another host has it
-  std::vector<Operation*> members{};          // registrations and records that name it
-  std::set<std::string> heard{};              // addresses (rdata) of who owns its own name, while it has another
-  mdns::Time unsettled_since = mdns::kNever;  // since when it has had no member, or might have its own name again
+  std::string name;                           // as the caller gave it
+  unsigned number = 1;                        // of the name that it is published under (host_alias); 1: its own name
+  mdns::PublicationId name_publication = 0;   // claims that name without records; 0: lost to another host
+  std::vector<Operation*> members{};          // registrations and records that use its name
+  std::set<std::string> owner_addresses{};    // addresses (rdata) received for its own name, while it has another one
+  mdns::Time unsettled_since = mdns::kNever;  // since when it has no member, or its own name is free
 };
 
-// What a former process has published on an interface and nobody has registered again as yet (handover.cpp).
+// What a former process published on an interface and the caller has not registered again yet (handover.cpp).
 struct Inheritance {
   std::multimap<std::string, mdns::PublicationId, FoldedLess> records{};  // by name
   std::map<std::string, std::uint32_t, FoldedLess> hosts{};               // Host::number, by name
 };
 
-// One thing that the caller has a reference to.
+// One DNS-SD operation: what a reference of the caller names, or what the library does by itself.
 struct Operation {
   Handle handle = 0;
-  Handle connection = 0;           // the connection that it shares or belongs to, or kLibrary; 0: it stands by itself
+  Handle connection = 0;           // that it shares or belongs to, or kLibrary; 0: none
   Interface* interface = nullptr;  // null for a connection
   void* context = nullptr;
-  std::vector<mdns::QueryId> queries{};  // that it has asked
-  unsigned queued = 0;                   // replies that wait for delivery
+  std::vector<mdns::QueryId> queries{};  // that it has started
+  unsigned queued = 0;                   // replies that are not delivered yet
   std::variant<Connection, Browse, Resolve, Query, Registration, Record, Host, Inheritance> part;
 };
 
-// One reply on its way to its operation's callback; `more` is kDNSServiceFlagsMoreComing, or 0. The operation may be gone when it
-// returns.
+// One queued reply. `deliver` calls the operation's callback; `more` is kDNSServiceFlagsMoreComing, or 0. The operation
+// may have been released when it returns.
 struct Reply {
   Handle to = 0;
   std::function<void(const Operation& operation, DNSServiceFlags more)> deliver;
 };
 
-// What an operation does later, if it is still there then.
+// A delayed call for an operation; dropped when the operation has ended before.
 struct Resumption {
   Handle of = 0;
   void (*resume)(Operation& operation) = nullptr;
 };
 
-// The process's one engine: made with the first reference, gone with the last one that is not part of a connection.
+// The process's one engine: made with the first reference, ended with the last one that belongs to no connection.
 struct Engine {
-  pid_t owner = getpid();  // the process that made it; in a forked child it is not ours
+  pid_t owner = getpid();  // the process that made it: a forked child must not use it
   Poll poll;
   Watch link_monitor;                // a netlink socket; not open when the system refused it
-  bool is_lost = false;              // the descriptor failed: nothing works any more
+  bool is_lost = false;              // the epoll descriptor failed: nothing works any more
   bool is_passing = false;           // DNSServiceProcessResult is running
-  bool is_served = false;            // it has run
-  mdns::Time slept = time_asleep();  // time_asleep when the links were served last
-  unsigned connections = 0;          // live references that stand by themselves
+  bool is_served = false;            // DNSServiceProcessResult has run once
+  mdns::Time slept = time_asleep();  // time_asleep() when the links were served last
+  unsigned connections = 0;          // live references that belong to no connection
   unsigned published = 0;            // live registrations and records
   std::unordered_map<Handle, std::unique_ptr<Operation>> operations;
   std::map<std::uint32_t, std::unique_ptr<Interface>> interfaces;  // by index
   std::multimap<mdns::Time, Resumption> resumptions;
-  mdns::Time goodbyes_until = 0;  // what is withdrawn may come back with other data until then (lookup.cpp)
+  mdns::Time goodbyes_until = 0;  // until then goodbyes are held back: updates (lookup.cpp)
   std::deque<Reply> replies;
-  std::size_t deliverable = 0;  // replies among them whose operation is still there
+  std::size_t deliverable = 0;  // replies among them whose operation is live
 };
 
 // Written by engine.cpp only; null while the process has no live reference.
 extern Engine* gEngine;
 
-// Scope of one call into the library: on entry signals are held back and a forked child lets go of its parent's engine; on leaving,
-// an engine without a reference ends, the descriptor is set for what comes next and the caller's signal mask returns.
+// Scope of one call into the library. On entry signals are held back, and a forked child drops its parent's engine. At
+// the end an engine without a reference ends, the descriptor's timer is set, and the caller's signal mask is restored.
 struct LibraryCall {
   LibraryCall();
   ~LibraryCall();
@@ -252,8 +254,9 @@ DNSServiceErrorType engine_open();
 // Withdraws everything with its goodbyes, invalidates every reference, frees everything; gEngine is null afterwards.
 void engine_close();
 
-// One pass: what is due in the descriptors and timers, then replies. kErrServiceNotRunning when the engine is lost,
-// kDNSServiceErr_BadState inside a callback. The process ends in it if a signal that the library took has arrived.
+// One pass: serves readable descriptors, due timers and links, then delivers replies. kErrServiceNotRunning when the
+// engine is lost, kDNSServiceErr_BadState inside a callback. The process ends in it if a signal that the library took
+// has arrived.
 DNSServiceErrorType engine_pass();
 
 // --- signals.cpp: see the promises above
@@ -284,15 +287,15 @@ Operation* operation_find(Handle handle);
 inline DNSServiceRef service_ref(Handle handle) { return reinterpret_cast<DNSServiceRef>(handle); }
 inline DNSRecordRef record_ref(Handle handle) { return reinterpret_cast<DNSRecordRef>(handle); }
 
-// What a caller's reference names, if it is of that kind; null when it is null, stale or wild.
+// The operation of a caller's reference, if it is of that kind; null when the reference is null, stale or wild.
 template <typename Part>
 Operation* operation_of(const void* ref) {
   Operation* operation = operation_find(reinterpret_cast<Handle>(ref));
   return operation != nullptr && std::holds_alternative<Part>(operation->part) ? operation : nullptr;
 }
 
-// Ends an operation, a connection with all that belongs to it: nothing is delivered for any of them any more, what they
-// published is withdrawn. `operation` is gone afterwards, or with the last reference when the library is left.
+// Ends an operation; a connection with all operations that belong to it. None of their replies is delivered any more,
+// and what they published is withdrawn. `operation` is freed, or if it was the last reference when the library is left.
 void operation_release(Operation& operation);
 
 // The link that the operation runs on, which is then served again (interface_link).
@@ -302,16 +305,17 @@ mdns::Link& link_of(const Operation& operation);
 mdns::PublicationId publish(const Operation& operation, const std::string& name, std::span<const mdns::RecordData> records,
                             mdns::Claim claim);
 
-// Asks for records on the operation's link, or listens for them, until stop_asking; its events go to operation_event.
+// Starts a query for records on the operation's link, which stop_asking stops; its events go to operation_event.
 void ask(Operation& operation, const std::string& name, std::uint16_t rrtype, mdns::Interest interest = mdns::Interest::asking);
 void stop_asking(Operation& operation);
 
 // Appends a reply for `operation`.
 void reply_queue(Operation& operation, decltype(Reply::deliver)&& deliver);
 
-// What each kind does with an event, and when it ends: of its queries operation_release takes care.
+// operation_event: handles an event for an operation of that kind. operation_stop: ends what is particular to the kind
+// when an operation is released; operation_release stops its queries.
 inline void operation_event(Operation&, Connection&, const mdns::Event&) {}
-inline void operation_event(Operation&, Inheritance&, const mdns::Event&) {}  // what is another's now is withdrawn in vain
+inline void operation_event(Operation&, Inheritance&, const mdns::Event&) {}  // a conflict needs no action
 void operation_event(Operation& operation, Browse& browse, const mdns::Event& event);
 void operation_event(Operation& operation, Resolve& resolve, const mdns::Event& event);
 void operation_event(Operation& operation, Query& query, const mdns::Event& event);
@@ -330,18 +334,19 @@ void operation_stop(Operation& operation, Inheritance& inheritance);
 // Has `resume` called after this time, if the operation is still there then.
 void resume_in(const Operation& operation, mdns::Time delay, void (*resume)(Operation& operation));
 
-// What is withdrawn and registered again within this time is an update on the wire (mdns::link_hold_goodbyes). A caller who is told
-// that an instance has gone and is there again takes a few milliseconds for it.
+// What is withdrawn and registered again within this time is an update on the wire (mdns::link_hold_goodbyes). A caller
+// needs a few milliseconds for that after an instance was reported removed and added again.
 inline constexpr mdns::Time kUpdateWithin = 200 * mdns::kMillisecond;
 
 // --- lookup.cpp
 
 void resolve_start(Operation& operation);
 
-// If it is a resolve: reports what is new; after a batch of events, since several of them may make one change.
+// If the handle is that of a resolve, reports new data. To be called after a batch of events, since one change of data
+// may take several events.
 void resolve_review(Handle handle);
 
-// Adds an answer that has become live, or was said again, as the newest, or takes out one that is no longer live.
+// Updates the live answers by the event: an added or renewed one becomes the newest, a removed one is taken out.
 void answers_change(std::vector<Answer>& answers, const mdns::Event& event);
 
 // --- publish.cpp; `ttl` 0 stands for the usual one
@@ -353,16 +358,18 @@ void registration_start(Operation& operation, const std::string& host);
 // TXT data.
 DNSServiceErrorType registration_update(Operation& operation, const std::string& txt, std::uint32_t ttl);
 
-// RFC 6762 section 8.1: how long the next name waits when many have been taken.
+// RFC 6762 section 8.1: the delay before the next name is tried after many conflicts.
 inline constexpr mdns::Time kConflictPause = 5 * mdns::kSecond;
 
-// Publishes a shared address under the name that its host has on the link (host_alias), or has the SRV record name it.
+// The member's host has a new name on the link (host_alias): publishes a shared address under that, or updates the SRV
+// record of a registration.
 void host_renamed(Operation& member);
 
 // Publishes Record::data, which is publishable.
 void record_start(Operation& operation, const std::string& name, mdns::Claim claim);
 
-// The same errors as registration_update; kDNSServiceErr_NameConflict when somebody else on this link holds other data.
+// The same errors as registration_update; kDNSServiceErr_NameConflict when another operation holds other data as
+// unique.
 DNSServiceErrorType record_update(Operation& operation, const std::string& rdata, std::uint32_t ttl);
 
 // Whether a message can carry the record: well formed for its type, and neither empty nor too long.
@@ -375,10 +382,10 @@ bool is_publishable(std::uint16_t rrtype, const std::string& rdata);
 Operation& host_join(Operation& member, const std::string& name);
 void host_leave(Operation& operation, Operation& member);
 
-// To be called when a member's address has changed: it may be the one that somebody else has under the host's own name.
+// To be called when a member's address has changed, since that may end or begin a conflict over the host's own name.
 void host_review(Operation& operation);
 
-// What the host's name is on the link.
+// The name that the host has on the link.
 std::string host_alias(const Operation& operation);
 
 }  // namespace dnssd

@@ -14,19 +14,19 @@ Engine* gEngine = nullptr;
 
 namespace {
 
-// Keeps the memory of a parent's engine reachable in a forked child, which has no part in it.
+// The parent's engine in a forked child, which does not use it: kept so that leak checkers find the memory reachable.
 Engine* gAbandoned = nullptr;
 
-// Two readings of the clocks are never quite of one moment; a sleep is longer.
+// The two clocks are not read at the same instant; a difference below this is no sleep.
 constexpr mdns::Time kSleepLeast = mdns::kSecond;
 
 // Replies per DNSServiceProcessResult: enough to be cheap in a burst, few enough that the caller's loop comes round.
 constexpr int kRepliesPerPass = 64;
 
-// Does what is due on the links, and what the calls into them have brought about.
-void serve() {
+// Runs due delayed calls, and serves the links.
+void serve_engine() {
   const mdns::Time now = monotonic_now();
-  // While the machine slept, others may have taken its names, and it has missed what was said (RFC 6762 sections 5.2 and 8).
+  // During a sleep other hosts may have taken our names, and packets were missed (RFC 6762 sections 5.2 and 8).
   const mdns::Time slept = time_asleep();
   if (slept - gEngine->slept > kSleepLeast) {
     gEngine->slept = slept;
@@ -45,7 +45,7 @@ void serve() {
 
 // Delivers a bounded number of replies, oldest first. Anything may have been released when it returns, gEngine too.
 void replies_deliver() {
-  // A callback may end this engine, and another call in it may have begun a new one, which is not passing.
+  // A callback may end this engine, and a later call in it may make a new one, for which is_passing is false.
   for (int i = 0; i < kRepliesPerPass && gEngine != nullptr && gEngine->is_passing && !gEngine->replies.empty();) {
     const Reply reply = std::move(gEngine->replies.front());
     gEngine->replies.pop_front();
@@ -81,9 +81,9 @@ LibraryCall::~LibraryCall() {
   }
   if (gEngine != nullptr) {
     signals_review(gEngine->published > 0);
-    // A call from a callback: the one that it is part of does the rest.
+    // In a call from a callback the DNSServiceProcessResult that runs does this.
     if (!gEngine->is_passing) {
-      serve();
+      serve_engine();
       const auto& resumptions = gEngine->resumptions;
       const mdns::Time resumption = resumptions.empty() ? mdns::kNever : resumptions.begin()->first;
       poll_arm(gEngine->poll, gEngine->deliverable == 0 ? std::min(resumption, interfaces_deadline()) : 0);
@@ -125,9 +125,9 @@ DNSServiceErrorType engine_pass() {
   }
   gEngine->is_passing = true;
   handover_serve();
-  serve();
+  serve_engine();
   replies_deliver();
-  if (gEngine != nullptr) {  // or a callback has ended it; one that was begun after that is not passing anyway
+  if (gEngine != nullptr) {  // null when a callback has ended it; a new one is not passing
     gEngine->is_passing = false;
   }
   return kDNSServiceErr_NoError;

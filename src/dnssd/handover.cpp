@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
-// A restart that nobody on the links notices.
+// A restart without goodbyes and announcements on the links.
 //
-// The environment variable MDNSPROXY_HANDOVER names a file. Whoever is about to restart the process makes a file of that name
-// with ".wanted" behind it. When the engine ends, or with a connection what belongs to it, and that one is there, what is published
-// is written into the former, and nothing is taken back. The next engine, in the process that takes its place, reads it and goes on with those records at once, while the
-// caller registers its own: what is the same is not announced again, what is different is an update, and what nobody has
-// registered some seconds after the caller has begun to serve the engine is taken back.
+// The environment variable MDNSPROXY_HANDOVER names a file. To have a restart go unnoticed, make a file of that name
+// with ".wanted" appended before it. If that exists when the engine or a connection ends, the published records are
+// written into the first file, and no goodbyes are sent for them. The engine of the next process reads the file and
+// publishes these records at once. What its caller registers then is compared with them: a record that is the same is
+// not announced again, other data is an update, and what has not been registered some seconds after the caller's first
+// pass is withdrawn.
 //
-// A file that is not whole, not this machine's, of before its last start or too old is ignored, and so is what it has for an
-// interface that is not there any more. It is read once.
+// A file that is damaged, too old, of another machine or of before the machine's last start is ignored, and so are its
+// records for an interface that is gone. It is read once.
 #include <fcntl.h>
 #include <net/if.h>
 #include <sys/stat.h>
@@ -27,10 +28,10 @@ constexpr const char* kVariable = "MDNSPROXY_HANDOVER";
 constexpr const char* kWantedSuffix = ".wanted";
 constexpr const char* kNewSuffix = ".new";
 
-// The next process is started within a moment; what has not been answered for that long is better announced anew.
+// The greatest age of the file: the next process is started within a moment; later, records are better announced again.
 constexpr mdns::Time kFreshFor = 60 * mdns::kSecond;
 
-// Counted from the caller's first pass: by then it has found what there is.
+// How long inherited records are kept after the caller's first pass: by then it has found its services again.
 constexpr mdns::Time kKeptFor = 5 * mdns::kSecond;
 
 // Very many services take a few megabytes.
@@ -41,7 +42,7 @@ std::string path_of_file() {
   return path == nullptr ? "" : path;
 }
 
-// All of a file of ours; nothing for anything else. It is gone afterwards.
+// Reads the file and removes it; empty unless it is a regular file of this user that no one else can write.
 std::string take_file(const std::string& path) {
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
   if (fd < 0) {
@@ -72,7 +73,7 @@ bool write_file(const std::string& path, const std::string& bytes) {
   return close(fd) == 0 && is_whole && rename(made.c_str(), path.c_str()) == 0;
 }
 
-// A handover of this machine, of now, without anything in it.
+// A handover with this machine, its present start and time, but without records.
 Handover handover_of_now() {
   char boot[64];
   const int fd = open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC);
@@ -132,7 +133,7 @@ void handover_take() {
   if (path.empty()) {
     return;
   }
-  unlink((path + kWantedSuffix).c_str());  // the process that it was meant for has ended in another way
+  unlink((path + kWantedSuffix).c_str());  // it was meant for a process that has ended in another way
   const std::optional<Handover> handover = handover_from_bytes(take_file(path));
   const Handover now = handover_of_now();
   if (!handover || handover->boot != now.boot || handover->network != now.network || handover->written_at > now.written_at ||

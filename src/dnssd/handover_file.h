@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// The file in which a process that ends leaves what it has published to the one that takes its place.
+// The file in which a process that ends leaves its published records to its successor.
 //
-// Numbers stand in the machine's own order, since no other machine reads it: "MDNSHAND", the layout's number, what says which
-// machine, which start of it and which network namespace it is of, when it was written, and for each interface its index, its name,
-// the records, and the hosts that have another name there than their own; at last a hash of all that.
+// Numbers are in the machine's own byte order, since no other machine reads the file. It has "MDNSHAND", the layout's
+// number, the kernel's boot id, the network namespace, the time of writing, and for each interface its index, its name,
+// its records, and the hosts with an alias there; at the end a hash of all that.
 #pragma once
 
 #include <cstdint>
@@ -21,19 +21,19 @@ struct HandedInterface {
   std::uint32_t index = 0;
   std::string name;
   std::vector<mdns::Published> records;
-  std::vector<std::pair<std::string, std::uint32_t>> hosts;  // name, and the number of the one that stands in its place
+  std::vector<std::pair<std::string, std::uint32_t>> hosts;  // own name, and Host::number of the alias
 };
 
 struct Handover {
   std::string boot;           // the kernel's boot id, a text
   std::uint64_t network = 0;  // the inode of the network namespace
-  mdns::Time written_at = 0;  // on the clock that does not stand still while the machine sleeps
+  mdns::Time written_at = 0;  // monotonic_now, which runs on while the machine sleeps
   std::vector<HandedInterface> interfaces;
 };
 
 std::string handover_to_bytes(const Handover& handover);
 
-// The reverse. Nothing for bytes that are not exactly what the former gives for records that can be published.
+// The reverse. Nothing unless the bytes are what handover_to_bytes gives for records that can be published.
 std::optional<Handover> handover_from_bytes(std::string_view bytes);
 
 }  // namespace dnssd

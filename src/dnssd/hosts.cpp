@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
-// The names that hosts of elsewhere are published under. A service, or a shared address, names a host that is not on the link;
-// one that is there may have the same name, and keeps it: the other one appears as "name-2", also in the SRV records of its
-// services. The caller is told nothing of this.
+// The names under which hosts of other links are published. A registered service or shared address belongs to a host
+// that is not on the link. If a host on the link has the same name, that one keeps it, and the other one is published
+// as "name-2", also in the SRV records of its services. Nothing of this is reported to the caller.
 //
-// Lifecycle of a host: the first service or address that names it makes it, and its name is looked for on the link, beside the
-// probes for the service (mdns::Claim::yielding). When somebody there turns out to own the name, and there are addresses to be
-// published under it, the next name is tried. While that lasts, the addresses of the host's own name are asked for; when nobody
-// has had one of his own for a while, the name is the host's again. It ends a while after the last service and address, which may
-// come back with other data.
+// Lifecycle of a host: the first service or address that names it makes it, and its name is probed for on the link,
+// together with the probes for the service (mdns::Claim::yielding). If another host owns the name, and there are
+// addresses to be published, the next name is tried. While the host has such a name, the addresses of its own name are
+// asked for; when no other host has had one for ten seconds, the host gets its own name back. It ends ten seconds after
+// its last service and address have gone, since these may come back with other data.
 #include <utility>
 
 #include "dnssd/interface.h"
@@ -15,18 +15,18 @@
 namespace dnssd {
 namespace {
 
-// Who owns a name and has gone may be starting anew; and so may services and addresses.
+// How long an owner of the name, or the last service and address, must have been gone: they may be restarting.
 constexpr mdns::Time kGoneFor = 10 * mdns::kSecond;
 
-// Each try changes the SRV records of all services: sooner than where a service looks for a name (RFC 6762 section 8.1), the next
-// one waits.
+// After this many names the next one waits for kConflictPause. That is fewer than for services (RFC 6762 section 8.1),
+// since each new name changes the SRV records of all services of the host.
 constexpr unsigned kNamesAtOnce = 5;
 
-// Does what has waited: the end of the host, or another name.
+// The delayed call of host_review and give_way: ends the host, or gives it another name.
 void review_in_time(Operation& operation);
 
 // The addresses (rdata) that its members have.
-std::set<std::string> addresses_of(const Host& host) {
+std::set<std::string> member_addresses(const Host& host) {
   std::set<std::string> addresses;
   for (const Operation* member : host.members) {
     if (const auto* record = std::get_if<Record>(&member->part)) {
@@ -36,32 +36,33 @@ std::set<std::string> addresses_of(const Host& host) {
   return addresses;
 }
 
-// Whether somebody else owns the host's name. Who has no address that a member has not, too, is the host itself, on both links.
-bool has_owner(const Host& host) { return !std::ranges::includes(addresses_of(host), host.heard); }
+// Whether another host owns the host's own name. A host whose addresses are all among those of the members is the same
+// host, which is on both links.
+bool has_other_owner(const Host& host) { return !std::ranges::includes(member_addresses(host), host.owner_addresses); }
 
-// The first name that is free, from this number on, is the host's; what names it is published anew, or changed.
-void take_name(Operation& operation, unsigned number) {
+// Gives the host the first free name from this number on, and publishes or updates its members under it.
+void assign_name(Operation& operation, unsigned number) {
   Host& host = std::get<Host>(operation.part);
   Interface& interface = *operation.interface;
-  const auto is_free = [&](const std::string& name) {  // nothing else that this process publishes on the interface needs it
+  const auto is_free = [&](const std::string& name) {  // no other host has it here
     const auto known = interface.hosts.find(name);
     return !interface.aliases.contains(name) && (known == interface.hosts.end() || known->second == &operation);
   };
-  if (host.number > 1) {  // else its name may be another host's alias: then it never had it
+  if (host.number > 1) {  // 1: `aliases` has it only as another host's
     interface.aliases.erase(host_alias(operation));
   }
   host.number = number;
   while (!is_free(host_alias(operation))) {
     ++host.number;
   }
-  mdns::publication_withdraw(link_of(operation), monotonic_now(), host.look);
-  host.look = publish(operation, host_alias(operation), {}, mdns::Claim::yielding);
+  mdns::publication_withdraw(link_of(operation), monotonic_now(), host.name_publication);
+  host.name_publication = publish(operation, host_alias(operation), {}, mdns::Claim::yielding);
   for (Operation* member : host.members) {
     host_renamed(*member);
   }
   if (host.number == 1) {
     stop_asking(operation);
-    host.heard.clear();
+    host.owner_addresses.clear();
     return;
   }
   interface.aliases.insert(host_alias(operation));
@@ -74,7 +75,7 @@ void take_name(Operation& operation, unsigned number) {
 void give_way(Operation& operation) {
   const unsigned number = std::get<Host>(operation.part).number;
   if (number < kNamesAtOnce) {
-    take_name(operation, number + 1);
+    assign_name(operation, number + 1);
   } else {
     resume_in(operation, kConflictPause, review_in_time);
   }
@@ -87,10 +88,10 @@ void review_in_time(Operation& operation) {
     operation_release(operation);
     return;
   }
-  if (host.look == 0 && !addresses_of(host).empty()) {
-    take_name(operation, host.number + 1);
+  if (host.name_publication == 0 && !member_addresses(host).empty()) {
+    assign_name(operation, host.number + 1);
   } else if (is_long) {
-    take_name(operation, 1);
+    assign_name(operation, 1);
   }
   host_review(operation);
 }
@@ -99,7 +100,7 @@ void review_in_time(Operation& operation) {
 
 void host_review(Operation& operation) {
   Host& host = std::get<Host>(operation.part);
-  const bool is_settled = !host.members.empty() && (host.number == 1 || has_owner(host));
+  const bool is_settled = !host.members.empty() && (host.number == 1 || has_other_owner(host));
   if (is_settled) {
     host.unsettled_since = mdns::kNever;
   } else if (host.unsettled_since == mdns::kNever) {
@@ -116,9 +117,9 @@ Operation& host_join(Operation& member, const std::string& name) {
   Host& host = std::get<Host>(operation.part);
   if (known == interface.hosts.end()) {
     interface.hosts.emplace(host.name, &operation);
-    take_name(operation, inheritance_number(interface, host.name));
+    assign_name(operation, inheritance_number(interface, host.name));
   }
-  if (host.look == 0 && std::holds_alternative<Record>(member.part)) {
+  if (host.name_publication == 0 && std::holds_alternative<Record>(member.part)) {
     give_way(operation);
   }
   host.members.push_back(&member);
@@ -141,13 +142,13 @@ std::string host_alias(const Operation& operation) {
 void operation_event(Operation& operation, Host& host, const mdns::Event& event) {
   if (event.kind == mdns::Event::Kind::added) {
     if (event.is_unique) {
-      host.heard.insert(event.rdata);
+      host.owner_addresses.insert(event.rdata);
     }
   } else if (event.kind == mdns::Event::Kind::removed) {
-    host.heard.erase(event.rdata);
-  } else if (event.kind == mdns::Event::Kind::conflict && event.id == host.look) {
-    host.look = 0;
-    if (!addresses_of(host).empty()) {
+    host.owner_addresses.erase(event.rdata);
+  } else if (event.kind == mdns::Event::Kind::conflict && event.id == host.name_publication) {
+    host.name_publication = 0;
+    if (!member_addresses(host).empty()) {
       give_way(operation);
     }
   }
@@ -155,7 +156,7 @@ void operation_event(Operation& operation, Host& host, const mdns::Event& event)
 }
 
 void operation_stop(Operation& operation, Host& host) {
-  mdns::publication_withdraw(link_of(operation), monotonic_now(), host.look);
+  mdns::publication_withdraw(link_of(operation), monotonic_now(), host.name_publication);
   operation.interface->aliases.erase(host_alias(operation));
   operation.interface->hosts.erase(host.name);
 }

@@ -17,8 +17,8 @@ constexpr mdns::Time kIdleMax = 10 * mdns::kSecond;
 // The goodbyes of thousands of services take more than one packet's time; a process that ends does not wait longer than this.
 constexpr mdns::Time kWithdrawMax = 3 * mdns::kSecond;
 
-// Events may start or end publications of this interface, which is then touched again.
-void serve(Interface& interface, mdns::Time now) {
+// Serves one link. Handling its events may use the link again, which marks it as touched again.
+void serve_interface(Interface& interface, mdns::Time now) {
   interface.is_touched = false;
   mdns::link_advance(*interface.link, now);
   sockets_send(interface);
@@ -33,12 +33,12 @@ void serve(Interface& interface, mdns::Time now) {
   }
 }
 
-// The time at which it is let go of.
+// The time at which the interface is freed; kNever while it has operations.
 mdns::Time idle_until(const Interface& interface) {
   return interface.operations == 0 ? interface.idle_since + kIdleMax : mdns::kNever;
 }
 
-// For what nobody is to foresee, or two hosts are not to have in common.
+// A random seed, which other hosts can neither predict nor share.
 std::uint64_t random_number() {
   std::uint64_t number = 0;
   // Soon after the machine was switched on the kernel may have no randomness yet: then the clock serves.
@@ -101,7 +101,7 @@ void interfaces_serve(mdns::Time now) {
   std::erase_if(gEngine->interfaces, [now](const auto& entry) { return idle_until(*entry.second) <= now; });
   for (const auto& [index, interface] : gEngine->interfaces) {
     if (interface->is_touched || mdns::link_deadline(*interface->link) <= now) {
-      serve(*interface, now);
+      serve_interface(*interface, now);
     }
   }
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The kernel tells of changes (netlink). What is there then is read anew, and the links are given what is different.
+// The kernel reports changes of interfaces by netlink. Their state is then read again, and differences go to the links.
 #include <ifaddrs.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
@@ -15,21 +15,21 @@
 namespace dnssd {
 namespace {
 
-// Up, with a carrier, and not waiting to be let in. (IFF_RUNNING says the same, but up to a second later than packets get
-// through.)
+// Up, with a carrier, and not dormant. (IFF_RUNNING means the same, but is set up to a second later than packets pass.)
 constexpr unsigned kLowerUp = 0x10000;  // of linux/if.h, which does not go together with net/if.h
 constexpr unsigned kDormant = 0x20000;
 
 bool is_live(unsigned flags) { return (flags & (IFF_UP | kLowerUp | kDormant)) == (IFF_UP | kLowerUp); }
 
-// The addresses of the machine, with the flags of their interfaces; none when the system does not tell.
+// The addresses of the machine, with the flags of their interfaces; none when the system call fails.
 struct Addresses {
   ifaddrs* first = nullptr;
   bool are_known = getifaddrs(&first) == 0;
   ~Addresses() { freeifaddrs(first); }
 };
 
-// An IPv6 address that may yet turn out to be another host's (RFC 4862 section 5.4) is not to be used: it cannot be bound to.
+// Whether the address can be used: an IPv6 address is tentative until duplicate address detection (RFC 4862 section
+// 5.4) is over, and a socket cannot be bound to it.
 bool is_usable(const sockaddr* address) {
   if (address->sa_family == AF_INET) {
     return true;
@@ -44,7 +44,7 @@ bool is_usable(const sockaddr* address) {
 
 void note_addresses(Interface& interface, const Addresses& addresses) {
   char name[IF_NAMESIZE] = "";
-  if_indextoname(interface.index, name);  // it may have another by now, or be gone
+  if_indextoname(interface.index, name);  // the interface may have another name by now, or be gone
   interface.protocols = mdns::kNoProtocol;
   interface.prefixes.clear();
   for (const ifaddrs* entry = addresses.first; entry != nullptr; entry = entry->ifa_next) {
@@ -59,7 +59,7 @@ void note_addresses(Interface& interface, const Addresses& addresses) {
   }
 }
 
-void review(Interface& interface, const Addresses& addresses, bool was_down) {
+void review_interface(Interface& interface, const Addresses& addresses, bool was_down) {
   const mdns::Protocols before = interface.protocols;
   const std::vector<Prefix> old_prefixes = std::move(interface.prefixes);
   note_addresses(interface, addresses);
@@ -82,13 +82,13 @@ void review(Interface& interface, const Addresses& addresses, bool was_down) {
   }
 }
 
-// The interfaces that the kernel says were not up: one may be away and back again before it is read.
-std::set<std::uint32_t> read_down() {
+// Reads the kernel's messages. Returns the interfaces that were not live in one of them: one may be live again by now.
+std::set<std::uint32_t> read_interfaces_down() {
   std::set<std::uint32_t> down;
   alignas(nlmsghdr) char buffer[16384];
   ssize_t size;
   while ((size = recv(gEngine->link_monitor.fd, buffer, sizeof buffer, MSG_DONTWAIT)) > 0 || errno == ENOBUFS) {
-    auto left = static_cast<unsigned>(std::max<ssize_t>(size, 0));  // ENOBUFS: some were lost; the rest can still be read
+    auto left = static_cast<unsigned>(std::max<ssize_t>(size, 0));  // ENOBUFS: some messages were lost
     for (const auto* at = reinterpret_cast<const nlmsghdr*>(buffer); NLMSG_OK(at, left); at = NLMSG_NEXT(at, left)) {
       const bool is_link = at->nlmsg_type == RTM_NEWLINK || at->nlmsg_type == RTM_DELLINK;
       const auto* link = static_cast<const ifinfomsg*>(NLMSG_DATA(at));
@@ -101,12 +101,12 @@ std::set<std::uint32_t> read_down() {
   return down;
 }
 
-void something_changed(void*) {
-  const std::set<std::uint32_t> down = read_down();
+void netlink_readable(void*) {
+  const std::set<std::uint32_t> down = read_interfaces_down();
   const Addresses addresses;
   for (const auto& [index, interface] : gEngine->interfaces) {
     if (addresses.are_known) {
-      review(*interface, addresses, down.contains(index));
+      review_interface(*interface, addresses, down.contains(index));
     }
   }
 }
@@ -115,7 +115,7 @@ void something_changed(void*) {
 
 void link_monitor_open() {
   Watch& watch = gEngine->link_monitor;
-  watch = {socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE), something_changed, nullptr};
+  watch = {socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE), netlink_readable, nullptr};
   sockaddr_nl address{};
   address.nl_family = AF_NETLINK;
   address.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;

@@ -1,23 +1,26 @@
 // SPDX-License-Identifier: MIT
 // The operations that look something up.
 //
-// Browse: one query for the PTR records of the type or subtype. Each is an instance, unless it names something else.
+// Browse: one query for the PTR records of the type or subtype. Each names an instance, unless its target is of another
+// type.
 //
-// Resolve: two queries, for the instance's SRV and TXT records. The caller hears of the newest of both, and again when either has
+// Resolve: two queries, for the instance's SRV and TXT records. Reports the newest of both, and again when either has
 // changed.
 //
-// Follower: what a service says of itself goes on to be followed when its resolve has ended: a caller that browses and resolves
-// each instance once, as dns_sd.h suggests, would never hear that the SRV or TXT data has changed, nor that the host has fallen
-// silent. So a resolve that has reported, of an instance that a browse on that interface has reported, leaves one behind when it
-// is released. It listens to the link and asks nothing. Other data from the host that said what was reported is a change: the
-// instance is reported gone and found again, and the follower ends; a new resolve will leave a new one. What other hosts say in
-// its name changes nothing. It ends also when no browse has the instance any more.
+// Follower: a resolve without a callback that detects changes after the caller's resolve has ended. A caller that
+// browses and resolves each instance once, as dns_sd.h suggests, would otherwise never learn that the SRV or TXT data
+// has changed or that the host is gone. A resolve that has reported, for an instance that a browse on the interface has
+// reported, starts a follower when it is released. Its queries listen and send no questions. Other data from the host
+// that sent the reported data is a change: the instance is reported removed and added again, and the follower ends; a
+// new resolve will start a new one. Data from other hosts is ignored. The follower also ends when no browse has the
+// instance any more.
 //
-// Query: the caller takes each answer for what the host has now. Losses are therefore never reported. Of A and AAAA records it
-// hears the newest live address whenever it differs from the one last reported: a change is one answer, the loss of one of two
-// addresses is followed by the other, and one that expires and returns is silence. Link-local addresses and others are kept apart
-// in this, so that the coming and going of a link-local address beside a global one does not repeat the global one. Of other
-// types it hears each record once while it lives. The unspecified address is nobody's and never reported.
+// Query: the caller takes each answer as the host's present data. Removals are therefore never reported. For A and AAAA
+// the newest live address is reported whenever it differs from the one last reported: a change is one answer; when one
+// of two addresses is removed, the other one is reported; an address that expires and returns is not reported again.
+// Link-local and other addresses are handled separately, so that a link-local address that comes or goes does not
+// repeat the global one. For other types each record is reported once while it lives. The unspecified address (all
+// zeros) is never reported.
 #include <cstring>
 
 #include "dnssd/interface.h"
@@ -28,13 +31,13 @@ namespace {
 // RFC 2782: priority, weight and port of two bytes each, then the target's name.
 constexpr std::size_t kSrvPortAt = 4;
 
-// Whether a PTR record's target is an instance of the type that is browsed, and its name a text.
+// Whether a PTR record's target is an instance of the browsed type with a well-formed UTF-8 name.
 bool is_instance(const Browse& browse, const std::string& target) {
   const std::string_view name = mdns::first_label(target);
   return !name.empty() && is_text(name) && mdns::same_folded(mdns::parent_name(target), browse.type);
 }
 
-// `begins_update`: it is about to be found again, with other data.
+// Queues a browse reply. `begins_update`: the instance will be reported as added again at once, with other data.
 void report_instance(Operation& browse, DNSServiceFlags flags, const std::string& instance, bool begins_update = false) {
   const std::string name(mdns::first_label(instance));
   const std::string type = type_text(mdns::parent_name(instance));
@@ -53,7 +56,7 @@ void end_follower(const Instance& instance) {
   }
 }
 
-// The browse has lost the instance, or ends; nobody has to be told of it by this browse any more. Returns the next instance.
+// Removes the browse from the instance, and the instance when it has no browse any more. Returns the next instance.
 auto browse_lost(Operation& browse, decltype(Interface::instances)::iterator at) {
   Instance& instance = at->second;
   std::erase(instance.browses, &browse);
@@ -64,7 +67,7 @@ auto browse_lost(Operation& browse, decltype(Interface::instances)::iterator at)
   return browse.interface->instances.erase(at);
 }
 
-// Whether every label of a host's name is a text.
+// Whether every label of a host's name is well-formed UTF-8.
 bool is_text_name(std::string_view name) {
   while (name.size() > 1 && is_text(mdns::first_label(name))) {
     name = mdns::parent_name(name);
@@ -91,26 +94,27 @@ void report_if_new(Operation& operation, Resolve& resolve) {
   });
 }
 
-// What a follower remembers of data. Other letters in TXT data are other data; in the name that SRV data holds they are not.
+// The hash that a follower keeps instead of rdata. Case counts in TXT data, but not in the target of SRV data.
 std::string digest_of(std::uint16_t rrtype, const std::string& rdata) {
   const std::uint64_t hash = rrtype == mdns::kTypeSrv ? mdns::hash_folded(rdata, 0) : std::hash<std::string>()(rdata);
   return std::string(reinterpret_cast<const char*>(&hash), sizeof hash);
 }
 
-// Who says what was reported, and not other data, owns the record, over each protocol.
+// Notes the host that sent the record over each protocol as its owner, if the data is what was reported; sets
+// is_from_owner.
 void note_owner(Answers& answers, const mdns::Event& event) {
   const bool is_reported = event.rdata == answers.reported;
   bool is_owner = false;
-  for (std::size_t protocol = 0; protocol < event.said_by.size(); ++protocol) {
+  for (std::size_t protocol = 0; protocol < event.sent_by.size(); ++protocol) {
     std::uint32_t& owner = answers.owner[protocol];
-    owner = is_reported && event.said_by[protocol] != 0 ? event.said_by[protocol] : owner;
-    is_owner = is_owner || (owner != 0 && owner == event.said_by[protocol]);
+    owner = is_reported && event.sent_by[protocol] != 0 ? event.sent_by[protocol] : owner;
+    is_owner = is_owner || (owner != 0 && owner == event.sent_by[protocol]);
   }
-  answers.is_vouched = !is_reported && is_owner;
+  answers.is_from_owner = !is_reported && is_owner;
 }
 
-// What is said now is other than it was reported, and comes from the host that said that.
-bool has_changed(const Answers& answers) { return answers.is_vouched && answers.live.back().rdata != answers.reported; }
+// Whether the newest data differs from what was reported and comes from the host that sent that.
+bool has_changed(const Answers& answers) { return answers.is_from_owner && answers.live.back().rdata != answers.reported; }
 
 void report_answer(Operation& operation, const Answer& answer) {
   reply_queue(operation, [=](const Operation& to, DNSServiceFlags more) {
@@ -121,8 +125,9 @@ void report_answer(Operation& operation, const Answer& answer) {
   });
 }
 
-// No query knows an address of the host any more: it has fallen silent, and its services are doubted (RFC 6762 section 10.4).
-void host_fell_silent(Interface& interface, const std::string& host) {
+// No query has an address of the host any more: has the PTR records of its services reconfirmed (RFC 6762 section
+// 10.4).
+void host_addresses_expired(Interface& interface, const std::string& host) {
   const auto [first, last] = interface.followers.equal_range(host);
   for (auto at = first; at != last; ++at) {
     const std::string& instance = std::get<Resolve>(at->second->part).name;
@@ -152,7 +157,7 @@ void operation_event(Operation& operation, Browse& browse, const mdns::Event& ev
   if (is_added == is_known) {
     return;
   }
-  report_instance(operation, is_added ? kDNSServiceFlagsAdd : 0, at->first);  // however its goodbye spells it
+  report_instance(operation, is_added ? kDNSServiceFlagsAdd : 0, at->first);  // spelled as at first
   if (is_added) {
     at->second.browses.push_back(&operation);
   } else {
@@ -198,7 +203,7 @@ void resolve_review(Handle handle) {
     report_if_new(*operation, *resolve);
   } else if (has_changed(resolve->srv) || has_changed(resolve->txt)) {
     const auto& [name, instance] = *operation->interface->instances.find(resolve->name);
-    for (Operation* browse : instance.browses) {  // it is gone and found again, with other data
+    for (Operation* browse : instance.browses) {  // removed and added again, with other data
       report_instance(*browse, 0, name, true);
       report_instance(*browse, kDNSServiceFlagsAdd, name);
     }
@@ -240,7 +245,7 @@ void operation_event(Operation& operation, Query& query, const mdns::Event& even
   if (is_added) {
     live_addresses.insert(query.name);
   } else if (live_addresses.extract(query.name); !live_addresses.contains(query.name)) {
-    host_fell_silent(*operation.interface, query.name);
+    host_addresses_expired(*operation.interface, query.name);
   }
   if (!answers.live.empty() && answers.live.back().rdata != answers.reported) {
     answers.reported = answers.live.back().rdata;

@@ -9,8 +9,8 @@
 namespace dnssd {
 namespace {
 
-// Takes one byte off the front of `text`, which is not empty. An escape stands for one: a backslash and three digits, or one
-// other byte. Zero, which no label has, when it is broken.
+// Takes one byte, which may be escaped, off the front of `text`, which is not empty. An escape is a backslash and three
+// digits, or a backslash and one other byte. Zero, which no label has, for a malformed escape.
 char take_byte(std::string_view& text) {
   if (text[0] == '\\') {
     text.remove_prefix(1);
@@ -34,13 +34,13 @@ void append_label(std::string& name, std::string_view label) {
   name += label;
 }
 
-// A number in a name's suffix larger than this is part of the name and is not counted on.
+// A number in a name's suffix that is larger than this belongs to the name and is not counted up.
 constexpr unsigned kSuffixMax = 999'999;
 
-// What the application of a type is made of, behind its underscore.
+// The bytes that the application label of a type may have behind its underscore.
 constexpr std::string_view kTypeBytes = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 
-// The type that a name of two labels says; nothing when it is none.
+// The service type that a name of two labels stands for; nothing when it is none.
 std::optional<ServiceType> type_of(std::string_view name) {
   const std::string_view application = mdns::first_label(name);
   const std::string_view transport = mdns::first_label(mdns::parent_name(name));

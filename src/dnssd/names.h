@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// DNS names as dns_sd.h writes them, the presentation format: a dot and a backslash are escaped by a backslash, bytes up to 32 as
-// \DDD, UTF-8 stands as it is. Everywhere else in the library a name is in wire format (mdns/name.h). And what DNS-SD says about
-// service names and types (RFC 6763 sections 4 and 7).
+// DNS names as dns_sd.h writes them, the presentation format: a dot and a backslash are escaped by a backslash, bytes
+// up to 32 as \DDD, UTF-8 stands as it is. Everywhere else in the library a name is in wire format (mdns/name.h). Also
+// the rules of DNS-SD for service names and types (RFC 6763 sections 4 and 7).
 #pragma once
 
 #include <initializer_list>
@@ -29,7 +29,7 @@ std::optional<std::string> parse_name(std::string_view text);
 // A name of one label in front of another name; nothing when the label is empty or no text, or either is too long.
 std::optional<std::string> prepend_label(std::string_view label, std::string_view rest);
 
-// A name of these labels, which are known to be ones.
+// A name of these labels, which must be valid.
 std::string name_of(std::initializer_list<std::string_view> labels);
 
 // The presentation format, with the trailing dot.

@@ -16,7 +16,7 @@ unsigned is_published(const Operation& operation) {
              : 0;
 }
 
-// One operation by itself: ends its queries and withdraws what it has published.
+// Releases one operation: stops its queries and withdraws what it has published.
 void release_one(Operation& operation) {
   const auto owned = gEngine->operations.extract(operation.handle);  // frees it in the end
   gEngine->deliverable -= operation.queued;
@@ -60,7 +60,7 @@ Operation* operation_find(Handle handle) {
 
 void operation_release(Operation& operation) {
   if (operation.connection == 0 && gEngine->connections == 1) {
-    gEngine->connections = 0;  // the engine ends when the library is left, and takes the operation with it
+    gEngine->connections = 0;  // ~LibraryCall then ends the engine, and the operation with it
     return;
   }
   std::vector<Operation*> released{&operation};

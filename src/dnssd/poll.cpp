@@ -38,7 +38,7 @@ void timer_fired(void* context) {
   poll.armed = mdns::kNever;
 }
 
-// Sets whether the poll is readable for no other reason.
+// Sets whether the poll is readable although no other descriptor is.
 void set_awake(Poll& poll, bool is_awake) {
   if (std::exchange(poll.is_awake, is_awake) == is_awake) {
     return;
@@ -56,7 +56,7 @@ void set_awake(Poll& poll, bool is_awake) {
 mdns::Time monotonic_now() { return clock_now(CLOCK_BOOTTIME); }
 
 mdns::Time time_asleep() {
-  const mdns::Time since_boot = clock_now(CLOCK_BOOTTIME);  // first: what delays the second reading is then no sleep
+  const mdns::Time since_boot = clock_now(CLOCK_BOOTTIME);  // first: a delay in between is no sleep
   return since_boot - clock_now(CLOCK_MONOTONIC);
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// One epoll descriptor with a timerfd and an eventfd behind it. Nothing here runs by itself: poll_dispatch does what is due.
+// One epoll descriptor with a timerfd and an eventfd. Everything is done by poll_dispatch; there is no thread.
 #pragma once
 
 #include <unordered_set>
@@ -8,13 +8,15 @@
 
 namespace dnssd {
 
-// Microseconds of the clock that nobody sets and that goes on while the machine sleeps: what was heard before is older then.
+// Microseconds of CLOCK_BOOTTIME, which cannot be set and runs on while the machine sleeps, so that cached records age
+// during a sleep.
 mdns::Time monotonic_now();
 
 // How long the machine has slept since it was switched on.
 mdns::Time time_asleep();
 
-// A descriptor, and what is done when it is readable. Owned by whoever added it; it stays where it is while it is in the poll.
+// A descriptor and the function to call when it is readable. Owned by the caller of poll_add; must not move until
+// removed.
 struct Watch {
   int fd = -1;
   void (*readable)(void* context) = nullptr;
@@ -26,12 +28,12 @@ struct Poll {
   Watch timer;                      // a timerfd, fires at the next deadline
   mdns::Time armed = mdns::kNever;  // what the timer is set to
   Watch wake;                       // an eventfd
-  bool is_awake = false;            // it is readable
+  bool is_awake = false;            // `wake` is readable
   std::unordered_set<Watch*> watches;
 };
 
-// Opens the three descriptors (close-on-exec). False when the system refuses one; nothing stays open then. `poll` stays where it is
-// until poll_close.
+// Opens the three descriptors (close-on-exec). False when the system refuses one; nothing stays open then. `poll` must
+// not move until poll_close.
 bool poll_open(Poll& poll);
 
 // Closes the descriptors of all watches, then its own. In a forked child these are copies: the parent's poll goes on undisturbed.

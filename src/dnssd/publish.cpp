@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The operations that publish something: a record that is registered by itself is a publication; a service is several.
+// The operations that publish: a registered record is one publication, a service is several.
 //
 // Lifecycle of a registration:
 //   1. registration_start: the service's SRV and TXT records are published under the name, which is probed for.
@@ -49,21 +49,22 @@ void report_record(Operation& operation, DNSServiceErrorType error) {
   });
 }
 
-// Publishes the PTR records to the service under its type and each subtype, and the type's under _services._dns-sd._udp.
-void publish_pointers(Operation& operation, Registration& registration) {
-  const auto publish_pointer = [&](const std::string& name, const std::string& target) {
+// Publishes the PTR records of the service under its type and each subtype, and that of the type under
+// _services._dns-sd._udp.
+void publish_ptr_records(Operation& operation, Registration& registration) {
+  const auto publish_ptr_record = [&](const std::string& name, const std::string& target) {
     const mdns::RecordData record{mdns::kTypePtr, 0, target};
-    registration.pointers.push_back(publish(operation, name, {&record, 1}, mdns::Claim::shared));
+    registration.ptr_records.push_back(publish(operation, name, {&record, 1}, mdns::Claim::shared));
   };
   const std::string instance = instance_of(registration);
-  publish_pointer(registration.type.name, instance);
+  publish_ptr_record(registration.type.name, instance);
   for (const std::string& subtype : registration.type.subtypes) {
-    publish_pointer(subtype_name(registration.type, subtype), instance);
+    publish_ptr_record(subtype_name(registration.type, subtype), instance);
   }
-  publish_pointer(name_of({"_services", "_dns-sd", "_udp", "local"}), registration.type.name);
+  publish_ptr_record(name_of({"_services", "_dns-sd", "_udp", "local"}), registration.type.name);
 }
 
-// Publishes SRV and TXT data under the name that is to be tried.
+// Publishes the SRV and TXT records under the registration's present name.
 void try_name(Operation& operation) {
   Registration& registration = std::get<Registration>(operation.part);
   const mdns::RecordData records[] = {srv_data(registration), {mdns::kTypeTxt, 0, registration.txt}};
@@ -84,18 +85,18 @@ void try_next_name(Operation& operation, Registration& registration) {
   }
 }
 
-// Takes back the PTR records. When the name is another host's, its service must not hear our goodbyes; only the type's own record
-// gets one then.
-void end_pointers(Operation& operation, Registration& registration, bool is_ours) {
-  for (const mdns::PublicationId& pointer : registration.pointers) {
-    const bool says_goodbye = is_ours || &pointer == &registration.pointers.back();
-    mdns::publication_withdraw(link_of(operation), monotonic_now(), pointer, says_goodbye);
+// Withdraws the PTR records. After a lost conflict (not is_ours) only that of the type gets a goodbye: those of the
+// instance would remove the other host's service, which has the same name, from caches.
+void withdraw_ptr_records(Operation& operation, Registration& registration, bool is_ours) {
+  for (const mdns::PublicationId& ptr_record : registration.ptr_records) {
+    const bool with_goodbye = is_ours || &ptr_record == &registration.ptr_records.back();
+    mdns::publication_withdraw(link_of(operation), monotonic_now(), ptr_record, with_goodbye);
   }
-  registration.pointers.clear();
+  registration.ptr_records.clear();
 }
 
 void withdraw(Operation& operation, Registration& registration) {
-  end_pointers(operation, registration, true);
+  withdraw_ptr_records(operation, registration, true);
   mdns::publication_withdraw(link_of(operation), monotonic_now(), registration.service);
 }
 
@@ -115,8 +116,8 @@ void operation_event(Operation& operation, Registration& registration, const mdn
     return;
   }
   if (event.kind == mdns::Event::Kind::established) {
-    if (registration.port != 0 && registration.pointers.empty()) {  // a port of 0 only keeps the name (dns_sd.h)
-      publish_pointers(operation, registration);
+    if (registration.port != 0 && registration.ptr_records.empty()) {  // 0: the name is only claimed
+      publish_ptr_records(operation, registration);
     }
     if (!std::exchange(registration.is_reported, true)) {
       report_name(operation, registration, kDNSServiceFlagsAdd, kDNSServiceErr_NoError);
@@ -124,7 +125,7 @@ void operation_event(Operation& operation, Registration& registration, const mdn
     return;
   }
   registration.service = 0;
-  end_pointers(operation, registration, false);
+  withdraw_ptr_records(operation, registration, false);
   if (registration.auto_rename) {
     try_next_name(operation, registration);
   } else {
@@ -143,10 +144,10 @@ DNSServiceErrorType registration_update(Operation& operation, const std::string&
   if (txt == registration.txt) {
     return kDNSServiceErr_NoError;
   }
-  registration.txt = txt;  // of the next name to be tried, too
+  registration.txt = txt;  // also used for the next name that is tried
   const mdns::RecordData data{mdns::kTypeTxt, ttl, txt};
   if (registration.service != 0 && !mdns::publication_update(link_of(operation), monotonic_now(), registration.service, data)) {
-    // Others hold the same service and keep what they have: then the new data is a service of its own.
+    // Another registration holds the same service with the old data: conflict, so the new data needs a name of its own.
     withdraw(operation, registration);
     try_name(operation);
   }
@@ -163,7 +164,7 @@ void record_start(Operation& operation, const std::string& name, mdns::Claim cla
   if (claim == mdns::Claim::shared && is_address(record.data.type)) {
     record.host = &host_join(operation, name);
     host_renamed(operation);
-    record.is_reported = true;  // nobody can take it away
+    record.is_reported = true;  // a shared record has no conflicts
     report_record(operation, kDNSServiceErr_NoError);
   } else {
     if (claim != mdns::Claim::shared) {
@@ -188,7 +189,7 @@ void operation_event(Operation& operation, Record& record, const mdns::Event& ev
   }
   if (event.kind == mdns::Event::Kind::conflict) {
     record.publication = 0;
-    if (record.host == nullptr) {  // else it will get another name
+    if (record.host == nullptr) {  // the address of a host is published under the host's next name
       report_record(operation, kDNSServiceErr_NameConflict);
     }
   } else if (!std::exchange(record.is_reported, true)) {

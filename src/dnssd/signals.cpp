@@ -15,18 +15,19 @@
 namespace dnssd {
 namespace {
 
-// A fault in the library's own code must be seen at once, and blocked it would end the process without a handler.
+// Signals of faults are not held back: a blocked one would end the process without calling the program's handler.
 constexpr int kFaults[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP};
 
-// What init, a terminal or a shell sends to end a process.
+// The signals that init, a terminal or a shell sends to end a process.
 constexpr int kEndings[] = {SIGTERM, SIGINT, SIGHUP, SIGQUIT};
 
-// Kills by the default action, in a shell's way of counting, should the signal raised again come back.
+// Added to the signal's number for the exit status, as a shell does, if raising the signal again does not end the
+// process.
 constexpr int kExitOfSignal = 128;
 
 constexpr sigset_t kNone{};
 
-int gDepth = 0;     // frames
+int gDepth = 0;     // nested frames (signals_hold)
 sigset_t gCallers;  // the caller's mask, without what is taken
 sigset_t gTaken{};  // of kEndings
 Watch gWatch;       // on a signalfd, from the first signal that is taken until the engine ends
@@ -104,7 +105,7 @@ void signals_die_if_caught() {
   if (signal == 0) {
     return;
   }
-  if (!has_default_action(signal)) {  // the program has come to another mind
+  if (!has_default_action(signal)) {  // the program has installed a handler since
     signals_review(false);
     kill(getpid(), signal);
     return;

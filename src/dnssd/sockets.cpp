@@ -88,7 +88,7 @@ void receive(void* context) {
       return;
     }
     const bool is_to_group = read_control(header, socket);
-    const bool is_of_link = (socket.interface->protocols & socket.protocol) != 0;  // or what was sent before that went
+    const bool is_of_link = (socket.interface->protocols & socket.protocol) != 0;  // false: it was sent before
     if (is_of_link && (header.msg_flags & MSG_TRUNC) == 0) {
       const mdns::Endpoint source = to_endpoint(&address.any);
       mdns::link_receive(interface_link(*socket.interface), monotonic_now(),
@@ -113,7 +113,7 @@ bool set_options_ipv6(int fd) {
          set_option(fd, IPPROTO_IPV6, IPV6_RECVPKTINFO, 1);
 }
 
-bool prepare(int fd, const Interface& interface, mdns::Protocols protocol) {
+bool prepare_socket(int fd, const Interface& interface, mdns::Protocols protocol) {
   const auto length = static_cast<socklen_t>(interface.name.size() + 1);
   if (!set_option(fd, SOL_SOCKET, SO_REUSEADDR, 1) || !set_option(fd, SOL_SOCKET, SO_REUSEPORT, 1) ||
       setsockopt(fd, SOL_SOCKET, SO_BINDTODEVICE, interface.name.c_str(), length) != 0) {
@@ -149,7 +149,7 @@ DNSServiceErrorType sockets_open(Interface& interface) {
     Socket& opened = interface.sockets[mdns::index_of(protocol)];
     const int family = protocol == mdns::kIpv4 ? AF_INET : AF_INET6;
     opened = {{socket(family, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), receive, &opened}, &interface, protocol};
-    if (opened.watch.fd >= 0 && prepare(opened.watch.fd, interface, protocol) && poll_add(gEngine->poll, opened.watch)) {
+    if (opened.watch.fd >= 0 && prepare_socket(opened.watch.fd, interface, protocol) && poll_add(gEngine->poll, opened.watch)) {
       result = kDNSServiceErr_NoError;
       continue;
     }
@@ -170,7 +170,7 @@ void sockets_join(const Interface& interface) {
     std::memcpy(&request.gr_group, &group, sizeof group);
     request.gr_interface = interface.index;
     const int level = one.protocol == mdns::kIpv4 ? IPPROTO_IP : IPPROTO_IPV6;
-    // To the socket it may still be a member, on an interface that has gone and come back without it.
+    // When an interface has gone and come back, the kernel has dropped its membership but the socket may still list it.
     setsockopt(one.watch.fd, level, MCAST_LEAVE_GROUP, &request, sizeof request);
     setsockopt(one.watch.fd, level, MCAST_JOIN_GROUP, &request, sizeof request);
   }

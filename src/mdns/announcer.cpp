@@ -8,18 +8,19 @@
 namespace mdns {
 namespace {
 
-// RFC 6762 sections 6 and 8.3: a second apart; the rest is for a receiver whose clock runs otherwise.
+// RFC 6762 sections 6 and 8.3: one second, and 5 ms more for a receiver whose clock is faster.
 constexpr Time kAnnouncementsApart = kSecond + 5 * kMillisecond;
 
-// What is published in answer to an event, such as the PTR records of a service whose name is established, shares the packet.
+// Announcements wait this long, so that records that are published in reaction to an event, such as the PTR records of
+// a service whose name has just been established, share the packet.
 constexpr Time kGatheredWithin = 5 * kMillisecond;
 
-// Changed data is announced at once; what changes again and again, at intervals that double up to a second.
+// Changed data is announced at once; if it changes again and again, at intervals that double up to a second.
 constexpr Time kFirstChangeInterval = 20 * kMillisecond;
 constexpr Time kLongestChangeInterval = kSecond;
 constexpr Time kChangesForgotten = 2 * kSecond;
 
-// The other records of a unique RRset go out with this one, in the same packet or the next (RFC 6762 section 10.2).
+// Has the other records of a unique RRset announced in the same packet or the next one (RFC 6762 section 10.2).
 void hurry_rrset(Link& link, const OwnedRecord& record) {
   if (!record.is_unique) {
     return;
@@ -34,7 +35,7 @@ void hurry_rrset(Link& link, const OwnedRecord& record) {
   }
 }
 
-// From now on the next change of the name's records waits.
+// Sets the earliest time at which the next change of the name's records is announced.
 void note_change(const Link& link, const OwnedRecord& record) {
   OwnedName& owned = *record.owner;
   const bool is_calm = owned.change_at < link.now - kChangesForgotten;
@@ -47,7 +48,8 @@ void note_announced(Link& link, OwnedRecord& record) {
   if (record.is_change && record.announcements_left == kAnnouncements) {
     note_change(link, record);
   }
-  // What was said so lately that this cache-flush leaves it in caches goes with the next one (RFC 6762 section 10.2).
+  // Superseded records that were sent within the last second stay in caches in spite of this cache-flush bit; that of
+  // the next announcement removes them (RFC 6762 section 10.2).
   zone_forget_superseded(link, record, link.now - kAnnouncementsApart);
   record_was_multicast(link, record, link.protocols, link.now);
   if (record.announcement.at <= link.now) {
@@ -57,14 +59,15 @@ void note_announced(Link& link, OwnedRecord& record) {
   }
 }
 
-bool write(Writer& writer, const OwnedRecord& record, std::uint32_t ttl, bool cache_flush) {
+bool write_answer(Writer& writer, const OwnedRecord& record, std::uint32_t ttl, bool cache_flush) {
   return writer_add_record(writer, Section::answers, name_of(record), record.type, ttl, cache_flush, record.rdata);
 }
 
-// RFC 6762 section 6: a record goes to the group once a second at most, with the rest of its RRset unless that has just gone out,
-// or the record is new. One that has just been sent as an answer has been announced by that, if all protocols had it; else it
-// waits. Changed data is said again in any case: the cache-flush of the first time spares what the old data's last second was.
-// True when it is not to be announced now.
+// Whether the record is not to be announced now, because RFC 6762 section 6 allows a record to be multicast once a
+// second only. If it was just sent as an answer over all protocols, that counts as this announcement; else the
+// announcement is put off. Changed data is always announced twice: the cache-flush bit of its first announcement does
+// not remove old data that was sent within the last second. For a unique record the rest of its RRset counts as well,
+// but not what was sent within kFlushSpares, and not for the first announcement of changed data.
 bool is_just_sent(Link& link, OwnedRecord& record) {
   const bool is_new = record.is_change && record.announcements_left == kAnnouncements;
   const Time last = rrset_multicast_at(record, link.protocols, is_new ? kLongAgo : link.now - kFlushSpares);
@@ -77,11 +80,12 @@ bool is_just_sent(Link& link, OwnedRecord& record) {
   return true;
 }
 
-// What does not fit is left for the next packet, in these two: false. More than any packet holds is not said.
+// Both write what is due until the packet is full; write_goodbyes returns false then. A record that is too long for any
+// packet is not sent.
 bool write_goodbyes(Link& link, Writer& writer) {
   while (OwnedRecord* record = link.announcer.goodbyes.due(link.now)) {
     ++link.steps;
-    if (!record->is_forsaken && !write(writer, *record, 0, false) && !writer_is_empty(writer)) {
+    if (!record->without_goodbye && !write_answer(writer, *record, 0, false) && !writer_is_empty(writer)) {
       return false;
     }
     zone_forget(link, *record);
@@ -95,7 +99,7 @@ void write_announcements(Link& link, Writer& writer) {
       continue;
     }
     hurry_rrset(link, *record);
-    if (write(writer, *record, record->ttl, record->is_unique)) {
+    if (write_answer(writer, *record, record->ttl, record->is_unique)) {
       note_announced(link, *record);
     } else if (!writer_is_empty(writer)) {
       return;
@@ -109,7 +113,7 @@ void write_announcements(Link& link, Writer& writer) {
 
 void announce(Link& link, OwnedRecord& record) {
   record.announcements_left = kAnnouncements;
-  record.is_change = was_multicast(record);  // others may have said otherwise since
+  record.is_change = was_multicast(record);  // caches may have other data by now
   link.announcer.due.set(record, link.now + kGatheredWithin);
 }
 
@@ -120,7 +124,7 @@ void announce_change(Link& link, OwnedRecord& record, Time by) {
   link.announcer.due.set(record, std::max(std::min(at, by), link.now));
 }
 
-void announce_rest(Link& link, OwnedRecord& record) {
+void announce_remaining(Link& link, OwnedRecord& record) {
   if (record.announcements_left > 0) {
     const Time again_at = latest_multicast(record, link.protocols) + kAnnouncementsApart;
     link.announcer.due.set(record, std::max(link.now + kGatheredWithin, again_at));
@@ -131,9 +135,9 @@ void announcer_stop(Link& link, OwnedRecord& record) {
   (record.holders == 0 ? link.announcer.goodbyes : link.announcer.due).set(record, kNever);
 }
 
-void announcer_say_goodbye(Link& link, OwnedRecord& record) {
+void announcer_queue_goodbye(Link& link, OwnedRecord& record) {
   const Time remembered_until =
-      record.is_forsaken && !link.is_closing ? latest_multicast(record, kBothProtocols) + kSecond : kLongAgo;
+      record.without_goodbye && !link.is_closing ? latest_multicast(record, kBothProtocols) + kSecond : kLongAgo;
   link.announcer.goodbyes.set(record, std::max({link.now, link.goodbyes_at, remembered_until}));
 }
 

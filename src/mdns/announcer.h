@@ -9,25 +9,25 @@ namespace mdns {
 
 struct Announcer {
   Heap<OwnedRecord, &OwnedRecord::announcement> due;
-  Heap<OwnedRecord, &OwnedRecord::announcement> goodbyes;  // records that nobody holds any more, and whose goodbye is due then
+  Heap<OwnedRecord, &OwnedRecord::announcement> goodbyes;  // records without a holder, by the time of their goodbye
 };
 
-// Announces the record, now and again in a second.
+// Announces the record now and once more after a second.
 void announce(Link& link, OwnedRecord& record);
 
-// The same for data that takes the place of other data: soon, but ever later where a record changes all the time. `by`: when
-// the other data, not yet announced themselves, would have been; kNever: they have been.
+// Announces a record that replaces other data. The delay grows if the data of its name changes again and again. `by`:
+// if the replaced data has not been announced yet, the time of its announcement; else kNever.
 void announce_change(Link& link, OwnedRecord& record, Time by);
 
-// The record was about to get its goodbye and has not been away: announces it as often as it still was to be.
-void announce_rest(Link& link, OwnedRecord& record);
+// Sends the remaining announcements of a record that was withdrawn and is published again before its goodbye was sent.
+void announce_remaining(Link& link, OwnedRecord& record);
 
 void announcer_stop(Link& link, OwnedRecord& record);
 
-// The record has lost its last holder: it is freed when its goodbye has been written.
-void announcer_say_goodbye(Link& link, OwnedRecord& record);
+// Queues the goodbye of a record that has no holder any more; the record is freed when it has been written.
+void announcer_queue_goodbye(Link& link, OwnedRecord& record);
 
-// The packet with as much of what is due as fits: goodbyes, then announcements.
+// A packet with the goodbyes that are due, then the announcements, as many as fit.
 Writer announcer_write(Link& link);
 
 }  // namespace mdns

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The packets that answers go out in.
+// The packets that answers are sent in.
 #include <algorithm>
 
 #include "mdns/link.h"
@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::uint32_t kLegacyTtlMax = 10;  // seconds (RFC 6762 section 6.7)
 
-// A batch of records on its way into packets, to the group or to one host; each record goes into it once.
+// A batch of records that is being written into packets, to the group or to one host. It has each record once.
 struct Batch {
   Link& link;
   Protocols over;  // kNoProtocol: to one host
@@ -27,7 +27,8 @@ void add_once(Batch& batch, std::vector<OwnedRecord*>& list, OwnedRecord& record
   }
 }
 
-// The record with the rest of its RRset, if that is ours alone. A rescue goes without what everybody has just heard and keeps.
+// Adds the record and, if it is unique, the rest of its RRset. A rescue (RFC 6762 section 10.1) leaves out those
+// records that were multicast within kFlushSpares: its cache-flush bit does not remove them from caches.
 void add_rrset(Batch& batch, std::vector<OwnedRecord*>& list, OwnedRecord& record) {
   add_once(batch, list, record);
   if (!record.is_unique || record.type == kTypeNsec) {
@@ -46,8 +47,9 @@ bool was_just_multicast(const Batch& batch, const OwnedRecord& record) {
   return rrset_multicast_at(record, batch.over) > batch.link.now - kSecond;
 }
 
-// What is live of the name and one of both types goes along, and what surely is not there is denied.
-void add_along(Batch& batch, std::string_view name, std::uint16_t type, std::uint16_t other_type) {
+// Adds the live records of the name that have one of both types as additional records. If the types are A and AAAA and
+// the name has only one of them, adds its NSEC record, which denies the other.
+void add_additional_rrsets(Batch& batch, std::string_view name, std::uint16_t type, std::uint16_t other_type) {
   OwnedName* owned = owned_find(batch.link, name);
   if (owned == nullptr) {
     return;
@@ -70,18 +72,18 @@ void add_along(Batch& batch, std::string_view name, std::uint16_t type, std::uin
 }
 
 // RFC 6762 section 6.2, RFC 6763 section 12.
-void add_what_belongs_to(Batch& batch, const OwnedRecord& record) {
+void add_additionals_of(Batch& batch, const OwnedRecord& record) {
   if (record.type == kTypePtr) {
-    add_along(batch, target_of(record.type, record.rdata), kTypeSrv, kTypeTxt);
+    add_additional_rrsets(batch, target_of(record.type, record.rdata), kTypeSrv, kTypeTxt);
   } else if (record.type == kTypeSrv) {
-    add_along(batch, target_of(record.type, record.rdata), kTypeA, kTypeAaaa);
+    add_additional_rrsets(batch, target_of(record.type, record.rdata), kTypeA, kTypeAaaa);
   } else if (is_address(record.type)) {
-    add_along(batch, name_of(record), kTypeA, kTypeAaaa);
+    add_additional_rrsets(batch, name_of(record), kTypeA, kTypeAaaa);
   }
 }
 
-// What an answer brings may bring more: an instance its host. All addresses of a host bring the same, and what was brought by one
-// of them brings nothing else.
+// Collects the additional records of the answers, and those of additional SRV records in turn. All addresses of a host
+// have the same additional records, so only the first of several in a row is looked at.
 void collect_additionals(Batch& batch) {
   if (batch.answers.size() > kAdditionalForAtMost) {
     return;
@@ -90,19 +92,19 @@ void collect_additionals(Batch& batch) {
   for (const OwnedRecord* record : batch.answers) {
     const bool is_covered = last != nullptr && last->owner == record->owner && is_address(last->type) && is_address(record->type);
     if (!record->is_one_of_many && !is_covered) {
-      add_what_belongs_to(batch, *record);
+      add_additionals_of(batch, *record);
     }
     last = record;
   }
   for (std::size_t i = 0; i < batch.additionals.size(); ++i) {  // the list grows
     if (batch.additionals[i]->type == kTypeSrv) {
-      add_what_belongs_to(batch, *batch.additionals[i]);
+      add_additionals_of(batch, *batch.additionals[i]);
     }
   }
 }
 
-// Whether the record went into the packet in hand.
-bool add(Batch& batch, Section section, OwnedRecord& record) {
+// Adds the record to the present packet; false when there is no room.
+bool add_record(Batch& batch, Section section, OwnedRecord& record) {
   const std::uint32_t ttl = batch.is_legacy ? std::min(record.ttl, kLegacyTtlMax) : record.ttl;
   const bool cache_flush = record.is_unique && !batch.is_legacy;
   if (!writer_add_record(batch.writer, section, name_of(record), record.type, ttl, cache_flush, record.rdata)) {
@@ -115,19 +117,19 @@ bool add(Batch& batch, Section section, OwnedRecord& record) {
   return true;
 }
 
-// The same in the next packet, where an additional record is an answer: nobody would look for a response without one. False for
-// more than any packet holds.
+// Queues the present packet and adds the record to the next one as an answer, since a response should have one. False
+// when the record is too long for any packet.
 bool add_to_next(Batch& batch, OwnedRecord& record) {
   outbox_add(batch.link, batch.writer, batch.over, batch.to);
-  return add(batch, Section::answers, record);
+  return add_record(batch, Section::answers, record);
 }
 
 void write_answers(Batch& batch) {
   for (OwnedRecord* record : batch.answers) {
-    if (add(batch, Section::answers, *record)) {
+    if (add_record(batch, Section::answers, *record)) {
       continue;
     }
-    if (batch.is_legacy) {  // an ordinary resolver reads one packet; it asks again over TCP in vain, and takes what it has
+    if (batch.is_legacy) {  // an ordinary resolver reads one packet only; nobody serves it over TCP
       writer_set_truncated(batch.writer);
       return;
     }
@@ -135,8 +137,8 @@ void write_answers(Batch& batch) {
   }
 }
 
-// To the group all of them; to one host as many as there is room for, and the rest of an RRset that has begun: its cache-flush
-// bit would take away what is missing (RFC 6762 section 10.2).
+// Writes the additional records: all of them to the group; to one host as many as there is room for. An RRset is always
+// completed, since its cache-flush bit would remove missing records from the cache (RFC 6762 section 10.2).
 void write_additionals(Batch& batch) {
   const bool is_multicast = batch.over != kNoProtocol;
   const OwnedRecord* last = nullptr;
@@ -144,14 +146,14 @@ void write_additionals(Batch& batch) {
     const bool is_rest = last != nullptr && last->is_unique && last->owner == record->owner && last->type == record->type;
     const bool is_needed = is_multicast || (is_rest && !batch.is_legacy);
     const Section section = writer_is_empty(batch.writer) ? Section::answers : Section::additionals;
-    if (!add(batch, section, *record) && !(is_needed && add_to_next(batch, *record)) && !is_multicast) {
+    if (!add_record(batch, section, *record) && !(is_needed && add_to_next(batch, *record)) && !is_multicast) {
       return;
     }
     last = record;
   }
 }
 
-void send(Batch& batch) {
+void send_batch(Batch& batch) {
   collect_additionals(batch);
   write_answers(batch);
   write_additionals(batch);
@@ -164,12 +166,12 @@ void send_answers(Link& link, const std::vector<DueAnswer>& answers, Protocols o
   Batch batch{link, over};
   ++link.responder.batches;
   for (const DueAnswer& answer : answers) {
-    // What an earlier packet has taken along is due no longer.
+    // Otherwise an earlier packet has had the record as an additional one.
     if ((answer.over & answer.record->answer_over) == over) {
       add_rrset(batch, batch.answers, *answer.record);
     }
   }
-  send(batch);
+  send_batch(batch);
 }
 
 void send_reply(Link& link, const PendingQuery& query, const std::vector<OwnedRecord*>& answers) {
@@ -185,7 +187,7 @@ void send_reply(Link& link, const PendingQuery& query, const std::vector<OwnedRe
       writer_add_question(batch.writer, question.name, question.type, false, question.klass);
     }
   }
-  send(batch);
+  send_batch(batch);
 }
 
 }  // namespace mdns

@@ -8,45 +8,47 @@
 namespace mdns {
 namespace {
 
-// RFC 6762 sections 10.1 and 10.2: a goodbye and a cache-flush leave one second.
+// RFC 6762 sections 10.1 and 10.2: records expire one second after a goodbye or a cache-flush bit.
 constexpr Time kGoodbyeGrace = kSecond;
 
-// How long the other protocol has to say goodbye as well before it is asked. By then whoever contradicts the goodbye has done
-// so, which takes up to 120 ms and the pace of the packets: asked sooner, a flood of forged goodbyes would be answered by a
-// flood of questions.
+// How long after a goodbye over one protocol the record is asked for over the other one, unless the goodbye has come
+// over that, too. A responder that corrects a forged goodbye has done so by then: it takes up to 120 ms and what the
+// rate limit adds. A shorter time would turn a flood of forged goodbyes into a flood of questions.
 constexpr Time kOtherProtocolAfter = 300 * kMillisecond;
 
-// No lifetime is longer: what is looked for is asked for again anyway, and the rest need not be kept.
+// Upper bound of the TTL in the cache: records that a query asks for are refreshed anyway, others need not be kept.
 constexpr std::uint32_t kTtlMax = kOtherTtl;
 
-// RFC 6762 section 5.2: asked for again at 80, 85, 90 and 95 percent of the lifetime, each with up to 2 percent more.
+// RFC 6762 section 5.2: refreshes at 80, 85, 90 and 95 percent of the TTL, each with a random addition of up to 2
+// percent.
 constexpr int kRefreshes = 4;
 constexpr Time kFirstRefreshPercent = 80;
 constexpr Time kRefreshStepPercent = 5;
 constexpr Time kRefreshJitterPercent = 2;
 
-// RFC 6762 section 10.4: a record that is doubted is asked for twice at least, and gone after ten seconds.
+// RFC 6762 section 10.4: a record to be reconfirmed is asked for twice at least and expires after ten seconds.
 constexpr Time kReconfirmedWithin = 10 * kSecond;
 constexpr Time kReconfirmedAgain = 3 * kSecond;
 
-// RFC 6762 section 10.5: what others asked for in vain is given up ten seconds after the last of these questions.
+// RFC 6762 section 10.5: a record is removed ten seconds after the last of kUnansweredQueries queries without an
+// answer.
 constexpr Time kGiveUpAfter = 10 * kSecond;
-constexpr Time kVainWithin = 60 * kSecond;
+constexpr Time kUnansweredWithin = 60 * kSecond;
 
-// The bounds: entries of a link, those among them that nobody asks for, and those of one name and type. A forwarder's limit
-// of 2001 instances has up to six records each.
+// The bounds: entries of a link, those among them that no query asks for, and those of one name and type. The daemon
+// forwards at most 2001 instances with up to six records each.
 constexpr std::size_t kEntriesMax = 32768;
 constexpr std::size_t kOtherEntriesMax = 16384;
 constexpr std::size_t kRRsetMax = 8192;
 
-// Types that are kept of one name: hosts have a handful.
+// The most types that are cached for one name: genuine hosts have a handful.
 constexpr std::size_t kTypesMax = 16;
 
-// A source that was the first to say as many entries is one that makes room for others.
+// When the cache is full, entries of a source that has more than this many make room for entries of other sources.
 constexpr std::uint32_t kFairShare = 2048;
 constexpr int kVictimsLookedAt = 64;
 
-// A unique RRset has few records; of more than these, only a hostile one, the newest decide whether there is an answer.
+// cache_has_unique_answer looks at this many of the newest records; only a hostile host sends a unique RRset with more.
 constexpr int kAnswersLookedAt = 8;
 
 // The heap that the RRset's entries are in.
@@ -54,7 +56,7 @@ Heap<CacheEntry, &CacheEntry::due>& heap_of(Link& link, const RRset& rrset) {
   return is_asked(rrset) ? link.cache.asked : link.cache.other;
 }
 
-// When the entry is to be looked at next; `check_at`: by then in any case.
+// Sets the entry's deadline: its next refresh or its end, and not later than `check_at`.
 void plan(Link& link, CacheEntry& entry, Time check_at = kNever) {
   Time at = std::min(entry.expires, check_at);
   if (entry.limit == Limit::none && entry.refreshes < kRefreshes && is_asked(*entry.rrset)) {
@@ -69,13 +71,13 @@ void plan(Link& link, CacheEntry& entry, Time check_at = kNever) {
 void renew(Link& link, CacheEntry& entry, const Record& record, Protocols protocol, const Source& source) {
   OpenQuestion* question = entry.rrset->question.get();
   if (question != nullptr && entry.refreshes > 0 && entry.rrset->entries.size() == 1) {
-    question->urgent = kNoProtocol;  // somebody else's question has been answered
+    question->urgent = kNoProtocol;  // the record was the answer to a question of another host; ours is not needed
   }
   entry.ttl = record.ttl;
   entry.received = link.now;
   entry.expires = link.now + std::min(record.ttl, kTtlMax) * kSecond;
   entry.protocols |= protocol;
-  entry.said_by[index_of(protocol)] = source.number;
+  entry.sent_by[index_of(protocol)] = source.number;
   entry.goodbyes = kNoProtocol;
   entry.refreshes = 0;
   entry.is_unique = record.cache_flush;
@@ -83,31 +85,33 @@ void renew(Link& link, CacheEntry& entry, const Record& record, Protocols protoc
   plan(link, entry);
 }
 
-// Tells the queries of the RRset, unless they hear the same of a record of the link's own.
-void report(Link& link, const CacheEntry& entry, Event::Kind kind) {
+// Reports the entry to the queries of the RRset, unless the link publishes the same record itself: then the zone
+// reports it.
+void report_entry(Link& link, const CacheEntry& entry, Event::Kind kind) {
   if (entry.rrset->question != nullptr && (kind == Event::Kind::renewed || !zone_reports(link, key_of(entry)))) {
-    querier_report(link, *entry.rrset, {kind, 0, 0, entry.rrset->type, entry.ttl, entry.rdata, entry.is_unique, entry.said_by});
+    querier_report(link, *entry.rrset, {kind, 0, 0, entry.rrset->type, entry.ttl, entry.rdata, entry.is_unique, entry.sent_by});
   }
 }
 
-// Takes the entry out of everything and frees it; its RRset stays.
+// Reports the entry as removed, takes it out of all tables and frees it; its RRset stays.
 void remove_entry(Link& link, CacheEntry& entry) {
   RRset& rrset = *entry.rrset;
-  report(link, entry, Event::Kind::removed);
+  report_entry(link, entry, Event::Kind::removed);
   heap_of(link, rrset).set(entry, kNever);
   source_drop_entry(link, *entry.source);
   const auto node = link.cache.entries.extract(link.cache.entries.find(key_of(entry)));
   rrset.entries.erase(node.value());
 }
 
-// Removes the entry; its RRset goes with it if nothing else is left of it.
-void drop(Link& link, CacheEntry& entry) {
+// Removes the entry, and its RRset if that is no longer needed.
+void drop_entry(Link& link, CacheEntry& entry) {
   RRset& rrset = *entry.rrset;
   remove_entry(link, entry);
   rrset_review(link, rrset);
 }
 
-// The newest entry of a source that has filled the RRset with its own; null when none of the newest is one.
+// The entry of the RRset to remove in favour of another source: the newest one of a source with more than kFairShare
+// entries; null when there is none among the newest kVictimsLookedAt.
 CacheEntry* victim_in(Link& link, RRset& rrset) {
   auto entry = rrset.entries.rbegin();
   for (int looked_at = 0; entry != rrset.entries.rend() && looked_at < kVictimsLookedAt; ++looked_at, ++entry) {
@@ -119,8 +123,8 @@ CacheEntry* victim_in(Link& link, RRset& rrset) {
   return nullptr;
 }
 
-// An entry that nobody asks for: the one that ends first or one at random, whichever was heard longer ago. So a crowd of long
-// lifetimes does not keep all others out. Null when there is none.
+// The entry to remove among those that no query asks for; null when there is none. It is the one that expires first or
+// one at random, whichever was received longer ago, so that many entries with long TTLs do not keep out all others.
 CacheEntry* victim_among_others(Link& link) {
   const Heap<CacheEntry, &CacheEntry::due>& other = link.cache.other;
   if (other.items.empty()) {
@@ -131,7 +135,7 @@ CacheEntry* victim_among_others(Link& link) {
   return any->received < other.first()->received ? any : other.first();
 }
 
-// Makes room for an entry of the RRset that the source says; false when it has to do without.
+// Makes room for a new entry of the RRset from the source; false when the new record is not to be cached.
 bool make_room(Link& link, RRset& rrset, const Source& source) {
   const Cache& cache = link.cache;
   const bool is_wanted = is_asked(rrset);
@@ -146,7 +150,7 @@ bool make_room(Link& link, RRset& rrset, const Source& source) {
   if (victim == nullptr || (!is_wanted && victim->rrset == &rrset)) {
     return false;
   }
-  drop(link, *victim);
+  drop_entry(link, *victim);
   return true;
 }
 
@@ -160,13 +164,13 @@ CacheEntry& entry_new(Link& link, RRset& rrset, std::string_view rdata, Source& 
   return *place;
 }
 
-// A unique record has been said again: it is what its host has now.
+// Makes the entry, a unique record that was received again, the newest of its RRset: it is the host's present data.
 void become_newest(Link& link, CacheEntry& entry) {
   std::list<CacheEntry>& entries = entry.rrset->entries;
   if (&entries.back() != &entry) {
     entries.splice(entries.end(), entries, *link.cache.entries.find(key_of(entry)));
   }
-  report(link, entry, Event::Kind::renewed);
+  report_entry(link, entry, Event::Kind::renewed);
 }
 
 void receive_goodbye(Link& link, CacheEntry& entry, Protocols protocol) {
@@ -188,12 +192,12 @@ Watch& watch_get(RRset& rrset) {
   return *rrset.watch;
 }
 
-// Plans when the watch is to be looked at next, or ends it.
+// Sets the watch's deadline, or frees the watch when it has nothing left to do.
 void watch_plan(Link& link, Watch& watch) {
   Time at = std::min(watch.flush_ends, watch.give_up_at);
-  const Time asked_until = watch.others_asked.back() + kVainWithin;
-  if (at == kNever && asked_until > link.now) {
-    at = asked_until;
+  const Time unanswered_until = watch.others_asked.back() + kUnansweredWithin;
+  if (at == kNever && unanswered_until > link.now) {
+    at = unanswered_until;
   }
   link.cache.watches.set(watch, at);
   if (at == kNever) {
@@ -201,10 +205,11 @@ void watch_plan(Link& link, Watch& watch) {
   }
 }
 
-// RFC 6762 section 10.2. What the flush leaves out is found when its second is over, in one walk however often it is said.
+// RFC 6762 section 10.2. The records that the response leaves out are found when the second is over, in one walk over
+// the RRset for all cache-flush bits that were received in that second.
 void receive_flush(Link& link, RRset& rrset) {
   if (rrset.entries.size() < 2) {
-    return;  // the only record is the one that said it
+    return;  // the only entry is the record that has the bit
   }
   Watch& watch = watch_get(rrset);
   watch.last_flush_ends = link.now + kGoodbyeGrace;
@@ -212,7 +217,7 @@ void receive_flush(Link& link, RRset& rrset) {
   watch_plan(link, watch);
 }
 
-// Removes what was heard last before that time; false when nothing was.
+// Removes the entries that were received last before that time; false when there was none.
 bool remove_before(Link& link, RRset& rrset, Time before) {
   const std::size_t count = rrset.entries.size();
   for (auto next = rrset.entries.begin(); next != rrset.entries.end();) {
@@ -225,8 +230,8 @@ bool remove_before(Link& link, RRset& rrset, Time before) {
   return rrset.entries.size() < count;
 }
 
-// The watch's deadline has come.
-void review(Link& link, Watch& watch) {
+// Does what the watch's deadline is for.
+void review_watch(Link& link, Watch& watch) {
   RRset& rrset = *watch.rrset;
   if (watch.flush_ends <= link.now) {
     remove_before(link, rrset, watch.flush_ends - 2 * kGoodbyeGrace);
@@ -242,15 +247,15 @@ void review(Link& link, Watch& watch) {
   rrset_review(link, rrset);
 }
 
-// The entry's deadline has come.
-void look_at(Link& link, CacheEntry& entry) {
+// Does what the entry's deadline is for: removes it when it has expired, else asks for it.
+void review_entry(Link& link, CacheEntry& entry) {
   ++link.steps;
   if (entry.expires <= link.now) {
-    drop(link, entry);
+    drop_entry(link, entry);
     return;
   }
   if (entry.limit == Limit::none) {
-    ++entry.refreshes;  // what nothing limits is due for that, or at its end
+    ++entry.refreshes;  // the deadline was a refresh
   }
   rrset_ask_soon(link, *entry.rrset, entry.protocols & ~entry.goodbyes);
   plan(link, entry);
@@ -298,7 +303,7 @@ void cache_receive(Link& link, const Record& record, Protocols protocol, Source&
   } else if (make_room(link, rrset, source)) {
     entry = &entry_new(link, rrset, record.rdata, source);
     renew(link, *entry, record, protocol, source);
-    report(link, *entry, Event::Kind::added);
+    report_entry(link, *entry, Event::Kind::added);
   }
   rrset_review(link, rrset);
   if (entry != nullptr && record.cache_flush) {
@@ -311,13 +316,13 @@ void cache_others_asked(Link& link, RRset& rrset) {
     return;
   }
   Watch& watch = watch_get(rrset);
-  std::array<Time, kVainQuestions>& asked = watch.others_asked;
+  std::array<Time, kUnansweredQueries>& asked = watch.others_asked;
   if (link.now - asked.back() < kSecond) {
-    return;  // the same question over the other protocol, or one that came too soon to have been answered
+    return;  // the same query over the other protocol, or one too soon after the last to have been answered
   }
   std::rotate(asked.begin(), asked.begin() + 1, asked.end());
   asked.back() = link.now;
-  if (link.now - asked.front() < kVainWithin) {
+  if (link.now - asked.front() < kUnansweredWithin) {
     watch.give_up_at = std::min(watch.give_up_at, link.now + kGiveUpAfter);
   }
   watch_plan(link, watch);
@@ -339,7 +344,7 @@ void link_reconfirm(Link& link, Time now, std::string_view name, std::uint16_t t
   if (entry == nullptr || entry->limit != Limit::none) {
     return;
   }
-  entry->limit = Limit::doubt;
+  entry->limit = Limit::reconfirm;
   entry->expires = std::min(entry->expires, now + kReconfirmedWithin);
   rrset_ask_soon(link, *entry->rrset, entry->protocols);
   plan(link, *entry, now + kReconfirmedAgain);
@@ -360,7 +365,7 @@ void cache_keep_protocols(Link& link, Protocols protocols) {
     CacheEntry& entry = **next++;
     entry.protocols &= protocols;
     if (entry.protocols == kNoProtocol) {
-      drop(link, entry);
+      drop_entry(link, entry);
     }
   }
 }
@@ -369,11 +374,11 @@ void cache_advance(Link& link) {
   Cache& cache = link.cache;
   for (Heap<CacheEntry, &CacheEntry::due>* entries : {&cache.asked, &cache.other}) {
     while (CacheEntry* entry = entries->due(link.now)) {
-      look_at(link, *entry);
+      review_entry(link, *entry);
     }
   }
   while (Watch* watch = cache.watches.due(link.now)) {
-    review(link, *watch);
+    review_watch(link, *watch);
   }
 }
 

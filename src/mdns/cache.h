@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
-// What other hosts of the link have said: records by name and type, with their lifetimes (RFC 6762 sections 5.2 and 10).
+// The cache: records received from other hosts of the link, by name and type (RFC 6762 sections 5.2 and 10).
 //
-// Lifecycle of a cache entry: a response makes it; the same record heard again renews it. A goodbye, or a cache-flush that
-// leaves it out, gives it one more second (sections 10.1 and 10.2). While somebody asks for it, it is asked for anew from
-// four fifths of its lifetime on. It is removed when its time is over, when others have asked for it in vain (section 10.5),
-// when its link or protocol is gone, or to make room: what nobody asks for goes first.
+// Lifecycle of a cache entry: a response makes it; the same record received again renews it. A goodbye, or a response
+// with the cache-flush bit that leaves it out, lets it expire after one more second (sections 10.1 and 10.2). While a
+// query asks for it, it is refreshed by questions from 80 percent of its TTL on. It is removed when it expires, when
+// other hosts have asked for it without an answer (section 10.5), when its link or protocol is gone, or to make room
+// for another entry: entries that no query asks for go first.
 #pragma once
 
 #include <array>
@@ -18,73 +19,78 @@ namespace mdns {
 
 struct Source;
 
-// What has cut a lifetime short; whoever says the record again makes it whole.
+// Why an entry expires before its TTL is over. The same record received again sets it back to `none`.
 enum class Limit : std::uint8_t {
   none,
-  doubt,    // it goes unless somebody confirms it
-  goodbye,  // it has been taken back over one protocol at least
+  reconfirm,  // link_reconfirm: it expires unless a host sends it again
+  goodbye,    // a goodbye was received over one protocol at least
 };
 
 struct CacheEntry {
   RRset* rrset = nullptr;
-  Source* source = nullptr;  // who said it first
+  Source* source = nullptr;  // the host that sent it first
   std::string rdata;
-  Time received = 0;  // last
+  Time received = 0;  // when it was received last
   Time expires = 0;
-  Deadline due;           // a refresh, or where something limits it the check of what has not said goodbye; or the end
-  std::uint32_t ttl = 0;  // seconds, as the record said it
-  std::array<std::uint32_t, 2> said_by{};  // Source::number of who said it last over each protocol; 0: nobody
-  Protocols protocols = kNoProtocol;       // over which it was heard
-  Protocols goodbyes = kNoProtocol;        // over which it was taken back
-  std::uint8_t refreshes = 0;              // questions for it since it was heard last
+  Deadline due;                            // next refresh, or question over the protocol without a goodbye; or `expires`
+  std::uint32_t ttl = 0;                   // seconds, as received
+  std::array<std::uint32_t, 2> sent_by{};  // Source::number of the host that sent it last over each protocol; 0: none
+  Protocols protocols = kNoProtocol;       // over which it was received
+  Protocols goodbyes = kNoProtocol;        // over which a goodbye was received
+  std::uint8_t refreshes = 0;              // questions for it since it was received last
   bool is_unique = false;                  // the cache-flush bit was set
   Limit limit = Limit::none;
 };
 
-// Questions of others that nobody answered, after which a record is given up (RFC 6762 section 10.5 asks for two or more; a
-// link that loses packets loses several in a row).
-inline constexpr std::size_t kVainQuestions = 4;
+// Number of queries of other hosts without an answer after which a record is removed (passive observation of failures,
+// RFC 6762 section 10.5). The RFC asks for two or more; it is four here because links that lose packets lose several in
+// a row.
+inline constexpr std::size_t kUnansweredQueries = 4;
 
-// An RRset's entries that are not said again are to go. Lives while a cache-flush or questions of others may lead to that.
+// Pending removal of the entries of an RRset that are not received again: because of a cache-flush bit, or because
+// queries of other hosts stay without an answer. Lives while one of both may still remove entries.
 struct Watch {
   RRset* rrset = nullptr;
-  Time flush_ends = kNever;         // when the second of a cache-flush is over; kNever: none is running
-  Time last_flush_ends = kLongAgo;  // when that of the latest one is
-  Time give_up_at = kNever;         // when what was heard before all of `others_asked` goes
-  std::array<Time, kVainQuestions> others_asked = {
-      kLongAgo, kLongAgo, kLongAgo, kLongAgo};  // when others asked for it last, without known answers; the oldest first
+  Time flush_ends = kNever;         // when the second after a cache-flush bit is over; kNever: none is running
+  Time last_flush_ends = kLongAgo;  // the same for the latest cache-flush bit
+  Time give_up_at = kNever;         // when entries received before all of `others_asked` are removed
+  std::array<Time, kUnansweredQueries> others_asked = {kLongAgo, kLongAgo, kLongAgo,
+                                                       kLongAgo};  // the last queries without known answers, oldest first
   Deadline due;
 };
 
 struct Cache {
   std::unordered_set<std::list<CacheEntry>::iterator, RecordHash, RecordEqual> entries;
-  Heap<CacheEntry, &CacheEntry::due> asked;  // those that somebody asks for,
-  Heap<CacheEntry, &CacheEntry::due> other;  // and all others
+  Heap<CacheEntry, &CacheEntry::due> asked;  // entries of RRsets that a query asks for
+  Heap<CacheEntry, &CacheEntry::due> other;  // all other entries
   Heap<Watch, &Watch::due> watches;
 };
 
 inline RecordKey key_of(const CacheEntry& entry) { return {entry.rrset->name, entry.rrset->type, entry.rdata}; }
 
-// The entry of that record; null when there is none, or nothing is known of its name.
+// The entry of that record; null when there is none, or key.name is null.
 CacheEntry* cache_find(const Link& link, const RecordKey& key);
 
-// The link itself no longer publishes the record: for the second of its goodbye it stays, as for everybody else, unless the
-// RRset is not asked for. Another host that has it as well says so within that time.
+// To be called when the link itself no longer publishes the record. If a query of the link itself asks for the RRset,
+// an entry for the record is made that expires after the second of the goodbye, as in the caches of other hosts: a host
+// that publishes the same record sends it within that time.
 void cache_keep_for_goodbye(Link& link, RRset& rrset, std::uint32_t ttl, std::string_view rdata);
 
-// Takes in a record of a response that came over `protocol`.
+// Enters a record of a response that was received over `protocol`; a TTL of 0 is a goodbye.
 void cache_receive(Link& link, const Record& record, Protocols protocol, Source& source);
 
-// Another host has asked over the link for the RRset, without known answers.
+// To be called when another host has asked for the RRset without known answers.
 void cache_others_asked(Link& link, RRset& rrset);
 
-// A question for the RRset has begun or ended: its entries are refreshed from now on, or no longer.
+// To be called when the first query that asks for the RRset has started or the last one has stopped: from now on its
+// entries are refreshed, or no longer.
 void cache_wanted_changed(Link& link, RRset& rrset);
 
-// Whether a record with the cache-flush bit is known that is not about to go: then nothing needs to be asked.
+// Whether the RRset has a record with the cache-flush bit for which no goodbye was received: then no question is
+// needed.
 bool cache_has_unique_answer(const RRset& rrset);
 
-// Forgets what was heard only over other protocols than these.
+// Removes the entries that were received only over other protocols than these.
 void cache_keep_protocols(Link& link, Protocols protocols);
 
 // Does what is due.

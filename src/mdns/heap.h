@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Deadlines: a binary heap of records that each carry one, so that the earliest is known at once and any can be moved or
-// taken out in logarithmic time.
+// Deadlines: a binary heap of records that contain their deadline. The earliest is found in constant time; any record
+// can be moved or removed in logarithmic time.
 #pragma once
 
 #include <cstdint>

@@ -30,7 +30,8 @@ void receive_response(Link& link, const Message& message, const Received& receiv
 }
 
 void receive_query(Link& link, Message&& message, const Received& received) {
-  // RFC 6762 sections 5.5 and 11. Only a host on the link gets a reply of its own: nobody has us send to somebody else.
+  // RFC 6762 sections 5.5 and 11. Unicast replies go only to hosts on the link, so that we cannot be made to send
+  // elsewhere.
   const bool is_multicast = received.to_group && received.source.port == kPort;
   if (is_multicast) {
     querier_receive(link, message, received.source.protocol);
@@ -116,7 +117,7 @@ LinkFigures link_figures(const Link& link, Time now) {
   constexpr Time kRemembered = 3600 * kSecond;
   LinkFigures figures = {link.received, link.ignored, link.sent, link.conflicts, {}};
   for (const Sibling& sibling : link.siblings) {
-    if (sibling.heard_at + kRemembered > now) {
+    if (sibling.received_at + kRemembered > now) {
       figures.siblings.push_back(sibling.host);
     }
   }
@@ -139,7 +140,7 @@ void link_restart(Link& link, Time now, bool was_down) {
   if (was_down) {
     cache_keep_protocols(link, kNoProtocol);
   }
-  link.outbox.urgent.clear();  // what waits was an answer to what was asked before
+  link.outbox.urgent.clear();  // these packets answer queries of before the restart
   zone_restart(link);
   querier_restart(link);
 }

@@ -24,7 +24,7 @@ namespace mdns {
 // Another host that says what is published here.
 struct Sibling {
   Endpoint host;
-  Time heard_at = kLongAgo;
+  Time received_at = kLongAgo;
 };
 
 inline constexpr std::size_t kSiblingsMax = 4;  // that are remembered: those that were heard last

@@ -10,8 +10,8 @@
 //   One link. A Link stands for one interface: its cache, what is asked there and what is published there. Links know nothing
 //   of each other. IPv4 and IPv6 on a link share all of it: a record is the same record over either.
 //
-//   Bounded. Nothing that a datagram says costs more than its own length; memory is bounded for a link, for a name and for a
-//   source; no lifetime is longer than 75 minutes; packets go out at a bounded pace.
+//   Bounded. The work for a datagram is in proportion to its length; memory is bounded for each link, name and source;
+//   no TTL counts for more than 75 minutes; a rate limit bounds the packets that are sent.
 //
 // How it is driven
 //
@@ -20,9 +20,9 @@
 //   any time between; none calls back. Names and rdata are plain wire format without compression (name.h, record.h).
 //
 // Reading order: this header; types.h, name.h, record.h, reader.h, writer.h, heap.h (the wire and the ground); link.h (the
-// parts of a link and how a datagram and a deadline run through them); names.h, cache.h and querier.h (what others say, and
-// what is asked); zone.h, prober.h, announcer.h and responder.h (what is published); outbox.h and sources.h (the pace of what
-// goes out, and the allowance for what comes in).
+// parts of a link and how a datagram and a deadline run through them); names.h, cache.h and querier.h (records of other
+// hosts, and questions for them); zone.h, prober.h, announcer.h and responder.h (published records); outbox.h and
+// sources.h (the rate limits of sent and received datagrams).
 #pragma once
 
 #include <array>
@@ -81,13 +81,13 @@ std::vector<Datagram> link_take_datagrams(Link& link);
 
 // --- The link itself
 
-// The link has an address of these protocols, and of no others. What was heard over one that is gone only is forgotten, and
-// told as removed; with one that has come, what is published is probed for and announced anew and what is asked is asked anew
-// (RFC 6762 section 8).
+// The link has an address of these protocols, and of no others. Records that were received only over a protocol that is
+// gone are reported as removed. With a new protocol everything that is published is probed for and announced again, and
+// all questions are restarted (RFC 6762 section 8).
 void link_set_protocols(Link& link, Time now, Protocols protocols);
 
-// The link may have been away: cable out and in, or another address. What is published is probed for and announced anew, what
-// is asked is asked anew. With `was_down` all that was heard is forgotten, and told as removed.
+// The link may have been interrupted: cable out and in, or another address. Everything that is published is probed for
+// and announced again, and all questions are restarted. With `was_down` all cached records are reported as removed.
 void link_restart(Link& link, Time now, bool was_down);
 
 // What has passed over a link since it was made.
@@ -106,19 +106,20 @@ LinkFigures link_figures(const Link& link, Time now);
 // 0 is none.
 using QueryId = std::uint64_t;
 
-// Whether a query asks the link, or only hears what is said there of itself.
+// Whether a query sends questions, or only reports what is cached and received anyway.
 enum class Interest { asking, listening };
 
-// Asks for the records of `name` and `type` until query_stop: by multicast, at the intervals of RFC 6762 section 5.2. What is
-// in the cache, or published on the link, is told first. `tag` comes back in each event. No event tells a record again that
-// has been told and not taken back; a record that this link itself no longer publishes is taken back when the second of its
-// goodbye is over. `type` is one type, not ANY. A query that listens is told the same of what there is, but asks nothing, and
-// nothing is kept for it. It is also told, as `renewed`, when a unique record has been said again.
+// Asks for the records of `name` and `type` until query_stop: by multicast, at the intervals of RFC 6762 section 5.2.
+// Records in the cache, or published on the link, are reported first. `tag` comes back in each event. A record is not
+// reported as added again before it has been reported as removed; one that this link itself no longer publishes is
+// reported as removed when the second of its goodbye is over. `type` is one type, not ANY. A listening query gets the
+// same events, but no question is sent and no cache entry refreshed or kept for it; it also gets `renewed` when a
+// unique record is received again.
 QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t type, std::uint64_t tag,
                     Interest interest = Interest::asking);
 
-// The record is doubted: it is asked for again, and goes when nobody has confirmed it within ten seconds (RFC 6762 section
-// 10.4). One that is not known: nothing happens.
+// Asks for a cached record again, because the caller has reason to think that it is stale; it is removed unless a host
+// sends it again within ten seconds (RFC 6762 section 10.4). A record that is not cached: nothing happens.
 void link_reconfirm(Link& link, Time now, std::string_view name, std::uint16_t type, std::string_view rdata);
 
 // Events of the query that have not been taken yet are dropped. 0: nothing happens.
@@ -131,9 +132,10 @@ enum class Claim {
   shared,     // anybody's: its records are announced without probes and without the cache-flush bit
   unique,     // ours, if the probes say so; together with others of this link that are published under that name
   exclusive,  // the same; and within this link nobody else's either, who has other data of one of the types
-  yielding,   // for the addresses of a host that is elsewhere: shared, as long as no host of the link owns the name. It is looked
-              // for before anything is announced, without being claimed; and when somebody says or proposes other addresses as
-              // the name's owner, that is a conflict. Others that publish it as shared are in nobody's way
+  yielding,   // for the addresses of a host on another link: shared, as long as no host of this link owns the name. The
+              // name is probed for without proposed records before anything is announced; when another host sends other
+              // addresses with the cache-flush bit, or proposes other ones, that is a conflict. Shared records of other
+              // hosts are none
 };
 
 struct RecordData {
@@ -160,18 +162,19 @@ bool publication_update(Link& link, Time now, PublicationId id, const RecordData
 
 // Withdraws what nobody else holds, with its goodbye; or without one: the name turned out to be another host's. An id of
 // nothing that is published: nothing happens.
-void publication_withdraw(Link& link, Time now, PublicationId id, bool says_goodbye = true);
+void publication_withdraw(Link& link, Time now, PublicationId id, bool with_goodbye = true);
 
-// Goodbyes of what is withdrawn wait until then: what is published again by that time has never been away, and what is
-// published with other data in its place is an update (RFC 6762 section 8.4). At most a few tenths of a second: until then
-// others are told of what is gone.
+// Delays goodbyes until then: a record that is published again by that time gets none, and one that is published with
+// other data in its place is an update (RFC 6762 section 8.4). To be used for a few tenths of a second only, since
+// other hosts still find the withdrawn records until then.
 void link_hold_goodbyes(Link& link, Time now, Time until);
 
-// Withdraws everything; the link is about to be freed, and nothing but goodbyes is sent any more. link_deadline is kNever
-// when all of them have been taken. With `hands_over` what is still published gets none: somebody else goes on with it.
+// Withdraws everything; the link is about to be freed, and only goodbyes are sent from now on. link_deadline is kNever
+// when all of them have been taken. With `hands_over` published records get no goodbye, since another process takes
+// them over.
 void link_withdraw_all(Link& link, Time now, bool hands_over = false);
 
-// --- Handing over: what one process has published, and another one of the machine goes on with
+// --- Handing over: published records that another process of the machine takes over
 
 // A record that is published and established.
 struct Published {
@@ -196,11 +199,11 @@ struct Event {
   std::uint64_t id = 0;   // of the query or publication
   std::uint64_t tag = 0;  // as its caller gave it
   std::uint16_t type = 0;
-  std::uint32_t ttl = 0;   // seconds, as the record said it
+  std::uint32_t ttl = 0;   // seconds, as received
   std::string rdata;       // added and removed: the record
-  bool is_unique = false;  // added: who said it says that nobody else has the name
-  // Added and renewed: a number for the host that said it last over each protocol; 0: nobody has.
-  std::array<std::uint32_t, 2> said_by{};
+  bool is_unique = false;  // added: it was received with the cache-flush bit
+  // Added and renewed: a number for the host that sent it last over each protocol; 0: none.
+  std::array<std::uint32_t, 2> sent_by{};
 };
 
 std::vector<Event> link_take_events(Link& link);

@@ -27,10 +27,11 @@ constexpr char fold(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c 
 // names, and for the names in rdata.
 bool same_folded(std::string_view a, std::string_view b);
 
-// A hash that is the same for what same_folded takes for the same. `seed` makes it unforeseeable to whoever chooses the names.
+// A hash that is equal for texts that are equal by same_folded. Somebody who chooses the names but does not know `seed`
+// cannot predict it.
 std::uint64_t hash_folded(std::string_view text, std::uint64_t seed);
 
-// Both for the tables of the standard library.
+// hash_folded and same_folded as functors for the tables of the standard library.
 struct FoldedHash {
   std::uint64_t seed = 0;
   std::size_t operator()(std::string_view name) const { return static_cast<std::size_t>(hash_folded(name, seed)); }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The names of a link: one entry for each name that something is cached, asked or published under, so that everything about a
-// name is found with one look-up.
+// The names of a link: one entry for each name that has cached records, questions or published records, so that one
+// look-up finds everything about a name.
 #pragma once
 
 #include <list>
@@ -22,21 +22,21 @@ struct OpenQuestion;
 struct OwnedName;
 struct Watch;
 
-// The records of one name and type, and what is asked for them. Lives while it has an entry or a question.
+// The cached records of one name and type, and the question for them. Lives while it has an entry or a question.
 struct RRset {
   NameEntry* name = nullptr;
   std::uint16_t type = 0;
-  std::list<CacheEntry> entries;           // the newest last: those that came last, or unique ones that were said again last
-  std::unique_ptr<OpenQuestion> question;  // null: nobody asks for it
-  std::unique_ptr<Watch> watch;            // null: nothing is under way
+  std::list<CacheEntry> entries;           // the newest last: new ones, and unique ones that were received again
+  std::unique_ptr<OpenQuestion> question;  // null: no query asks for it
+  std::unique_ptr<Watch> watch;            // null: no removal is pending
 };
 
 // Lives while it has an RRset or something published under it.
 struct NameEntry {
-  std::uint64_t id = 0;                        // of the link's own counting
-  std::string name;                            // spelled as it was first
+  std::uint64_t id = 0;                        // a number that no other name of the link has
+  std::string name;                            // in the upper and lower case in which it was used first
   std::vector<std::unique_ptr<RRset>> rrsets;  // cached or asked for, one for each type
-  std::unique_ptr<OwnedName> owned;            // what is published under it; null: nothing is
+  std::unique_ptr<OwnedName> owned;            // what is published under it; null: nothing
 };
 
 // The keys are views of the entries' own names.
@@ -58,11 +58,11 @@ RRset* rrset_find(const NameEntry& name, std::uint16_t type);
 
 RRset& rrset_get(NameEntry& name, std::uint16_t type);
 
-// Something has changed in what is known or asked: the question rests, or begins to be asked again; an RRset of which nothing
-// is left is freed, and its name with it.
+// To be called when the records of the RRset or their question have changed: pauses or restarts the question (see
+// question_review). Frees the RRset when it has neither entries nor a question, and then its name if that is unused.
 void rrset_review(Link& link, RRset& rrset);
 
-// What a record is found by.
+// The key of a record in the tables of the cache and of the zone.
 struct RecordKey {
   const NameEntry* name;
   std::uint16_t type;
@@ -73,7 +73,7 @@ struct RecordKey {
   }
 };
 
-// For tables of pointers or iterators to records of any kind that key_of gives the RecordKey of.
+// For tables of pointers or iterators to records; key_of gives the RecordKey of each.
 struct RecordHash {
   using is_transparent = void;
   std::uint64_t seed = 0;

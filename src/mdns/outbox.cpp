@@ -9,19 +9,20 @@
 namespace mdns {
 namespace {
 
-// The token bucket: one datagram each 1050 microseconds, and eight in a row. So at most 8 + 952 go out in any second, and
-// 8 + 19 in any 20 ms: a busy machine may send what was due at two times at once, and still no more than 32 come together.
+// The token bucket: one datagram each 1050 microseconds, with a burst of eight. So at most 8 + 952 are sent in any
+// second, and 8 + 19 in any 20 ms. Even if a busy machine sends the datagrams of two such bursts at once, these are at
+// most 32.
 constexpr Time kPerDatagram = 1'050;
 constexpr Time kBurst = 8 * kPerDatagram;
 
-// A caller that is busy comes so much later than link_deadline says.
+// How much later than link_deadline a busy caller may call link_advance.
 constexpr Time kLateMost = 10 * kMillisecond;
 
-std::uint64_t hash_of(const Link& link, Bytes bytes) {
+std::uint64_t datagram_hash(const Link& link, Bytes bytes) {
   return hash_folded({reinterpret_cast<const char*>(bytes.data()), bytes.size()}, link.hash_seed);
 }
 
-// Gives the datagram to the caller, over those protocols that the link still has.
+// Hands the datagram to the caller, for those of its protocols that the link still has.
 void release(Link& link, Datagram&& datagram) {
   const bool is_reply = datagram.to.port != 0;
   datagram.protocols &= link.protocols;
@@ -30,11 +31,11 @@ void release(Link& link, Datagram&& datagram) {
     return;
   }
   Outbox& outbox = link.outbox;
-  outbox.paid_until = std::max(outbox.paid_until, link.now - kBurst) + count * kPerDatagram;
+  outbox.tokens_since = std::max(outbox.tokens_since, link.now - kBurst) + count * kPerDatagram;
   for (const Protocols protocol : kEachProtocol) {
     if (datagram.protocols & protocol) {
       std::deque<SentDatagram>& sent = outbox.sent[index_of(protocol)];
-      sent.push_back({hash_of(link, datagram.bytes), link.now});
+      sent.push_back({datagram_hash(link, datagram.bytes), link.now});
       if (sent.size() > kSentRemembered) {
         sent.pop_front();
       }
@@ -44,7 +45,7 @@ void release(Link& link, Datagram&& datagram) {
   outbox.ready.push_back(std::move(datagram));
 }
 
-// When the next packet of what is said of our own accord is due.
+// When the next goodbye, probe or announcement is due.
 Time next_due(const Link& link) {
   return std::min({link.announcer.goodbyes.next(), link.prober.due.next(), link.announcer.due.next()});
 }
@@ -53,7 +54,7 @@ Time next_due(const Link& link) {
 
 Time outbox_send_time(const Link& link) {
   const auto waiting = static_cast<Time>(link.outbox.urgent.size() + 1);
-  const Time at = std::max(link.outbox.paid_until, link.now - kBurst) + 2 * kPerDatagram * waiting;
+  const Time at = std::max(link.outbox.tokens_since, link.now - kBurst) + 2 * kPerDatagram * waiting;
   return at <= link.now ? link.now : at + kLateMost;
 }
 
@@ -65,7 +66,7 @@ void outbox_add(Link& link, Writer& writer, Protocols protocols, const Endpoint&
 
 void outbox_advance(Link& link) {
   Outbox& outbox = link.outbox;
-  while (outbox.paid_until <= link.now - 2 * kPerDatagram) {  // the bucket has room for a datagram over both protocols
+  while (outbox.tokens_since <= link.now - 2 * kPerDatagram) {  // tokens for a datagram over both protocols
     if (!outbox.urgent.empty()) {
       release(link, std::move(outbox.urgent.front()));
       outbox.urgent.pop_front();
@@ -85,11 +86,11 @@ void outbox_advance(Link& link) {
 
 Time outbox_deadline(const Link& link) {
   const Time due = link.outbox.urgent.empty() ? next_due(link) : link.now;
-  return due == kNever ? kNever : std::max(due, link.outbox.paid_until + 2 * kPerDatagram);
+  return due == kNever ? kNever : std::max(due, link.outbox.tokens_since + 2 * kPerDatagram);
 }
 
 bool outbox_recognises(Link& link, Bytes bytes, Protocols protocol) {
-  const std::uint64_t hash = hash_of(link, bytes);
+  const std::uint64_t hash = datagram_hash(link, bytes);
   for (SentDatagram& sent : link.outbox.sent[index_of(protocol)]) {
     if (sent.hash == hash && sent.at >= link.now - kSentFor) {
       sent.at = kLongAgo;

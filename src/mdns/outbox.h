@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-// What goes out: its order and its pace, and how it is recognised when the system loops it back.
+// The queue of outgoing datagrams: their order, their rate limit, and the recognition of own datagrams that the system
+// loops back.
 //
-// Packets that answer or ask go first, then goodbyes, probes and announcements, which are written only when their turn comes.
-// At most about 950 datagrams go out in a second, and no more than 27 in any 20 ms: a receiver's default buffer holds about
-// 90.
+// Responses and queries are sent first, then goodbyes, probes and announcements. The latter are written only when they
+// can be sent. The rate limit is about 950 datagrams a second and 27 in any 20 ms: the default buffer of a receiver
+// holds about 90.
 #pragma once
 
 #include <array>
@@ -20,32 +21,33 @@ struct SentDatagram {
   Time at = kLongAgo;
 };
 
-// How many sent datagrams are remembered for each protocol, and for how long. The system loops a datagram back at once; the
-// rest is for a busy machine.
+// How many sent datagrams are remembered for each protocol, and for how long. The system loops a datagram back at once;
+// on a busy machine it is read some time later.
 inline constexpr std::size_t kSentRemembered = 256;
 inline constexpr Time kSentFor = 3 * kSecond;
 
 struct Outbox {
-  std::deque<Datagram> urgent;                   // written already
+  std::deque<Datagram> urgent;                   // complete responses and queries, the oldest first
   std::vector<Datagram> ready;                   // to be taken by the caller
-  Time paid_until = kLongAgo;                    // the token bucket: when all that was sent so far is paid for
+  Time tokens_since = kLongAgo;                  // the token bucket: its tokens are the time since then
   std::array<std::deque<SentDatagram>, 2> sent;  // by protocol
 };
 
-// By when a packet that is queued now will have been sent.
+// An upper bound of the time at which a packet that is queued now will be sent.
 Time outbox_send_time(const Link& link);
 
-// Queues what has been written, if anything, for the group, over these protocols; or with kNoProtocol as a reply to one host. The
-// writer begins its next packet.
+// Queues the writer's message, unless it is empty: for the multicast group over these protocols, or with kNoProtocol as
+// a unicast reply to `to`. The writer begins its next message.
 void outbox_add(Link& link, Writer& writer, Protocols protocols, const Endpoint& to = {});
 
-// Moves to `ready` what the pace allows.
+// Moves datagrams to `ready` as far as the rate limit allows.
 void outbox_advance(Link& link);
 
 // When outbox_advance can do something; kNever when nothing waits.
 Time outbox_deadline(const Link& link);
 
-// Whether the datagram is one of ours that comes back. Each is recognised once: another program of this machine may say the same.
+// Whether the datagram is one of ours that the system loops back. Each is recognised once only, since another program
+// of this machine may send the same bytes, and that datagram must be received.
 bool outbox_recognises(Link& link, Bytes bytes, Protocols protocol);
 
 }  // namespace mdns

@@ -10,31 +10,32 @@
 namespace mdns {
 namespace {
 
-// RFC 6762 section 8.1: a random wait, then three probes, a quarter of a second apart, and another quarter for answers.
+// RFC 6762 section 8.1: a random delay, then three probes, 250 ms apart, and 250 ms more for responses.
 constexpr Time kFirstProbeWithin = 250 * kMillisecond;
 constexpr Time kProbesApart = 250 * kMillisecond;
 constexpr int kProbes = 3;
 
-// RFC 6762 section 8.2: who loses to another's simultaneous probe waits for a second and begins again.
+// RFC 6762 section 8.2: the host that loses the tie-break of simultaneous probes waits for a second and probes again.
 constexpr Time kDeferFor = kSecond;
 
-// What a question takes in a packet besides the first label of its name, and a record besides its rdata: the rest of the name is
-// a pointer.
+// Bytes of a question besides the first label of its name, and of a record besides its rdata: the rest of the name is a
+// compression pointer.
 constexpr std::size_t kQuestionRest = 6;
 constexpr std::size_t kRecordRest = 12;
 
 struct ProposedRecord {
   std::uint16_t type;
   std::string_view rdata;
-  std::uint32_t ttl;  // plays no part in the order
+  std::uint32_t ttl;  // not compared
 
   bool operator<(const ProposedRecord& other) const { return compare_records(type, rdata, other.type, other.rdata) < 0; }
 };
 
-// In the order in which they are compared. The earlier one of two hosts' proposals loses (RFC 6762 section 8.2.1).
+// The records that a host proposes, in the order of the comparison: the host with the lexicographically earlier ones
+// loses (RFC 6762 section 8.2.1).
 using Proposed = std::multiset<ProposedRecord>;
 
-// What the name is claimed with.
+// The unique records of the name, which its probes propose.
 Proposed proposed_of(const OwnedName& owned) {
   Proposed proposed;
   for (const OwnedRecord* record : owned.records) {
@@ -45,7 +46,7 @@ Proposed proposed_of(const OwnedName& owned) {
   return proposed;
 }
 
-// How much of a packet the probe for the name takes at most, when its domain stands in it already.
+// The most bytes that the probe for the name takes in a packet that has the name's domain already.
 std::size_t probe_size(const OwnedName& owned) {
   std::size_t size = 1 + first_label(owned.name->name).size() + kQuestionRest;
   for (const OwnedRecord* record : owned.records) {
@@ -54,7 +55,7 @@ std::size_t probe_size(const OwnedName& owned) {
   return size;
 }
 
-// The names that are due and whose probes fit into one packet.
+// Takes the names that are due and whose probes fit into one packet, and plans their next probes.
 std::vector<OwnedName*> take_batch(Link& link) {
   std::vector<OwnedName*> batch;
   std::size_t size = kHeaderSize;
@@ -79,7 +80,7 @@ bool is_own(const Link& link, const OwnedName& owned, std::uint16_t type, std::s
   return own != nullptr && own->holders > 0;
 }
 
-// Whether `record` of another host's response contradicts that the name is ours.
+// Whether `record` of another host's response is a conflict over the name.
 bool is_conflict(Link& link, const OwnedName& owned, const Record& record) {
   ++link.steps;
   if (is_own(link, owned, record.type, record.rdata)) {
@@ -88,8 +89,8 @@ bool is_conflict(Link& link, const OwnedName& owned, const Record& record) {
   if (yields(owned)) {
     return record.cache_flush && is_address(record.type);
   }
-  // While the name is probed for, any record of it shows that it has an owner. (The NSEC record of a host that publishes the
-  // same says no more than its other records do.)
+  // While the name is probed for, any record of it shows that another host owns it, except an NSEC record: a host that
+  // publishes the same records as we do sends that, too.
   return (owned.state == NameState::probing && record.type != kTypeNsec) ||
          (owned.state == NameState::owned && std::ranges::any_of(owned.records, [&](const OwnedRecord* own) {
             ++link.steps;
@@ -97,11 +98,11 @@ bool is_conflict(Link& link, const OwnedName& owned, const Record& record) {
           }));
 }
 
-// From now on the name is to be probed for at `at`; kNever: no more.
+// Restarts the probing of the name, with its first probe at `at`; kNever: stops it.
 void probe_from(Link& link, OwnedName& owned, Time at) {
   const bool is_probing = owned.state == NameState::probing;
   const bool is_ending = is_probing && owned.probes == kProbes;
-  at = is_probing ? std::max(at, owned.probe.at) : at;  // not sooner after the last probe
+  at = is_probing ? std::max(at, owned.probe.at) : at;  // not sooner than the next probe would have been
   (is_ending ? link.prober.ending : link.prober.due).set(owned, kNever);
   owned.state = at == kNever ? NameState::unclaimed : NameState::waiting;
   owned.probes = 0;
@@ -111,7 +112,8 @@ void probe_from(Link& link, OwnedName& owned, Time at) {
   }
 }
 
-// Whether a host that proposes these is another one than the one that we borrow the name for: it has not just the same addresses.
+// Whether a host that proposes these records is another one than the host whose addresses we publish under the yielding
+// name: it does not have exactly the same addresses.
 bool is_other_host(const Link& link, const OwnedName& owned, const Proposed& theirs) {
   const auto is_new = [&](const ProposedRecord& their) {
     return is_address(their.type) && !is_own(link, owned, their.type, their.rdata);
@@ -120,8 +122,8 @@ bool is_other_host(const Link& link, const OwnedName& owned, const Proposed& the
   return std::ranges::any_of(theirs, is_new) || std::ranges::count_if(owned.records, is_held) > std::ssize(theirs);
 }
 
-// Whether somebody is known to own a name that we would borrow.
-bool has_owner(Link& link, const OwnedName& owned) {
+// Whether the cache has addresses of another owner of the yielding name: with the cache-flush bit, and not ours.
+bool has_cached_owner(Link& link, const OwnedName& owned) {
   const auto is_owners = [&](const CacheEntry& entry) {
     ++link.steps;
     return entry.is_unique && entry.limit != Limit::goodbye && !is_own(link, owned, entry.rrset->type, entry.rdata);
@@ -144,7 +146,8 @@ void prober_begin(Link& link, OwnedName& owned) {
 void prober_stop(Link& link, OwnedName& owned) { probe_from(link, owned, kNever); }
 
 void prober_receive_probe(Link& link, const Message& message) {
-  // For the names that we are probing for, or borrow, in the order of their ids.
+  // By name, in the order of the ids: the names that we are probing for or that yield, and the records proposed for
+  // each.
   std::map<std::uint64_t, std::pair<OwnedName*, Proposed>> proposals;
   for (const Record& record : message.authorities) {
     ++link.steps;
@@ -164,7 +167,7 @@ void prober_receive_probe(Link& link, const Message& message) {
     } else if (is_other_host(link, *owned, theirs)) {
       zone_name_lost(link, *owned);
     } else {
-      owned->rival_at = link.now;
+      owned->probed_by_other_at = link.now;
     }
   }
 }
@@ -177,14 +180,14 @@ void prober_receive_record(Link& link, const Record& record) {
   if (owned->state == NameState::probing || yields(*owned)) {
     zone_name_lost(link, *owned);
   } else {
-    zone_name_doubted(link, *owned);
+    zone_name_reprobe(link, *owned);
   }
 }
 
 void prober_advance(Link& link) {
   while (OwnedName* owned = link.prober.ending.due(link.now)) {
     link.prober.ending.set(*owned, kNever);
-    if (yields(*owned) && has_owner(link, *owned)) {
+    if (yields(*owned) && has_cached_owner(link, *owned)) {
       zone_name_lost(link, *owned);
     } else {
       zone_name_established(link, *owned);

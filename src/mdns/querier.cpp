@@ -15,16 +15,16 @@ constexpr Time kFirstInterval = kSecond;
 constexpr Time kLongestInterval = 3600 * kSecond;
 constexpr Time kAskedApart = kSecond;
 
-// What is due within this time shares a packet with what is due now.
+// Questions that are due within this time are sent in the same packet as those that are due now.
 constexpr Time kGatheredWithin = 100 * kMillisecond;
 
-// A negative answer (RFC 6762 section 6.1) is believed for no longer.
+// Upper bound of the TTL of a negative answer (RFC 6762 section 6.1).
 constexpr std::uint32_t kDenialTtlMax = kHostTtl;
 
-// What is left of a packet for known answers when it takes another question (RFC 6762 section 7.1).
+// Bytes of a packet that are kept free for known answers when a question is added to it (RFC 6762 section 7.1).
 constexpr std::size_t kRoomForAnswers = 400;
 
-// From when on it may be asked again over all protocols.
+// The time from which on the question may be sent again over all protocols.
 Time may_be_asked_at(const OpenQuestion& question) { return std::max(question.asked_at[0], question.asked_at[1]) + kAskedApart; }
 
 void set_due(Link& link, OpenQuestion& question) {
@@ -35,8 +35,9 @@ void set_due(Link& link, OpenQuestion& question) {
   link.querier.due.set(question, at);
 }
 
-// Nothing is asked any more; without queries the question ends as soon as it might be asked again.
-void rest(Link& link, OpenQuestion& question) {
+// To be called when no query asks any more: without any query, listening ones included, the question ends as soon as it
+// may be sent again.
+void stop_question(Link& link, OpenQuestion& question) {
   if (!question.queries.empty() || may_be_asked_at(question) > link.now) {
     set_due(link, question);
     return;
@@ -47,11 +48,11 @@ void rest(Link& link, OpenQuestion& question) {
   rrset_review(link, rrset);
 }
 
-// The question is due: over which protocols it is asked now, where another host has not asked in place of the regular one.
-// What was asked within the last second has to wait.
-Protocols take_turn(Link& link, OpenQuestion& question) {
+// The protocols over which the question, which is due, is to be sent now: not those over which another host has sent
+// its duplicate; those over which it was sent within the last second have to wait. Sets the question's next deadline.
+Protocols take_question_protocols(Link& link, OpenQuestion& question) {
   const bool is_regular = question.regular_at <= link.now + kGatheredWithin;
-  const Protocols wanted = (question.urgent | (is_regular ? ~question.heard : kNoProtocol)) & link.protocols;
+  const Protocols wanted = (question.urgent | (is_regular ? ~question.asked_by_others : kNoProtocol)) & link.protocols;
   Protocols over = wanted;
   for (const Protocols protocol : kEachProtocol) {
     if (question.asked_at[index_of(protocol)] > link.now - kAskedApart) {
@@ -62,8 +63,8 @@ Protocols take_turn(Link& link, OpenQuestion& question) {
     const bool is_first = question.interval_since == kLongAgo;
     const Time interval = is_first ? kFirstInterval : std::min(2 * (link.now - question.interval_since), kLongestInterval);
     question.interval_since = link.now;
-    question.regular_at = link.now + interval + kGatheredWithin;  // so that it is not too early when it joins others
-    question.heard = kNoProtocol;
+    question.regular_at = link.now + interval + kGatheredWithin;  // it may be sent this much earlier with others
+    question.asked_by_others = kNoProtocol;
   }
   question.urgent = wanted & ~over;
   if (question.urgent == kNoProtocol) {
@@ -74,7 +75,8 @@ Protocols take_turn(Link& link, OpenQuestion& question) {
   return over;
 }
 
-// Whether the entry is to be listed as a known answer: at least half of its lifetime is left (RFC 6762 section 7.1). Null: no.
+// Whether the entry is to be listed as a known answer: at least half of its TTL is left (RFC 6762 section 7.1). False
+// for null.
 bool is_known_answer(const Link& link, const CacheEntry* entry) {
   if (entry == nullptr || entry->limit != Limit::none) {
     return false;
@@ -83,15 +85,15 @@ bool is_known_answer(const Link& link, const CacheEntry* entry) {
   return left >= kSecond && 2 * left > static_cast<Time>(entry->ttl) * kSecond;
 }
 
-// The packets of a few questions with what is known of their answers (RFC 6762 sections 7.1 and 7.2).
+// The packets of some questions with their known answers (RFC 6762 sections 7.1 and 7.2).
 struct QueryPackets {
   Link& link;
   Protocols over;
   Writer writer;
-  std::vector<OpenQuestion*> asked;  // in the packet in hand
+  std::vector<OpenQuestion*> asked;  // in the present packet
 };
 
-void write_known(QueryPackets& packets, const RRset& rrset, std::uint32_t ttl, std::string_view rdata) {
+void write_known_answer(QueryPackets& packets, const RRset& rrset, std::uint32_t ttl, std::string_view rdata) {
   Writer& writer = packets.writer;
   if (!writer_add_record(writer, Section::answers, rrset.name->name, rrset.type, ttl, false, rdata)) {
     writer_set_truncated(writer);
@@ -100,14 +102,14 @@ void write_known(QueryPackets& packets, const RRset& rrset, std::uint32_t ttl, s
   }
 }
 
-// What others have said and what is published here are known alike.
-void write_all_known(QueryPackets& packets, const RRset& rrset) {
+// Both cached records and records that the link itself publishes are known answers.
+void write_known_answers(QueryPackets& packets, const RRset& rrset) {
   Link& link = packets.link;
   for (const CacheEntry& entry : rrset.entries) {
     ++link.steps;
     if (is_known_answer(link, &entry)) {
       const Time left = (entry.expires - link.now) / kSecond;
-      write_known(packets, rrset, static_cast<std::uint32_t>(std::min<Time>(left, entry.ttl)), entry.rdata);
+      write_known_answer(packets, rrset, static_cast<std::uint32_t>(std::min<Time>(left, entry.ttl)), entry.rdata);
     }
   }
   if (rrset.name->owned == nullptr) {
@@ -116,20 +118,20 @@ void write_all_known(QueryPackets& packets, const RRset& rrset) {
   for (const OwnedRecord* record : rrset.name->owned->records) {
     ++link.steps;
     if (record->type == rrset.type && record->is_live && !is_known_answer(link, cache_find(link, key_of(*record)))) {
-      write_known(packets, rrset, record->ttl, record->rdata);
+      write_known_answer(packets, rrset, record->ttl, record->rdata);
     }
   }
 }
 
-// The known answers follow their questions.
-void finish(QueryPackets& packets) {
+// Adds the known answers of the packet's questions and queues it.
+void finish_packet(QueryPackets& packets) {
   for (OpenQuestion* question : std::exchange(packets.asked, {})) {
     for (const Protocols protocol : kEachProtocol) {
       if (packets.over & protocol) {
         question->asked_at[index_of(protocol)] = outbox_send_time(packets.link);
       }
     }
-    write_all_known(packets, *question->rrset);
+    write_known_answers(packets, *question->rrset);
   }
   outbox_add(packets.link, packets.writer, packets.over);
 }
@@ -141,13 +143,14 @@ void add_question(QueryPackets& packets, OpenQuestion& question) {
   const bool wants_room = (!rrset.entries.empty() || rrset.name->owned != nullptr) &&
                           writer.bytes.size() + name.size() + kRoomForAnswers > writer.max;
   if ((wants_room && !packets.asked.empty()) || !writer_add_question(writer, name, rrset.type, false)) {
-    finish(packets);
+    finish_packet(packets);
     writer_add_question(writer, name, rrset.type, false);
   }
   packets.asked.push_back(&question);
 }
 
-// Marks the questions of which the query lists an answer that we do not know: not the same as ours (RFC 6762 section 7.3).
+// Marks the questions for which the query lists a known answer that ours would not list: such a question is no
+// duplicate of ours (RFC 6762 section 7.3).
 void mark_unknown_answers(Link& link, const Message& message) {
   ++link.querier.received;
   for (const Record& record : message.answers) {
@@ -161,13 +164,14 @@ void mark_unknown_answers(Link& link, const Message& message) {
   }
 }
 
-// Another host asks what we ask. Counts in place of our next question once half of the interval before it is over.
+// Another host has sent the same question as ours. It replaces our next regular one if at least half of the interval
+// before that is over.
 void note_duplicate(Link& link, OpenQuestion& question, Protocols protocol) {
   Time& asked_at = question.asked_at[index_of(protocol)];
   asked_at = std::max(asked_at, link.now);
   const Time half = question.interval_since == kLongAgo ? 0 : (question.regular_at - question.interval_since) / 2;
   if (question.regular_at != kNever && question.regular_at - link.now <= std::max(half, kFirstAfterMost)) {
-    question.heard |= protocol;
+    question.asked_by_others |= protocol;
   }
   question.urgent &= ~protocol;
   set_due(link, question);
@@ -194,7 +198,7 @@ QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t t
   }
   for (const CacheEntry& entry : rrset.entries) {
     ++link.steps;
-    link.events.push_back({Event::Kind::added, query.id, tag, type, entry.ttl, entry.rdata, entry.is_unique, entry.said_by});
+    link.events.push_back({Event::Kind::added, query.id, tag, type, entry.ttl, entry.rdata, entry.is_unique, entry.sent_by});
   }
   zone_report_to(link, rrset, query);
   return query.id;
@@ -218,7 +222,7 @@ void query_stop(Link& link, Time now, QueryId id) {
     cache_wanted_changed(link, *question.rrset);
   }
   if (question.asking == 0) {
-    rest(link, question);
+    stop_question(link, question);
   }
 }
 
@@ -249,7 +253,7 @@ void question_restart(Link& link, OpenQuestion& question) {
     return;
   }
   question.interval_since = kLongAgo;
-  question.heard = kNoProtocol;
+  question.asked_by_others = kNoProtocol;
   question.regular_at = link.now + random_between(link.random, kFirstAfterLeast, kFirstAfterMost);
   set_due(link, question);
 }
@@ -322,9 +326,9 @@ void querier_advance(Link& link) {
   for (OpenQuestion* question : candidates) {
     ++link.steps;
     if (question->asking == 0) {
-      rest(link, *question);
+      stop_question(link, *question);
     } else {
-      asked.emplace_back(question, take_turn(link, *question));
+      asked.emplace_back(question, take_question_protocols(link, *question));
     }
   }
   for (const Protocols over : {kBothProtocols, kIpv4, kIpv6}) {
@@ -334,7 +338,7 @@ void querier_advance(Link& link) {
         add_question(packets, *question);
       }
     }
-    finish(packets);
+    finish_packet(packets);
   }
 }
 

@@ -20,15 +20,15 @@ constexpr std::size_t kRecordNumbers = 10;  // type, class, TTL, length
 constexpr unsigned kPointer = 0xC0;         // the first of a pointer's two bytes, or more
 constexpr unsigned kClassBits = 0x7FFF;     // the top bit is a flag (RFC 6762 sections 5.4 and 10.2)
 
-// How many bytes of names may be walked through: `kUnfoldFactor` for each byte of the message, and some more for a short one.
-// Real messages stay below 8; it is compression in bad faith that takes 20 and more.
+// Bound on the bytes of names that are decompressed: `kUnfoldFactor` for each byte of the message, and `kUnfoldExtra`
+// more for a short one. Genuine messages need less than 8; only messages made to be expensive need 20 and more.
 constexpr std::size_t kUnfoldFactor = 16;
 constexpr std::size_t kUnfoldExtra = 512;
 
 struct Reader {
   const std::uint8_t* bytes;
   std::size_t end;
-  std::size_t allowance;  // bytes of names that may still be walked through
+  std::size_t allowance;  // bytes of names that may still be read
   std::size_t at = 0;
   std::size_t name_length = 0;
   char name[kNameMax] = {};  // the last name that was read
@@ -38,31 +38,33 @@ struct Reader {
   std::string_view text(std::size_t size) const { return {reinterpret_cast<const char*>(bytes + at), size}; }
 };
 
-// The next numbers; their bytes are there.
-unsigned take16(Reader& reader) {
+// Read a number in network byte order. The caller has checked that its bytes are there.
+unsigned read16(Reader& reader) {
   const std::uint8_t* const from = reader.bytes + reader.at;
   reader.at += 2;
   return unsigned{from[0]} << 8 | from[1];
 }
 
-std::uint32_t take32(Reader& reader) {
-  const std::uint32_t high = take16(reader);
-  return high << 16 | take16(reader);
+std::uint32_t read32(Reader& reader) {
+  const std::uint32_t high = read16(reader);
+  return high << 16 | read16(reader);
 }
 
-// Nothing is left of an allowance that was not enough: no name is read any more, not even the root.
+// Takes `size` bytes from the allowance. False when it does not suffice; it is then used up, so that no further name
+// can be read, not even the root.
 bool spend(Reader& reader, std::size_t size) {
   const bool is_enough = size <= reader.allowance;
   reader.allowance -= is_enough ? size : reader.allowance;
   return is_enough;
 }
 
-// Reads the name at the reader's place into reader.name and goes behind it. Each pointer leads to before all that has been
-// read of this name, and no further on than there, so no byte is read twice. False when it is no name.
-bool take_name(Reader& reader) {
+// Reads the name at the reader's position into reader.name and moves the position behind it. A compression pointer must
+// point to before everything that was read of this name so far, and what it points to must end before that, so that no
+// byte is read twice. False when there is no well-formed name.
+bool read_name(Reader& reader) {
   std::size_t begin = reader.at;
   std::size_t end = reader.end;
-  std::size_t behind = 0;  // where the name ends in its own place, once that is known
+  std::size_t behind = 0;  // the position behind the first compression pointer; 0: there was none yet
   std::size_t size = 0;
   for (std::size_t at = begin; at < end;) {
     const std::size_t length = reader.bytes[at];
@@ -93,12 +95,12 @@ bool take_name(Reader& reader) {
   return false;
 }
 
-bool take_question(Reader& reader, std::vector<Question>& questions) {
-  if (!take_name(reader) || reader.left() < 4) {
+bool read_question(Reader& reader, std::vector<Question>& questions) {
+  if (!read_name(reader) || reader.left() < 4) {
     return false;
   }
-  const unsigned type = take16(reader);
-  const unsigned klass = take16(reader);
+  const unsigned type = read16(reader);
+  const unsigned klass = read16(reader);
   questions.push_back({.name = std::string(reader.last_name()),
                        .type = static_cast<std::uint16_t>(type),
                        .klass = static_cast<std::uint16_t>(klass & kClassBits),
@@ -106,8 +108,9 @@ bool take_question(Reader& reader, std::vector<Question>& questions) {
   return true;
 }
 
-// The rdata that the reader holds, from its place to its end, its names without compression; empty when it cannot be read.
-std::string rest_as_rdata(Reader& reader, std::uint16_t type) {
+// Reads the rdata that the reader holds, from its position to its end, and decompresses the names in it; empty when it
+// is malformed.
+std::string read_rdata(Reader& reader, std::uint16_t type) {
   const RdataForm form = rdata_form(type);
   if (reader.left() < form.head) {
     return {};
@@ -115,7 +118,7 @@ std::string rest_as_rdata(Reader& reader, std::uint16_t type) {
   std::string rdata(reader.text(form.head));
   reader.at += form.head;
   for (unsigned i = 0; i < form.names; ++i) {
-    if (!take_name(reader)) {
+    if (!read_name(reader)) {
       return {};
     }
     rdata += reader.last_name();
@@ -132,14 +135,14 @@ bool is_kept(unsigned type, unsigned klass) {
   return (klass & kClassBits) == kClassIn && type != kTypeOpt && (type < 128 || type > 255);
 }
 
-bool take_record(Reader& reader, std::vector<Record>& records) {
-  if (!take_name(reader) || reader.left() < kRecordNumbers) {
+bool read_record(Reader& reader, std::vector<Record>& records) {
+  if (!read_name(reader) || reader.left() < kRecordNumbers) {
     return false;
   }
-  const unsigned type = take16(reader);
-  const unsigned klass = take16(reader);
-  const std::uint32_t ttl = take32(reader);
-  const std::size_t length = take16(reader);
+  const unsigned type = read16(reader);
+  const unsigned klass = read16(reader);
+  const std::uint32_t ttl = read32(reader);
+  const std::size_t length = read16(reader);
   if (length > reader.left()) {
     return false;
   }
@@ -152,7 +155,7 @@ bool take_record(Reader& reader, std::vector<Record>& records) {
                   .ttl = ttl,
                   .rdata = {}};
     const std::size_t end = std::exchange(reader.end, behind);
-    record.rdata = rest_as_rdata(reader, record.type);
+    record.rdata = read_rdata(reader, record.type);
     reader.end = end;
     if (!record.rdata.empty()) {
       records.push_back(std::move(record));
@@ -164,9 +167,10 @@ bool take_record(Reader& reader, std::vector<Record>& records) {
 
 // Reads up to `count` elements; false when one of them cannot be read.
 template <typename Element>
-bool take_all(Reader& reader, std::vector<Element>& elements, std::size_t count, bool (*take)(Reader&, std::vector<Element>&)) {
+bool read_all(Reader& reader, std::vector<Element>& elements, std::size_t count,
+              bool (*read_one)(Reader&, std::vector<Element>&)) {
   elements.reserve(std::min(count, reader.left() / kRecordNumbers));
-  while (count > 0 && take(reader, elements)) {
+  while (count > 0 && read_one(reader, elements)) {
     --count;
   }
   return count == 0;
@@ -180,8 +184,8 @@ std::optional<Message> read_message(Bytes datagram) {
   }
   Reader reader{datagram.data(), datagram.size(), kUnfoldFactor * datagram.size() + kUnfoldExtra};
   Message message;
-  message.id = static_cast<std::uint16_t>(take16(reader));
-  const unsigned flags = take16(reader);
+  message.id = static_cast<std::uint16_t>(read16(reader));
+  const unsigned flags = read16(reader);
   if ((flags & (kOpcodeBits | kRcodeBits)) != 0) {
     return std::nullopt;
   }
@@ -189,12 +193,12 @@ std::optional<Message> read_message(Bytes datagram) {
   message.is_truncated = (flags & kTruncatedBit) != 0;
   std::size_t counts[4];
   for (std::size_t& count : counts) {
-    count = take16(reader);
+    count = read16(reader);
   }
-  static_cast<void>(take_all(reader, message.questions, counts[0], take_question) &&
-                    take_all(reader, message.answers, counts[1], take_record) &&
-                    take_all(reader, message.authorities, counts[2], take_record) &&
-                    take_all(reader, message.additionals, counts[3], take_record));
+  static_cast<void>(read_all(reader, message.questions, counts[0], read_question) &&
+                    read_all(reader, message.answers, counts[1], read_record) &&
+                    read_all(reader, message.authorities, counts[2], read_record) &&
+                    read_all(reader, message.additionals, counts[3], read_record));
   return message;
 }
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Takes a received message apart. The bytes come from anybody: every length is checked against what is left, a compressed name
-// only points backwards, and the text that compression unfolds to is bounded by the message's own length, so that no message
-// costs more than its size.
+// Parses a received message. Its bytes are not trusted: every length is checked against the bytes that remain,
+// compression pointers must point backwards, and the total length of the decompressed names is bounded by a multiple of
+// the message's length, so that the work is in proportion to the size of the message.
 #pragma once
 
 #include <optional>

@@ -31,7 +31,7 @@ std::size_t names_end(RdataForm form, std::string_view rdata) {
   return end;
 }
 
-// How many character-strings (RFC 1035 section 3.3) fill `text` exactly; 0 when they do not.
+// The number of character-strings (RFC 1035 section 3.3) that `text` consists of; 0 when it is malformed.
 std::size_t count_strings(std::string_view text) {
   std::size_t count = 0;
   for (std::size_t at = 0; at < text.size(); ++count) {

@@ -27,8 +27,8 @@ struct Record {
   std::string rdata;               // the names in it are not compressed
 };
 
-// Where the rdata of a type holds names: behind `head` bytes, as many of them one behind the other, then what else belongs to the
-// type. These are the types whose names RFC 6762 section 18.14 has compressed in messages. All others have none.
+// Where the rdata of a type holds names: first `head` bytes, then `names` names, then the remaining fields of the type.
+// Only the types whose names RFC 6762 section 18.14 compresses have a form with names; for all others `names` is 0.
 struct RdataForm {
   std::uint16_t type = 0;  // 0: any other
   std::uint8_t head = 0;   // bytes
@@ -51,11 +51,12 @@ int compare_records(std::uint16_t type_a, std::string_view rdata_a, std::uint16_
 // The TTL in seconds of RFC 6762 section 10: 120 for what holds a host's name or address, else 75 minutes.
 std::uint32_t usual_ttl(std::string_view name, std::uint16_t type);
 
-// Whether the rdata of an NSEC record says that its name has records of that type (RFC 4034 section 4.1.2). What cannot be
-// read has all.
+// Whether the type bit maps of an NSEC record's rdata have that type (RFC 4034 section 4.1.2). True as well when the
+// rdata is malformed, so that such a record denies nothing.
 bool denial_lists(std::string_view rdata, std::uint16_t type);
 
-// The rdata of an NSEC record that says that `name` has just these types, each below 256 (RFC 6762 section 6.1).
+// The rdata of an NSEC record for `name` whose type bit maps have exactly these types, each below 256 (RFC 6762 section
+// 6.1).
 std::string denial_rdata(std::string_view name, std::span<const std::uint16_t> types);
 
 // The target that the rdata of an SRV or PTR record names; empty when it is none of these or not well formed.

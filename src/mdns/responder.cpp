@@ -16,36 +16,37 @@ constexpr Time kTruncatedDelayMost = 500 * kMillisecond;
 constexpr Time kMulticastApart = kSecond;
 constexpr Time kDefencesApart = 250 * kMillisecond;
 
-// RFC 6762 sections 6.6 and 10.1: a goodbye for what is ours is contradicted before its second is over, also when the record
-// was sent a moment ago.
+// RFC 6762 sections 6.6 and 10.1: after another host's goodbye for our record it is sent again (rescued) before the
+// second of the goodbye is over, even if it was sent within the last second.
 constexpr Time kRescuedWithin = 900 * kMillisecond;
 
-// The bounds: queries that wait, records in all of them, and how often one query may ask for one name. Where that many packets
-// wait, direct replies would make those who ask by multicast wait longer.
+// The bounds: queries that wait, records in all of them, how often one query may ask for one name, and the length of
+// the queue of packets beyond which no unicast replies are sent, since they would delay multicast answers.
 constexpr std::size_t kPendingMax = 64;
 constexpr std::size_t kPendingRecordsMax = 16384;
 constexpr int kTimesAsked = 8;
-constexpr std::size_t kCrowded = 32;
+constexpr std::size_t kReplyQueueMax = 32;
 
-// The token buckets of the answers that hosts ask for: one for each host, in answers, and one for all, in bytes. Whoever asks for
-// a few is answered at once. Who wants more gets them at once while that keeps nobody waiting, and the rest at a pace that leaves
-// room for others, in bursts that fill packets.
+// The rate limits of answers: a token bucket for each querier, from which each answer takes 10 ms, and one for all queriers
+// together, from which each byte takes kPerLimitedByte microseconds. Who asks for a few is answered at once. Who asks for
+// more is, too, while the common bucket has tokens; the rest is sent at its rate, which leaves room for other queriers, in
+// bursts that fill packets.
 constexpr Time kPerAnswer = 10 * kMillisecond;
 constexpr Time kFewAnswers = 10 * kPerAnswer;
 constexpr Time kManyAnswers = 100 * kPerAnswer;
-constexpr Time kPerByteOfMany = 2;
-constexpr Time kCrowdBurst = 30 * kMillisecond;
-constexpr std::size_t kAnswerBytes = 24;  // besides its rdata,
-constexpr std::size_t kAlongBytes = 64;   // and with an SRV record the addresses that go along
+constexpr Time kPerLimitedByte = 2;
+constexpr Time kLimitedBurst = 30 * kMillisecond;
+constexpr std::size_t kAnswerBytes = 24;      // of a record besides its rdata
+constexpr std::size_t kAdditionalBytes = 64;  // of the additional addresses of an SRV record
 constexpr Time kBurstsApart = 20 * kMillisecond;
 
-// One query in hand.
-struct Asking {
+// The query that is being answered.
+struct CurrentQuery {
   const PendingQuery& query;
   Source& source;
   Protocols protocol;
-  std::vector<OwnedRecord*> replied = {};  // what goes to the asker alone
-  bool wants_many = false;                 // the question in hand, more than it lists as known
+  std::vector<OwnedRecord*> replied = {};  // the answers for a unicast reply
+  bool wants_many = false;                 // the question in hand has many more answers than are listed as known
 };
 
 // --- Queries that wait
@@ -54,13 +55,13 @@ std::size_t records_in(const Message& message) { return message.answers.size() +
 
 Time truncated_until(Link& link) { return link.now + random_between(link.random, kTruncatedDelayLeast, kTruncatedDelayMost); }
 
-// The known answers of a message without questions belong to the query that its host has sent before; if they go on in
-// another one, the query waits for that (RFC 6762 section 7.2).
+// Adds the known answers of a message without questions to the waiting query of the same host that they continue. If
+// the message has the TC bit, the query waits for the next such message (RFC 6762 section 7.2).
 void add_known_answers(Link& link, const Message& message, const Endpoint& source) {
   Responder& responder = link.responder;
   const auto query = std::ranges::find_if(responder.pending, [&](const auto& entry) {
-    const Endpoint& asker = entry.second.from.source;
-    return entry.second.message.is_truncated && asker.protocol == source.protocol && asker.address == source.address;
+    const Endpoint& other = entry.second.from.source;
+    return entry.second.message.is_truncated && other.protocol == source.protocol && other.address == source.address;
   });
   if (query == responder.pending.end() || responder.pending_records + message.answers.size() > kPendingRecordsMax) {
     return;
@@ -75,7 +76,8 @@ void add_known_answers(Link& link, const Message& message, const Endpoint& sourc
   }
 }
 
-// The names that the message proposes records of: it is a probe for those of them that it asks for (RFC 6762 section 6).
+// Marks the names for which the message proposes records: if it also asks for such a name, it is a probe for that (RFC
+// 6762 section 6).
 void mark_proposed_names(Link& link, const Message& message) {
   for (const Record& record : message.authorities) {
     ++link.steps;
@@ -101,18 +103,19 @@ bool has_probe(Link& link, const Message& message) {
   });
 }
 
-// When the query is to be answered (RFC 6762 sections 6, 6.3 and 7.2): at once if it is a probe, or if nobody else can answer.
+// When the query is to be answered (RFC 6762 sections 6, 6.3 and 7.2): at once if it is a probe, or if no other host
+// can have an answer.
 Time answer_time(Link& link, const PendingQuery& query) {
   const Message& message = query.message;
   const OwnedName* owned = message.questions.size() == 1 ? owned_find(link, message.questions[0].name) : nullptr;
-  const bool is_plain = owned != nullptr && is_ours(*owned);  // nobody else can have answers
+  const bool is_plain = owned != nullptr && is_ours(*owned);  // no other host can have an answer
   if (is_legacy(query) || (is_plain && !message.is_truncated) || has_probe(link, message)) {
     return link.now;
   }
   if (message.is_truncated) {
     return truncated_until(link);
   }
-  // What becomes due at about the same time shares packets (RFC 6762 section 6.4).
+  // Answers that are due at about the same time share packets (RFC 6762 section 6.4).
   Time& together_at = link.responder.together_at;
   if (together_at < link.now + kDelayLeast || together_at > link.now + kDelayMost) {
     together_at = link.now + random_between(link.random, kDelayLeast, kDelayMost);
@@ -122,7 +125,7 @@ Time answer_time(Link& link, const PendingQuery& query) {
 
 // --- Answers to one query
 
-// The record that a known answer is about: what is published, or that a type is not there. Null: none of ours.
+// Our record that the known answer lists, a published one or the NSEC record of a name; null when it is none of ours.
 OwnedRecord* own_record(const Link& link, const Record& known) {
   OwnedName* owned = owned_find(link, known.name);
   if (owned == nullptr) {
@@ -135,7 +138,7 @@ OwnedRecord* own_record(const Link& link, const Record& known) {
   return denial != nullptr && same_rdata(kTypeNsec, denial->rdata, known.rdata) ? denial : nullptr;
 }
 
-// RFC 6762 section 7.1: the records that the asker knows with at least half of their TTL.
+// RFC 6762 section 7.1: marks our records that the query lists as known answers with at least half of their TTL.
 void mark_known_answers(Link& link, const Message& message) {
   for (const Record& known : message.answers) {
     ++link.steps;
@@ -146,7 +149,7 @@ void mark_known_answers(Link& link, const Message& message) {
   }
 }
 
-// When the record may be sent over the protocol for what is due over it.
+// The earliest time at which the record may be multicast over the protocol, by what it is due for there.
 Time may_be_sent_at(const Link& link, const OwnedRecord& record, Protocols protocol) {
   if (record.rescue_over & protocol) {
     return link.now;
@@ -154,7 +157,7 @@ Time may_be_sent_at(const Link& link, const OwnedRecord& record, Protocols proto
   return rrset_multicast_at(record, protocol) + (record.defend_over & protocol ? kDefencesApart : kMulticastApart);
 }
 
-// When the first of these protocols may have the record.
+// The earliest time at which the record may be multicast over one of these protocols.
 Time next_answer_at(const Link& link, const OwnedRecord& record, Protocols protocols) {
   Time at = kNever;
   for (const Protocols protocol : kEachProtocol) {
@@ -165,33 +168,35 @@ Time next_answer_at(const Link& link, const OwnedRecord& record, Protocols proto
   return at;
 }
 
-// The record is to be sent to the group at `at`, or sooner if it is due already; but not before it may be.
+// Plans to multicast the record at `at`, or sooner if it is due sooner already, but not before it may be.
 void answer_at(Link& link, OwnedRecord& record, Protocols protocols, Time at) {
   const Time before = record.answer_over != kNoProtocol ? record.answer.at : kNever;
   record.answer_over = static_cast<std::uint8_t>(record.answer_over | protocols);
   if (record.rescue_over != kNoProtocol && before != kNever) {
-    return;  // its time was chosen with care
+    return;  // the time of a rescue stays
   }
   link.responder.due.set(record, std::max(std::min(at, before), next_answer_at(link, record, record.answer_over)));
 }
 
-// When it is the asker's turn to be given one more answer; kNever: it is due already.
-Time turn_of(Link& link, const Asking& asking, const OwnedRecord& record) {
-  Time& asked_until = asking.source.asked_until;
-  asked_until = std::clamp(asked_until, link.now, link.now + kManyAnswers) + kPerAnswer;
-  if (asked_until <= link.now + kFewAnswers) {
+// Takes one answer from the querier's token bucket, and from the common one unless it asks for a few. Returns when the
+// answer may be sent: now, or when the limit is exceeded the time that the common bucket gives; kNever in the latter case if
+// the record is due already.
+Time rate_limited_time(Link& link, const CurrentQuery& current, const OwnedRecord& record) {
+  Time& answers_full_at = current.source.answers_full_at;
+  answers_full_at = std::clamp(answers_full_at, link.now, link.now + kManyAnswers) + kPerAnswer;
+  if (answers_full_at <= link.now + kFewAnswers) {
     return link.now;
   }
-  if (record.answer_over & asking.protocol) {
+  if (record.answer_over & current.protocol) {
     return kNever;
   }
-  Time& crowd_until = link.responder.crowd_until;
-  const std::size_t bytes = kAnswerBytes + record.rdata.size() + (record.type == kTypeSrv ? kAlongBytes : 0);
-  crowd_until = std::max(crowd_until, link.now) + kPerByteOfMany * static_cast<Time>(bytes);
-  if (asked_until <= link.now + kManyAnswers && crowd_until <= link.now + kCrowdBurst) {
+  Time& limited_until = link.responder.limited_until;
+  const std::size_t bytes = kAnswerBytes + record.rdata.size() + (record.type == kTypeSrv ? kAdditionalBytes : 0);
+  limited_until = std::max(limited_until, link.now) + kPerLimitedByte * static_cast<Time>(bytes);
+  if (answers_full_at <= link.now + kManyAnswers && limited_until <= link.now + kLimitedBurst) {
     return link.now;
   }
-  return crowd_until - (crowd_until - link.now) % kBurstsApart;
+  return limited_until - (limited_until - link.now) % kBurstsApart;
 }
 
 void cancel_answer(Link& link, OwnedRecord& record, Protocols protocols) {
@@ -204,34 +209,35 @@ void cancel_answer(Link& link, OwnedRecord& record, Protocols protocols) {
   }
 }
 
-// One record is an answer, to a question that wants it directly or not, or to a probe. Directly goes what a legacy querier or a
-// probe asks for, and what the group has heard within a quarter of its TTL (RFC 6762 section 5.4). What everybody has heard since
-// the query came, from us or from another host, need not be said again (section 7.4).
-void answer(Link& link, Asking& asking, OwnedRecord& record, bool wants_direct, bool for_probe) {
-  const bool from_legacy = is_legacy(asking.query);
+// Plans one record as an answer to a question or probe. It is sent by unicast to a legacy querier, and if the querier
+// wants a unicast reply: to a probe, or when the record was multicast within the last quarter of its TTL (RFC 6762
+// section 5.4). It is not multicast if that was done since the query was received, by us or by another host (section
+// 7.4).
+void answer(Link& link, CurrentQuery& current, OwnedRecord& record, bool wants_direct, bool for_probe) {
+  const bool from_legacy = is_legacy(current.query);
   if (record.known_in == link.responder.queries && !from_legacy) {
     return;
   }
-  const std::size_t place = index_of(asking.protocol);
-  const bool is_lately = record.multicast_at[place] > link.now - static_cast<Time>(record.ttl) * kSecond / 4;
-  if ((from_legacy || (wants_direct && (for_probe || is_lately))) && link.outbox.urgent.size() < kCrowded) {
+  const std::size_t place = index_of(current.protocol);
+  const bool is_recent = record.multicast_at[place] > link.now - static_cast<Time>(record.ttl) * kSecond / 4;
+  if ((from_legacy || (wants_direct && (for_probe || is_recent))) && link.outbox.urgent.size() < kReplyQueueMax) {
     if (record.replied_in != link.responder.queries) {
       record.replied_in = link.responder.queries;
-      asking.replied.push_back(&record);
+      current.replied.push_back(&record);
     }
-    if (is_lately) {
+    if (is_recent) {
       return;
     }
   }
-  const bool was_said = std::max(record.multicast_at[place], record.heard_at[place]) > asking.query.received;
-  if (from_legacy || (!for_probe && was_said)) {
+  const bool is_duplicate = std::max(record.multicast_at[place], record.received_at[place]) > current.query.received;
+  if (from_legacy || (!for_probe && is_duplicate)) {
     return;
   }
   if (for_probe) {
-    record.defend_over = static_cast<std::uint8_t>(record.defend_over | asking.protocol);
+    record.defend_over = static_cast<std::uint8_t>(record.defend_over | current.protocol);
   }
-  record.is_one_of_many = asking.wants_many && (record.is_one_of_many || record.answer_over == kNoProtocol);
-  answer_at(link, record, asking.protocol, for_probe ? link.now : turn_of(link, asking, record));
+  record.is_one_of_many = current.wants_many && (record.is_one_of_many || record.answer_over == kNoProtocol);
+  answer_at(link, record, current.protocol, for_probe ? link.now : rate_limited_time(link, current, record));
 }
 
 // RFC 6762 section 6: a CNAME record answers a question for any type.
@@ -239,59 +245,61 @@ bool matches(const OwnedRecord& record, std::uint16_t type) {
   return record.is_live && (type == kTypeAny || record.type == type || record.type == kTypeCname);
 }
 
-// Whether the name has been asked for too often in this query.
-bool is_asked_enough(const Link& link, OwnedName& owned) {
+// Counts the questions of this query for the name; true when these are more than kTimesAsked.
+bool is_asked_too_often(const Link& link, OwnedName& owned) {
   owned.times_asked =
       owned.asked_in == link.responder.queries ? static_cast<std::uint8_t>(owned.times_asked + 1) : std::uint8_t{1};
   owned.asked_in = link.responder.queries;
   return owned.times_asked > kTimesAsked;
 }
 
-// Answers one question with what is live of its name, or says that there is nothing of that type (RFC 6762 section 6.1).
-void answer_question(Link& link, Asking& asking, const Question& question) {
+// Answers one question with the live records of its name, or with an NSEC record if it has none of the type (RFC 6762
+// section 6.1).
+void answer_question(Link& link, CurrentQuery& current, const Question& question) {
   OwnedName* owned = owned_find(link, question.name);
   const bool is_class = question.klass == kClassIn || question.klass == kClassAny;
-  if (owned == nullptr || !is_class || is_asked_enough(link, *owned)) {
+  if (owned == nullptr || !is_class || is_asked_too_often(link, *owned)) {
     return;
   }
-  const Received& from = asking.query.from;
+  const Received& from = current.query.from;
   const bool wants_direct = from.is_local && (question.unicast_response || !from.to_group);
   const bool for_probe = is_probe(link, *owned, question);
   if (for_probe && owned->contested_in != link.responder.queries) {
     return;  // the same data is no conflict (RFC 6762 section 9): another gateway is about to announce it, too
   }
-  asking.wants_many = owned->records.size() > kAdditionalForAtMost + asking.query.message.answers.size();
+  current.wants_many = owned->records.size() > kAdditionalForAtMost + current.query.message.answers.size();
   bool has_any = false;
   for (OwnedRecord* record : owned->records) {
     ++link.steps;
     if (matches(*record, question.type)) {
       has_any = true;
-      answer(link, asking, *record, wants_direct, for_probe);
+      answer(link, current, *record, wants_direct, for_probe);
     }
   }
   OwnedRecord* denial = has_any ? nullptr : zone_denial(*owned);
   if (denial != nullptr) {
-    answer(link, asking, *denial, wants_direct, for_probe);
+    answer(link, current, *denial, wants_direct, for_probe);
   }
 }
 
 void answer_query(Link& link, const PendingQuery& query) {
   ++link.responder.queries;
-  Asking asking{query, source_get(link, query.from.source), query.from.source.protocol};
+  CurrentQuery current{query, source_get(link, query.from.source), query.from.source.protocol};
   mark_known_answers(link, query.message);
   mark_proposed_names(link, query.message);
   for (const Question& question : query.message.questions) {
     ++link.steps;
-    answer_question(link, asking, question);
+    answer_question(link, current, question);
   }
-  if (!asking.replied.empty()) {
-    send_reply(link, query, asking.replied);
+  if (!current.replied.empty()) {
+    send_reply(link, query, current.replied);
   }
 }
 
 // --- Answers that are due
 
-// Another host says what is ours with another TTL, or takes it back: it is said again, with all else of that kind.
+// Another host has sent our record with a TTL that is too low, or a goodbye for it: the record is multicast again,
+// together with others for which that has happened.
 void correct(Link& link, OwnedRecord& record, std::uint32_t ttl) {
   Responder& responder = link.responder;
   if (responder.rescue_at <= link.now) {
@@ -305,8 +313,9 @@ void correct(Link& link, OwnedRecord& record, std::uint32_t ttl) {
   }
 }
 
-// Which protocols the record goes out over now; if it has to wait for others, its next time is set.
-Protocols take_turn(Link& link, OwnedRecord& record) {
+// The protocols over which the record may be multicast now. For those over which it has to wait, sets its next
+// deadline.
+Protocols take_answer_protocols(Link& link, OwnedRecord& record) {
   Protocols later = record.answer_over;
   for (const Protocols protocol : kEachProtocol) {
     if ((later & protocol) != 0 && may_be_sent_at(link, record, protocol) <= link.now) {
@@ -318,12 +327,12 @@ Protocols take_turn(Link& link, OwnedRecord& record) {
   return record.answer_over & ~later;
 }
 
-std::vector<DueAnswer> take_due(Link& link) {
+std::vector<DueAnswer> take_due_answers(Link& link) {
   std::vector<DueAnswer> answers;
   while (link.responder.due.next() <= link.now) {
     OwnedRecord& record = *link.responder.due.first();
     ++link.steps;
-    const Protocols over = take_turn(link, record);
+    const Protocols over = take_answer_protocols(link, record);
     if (over != kNoProtocol) {
       answers.push_back({&record, over});
     }
@@ -335,7 +344,7 @@ std::vector<DueAnswer> take_due(Link& link) {
 void remember_sibling(Link& link, const Endpoint& host) {
   auto* place = std::ranges::find(link.siblings, host.address, [](const Sibling& sibling) { return sibling.host.address; });
   if (place == link.siblings.end()) {
-    place = std::ranges::min_element(link.siblings, {}, &Sibling::heard_at);
+    place = std::ranges::min_element(link.siblings, {}, &Sibling::received_at);
   }
   *place = {host, link.now};
 }
@@ -371,7 +380,7 @@ void responder_receive_record(Link& link, const Record& record, const Endpoint& 
   if (std::uint64_t{2} * record.ttl < own->ttl) {
     correct(link, *own, record.ttl);
   } else if (record.ttl >= own->ttl) {
-    own->heard_at[index_of(from.protocol)] = link.now;
+    own->received_at[index_of(from.protocol)] = link.now;
     cancel_answer(link, *own, from.protocol);
     remember_sibling(link, from);
   }
@@ -398,7 +407,7 @@ void responder_advance(Link& link) {
   if (responder.due.next() > link.now) {
     return;
   }
-  const std::vector<DueAnswer> answers = take_due(link);
+  const std::vector<DueAnswer> answers = take_due_answers(link);
   for (const Protocols over : {kBothProtocols, kIpv4, kIpv6}) {
     send_answers(link, answers, over);
   }

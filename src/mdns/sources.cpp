@@ -8,11 +8,11 @@ namespace {
 
 constexpr std::size_t kSourcesMax = 1024;
 
-// A source that has been silent for this long, and of which nothing is cached, is forgotten.
+// A source is removed when it has sent nothing for this long and the cache has no entry of it.
 constexpr Time kIdleAfter = 10 * kSecond;
 
-// What a host may say in a second, and in one burst. Two thousand services, each with five records announced twice over one
-// protocol, are some 800 kB in their first two seconds.
+// The token bucket of a host. Two thousand services, each with five records announced twice over one protocol, are some
+// 800 kB in their first two seconds.
 constexpr Time kBytesPerSecond = 1'000'000;
 constexpr Time kBurstBytes = 2'000'000;
 constexpr std::size_t kBytesPerDatagram = 60;  // what the headers add to each datagram
@@ -33,7 +33,7 @@ Source& source_get(Link& link, Endpoint host) {
   Source& source = sources.by_endpoint[host];
   if (source.number == 0) {
     source.endpoint = host;
-    source.number = static_cast<std::uint32_t>(EndpointHash{link.hash_seed}(host)) | 1;  // the same when it comes again
+    source.number = static_cast<std::uint32_t>(EndpointHash{link.hash_seed}(host)) | 1;  // the same if it is made again
   }
   sources.idle.set(source, link.now + kIdleAfter);
   return source;
@@ -41,11 +41,11 @@ Source& source_get(Link& link, Endpoint host) {
 
 bool source_allows(Link& link, Source& source, std::size_t bytes) {
   const Time cost = static_cast<Time>(bytes + kBytesPerDatagram) * kSecond / kBytesPerSecond;
-  const Time paid_until = std::max(source.paid_until, link.now - kBurstBytes * kSecond / kBytesPerSecond);
-  if (paid_until + cost > link.now) {
+  const Time tokens_since = std::max(source.tokens_since, link.now - kBurstBytes * kSecond / kBytesPerSecond);
+  if (tokens_since + cost > link.now) {
     return false;
   }
-  source.paid_until = paid_until + cost;
+  source.tokens_since = tokens_since + cost;
   return true;
 }
 
@@ -59,7 +59,7 @@ void sources_advance(Link& link) {
   Sources& sources = link.sources;
   while (Source* source = sources.idle.due(link.now)) {
     sources.idle.set(*source, kNever);
-    if (source->entries == 0) {  // else its last entry ends it
+    if (source->entries == 0) {  // else source_drop_entry plans its removal with its last entry
       sources.by_endpoint.erase(Endpoint(source->endpoint));
     }
   }

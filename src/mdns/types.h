@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The few types that every part of the engine speaks in, and the constants of RFC 6762 that more than one part needs.
+// The types that all parts of the engine use, and the constants of RFC 6762 that more than one part needs.
 #pragma once
 
 #include <array>
@@ -58,9 +58,9 @@ inline constexpr std::uint8_t kAnnouncements = 2;  // of each record (RFC 6762 s
 
 inline constexpr std::size_t kHeaderSize = 12;  // of a message (RFC 1035 section 4.1.1)
 
-// What a datagram may hold. Both protocols carry the same datagrams, so the smaller room counts: an Ethernet frame's 1500
-// bytes less the headers of IPv6 and UDP. A single record that does not fit goes alone in a larger one, up to the 9000 bytes
-// of RFC 6762 section 17 less the same headers.
+// The most bytes of a datagram: an Ethernet frame's 1500 less the headers of IPv6 and UDP, since both protocols carry
+// the same datagrams. A record that is too long for that is sent alone in a larger one, of up to the 9000 bytes of RFC
+// 6762 section 17 less the same headers.
 inline constexpr std::size_t kDatagramMax = 1500 - 48;
 inline constexpr std::size_t kLargeDatagramMax = 9000 - 48;
 

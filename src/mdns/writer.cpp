@@ -20,14 +20,14 @@ constexpr unsigned kPointerBits = 0xC000;    // of a pointer's two bytes
 constexpr std::size_t kPointerEnd = 0x4000;  // what a pointer cannot reach
 constexpr unsigned kTopBit = 0x8000;         // of a class: QU or cache-flush (RFC 6762 sections 5.4 and 10.2)
 
-constexpr std::size_t kPlacesTried = 8;  // of a name in Writer::names, so that no choice of names makes the search long
+constexpr std::size_t kPlacesTried = 8;  // in Writer::names for each name: bounds the search whatever the names are
 
 void put16(Writer& writer, unsigned number) {
   writer.bytes.push_back(static_cast<std::uint8_t>(number >> 8));
   writer.bytes.push_back(static_cast<std::uint8_t>(number));
 }
 
-void put_text(Writer& writer, std::string_view text) {
+void put_bytes(Writer& writer, std::string_view text) {
   const auto* const from = reinterpret_cast<const std::uint8_t*>(text.data());
   writer.bytes.insert(writer.bytes.end(), from, from + text.size());
 }
@@ -39,7 +39,8 @@ void set16(Writer& writer, std::size_t at, std::size_t number) {
 
 // --- Names
 
-// Whether `name` stands at that place of the message, byte for byte. The name that is being written ends where the message does.
+// Whether the message has `name`, byte for byte, at that offset. (The name that is being written may be compared, too:
+// it ends where the message does.)
 bool is_name_at(const Writer& writer, std::size_t at, std::string_view name) {
   const std::vector<std::uint8_t>& bytes = writer.bytes;
   for (; at < bytes.size(); name = parent_name(name)) {
@@ -58,8 +59,9 @@ bool is_name_at(const Writer& writer, std::size_t at, std::string_view name) {
   return false;
 }
 
-// The element of Writer::names that says where the message holds the name, or a free one; null: all that may be tried are taken.
-std::uint16_t* find_name(Writer& writer, std::string_view name) {
+// The element of Writer::names with the offset of the name, or a free one if the message does not have the name; null
+// when all elements that may be tried are in use.
+std::uint16_t* find_suffix(Writer& writer, std::string_view name) {
   const auto hash = static_cast<std::size_t>(hash_folded(name, 0));
   for (std::size_t i = 0; i < kPlacesTried; ++i) {
     std::uint16_t& at = writer.names[(hash + i) % writer.names.size()];
@@ -70,11 +72,11 @@ std::uint16_t* find_name(Writer& writer, std::string_view name) {
   return nullptr;
 }
 
-// Writes the name, from where it ends in one that the message holds already with a pointer to that.
+// Writes the name; its longest suffix that the message has already becomes a compression pointer.
 void put_name(Writer& writer, std::string_view name) {
   assert(is_name(name));
   for (; name.size() > 1; name = parent_name(name)) {
-    std::uint16_t* known = find_name(writer, name);
+    std::uint16_t* known = find_suffix(writer, name);
     if (known != nullptr && *known != 0) {
       put16(writer, kPointerBits | *known);
       return;
@@ -82,12 +84,13 @@ void put_name(Writer& writer, std::string_view name) {
     if (known != nullptr && writer.bytes.size() < kPointerEnd) {
       *known = static_cast<std::uint16_t>(writer.bytes.size());
     }
-    put_text(writer, name.substr(0, 1 + first_label(name).size()));
+    put_bytes(writer, name.substr(0, 1 + first_label(name).size()));
   }
   writer.bytes.push_back(0);
 }
 
-// Forgets what was written from `size` on. The names that were remembered last go first, so those that stay are still found.
+// Cuts the message to `size` bytes and removes the names behind that from Writer::names. Names are entered in the order
+// of their offsets, so removing the last ones leaves the probe sequences of the others intact.
 void take_back(Writer& writer, std::size_t size) {
   writer.bytes.resize(size);
   for (std::uint16_t& known : writer.names) {
@@ -101,17 +104,18 @@ void put_rdata(Writer& writer, std::uint16_t type, std::string_view rdata) {
   assert(is_rdata(type, rdata));
   const bool is_plain = (type == kTypeSrv && !writer.compresses_srv) || !is_rdata(type, rdata);
   const RdataForm form = is_plain ? RdataForm{} : rdata_form(type);
-  put_text(writer, rdata.substr(0, form.head));
+  put_bytes(writer, rdata.substr(0, form.head));
   rdata.remove_prefix(form.head);
   for (unsigned i = 0; i < form.names; ++i) {
     const std::size_t size = name_size(rdata);
     put_name(writer, rdata.substr(0, size));
     rdata.remove_prefix(size);
   }
-  put_text(writer, rdata);
+  put_bytes(writer, rdata);
 }
 
-// Counts what was written from `begin` on, or takes it back when it leaves no room.
+// Counts the question or record that was written from `begin` on; removes it and returns false when the message has
+// become longer than `max`.
 bool end_entry(Writer& writer, Section section, std::size_t begin, std::size_t max) {
   if (writer.bytes.size() > max) {
     take_back(writer, begin);

@@ -2,8 +2,7 @@
 // Builds one message. Names are compressed against all that the message holds already (RFC 1035 section 4.1.4, RFC 6762 section
 // 18.14); a question or record that does not fit leaves the message as it was.
 //
-// Sections are written in the order of the message: questions, answers, authorities, additionals. One that is out of turn is a
-// mistake of the caller's (assert).
+// The caller writes the sections in their order: questions, answers, authorities, additionals (assert).
 #pragma once
 
 #include <array>
@@ -24,7 +23,8 @@ struct Writer {
   std::uint16_t counts[4] = {0, 0, 0, 0};  // by section
   Section section = Section::questions;    // the one that is being written
 
-  // Where labels begin that a later name may point to: a hash table of the names that begin there. 0: a free place.
+  // Hash table of the names in the message that a compression pointer may point to: the offset of each. 0: a free
+  // place.
   std::array<std::uint16_t, 256> names{};
 };
 

@@ -8,7 +8,7 @@
 namespace mdns {
 namespace {
 
-constexpr std::uint16_t kDeniableMax = 255;  // the greatest type in the one window of such an NSEC record
+constexpr std::uint16_t kDeniableMax = 255;  // the greatest type in the single bit map of a restricted NSEC record
 
 OwnedName& owned_get(Link& link, std::string_view name) {
   NameEntry& entry = name_get(link, name);
@@ -19,7 +19,8 @@ OwnedName& owned_get(Link& link, std::string_view name) {
   return *entry.owned;
 }
 
-// Nobody may claim the name any more, or it may be over altogether. Until the goodbyes of its unique records it is kept.
+// To be called when a publication or record of the name has gone. Without publications that claim it, its probing stops
+// or it becomes unclaimed once the goodbyes of its unique records are sent; without records it is freed.
 void owned_review(Link& link, OwnedName& owned) {
   if (!owned.claimants.empty()) {
     return;
@@ -35,16 +36,16 @@ void owned_review(Link& link, OwnedName& owned) {
   }
 }
 
-// Makes the record live, or not: the link's own queries are told, unless another host says the same. Of what is gone they will be
-// told when the second of its goodbye is over.
+// Sets whether the record is live, and reports a change to the link's own queries unless the cache has the same record
+// of another host. The removal of a record is reported when the second after its goodbye is over.
 void set_live(Link& link, OwnedRecord& record, bool is_live) {
   record.is_live = is_live;
-  const bool is_news = std::exchange(record.is_reported, is_live) != is_live;
+  const bool is_changed = std::exchange(record.is_reported, is_live) != is_live;
   RRset* rrset = rrset_find(*record.owner->name, record.type);
   if (rrset == nullptr || rrset->question == nullptr) {
     return;
   }
-  if (is_news && cache_find(link, key_of(record)) == nullptr) {
+  if (is_changed && cache_find(link, key_of(record)) == nullptr) {
     if (is_live) {
       querier_report(link, *rrset, {Event::Kind::added, 0, 0, record.type, record.ttl, record.rdata});
     } else {
@@ -54,7 +55,7 @@ void set_live(Link& link, OwnedRecord& record, bool is_live) {
   rrset_review(link, *rrset);
 }
 
-// Takes the record out of everything and frees it, without a goodbye.
+// Takes the record out of all tables and frees it, without a goodbye.
 void record_free(Link& link, OwnedRecord& record) {
   announcer_stop(link, record);
   responder_stop(link, record);
@@ -66,26 +67,28 @@ void record_free(Link& link, OwnedRecord& record) {
   set_live(link, record, false);
 }
 
-// Other unique data of the record's type whose place it has taken: neither held nor about to get a goodbye.
+// Whether the record is unique, has no holder and is to get no goodbye: the announcement of other data of its type,
+// which has replaced it, removes it from caches.
 bool is_superseded(const OwnedRecord& record) {
   return record.is_unique && record.holders == 0 && record.announcement.at == kNever;
 }
 
-// The last holder of the record's type has left: what it had superseded is withdrawn with it.
-void release_superseded(Link& link, OwnedName& owned, std::uint16_t type, bool says_goodbye) {
+// If no record of that type has a holder any more, withdraws the superseded records of the type, with goodbyes or
+// without.
+void release_superseded(Link& link, OwnedName& owned, std::uint16_t type, bool with_goodbye) {
   const auto is_held = [type](const OwnedRecord* other) { return other->type == type && other->is_unique && other->holders > 0; };
   if (std::ranges::any_of(owned.records, is_held)) {
     return;
   }
   for (OwnedRecord* other : std::vector<OwnedRecord*>(owned.records)) {
     if (other->type == type && is_superseded(*other)) {
-      (says_goodbye ? announcer_say_goodbye : record_free)(link, *other);
+      (with_goodbye ? announcer_queue_goodbye : record_free)(link, *other);
     }
   }
 }
 
-// One holder leaves; the last one's leaving withdraws the record.
-void record_unhold(Link& link, OwnedRecord& record, bool says_goodbye) {
+// Removes one holder of the record; without any, the record is withdrawn.
+void record_unhold(Link& link, OwnedRecord& record, bool with_goodbye) {
   if (record.holders > 1) {
     --record.holders;
     return;
@@ -93,25 +96,26 @@ void record_unhold(Link& link, OwnedRecord& record, bool says_goodbye) {
   OwnedName& owned = *record.owner;
   const std::uint16_t type = record.type;
   const bool is_unique = record.is_unique;
-  // What is forsaken is only remembered until it may be said again (RFC 6762 section 6), if it should come back.
-  record.is_forsaken = record.is_forsaken || !says_goodbye;
+  // A record that gets no goodbye is kept until it may be multicast again (RFC 6762 section 6), in case that it is
+  // published again.
+  record.without_goodbye = record.without_goodbye || !with_goodbye;
   const bool is_recent = !is_unique && latest_multicast(record, kBothProtocols) + kSecond > link.now;
-  if (record.is_forsaken ? !is_recent : !was_multicast(record)) {
+  if (record.without_goodbye ? !is_recent : !was_multicast(record)) {
     record_free(link, record);
   } else {
     announcer_stop(link, record);
     responder_stop(link, record);
     record.holders = 0;
     set_live(link, record, false);
-    announcer_say_goodbye(link, record);
+    announcer_queue_goodbye(link, record);
   }
   if (is_unique) {
-    release_superseded(link, owned, type, says_goodbye);
+    release_superseded(link, owned, type, with_goodbye);
   }
 }
 
-// The record with that data, held once more; made if nobody publishes it yet. One that is about to get its goodbye is as good
-// as new, but everybody knows it.
+// Adds a holder to the record with that data, which is made if need be. A record that waits for its goodbye is treated
+// like a new one, except that other hosts have it in their caches.
 OwnedRecord& record_hold(Link& link, OwnedName& owner, const RecordData& data, bool is_unique) {
   OwnedRecord* record = zone_find(link, {owner.name, data.type, data.rdata});
   if (record == nullptr) {
@@ -132,8 +136,9 @@ OwnedRecord& record_hold(Link& link, OwnedName& owner, const RecordData& data, b
   return *record;
 }
 
-// Whether an exclusive publication of the data would contradict another one of this link, but for this one and what has `old`.
-bool contradicts(const OwnedName& owned, const RecordData& data, const Publication* but, const OwnedRecord* old) {
+// Whether publishing the data as exclusive conflicts with another exclusive publication of this link: one that has
+// other data of the type. The publication `but` and the record `old` do not count.
+bool conflicts_on_link(const OwnedName& owned, const RecordData& data, const Publication* but, const OwnedRecord* old) {
   const auto differs = [&](const OwnedRecord* record) {
     return record != old && record->type == data.type && !same_rdata(data.type, record->rdata, data.rdata);
   };
@@ -142,13 +147,13 @@ bool contradicts(const OwnedName& owned, const RecordData& data, const Publicati
   });
 }
 
-void establish(Link& link, Publication& publication) {
+void establish_publication(Link& link, Publication& publication) {
   publication.is_established = true;
   link.events.push_back({Event::Kind::established, publication.id, publication.tag, 0, 0, {}});
 }
 
-// The record takes the place of unique data of its type that was about to get a goodbye. Whether any of that was said later than the
-// record itself, which may have been away for a moment only.
+// Cancels the goodbyes of the other unique records of its RRset that have no holder: the record replaces them. Returns
+// whether any of them was multicast later than the record itself, so that caches have that one in its place.
 bool take_place(Link& link, const OwnedRecord& record) {
   bool has_taken = false;
   for (std::size_t i = 0; record.is_unique && i < record.owner->records.size(); ++i) {
@@ -162,23 +167,24 @@ bool take_place(Link& link, const OwnedRecord& record) {
   return has_taken;
 }
 
-// Whether the record is published only while the name is ours.
+// Whether the record is live only while the claim of its name is established.
 bool is_claimed(const OwnedRecord& record) { return record.holders > 0 && (record.is_unique || yields(*record.owner)); }
 
-// The record is announced, unless it has never been away and has been announced as often as is due.
+// Makes the record live and announces it, or sends only those announcements that were left when it was withdrawn.
 void go_live(Link& link, OwnedRecord& record) {
   set_live(link, record, true);
   if (take_place(link, record)) {
     announce_change(link, record, kNever);
-  } else if (!was_multicast(record) || std::exchange(record.is_forsaken, false)) {
+  } else if (!was_multicast(record) || std::exchange(record.without_goodbye, false)) {
     announce(link, record);
   } else {
-    announce_rest(link, record);
+    announce_remaining(link, record);
   }
 }
 
-// Whether the name was ours already, or needs no claim.
-void start(Link& link, Publication& publication) {
+// Starts a new publication: probes for its name if need be, or else makes its records live at once and reports it as
+// established.
+void start_publication(Link& link, Publication& publication) {
   OwnedName& owned = *publication.owner;
   const bool is_claimed = publication.claim != Claim::shared &&
                           (publication.records.empty() || !std::ranges::all_of(publication.records, &OwnedRecord::is_live));
@@ -189,8 +195,8 @@ void start(Link& link, Publication& publication) {
   if (is_claimed && owned.state != NameState::owned) {
     return;
   }
-  if (is_claimed && yields(owned) && owned.rival_at + kSecond > link.now) {
-    zone_name_lost(link, owned);  // whoever probes would take a further address for an owner's
+  if (is_claimed && yields(owned) && owned.probed_by_other_at + kSecond > link.now) {
+    zone_name_lost(link, owned);  // the other host's probes would conflict with a further address
     return;
   }
   for (OwnedRecord* record : publication.records) {
@@ -198,19 +204,20 @@ void start(Link& link, Publication& publication) {
       go_live(link, *record);
     }
   }
-  establish(link, publication);
+  establish_publication(link, publication);
 }
 
-// The publication has the data in place of `old`. Old data that is unique is flushed by the new data's announcement; a shared
-// one's goodbye goes in the same packet (RFC 6762 section 8.4).
-void replace(Link& link, Publication& publication, OwnedRecord& old, const RecordData& data) {
+// Replaces the publication's record `old` by one with the new data. If it is unique, the cache-flush bit of the new
+// data's announcement removes the old data from caches; if it is shared, its goodbye is sent in the same packet (RFC
+// 6762 section 8.4).
+void replace_record(Link& link, Publication& publication, OwnedRecord& old, const RecordData& data) {
   OwnedRecord& record = record_hold(link, *publication.owner, data, old.is_unique);
-  if (&record == &old) {  // the same but for the case of a name in it
+  if (&record == &old) {  // equal data: only letters of a name in it differ in case
     --old.holders;
     return;
   }
   *std::ranges::find(publication.records, &old) = &record;  // once, as it was held once: the publication may have it twice
-  const bool is_leaving = old.holders == 1 && was_multicast(old) && !old.is_forsaken;
+  const bool is_leaving = old.holders == 1 && was_multicast(old) && !old.without_goodbye;
   if (old.is_live) {
     const bool is_unannounced = old.is_change || !was_multicast(old);
     set_live(link, record, true);
@@ -298,19 +305,19 @@ void zone_name_established(Link& link, OwnedName& owned) {
   owned.state = NameState::owned;
   for (OwnedRecord* record : owned.records) {
     if (is_claimed(*record)) {
-      record->is_forsaken = false;
+      record->without_goodbye = false;
       set_live(link, *record, true);
       announce(link, *record);
     }
   }
   for (Publication* publication : owned.claimants) {
     if (!publication->is_established) {
-      establish(link, *publication);
+      establish_publication(link, *publication);
     }
   }
 }
 
-void zone_name_doubted(Link& link, OwnedName& owned) {
+void zone_name_reprobe(Link& link, OwnedName& owned) {
   for (OwnedRecord* record : owned.records) {
     if (is_claimed(*record)) {
       record->is_live = false;
@@ -364,7 +371,7 @@ void zone_restart(Link& link) {
       continue;
     }
     if (!owned->claimants.empty() && owned->state != NameState::unclaimed) {
-      zone_name_doubted(link, *owned);
+      zone_name_reprobe(link, *owned);
     }
     for (OwnedRecord* record : owned->records) {
       if (record->holders > 0 && !is_claimed(*record)) {
@@ -379,7 +386,7 @@ PublicationId publish(Link& link, Time now, std::string_view name, std::span<con
   link.now = now;
   OwnedName& owned = owned_get(link, name);
   const PublicationId id = ++link.last_id;
-  const auto is_taken = [&owned](const RecordData& data) { return contradicts(owned, data, nullptr, nullptr); };
+  const auto is_taken = [&owned](const RecordData& data) { return conflicts_on_link(owned, data, nullptr, nullptr); };
   if (claim == Claim::exclusive && std::ranges::any_of(records, is_taken)) {
     link.events.push_back({Event::Kind::conflict, id, tag, 0, 0, {}});
     return id;
@@ -391,7 +398,7 @@ PublicationId publish(Link& link, Time now, std::string_view name, std::span<con
   if (claim != Claim::shared) {
     owned.claimants.push_back(&publication);
   }
-  start(link, publication);
+  start_publication(link, publication);
   return id;
 }
 
@@ -411,19 +418,19 @@ bool publication_update(Link& link, Time now, PublicationId id, const RecordData
   if (old.rdata == data.rdata) {
     return true;
   }
-  if (publication.claim == Claim::exclusive && contradicts(owned, data, &publication, for_all ? &old : nullptr)) {
+  if (publication.claim == Claim::exclusive && conflicts_on_link(owned, data, &publication, for_all ? &old : nullptr)) {
     return false;
   }
   for (Publication* other : owned.claimants) {
     if (for_all && other != &publication && std::ranges::find(other->records, &old) != other->records.end()) {
-      replace(link, *other, old, data);
+      replace_record(link, *other, old, data);
     }
   }
-  replace(link, publication, old, data);
+  replace_record(link, publication, old, data);
   return true;
 }
 
-void publication_withdraw(Link& link, Time now, PublicationId id, bool says_goodbye) {
+void publication_withdraw(Link& link, Time now, PublicationId id, bool with_goodbye) {
   link.now = now;
   const auto node = link.zone.publications.extract(id);
   if (node.empty()) {
@@ -432,7 +439,7 @@ void publication_withdraw(Link& link, Time now, PublicationId id, bool says_good
   const Publication& publication = node.mapped();
   std::erase(publication.owner->claimants, &publication);
   for (OwnedRecord* record : publication.records) {
-    record_unhold(link, *record, says_goodbye);
+    record_unhold(link, *record, with_goodbye);
   }
   owned_review(link, *publication.owner);
 }
@@ -450,7 +457,7 @@ void link_withdraw_all(Link& link, Time now, bool hands_over) {
     publication_withdraw(link, now, link.zone.publications.begin()->first, !hands_over);
   }
   for (OwnedRecord* record : std::vector<OwnedRecord*>(link.announcer.goodbyes.items)) {
-    announcer_say_goodbye(link, *record);
+    announcer_queue_goodbye(link, *record);
   }
   link.outbox.urgent.clear();
 }

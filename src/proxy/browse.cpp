@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// An instance appears or goes.
+// Browse replies: an instance is added or removed.
 
 #include "proxy/call_layer.h"
 #include "proxy/proxy.h"
@@ -8,7 +8,7 @@
 
 namespace {
 
-// No instance is called so (a label has a byte at least), and no library would resolve it.
+// An empty instance name is ignored: a label has at least one byte, and a library would not resolve it.
 bool is_nameless(const char* name) { return name == nullptr || *name == '\0'; }
 
 void remove_instance(BridgeContext* bridge, const char* name) {

@@ -57,7 +57,7 @@ std::int32_t read_hop(VcmXact xact, const char* service_type, int index, int kin
   return hop;
 }
 
-// Asked for in the order in which they stand.
+// The settings are read in this order.
 HopSettings read_settings(VcmXact xact, const char* service_type, int index) {
   return {read_hop(xact, service_type, index, kVcmFencingWireless), is_anchor_access_point(xact, service_type, index),
           read_hop(xact, service_type, index, kVcmFencingWired)};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The host's addresses arrive, and with the first of them the instance is registered on if_to.
+// Answers to the address queries; with the host's first address the instance is registered on if_to.
 //
 // Every answer is taken as an address that the host has now: neither the error code nor the add flag is looked at.
 
@@ -227,7 +227,8 @@ void trace_query_reply(const char* function, const QueryReply& reply) {
               reply.rrtype, reply.rrclass, reply.rdlen, reply.ttl);
 }
 
-// The answers to all queries. The type of an answer is that of its query, and so tells what the context is.
+// The answers to all queries. The record type of an answer is that of its query, and decides of what type the context
+// is.
 void DNSSD_API callback_ServiceQueryRecord(DNSServiceRef sdRef, DNSServiceFlags flags, std::uint32_t interfaceIndex,
                                            DNSServiceErrorType errorCode, const char* fullname, std::uint16_t rrtype,
                                            std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata, std::uint32_t ttl,

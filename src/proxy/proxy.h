@@ -27,8 +27,9 @@ inline constexpr DNSServiceFlags kFlagsShareConnection = 0x4000;
 // What every address and subtype query asks for: the shared connection, multicast, an answer for as long as it lives.
 inline constexpr DNSServiceFlags kFlagsLongLivedMulticastQuery =
     kFlagsShareConnection | kDNSServiceFlagsForceMulticast | kDNSServiceFlagsLongLivedQuery;  // 0x4500
-// How individual records are registered: without probing, since the host that owns the name lives on another link and another
-// gateway may announce the very same record. The value decides; headers differ in what they call it (Shared here, Unique elsewhere).
+// How individual records are registered: without probing, since the host that owns the name is on another link, and
+// another gateway may announce the same record. Only the value matters: our header calls it Shared, some others call it
+// Unique.
 inline constexpr DNSServiceFlags kFlagsProxiedRecord = 0x10;
 // Private bits that a device's responder may interpret; passed through unchanged.
 inline constexpr DNSServiceFlags kDNSServiceFlagsFencingHopOne = 0x08000000;

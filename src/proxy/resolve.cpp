@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A found instance is resolved: shall it be forwarded, and where is its host?
+// Resolve replies: whether the instance is forwarded, and the start of the queries for its host's addresses.
 
 #include <algorithm>
 #include <new>
@@ -134,7 +134,7 @@ void start_address_queries(const Resolved& resolved, ResponderContext* service_c
   }
 }
 
-// The queries for the host's addresses. False: both families were refused, and nothing of them is left.
+// Starts the queries for the host's addresses. False: both were refused, and their context is freed.
 bool look_up_addresses(const Resolved& resolved, ResponderContext* service_context) {
   Addr_query_context* result = new_addr_query_context(resolved);
   start_address_queries(resolved, service_context, result);
@@ -162,7 +162,7 @@ subtype_query_context* new_subtype_query_context(const Resolved& resolved, const
   return record_PTR;
 }
 
-// The query for the pointer of the rule's subtype.
+// Starts the query for the PTR records of the rule's subtype.
 void look_up_subtype(const Resolved& resolved, ResponderContext* service_context) {
   char subtype[kSubtypeSize];
   const char* cursor = resolved.bridge->subtype_service_type;
@@ -187,7 +187,7 @@ void look_up_subtype(const Resolved& resolved, ResponderContext* service_context
               as_pointer(record_PTR));
 }
 
-// The decision about a resolved instance, whose resolve `sdRef` ends here.
+// Decides whether a resolved instance is forwarded. Its resolve `sdRef` ends here.
 void forward_or_drop(const Resolved& resolved, ResponderContext* service_context, DNSServiceRef sdRef) {
   end_resolve(resolved, service_context, sdRef);
   if (carries_vendor_entry(resolved.txt)) {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A rule's way in: its place in the rule table, its BridgeContext, its browse. Runs at start-up only, before the event loop.
+// Installs a rule: in the rule table, with its BridgeContext and its browse. Runs at start-up only, before the event
+// loop.
 
 #include <new>
 
@@ -19,7 +20,7 @@ constexpr unsigned kBrowseRetryPauseMicroseconds = 500000;
 // Labels of a service type that names a subtype: "_universal._ipp._tcp".
 constexpr int kLabelsWithSubtype = 3;
 
-// One rule on its way in: the texts as given, and what they mean.
+// One rule that is being installed: the texts as given, and what they stand for.
 struct Rule {
   const char* service_type;
   std::int32_t service_type_id;
@@ -104,7 +105,7 @@ bool is_duplicate(const UT_array* if_to_array, const Rule& rule) {
   return duplicate;
 }
 
-// The rule's place in the rule table. False: it has one already.
+// Enters the rule into the rule table. False: it is there already.
 bool record_rule(const Rule& rule) {
   ServiceTypeToIfTo_t* destinations = find_or_add_destinations(find_or_add_source(rule), rule);
   log_message(LOG_DEBUG, "add_proxy_rule(): adding new if_to_index = %d to array...", rule.if_to_index);
@@ -115,8 +116,8 @@ bool record_rule(const Rule& rule) {
   return true;
 }
 
-// Into a bridge that has none yet. A type of 64 characters or more is kept cut: only its first label is ever used, and a label
-// has at most 63 bytes (but may be longer as text, when it is written with escapes).
+// Sets the subtype of a new BridgeContext. A type of 64 characters or more is cut: only its first label is ever used,
+// and a label has at most 63 bytes (but may be longer as text, when it is written with escapes).
 void keep_subtype(BridgeContext* bridge, const char* service_type) {
   if (count_labels(service_type) == kLabelsWithSubtype) {
     copy_text(bridge->subtype_service_type, service_type);

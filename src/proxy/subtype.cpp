@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* kThisFunction = "process_queryrecord_PTR";
 
-// Where a pointer answer points.
+// The target of a PTR answer.
 struct Target {
   char text[kNameSize];            // the whole name, dotted; empty when the data holds no whole name
   char first_label[kSubtypeSize];  // unescaped
@@ -36,7 +36,7 @@ void read_target(std::span<const std::uint8_t> rdata, Target* target) {
   ConvertDomainNameToCString_UnEnsacpe(escaped, target->first_label);
 }
 
-// The query is over, and its context with it.
+// Ends the subtype query and frees its context.
 void end_subtype_query(ResponderContext* service_context, DNSServiceRef sdRef) {
   log_message(LOG_DEBUG, "process_queryrecord_PTR(): calling DNSServiceRefDeallocate(sdref = %p)...", as_pointer(sdRef));
   DNSServiceRefDeallocate(sdRef);
@@ -45,8 +45,8 @@ void end_subtype_query(ResponderContext* service_context, DNSServiceRef sdRef) {
   service_context->subtype_query_context = nullptr;
 }
 
-// Registers the pointer on if_to as it came (its reply: callback_ServiceRegisterRecord). A refusal ends the query too: nothing
-// may arrive for a context that has been released.
+// Registers the PTR record on if_to with the same data (its reply: callback_ServiceRegisterRecord). The query ends even
+// if that is refused, since its context is freed and no further answer may arrive for it.
 void register_subtype_record(ResponderContext* service_context, const subtype_query_context* record_PTR,
                              std::span<const std::uint8_t> rdata, DNSServiceRef sdRef) {
   log_message(LOG_DEBUG, "%s,%d,register PTR record,service type:%s, service name:%s", kThisFunction, __LINE__,
@@ -87,7 +87,7 @@ void process_queryrecord_PTR(const QueryReply& reply) {
                  target.first_label);
     return;
   }
-  // The text alone does not tell: "a" and "b" as two labels read like "a.b" as one.
+  // The text alone does not decide: the labels "a" and "b" give the same text as the one label "a.b".
   const bool same_name = std::string_view(target.text) == record_PTR->service_fullname;
   if (!same_name || service_context->subtype_query_context != record_PTR) {
     log_message(LOG_DEBUG, "%s,%d,don't register PTR record because of different service name:%s vs %s", kThisFunction, __LINE__,

@@ -37,8 +37,8 @@ std::uint64_t now_of(clockid_t clock) {
   return static_cast<std::uint64_t>(now.tv_sec) * kNsPerSecond + static_cast<std::uint64_t>(now.tv_nsec);
 }
 
-// A leftover of a process that was killed in the middle may have the name; what stands there instead of a file is not
-// ours.
+// Creates the file, in place of one that a killed process has left. Fails if something else has the name that cannot be
+// unlinked, such as a directory.
 int create_exclusively(const char* path) {
   constexpr int kFlags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   const int file = open(path, kFlags, kReadableForAll);
@@ -89,8 +89,8 @@ void fill_global(StateGlobal& global, const StateIdentity& identity) {
   set_field(global.rules_file, identity.rules_file);
 }
 
-// The mapping of a new file that is ready but for its name; null: it could not be had.
-StateImage* prepare(int file, const StateIdentity& identity) {
+// Prepares the new file: mode, size, lock, mapping and first contents. Null when one of these fails.
+StateImage* prepare_image(int file, const StateIdentity& identity) {
   const bool ready = fchmod(file, kReadableForAll) == 0 && posix_fallocate(file, 0, sizeof(StateImage)) == 0 && lock(file);
   StateImage* const image = ready ? map(file) : nullptr;
   if (image != nullptr) {
@@ -114,7 +114,7 @@ void state_open(const char* path, const StateIdentity& identity) {
   if (file == -1) {
     return;
   }
-  StateImage* const image = prepare(file, identity);
+  StateImage* const image = prepare_image(file, identity);
   if (image == nullptr || rename(fresh, path) != 0) {
     unlink(fresh);
     if (image != nullptr) {

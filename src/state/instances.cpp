@@ -4,10 +4,12 @@
 // Lifecycle of a slot:
 //   1. state_instance_found or state_instance_refused takes a free one for a rule and a name, and puts it into the
 //      index;
-//   2. what the proxy learns of the instance changes it; each change of its state or reason is an event of the ring;
-//   3. state_instance_gone gives it back. Its generation, which the next holder gets one more of, tells the two apart.
-// The daemon keeps nothing for an instance that it refuses for good. Such a slot stays until the browse says that the
-// instance is gone; refused ones together never take a slot that a living one may need.
+//   2. the functions for resolve, address and registration replies change it; each change of its state or reason is
+//      entered into the ring of events;
+//   3. state_instance_gone frees it. Its generation is counted up for each instance, so that a reader can tell two
+//      instances apart that have the slot one after the other.
+// The daemon keeps nothing for an instance that it refuses for good. Such a slot stays in use until the browse reports
+// the instance removed; the number of these slots is bounded, so that a slot is left for every instance that may live.
 
 #include <arpa/inet.h>
 
@@ -21,7 +23,7 @@ namespace {
 constexpr std::uint32_t kBuckets = 4096;  // a power of two above the number of slots
 constexpr std::uint32_t kNone = kStateInstances;
 
-// What is known of a slot and nobody else's business.
+// What the writer keeps for a slot outside of the file.
 struct Slot {
   const void* registration;  // null: none
   std::uint32_t next;        // in its bucket, or among the free ones; kNone: the last
@@ -35,10 +37,10 @@ std::uint32_t gUsed = 0;
 std::uint32_t gRefusedForGood = 0;
 
 // Only while there is a file.
-StateInstance& record_of(std::uint32_t slot) { return gStateImage->instances[slot]; }
+StateInstance& instance_at(std::uint32_t slot) { return gStateImage->instances[slot]; }
 
-// FNV-1a, 32 bits (Fowler, Noll, Vo), over as much of the name as is kept. A stranger who picks names for one bucket
-// makes the daemon walk a few thousand entries at most, for each of as many announcements.
+// FNV-1a, 32 bits (Fowler, Noll, Vo), over the part of the name that is stored. If somebody chooses names that share a
+// bucket, each look-up walks over a few thousand entries at most.
 std::uint32_t bucket_of(std::uint32_t rule, const char* name) {
   std::uint32_t hash = 2166136261U ^ rule;
   for (std::size_t i = 0; i + 1 < kStateNameSize && name[i] != '\0'; ++i) {
@@ -47,21 +49,22 @@ std::uint32_t bucket_of(std::uint32_t rule, const char* name) {
   return (hash ^ hash >> 16) % kBuckets;
 }
 
-std::uint32_t find(std::uint32_t rule, const char* name) {
+std::uint32_t find_slot(std::uint32_t rule, const char* name) {
   std::uint32_t slot = gBuckets[bucket_of(rule, name)];
-  while (slot != kNone && (record_of(slot).rule != rule || std::strncmp(record_of(slot).name, name, kStateNameSize - 1) != 0)) {
+  while (slot != kNone &&
+         (instance_at(slot).rule != rule || std::strncmp(instance_at(slot).name, name, kStateNameSize - 1) != 0)) {
     slot = gSlots[slot].next;
   }
   return slot;
 }
 
 // The slot of an instance; kNone when there is no file, no such instance, or no slot for its rule.
-std::uint32_t find(const void* rule, const char* name) {
+std::uint32_t find_instance_slot(const void* rule, const char* name) {
   if (gStateImage == nullptr || name == nullptr) {
     return kNone;
   }
   const std::uint32_t rule_slot = state_rule_slot(rule);
-  return rule_slot != kStateRules ? find(rule_slot, name) : kNone;
+  return rule_slot != kStateRules ? find_slot(rule_slot, name) : kNone;
 }
 
 void write_event(const StateInstance& instance, StateOfInstance before, StateOfInstance after, StateReason reason) {
@@ -82,7 +85,7 @@ void write_event(const StateInstance& instance, StateOfInstance before, StateOfI
 }
 
 void change(std::uint32_t slot, StateOfInstance state, StateReason reason) {
-  StateInstance& instance = record_of(slot);
+  StateInstance& instance = instance_at(slot);
   if (instance.state == state && instance.reason == reason) {
     return;
   }
@@ -116,7 +119,7 @@ std::uint32_t take_slot(std::uint32_t rule, const char* name, bool refused_for_g
   bucket = slot;
   ++gUsed;
   gRefusedForGood += refused_for_good ? 1 : 0;
-  StateInstance& instance = record_of(slot);
+  StateInstance& instance = instance_at(slot);
   const RecordWriting writing(instance);
   ++instance.generation;
   instance.rule = rule;
@@ -135,12 +138,12 @@ std::uint32_t find_or_take(const void* rule, const char* name, bool refused_for_
     state_count(StateCounter::left_out);
     return kNone;
   }
-  const std::uint32_t known = find(rule_slot, name);
+  const std::uint32_t known = find_slot(rule_slot, name);
   return known != kNone ? known : take_slot(rule_slot, name, refused_for_good);
 }
 
 void give_back(std::uint32_t slot) {
-  StateInstance& instance = record_of(slot);
+  StateInstance& instance = instance_at(slot);
   std::uint32_t* link = &gBuckets[bucket_of(instance.rule, instance.name)];
   while (*link != slot) {
     link = &gSlots[*link].next;
@@ -162,8 +165,8 @@ void give_back(std::uint32_t slot) {
   std::memset(instance.address6, 0, sizeof instance.address6);
 }
 
-// The daemon keeps nothing for the instance from here on, or keeps something again. There is room for some of the
-// former only.
+// Sets whether the instance is refused for good. If there are more of these than their share of the slots, its slot is
+// freed again, and counted as left out.
 void set_refused_for_good(std::uint32_t slot, bool refused) {
   if (gSlots[slot].refused_for_good == refused) {
     return;
@@ -192,7 +195,7 @@ StateCounter counter_of(StateReason reason) {
   }
 }
 
-bool has_address(const StateInstance& instance) {
+bool has_stored_address(const StateInstance& instance) {
   const auto is_set = [](std::uint8_t byte) { return byte != 0; };
   return std::ranges::any_of(instance.address4, is_set) || std::ranges::any_of(instance.address6, is_set);
 }
@@ -210,7 +213,7 @@ std::uint32_t find_registered(const void* rule, const void* registration, const 
   if (gStateImage == nullptr || registration == nullptr) {
     return kNone;
   }
-  const std::uint32_t slot = find(rule, name);
+  const std::uint32_t slot = find_instance_slot(rule, name);
   return slot != kNone && gSlots[slot].registration == registration ? slot : find_registration(registration);
 }
 
@@ -249,24 +252,24 @@ void state_instance_refused(const void* rule, const char* name, StateReason reas
 }
 
 void state_instance_resolved(const void* rule, const char* name, const char* host, std::uint16_t port) {
-  const std::uint32_t slot = find(rule, name);
+  const std::uint32_t slot = find_instance_slot(rule, name);
   if (slot != kNone) {
     {
-      const RecordWriting writing(record_of(slot));
-      record_of(slot).port = ntohs(port);
-      set_field(record_of(slot).host, host);
+      const RecordWriting writing(instance_at(slot));
+      instance_at(slot).port = ntohs(port);
+      set_field(instance_at(slot).host, host);
     }
     change(slot, StateOfInstance::waiting, StateReason::no_address);
   }
 }
 
 void state_instance_link_local(const void* rule, const char* name, const std::uint8_t* address, std::size_t size) {
-  const std::uint32_t slot = find(rule, name);
-  if (slot == kNone || (has_address(record_of(slot)) && record_of(slot).reason != StateReason::link_local_only)) {
+  const std::uint32_t slot = find_instance_slot(rule, name);
+  if (slot == kNone || (has_stored_address(instance_at(slot)) && instance_at(slot).reason != StateReason::link_local_only)) {
     return;
   }
   {
-    StateInstance& instance = record_of(slot);
+    StateInstance& instance = instance_at(slot);
     const RecordWriting writing(instance);
     std::uint8_t* const field = size == sizeof instance.address4 ? instance.address4 : instance.address6;
     std::memcpy(field, address, size == sizeof instance.address4 ? size : sizeof instance.address6);
@@ -276,11 +279,11 @@ void state_instance_link_local(const void* rule, const char* name, const std::ui
 }
 
 void state_instance_addresses(const void* rule, const char* name, const std::uint8_t* address4, const std::uint8_t* address6) {
-  const std::uint32_t slot = find(rule, name);
+  const std::uint32_t slot = find_instance_slot(rule, name);
   if (slot == kNone) {
     return;
   }
-  StateInstance& instance = record_of(slot);
+  StateInstance& instance = instance_at(slot);
   const auto is_set = [](std::uint8_t byte) { return byte != 0; };
   const bool any = std::any_of(address4, address4 + sizeof instance.address4, is_set) ||
                    std::any_of(address6, address6 + sizeof instance.address6, is_set);
@@ -301,7 +304,7 @@ void state_instance_addresses(const void* rule, const char* name, const std::uin
 }
 
 void state_instance_registering(const void* rule, const char* name, const void* registration) {
-  const std::uint32_t slot = find(rule, name);
+  const std::uint32_t slot = find_instance_slot(rule, name);
   if (slot == kNone) {
     return;
   }
@@ -325,12 +328,12 @@ void state_instance_registered(const void* rule, const void* registration, const
     return;
   }
   {
-    const RecordWriting writing(record_of(slot));
-    set_field(record_of(slot).name_there, name_there);
+    const RecordWriting writing(instance_at(slot));
+    set_field(instance_at(slot).name_there, name_there);
   }
-  if (record_of(slot).state != StateOfInstance::forwarded) {
+  if (instance_at(slot).state != StateOfInstance::forwarded) {
     state_count(StateCounter::forwarded);
-    if (std::strcmp(record_of(slot).name, record_of(slot).name_there) != 0) {
+    if (std::strcmp(instance_at(slot).name, instance_at(slot).name_there) != 0) {
       state_count(StateCounter::renamed);
     }
   }
@@ -338,11 +341,11 @@ void state_instance_registered(const void* rule, const void* registration, const
 }
 
 void state_instance_gone(const void* rule, const char* name) {
-  const std::uint32_t slot = find(rule, name);
+  const std::uint32_t slot = find_instance_slot(rule, name);
   if (slot == kNone) {
     return;
   }
-  StateInstance& instance = record_of(slot);
+  StateInstance& instance = instance_at(slot);
   {
     const RecordWriting writing(instance);
     instance.since = state_now();

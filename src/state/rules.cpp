@@ -8,9 +8,9 @@
 
 namespace {
 
-const void* gRules[kStateRules];  // what the caller knows the rule of each slot by
+const void* gRules[kStateRules];  // the caller's address for the rule of each slot
 std::uint32_t gRuleCount = 0;     // slots in use
-std::uint32_t gNextLine = 0;      // of the rule that is installed next; 0: not known
+std::uint32_t gNextLine = 0;      // in the rules list, of the rule that is installed next; 0: not known
 
 }  // namespace
 

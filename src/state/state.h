@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The state file: what the daemon does at the moment, for programs that look at it from outside (see layout.h).
 //
-// Promises: nothing here logs, waits, allocates or ends the process, and nothing fails in a way that the caller has to
-// know of: without a file every function does nothing. After state_open no function makes a system call but for
-// reading a clock. Names are kept as they come, cut to their room; whoever shows them has to escape them. Everything
-// runs on the daemon's one thread, and no handled signal comes between (runtime/signals.h), so that a record is left
-// half-written only by a process that is killed. Needs: nothing of the daemon; a rule and a registration are known by
-// the addresses of whatever the caller keeps for them.
+// Promises: nothing here logs, waits, allocates or ends the process. No function reports an error: without a file every
+// function does nothing. After state_open the only system call is the reading of a clock. Names are stored as received,
+// cut to the size of their field; a program that shows them must escape them. Everything runs on the daemon's one
+// thread, and no handled signal interrupts it (runtime/signals.h), so that only a process that is killed leaves a
+// record half-written. Needs: nothing of the daemon; rules and registrations are identified by addresses of the
+// caller's data.
 //
 // Read in this order: layout.h, this header, file.cpp, rules.cpp, instances.cpp, links.cpp, and record.h for how a record is
 // written.
@@ -19,17 +19,16 @@
 
 // --- The file -----------------------------------------------------------------------------------------------------------------
 
-// What the file says of the daemon as a whole. The texts are copied, cut to fit.
+// The daemon's own entries in the file. The texts are copied, cut to fit.
 struct StateIdentity {
   const char* version;
   const char* rules_file;
   std::uint32_t limit;  // instances that may live at a time
 };
 
-// Makes the file anew under `path`, readable for everybody, takes the lock that says that its writer lives, and maps
-// it; what had the name before goes. Whatever of that is not possible: there is no file, an older one of the name
-// stays as it was, and nothing is said. To be called once, in the process that goes on; the lock and the mapping end
-// with the process, and the file stays.
+// Creates the file under `path`, readable for everybody and in place of a former one, takes the lock that shows that
+// its writer lives, and maps it. If any of that fails, there is no file, a former one stays as it was, and nothing is
+// logged. To be called once, after the last fork; the lock and the mapping end with the process, the file stays.
 void state_open(const char* path, const StateIdentity& identity);
 
 // Start-up is over.
@@ -58,16 +57,16 @@ void state_rule_installed(const void* rule, const char* type, const char* from, 
 
 // --- Instances, each known by its rule and its name -----------------------------------------------------------------------------
 
-// A browse has found it, and it is being resolved. One that was refused before is no longer.
+// A browse has reported the instance, and it is being resolved. If it was refused before, that ends.
 void state_instance_found(const void* rule, const char* name);
 
-// It will not be forwarded, for this reason. One that is not there yet is added.
+// The instance will not be forwarded, for this reason. It is added if it has no record yet.
 void state_instance_refused(const void* rule, const char* name, StateReason reason);
 
 // Its host and port (network byte order) are known.
 void state_instance_resolved(const void* rule, const char* name, const char* host, std::uint16_t port);
 
-// The host has a link-local address (4 or 16 bytes), which is passed over.
+// The host has a link-local address (4 or 16 bytes), which is not announced.
 void state_instance_link_local(const void* rule, const char* name, const std::uint8_t* address, std::size_t size);
 
 // The addresses that are announced for it, 4 and 16 bytes; all zero: none of that family.
@@ -80,5 +79,5 @@ void state_instance_registering(const void* rule, const char* name, const void* 
 // The reply to a registration: under which name it is announced, or why not (`refused` is none when it is).
 void state_instance_registered(const void* rule, const void* registration, const char* name_there, StateReason refused);
 
-// The browse says that it is gone; refused ones are forgotten too.
+// The browse has reported the instance removed; its record is removed, also that of a refused one.
 void state_instance_gone(const void* rule, const char* name);

@@ -36,10 +36,10 @@ class Announcer : public LinkTest {
 TEST_F(Announcer, AnnouncesTwiceAboutASecondApartAndNeverAgain) {
   Publish(Claim::shared, {kPtr});
   After(120_min);
-  const std::vector<Time> said = SaidAt(kPtr);
-  ASSERT_THAT(said, SizeIs(2));
-  EXPECT_LE(said[0], 10_ms);
-  EXPECT_THAT(said[1] - said[0], Within(1_s, 1010_ms));
+  const std::vector<Time> times = SentAt(kPtr);
+  ASSERT_THAT(times, SizeIs(2));
+  EXPECT_LE(times[0], 10_ms);
+  EXPECT_THAT(times[1] - times[0], Within(1_s, 1010_ms));
 }
 
 TEST_F(Announcer, AnnouncesUniqueRecordsWithTheCacheFlushBitOnceTheNameIsOwned) {
@@ -55,7 +55,7 @@ TEST_F(Announcer, AnnouncesUniqueRecordsWithTheCacheFlushBitOnceTheNameIsOwned) 
 TEST_F(Announcer, AnnouncesSharedRecordsWithoutTheCacheFlushBit) {
   Publish(Claim::shared, {kPtr});
   After(5_s);
-  EXPECT_THAT(Said(), ElementsAre(kPtr, kPtr));
+  EXPECT_THAT(SentRecords(), ElementsAre(kPtr, kPtr));
 }
 
 TEST_F(Announcer, AnnouncesInTheAnswerSectionOfAnAuthoritativeResponse) {
@@ -85,14 +85,14 @@ TEST_F(Announcer, AnnouncesOverBothProtocols) {
   EXPECT_EQ(Responses()[0].protocols, kBothProtocols);
 }
 
-TEST_F(Announcer, HasTheTtlsOfTheKindsOfRecordsUnlessToldOtherwise) {
+TEST_F(Announcer, HasTheTtlsOfTheKindsOfRecordsUnlessGivenOtherwise) {
   Publish(Claim::shared, {Ttl(kPtr, 0)});
   Publish(Claim::shared, {Ttl(Ptr("1.0.0.10.in-addr.arpa", "printer.local"), 0)});
   Publish(Claim::shared, {Ttl(kSrv, 0)});
   Publish(Claim::shared, {Ttl(Txt("Q._ipp._tcp.local", "a"), 77)});
   After(100_ms);
-  EXPECT_THAT(Said(), UnorderedElementsAre(Ttl(kPtr, 4500), Ttl(Ptr("1.0.0.10.in-addr.arpa", "printer.local"), 120),
-                                           Ttl(kSrv, 120), Ttl(Txt("Q._ipp._tcp.local", "a"), 77)));
+  EXPECT_THAT(SentRecords(), UnorderedElementsAre(Ttl(kPtr, 4500), Ttl(Ptr("1.0.0.10.in-addr.arpa", "printer.local"), 120),
+                                                  Ttl(kSrv, 120), Ttl(Txt("Q._ipp._tcp.local", "a"), 77)));
 }
 
 // --- 10.2: whole RRsets
@@ -113,10 +113,10 @@ TEST_F(Announcer, SendsARRsetThatIsTooLongForOnePacketInAQuickBurst) {
     records.push_back(Txt("P._ipp._tcp.local", std::string(100, 'x') + std::to_string(i)));
   }
   const PublicationId id = Publish(Claim::unique, records);
-  ASSERT_TRUE(AfterUntil(3_s, [&] { return !Said().empty(); }));
+  ASSERT_TRUE(AfterUntil(3_s, [&] { return !SentRecords().empty(); }));
   ASSERT_THAT(EstablishedAt(id), SizeIs(1));
   After(50_ms);
-  EXPECT_THAT(Said(), SizeIs(30));
+  EXPECT_THAT(SentRecords(), SizeIs(30));
 }
 
 TEST_F(Announcer, PutsOneRecordOnlyIntoADatagramThatIsLargerThanTheMtu) {
@@ -137,9 +137,9 @@ TEST_F(Announcer, AnnouncesARRsetThatIsLongerThanAnyDatagram) {
     records.push_back(Txt("P._ipp._tcp.local", std::string(100, 'x') + std::to_string(i)));
   }
   Publish(Claim::unique, records);
-  ASSERT_TRUE(AfterUntil(3_s, [&] { return !Said().empty(); }));
+  ASSERT_TRUE(AfterUntil(3_s, [&] { return !SentRecords().empty(); }));
   After(100_ms);
-  EXPECT_THAT(Said(), SizeIs(100));
+  EXPECT_THAT(SentRecords(), SizeIs(100));
 }
 
 TEST_F(Announcer, SendsARecordThatIsTooLongForAPacketAlone) {
@@ -152,10 +152,10 @@ TEST_F(Announcer, SendsARecordThatIsTooLongForAPacketAlone) {
   Publish(Claim::shared, {kPtr});
   After(100_ms);
   EXPECT_THAT(Responses(), SizeIs(2));
-  EXPECT_THAT(Said(), UnorderedElementsAre(large, kPtr));
+  EXPECT_THAT(SentRecords(), UnorderedElementsAre(large, kPtr));
 }
 
-TEST_F(Announcer, SaysNothingOfARecordThatIsTooLongForAnyDatagram) {
+TEST_F(Announcer, SendsNothingOfARecordThatIsTooLongForAnyDatagram) {
   Record large = kTxt;
   large.rdata.clear();
   for (int i = 0; i < 50; ++i) {
@@ -176,26 +176,26 @@ TEST_F(Announcer, AnnouncesChangedDataTwiceWithoutProbes) {
   EXPECT_TRUE(Update(id, kNewTxt));
   After(10_s);
   EXPECT_THAT(Queries(), IsEmpty());
-  EXPECT_THAT(SaidAt(Unique(kNewTxt)), ElementsAre(Within(0, 10_ms), Within(1_s, 1020_ms)));
-  EXPECT_THAT(Said(), ElementsAre(Unique(kNewTxt), Unique(kNewTxt)));
+  EXPECT_THAT(SentAt(Unique(kNewTxt)), ElementsAre(Within(0, 10_ms), Within(1_s, 1020_ms)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Unique(kNewTxt), Unique(kNewTxt)));
 }
 
-// The new data is another publication's and shared: without a cache-flush bit it takes nothing away.
-TEST_F(Announcer, SaysGoodbyeToUniqueDataInWhosePlaceASharedRecordStands) {
+// The new data is shared: without the cache-flush bit it does not remove the old data from caches.
+TEST_F(Announcer, SendsAGoodbyeForUniqueDataInWhosePlaceASharedRecordStands) {
   const PublicationId shared = Publish(Claim::shared, {A("h.local", 3)});
   const PublicationId id = Publish(Claim::unique, {A("h.local", 1)});
   After(10_s);
   Mark();
   ASSERT_TRUE(Update(id, A("h.local", 3)));
   After(3_s);
-  EXPECT_THAT(SaidAt(Goodbye(A("h.local", 1))), SizeIs(1));
+  EXPECT_THAT(SentAt(Goodbye(A("h.local", 1))), SizeIs(1));
   Withdraw(id);
   Withdraw(shared);
   After(3_s);
   EXPECT_EQ(link_counts(*link).published, 0u);
 }
 
-TEST_F(Announcer, SaysGoodbyeToTheOldDataOfASharedRecordBeforeTheNewInTheSamePacket) {
+TEST_F(Announcer, SendsAGoodbyeForTheOldDataOfASharedRecordBeforeTheNewInTheSamePacket) {
   const PublicationId id = GivenAnnounced(Claim::shared, {kTxt});
   EXPECT_TRUE(Update(id, kNewTxt));
   After(10_s);
@@ -216,18 +216,18 @@ TEST_F(Announcer, KeepsTheOldDataWhenAnotherPublicationHoldsItToo) {
   GivenAnnounced(Claim::shared, {kTxt});
   EXPECT_TRUE(Update(id, kNewTxt));
   After(10_s);
-  EXPECT_THAT(Said(), ElementsAre(kNewTxt, kNewTxt));
+  EXPECT_THAT(SentRecords(), ElementsAre(kNewTxt, kNewTxt));
 }
 
 TEST_F(Announcer, ChangesOneOfTwoRecordsThatAreTheSame) {
   const PublicationId id = GivenAnnounced(Claim::shared, {kTxt, kTxt});
   EXPECT_TRUE(Update(id, kNewTxt));
   After(10_s);
-  EXPECT_THAT(Said(), ElementsAre(kNewTxt, kNewTxt));
+  EXPECT_THAT(SentRecords(), ElementsAre(kNewTxt, kNewTxt));
   Mark();
   Withdraw(id);
   After(10_s);
-  EXPECT_THAT(Said(), UnorderedElementsAre(Goodbye(kTxt), Goodbye(kNewTxt)));
+  EXPECT_THAT(SentRecords(), UnorderedElementsAre(Goodbye(kTxt), Goodbye(kNewTxt)));
   EXPECT_EQ(link_counts(*link).published, 0u);
 }
 
@@ -248,7 +248,7 @@ TEST_F(Announcer, ProposesUpdatedDataInTheProbesThatAreLeft) {
   After(5_s);
   ASSERT_THAT(Queries(), SizeIs(2));
   EXPECT_THAT(Queries()[0].message.authorities, ElementsAre(kNewTxt));
-  EXPECT_THAT(Said(), ElementsAre(Unique(kNewTxt), Unique(kNewTxt)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Unique(kNewTxt), Unique(kNewTxt)));
 }
 
 TEST_F(Announcer, TakesDataInPlaceOfWhatWaitsForItsGoodbyeForAnUpdate) {
@@ -258,7 +258,7 @@ TEST_F(Announcer, TakesDataInPlaceOfWhatWaitsForItsGoodbyeForAnUpdate) {
   Publish(Claim::unique, {kNewTxt});
   After(10_s);
   EXPECT_THAT(Queries(), IsEmpty());
-  EXPECT_THAT(Said(), ElementsAre(Unique(kNewTxt), Unique(kNewTxt)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Unique(kNewTxt), Unique(kNewTxt)));
 }
 
 TEST_F(Announcer, GoesOnWithWhatIsPublishedAgainWhileItsGoodbyeWaits) {
@@ -269,8 +269,8 @@ TEST_F(Announcer, GoesOnWithWhatIsPublishedAgainWhileItsGoodbyeWaits) {
   Withdraw(id);
   Publish(Claim::unique, {kNewTxt});
   After(10_s);
-  EXPECT_THAT(SaidAt(Unique(kNewTxt)), ElementsAre(Within(0, 10_ms), Within(1_s, 1020_ms)));
-  EXPECT_THAT(Said(), ElementsAre(Unique(kNewTxt), Unique(kNewTxt)));
+  EXPECT_THAT(SentAt(Unique(kNewTxt)), ElementsAre(Within(0, 10_ms), Within(1_s, 1020_ms)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Unique(kNewTxt), Unique(kNewTxt)));
 }
 
 TEST_F(Announcer, AnnouncesDataThatChangesAllTheTimeNoMoreThanOncePerSecond) {
@@ -280,52 +280,52 @@ TEST_F(Announcer, AnnouncesDataThatChangesAllTheTimeNoMoreThanOncePerSecond) {
     After(100_ms);
   }
   After(5_s);
-  EXPECT_LE(Said().size(), 60u + 10u);
-  EXPECT_THAT(SaidAt(Unique(Txt("P._ipp._tcp.local", "599"))), SizeIs(2));
+  EXPECT_LE(SentRecords().size(), 60u + 10u);
+  EXPECT_THAT(SentAt(Unique(Txt("P._ipp._tcp.local", "599"))), SizeIs(2));
 }
 
 // --- 10.1: goodbyes
 
-TEST_F(Announcer, SaysGoodbyeOnceToWhatIsWithdrawn) {
+TEST_F(Announcer, SendsAGoodbyeOnceForWhatIsWithdrawn) {
   const PublicationId id = GivenAnnounced(Claim::shared, {kPtr});
   Withdraw(id);
   After(10_s);
-  EXPECT_THAT(SaidAt(Goodbye(kPtr)), ElementsAre(0_s));
-  EXPECT_THAT(Said(), SizeIs(1));
+  EXPECT_THAT(SentAt(Goodbye(kPtr)), ElementsAre(0_s));
+  EXPECT_THAT(SentRecords(), SizeIs(1));
 }
 
-TEST_F(Announcer, SaysGoodbyeToUniqueRecordsToo) {
+TEST_F(Announcer, SendsAGoodbyeForUniqueRecordsToo) {
   const PublicationId id = GivenAnnounced(Claim::unique, {kSrv, kTxt});
   Withdraw(id);
   After(10_s);
   ASSERT_THAT(Responses(), SizeIs(1));
-  EXPECT_THAT(Said(), UnorderedElementsAre(Goodbye(kSrv), Goodbye(kTxt)));
+  EXPECT_THAT(SentRecords(), UnorderedElementsAre(Goodbye(kSrv), Goodbye(kTxt)));
 }
 
-TEST_F(Announcer, SaysNoGoodbyeToWhatHasNeverBeenSaid) {
+TEST_F(Announcer, SendsNoGoodbyeForWhatHasNeverBeenSent) {
   const PublicationId id = Publish(Claim::unique, {kSrv});
   After(500_ms);
   Withdraw(id);
   After(10_s);
-  EXPECT_THAT(Said(), IsEmpty());
+  EXPECT_THAT(SentRecords(), IsEmpty());
 }
 
-TEST_F(Announcer, SaysNoGoodbyeToWhatIsForsaken) {
+TEST_F(Announcer, SendsNoGoodbyeForWhatIsWithdrawnWithoutOne) {
   const PublicationId id = GivenAnnounced(Claim::unique, {kSrv});
   publication_withdraw(*link, now, id, false);
   After(10_s);
   EXPECT_THAT(sent, IsEmpty());
 }
 
-TEST_F(Announcer, SaysWhatWasForsakenAndComesBackASecondAfterItsLastTime) {
+TEST_F(Announcer, SendsWhatWasWithdrawnWithoutOneAndComesBackASecondAfterItsLastTime) {
   const PublicationId id = Publish(Claim::shared, {kPtr});
   After(10_ms);
   publication_withdraw(*link, now, id, false);
   After(100_ms);
   Publish(Claim::shared, {kPtr});
   After(10_s);
-  EXPECT_THAT(SaidAt(kPtr), ElementsAre(Within(0, 10_ms), Within(1_s, 1020_ms), Within(2_s, 2040_ms)));
-  EXPECT_THAT(SaidAt(Goodbye(kPtr)), IsEmpty());
+  EXPECT_THAT(SentAt(kPtr), ElementsAre(Within(0, 10_ms), Within(1_s, 1020_ms), Within(2_s, 2040_ms)));
+  EXPECT_THAT(SentAt(Goodbye(kPtr)), IsEmpty());
 }
 
 TEST_F(Announcer, ForgetsWhatWasForsakenAfterASecond) {
@@ -336,7 +336,7 @@ TEST_F(Announcer, ForgetsWhatWasForsakenAfterASecond) {
   EXPECT_EQ(link_counts(*link).published, 0u);
 }
 
-TEST_F(Announcer, SaysGoodbyeWithTheLastHolder) {
+TEST_F(Announcer, SendsAGoodbyeWithTheLastHolder) {
   const PublicationId first = GivenAnnounced(Claim::shared, {kPtr});
   const PublicationId second = GivenAnnounced(Claim::shared, {kPtr});
   Withdraw(first);
@@ -344,31 +344,31 @@ TEST_F(Announcer, SaysGoodbyeWithTheLastHolder) {
   EXPECT_THAT(sent, IsEmpty());
   Withdraw(second);
   After(5_s);
-  EXPECT_THAT(Said(), ElementsAre(Goodbye(kPtr)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Goodbye(kPtr)));
 }
 
-TEST_F(Announcer, SaysGoodbyeToDataWhoseSuccessorWasNeverSaid) {
+TEST_F(Announcer, SendsAGoodbyeForDataWhoseSuccessorWasNeverSent) {
   const PublicationId shared = GivenAnnounced(Claim::shared, {Txt("Q._ipp._tcp.local", "a=1")});
   Update(shared, Txt("Q._ipp._tcp.local", "a=2"));
   Withdraw(shared);
   After(5_s);
-  EXPECT_THAT(Said(), ElementsAre(Goodbye(Txt("Q._ipp._tcp.local", "a=1"))));
+  EXPECT_THAT(SentRecords(), ElementsAre(Goodbye(Txt("Q._ipp._tcp.local", "a=1"))));
 }
 
-TEST_F(Announcer, SaysGoodbyeToUniqueDataWhoseSuccessorWasNeverSaid) {
+TEST_F(Announcer, SendsAGoodbyeForUniqueDataWhoseSuccessorWasNeverSent) {
   const PublicationId id = GivenAnnounced(Claim::unique, {kTxt});
   Update(id, kNewTxt);
   Withdraw(id);
   After(5_s);
-  EXPECT_THAT(Said(), ElementsAre(Goodbye(kTxt)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Goodbye(kTxt)));
 }
 
-TEST_F(Announcer, SaysGoodbyeToWhatWasSaidBeforeTheNameWasProbedForAgain) {
+TEST_F(Announcer, SendsAGoodbyeForWhatWasSentBeforeTheNameWasProbedForAgain) {
   const PublicationId id = GivenAnnounced(Claim::unique, {kSrv});
   link_restart(*link, now, false);
   Withdraw(id);
   After(5_s);
-  EXPECT_THAT(Said(), ElementsAre(Goodbye(kSrv)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Goodbye(kSrv)));
 }
 
 }  // namespace

@@ -53,10 +53,10 @@ TEST_F(Answers, AnswersWithNothingThatIsOnlyCached) {
   Asks(Qm("printer.local", kTypeA));
   Asks(Qm("P._ipp._tcp.local", kTypeSrv));
   After(1_s);
-  EXPECT_THAT(Said(), ElementsAre(Unique(kSrv)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Unique(kSrv)));
 }
 
-TEST_F(Answers, IsSilentWhereItHasNothingToSay) {
+TEST_F(Answers, IsSilentWhereItHasNothingToSend) {
   GivenPublished(Claim::shared, {kPtr});
   Asks(Qm("_ipp._tcp.local", kTypeTxt));
   Asks(Qm("_http._tcp.local", kTypePtr));
@@ -68,7 +68,7 @@ TEST_F(Answers, AnswersWhateverTheCaseOfTheName) {
   GivenPublished(Claim::shared, {kPtr});
   Asks(Qm("_IPP._TCP.Local", kTypePtr));
   After(200_ms);
-  EXPECT_THAT(Said(), ElementsAre(kPtr));
+  EXPECT_THAT(SentRecords(), ElementsAre(kPtr));
 }
 
 TEST_F(Answers, AnswersOnlyQuestionsOfItsClassOrOfAny) {
@@ -81,14 +81,14 @@ TEST_F(Answers, AnswersOnlyQuestionsOfItsClassOrOfAny) {
   question.klass = kClassAny;
   Asks(question);
   After(200_ms);
-  EXPECT_THAT(Said(), ElementsAre(kPtr));
+  EXPECT_THAT(SentRecords(), ElementsAre(kPtr));
 }
 
 TEST_F(Answers, AnswersAnyTypeWithAllRecordsOfTheName) {
   GivenPublished(Claim::unique, {kSrv, kTxt, Txt("P._ipp._tcp.local", "b=1")});
   Asks(Qm("P._ipp._tcp.local", kTypeAny));
   After(200_ms);
-  EXPECT_THAT(Said(), UnorderedElementsAre(Unique(kSrv), Unique(kTxt), Unique(Txt("P._ipp._tcp.local", "b=1"))));
+  EXPECT_THAT(SentRecords(), UnorderedElementsAre(Unique(kSrv), Unique(kTxt), Unique(Txt("P._ipp._tcp.local", "b=1"))));
 }
 
 TEST_F(Answers, AnswersAQuestionForAnyTypeWithACname) {
@@ -97,7 +97,7 @@ TEST_F(Answers, AnswersAQuestionForAnyTypeWithACname) {
   GivenPublished(Claim::unique, {alias});
   Asks(Qm("alias.local", kTypeA));
   After(200_ms);
-  EXPECT_THAT(Said(), Contains(Unique(alias)));
+  EXPECT_THAT(SentRecords(), Contains(Unique(alias)));
 }
 
 TEST_F(Answers, AnswersAllQuestionsOfAMessageInOneResponse) {
@@ -109,7 +109,7 @@ TEST_F(Answers, AnswersAllQuestionsOfAMessageInOneResponse) {
   EXPECT_THAT(Responses()[0].message.answers, UnorderedElementsAre(kPtr, Unique(kTxt)));
 }
 
-TEST_F(Answers, SendsWholeRRsetsAlsoWhereTheAskerKnowsAMember) {
+TEST_F(Answers, SendsWholeRRsetsAlsoWhereTheQuerierKnowsAMember) {
   GivenPublished(Claim::unique, {A("printer.local", 1), A("printer.local", 2)});
   Asks(Query{.questions = {Qm("printer.local", kTypeA)}, .known = {A("printer.local", 1)}});
   After(200_ms);
@@ -145,17 +145,17 @@ TEST_F(Answers, DeniesWithTheTypesOfTheNameAndTheShortestTtlOfAnyMissingRecord) 
   GivenPublished(Claim::unique, {kSrv, kTxt});
   Asks(Qm("P._ipp._tcp.local", kTypeA));
   After(2_s);
-  EXPECT_THAT(Said(), ElementsAre(denial));
+  EXPECT_THAT(SentRecords(), ElementsAre(denial));
   Asks(Qm("P._ipp._tcp.local", kTypePtr));
   After(2_s);
-  EXPECT_THAT(Said(), ElementsAre(denial, denial));
+  EXPECT_THAT(SentRecords(), ElementsAre(denial, denial));
 }
 
 TEST_F(Answers, ListsBothFamiliesInADenialOfANameThatHasBoth) {
   GivenPublished(Claim::unique, {kAddress, Aaaa("printer.local", 1)});
   Asks(Qm("printer.local", kTypeTxt));
   After(2_s);
-  EXPECT_THAT(Said(), ElementsAre(Nsec("printer.local", {kTypeA, kTypeAaaa})));
+  EXPECT_THAT(SentRecords(), ElementsAre(Nsec("printer.local", {kTypeA, kTypeAaaa})));
 }
 
 TEST_F(Answers, DeniesNothingOfASharedName) {
@@ -180,7 +180,7 @@ TEST_F(Answers, DoesNotRepeatADenialWithinASecond) {
   After(100_ms);
   Asks(Qm("printer.local", kTypeSrv));
   After(3_s);
-  EXPECT_THAT(SaidAt(Nsec("printer.local", {kTypeA})), ElementsAre(0_s, 1_s));
+  EXPECT_THAT(SentAt(Nsec("printer.local", {kTypeA})), ElementsAre(0_s, 1_s));
 }
 
 // --- 6.2, RFC 6763 section 12: additional records
@@ -207,7 +207,7 @@ TEST_F(Answers, TakesTheAddressesAlongWithAnSrvRecordAndNothingWithATxtRecord) {
   Mark();
   Asks(Qm("P._ipp._tcp.local", kTypeTxt));
   After(200_ms);
-  EXPECT_THAT(Said(), ElementsAre(Unique(kTxt)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Unique(kTxt)));
 }
 
 TEST_F(Answers, TakesTheAddressesOfTheOtherFamilyAlong) {
@@ -234,11 +234,11 @@ TEST_F(Answers, TakesNothingAlongThatHasBeenMulticastWithinTheLastSecond) {
   After(10_ms);
   Asks(Qm("_ipp._tcp.local", kTypePtr));
   After(300_ms);
-  EXPECT_THAT(SaidAt(Unique(kTxt)), SizeIs(1));
-  EXPECT_THAT(SaidAt(Unique(kSrv)), SizeIs(1));
+  EXPECT_THAT(SentAt(Unique(kTxt)), SizeIs(1));
+  EXPECT_THAT(SentAt(Unique(kSrv)), SizeIs(1));
 }
 
-TEST_F(Answers, AnswersACrowdOf2000PtrRecordsInFullPackets) {
+TEST_F(Answers, AnswersWith2000PtrRecordsInFullPackets) {
   for (int i = 0; i < 2000; ++i) {
     Publish(Claim::shared, {Ptr("_ipp._tcp.local", "P" + std::to_string(i) + "._ipp._tcp.local")});
   }
@@ -246,7 +246,7 @@ TEST_F(Answers, AnswersACrowdOf2000PtrRecordsInFullPackets) {
   Mark();
   Asks(Qm("_ipp._tcp.local", kTypePtr));
   After(1_s);
-  EXPECT_THAT(Said(), SizeIs(2000));
+  EXPECT_THAT(SentRecords(), SizeIs(2000));
   EXPECT_LE(Responses().size(), 2000u * 21 / 1400 + 5);
   EXPECT_THAT(Responses(), Each(Field("at", &Sent::at, Le(300_ms))));
 }
@@ -285,7 +285,7 @@ class ACrowd : public LinkTest {
     After(1_s);
     Time longest = 0;
     for (int i = 0; i < 40; ++i) {
-      const std::vector<Time> sent_at = SaidAt(Unique(service_srv(i)));
+      const std::vector<Time> sent_at = SentAt(Unique(service_srv(i)));
       longest = std::max(longest, sent_at.empty() ? kNever : sent_at.front() - asked[static_cast<std::size_t>(i)]);
     }
     return longest;
@@ -300,7 +300,7 @@ TEST_F(ACrowd, IsListedByItsPtrRecordsAloneAndLeavesTheAirToOthers) {
             }),
             50_ms);
   std::size_t listed = 0;
-  for (const Record& record : Said()) {
+  for (const Record& record : SentRecords()) {
     listed += record.type == kTypePtr ? 1 : 0;
   }
   EXPECT_EQ(listed, 1900u);
@@ -322,7 +322,7 @@ TEST_F(ACrowd, IsResolvedByTwentyHostsWhileOthersAreAnswered) {
             50_ms);
   After(2_s);
   std::set<std::string> resolved;
-  for (const Record& record : Said()) {
+  for (const Record& record : SentRecords()) {
     if (record.type == kTypeSrv) {
       resolved.insert(record.name);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What other hosts have said, and for how long it holds (RFC 6762 sections 5.2, 7.1 and 10).
+// The cache: records received from other hosts, and when they expire (RFC 6762 sections 5.2, 7.1 and 10).
 #include "mdns/link_fixture.h"
 
 namespace mdns::test {
@@ -11,7 +11,7 @@ using testing::Ge;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-// The answers' places in these tests: one printer, whose PTR record is shared and whose address is its own.
+// The records of these tests: a shared PTR record of a printer, and its address, which is unique.
 const Record kPtr = Ptr("_ipp._tcp.local", "P._ipp._tcp.local");
 const Record kAddress = Unique(A("printer.local", 1));
 const Record kNewAddress = Unique(A("printer.local", 2));
@@ -33,13 +33,13 @@ class Cache : public LinkTest {
     for (std::size_t i = 0; i < records.size(); i += 50) {
       const auto begin = records.begin() + static_cast<std::ptrdiff_t>(i);
       const auto end = records.begin() + static_cast<std::ptrdiff_t>(std::min(i + 50, records.size()));
-      HearsResponse({.answers = {begin, end}, .from = from});
+      ReceivesResponse({.answers = {begin, end}, .from = from});
       After(100_ms);
     }
   }
 };
 
-// --- Lifetimes
+// --- TTLs
 
 TEST_F(Cache, KeepsARecordForItsTtlAndReportsItsEnd) {
   GivenAsked("printer.local", kTypeA, {kAddress});
@@ -52,17 +52,17 @@ TEST_F(Cache, KeepsARecordForItsTtlAndReportsItsEnd) {
 
 TEST_F(Cache, KeepsNoRecordLongerThan75Minutes) {
   GivenAsked("printer.local", kTypeA, {Ttl(kAddress, 0xFFFFFFFF)});
-  Hears({Ttl(kNewAddress, 0x7FFFFFFF)});
+  ReceivesAnswers({Ttl(kNewAddress, 0x7FFFFFFF)});
   After(76_min);
   EXPECT_THAT(RemovedAt(kAddress), SizeIs(1));
   EXPECT_THAT(RemovedAt(kNewAddress), ElementsAre(75_min));
   EXPECT_EQ(Cached(), 0u);
 }
 
-TEST_F(Cache, BeginsTheTtlAnewWithEachTimeThatTheRecordIsHeard) {
+TEST_F(Cache, BeginsTheTtlAnewWithEachTimeThatTheRecordIsReceived) {
   GivenAsked("printer.local", kTypeA, {kAddress});
   After(100_s);
-  Hears({kAddress});
+  ReceivesAnswers({kAddress});
   After(119_s);
   EXPECT_THAT(reported, IsEmpty());
   After(1_s);
@@ -71,22 +71,22 @@ TEST_F(Cache, BeginsTheTtlAnewWithEachTimeThatTheRecordIsHeard) {
 
 TEST_F(Cache, TakesAShorterTtlToo) {
   GivenAsked("printer.local", kTypeA, {kAddress});
-  Hears({Ttl(kAddress, 10)});
+  ReceivesAnswers({Ttl(kAddress, 10)});
   After(20_s);
   EXPECT_THAT(RemovedAt(kAddress), ElementsAre(10_s));
 }
 
 TEST_F(Cache, TakesNamesThatDifferInTheCaseOfAsciiLettersForTheSame) {
   GivenAsked("Printer.local", kTypePtr);
-  Hears({Ptr("pRINTER.local", "Target.local")});
-  Hears({Ptr("PRINTER.LOCAL", "TARGET.local")});
+  ReceivesAnswers({Ptr("pRINTER.local", "Target.local")});
+  ReceivesAnswers({Ptr("PRINTER.LOCAL", "TARGET.local")});
   EXPECT_THAT(reported, SizeIs(1));
   EXPECT_EQ(Cached(), 1u);
 }
 
 TEST_F(Cache, TakesNamesThatDifferInOtherLettersForDifferent) {
   GivenAsked("drucker-\xc3\xa4.local", kTypeA);
-  Hears({Unique(A("drucker-\xc3\x84.local", 1))});
+  ReceivesAnswers({Unique(A("drucker-\xc3\x84.local", 1))});
   EXPECT_THAT(reported, IsEmpty());
 }
 
@@ -105,15 +105,15 @@ TEST_F(Cache, TakesNothingFromTheRecordsOfAProbe) {
 }
 
 TEST_F(Cache, TakesNoPseudoRecord) {
-  Hears(
+  ReceivesAnswers(
       {Record{.name = std::string(1, '\0'), .type = kTypeOpt, .klass = 1440, .cache_flush = true, .ttl = 4500, .rdata = "abcd"}});
   EXPECT_EQ(Cached(), 0u);
 }
 
 TEST_F(Cache, MasksTheCacheFlushBitOffTheClass) {
   GivenAsked("printer.local", kTypeA);
-  Hears({Unique(A("printer.local", 1))});
-  Hears({A("printer.local", 1)});
+  ReceivesAnswers({Unique(A("printer.local", 1))});
+  ReceivesAnswers({A("printer.local", 1)});
   EXPECT_THAT(AddedAt(kAddress), ElementsAre(0_s));
   EXPECT_EQ(Cached(), 1u);
 }
@@ -122,7 +122,7 @@ TEST_F(Cache, MasksTheCacheFlushBitOffTheClass) {
 
 TEST_F(Cache, BelievesAGoodbyeAfterOneSecond) {
   GivenAsked("_ipp._tcp.local", kTypePtr, {kPtr});
-  Hears({Goodbye(kPtr)});
+  ReceivesAnswers({Goodbye(kPtr)});
   After(999_ms);
   EXPECT_THAT(reported, IsEmpty());
   After(1_ms);
@@ -131,43 +131,43 @@ TEST_F(Cache, BelievesAGoodbyeAfterOneSecond) {
 
 TEST_F(Cache, KeepsWhatIsRescuedWithinTheLastQuarterOfTheSecond) {
   GivenAsked("_ipp._tcp.local", kTypePtr, {kPtr});
-  Hears({Goodbye(kPtr)});
+  ReceivesAnswers({Goodbye(kPtr)});
   After(990_ms);
-  HearsResponse({.answers = {kPtr}, .from = Host(3)});
+  ReceivesResponse({.answers = {kPtr}, .from = Host(3)});
   After(60_s);
   EXPECT_THAT(reported, IsEmpty());
 }
 
 TEST_F(Cache, IsNotHeldUpByAGoodbyeThatIsRepeated) {
   GivenAsked("_ipp._tcp.local", kTypePtr, {kPtr});
-  Hears({Goodbye(kPtr)});
+  ReceivesAnswers({Goodbye(kPtr)});
   After(900_ms);
-  Hears({Goodbye(kPtr)});
+  ReceivesAnswers({Goodbye(kPtr)});
   After(1_s);
   EXPECT_THAT(RemovedAt(kPtr), ElementsAre(1_s));
 }
 
 TEST_F(Cache, MakesNothingOfAGoodbyeForWhatItDoesNotKnow) {
-  Hears({Goodbye(kPtr)});
+  ReceivesAnswers({Goodbye(kPtr)});
   EXPECT_EQ(Cached(), 0u);
   EXPECT_EQ(link_counts(*link).names, 0u);
 }
 
 TEST_F(Cache, TakesAGoodbyeForTheOneRecordThatItNames) {
   GivenAsked("printer.local", kTypeA, {kAddress, kNewAddress});
-  Hears({Goodbye(kAddress)});
+  ReceivesAnswers({Goodbye(kAddress)});
   After(5_s);
   EXPECT_THAT(RemovedAt(kAddress), ElementsAre(1_s));
   EXPECT_THAT(RemovedAt(kNewAddress), IsEmpty());
 }
 
-TEST_F(Cache, AsksOverTheProtocolThatHasNotSaidGoodbyeThreeTenthsOfASecondLater) {
+TEST_F(Cache, AsksOverTheProtocolWithoutAGoodbyeThreeTenthsOfASecondLater) {
   GivenLink(kBothProtocols);
   GivenAsked("printer.local", kTypeA, {kAddress});
-  HearsResponse({.answers = {kAddress}, .from = Host6(2)});
+  ReceivesResponse({.answers = {kAddress}, .from = Host6(2)});
   After(5_s);
   Mark();
-  Hears({Goodbye(kAddress)});
+  ReceivesAnswers({Goodbye(kAddress)});
   After(999_ms);
   ASSERT_THAT(Queries(), SizeIs(1));
   EXPECT_EQ(Queries()[0].at, 300_ms);
@@ -177,14 +177,14 @@ TEST_F(Cache, AsksOverTheProtocolThatHasNotSaidGoodbyeThreeTenthsOfASecondLater)
   EXPECT_THAT(RemovedAt(kAddress), ElementsAre(1_s));
 }
 
-TEST_F(Cache, AsksNothingWhenBothProtocolsHaveSaidGoodbye) {
+TEST_F(Cache, AsksNothingAfterAGoodbyeOverBothProtocols) {
   GivenLink(kBothProtocols);
   GivenAsked("printer.local", kTypeA, {kAddress});
-  HearsResponse({.answers = {kAddress}, .from = Host6(2)});
+  ReceivesResponse({.answers = {kAddress}, .from = Host6(2)});
   After(5_s);
   Mark();
-  Hears({Goodbye(kAddress)});
-  HearsResponse({.answers = {Goodbye(kAddress)}, .from = Host6(2)});
+  ReceivesAnswers({Goodbye(kAddress)});
+  ReceivesResponse({.answers = {Goodbye(kAddress)}, .from = Host6(2)});
   After(1_s);
   EXPECT_THAT(RemovedAt(kAddress), ElementsAre(1_s));
   EXPECT_THAT(AskedAt("printer.local", kTypeA), Each(Ge(1_s)));
@@ -195,7 +195,7 @@ TEST_F(Cache, AsksNothingWhenBothProtocolsHaveSaidGoodbye) {
 TEST_F(Cache, FlushesTheOlderRecordsOfTheRRsetAfterOneSecond) {
   GivenAsked("printer.local", kTypeA, {kAddress});
   After(10_s);
-  Hears({kNewAddress});
+  ReceivesAnswers({kNewAddress});
   EXPECT_THAT(AddedAt(kNewAddress), ElementsAre(10_s));
   After(999_ms);
   EXPECT_THAT(RemovedAt(kAddress), IsEmpty());
@@ -204,28 +204,28 @@ TEST_F(Cache, FlushesTheOlderRecordsOfTheRRsetAfterOneSecond) {
   EXPECT_THAT(RemovedAt(kNewAddress), IsEmpty());
 }
 
-TEST_F(Cache, DoesNotFlushWhatWasHeardWithinTheLastSecond) {
+TEST_F(Cache, DoesNotFlushWhatWasReceivedWithinTheLastSecond) {
   GivenAsked("printer.local", kTypeA, {kAddress});
   After(1_s);
-  Hears({kNewAddress});
+  ReceivesAnswers({kNewAddress});
   After(30_s);
   EXPECT_THAT(RemovedAt(kAddress), IsEmpty());
 }
 
-TEST_F(Cache, FlushesWhatWasHeardMoreThanASecondAgo) {
+TEST_F(Cache, FlushesWhatWasReceivedMoreThanASecondAgo) {
   GivenAsked("printer.local", kTypeA, {kAddress});
   After(1001_ms);
-  Hears({kNewAddress});
+  ReceivesAnswers({kNewAddress});
   After(30_s);
   EXPECT_THAT(RemovedAt(kAddress), ElementsAre(2001_ms));
 }
 
-TEST_F(Cache, KeepsAMemberThatIsSaidAgainWithinTheSecondOfAFlush) {
+TEST_F(Cache, KeepsAMemberThatIsReceivedAgainWithinTheSecondOfAFlush) {
   GivenAsked("printer.local", kTypeA, {kAddress});
   After(10_s);
-  Hears({kNewAddress});
+  ReceivesAnswers({kNewAddress});
   After(990_ms);
-  Hears({kAddress});
+  ReceivesAnswers({kAddress});
   After(30_s);
   EXPECT_THAT(RemovedAt(kAddress), IsEmpty());
   EXPECT_THAT(RemovedAt(kNewAddress), IsEmpty());
@@ -234,7 +234,7 @@ TEST_F(Cache, KeepsAMemberThatIsSaidAgainWithinTheSecondOfAFlush) {
 TEST_F(Cache, FlushesNoOtherTypeOfTheName) {
   GivenAsked("printer.local", kTypeAaaa, {Unique(Aaaa("printer.local", 1))});
   After(10_s);
-  Hears({kAddress});
+  ReceivesAnswers({kAddress});
   After(30_s);
   EXPECT_THAT(reported, IsEmpty());
 }
@@ -242,7 +242,7 @@ TEST_F(Cache, FlushesNoOtherTypeOfTheName) {
 TEST_F(Cache, FlushesNothingWithASharedRecord) {
   GivenAsked("_ipp._tcp.local", kTypePtr, {kPtr});
   After(10_s);
-  Hears({Ptr("_ipp._tcp.local", "Q._ipp._tcp.local")});
+  ReceivesAnswers({Ptr("_ipp._tcp.local", "Q._ipp._tcp.local")});
   After(30_s);
   EXPECT_THAT(RemovedAt(kPtr), IsEmpty());
 }
@@ -250,9 +250,9 @@ TEST_F(Cache, FlushesNothingWithASharedRecord) {
 TEST_F(Cache, FlushesWithTheLastOfTwoAnnouncementsWhatCameBeforeTheFirst) {
   GivenAsked("printer.local", kTypeA, {kAddress});
   After(10_s);
-  Hears({kNewAddress});
+  ReceivesAnswers({kNewAddress});
   After(500_ms);
-  Hears({kNewAddress});
+  ReceivesAnswers({kNewAddress});
   After(30_s);
   EXPECT_THAT(RemovedAt(kAddress), ElementsAre(11_s));
 }
@@ -292,7 +292,7 @@ TEST_F(Cache, KeepsWhatOthersAreAnsweredWith) {
     Asks(Qm("printer.local", kTypeTxt));
     After(2_s);
   }
-  Hears({Unique(Txt("printer.local", "a"))});
+  ReceivesAnswers({Unique(Txt("printer.local", "a"))});
   After(60_s);
   EXPECT_THAT(reported, IsEmpty());
 }
@@ -311,10 +311,10 @@ TEST_F(Cache, LearnsNothingFromQuestionsWithKnownAnswersNorFromQuOnes) {
 
 // --- 10.3: the link and its protocols
 
-TEST_F(Cache, ForgetsWhatWasHeardOverAProtocolThatIsGoneOnly) {
+TEST_F(Cache, ForgetsWhatWasReceivedOverAProtocolThatIsGoneOnly) {
   GivenLink(kBothProtocols);
   GivenAsked("printer.local", kTypeA, {kAddress});
-  HearsResponse({.answers = {kNewAddress}, .from = Host6(2)});
+  ReceivesResponse({.answers = {kNewAddress}, .from = Host6(2)});
   link_set_protocols(*link, now, kIpv4);
   Settle();
   EXPECT_THAT(RemovedAt(kAddress), IsEmpty());
@@ -345,7 +345,7 @@ TEST_F(Cache, HasRoomFor16384RecordsThatNobodyAsksForAndDropsTheOldest) {
     for (int k = i; k < i + 50; ++k) {
       records.push_back(Ttl(Unique(Txt("h" + std::to_string(k) + ".local", "a")), 4500));
     }
-    HearsResponse({.answers = records, .from = Host(static_cast<unsigned>(3 + i / 2000))});
+    ReceivesResponse({.answers = records, .from = Host(static_cast<unsigned>(3 + i / 2000))});
     After(10_ms);
   }
   EXPECT_EQ(Cached(), 16385u);
@@ -364,14 +364,14 @@ TEST_F(Cache, HasRoomFor8192RecordsOfOneNameAndType) {
 TEST_F(Cache, MakesRoomInAFullRRsetByDroppingWhatOneHostHasFilledItWith) {
   GivenAsked("_ipp._tcp.local", kTypePtr);
   HearsMany(Printers(0, 9000), Host(66));
-  HearsResponse({.answers = {kPtr}, .from = Host(2)});
+  ReceivesResponse({.answers = {kPtr}, .from = Host(2)});
   EXPECT_THAT(AddedAt(kPtr), SizeIs(1));
   EXPECT_EQ(Cached(), 8192u);
 }
 
 TEST_F(Cache, IsEmptyAgainWhenAllTtlsAreOver) {
   HearsMany(Printers(0, 1000));
-  Hears({kAddress});
+  ReceivesAnswers({kAddress});
   After(80_min);
   EXPECT_EQ(Cached(), 0u);
   EXPECT_EQ(link_counts(*link).names, 0u);
@@ -379,11 +379,11 @@ TEST_F(Cache, IsEmptyAgainWhenAllTtlsAreOver) {
   EXPECT_EQ(link_deadline(*link), kNever);
 }
 
-TEST_F(Cache, CostsNoMoreThanItsRecordsForACrowdOfForgedGoodbyes) {
+TEST_F(Cache, CostsNoMoreThanItsRecordsForManyForgedGoodbyes) {
   GivenAsked("_ipp._tcp.local", kTypePtr);
   HearsMany(Printers(0, 4000));
   const std::uint64_t before = link_counts(*link).steps;
-  HearsResponse({.answers = std::vector<Record>(50, Goodbye(kPtr)), .from = Host(66)});
+  ReceivesResponse({.answers = std::vector<Record>(50, Goodbye(kPtr)), .from = Host(66)});
   EXPECT_LE(link_counts(*link).steps, before + 50 * 4);
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What one process has published on the link, and another one goes on with.
+// Published records of a former process that the link takes over.
 #include <map>
 
 #include "mdns/link_fixture.h"
@@ -22,7 +22,7 @@ const Record kAddress = A("printer.local", 1);
 
 class Handover : public LinkTest {
  protected:
-  // A service that a former process has announced, and that this link goes on with; what goes on is withdrawn with these.
+  // Takes over a service that a former process has announced. The ids withdraw the inherited publications.
   void GivenInherited() {
     GivenPublished(Claim::exclusive, {kSrv, kTxt});
     GivenPublished(Claim::shared, {kPtr});
@@ -67,7 +67,7 @@ class Handover : public LinkTest {
   std::multimap<Claim, PublicationId> inherited_;
 };
 
-TEST_F(Handover, TellsWhatIsPublishedAndEstablished) {
+TEST_F(Handover, ListsWhatIsPublishedAndEstablished) {
   GivenPublished(Claim::shared, {kPtr});
   Publish(Claim::unique, {A("waiting.local", 1)});
   const std::vector<Published> all = link_published(*link);
@@ -86,7 +86,7 @@ TEST_F(Handover, EndsWithoutAGoodbyeButForWhatWasWithdrawnBefore) {
   Withdraw(address);
   link_withdraw_all(*link, now, true);
   After(5_s);
-  EXPECT_THAT(Said(), ElementsAre(Goodbye(kAddress)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Goodbye(kAddress)));
   EXPECT_EQ(link_deadline(*link), kNever);
 }
 
@@ -100,14 +100,14 @@ TEST_F(Handover, AnswersAtOnce) {
   GivenInherited();
   Asks(Qm("P._ipp._tcp.local", kTypeSrv));
   After(200_ms);
-  EXPECT_THAT(SaidAt(Unique(kSrv)), SizeIs(1));
+  EXPECT_THAT(SentAt(Unique(kSrv)), SizeIs(1));
 }
 
 TEST_F(Handover, DefendsWhatItGoesOnWith) {
   GivenInherited();
   Asks(Probe({Srv("P._ipp._tcp.local", "other.local")}));
   After(300_ms);
-  EXPECT_THAT(SaidAt(Unique(kSrv)), SizeIs(1));
+  EXPECT_THAT(SentAt(Unique(kSrv)), SizeIs(1));
 }
 
 TEST_F(Handover, AnnouncesWhatWasStillToBeAnnounced) {
@@ -115,10 +115,10 @@ TEST_F(Handover, AnnouncesWhatWasStillToBeAnnounced) {
   After(500_ms);
   HandOver();
   After(10_s);
-  EXPECT_THAT(SaidAt(kPtr), SizeIs(1));
+  EXPECT_THAT(SentAt(kPtr), SizeIs(1));
 }
 
-TEST_F(Handover, SaysNothingWhenTheSameIsPublishedAgainAndWhatWasInheritedEnds) {
+TEST_F(Handover, SendsNothingWhenTheSameIsPublishedAgainAndWhatWasInheritedEnds) {
   GivenInherited();
   const PublicationId service = PublishAnew(kTxt);
   EXPECT_THAT(EstablishedAt(service), ElementsAre(0_s));
@@ -129,7 +129,7 @@ TEST_F(Handover, AnnouncesOtherDataAsAnUpdate) {
   GivenInherited();
   PublishAnew(kOtherTxt);
   EXPECT_THAT(Queries(), IsEmpty());
-  EXPECT_THAT(Said(), ElementsAre(Unique(kOtherTxt), Unique(kOtherTxt)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Unique(kOtherTxt), Unique(kOtherTxt)));
 }
 
 TEST_F(Handover, TakesBackWhatNobodyHasPublishedAgain) {
@@ -138,13 +138,13 @@ TEST_F(Handover, TakesBackWhatNobodyHasPublishedAgain) {
     WithdrawInherited(claim);
   }
   After(5_s);
-  EXPECT_THAT(Said(), UnorderedElementsAre(Goodbye(kSrv), Goodbye(kTxt), Goodbye(kPtr), Goodbye(kAddress)));
+  EXPECT_THAT(SentRecords(), UnorderedElementsAre(Goodbye(kSrv), Goodbye(kTxt), Goodbye(kPtr), Goodbye(kAddress)));
   EXPECT_EQ(link_counts(*link).published, 0u);
 }
 
 TEST_F(Handover, GivesWayToAnOwnerAsBefore) {
   GivenInherited();
-  Hears({Unique(A("printer.local", 9))});
+  ReceivesAnswers({Unique(A("printer.local", 9))});
   EXPECT_THAT(ConflictAt(inherited_.find(Claim::yielding)->second), SizeIs(1));
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a link holds, and what it has done so far.
+// The sizes of a link's tables, and counts of what it has done so far.
 #pragma once
 
 #include "mdns/link.h"
@@ -7,13 +7,13 @@
 namespace mdns {
 
 struct LinkCounts {
-  std::size_t cached = 0;                             // records that others have said
+  std::size_t cached = 0;                             // cache entries
   std::size_t questions = 0;                          // names and types that are asked for
   std::size_t published = 0;                          // records
-  std::size_t names = 0;                              // known for any of these reasons
+  std::size_t names = 0;                              // names of any of these
   std::size_t sources = 0;                            // hosts that have an allowance
-  std::size_t waiting = 0;                            // datagrams that wait for their turn
-  std::uint64_t steps = 0;                            // records looked at so far: what the work has cost, without a clock
+  std::size_t waiting = 0;                            // datagrams in the queue
+  std::uint64_t steps = 0;                            // records looked at so far: the work done
   std::uint64_t received = 0, ignored = 0, sent = 0;  // datagrams so far; ignored: beyond a source's allowance
 };
 

@@ -148,7 +148,7 @@ QueryId LinkTest::GivenAsked(std::string_view labels, std::uint16_t type, const 
   const QueryId id = Start(labels, type);
   After(150_ms);
   if (!answers.empty()) {
-    Hears(answers);
+    ReceivesAnswers(answers);
   }
   Mark();
   return id;
@@ -186,9 +186,9 @@ void LinkTest::Stop(QueryId id) {
   Settle();
 }
 
-void LinkTest::Hears(const std::vector<Record>& answers) { HearsResponse({.answers = answers}); }
+void LinkTest::ReceivesAnswers(const std::vector<Record>& answers) { ReceivesResponse({.answers = answers}); }
 
-void LinkTest::HearsResponse(const Response& response) {
+void LinkTest::ReceivesResponse(const Response& response) {
   const Counts counts{static_cast<unsigned>(response.questions.size()), static_cast<unsigned>(response.answers.size()),
                       static_cast<unsigned>(response.authorities.size()), static_cast<unsigned>(response.additionals.size())};
   Receives(header(response.flags, counts, response.id) + wire_of(response.questions) + wire_of(response.answers) +
@@ -273,7 +273,7 @@ std::vector<Time> LinkTest::AskedAt(std::string_view labels, std::uint16_t type)
   return times;
 }
 
-std::vector<Time> LinkTest::SaidAt(const Record& record) const {
+std::vector<Time> LinkTest::SentAt(const Record& record) const {
   std::vector<Time> times;
   for (const Sent& one : Responses()) {
     if (std::ranges::count(records_of(one.message), record) > 0) {
@@ -283,7 +283,7 @@ std::vector<Time> LinkTest::SaidAt(const Record& record) const {
   return times;
 }
 
-std::vector<Record> LinkTest::Said() const {
+std::vector<Record> LinkTest::SentRecords() const {
   std::vector<Record> records;
   for (const Sent& one : Responses()) {
     std::ranges::copy(records_of(one.message), std::back_inserter(records));

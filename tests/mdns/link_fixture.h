@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// One engine link in virtual time: what it publishes, asks and hears, and what it sends and reports, with the times of each.
+// One engine link in virtual time: calls to publish, ask and receive, and the datagrams and events that follow, with
+// their times.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -16,7 +17,7 @@
 
 namespace mdns {
 
-// Equal in all that a message says of them.
+// Equal in name, type, class, cache-flush bit, TTL and rdata.
 bool operator==(const Record& a, const Record& b);
 void PrintTo(const Record& record, std::ostream* out);
 void PrintTo(const Question& question, std::ostream* out);
@@ -105,7 +106,7 @@ class LinkTest : public testing::Test {
  protected:
   LinkTest() { GivenLink(); }
 
-  // A new link; what was before is forgotten.
+  // Replaces the link by a new one. Marks.
   void GivenLink(Protocols protocols = kIpv4, std::uint64_t seed = 1);
 
   // Publishes the records, which have one name, and waits until they are established, announced and 10 s old. Marks.
@@ -121,33 +122,33 @@ class LinkTest : public testing::Test {
   void Stop(QueryId id);
 
   // A response, a query or any datagram of another host arrives.
-  void Hears(const std::vector<Record>& answers);
-  void HearsResponse(const Response& response);
+  void ReceivesAnswers(const std::vector<Record>& answers);
+  void ReceivesResponse(const Response& response);
   void Asks(const Question& question);
   void Asks(const Query& query);
   void Receives(const std::string& bytes, const Endpoint& from, bool to_group = true, bool is_local = true);
 
-  // The link does what it owes by now, and what becomes due in that time.
+  // Settle: the link does what is due now. After: time passes, and the link does what becomes due.
   void Settle();
   void After(Time duration);
   bool AfterUntil(Time at_most, const std::function<bool()>& condition);
 
-  // From here on times count, and what has been sent and reported is collected.
+  // Sets the start of all times to now, and forgets what was sent and reported before.
   void Mark();
 
-  // --- What came of it, since the last Mark
+  // --- What was sent and reported since the last Mark
 
-  // When the question was asked; when the group was sent the record, in any section of a response.
+  // When the question was sent; when the record was multicast, in any section of a response.
   std::vector<Time> AskedAt(std::string_view labels, std::uint16_t type) const;
-  std::vector<Time> SaidAt(const Record& record) const;
+  std::vector<Time> SentAt(const Record& record) const;
 
-  // All records that the group was sent; the messages of each kind.
-  std::vector<Record> Said() const;
+  // All records that were multicast; the messages of each kind.
+  std::vector<Record> SentRecords() const;
   std::vector<Sent> Queries() const;
   std::vector<Sent> Responses() const;
   std::vector<Sent> Replies() const;
 
-  // When the record was reported; when the publication was.
+  // When the record, or the publication, was reported.
   std::vector<Time> AddedAt(const Record& record) const { return ReportedAt(Event::Kind::added, record); }
   std::vector<Time> RemovedAt(const Record& record) const { return ReportedAt(Event::Kind::removed, record); }
   std::vector<Time> EstablishedAt(PublicationId id) const { return ReportedAt(Event::Kind::established, id); }

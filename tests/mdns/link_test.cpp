@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The contract of mdns.h that is not one part's alone: events, holders, claims, restarts and the end.
+// What mdns.h promises and several parts keep together: events, holders, claims, restarts and the end.
 #include "mdns/link_fixture.h"
 
 namespace mdns::test {
@@ -24,7 +24,7 @@ class LinkContract : public LinkTest {
       const std::string host = "h" + std::to_string(i) + ".local";
       Publish(Claim::unique, {A(host, 1)});
       Publish(Claim::shared, {Ptr("_http._tcp.local", host)});
-      Hears({Ptr("_ipp._tcp.local", host)});
+      ReceivesAnswers({Ptr("_ipp._tcp.local", host)});
       After(333_ms);
       Asks(Qm("_http._tcp.local", kTypePtr));
     }
@@ -50,7 +50,7 @@ TEST_F(LinkContract, SendsTheSameBytesForTheSameSeed) {
 // --- Queries and their events
 
 TEST_F(LinkContract, ReportsWhatIsCachedFirst) {
-  Hears({Unique(kAddress)});
+  ReceivesAnswers({Unique(kAddress)});
   const QueryId id = Start("printer.local", kTypeA);
   ASSERT_THAT(reported, SizeIs(1));
   EXPECT_EQ(reported[0].event.kind, Event::Kind::added);
@@ -64,7 +64,7 @@ TEST_F(LinkContract, ReportsWhatIsCachedFirst) {
 TEST_F(LinkContract, ReportsNoRecordTwice) {
   GivenAsked("printer.local", kTypeA);
   for (int i = 0; i < 10; ++i) {
-    Hears({Unique(kAddress)});
+    ReceivesAnswers({Unique(kAddress)});
     After(10_s);
   }
   EXPECT_THAT(reported, SizeIs(1));
@@ -73,7 +73,7 @@ TEST_F(LinkContract, ReportsNoRecordTwice) {
 TEST_F(LinkContract, ReportsEachRecordToEachQueryOnce) {
   Start("printer.local", kTypeA);
   Start("printer.local", kTypeA);
-  Hears({Unique(kAddress)});
+  ReceivesAnswers({Unique(kAddress)});
   EXPECT_THAT(AddedAt(kAddress), SizeIs(2));
 }
 
@@ -91,16 +91,16 @@ TEST_F(LinkContract, ReportsWhatThisLinkPublishesItself) {
   EXPECT_THAT(RemovedAt(kAddress), ElementsAre(1_s));
 }
 
-TEST_F(LinkContract, ReportsWhatIsBothPublishedAndHeardOnce) {
+TEST_F(LinkContract, ReportsWhatIsBothPublishedAndReceivedOnce) {
   Start("_ipp._tcp.local", kTypePtr);
   const PublicationId id = Publish(Claim::shared, {kPtr});
-  Hears({kPtr});
+  ReceivesAnswers({kPtr});
   After(5_s);
   EXPECT_THAT(reported, SizeIs(2));  // added, established
   Withdraw(id);
   After(5_s);
   EXPECT_THAT(RemovedAt(kPtr), IsEmpty());
-  Hears({Goodbye(kPtr)});
+  ReceivesAnswers({Goodbye(kPtr)});
   After(1_s);
   EXPECT_THAT(RemovedAt(kPtr), SizeIs(1));
 }
@@ -140,7 +140,7 @@ TEST_F(LinkContract, KeepsTheTtlOfTheFirstHolder) {
   Publish(Claim::shared, {Ttl(kPtr, 200)});
   Asks(Qm("_ipp._tcp.local", kTypePtr));
   After(1_s);
-  EXPECT_THAT(Said(), ElementsAre(Ttl(kPtr, 100)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Ttl(kPtr, 100)));
 }
 
 TEST_F(LinkContract, RefusesASecondExclusiveClaimWithOtherData) {
@@ -196,10 +196,10 @@ TEST_F(LinkContract, AsksAnewWhenTheLinkComesBack) {
   EXPECT_THAT(AskedAt("_ipp._tcp.local", kTypePtr), SizeIs(2));
 }
 
-TEST_F(LinkContract, ReportsWhatIsHeardAgainAfterTheLinkWasDown) {
+TEST_F(LinkContract, ReportsWhatIsReceivedAgainAfterTheLinkWasDown) {
   GivenAsked("printer.local", kTypeA, {Unique(kAddress)});
   link_restart(*link, now, true);
-  Hears({Unique(kAddress)});
+  ReceivesAnswers({Unique(kAddress)});
   EXPECT_THAT(RemovedAt(kAddress), SizeIs(1));
   EXPECT_THAT(AddedAt(kAddress), SizeIs(1));
 }
@@ -208,16 +208,16 @@ TEST_F(LinkContract, AnnouncesSharedRecordsAnewWhenTheLinkComesBack) {
   GivenPublished(Claim::shared, {kPtr});
   link_restart(*link, now, true);
   After(5_s);
-  EXPECT_THAT(SaidAt(kPtr), SizeIs(2));
+  EXPECT_THAT(SentAt(kPtr), SizeIs(2));
 }
 
-TEST_F(LinkContract, SaysGoodbyeToAllAtTheEndAndThenHasNothingToDo) {
+TEST_F(LinkContract, SendsAllGoodbyesAtTheEndAndThenHasNothingToDo) {
   GivenPublished(Claim::unique, {kAddress});
   GivenPublished(Claim::shared, {kPtr});
   Publish(Claim::unique, {A("never.local", 1)});
   link_withdraw_all(*link, now);
   After(5_s);
-  EXPECT_THAT(Said(), UnorderedElementsAre(Goodbye(kAddress), Goodbye(kPtr)));
+  EXPECT_THAT(SentRecords(), UnorderedElementsAre(Goodbye(kAddress), Goodbye(kPtr)));
   EXPECT_EQ(link_deadline(*link), kNever);
   EXPECT_EQ(link_counts(*link).published, 0u);
 }
@@ -231,10 +231,10 @@ TEST_F(LinkContract, SendsNothingButGoodbyesAfterTheEnd) {
     Settle();
   }
   EXPECT_THAT(Queries(), IsEmpty());
-  EXPECT_THAT(Said(), ElementsAre(Goodbye(kPtr)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Goodbye(kPtr)));
 }
 
-TEST_F(LinkContract, SaysGoodbyeToACrowdAtItsPace) {
+TEST_F(LinkContract, SendsManyGoodbyesAtItsRateLimit) {
   for (int i = 0; i < 2000; ++i) {
     Publish(Claim::shared, {Ptr("_ipp._tcp.local", "P" + std::to_string(i) + "._ipp._tcp.local")});
   }
@@ -242,7 +242,7 @@ TEST_F(LinkContract, SaysGoodbyeToACrowdAtItsPace) {
   Mark();
   link_withdraw_all(*link, now);
   After(1_s);
-  EXPECT_THAT(Said(), SizeIs(2000));
+  EXPECT_THAT(SentRecords(), SizeIs(2000));
   EXPECT_EQ(link_deadline(*link), kNever);
 }
 
@@ -266,9 +266,9 @@ TEST_F(LinkContract, CountsWhatPassesAndWhatIsAnothersName) {
   Publish(Claim::shared, {kPtr});
   Publish(Claim::unique, {kAddress});
   After(600_ms);  // two probes
-  Hears({Unique(kOtherAddress)});
+  ReceivesAnswers({Unique(kOtherAddress)});
   After(2_s);
-  Hears({kPtr});
+  ReceivesAnswers({kPtr});
   const LinkFigures figures = link_figures(*link, now);
   EXPECT_EQ(figures.received, 2u);
   EXPECT_EQ(figures.ignored, 0u);
@@ -291,9 +291,9 @@ TEST_F(LinkContract, CountsWhatIsBeyondAHostsAllowance) {
 TEST_F(LinkContract, RemembersForAnHourTheLastFourWhoSaidTheSame) {
   GivenPublished(Claim::shared, {kPtr});
   for (unsigned host = 2; host <= 6; ++host) {
-    HearsResponse({.answers = {kPtr}, .from = Host(host)});
-    HearsResponse({.answers = {kPtr}, .from = Host(host)});
-    HearsResponse({.answers = {kAddress}, .from = Host(host + 10)});
+    ReceivesResponse({.answers = {kPtr}, .from = Host(host)});
+    ReceivesResponse({.answers = {kPtr}, .from = Host(host)});
+    ReceivesResponse({.answers = {kAddress}, .from = Host(host + 10)});
     After(1_s);
   }
   EXPECT_THAT(link_figures(*link, now).siblings, UnorderedElementsAre(Host(3), Host(4), Host(5), Host(6)));

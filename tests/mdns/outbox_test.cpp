@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The pace of what goes out, and the recognition of own datagrams that come back.
+// The rate limit of sent datagrams, and the recognition of own datagrams that are looped back.
 #include "mdns/link_fixture.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@ const Record kPtr = Ptr("_ipp._tcp.local", "P._ipp._tcp.local");
 
 class Outbox : public LinkTest {
  protected:
-  // The most datagrams, one for each protocol, that went out within any such time.
+  // The most datagrams, one for each protocol, that were sent within any such time.
   std::size_t MostWithin(Time span) const {
     std::vector<Time> times;
     for (const Sent& one : sent) {
@@ -68,7 +68,7 @@ TEST_F(Outbox, LetsAnswersPassAnnouncements) {
   Mark();
   Asks(Qm("printer.local", kTypeA));
   After(20_ms);
-  EXPECT_THAT(SaidAt(Unique(A("printer.local", 1))), SizeIs(1));
+  EXPECT_THAT(SentAt(Unique(A("printer.local", 1))), SizeIs(1));
 }
 
 TEST_F(Outbox, SendsNoDatagramThatIsLargerThanTheMtu) {
@@ -104,7 +104,7 @@ TEST_F(Outbox, DoesNotTakeItsOwnDatagramForAnotherHosts) {
   EXPECT_EQ(link_counts(*link).sources, 0u);
 }
 
-TEST_F(Outbox, HearsTheSameBytesOfAnotherProgramOfTheMachine) {
+TEST_F(Outbox, ReceivesTheSameBytesOfAnotherProgramOfTheMachine) {
   Publish(Claim::shared, {kPtr});
   After(10_ms);
   ASSERT_THAT(Responses(), SizeIs(1));
@@ -112,7 +112,7 @@ TEST_F(Outbox, HearsTheSameBytesOfAnotherProgramOfTheMachine) {
   EXPECT_EQ(link_counts(*link).cached, 1u);
 }
 
-TEST_F(Outbox, HearsTheSameBytesOverTheOtherProtocol) {
+TEST_F(Outbox, ReceivesTheSameBytesOverTheOtherProtocol) {
   Publish(Claim::shared, {kPtr});
   After(10_ms);
   ASSERT_THAT(Responses(), SizeIs(1));

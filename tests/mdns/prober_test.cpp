@@ -112,14 +112,14 @@ TEST_F(Prober, AsksForAllTypesAndProposesAllRecords) {
   EXPECT_EQ(Queries()[0].flags, 0u);
 }
 
-TEST_F(Prober, SaysNothingOfTheNameBeforeItOwnsIt) {
+TEST_F(Prober, SendsNothingOfTheNameBeforeItOwnsIt) {
   GivenProbing({kSrv, kTxt});
   Asks(Qm("P._ipp._tcp.local", kTypeSrv));
   Asks(Qm("P._ipp._tcp.local", kTypeA));
   Publish(Claim::shared, {Ptr("_ipp._tcp.local", "P._ipp._tcp.local")});
   Asks(Qm("_ipp._tcp.local", kTypePtr));
   After(740_ms);
-  EXPECT_THAT(Said(), Each(Field("type", &Record::type, kTypePtr)));
+  EXPECT_THAT(SentRecords(), Each(Field("type", &Record::type, kTypePtr)));
   EXPECT_THAT(Replies(), IsEmpty());
 }
 
@@ -127,7 +127,7 @@ TEST_F(Prober, SaysNothingOfTheNameBeforeItOwnsIt) {
 
 TEST_F(Prober, LosesTheNameToAnyOtherDataOfItsTypes) {
   const PublicationId id = GivenProbing({kSrv, kTxt});
-  Hears({Unique(Srv("P._ipp._tcp.local", "other.local"))});
+  ReceivesAnswers({Unique(Srv("P._ipp._tcp.local", "other.local"))});
   After(5_s);
   EXPECT_THAT(ConflictAt(id), ElementsAre(0_s));
   EXPECT_THAT(EstablishedAt(id), IsEmpty());
@@ -136,42 +136,42 @@ TEST_F(Prober, LosesTheNameToAnyOtherDataOfItsTypes) {
 
 TEST_F(Prober, LosesTheNameToARecordOfAnotherType) {
   const PublicationId id = GivenProbing({kSrv, kTxt});
-  Hears({Unique(A("P._ipp._tcp.local", 9))});
+  ReceivesAnswers({Unique(A("P._ipp._tcp.local", 9))});
   EXPECT_THAT(ConflictAt(id), ElementsAre(0_s));
 }
 
 TEST_F(Prober, LosesTheNameToARecordOfAnotherTypeWithoutTheCacheFlushBit) {
   const PublicationId id = GivenProbing({kSrv, kTxt});
-  Hears({A("P._ipp._tcp.local", 9)});
+  ReceivesAnswers({A("P._ipp._tcp.local", 9)});
   EXPECT_THAT(ConflictAt(id), ElementsAre(0_s));
 }
 
 TEST_F(Prober, LosesTheNameToARecordInAnySectionOfAResponse) {
   const PublicationId id = GivenProbing({kSrv, kTxt});
-  HearsResponse({.additionals = {Unique(Txt("P._ipp._tcp.local", "a=2"))}});
+  ReceivesResponse({.additionals = {Unique(Txt("P._ipp._tcp.local", "a=2"))}});
   EXPECT_THAT(ConflictAt(id), ElementsAre(0_s));
   const PublicationId again = GivenProbing({kSrv, kTxt});
-  HearsResponse({.authorities = {Unique(Txt("P._ipp._tcp.local", "a=2"))}});
+  ReceivesResponse({.authorities = {Unique(Txt("P._ipp._tcp.local", "a=2"))}});
   EXPECT_THAT(ConflictAt(again), ElementsAre(0_s));
 }
 
 TEST_F(Prober, LosesTheNameToOneDifferentRecordAmongIdenticalOnes) {
   const PublicationId id = GivenProbing({kSrv, kTxt});
-  Hears({Unique(kSrv), Unique(Txt("P._ipp._tcp.local", "a=2"))});
+  ReceivesAnswers({Unique(kSrv), Unique(Txt("P._ipp._tcp.local", "a=2"))});
   EXPECT_THAT(ConflictAt(id), ElementsAre(0_s));
 }
 
 TEST_F(Prober, LosesTheNameUntil250MsAfterTheThirdProbe) {
   const PublicationId id = GivenProbing({kSrv});
   After(749_ms);
-  Hears({Unique(Srv("P._ipp._tcp.local", "other.local"))});
+  ReceivesAnswers({Unique(Srv("P._ipp._tcp.local", "other.local"))});
   EXPECT_THAT(ConflictAt(id), ElementsAre(749_ms));
 }
 
 TEST_F(Prober, IgnoresConflictsBeforeTheFirstProbe) {
   const PublicationId id = Publish(Claim::unique, {kSrv});
   ASSERT_THAT(Queries(), IsEmpty());
-  Hears({Unique(Srv("P._ipp._tcp.local", "other.local"))});
+  ReceivesAnswers({Unique(Srv("P._ipp._tcp.local", "other.local"))});
   After(5_s);
   EXPECT_THAT(ConflictAt(id), IsEmpty());
   EXPECT_THAT(EstablishedAt(id), SizeIs(1));
@@ -179,8 +179,8 @@ TEST_F(Prober, IgnoresConflictsBeforeTheFirstProbe) {
 
 TEST_F(Prober, TakesIdenticalDataForNoConflict) {
   const PublicationId id = GivenProbing({kSrv, kTxt});
-  Hears({Unique(kSrv), Unique(kTxt)});
-  Hears({Unique(Srv("p._IPP._tcp.local", "PRINTER.local"))});
+  ReceivesAnswers({Unique(kSrv), Unique(kTxt)});
+  ReceivesAnswers({Unique(Srv("p._IPP._tcp.local", "PRINTER.local"))});
   After(5_s);
   EXPECT_THAT(EstablishedAt(id), ElementsAre(750_ms));
 }
@@ -195,7 +195,7 @@ TEST_F(Prober, TakesTheKnownAnswersOfAQueryForNoConflict) {
 TEST_F(Prober, EndsEveryPublicationThatClaimsALostName) {
   const PublicationId first = Publish(Claim::unique, {kSrv});
   const PublicationId second = GivenProbing({kTxt});
-  Hears({Unique(Txt("P._ipp._tcp.local", "a=2"))});
+  ReceivesAnswers({Unique(Txt("P._ipp._tcp.local", "a=2"))});
   EXPECT_THAT(ConflictAt(first), SizeIs(1));
   EXPECT_THAT(ConflictAt(second), SizeIs(1));
   EXPECT_EQ(link_counts(*link).published, 0u);
@@ -268,7 +268,7 @@ TEST_F(Prober, LosesTheNameToTheWinnerOfSimultaneousProbes) {
   Asks(Probe({A("printer.local", 200)}));
   After(1100_ms);
   EXPECT_THAT(ConflictAt(id), IsEmpty());
-  Hears({Unique(A("printer.local", 200))});
+  ReceivesAnswers({Unique(A("printer.local", 200))});
   EXPECT_THAT(ConflictAt(id), ElementsAre(1100_ms));
 }
 
@@ -276,17 +276,17 @@ TEST_F(Prober, LosesTheNameToTheWinnerOfSimultaneousProbes) {
 
 TEST_F(Prober, ProbesAgainForAnOwnedNameThatAnotherHostUses) {
   GivenPublished(Claim::unique, {kSrv});
-  Hears({Unique(Srv("P._ipp._tcp.local", "other.local"))});
+  ReceivesAnswers({Unique(Srv("P._ipp._tcp.local", "other.local"))});
   After(5_s);
   ASSERT_THAT(ProbedAt(), SizeIs(3));
   EXPECT_LE(ProbedAt()[0], 250_ms);
-  EXPECT_THAT(SaidAt(kSaidSrv), SizeIs(2));
+  EXPECT_THAT(SentAt(kSaidSrv), SizeIs(2));
   EXPECT_THAT(reported, IsEmpty());
 }
 
 TEST_F(Prober, IsSilentWhileItProbesAgain) {
   GivenPublished(Claim::unique, {kSrv});
-  Hears({Unique(Srv("P._ipp._tcp.local", "other.local"))});
+  ReceivesAnswers({Unique(Srv("P._ipp._tcp.local", "other.local"))});
   Asks(Qm("P._ipp._tcp.local", kTypeSrv));
   After(700_ms);
   EXPECT_THAT(Responses(), IsEmpty());
@@ -294,32 +294,32 @@ TEST_F(Prober, IsSilentWhileItProbesAgain) {
 
 TEST_F(Prober, LosesAnOwnedNameThatAnotherHostDefends) {
   GivenPublished(Claim::unique, {kSrv});
-  Hears({Unique(Srv("P._ipp._tcp.local", "other.local"))});
+  ReceivesAnswers({Unique(Srv("P._ipp._tcp.local", "other.local"))});
   ASSERT_TRUE(AfterUntil(250_ms, [this] { return !Queries().empty(); }));
-  Hears({Unique(Srv("P._ipp._tcp.local", "other.local"))});
+  ReceivesAnswers({Unique(Srv("P._ipp._tcp.local", "other.local"))});
   ASSERT_THAT(reported, SizeIs(1));
   EXPECT_EQ(reported[0].event.kind, Event::Kind::conflict);
   After(5_s);
-  EXPECT_THAT(Said(), IsEmpty());
+  EXPECT_THAT(SentRecords(), IsEmpty());
 }
 
-TEST_F(Prober, KeepsAnOwnedNameThatAnotherHostSaysTheSameOf) {
+TEST_F(Prober, KeepsAnOwnedNameThatAnotherHostSendsTheSameFor) {
   GivenPublished(Claim::unique, {kSrv, kTxt});
-  Hears({Unique(kSrv), Unique(kTxt)});
+  ReceivesAnswers({Unique(kSrv), Unique(kTxt)});
   After(5_s);
   EXPECT_THAT(sent, IsEmpty());
 }
 
-TEST_F(Prober, KeepsAnOwnedNameWhenAnotherHostSaysGoodbyeToOtherDataOfIt) {
+TEST_F(Prober, KeepsAnOwnedNameWhenAnotherHostSendsAGoodbyeForOtherDataOfIt) {
   GivenPublished(Claim::unique, {kSrv});
-  Hears({Goodbye(Srv("P._ipp._tcp.local", "other.local"))});
+  ReceivesAnswers({Goodbye(Srv("P._ipp._tcp.local", "other.local"))});
   After(5_s);
   EXPECT_THAT(sent, IsEmpty());
 }
 
 TEST_F(Prober, TakesOtherDataOfASharedNameForNoConflict) {
   GivenPublished(Claim::shared, {Ptr("_ipp._tcp.local", "P._ipp._tcp.local")});
-  Hears({Ptr("_ipp._tcp.local", "Q._ipp._tcp.local")});
+  ReceivesAnswers({Ptr("_ipp._tcp.local", "Q._ipp._tcp.local")});
   After(5_s);
   EXPECT_THAT(sent, IsEmpty());
   EXPECT_THAT(reported, IsEmpty());
@@ -332,7 +332,7 @@ TEST_F(Prober, ProbesAndAnnouncesAnewWhenTheLinkComesBack) {
   link_restart(*link, now, true);
   After(5_s);
   EXPECT_THAT(ProbedAt(), SizeIs(3));
-  EXPECT_THAT(SaidAt(kSaidSrv), SizeIs(2));
+  EXPECT_THAT(SentAt(kSaidSrv), SizeIs(2));
   EXPECT_THAT(reported, IsEmpty());
 }
 
@@ -341,7 +341,7 @@ TEST_F(Prober, ProbesAndAnnouncesAnewWhenAProtocolComes) {
   link_set_protocols(*link, now, kBothProtocols);
   After(5_s);
   EXPECT_THAT(ProbedAt(), SizeIs(3));
-  EXPECT_THAT(SaidAt(kSaidSrv), SizeIs(2));
+  EXPECT_THAT(SentAt(kSaidSrv), SizeIs(2));
 }
 
 TEST_F(Prober, DoesNothingWhenAProtocolGoes) {

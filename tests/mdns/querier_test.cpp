@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What the link asks, and when (RFC 6762 sections 5.2, 5.4, 6.1 and 7.1 to 7.3).
+// The questions that the link sends, and when (RFC 6762 sections 5.2, 5.4, 6.1 and 7.1 to 7.3).
 #include "mdns/link_fixture.h"
 
 namespace mdns::test {
@@ -79,7 +79,7 @@ TEST_F(Querier, DoublesEachIntervalAlsoBesideOtherQuestionsThatShareItsPackets) 
   }
 }
 
-// Section 5.2 says "should" of the 20 ms; that fewer packets are sent is worth more.
+// The 20 ms of section 5.2 are a "should"; sending fewer packets is worth more.
 TEST_F(Querier, AsksAtOnceInThePacketOfAQuestionThatIsDueWithinATenthOfASecond) {
   for (std::uint64_t seed = 1; seed <= 100; ++seed) {
     GivenLink(kIpv4, seed);
@@ -169,7 +169,7 @@ TEST_F(Querier, BeginsANewLifetimeWithEachAnswer) {
   GivenAsked("printer.local", kTypeTxt, {Ttl(Unique(Txt("printer.local", "a")), 100)});
   After(83_s);
   EXPECT_THAT(Queries(), SizeIs(1));
-  Hears({Ttl(Unique(Txt("printer.local", "a")), 200)});
+  ReceivesAnswers({Ttl(Unique(Txt("printer.local", "a")), 200)});
   Mark();
   After(159_s);
   EXPECT_THAT(Queries(), IsEmpty());
@@ -178,7 +178,7 @@ TEST_F(Querier, BeginsANewLifetimeWithEachAnswer) {
 }
 
 TEST_F(Querier, DoesNotRefreshWhatNobodyAsksFor) {
-  Hears({Unique(A("printer.local", 1))});
+  ReceivesAnswers({Unique(A("printer.local", 1))});
   After(3_min);
   EXPECT_THAT(Queries(), IsEmpty());
 }
@@ -192,7 +192,7 @@ TEST_F(Querier, DoesNotRefreshWhatNobodyAsksForAnyMore) {
 }
 
 TEST_F(Querier, RefreshesWhatWasCachedBeforeAnybodyAsked) {
-  Hears({Unique(A("printer.local", 1))});
+  ReceivesAnswers({Unique(A("printer.local", 1))});
   After(40_s);
   Start("printer.local", kTypeA);
   Mark();
@@ -254,20 +254,20 @@ TEST_F(Querier, DoesNotListWhatHasLessThanHalfOfItsTtlLeft) {
   EXPECT_THAT(Queries(), SizeIs(Ge(9u)));
 }
 
-TEST_F(Querier, DoesNotListWhatHasSaidGoodbye) {
+TEST_F(Querier, DoesNotListARecordWithAGoodbye) {
   GivenAsked("_ipp._tcp.local", kTypePtr, {Ptr("_ipp._tcp.local", "P._ipp._tcp.local")});
   After(700_ms);
-  Hears({Goodbye(Ptr("_ipp._tcp.local", "P._ipp._tcp.local"))});
+  ReceivesAnswers({Goodbye(Ptr("_ipp._tcp.local", "P._ipp._tcp.local"))});
   Mark();
   After(400_ms);
   ASSERT_THAT(Queries(), SizeIs(Ge(1u)));
   EXPECT_THAT(Queries()[0].message.answers, IsEmpty());
 }
 
-TEST_F(Querier, ListsWhatItPublishesItselfAlsoWhenAnotherHostSaidItLongAgo) {
+TEST_F(Querier, ListsWhatItPublishesItselfAlsoWhenAnotherHostSentItLongAgo) {
   const Record ptr = Ptr("_ipp._tcp.local", "P._ipp._tcp.local");
   GivenPublished(Claim::shared, {ptr});
-  Hears({ptr});
+  ReceivesAnswers({ptr});
   After(50_min);
   Mark();
   Start("_ipp._tcp.local", kTypePtr);
@@ -363,7 +363,7 @@ TEST_F(Querier, NeedsNoRefreshOfItsOwnOnceAnotherHostsQuestionHasBeenAnswered) {
   After(refresh - now - 1_ms);
   Asks(Qm("printer.local", kTypeA));
   After(10_ms);
-  Hears({Unique(A("printer.local", 1))});
+  ReceivesAnswers({Unique(A("printer.local", 1))});
   After(90_s);
   EXPECT_THAT(Queries(), IsEmpty());
 }
@@ -372,38 +372,38 @@ TEST_F(Querier, NeedsNoRefreshOfItsOwnOnceAnotherHostsQuestionHasBeenAnswered) {
 
 TEST_F(Querier, TakesAnAnswerFromAResponseToAnotherHostsQuestion) {
   GivenAsked("printer.local", kTypeA);
-  HearsResponse({.additionals = {Unique(A("printer.local", 1))}, .questions = {Qm("other.local", kTypeA)}, .id = 4711});
+  ReceivesResponse({.additionals = {Unique(A("printer.local", 1))}, .questions = {Qm("other.local", kTypeA)}, .id = 4711});
   EXPECT_THAT(AddedAt(A("printer.local", 1)), ElementsAre(0_s));
 }
 
 TEST_F(Querier, TakesNoAnswerFromAnotherPortThan5353) {
   GivenAsked("printer.local", kTypeA);
-  HearsResponse({.answers = {Unique(A("printer.local", 1))}, .from = Host(2, 5354)});
+  ReceivesResponse({.answers = {Unique(A("printer.local", 1))}, .from = Host(2, 5354)});
   EXPECT_THAT(reported, IsEmpty());
 }
 
 TEST_F(Querier, TakesNoAnswerByUnicastSinceItAsksForNone) {
   GivenAsked("printer.local", kTypeA);
-  HearsResponse({.answers = {Unique(A("printer.local", 1))}, .to_group = false});
+  ReceivesResponse({.answers = {Unique(A("printer.local", 1))}, .to_group = false});
   EXPECT_THAT(reported, IsEmpty());
 }
 
 TEST_F(Querier, TakesAMulticastAnswerWhateverItsSourceAddress) {
   GivenAsked("printer.local", kTypeA);
-  HearsResponse({.answers = {Unique(A("printer.local", 1))}, .from = Host(200), .is_local = false});
+  ReceivesResponse({.answers = {Unique(A("printer.local", 1))}, .from = Host(200), .is_local = false});
   EXPECT_THAT(AddedAt(A("printer.local", 1)), ElementsAre(0_s));
 }
 
 TEST_F(Querier, TakesNoAnswerWithAnOpcodeOrAnErrorCode) {
   GivenAsked("printer.local", kTypeA);
-  HearsResponse({.answers = {Unique(A("printer.local", 1))}, .flags = 0x8400 | 1u << 11});
-  HearsResponse({.answers = {Unique(A("printer.local", 1))}, .flags = 0x8400 | 3u});
+  ReceivesResponse({.answers = {Unique(A("printer.local", 1))}, .flags = 0x8400 | 1u << 11});
+  ReceivesResponse({.answers = {Unique(A("printer.local", 1))}, .flags = 0x8400 | 3u});
   EXPECT_THAT(reported, IsEmpty());
 }
 
 TEST_F(Querier, TakesAnAnswerWhateverItsOtherFlags) {
   GivenAsked("printer.local", kTypeA);
-  HearsResponse({.answers = {Unique(A("printer.local", 1))}, .flags = 0x83F0});
+  ReceivesResponse({.answers = {Unique(A("printer.local", 1))}, .flags = 0x83F0});
   EXPECT_THAT(AddedAt(A("printer.local", 1)), ElementsAre(0_s));
 }
 

@@ -197,7 +197,7 @@ TEST(ReadMessage, RefusesPointersThatDoNotLeadBackwards) {
   EXPECT_THAT(read_answers(2, first + record(pointer(kBody + 2), kTypeA, kAddress)).answers, SizeIs(2));
 }
 
-// The label that is pointed to would reach over the name that points to it.
+// The label that the pointer leads to reaches into the name with the pointer.
 TEST(ReadMessage, RefusesANameThatRunsIntoItself) {
   const std::string first = record(name("a"), 65280, "\5\1");
   const std::string second = record(pointer(kBody + first.size() - 2), kTypeA, kAddress);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// When answers are given, and whether by multicast or to one host (RFC 6762 sections 5.4, 5.5, 6, 6.3 and 11).
+// When answers are sent, and whether by multicast or unicast (RFC 6762 sections 5.4, 5.5, 6, 6.3 and 11).
 #include "mdns/link_fixture.h"
 
 namespace mdns::test {
@@ -50,7 +50,7 @@ TEST_F(Responder, AnswersWithUniqueRecordsWithin10Ms) {
   EXPECT_LE(most, 10_ms);
 }
 
-// Everything takes 250 packets over two protocols, half a second at the pace of the link.
+// All answers take 250 packets over two protocols, which is half a second at the rate limit of the link.
 TEST_F(Responder, AnswersOthersAtOnceBesideAHostThatAsksForEverything) {
   GivenLink(kBothProtocols);
   const auto instance = [](int number) { return "P" + std::to_string(number) + "._ipp._tcp.local"; };
@@ -75,10 +75,10 @@ TEST_F(Responder, AnswersOthersAtOnceBesideAHostThatAsksForEverything) {
     const Time asked_at = now - begin;
     LinkTest::Asks(Query{.questions = {Qm(instance(other), kTypeSrv)}, .from = Host(3)});
     After(50_ms);
-    EXPECT_THAT(SaidAt(Unique(Srv(instance(other), host(other)))), ElementsAre(Le(asked_at + 25_ms))) << other;
+    EXPECT_THAT(SentAt(Unique(Srv(instance(other), host(other)))), ElementsAre(Le(asked_at + 25_ms))) << other;
   }
   After(1_s);
-  EXPECT_THAT(Said(), SizeIs(Ge(2 * 2010u)));
+  EXPECT_THAT(SentRecords(), SizeIs(Ge(2 * 2010u)));
 }
 
 TEST_F(Responder, AnswersQueriesWithTheTcBitAfterARandom400To500Ms) {
@@ -131,10 +131,10 @@ TEST_F(Responder, MulticastsARecordOncePerSecond) {
     Asks(Qm("_ipp._tcp.local", kTypePtr));
     After(100_ms);
   }
-  const std::vector<Time> said = SaidAt(kPtr);
-  ASSERT_THAT(said, SizeIs(5));
-  for (std::size_t i = 1; i < said.size(); ++i) {
-    EXPECT_GE(said[i] - said[i - 1], 1_s);
+  const std::vector<Time> times = SentAt(kPtr);
+  ASSERT_THAT(times, SizeIs(5));
+  for (std::size_t i = 1; i < times.size(); ++i) {
+    EXPECT_GE(times[i] - times[i - 1], 1_s);
   }
 }
 
@@ -146,9 +146,9 @@ TEST_F(Responder, MulticastsARecordOncePerSecondAlsoBesideItsAnnouncements) {
       After(static_cast<Time>(seed) * 7_ms);
       Asks(Qm("_ipp._tcp.local", kTypePtr));
     }
-    const std::vector<Time> said = SaidAt(kPtr);
-    for (std::size_t i = 1; i < said.size(); ++i) {
-      EXPECT_GE(said[i] - said[i - 1], 1_s) << seed;
+    const std::vector<Time> times = SentAt(kPtr);
+    for (std::size_t i = 1; i < times.size(); ++i) {
+      EXPECT_GE(times[i] - times[i - 1], 1_s) << seed;
     }
   }
 }
@@ -158,7 +158,7 @@ TEST_F(Responder, MulticastsARecordOncePerSecondOverEachProtocol) {
   GivenPublished(Claim::shared, {kPtr});
   Asks(Query{.questions = {Qm("_ipp._tcp.local", kTypePtr)}, .from = Host6(2)});
   After(200_ms);
-  ASSERT_THAT(SaidAt(kPtr), SizeIs(1));
+  ASSERT_THAT(SentAt(kPtr), SizeIs(1));
   Asks(Qm("_ipp._tcp.local", kTypePtr));
   Asks(Query{.questions = {Qm("_ipp._tcp.local", kTypePtr)}, .from = Host6(2)});
   After(2_s);
@@ -178,7 +178,7 @@ TEST_F(Responder, MulticastsARecordInAnswerToProbesEach250Ms) {
     Asks(Probe({Srv("P._ipp._tcp.local", "other.local")}));
     After(100_ms);
   }
-  EXPECT_THAT(SaidAt(Unique(kSrv)), ElementsAre(0_s, 250_ms, 500_ms, 750_ms, 1_s));
+  EXPECT_THAT(SentAt(Unique(kSrv)), ElementsAre(0_s, 250_ms, 500_ms, 750_ms, 1_s));
 }
 
 TEST_F(Responder, DefendsANameInTheSecondAfterAnAnswer) {
@@ -187,7 +187,7 @@ TEST_F(Responder, DefendsANameInTheSecondAfterAnAnswer) {
   After(100_ms);
   Asks(Probe({Srv("P._ipp._tcp.local", "other.local")}));
   After(500_ms);
-  EXPECT_THAT(SaidAt(Unique(kSrv)), ElementsAre(0_s, 250_ms));
+  EXPECT_THAT(SentAt(Unique(kSrv)), ElementsAre(0_s, 250_ms));
 }
 
 // --- 5.4 and 5.5: QU questions and direct queries
@@ -211,7 +211,7 @@ TEST_F(Responder, AnswersAQuQuestionByMulticastIfAQuarterOfTheTtlHasPassed) {
   Mark();
   Asks(Qu("P._ipp._tcp.local", kTypeSrv));
   After(1_s);
-  EXPECT_THAT(SaidAt(Unique(kSrv)), SizeIs(1));
+  EXPECT_THAT(SentAt(Unique(kSrv)), SizeIs(1));
   EXPECT_THAT(Replies(), IsEmpty());
 }
 
@@ -254,7 +254,7 @@ TEST_F(Responder, AnswersAQuQuestionFromAnotherNetworkByMulticast) {
   GivenPublished(Claim::unique, {kSrv});
   Asks(Query{.questions = {Qu("P._ipp._tcp.local", kTypeSrv)}, .is_local = false});
   After(1_s);
-  EXPECT_THAT(SaidAt(Unique(kSrv)), SizeIs(1));
+  EXPECT_THAT(SentAt(Unique(kSrv)), SizeIs(1));
   EXPECT_THAT(Replies(), IsEmpty());
 }
 
@@ -267,7 +267,7 @@ TEST_F(Responder, AnswersNoQueryWithAnOpcodeOrAnErrorCode) {
   EXPECT_THAT(sent, IsEmpty());
   Receives(header(0x05F0, {1, 0, 0, 0}, 99) + question, Host(2));
   After(2_s);
-  EXPECT_THAT(Said(), ElementsAre(kPtr));
+  EXPECT_THAT(SentRecords(), ElementsAre(kPtr));
 }
 
 }  // namespace

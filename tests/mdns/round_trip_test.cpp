@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Any message that the writer writes is read as what was put in; any damage to it is survived.
+// The reader gives back whatever message the writer wrote; damaged messages do no harm.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@
 namespace mdns {
 namespace {
 
-// Random names and records, of few enough labels that names share their ends often.
+// Random names and records, made of so few labels that names often share a suffix.
 struct Maker {
   Random random;
 
@@ -82,38 +82,38 @@ std::string shown(const Record& record) {
          test::number32(record.ttl) + record.rdata;
 }
 
-// What a message says, by section.
-using Said = std::vector<std::vector<std::string>>;
+// The questions and records of a message as texts, by section.
+using Sections = std::vector<std::vector<std::string>>;
 
-Said said_by(const Message& message) {
-  Said said(4);
+Sections sections_of(const Message& message) {
+  Sections sections(4);
   for (const Question& each : message.questions) {
-    said[0].push_back(shown(each));
+    sections[0].push_back(shown(each));
   }
   std::size_t section = 1;
   for (const std::vector<Record>* records : {&message.answers, &message.authorities, &message.additionals}) {
     for (const Record& each : *records) {
-      said[section].push_back(shown(each));
+      sections[section].push_back(shown(each));
     }
     ++section;
   }
-  return said;
+  return sections;
 }
 
 struct Written {
   std::vector<std::uint8_t> bytes;
-  Said said;
+  Sections sections;
 };
 
 Written write_any(Maker& maker) {
-  Written written{.bytes = {}, .said = Said(4)};
+  Written written{.bytes = {}, .sections = Sections(4)};
   Writer writer = writer_new(maker.below(2) == 0);
   writer.max = 200 + maker.below(4000);
   writer.compresses_srv = maker.below(4) != 0;
   for (std::size_t left = maker.below(20); left > 0; --left) {
     const Question question{.name = maker.name(), .type = maker.type(), .unicast_response = maker.below(2) == 0};
     if (writer_add_question(writer, question.name, question.type, question.unicast_response)) {
-      written.said[0].push_back(shown(question));
+      written.sections[0].push_back(shown(question));
     }
   }
   for (const Section section : {Section::answers, Section::authorities, Section::additionals}) {
@@ -126,7 +126,7 @@ Written write_any(Maker& maker) {
           writer_add_record(writer, section, record.name, record.type, record.ttl, record.cache_flush, record.rdata);
       EXPECT_TRUE(is_added || !has_room) << "there was room";
       if (is_added) {
-        written.said[static_cast<std::size_t>(section)].push_back(shown(record));
+        written.sections[static_cast<std::size_t>(section)].push_back(shown(record));
       }
     }
   }
@@ -142,7 +142,7 @@ TEST(RoundTrip, WhatIsWrittenIsRead) {
     const Written written = write_any(maker);
     const std::optional<Message> message = read_message(written.bytes);
     ASSERT_TRUE(message.has_value());
-    ASSERT_EQ(said_by(*message), written.said) << "message " << i;
+    ASSERT_EQ(sections_of(*message), written.sections) << "message " << i;
   }
 }
 

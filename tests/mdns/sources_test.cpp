@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The allowance of each host, so that one that floods the link takes nothing from the others.
+// The token bucket of each host: datagrams of a host that floods the link are dropped, those of the others are not.
 #include "mdns/link_fixture.h"
 
 namespace mdns::test {
@@ -9,23 +9,23 @@ using testing::SizeIs;
 
 class Sources : public LinkTest {
  protected:
-  // The host says so many datagrams of about 1400 bytes at once.
+  // The host sends so many datagrams of about 1400 bytes at once.
   void Floods(int datagrams, const Endpoint& from) {
     const std::vector<Record> records(100, Goodbye(A("nobody.local", 9)));
     for (int i = 0; i < datagrams; ++i) {
-      HearsResponse({.answers = {records.begin(), records.begin() + 48}, .from = from});
+      ReceivesResponse({.answers = {records.begin(), records.begin() + 48}, .from = from});
     }
   }
 
   std::uint64_t Ignored() const { return link_counts(*link).ignored; }
 };
 
-TEST_F(Sources, HearsABurstOfTwoMegabytesWhole) {
+TEST_F(Sources, ReceivesABurstOfTwoMegabytesWhole) {
   Floods(1300, Host(66));
   EXPECT_EQ(Ignored(), 0u);
 }
 
-TEST_F(Sources, IgnoresWhatAHostSaysBeyondItsAllowance) {
+TEST_F(Sources, IgnoresWhatAHostSendsBeyondItsAllowance) {
   Floods(3000, Host(66));
   EXPECT_GT(Ignored(), 1400u);
   const std::uint64_t steps = link_counts(*link).steps;
@@ -33,18 +33,18 @@ TEST_F(Sources, IgnoresWhatAHostSaysBeyondItsAllowance) {
   EXPECT_EQ(link_counts(*link).steps, steps);
 }
 
-TEST_F(Sources, HearsTheOthersWhileOneFloodsTheLink) {
+TEST_F(Sources, ReceivesTheOthersWhileOneFloodsTheLink) {
   Start("printer.local", kTypeA);
   Floods(5000, Host(66));
-  Hears({Unique(A("printer.local", 1))});
+  ReceivesAnswers({Unique(A("printer.local", 1))});
   EXPECT_THAT(AddedAt(A("printer.local", 1)), SizeIs(1));
 }
 
-TEST_F(Sources, HearsTheHostAgainASecondLater) {
+TEST_F(Sources, ReceivesTheHostAgainASecondLater) {
   Start("printer.local", kTypeA);
   Floods(5000, Host(66));
   After(1_s);
-  HearsResponse({.answers = {Unique(A("printer.local", 1))}, .from = Host(66)});
+  ReceivesResponse({.answers = {Unique(A("printer.local", 1))}, .from = Host(66)});
   EXPECT_THAT(AddedAt(A("printer.local", 1)), SizeIs(1));
 }
 
@@ -61,7 +61,7 @@ TEST_F(Sources, KeepsABoundedNumberOfHosts) {
     Endpoint host = Host(0);
     host.address[2] = static_cast<std::uint8_t>(i >> 8);
     host.address[3] = static_cast<std::uint8_t>(i);
-    HearsResponse({.answers = {Unique(A("h" + std::to_string(i) + ".local", 1))}, .from = host});
+    ReceivesResponse({.answers = {Unique(A("h" + std::to_string(i) + ".local", 1))}, .from = host});
   }
   EXPECT_EQ(link_counts(*link).sources, 1024u);
   After(80_min);

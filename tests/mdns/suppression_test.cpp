@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Answers that need not be given, and those that must be given again (RFC 6762 sections 6.6, 7.1, 7.2 and 7.4).
+// Answers that are suppressed, and records that must be sent again (RFC 6762 sections 6.6, 7.1, 7.2 and 7.4).
 #include "mdns/link_fixture.h"
 
 namespace mdns::test {
@@ -24,7 +24,7 @@ class Suppression : public LinkTest {
     LinkTest::Asks(Query{.questions = {kQuestion}, .known = known, .from = from});
   }
 
-  // The first packet of a query whose list of known answers goes on.
+  // The first packet of a query whose known answers continue in another one.
   void BeginsToAsk(const std::vector<Record>& known = {}, Endpoint from = Host(2)) {
     LinkTest::Asks(Query{.questions = {kQuestion}, .known = known, .is_truncated = true, .from = from});
   }
@@ -36,26 +36,26 @@ class Suppression : public LinkTest {
 
 // --- 7.1: known answers
 
-TEST_F(Suppression, GivesNoAnswerThatTheAskerKnowsWithHalfOfItsTtl) {
+TEST_F(Suppression, GivesNoAnswerThatTheQuerierKnowsWithHalfOfItsTtl) {
   GivenPublished(Claim::shared, {kPtr});
   Asks({Ttl(kPtr, 2250)});
   After(2_s);
   EXPECT_THAT(sent, IsEmpty());
 }
 
-TEST_F(Suppression, GivesAnAnswerThatTheAskerKnowsWithLessThanHalfOfItsTtl) {
+TEST_F(Suppression, GivesAnAnswerThatTheQuerierKnowsWithLessThanHalfOfItsTtl) {
   GivenPublished(Claim::shared, {kPtr});
   Asks({Ttl(kPtr, 2249)});
   After(2_s);
-  EXPECT_THAT(Said(), ElementsAre(kPtr));
+  EXPECT_THAT(SentRecords(), ElementsAre(kPtr));
 }
 
-TEST_F(Suppression, GivesTheAnswersThatTheAskerDoesNotKnow) {
+TEST_F(Suppression, GivesTheAnswersThatTheQuerierDoesNotKnow) {
   GivenPublished(Claim::shared, {kPtr});
   GivenPublished(Claim::shared, {kOtherPtr});
   Asks({kPtr});
   After(2_s);
-  EXPECT_THAT(Said(), ElementsAre(kOtherPtr));
+  EXPECT_THAT(SentRecords(), ElementsAre(kOtherPtr));
 }
 
 TEST_F(Suppression, ComparesTheNamesInKnownAnswersWithoutCase) {
@@ -65,28 +65,28 @@ TEST_F(Suppression, ComparesTheNamesInKnownAnswersWithoutCase) {
   EXPECT_THAT(sent, IsEmpty());
 }
 
-TEST_F(Suppression, GivesNoDirectAnswerThatTheAskerKnows) {
+TEST_F(Suppression, GivesNoDirectAnswerThatTheQuerierKnows) {
   GivenPublished(Claim::shared, {kPtr});
   LinkTest::Asks(Query{.questions = {Qu("_ipp._tcp.local", kTypePtr)}, .known = {kPtr}});
   After(2_s);
   EXPECT_THAT(sent, IsEmpty());
 }
 
-TEST_F(Suppression, GivesNoDenialThatTheAskerKnows) {
+TEST_F(Suppression, GivesNoDenialThatTheQuerierKnows) {
   GivenPublished(Claim::unique, {A("printer.local", 1)});
   LinkTest::Asks(Query{.questions = {Qm("printer.local", kTypeAaaa)}, .known = {Ttl(Nsec("printer.local", {kTypeA}), 100)}});
   After(2_s);
   EXPECT_THAT(sent, IsEmpty());
 }
 
-TEST_F(Suppression, GivesADenialOfWhichTheAskerKnowsAnotherVersion) {
+TEST_F(Suppression, GivesADenialOfWhichTheQuerierKnowsAnotherVersion) {
   const Record denial = Nsec("printer.local", {kTypeA});
   GivenPublished(Claim::unique, {A("printer.local", 1)});
   LinkTest::Asks(Query{.questions = {Qm("printer.local", kTypeAaaa)}});
   After(2_s);
   LinkTest::Asks(Query{.questions = {Qm("printer.local", kTypeAaaa)}, .known = {Nsec("printer.local", {kTypeA, kTypeTxt})}});
   After(2_s);
-  EXPECT_THAT(Said(), ElementsAre(Ttl(denial, 120), Ttl(denial, 120)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Ttl(denial, 120), Ttl(denial, 120)));
 }
 
 TEST_F(Suppression, AnswersAnotherHostThatDoesNotKnowTheAnswer) {
@@ -94,7 +94,7 @@ TEST_F(Suppression, AnswersAnotherHostThatDoesNotKnowTheAnswer) {
   Asks({kPtr});
   Asks({}, Host(3));
   After(2_s);
-  EXPECT_THAT(Said(), ElementsAre(kPtr));
+  EXPECT_THAT(SentRecords(), ElementsAre(kPtr));
 }
 
 // --- 7.2: lists in several packets
@@ -106,7 +106,7 @@ TEST_F(Suppression, DropsAnswersThatAreListedInTheFollowingPackets) {
   After(10_ms);
   GoesOn({kPtr});
   After(2_s);
-  EXPECT_THAT(Said(), ElementsAre(kOtherPtr));
+  EXPECT_THAT(SentRecords(), ElementsAre(kOtherPtr));
 }
 
 TEST_F(Suppression, WaitsFor400To500MsAfterTheLastPacketThatIsToBeContinued) {
@@ -117,7 +117,7 @@ TEST_F(Suppression, WaitsFor400To500MsAfterTheLastPacketThatIsToBeContinued) {
   After(390_ms);
   GoesOn({kOtherPtr}, true);
   After(2_s);
-  EXPECT_THAT(SaidAt(kPtr), ElementsAre(Within(1180_ms, 1280_ms)));
+  EXPECT_THAT(SentAt(kPtr), ElementsAre(Within(1180_ms, 1280_ms)));
 }
 
 TEST_F(Suppression, TakesFollowingPacketsOfTheSameHostOnly) {
@@ -126,7 +126,7 @@ TEST_F(Suppression, TakesFollowingPacketsOfTheSameHostOnly) {
   After(10_ms);
   GoesOn({kPtr}, false, Host(3));
   After(2_s);
-  EXPECT_THAT(SaidAt(kPtr), ElementsAre(Within(400_ms, 500_ms)));
+  EXPECT_THAT(SentAt(kPtr), ElementsAre(Within(400_ms, 500_ms)));
 }
 
 TEST_F(Suppression, GivesAnAnswerThatAnotherHostWaitsForToo) {
@@ -136,7 +136,7 @@ TEST_F(Suppression, GivesAnAnswerThatAnotherHostWaitsForToo) {
   Asks({}, Host(3));
   GoesOn({kPtr});
   After(2_s);
-  EXPECT_THAT(SaidAt(kPtr), ElementsAre(Within(30_ms, 130_ms)));
+  EXPECT_THAT(SentAt(kPtr), ElementsAre(Within(30_ms, 130_ms)));
 }
 
 TEST_F(Suppression, DropsAnswersThatAreListedOverEachOfBothProtocols) {
@@ -148,7 +148,7 @@ TEST_F(Suppression, DropsAnswersThatAreListedOverEachOfBothProtocols) {
   GoesOn({kPtr});
   GoesOn({kPtr}, false, Host6(2));
   After(2_s);
-  EXPECT_THAT(Said(), IsEmpty());
+  EXPECT_THAT(SentRecords(), IsEmpty());
 }
 
 TEST_F(Suppression, DefendsANameAtOnceAlsoAgainstAHostWhoseListGoesOn) {
@@ -156,7 +156,7 @@ TEST_F(Suppression, DefendsANameAtOnceAlsoAgainstAHostWhoseListGoesOn) {
   BeginsToAsk();
   LinkTest::Asks(Probe({Srv("P._ipp._tcp.local", "other.local")}));
   After(2_s);
-  EXPECT_THAT(SaidAt(Unique(Srv("P._ipp._tcp.local", "printer.local"))), ElementsAre(0_s));
+  EXPECT_THAT(SentAt(Unique(Srv("P._ipp._tcp.local", "printer.local"))), ElementsAre(0_s));
 }
 
 TEST_F(Suppression, GivesADirectAnswerUnlessItIsListedInTheFollowingPackets) {
@@ -174,7 +174,7 @@ TEST_F(Suppression, GivesNoAnswerThatAnotherHostHasJustGiven) {
   GivenPublished(Claim::shared, {kPtr});
   Asks({});
   After(10_ms);
-  Hears({kPtr});
+  ReceivesAnswers({kPtr});
   After(2_s);
   EXPECT_THAT(sent, IsEmpty());
 }
@@ -183,25 +183,25 @@ TEST_F(Suppression, GivesAnAnswerThatAnotherHostHasGivenWithALowerTtl) {
   GivenPublished(Claim::shared, {kPtr});
   Asks({});
   After(10_ms);
-  Hears({Ttl(kPtr, 4499)});
+  ReceivesAnswers({Ttl(kPtr, 4499)});
   After(2_s);
-  EXPECT_THAT(Said(), ElementsAre(kPtr));
+  EXPECT_THAT(SentRecords(), ElementsAre(kPtr));
 }
 
-TEST_F(Suppression, GivesAnAnswerWhoseGoodbyeAnotherHostSays) {
+TEST_F(Suppression, GivesAnAnswerWhoseGoodbyeAnotherHostSends) {
   GivenPublished(Claim::shared, {kPtr});
   Asks({});
   After(10_ms);
-  Hears({Goodbye(kPtr)});
+  ReceivesAnswers({Goodbye(kPtr)});
   After(2_s);
-  EXPECT_THAT(Said(), ElementsAre(kPtr));
+  EXPECT_THAT(SentRecords(), ElementsAre(kPtr));
 }
 
 TEST_F(Suppression, GivesADirectAnswerAlthoughAnotherHostHasMulticastIt) {
   GivenPublished(Claim::shared, {kPtr});
   LinkTest::Asks(Query{.questions = {Qu("_ipp._tcp.local", kTypePtr)}});
   After(10_ms);
-  Hears({kPtr});
+  ReceivesAnswers({kPtr});
   After(2_s);
   EXPECT_THAT(Replies(), SizeIs(1));
 }
@@ -212,7 +212,7 @@ TEST_F(Suppression, AnswersOverTheProtocolThatTheOtherHostDidNotAnswerOver) {
   Asks({});
   Asks({}, Host6(2));
   After(10_ms);
-  HearsResponse({.answers = {kPtr}, .from = Host6(3)});
+  ReceivesResponse({.answers = {kPtr}, .from = Host6(3)});
   After(2_s);
   ASSERT_THAT(Responses(), SizeIs(1));
   EXPECT_EQ(Responses()[0].protocols, kIpv4);
@@ -220,43 +220,43 @@ TEST_F(Suppression, AnswersOverTheProtocolThatTheOtherHostDidNotAnswerOver) {
 
 // --- 6.6: the same record with a lower TTL
 
-TEST_F(Suppression, AnnouncesWhatAnotherHostSaysWithLessThanHalfOfItsTtl) {
+TEST_F(Suppression, AnnouncesWhatAnotherHostSendsWithLessThanHalfOfItsTtl) {
   GivenPublished(Claim::shared, {kPtr});
-  Hears({Ttl(kPtr, 2249)});
+  ReceivesAnswers({Ttl(kPtr, 2249)});
   After(5_s);
-  EXPECT_THAT(SaidAt(kPtr), ElementsAre(Within(0, 500_ms)));
+  EXPECT_THAT(SentAt(kPtr), ElementsAre(Within(0, 500_ms)));
 }
 
 TEST_F(Suppression, DoesNothingAboutAtLeastHalfOfTheTtl) {
   GivenPublished(Claim::shared, {kPtr});
-  Hears({Ttl(kPtr, 2250)});
+  ReceivesAnswers({Ttl(kPtr, 2250)});
   After(5_s);
   EXPECT_THAT(sent, IsEmpty());
 }
 
 TEST_F(Suppression, RoundsHalfOfAnOddTtlUp) {
   GivenPublished(Claim::shared, {Ttl(kPtr, 5)});
-  Hears({Ttl(kPtr, 2)});
+  ReceivesAnswers({Ttl(kPtr, 2)});
   After(900_ms);
-  EXPECT_THAT(Said(), ElementsAre(Ttl(kPtr, 5)));
+  EXPECT_THAT(SentRecords(), ElementsAre(Ttl(kPtr, 5)));
 }
 
-TEST_F(Suppression, RescuesWhatAnotherHostSaysGoodbyeToWithinTheSecond) {
+TEST_F(Suppression, RescuesARecordFromAnotherHostsGoodbyeWithinTheSecond) {
   GivenPublished(Claim::shared, {kPtr});
-  Hears({Goodbye(kPtr)});
+  ReceivesAnswers({Goodbye(kPtr)});
   After(5_s);
-  EXPECT_THAT(SaidAt(kPtr), ElementsAre(Within(0, 500_ms)));
+  EXPECT_THAT(SentAt(kPtr), ElementsAre(Within(0, 500_ms)));
 }
 
 TEST_F(Suppression, RescuesWithinTheSecondAlsoWhatItHasJustSent) {
   GivenPublished(Claim::shared, {kPtr});
   Asks({});
   After(130_ms);
-  ASSERT_THAT(Said(), SizeIs(1));
+  ASSERT_THAT(SentRecords(), SizeIs(1));
   Mark();
-  Hears({Goodbye(kPtr)});
+  ReceivesAnswers({Goodbye(kPtr)});
   After(5_s);
-  EXPECT_THAT(SaidAt(kPtr), ElementsAre(Within(0, 950_ms)));
+  EXPECT_THAT(SentAt(kPtr), ElementsAre(Within(0, 950_ms)));
 }
 
 TEST_F(Suppression, RescuesNothingElseOfTheRRsetThatWasSentHalfASecondAgo) {
@@ -267,16 +267,16 @@ TEST_F(Suppression, RescuesNothingElseOfTheRRsetThatWasSentHalfASecondAgo) {
   ASSERT_TRUE(Update(id, A("h.local", 4)));
   After(100_ms);
   Mark();
-  Hears({Unique(Goodbye(A("h.local", 2)))});
+  ReceivesAnswers({Unique(Goodbye(A("h.local", 2)))});
   After(800_ms);
-  EXPECT_THAT(SaidAt(Unique(A("h.local", 2))), SizeIs(1));
-  EXPECT_THAT(SaidAt(Unique(A("h.local", 4))), IsEmpty());
+  EXPECT_THAT(SentAt(Unique(A("h.local", 2))), SizeIs(1));
+  EXPECT_THAT(SentAt(Unique(A("h.local", 4))), IsEmpty());
 }
 
 TEST_F(Suppression, RescuesOverBothProtocols) {
   GivenLink(kBothProtocols);
   GivenPublished(Claim::shared, {kPtr});
-  Hears({Goodbye(kPtr)});
+  ReceivesAnswers({Goodbye(kPtr)});
   After(5_s);
   ASSERT_THAT(Responses(), SizeIs(1));
   EXPECT_EQ(Responses()[0].protocols, kBothProtocols);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Names and messages for tests, written down plainly.
+// Names and messages in wire format for tests.
 #pragma once
 
 #include <algorithm>
@@ -40,7 +40,7 @@ inline std::string header(unsigned flags, Counts counts, unsigned id = 0) {
          number16(counts.additionals);
 }
 
-// A record whose owner is given as it stands on the wire.
+// A record; its name is given in wire format.
 inline std::string record(const std::string& owner, unsigned type, const std::string& rdata, unsigned klass = 1,
                           std::uint32_t ttl = 120) {
   return owner + number16(type) + number16(klass) + number32(ttl) + number16(static_cast<unsigned>(rdata.size())) + rdata;

@@ -86,7 +86,7 @@ TEST_F(WriterTest, CompressesNamesInRdataOfEveryTypeThatHasThem) {
                 record(pointer(kBody), kTypeSoa, pointer(kBody) + pointer(kBody + 2) + std::string(20, '\7')));
 }
 
-TEST_F(WriterTest, LeavesTheTargetOfSrvAsItIsWhenToldSo) {
+TEST_F(WriterTest, LeavesTheTargetOfSrvAsItIsWhenItIsToBe) {
   writer.compresses_srv = false;
   add(name("a.local"), kTypeSrv, srv(631, "a.local"));
   add(name("a.local"), kTypePtr, name("a.local"));
@@ -106,7 +106,7 @@ TEST_F(WriterTest, WritesTheRootWithoutAPointer) {
   EXPECT_EQ(text(writer_take(writer)), header(kResponse, {.answers = 1}) + record(name(""), kTypePtr, name("")));
 }
 
-// Each label is the same as the one before it: nothing may be taken for known before it is written.
+// All labels are the same: the writer must not point to a name that is not written yet.
 TEST_F(WriterTest, WritesNamesThatRepeatTheirOwnLabels) {
   add(name("a.a.a.a"), kTypePtr, name("a.a.a.a.a"));
   add(name("a.a"), kTypeA, kAddress);
@@ -162,7 +162,7 @@ TEST_F(WriterTest, RefusesRecordsOfAnyLength) {
   EXPECT_TRUE(writer_is_empty(writer));
 }
 
-// More names than the writer can remember: those that it has forgotten are written in full.
+// More names than Writer::names has room for: those that are not in it are written in full.
 TEST_F(WriterTest, WritesMoreNamesThanItRemembers) {
   writer.max = 1 << 20;
   const int count = 5000;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The name of a host that is elsewhere: published as long as nobody on the link owns it.
+// Claim::yielding, for a host of another link: its name is published as long as no host of this link owns it.
 #include "mdns/link_fixture.h"
 
 namespace mdns::test {
@@ -16,7 +16,7 @@ const Record kOtherAddress = A("printer.local", 9);
 
 class Yielding : public LinkTest {
  protected:
-  // The name is looked for since now.
+  // Publishes the address as yielding and waits for the first probe. Marks.
   PublicationId GivenLookedFor() {
     const PublicationId id = Publish(Claim::yielding, {kAddress});
     EXPECT_TRUE(AfterUntil(250_ms, [this] { return !Queries().empty(); }));
@@ -24,7 +24,7 @@ class Yielding : public LinkTest {
     return id;
   }
 
-  // Looks for the name without publishing anything under it yet.
+  // Probes for the name without publishing anything under it yet.
   PublicationId LookFor(std::string_view labels) {
     const PublicationId id = publish(*link, now, A(labels, 1).name, {}, Claim::yielding, 7);
     Settle();
@@ -32,7 +32,7 @@ class Yielding : public LinkTest {
   }
 };
 
-// --- The look before
+// --- Probing before the announcement
 
 TEST_F(Yielding, LooksForTheNameWithoutClaimingIt) {
   const PublicationId id = Publish(Claim::yielding, {kAddress});
@@ -48,22 +48,22 @@ TEST_F(Yielding, AnnouncesTheAddressAsSharedWhenNobodyHasTheName) {
   const PublicationId id = GivenLookedFor();
   After(2_s);
   EXPECT_THAT(EstablishedAt(id), ElementsAre(750_ms));
-  EXPECT_THAT(SaidAt(kAddress), SizeIs(2));
-  EXPECT_THAT(SaidAt(Unique(kAddress)), IsEmpty());
+  EXPECT_THAT(SentAt(kAddress), SizeIs(2));
+  EXPECT_THAT(SentAt(Unique(kAddress)), IsEmpty());
 }
 
-TEST_F(Yielding, SaysNothingOfANameThatIsOwned) {
+TEST_F(Yielding, SendsNothingOfANameThatIsOwned) {
   const PublicationId id = GivenLookedFor();
   After(100_ms);
-  Hears({Unique(kOtherAddress)});
+  ReceivesAnswers({Unique(kOtherAddress)});
   EXPECT_THAT(ConflictAt(id), ElementsAre(100_ms));
   After(10_s);
-  EXPECT_THAT(Said(), IsEmpty());
+  EXPECT_THAT(SentRecords(), IsEmpty());
 }
 
 TEST_F(Yielding, GivesWayAlsoToAnAddressOfTheOtherFamily) {
   const PublicationId id = GivenLookedFor();
-  Hears({Unique(Aaaa("printer.local", 9))});
+  ReceivesAnswers({Unique(Aaaa("printer.local", 9))});
   EXPECT_THAT(ConflictAt(id), SizeIs(1));
 }
 
@@ -74,7 +74,7 @@ TEST_F(Yielding, WhatIsPublishedUnderANameThatWasLookedForIsAnnouncedAtOnce) {
   const PublicationId id = Publish(Claim::yielding, {kAddress});
   After(10_ms);
   EXPECT_THAT(EstablishedAt(id), ElementsAre(0_s));
-  EXPECT_THAT(SaidAt(kAddress), SizeIs(1));
+  EXPECT_THAT(SentAt(kAddress), SizeIs(1));
 }
 
 TEST_F(Yielding, WhatComesWhileTheNameIsLookedForDoesNotBeginThatAgain) {
@@ -86,14 +86,14 @@ TEST_F(Yielding, WhatComesWhileTheNameIsLookedForDoesNotBeginThatAgain) {
   EXPECT_THAT(EstablishedAt(second), ElementsAre(750_ms));
 }
 
-TEST_F(Yielding, ALookThatFindsAnOwnerIsToldOfIt) {
+TEST_F(Yielding, AProbeThatFindsAnOwnerIsReportedAsAConflict) {
   const PublicationId id = LookFor("printer.local");
   After(600_ms);
-  Hears({Unique(kOtherAddress)});
+  ReceivesAnswers({Unique(kOtherAddress)});
   EXPECT_THAT(ConflictAt(id), SizeIs(1));
 }
 
-// --- Those who come later
+// --- Hosts that come later
 
 TEST_F(Yielding, GivesWayToAHostThatProbesForTheNameAndDoesNotAnswerIt) {
   const PublicationId id = Publish(Claim::yielding, {kAddress});
@@ -102,34 +102,34 @@ TEST_F(Yielding, GivesWayToAHostThatProbesForTheNameAndDoesNotAnswerIt) {
   Asks(Probe({kOtherAddress}));
   EXPECT_THAT(ConflictAt(id), ElementsAre(0_s));
   After(10_s);
-  EXPECT_THAT(Said(), IsEmpty());
+  EXPECT_THAT(SentRecords(), IsEmpty());
 }
 
-TEST_F(Yielding, GivesWayToAHostThatSaysOtherAddressesAsItsOwn) {
+TEST_F(Yielding, GivesWayToAHostThatSendsOtherAddressesAsItsOwn) {
   const PublicationId id = Publish(Claim::yielding, {kAddress});
   After(20_s);
   Mark();
-  Hears({Unique(kOtherAddress)});
+  ReceivesAnswers({Unique(kOtherAddress)});
   EXPECT_THAT(ConflictAt(id), ElementsAre(0_s));
   After(10_s);
-  EXPECT_THAT(Said(), IsEmpty());
+  EXPECT_THAT(SentRecords(), IsEmpty());
 }
 
-// --- Those who are in nobody's way
+// --- Hosts that are no conflict
 
 TEST_F(Yielding, StaysBesideAnotherGatewayThatKnowsOtherAddresses) {
   GivenPublished(Claim::yielding, {kAddress});
-  Hears({kOtherAddress, Aaaa("printer.local", 9)});
+  ReceivesAnswers({kOtherAddress, Aaaa("printer.local", 9)});
   After(10_s);
   EXPECT_THAT(reported, IsEmpty());
   Asks(Qm("printer.local", kTypeA));
   After(200_ms);
-  EXPECT_THAT(SaidAt(kAddress), SizeIs(1));
+  EXPECT_THAT(SentAt(kAddress), SizeIs(1));
 }
 
 TEST_F(Yielding, StaysBesideTheHostItself) {
   GivenPublished(Claim::yielding, {kAddress});
-  Hears({Unique(kAddress)});
+  ReceivesAnswers({Unique(kAddress)});
   Asks(Probe({kAddress}));
   After(10_s);
   EXPECT_THAT(reported, IsEmpty());
@@ -137,19 +137,19 @@ TEST_F(Yielding, StaysBesideTheHostItself) {
 
 TEST_F(Yielding, StaysBesideRecordsOfOtherTypes) {
   GivenPublished(Claim::yielding, {kAddress});
-  Hears({Unique(Txt("printer.local", "a=1"))});
+  ReceivesAnswers({Unique(Txt("printer.local", "a=1"))});
   After(10_s);
   EXPECT_THAT(reported, IsEmpty());
 }
 
-// --- What it says and does not say
+// --- What is sent under the name
 
 TEST_F(Yielding, DeniesNothing) {
   GivenPublished(Claim::yielding, {kAddress});
   Asks(Qm("printer.local", kTypeAaaa));
   Asks(Qm("printer.local", kTypeTxt));
   After(2_s);
-  EXPECT_THAT(Said(), IsEmpty());
+  EXPECT_THAT(SentRecords(), IsEmpty());
 }
 
 TEST_F(Yielding, LooksAgainBeforeItAnnouncesWhenTheLinkComesBack) {
@@ -157,10 +157,10 @@ TEST_F(Yielding, LooksAgainBeforeItAnnouncesWhenTheLinkComesBack) {
   link_restart(*link, now, true);
   Settle();
   After(700_ms);
-  EXPECT_THAT(SaidAt(kAddress), IsEmpty());
+  EXPECT_THAT(SentAt(kAddress), IsEmpty());
   EXPECT_THAT(AskedAt("printer.local", kTypeAny), Not(IsEmpty()));
   After(2_s);
-  EXPECT_THAT(SaidAt(kAddress), SizeIs(2));
+  EXPECT_THAT(SentAt(kAddress), SizeIs(2));
 }
 
 TEST_F(Yielding, GetsAGoodbye) {
@@ -169,10 +169,10 @@ TEST_F(Yielding, GetsAGoodbye) {
   Mark();
   Withdraw(id);
   After(1_s);
-  EXPECT_THAT(Said(), Contains(Goodbye(kAddress)));
+  EXPECT_THAT(SentRecords(), Contains(Goodbye(kAddress)));
 }
 
-// --- Data that changes for all who publish it
+// --- Updates for all publications of a record
 
 TEST_F(Yielding, AnUpdateForAllChangesTheRecordOfEachHolder) {
   const Record srv = Srv("P._ipp._tcp.local", "printer.local");
@@ -185,7 +185,7 @@ TEST_F(Yielding, AnUpdateForAllChangesTheRecordOfEachHolder) {
   EXPECT_TRUE(publication_update(*link, now, first, {kTypeSrv, 0, changed.rdata}, true));
   Settle();
   After(2_s);
-  EXPECT_THAT(SaidAt(Unique(changed)), SizeIs(2));
+  EXPECT_THAT(SentAt(Unique(changed)), SizeIs(2));
   EXPECT_EQ(link_counts(*link).published, 1u);
   Withdraw(first);
   After(1_s);
@@ -195,14 +195,14 @@ TEST_F(Yielding, AnUpdateForAllChangesTheRecordOfEachHolder) {
   EXPECT_EQ(link_counts(*link).published, 0u);
 }
 
-// Another gateway may have the addresses of a host that begins anew on this link.
+// A host that restarts on this link may have addresses that another gateway publishes.
 TEST_F(Yielding, AddsNoAddressWhileAHostProbesWithThoseThatItHas) {
   GivenPublished(Claim::yielding, {kAddress});
   Asks(Probe({kAddress}));
   const PublicationId other = Publish(Claim::yielding, {kOtherAddress});
   EXPECT_THAT(ConflictAt(other), ElementsAre(0));
   After(2_s);
-  EXPECT_THAT(SaidAt(kOtherAddress), IsEmpty());
+  EXPECT_THAT(SentAt(kOtherAddress), IsEmpty());
 }
 
 TEST_F(Yielding, AddsAnAddressWhenSuchAProbeIsOver) {

@@ -37,7 +37,7 @@ struct Offer {
 std::string instance_of(const Offer& offer);
 
 void offer_start(Offer& offer);
-// The data is what the offer says now; nothing happens where it is the same.
+// Updates the published records to the offer's present data; nothing happens if it has not changed.
 void offer_change(Offer& offer, const std::string& srv, const std::string& txt);
 void offer_stop(Offer& offer);
 

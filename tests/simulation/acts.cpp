@@ -37,7 +37,7 @@ Port& any_looker(Life& life) { return *life.lookers[life.world.dice.below(life.l
 
 std::string any_type(Life& life) { return life.types[life.world.dice.below(life.types.size())]; }
 
-// --- What they do
+// --- Acts of the hosts
 
 void offer_something(Life& life) {
   Device& device = any_device(life);
@@ -152,7 +152,7 @@ void browse_no_more(Life& life) {
   }
 }
 
-// --- What befalls them
+// --- Faults of hosts and media
 
 Host& any_host(Life& life) {
   return life.world.dice.chance(70) ? *any_device(life).port->host
@@ -235,7 +235,7 @@ void heal(Medium& medium) {
   }
 }
 
-// What becomes of a guest at last.
+// The end of a guest.
 void plan_departure(Life& life, Device& guest, Time from, Time until) {
   World& world = life.world;
   const std::size_t fate = life.more_dice.below(100);

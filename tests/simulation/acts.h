@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What happens in a life: what its hosts do, and what befalls them.
+// What happens in a life: what its hosts do, and what happens to them and to the media.
 #pragma once
 
 #include "simulation/actors.h"
@@ -38,7 +38,7 @@ void act_once(Life& life);
 // which is forwarded there, from the beginning or later, for a while or for good.
 void plan_guests(Life& life, Time until);
 
-// Plans what is to befall the media until then.
+// Plans the faults of the media until then.
 void plan_misfortune(Life& life, Time until);
 
 }  // namespace simulation

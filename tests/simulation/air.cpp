@@ -16,21 +16,20 @@ std::uint32_t new_flight(World& world, const mdns::Endpoint& source, mdns::Bytes
   flight.received = {source, true, true, {}};
   flight.probes.clear();
   for (const WireQuestion& question : message.questions) {
-    const bool may_be_probe =
-        message.fault != nullptr && !message.is_response();  // its end cannot be read here, but may be there
+    const bool may_be_probe = message.fault != nullptr && !message.is_response();  // malformed: probes may stand behind the fault
     if (may_be_probe || is_probe_for(message, question)) {
       flight.probes.push_back(question.name_hash);
     }
   }
   flight.goodbyes.clear();
   flight.doubts.clear();
-  flight.said.clear();
+  flight.records.clear();
   flight.flushes.clear();
   for (const WireRecord& record : message.records) {
     if (!message.is_response()) {
       break;
     }
-    flight.said.emplace_back(record.hash, record.ttl);
+    flight.records.emplace_back(record.hash, record.ttl);
     if (record.flush) {
       flight.flushes.push_back(record.set_hash);
     }
@@ -110,30 +109,30 @@ void release(World& world, std::uint32_t slot) {
   }
 }
 
-void note_heard(Port& port, const Flight& flight) {
+void note_received(Port& port, const Flight& flight) {
   const Time now = port.world->now;
   for (const Hash name : flight.probes) {
-    port.ledger.probes_heard[name] = now;
+    port.ledger.probes_received[name] = now;
   }
-  // The second of the first one counts, also where a sibling says goodbye as well.
+  // The second after the first goodbye counts, even if another port sends one, too.
   const auto note_first = [now](std::unordered_map<Hash, Time>& all, Hash hash) {
-    Time& heard = all.emplace(hash, now).first->second;
-    heard = now - heard > kSecond ? now : heard;
+    Time& received = all.emplace(hash, now).first->second;
+    received = now - received > kSecond ? now : received;
   };
   for (const Hash record : flight.goodbyes) {
-    note_first(port.ledger.goodbyes_heard, record);
+    note_first(port.ledger.goodbyes_received, record);
   }
   for (const Hash set : flight.flushes) {
-    note_first(port.ledger.flushes_heard, set);
+    note_first(port.ledger.flushes_received, set);
   }
   const bool is_own = std::ranges::find(port.endpoints, flight.received.source) != std::end(port.endpoints);
-  for (const auto& [record, ttl] : flight.said) {
-    Heard& heard = port.ledger.heard[record];
-    heard = {now, ttl, ttl > 0 && !is_own ? now + Time{ttl} * kSecond : heard.until};
+  for (const auto& [record, ttl] : flight.records) {
+    ReceivedRecord& received = port.ledger.received[record];
+    received = {now, ttl, ttl > 0 && !is_own ? now + Time{ttl} * kSecond : received.until};
   }
   for (const Doubt& doubt : flight.doubts) {
     if (port.holdings.contains(doubt.record)) {
-      port.ledger.doubts_heard[doubt.record] = port.ledger.doubts_heard[doubt.set] = now;
+      port.ledger.doubts_received[doubt.record] = port.ledger.doubts_received[doubt.set] = now;
     }
   }
 }

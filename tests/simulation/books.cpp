@@ -22,10 +22,10 @@ void remove_truth(Port& port, Tag tag, const Publication& publication, std::size
   const bool unheard = without_goodbye || medium.calm_since == kNever || !is_undisturbed(port, port.world->now, kSettledWithin);
   std::erase_if(truths, [&](const Truth& truth) { return truth.port == &port && truth.tag == tag && truth.hash == hash; });
   if (unheard) {
-    medium.left_unheard.insert(hash);
+    medium.left_without_goodbye.insert(hash);
   }
   if (std::none_of(truths.begin(), truths.end(), [&](const Truth& truth) { return truth.hash == hash; })) {
-    medium.gone[hash] = {port.world->now, medium.left_unheard.erase(hash) > 0};
+    medium.gone[hash] = {port.world->now, medium.left_without_goodbye.erase(hash) > 0};
   }
   Holding& holding = port.holdings[hash];
   if (--holding.established == 0) {

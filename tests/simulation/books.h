@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
-// What is held, claimed and true: kept in step with every call that a host makes and with every event that its engine reports.
+// The records that ports hold, the names that they claim, and the records that are true on a medium: updated with every
+// call of a host and every event of its engine.
 //
 // Lifecycle of what is true on a medium:
-//   1. publish: the port holds the records; they are pending, and nobody may say them yet.
-//   2. The engine reports `established`: they are true on the medium from then on, and must soon be known.
-//   3. withdraw, or a conflict: they leave the holdings and the truth; the last holder's leaving makes them gone.
+//   1. publish: the port holds the records; they are pending, and no host may send them yet.
+//   2. The engine reports `established`: they are true on the medium from then on, and must soon be in caches.
+//   3. withdraw, or a conflict: they leave the holdings and the truth; without a holder they are gone.
 #pragma once
 
 #include "simulation/world.h"
@@ -15,7 +16,7 @@ namespace simulation {
 void claim_name(Port& port, const Publication& publication);
 void unclaim_name(Port& port, const Publication& publication);
 
-// The record at that place of the publication is held, or let go; `without_goodbye`: its caches are not told.
+// Adds or removes the publication as a holder of its record at that place; `without_goodbye`: none will be sent.
 void hold(Port& port, const Publication& publication, std::size_t at);
 void let_go(Port& port, Tag tag, const Publication& publication, std::size_t at, bool without_goodbye);
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Browsers and gateways. A finding's life: its PTR record is told, SRV and TXT are asked for, then the addresses of the SRV record's target;
-// when there is one of each, it is offered on the other link, and what changes later is followed; when its PTR record goes, so does
-// everything.
+// Browsers and gateways. A finding's life: its PTR record is reported, SRV and TXT are asked for, then the addresses of
+// the SRV record's target; when there is one of each, it is offered on the other link, and what changes later is
+// followed; when its PTR record goes, so does everything.
 #include <algorithm>
 
 #include "simulation/actors.h"

@@ -62,7 +62,7 @@ void replace(Port& port, Tag tag, Publication& publication, std::size_t at, cons
 bool update(Port& port, Tag tag, const mdns::RecordData& record, bool for_all) {
   const auto found = port.publications.find(tag);
   if (found == port.publications.end()) {
-    return port.lost.contains(tag);  // its owner learns that in a moment, and begins again with the new data
+    return port.lost.contains(tag);  // reported in a moment; its owner then tries again with the new data
   }
   Publication& publication = found->second;
   const auto old = std::find_if(publication.records.begin(), publication.records.end(),
@@ -89,7 +89,7 @@ void withdraw(Port& port, Tag tag, bool with_goodbye) {
   if (found == port.publications.end()) {
     return;
   }
-  note(*port.world, &port, with_goodbye ? "withdraws" : "forsakes", text_of(found->second.name));
+  note(*port.world, &port, with_goodbye ? "withdraws" : "withdraws without a goodbye", text_of(found->second.name));
   mdns::publication_withdraw(*port.link, clock_of(port), found->second.id, with_goodbye);
   end(port, tag, !with_goodbye);
   touch(port);
@@ -102,7 +102,7 @@ Tag query(Port& port, std::string_view name, std::uint16_t type,
   const Hash set_hash = hash_set(hash_name(name), type);
   Query& query = port.queries[tag];
   query = {std::string(name), type, set_hash, 0, world.now, {}, std::move(report)};
-  port.medium->askers[set_hash].emplace_back(&port, tag);
+  port.medium->queriers[set_hash].emplace_back(&port, tag);
   note(world, &port, "asks for", text_of(name) + " " + std::to_string(type));
   query.id = mdns::query_start(*port.link, clock_of(port), name, type, tag);
   if (query.id == 0) {
@@ -120,7 +120,7 @@ void stop(Port& port, Tag tag) {
   }
   note(*port.world, &port, "asks no more for", text_of(found->second.name) + " " + std::to_string(found->second.type));
   mdns::query_stop(*port.link, clock_of(port), found->second.id);
-  std::erase(port.medium->askers[found->second.set_hash], std::pair(&port, tag));
+  std::erase(port.medium->queriers[found->second.set_hash], std::pair(&port, tag));
   port.ledger.stopped[found->second.set_hash] = port.world->now;
   port.queries.erase(found);
   touch(port);
@@ -128,7 +128,7 @@ void stop(Port& port, Tag tag) {
 
 namespace {
 
-// What the port owned has to be probed for again; what it asked may be asked again at once.
+// The port's unique names must be probed for again; its questions may be sent again at once.
 void begin_anew(Port& port) {
   cut_off(port);
   for (auto& [name, claimed] : port.claimed) {
@@ -188,7 +188,7 @@ void vanish(Host& host) {
       end(*port, port->publications.begin()->first, true);
     }
     for (const auto& [tag, query] : port->queries) {
-      std::erase(port->medium->askers[query.set_hash], std::pair(port, tag));
+      std::erase(port->medium->queriers[query.set_hash], std::pair(port, tag));
     }
     port->queries.clear();
   }
@@ -227,18 +227,18 @@ void note_knowledge(Port& port, const mdns::Event& event) {
   }
   Query& query = found->second;
   const Hash hash = hash_record(query.set_hash, query.type, event.rdata);
-  note(world, &port, added ? "is told" : "is told the end of", text_of(query.name) + " " + text_of(query.type, event.rdata));
+  note(world, &port, added ? "gets" : "loses", text_of(query.name) + " " + text_of(query.type, event.rdata));
   const auto known = std::find_if(query.known.begin(), query.known.end(), [&](const Known& each) { return each.hash == hash; });
   if (event.type != query.type || event.id != query.id) {
     fail(world, &port, "an event of another query's type or number", text_of(query.name));
   } else if (added == (known != query.known.end())) {
-    fail(world, &port, added ? "a record is told twice" : "the end of a record that was not told", text_of(query.name));
+    fail(world, &port, added ? "a record is reported twice" : "a record that was not reported is removed", text_of(query.name));
   } else if (added) {
     query.known.push_back({hash, event.rdata, world.now, event.is_unique});
   } else {
-    const Known told = *known;
+    const Known known_before = *known;
     query.known.erase(known);
-    check_removal(port, query, told);
+    check_removal(port, query, known_before);
   }
 }
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// How a simulated host uses its engine: the calls of mdns.h, with what they mean for the rest of the world kept in step.
+// How a simulated host uses its engine: the calls of mdns.h, each together with its entries in the books (books.h).
 #pragma once
 
 #include "simulation/world.h"

@@ -9,7 +9,7 @@
 namespace simulation {
 namespace {
 
-// So long nobody else has said an address of the original name before it is taken up again.
+// How long no other host must have sent an address of the original name before the host gets that back.
 constexpr Time kFreeFor = 10 * kSecond;
 
 void move(ForwardedHost& host, int attempt, bool with_goodbye);
@@ -24,7 +24,8 @@ std::string name_of(const ForwardedHost& host, int attempt) {
   return prepend(numbered(host.original.substr(1, length), attempt, "-", ""), host.original.substr(1 + length));
 }
 
-// Whether the gateway itself has another host of that name: shared records of two hosts under one name would not be told apart.
+// Whether the gateway itself has another host of that name: their shared records under one name could not be
+// distinguished.
 bool is_of_another(const ForwardedHost& host, const std::string& name) {
   return std::any_of(host.port->forwarded.begin(), host.port->forwarded.end(), [&](const auto& each) {
     const ForwardedHost& other = *each.second;
@@ -75,7 +76,8 @@ bool is_own(const ForwardedHost& host, const Address& address) {
                      [&](const auto& each) { return each.second.addresses.contains(address); });
 }
 
-// Whether nobody owns the original name; what a sibling says that has it already does not count, nor an address that is the host's own.
+// Whether no other host owns the original name. Records of another port of this gateway that has it already do not
+// count, nor the host's own addresses.
 bool is_original_free(const ForwardedHost& host) {
   for (const Tag tag : {host.v4_query, host.v6_query}) {
     const auto query = host.port->queries.find(tag);
@@ -176,7 +178,7 @@ int host_use(Port& port, const std::string& original, const Medium& from, std::f
 void host_set_addresses(Port& port, const std::string& original, int use, const std::set<Address>& addresses) {
   ForwardedHost& host = *find(port, original);
   std::map<Address, Tag>& known = host.uses.at(use).addresses;
-  for (const Address& address : addresses) {  // before the last one that was goes: the name has not to be looked for again
+  for (const Address& address : addresses) {  // before the old ones go, so that the name is not probed for again
     if (!known.contains(address)) {
       known[address] = borrow(host, {{address.first, 0, address.second}});
     }
@@ -213,7 +215,8 @@ std::string host_name_on(const Port& port, const std::string& original) {
 
 namespace {
 
-// Whether somebody else says an address of the original name, or may still be thought to. What is known and must not be is found elsewhere.
+// Whether another host sends an address of the original name, or caches may still have one. Cached records that should
+// not be there are found by other rules.
 bool is_taken(const ForwardedHost& host, bool exactly) {
   const Medium& medium = *host.port->medium;
   for (const Tag tag : {host.v4_query, host.v6_query}) {

@@ -29,7 +29,7 @@ struct ForwardedHost {
   int attempt = 1;       // "host-2" is the second
   Time moved_at = 0;     // when it got its present name
   bool looks_first = false;
-  Tag look = 0;                    // the publication without records that keeps the name looked for
+  Tag look = 0;                    // the publication without records that claims the name
   Tag v4_query = 0, v6_query = 0;  // for the original name, while the present one is another
   std::uint64_t frees = 0;         // how often the original name has become free or taken
   bool is_free = false;

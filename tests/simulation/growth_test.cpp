@@ -51,7 +51,7 @@ struct Lister {
   BareLink* from = nullptr;
   BareLink* to = nullptr;
   std::unordered_map<std::string, Found> found = {};
-  int ends = 0;  // of services that it has been told
+  int ends = 0;  // services that were reported removed
 
   int complete() const {
     int count = 0;
@@ -253,7 +253,7 @@ TEST(Growth, OfServicesThatAreForwardedToThirtyTwoLinks) {
   ExpectProportionate([](Crowd& crowd) { GivenForwardedToMany(crowd, 32); });
 }
 
-// Packets of goodbyes that their owner has not said.
+// Packets of forged goodbyes.
 void ForgeGoodbyes(Crowd& crowd, int medium, mdns::Protocols protocols) {
   for (int number = 0; number < crowd.count;) {
     Builder builder;

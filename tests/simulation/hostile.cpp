@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Hostile hosts: whatever anybody on a link can say. What they forge is taken from what is really there, so that it hurts.
+// Hostile hosts, which send anything. What they forge resembles genuine records and queries, so that it has an effect.
 #include "simulation/actors.h"
 
 namespace simulation {
@@ -19,7 +19,7 @@ void send(Attack& attack, std::vector<std::uint8_t> bytes) {
   inject(attack.world, attack.medium, attack.forged);
 }
 
-// Something that is published on the medium; null: nothing is. Always the same one for the same dice.
+// A record that is published on the medium; null when there is none. The same dice give the same record.
 struct Target {
   const Publication* publication = nullptr;
   std::size_t record = 0;

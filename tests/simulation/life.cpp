@@ -13,7 +13,7 @@ constexpr Time kMinute = 60 * kSecond;
 constexpr Time kAllTtlsOver = 80 * kMinute;  // no TTL is longer than 75 minutes
 constexpr Time kPeace = 20 * kSecond;
 
-// --- Who is there
+// --- The hosts
 
 Weather some_weather(Life& life) {
   Dice& dice = life.world.dice;
@@ -84,7 +84,7 @@ void populate(Life& life) {
   }
 }
 
-// --- Peace
+// --- The quiet time
 
 // A new host that asks for `left` of the names and types that there are.
 Port& add_joiner(Life& life, Medium& medium, std::size_t left) {
@@ -123,7 +123,7 @@ void make_peace(Life& life) {
       }
     }
   }
-  // Two hosts that have lost each other's probes and announcements learn that both have the name when they are asked for it.
+  // Two hosts whose probes and announcements were lost detect their conflict when somebody asks for the name.
   for (Medium& medium : life.world.media) {
     if (life.misfortune == Misfortune::loss) {
       add_joiner(life, medium, SIZE_MAX);
@@ -145,7 +145,7 @@ void check_all(Life& life, bool exactly, bool with_knowledge) {
   }
 }
 
-// Whoever joins now learns within seconds all that there is.
+// A host that joins now must have all records within seconds.
 void check_late_joiner(Life& life) {
   for (Medium& medium : life.world.media) {
     const Port& port = add_joiner(life, medium, 20);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// A whole life from one seed: who is there, what they do, what befalls them; then peace, and the checks.
+// A whole life from one seed: its hosts, their acts, faults of hosts and media; then a quiet time, and the checks.
 #pragma once
 
 #include <cstdint>

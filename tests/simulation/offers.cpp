@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Offers and devices. An offer's life: publish SRV and TXT as exclusive; when established, publish the PTR records; on a conflict forsake them
-// and begin again under the next name.
+// Offers and devices. An offer's life: publish SRV and TXT as exclusive; when established, publish the PTR records; on
+// a conflict withdraw them without goodbyes and begin again under the next name.
 #include "simulation/actors.h"
 
 namespace simulation {

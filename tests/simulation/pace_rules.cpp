@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a host may cost others, and others it.
+// Rules about rates and costs: what a host may send, and the work that a datagram may cause.
 #include <algorithm>
 
 #include "simulation/wire_rules.h"
@@ -20,14 +20,14 @@ constexpr Time kOnTheWay = 100 * kMillisecond;
 // rest of its RRset along with it, but for what was sent half a second ago.
 constexpr Time kRescueApart = kRescuedWithin - kOnTheWay, kAlongApart = 500 * kMillisecond;
 
-bool was_heard_within(const Port& port, const std::unordered_map<Hash, Time>& heard, Hash hash, Time within) {
-  const auto found = heard.find(hash);
-  return found != heard.end() && port.world->now - found->second <= within;
+bool was_received_within(const Port& port, const std::unordered_map<Hash, Time>& received, Hash hash, Time within) {
+  const auto found = received.find(hash);
+  return found != received.end() && port.world->now - found->second <= within;
 }
 
-// Whether the record, or with its set's hash one of its RRset, is said again because another host has taken it back.
+// Whether the record, or with its set's hash one of its RRset, is sent again to rescue it from another host's goodbye.
 bool is_rescued(const Port& port, Hash hash) {
-  return was_heard_within(port, port.ledger.doubts_heard, hash, kRescuedWithin + kOnTheWay);
+  return was_received_within(port, port.ledger.doubts_received, hash, kRescuedWithin + kOnTheWay);
 }
 
 Time apart_at_least(const Port& port, const WireRecord& record, Time last) {
@@ -35,7 +35,7 @@ Time apart_at_least(const Port& port, const WireRecord& record, Time last) {
   if (record.flush && claimed != port.claimed.end() && claimed->second.changed_at >= last) {
     return 0;  // section 10.2: the rest of the RRset goes along with what is new in it
   }
-  if (was_heard_within(port, port.ledger.probes_heard, record.name_hash, kAnswersProbe)) {
+  if (was_received_within(port, port.ledger.probes_received, record.name_hash, kAnswersProbe)) {
     return kDefenceApart;
   }
   if (record.flush && is_rescued(port, record.set_hash)) {
@@ -85,8 +85,9 @@ bool is_record_spaced(Port& port, mdns::Protocols protocols, const WireRecord& r
 }
 
 void check_cost(Port& port, std::uint64_t steps, std::size_t bytes, std::size_t published) {
-  // A record takes 11 bytes at least. Each may be compared with the few others of its name and type, and told to all that ask for these; a
-  // question may be for everything that is published, with the SRV and TXT records that go along.
+  // A record takes 11 bytes at least. Each may be compared with the few others of its name and type, and reported to
+  // all queries for these; a question may be for everything that is published, with the SRV and TXT records that go
+  // along.
   constexpr std::uint64_t kPerRecord = 8, kPerDatagram = 64, kPerPublished = 4;
   const std::uint64_t allowed = kPerDatagram + (kPerRecord + most_alike(port)) * (bytes / 11) + kPerPublished * published;
   port.world->sums.worst_steps = std::max(port.world->sums.worst_steps, steps * 1000 / allowed);

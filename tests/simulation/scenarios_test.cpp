@@ -208,7 +208,7 @@ TEST_F(Scene, ChangedTextIsOnTheOtherLinkAtOnceAndNothingBlinks) {
   EXPECT_EQ(looker.findings.begin()->second->txt.size(), 1U);
 }
 
-TEST_F(Scene, AHostAloneHearsNothingOfItself) {
+TEST_F(Scene, AHostAloneReceivesNothingOfItself) {
   Device& device = GivenDevice(*a_, "one", 1);
   Offers(device, 3);
   Browses(*device.port, nullptr);
@@ -217,7 +217,7 @@ TEST_F(Scene, AHostAloneHearsNothingOfItself) {
   EXPECT_TRUE(device.port->publications.at(device.addresses).is_established);
 }
 
-TEST_F(Scene, WhatTheAskerKnowsIsNotAnswered) {
+TEST_F(Scene, WhatTheQuerierKnowsIsNotAnswered) {
   const Browser& looker = GivenLooker(*a_);
   Device& device = GivenDevice(*a_, "one", 1);
   Offers(device, 1);

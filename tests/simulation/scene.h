@@ -59,7 +59,7 @@ class Scene : public testing::Test {
 
   void Seconds(double seconds) { run_for(world_, static_cast<Time>(seconds * 1e6)); }
 
-  // The instances that the browser has been told of and not taken back.
+  // The instances that were reported to the browser as added and not as removed.
   static std::vector<std::string> Seen(const Browser& browser) {
     std::vector<std::string> names;
     for (const Known& known : browser.from->queries.at(browser.query).known) {
@@ -81,7 +81,7 @@ class Scene : public testing::Test {
     return 1e9;
   }
 
-  // How often the browser has been told the end of an instance, counted from now on.
+  // How often an instance was reported to the browser as removed, counted from now on.
   std::shared_ptr<int> CountsEnds(Browser& browser) {
     auto ends = std::make_shared<int>(0);
     Query& query = browser.from->queries.at(browser.query);

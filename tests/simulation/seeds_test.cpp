@@ -27,7 +27,7 @@ constexpr std::array<std::uint64_t, 17> kKeptSeeds = {
     2944,   // a reply to one host over a protocol that the link had lost
     4698,   // withdrawn and published again right after an update: the second announcement was forgotten
     3323,   // very many addresses of one host, each looked up for what goes along with all of them
-    6288,   // what was forsaken, and published again within a second, was announced within that second
+    6288,   // a record withdrawn without a goodbye, and published again within a second, was announced too soon
     52107,  // replies of a name that was no longer its host's still waited for their turn
     54648,  // the same, of a host that had slept meanwhile
     55683,  // a rescued record took along the rest of its RRset, which had been sent half a second before

@@ -7,14 +7,14 @@
 namespace simulation {
 namespace {
 
-// A goodbye may come again, over the other protocol or from a sibling; the first one's second counts.
+// A goodbye may be repeated, over the other protocol or by another port; the second after the first one counts.
 constexpr Time kGoodbyesApart = 200 * kMillisecond;
 
 bool is_calm(const World& world, const Medium& medium, Time needed) {
   return !world.is_hostile && medium.calm_since != kNever && world.now - medium.calm_since >= needed;
 }
 
-// Whether what `a` says over one protocol or another arrives at `b`.
+// Whether datagrams of `a` reach `b` over at least one protocol.
 bool reaches(const Port& a, const Port& b) {
   return &a == &b || ((a.protocols & b.protocols) != 0 && (!a.medium->is_partitioned || a.side == b.side));
 }
@@ -74,8 +74,8 @@ void fail_missing(World& world, Port& port, const Query& query, const Truth& tru
 }  // namespace
 
 bool has_heard_no_goodbye(const Port& port, Hash hash) {
-  const auto heard = port.ledger.heard.find(hash);
-  return port.holdings.contains(hash) && heard != port.ledger.heard.end() && heard->second.until > port.world->now;
+  const auto received = port.ledger.received.find(hash);
+  return port.holdings.contains(hash) && received != port.ledger.received.end() && received->second.until > port.world->now;
 }
 
 bool is_undisturbed(const Port& port, Time now, Time needed) {
@@ -83,11 +83,11 @@ bool is_undisturbed(const Port& port, Time now, Time needed) {
 }
 
 void check_set(Medium& medium, World& world, Hash set_hash) {
-  const auto askers = medium.askers.find(set_hash);
-  if (askers == medium.askers.end() || !is_calm(world, medium, kSettledWithin)) {
+  const auto queriers = medium.queriers.find(set_hash);
+  if (queriers == medium.queriers.end() || !is_calm(world, medium, kSettledWithin)) {
     return;
   }
-  for (const auto& [port, tag] : askers->second) {
+  for (const auto& [port, tag] : queriers->second) {
     const Query& query = port->queries.at(tag);
     if (const Truth* const missing = find_missing(world, *port, query, kKnownWithin)) {
       fail_missing(world, *port, query, *missing);
@@ -111,24 +111,25 @@ void check_removal(Port& port, const Query& query, const Known& known) {
   }
   const auto own = port.holdings.find(known.hash);
   if (own != port.holdings.end() && own->second.established == 0 && own->second.gone_at == world.now) {
-    return;  // its own withdrawal: that another has it, too, is said in answer to the goodbye
+    return;  // its own withdrawal: another host that has it rescues it
   }
   for (const Truth& truth : truths_of(*port.medium, query.set_hash)) {
     const bool is_old = world.now - truth.since >= kKnownWithin || known.since > truth.since;
     if (truth.hash == known.hash && is_old && is_undisturbed(*truth.port, world.now, kSettledWithin) &&
         reaches(*truth.port, port)) {
-      fail(world, &port, "told the end of what is published", subject_of(query, truth.rdata) + " of " + truth.port->host->label);
+      fail(world, &port, "a published record is reported removed",
+           subject_of(query, truth.rdata) + " of " + truth.port->host->label);
     }
   }
-  const auto goodbye = port.ledger.goodbyes_heard.find(known.hash);
-  const auto flush = port.ledger.flushes_heard.find(query.set_hash);
-  const bool was_flushed = flush != port.ledger.flushes_heard.end() && world.now - flush->second >= kSecond - kGoodbyesApart &&
+  const auto goodbye = port.ledger.goodbyes_received.find(known.hash);
+  const auto flush = port.ledger.flushes_received.find(query.set_hash);
+  const bool was_flushed = flush != port.ledger.flushes_received.end() && world.now - flush->second >= kSecond - kGoodbyesApart &&
                            flush->second > known.since;
-  const auto heard = port.ledger.heard.find(known.hash);
-  const bool is_over = heard != port.ledger.heard.end() && heard->second.until <= world.now;
-  if (!was_flushed && !is_over && goodbye != port.ledger.goodbyes_heard.end() && goodbye->second > known.since &&
+  const auto received = port.ledger.received.find(known.hash);
+  const bool is_over = received != port.ledger.received.end() && received->second.until <= world.now;
+  if (!was_flushed && !is_over && goodbye != port.ledger.goodbyes_received.end() && goodbye->second > known.since &&
       world.now - goodbye->second < kSecond - kGoodbyesApart) {
-    fail(world, &port, "told the end within a second of the goodbye", subject_of(query, known.rdata));
+    fail(world, &port, "removed within a second of the goodbye", subject_of(query, known.rdata));
   }
 }
 
@@ -141,8 +142,8 @@ struct Ownership {
   std::map<std::uint16_t, std::vector<Hash>> records;
 };
 
-// Whether both may own the name: what they say under it is the same wherever both say anything. Where probes were lost, they may have no type in
-// common (`may_differ`): that is no conflict (section 9).
+// Whether both may own the name: their records of each type that both have are the same. If probes were lost, they may
+// have no type in common (`may_differ`): that is no conflict (section 9).
 bool agree(const Ownership& a, const Ownership& b, bool may_differ) {
   bool same = false;
   for (const auto& [type, hashes] : a.records) {
@@ -203,7 +204,7 @@ void check_borrowed(World& world, Port& port, const Publication& publication) {
 namespace {
 
 // Whether a record of the name was multicast since then by another host.
-bool was_said_since(const Port& port, Hash name_hash, Time since) {
+bool was_sent_since(const Port& port, Hash name_hash, Time since) {
   for (const std::uint16_t type : {mdns::kTypeA, mdns::kTypeAaaa}) {
     for (const Truth& truth : truths_of(*port.medium, hash_set(name_hash, type))) {
       for (const auto& times : truth.port->ledger.multicast) {
@@ -217,13 +218,13 @@ bool was_said_since(const Port& port, Hash name_hash, Time since) {
   return false;
 }
 
-// Whether the first probe has just been sent, and nobody who can have heard it has said anything: what was sent before it came
-// looks like an answer.
+// Whether the first probe was just sent and no host that can have received it has sent anything since: a datagram that
+// was sent before the probe arrived looks like an answer to it.
 bool is_crossed(const Port& port, const Publication& publication) {
   const auto claimed = port.claimed.find(publication.name_hash);
   return claimed != port.claimed.end() && claimed->second.probes == 1 &&
          port.world->now - claimed->second.probed_at <= 2 * port.medium->weather.delay &&
-         !was_said_since(port, publication.name_hash, claimed->second.probed_at + port.medium->weather.delay);
+         !was_sent_since(port, publication.name_hash, claimed->second.probed_at + port.medium->weather.delay);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What must hold of all hosts of a medium together: who knows what, who owns what.
+// Rules about all hosts of a medium together: which records they have in their caches, and which names they own.
 #pragma once
 
 #include "simulation/world.h"
@@ -21,8 +21,8 @@ void check_set(Medium& medium, World& world, Hash set_hash);
 // Plans check_set for when what changes now must be known.
 void plan_check(Medium& medium, World& world, Hash set_hash);
 
-// A query was told that a record is no longer there: not while somebody has published it all the time, and not within the second that
-// follows its goodbye (RFC 6762 section 10.1). `known`: what was told of it before.
+// A record was reported to a query as removed: not allowed while a host has published it all the time, nor within the
+// second after its goodbye (RFC 6762 section 10.1). `known`: what was reported of it before.
 void check_removal(Port& port, const Query& query, const Known& known);
 
 // A publication ends because its name is another's: not unless some other host has ever claimed the name as its own. That others borrow it is
@@ -32,7 +32,8 @@ void check_conflict(Port& port, const Publication& publication);
 // For quiet times: no publication is undecided, each unique name has one owner, and nobody borrows one that has an owner.
 void check_owners(World& world, Medium& medium);
 
-// Whether the port has said goodbye for the record itself: it hears no goodbye of its own, and what another host had said counts on.
+// Whether the port itself has sent a goodbye for the record: it does not receive its own, so what it has received from
+// another host counts on.
 bool has_heard_no_goodbye(const Port& port, Hash hash);
 
 // For quiet times: every query knows all that is published, and (`exactly`) nothing else. `only`: the queries of one port; null: of all.

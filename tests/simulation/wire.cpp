@@ -170,7 +170,7 @@ struct Walk {
   }
 };
 
-// Nothing: the data is not what the type says.
+// Nothing when the data is malformed for its type.
 std::optional<std::string> read_rdata(Walk& walk, std::uint16_t type) {
   const std::size_t size = walk.number(2);
   const std::size_t end = walk.at + size;

@@ -77,7 +77,7 @@ bool is_probe_for(const WireMessage& message, const WireQuestion& question);
 // A message as one line of text.
 std::string text_of(const WireMessage& message);
 
-// Builds whatever it is told, without compression.
+// Builds any message, without compression.
 struct Builder {
   std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(12);
 

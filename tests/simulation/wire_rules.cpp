@@ -14,9 +14,8 @@ constexpr std::size_t kLargeDatagramMax = 8952;   // the same, for a single reco
 constexpr Time kSecondApart = kSecond;            // sections 5.2 and 6
 constexpr Time kProbeApart = 250 * kMillisecond;  // sections 6 and 8.1
 constexpr Time kSeriesOver = 600 * kMillisecond;  // between probes: then a new series has begun
-constexpr Time kOnTheWay =
-    100 * kMillisecond;              // a datagram that waits for its turn may still say what was true when it was written
-constexpr std::size_t kCrowded = 8;  // datagrams of the last second: with more the pace may part what belongs together
+constexpr Time kOnTheWay = 100 * kMillisecond;    // a queued datagram may have records that were true when it was written
+constexpr std::size_t kManyDatagrams = 8;  // datagrams of the last second: with more the pace may part what belongs together
 constexpr int kAskedInAMinute = 50;
 constexpr std::uint32_t kLegacyTtl = 10;  // section 6.7
 constexpr std::uint16_t kResponseFlags = 0x8400, kTruncated = 0x0200;
@@ -65,7 +64,7 @@ void check_form(const Sent& sent) {
   }
   const std::uint16_t flags = message.is_response() ? kResponseFlags : message.flags & kTruncated;
   if (!sent.is_legacy && (message.flags != flags || message.id != 0)) {
-    fail(sent, "a header says more than it may", std::to_string(message.flags));
+    fail(sent, "a header has bits that it may not have", std::to_string(message.flags));
   }
   if (!sent.is_legacy && message.is_response() && !message.questions.empty()) {
     fail(sent, "a response holds a question", simulation::text_of(message.questions[0].name));
@@ -130,10 +129,10 @@ void check_question(const Sent& sent, const WireQuestion& question) {
     check_probe(sent, question);
     return;
   }
-  const auto& askers = sent.port.medium->askers;
-  const auto found = askers.find(question.set_hash);
-  const bool is_asked = found != askers.end() && std::any_of(found->second.begin(), found->second.end(),
-                                                             [&](const auto& asker) { return asker.first == &sent.port; });
+  const auto& queriers = sent.port.medium->queriers;
+  const auto found = queriers.find(question.set_hash);
+  const bool is_asked = found != queriers.end() && std::any_of(found->second.begin(), found->second.end(),
+                                                               [&](const auto& querier) { return querier.first == &sent.port; });
   const auto stopped = sent.port.ledger.stopped.find(question.set_hash);
   if (!is_asked && (stopped == sent.port.ledger.stopped.end() || sent.port.world->now - stopped->second > kOnTheWay)) {
     fail(sent, "a question that nobody asked", simulation::text_of(question.name) + " " + std::to_string(question.type));
@@ -162,10 +161,10 @@ void check_known_answer(const Sent& sent, const WireRecord& record) {
          subject_of(record) + " " + std::to_string(record.ttl) + " s");
   }
   // Section 7.1: the TTL that is left.
-  const auto heard = sent.port.ledger.heard.find(record.hash);
-  const Time left = heard == sent.port.ledger.heard.end()
+  const auto received = sent.port.ledger.received.find(record.hash);
+  const Time left = received == sent.port.ledger.received.end()
                         ? 0
-                        : heard->second.at + (Time{heard->second.ttl} + 1) * kSecond - sent.port.world->now;
+                        : received->second.at + (Time{received->second.ttl} + 1) * kSecond - sent.port.world->now;
   if (!sent.port.holdings.contains(record.hash) && Time{record.ttl} * kSecond > left) {
     fail(sent, "a known answer with more than is left of its TTL", subject_of(record) + " " + std::to_string(record.ttl) + " s");
   }
@@ -259,7 +258,7 @@ void check_whole(const Sent& sent, const WireRecord& record) {
   const Port& port = sent.port;
   const auto claimed = port.claimed.find(record.name_hash);
   if (!record.flush || claimed == port.claimed.end() || port.world->now - claimed->second.changed_at <= kOnTheWay ||
-      port.ledger.sent.size() > kCrowded) {
+      port.ledger.sent.size() > kManyDatagrams) {
     return;
   }
   const auto truths = port.medium->truth.find(record.set_hash);

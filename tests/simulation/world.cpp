@@ -107,7 +107,7 @@ void settle_dirty(World& world) {
 void deliver(World& world, Port& port, std::uint32_t slot) {
   const Flight& flight = world.flights[slot];
   if (is_present(port) && (port.protocols & flight.received.source.protocol) != 0) {
-    note_heard(port, flight);
+    note_received(port, flight);
     mdns::Received received = flight.received;
     received.bytes = flight.bytes;
     const bool is_weighed = ++world.sums.deliveries % kWeighed == 0;

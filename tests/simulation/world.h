@@ -2,9 +2,10 @@
 // A simulated world: media (what a link is made of), hosts with an engine for each of their links, virtual time, and all that is
 // known about who publishes and who asks what. One seed decides everything that happens in it.
 //
-// Reading order: wire.h (packets), this header, client.h (how a host uses its engine), books.h (what is then true), wire_rules.h and
-// state_rules.h (what must hold), actors.h (devices, gateways, hostile hosts), forwarded_hosts.h (the names that gateways borrow), acts.h and life.h (a whole life from a seed). world.cpp drives
-// the engines, air.cpp carries the datagrams, trace.cpp tells what happened.
+// Reading order: wire.h (packets), this header, client.h (how a host uses its engine), books.h (what is then true),
+// wire_rules.h and state_rules.h (what must hold), actors.h (devices, gateways, hostile hosts), forwarded_hosts.h (the
+// names that gateways borrow), acts.h and life.h (a whole life from a seed). world.cpp drives the engines, air.cpp
+// carries the datagrams, trace.cpp prints what happened.
 #pragma once
 
 #include <deque>
@@ -61,7 +62,7 @@ struct Query {
   Hash set_hash = 0;
   mdns::QueryId id = 0;
   Time since = 0;
-  std::vector<Known> known;  // told and not taken back
+  std::vector<Known> known;  // reported as added and not as removed
   std::function<void(bool added, const std::string& rdata)> report;
 };
 
@@ -98,10 +99,10 @@ struct Medium {
   bool is_partitioned = false;                         // between ports of different `side`
   Time calm_since = 0;                                 // no loss, partition or hostile host since then; kNever: there is one
   std::unordered_map<Hash, std::vector<Truth>> truth;  // by name and type
-  std::unordered_map<Hash, std::vector<std::pair<Port*, Tag>>> askers;  // by name and type
-  std::unordered_map<Hash, Gone> gone;                                  // by record
-  std::unordered_set<Hash> left_unheard;         // records that one of several hosts no longer publishes, and could not say so
-  std::unordered_map<Hash, std::uint32_t> ttls;  // of every record that was ever published
+  std::unordered_map<Hash, std::vector<std::pair<Port*, Tag>>> queriers;  // by name and type
+  std::unordered_map<Hash, Gone> gone;                                    // by record
+  std::unordered_set<Hash> left_without_goodbye;  // records that one of several hosts withdrew without a goodbye
+  std::unordered_map<Hash, std::uint32_t> ttls;   // of every record that was ever published
   std::unordered_map<Hash, std::unordered_set<const Port*>> claimants;  // who has ever claimed a name as its own
 };
 
@@ -129,14 +130,14 @@ struct Claimed {
   bool is_announced = false;
 };
 
-// Section 10.1: what another host has taken back is said again at the latest so long after that, before its second is over.
+// Section 10.1: the longest time until a rescue after another host's goodbye; less than the goodbye's second.
 inline constexpr Time kRescuedWithin = 900 * kMillisecond;
 
-// A record as it was heard last.
-struct Heard {
+// A record as it was received last.
+struct ReceivedRecord {
   Time at = 0;
   std::uint32_t ttl = 0;
-  Time until = 0;  // the end of the TTL with which another host said it last; a goodbye has none
+  Time until = 0;  // the end of the TTL with which another host sent it last; goodbyes do not count
 };
 
 // How often something was done in a minute that began then.
@@ -145,19 +146,19 @@ struct Minute {
   int times = 0;
 };
 
-// What a port has sent and heard, as far as the rules need it.
+// What a port has sent and received, as far as the rules need it.
 struct Ledger {
-  std::unordered_map<Hash, Time> multicast[2];    // by protocol: record and when it was last multicast
-  std::unordered_map<Hash, Time> asked[2];        // question and when it was last asked
-  std::unordered_map<Hash, Time> probed[2];       // the same as a probe, by name
-  std::unordered_map<Hash, Time> probes_heard;    // names that others probed for, and when that arrived
-  std::unordered_map<Hash, Time> doubts_heard;    // own records that others took back, and their names and types
-  std::unordered_map<Hash, Time> goodbyes_heard;  // records that others took back, and when that arrived
-  std::unordered_map<Hash, Time> stopped;         // questions that are not asked any more, and since when
-  std::unordered_map<Hash, Minute> asking;        // questions, in the minute at hand
-  std::unordered_map<Hash, Heard> heard;          // records of responses
-  std::unordered_map<Hash, Time> flushes_heard;   // names and types with the cache-flush bit, and when that arrived
-  std::deque<Time> sent;                          // datagrams of the last second
+  std::unordered_map<Hash, Time> multicast[2];        // by protocol: record and when it was last multicast
+  std::unordered_map<Hash, Time> asked[2];            // question and when it was last asked
+  std::unordered_map<Hash, Time> probed[2];           // the same as a probe, by name
+  std::unordered_map<Hash, Time> probes_received;     // names that others probed for, and when that arrived
+  std::unordered_map<Hash, Time> doubts_received;     // own records with goodbyes of others, and their names and types
+  std::unordered_map<Hash, Time> goodbyes_received;   // records with goodbyes of others, and when these arrived
+  std::unordered_map<Hash, Time> stopped;             // questions that are not asked any more, and since when
+  std::unordered_map<Hash, Minute> asking;            // questions, in the minute at hand
+  std::unordered_map<Hash, ReceivedRecord> received;  // records of responses
+  std::unordered_map<Hash, Time> flushes_received;    // names and types with the cache-flush bit, and when that arrived
+  std::deque<Time> sent;                              // datagrams of the last second
   std::size_t sent_total = 0;
 };
 
@@ -176,7 +177,7 @@ struct Port {
   bool is_dirty = false;                // settle is due
   bool is_closing = false;              // link_withdraw_all was called
   std::map<Tag, Publication> publications;
-  std::map<Tag, std::function<void(bool established)>> lost;  // publications in conflict whose owner has not been told yet
+  std::map<Tag, std::function<void(bool established)>> lost;  // conflicts that their owners do not know yet
   std::map<Tag, Query> queries;
   std::unordered_map<Hash, Holding> holdings;                       // by record
   std::unordered_map<Hash, Claimed> claimed;                        // by name
@@ -196,7 +197,7 @@ struct Host {
 
 // --- Time
 
-// A record that a datagram takes back, with a TTL of 0 or 1 (RFC 6762 section 10.1: both are a goodbye).
+// A goodbye in a datagram: a record with a TTL of 0 or 1 (RFC 6762 section 10.1).
 struct Doubt {
   Hash record = 0;
   Hash set = 0;  // its name and type
@@ -207,11 +208,11 @@ struct Flight {
   int users = 0;
   mdns::Received received;
   std::vector<std::uint8_t> bytes;
-  std::vector<Hash> probes;                          // names that it probes for
-  std::vector<Hash> goodbyes;                        // records that it takes back
-  std::vector<Doubt> doubts;                         // what a host that has it as well has to rescue
-  std::vector<std::pair<Hash, std::uint32_t>> said;  // the records of a response, and their TTLs
-  std::vector<Hash> flushes;                         // names and types that have the cache-flush bit in it
+  std::vector<Hash> probes;                             // names that it probes for
+  std::vector<Hash> goodbyes;                           // records that it has goodbyes for
+  std::vector<Doubt> doubts;                            // goodbyes of records that others must rescue
+  std::vector<std::pair<Hash, std::uint32_t>> records;  // the records of a response, and their TTLs
+  std::vector<Hash> flushes;                            // names and types that have the cache-flush bit in it
 };
 
 struct Item {

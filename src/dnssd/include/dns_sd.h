@@ -49,7 +49,7 @@ enum {
 
 enum {
   kDNSServiceErr_NoError = 0,
-  kDNSServiceErr_Unknown = -65537,            // not from this library; others say it when nothing else fits
+  kDNSServiceErr_Unknown = -65537,            // not from this library; others return it when nothing else fits
   kDNSServiceErr_NoMemory = -65539,           // not from this library
   kDNSServiceErr_BadParam = -65540,           // an argument is missing or is not well formed
   kDNSServiceErr_BadReference = -65541,       // stale, never given out, or of the wrong kind
