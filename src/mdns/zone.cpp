@@ -216,7 +216,7 @@ void replace_record(Link& link, Publication& publication, OwnedRecord& old, cons
     --old.holders;
     return;
   }
-  *std::ranges::find(publication.records, &old) = &record;  // once, as it was held once: the publication may have it twice
+  *std::ranges::find(publication.records, &old) = &record;  // one of them, if it has the record twice: one holder more is counted
   const bool is_leaving = old.holders == 1 && was_multicast(old) && !old.without_goodbye;
   if (old.is_live) {
     const bool is_unannounced = old.is_change || !was_multicast(old);

@@ -53,7 +53,7 @@ void add_instance(BridgeContext* bridge, std::uint32_t interfaceIndex, const cha
     return;
   }
   log_message(LOG_DEBUG, "callback_ServiceBrowse(): ADD: Now attempting to DNSServiceResolve()...");
-  if (gResponderCount > gSettings.responder_limit) {
+  if (gResponderCount > gSettings.responder_limit) {  // so that one more than the limit may live
     log_message(LOG_ERR, "callback_ServiceBrowse(): Maxnum(%d) of responder reached...", gResponderCount);
     state_instance_refused(bridge, name, StateReason::limit);
     return;

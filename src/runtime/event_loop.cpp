@@ -118,7 +118,7 @@ void HandleEvents(int max_loops) {
   unsigned counter = 0;
   while (stopNow == 0) {
     ++counter;
-    if (max_loops != 0 && counter == static_cast<unsigned>(max_loops)) {  // no bound, though the counter may come round to 0
+    if (max_loops != 0 && counter == static_cast<unsigned>(max_loops)) {  // 0 is no bound, also when the counter wraps
       return;
     }
     log_message(LOG_DEBUG, "HandleEvents(): LOOP: while (!stopNow): loop #%d  (max_loops = %d)...\n", static_cast<int>(counter),

@@ -119,7 +119,7 @@ void signal_handler(int aSignal) {
       fatal_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGINT signal (%d), exiting.", aSignal);
     case SIGQUIT:
       fatal_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGQUIT signal (%d), exiting.", aSignal);
-    case SIGTERM:
+    case SIGTERM:  // fatal_error releases the connections: exit_clean_no_update_status_file
       fatal_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGTERM signal (%d), exiting.", aSignal);
     case SIGUSR1:
       setlogmask(kSyslogMaskEverything);

@@ -102,7 +102,7 @@ void unlock_status_file() {
   }
 }
 
-// The traces of both bear the name of the one that can return: an interface, see docs/interface.md.
+// What handle_error and fatal_error log speaks of handle_error() in both cases: an interface, see docs/interface.md.
 
 void report(int status, int syslog_level, const char* format, va_list args) __attribute__((format(printf, 3, 0)));
 
