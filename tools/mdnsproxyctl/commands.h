@@ -30,6 +30,10 @@ int run_why(const Session& session, const WhyQuestion& question);
 // ends it, or the daemon is gone. One line each, in JSON one object each.
 int run_watch(const Session& session, std::optional<std::uint64_t> since);
 
-// Text of the Prometheus exposition format, or the same as JSON; to `file` by renaming a new one, or to standard
-// output when empty.
+// The next two write to `file` by renaming a new one; to standard output when it is "" or "-".
+
+// Text of the Prometheus exposition format, or the same as JSON.
 int run_metrics(const Session& session, const std::string& file);
+
+// One HTML page of everything, or the same as JSON.
+int run_report(const Session& session, const std::string& file);

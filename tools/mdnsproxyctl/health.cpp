@@ -98,6 +98,14 @@ std::vector<HealthFinding> link_findings(const std::string& name, int daemon_ind
   return findings;
 }
 
+HealthFinding absence_finding(const Session& session) {
+  constexpr std::string_view kBetween = ".\ncure: ";
+  const std::string words = absence(session);
+  const std::size_t end = words.find(kBetween);
+  const std::size_t cure = end + kBetween.size();
+  return {HealthSeverity::error, "daemon", words.substr(0, end), words.substr(cure, words.size() - cure - 1)};
+}
+
 std::vector<HealthFinding> findings_of(const Session& session, const std::vector<MachineLink>& links) {
   std::vector<HealthFinding> findings;
   if (!session.is_running()) {
@@ -137,4 +145,13 @@ std::string findings_text(const std::vector<HealthFinding>& findings) {
 int findings_status(const std::vector<HealthFinding>& findings) {
   const bool error = std::ranges::count(findings, HealthSeverity::error, &HealthFinding::severity) > 0;
   return error ? kUnwell : findings.empty() ? kWell : kWorthALook;
+}
+
+int overall_status(const Session& session, const std::vector<HealthFinding>& findings) {
+  const auto is_forwarded = [](const InstanceView& each) { return each.state == StateOfInstance::forwarded; };
+  if (!session.is_running()) {
+    return base_status(session);
+  }
+  return std::max(std::ranges::all_of(session.state.view.instances, is_forwarded) ? kWell : kWorthALook,
+                  static_cast<ExitStatus>(findings_status(findings)));
 }

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <algorithm>
-
 #include "mdnsproxyctl/commands.h"
 #include "mdnsproxyctl/health.h"
+#include "mdnsproxyctl/schema.h"
 
 namespace {
 
@@ -19,19 +18,6 @@ struct Row {
   const MachineLink* now;  // null: gone
   std::vector<HealthFinding> findings;
 };
-
-Json link_json(const Session& session, const Row& row) {
-  Json link = {{"name", row.held.name},
-               {"daemon_index", row.held.index},
-               {"index", row.now != nullptr ? Json(row.now->index) : Json(nullptr)},
-               {"dead", row.now == nullptr || row.now->index != row.held.index},
-               {"up", row.now != nullptr && row.now->up},
-               {"multicast", row.now != nullptr && row.now->multicast},
-               {"addresses", row.now != nullptr ? Json(row.now->addresses) : Json::array()}};
-  link.update(link_figures_json(session, row.held.index));
-  link["findings"] = findings_json(row.findings);
-  return link;
-}
 
 std::vector<std::string> cells(const Session& session, const Row& row) {
   const LinkView* const figures = link_figures(session, row.held.index);
@@ -75,7 +61,7 @@ int run_links(const Session& session, const std::string& only) {
   for (const RuleLink& held : rule_links(session.state.view)) {
     if (only.empty() || only == held.name) {
       const Row row = {held, find_link(links, held.name), link_findings(held.name, held.index, links)};
-      answer["links"].push_back(link_json(session, row));
+      answer["links"].push_back(link_json(session, row.held, row.now, row.findings));
       rows.push_back(cells(session, row));
       others += others_text(session, held);
       all.insert(all.end(), row.findings.begin(), row.findings.end());

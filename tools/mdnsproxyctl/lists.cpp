@@ -1,17 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The rules and the services, as the state file has them.
 
-#include <algorithm>
-
 #include "mdnsproxyctl/commands.h"
+#include "mdnsproxyctl/schema.h"
 
 namespace {
 
 using Rows = std::vector<std::vector<std::string>>;
-
-std::ptrdiff_t count(const StateView& view, std::size_t rule, StateOfInstance state) {
-  return std::ranges::count_if(view.instances, [&](const auto& each) { return each.rule == rule && each.state == state; });
-}
 
 std::string line_text(const RuleView& rule) { return rule.line != 0 ? std::to_string(rule.line) : "-"; }
 
@@ -56,18 +51,10 @@ int run_rules(const Session& session) {
   Rows rows = {{"LINE", "FROM", "TO", "TYPE", "FORWARDED", "WAITING", "REFUSED"}};
   for (std::size_t i = 0; i < view.rules.size(); ++i) {
     const RuleView& rule = view.rules[i];
-    const auto forwarded = count(view, i, StateOfInstance::forwarded);
-    const auto waiting = count(view, i, StateOfInstance::waiting);
-    const auto refused = count(view, i, StateOfInstance::refused);
-    answer["rules"].push_back({{"rule_line", rule.line != 0 ? Json(rule.line) : Json(nullptr)},
-                               {"from", rule.from},
-                               {"to", rule.to},
-                               {"type", rule.type},
-                               {"forwarded", forwarded},
-                               {"waiting", waiting},
-                               {"refused", refused}});
-    rows.push_back({line_text(rule), shown(rule.from), shown(rule.to), shown(rule.type), std::to_string(forwarded),
-                    std::to_string(waiting), std::to_string(refused)});
+    const StateCounts counts = count_states(view, i);
+    answer["rules"].push_back(rule_json(view, i));
+    rows.push_back({line_text(rule), shown(rule.from), shown(rule.to), shown(rule.type), std::to_string(counts.forwarded),
+                    std::to_string(counts.waiting), std::to_string(counts.refused)});
   }
   const bool none = view.rules.empty();
   return print_answer(session, answer, none ? "There is no rule.\n" : table(rows), none ? kWorthALook : kWell);

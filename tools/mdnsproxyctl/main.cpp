@@ -27,7 +27,7 @@ struct Arguments {
   ServicesFilter filter;
   StateOfInstance state = StateOfInstance::none;
   std::uint64_t since = 0;
-  std::string metrics_file;
+  std::string output_file;
   WhyQuestion why;
 };
 
@@ -65,8 +65,10 @@ void describe_commands(CLI::App& app, Arguments& arguments) {
   watch->add_option("--since", arguments.since, "those of the last SECONDS too, as far as they are still known")
       ->type_name("SECONDS");
   CLI::App* metrics = app.add_subcommand("metrics", "figures for Prometheus");
-  metrics->add_option("-o,--output", arguments.metrics_file, "write to this file, which is replaced as a whole")
-      ->type_name("FILE");
+  CLI::App* report = app.add_subcommand("report", "all of it as one page for a browser");
+  for (CLI::App* each : {metrics, report}) {
+    each->add_option("-o,--output", arguments.output_file, "write to this file, which is replaced as a whole")->type_name("FILE");
+  }
 }
 
 int run(const CLI::App& app, Arguments& arguments) {
@@ -98,7 +100,10 @@ int run(const CLI::App& app, Arguments& arguments) {
     return run_watch(session, command->count("--since") > 0 ? std::optional(arguments.since) : std::nullopt);
   }
   if (name == "metrics") {
-    return run_metrics(session, arguments.metrics_file);
+    return run_metrics(session, arguments.output_file);
+  }
+  if (name == "report") {
+    return run_report(session, arguments.output_file);
   }
   if (command->count("--state") > 0) {
     arguments.filter.state = arguments.state;

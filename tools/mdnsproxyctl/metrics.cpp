@@ -2,18 +2,13 @@
 // Figures in the Prometheus text format, version 0.0.4: for each HELP, TYPE and samples, in base units, without names
 // of services.
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <utility>
 
 #include "mdnsproxyctl/commands.h"
 #include "mdnsproxyctl/health.h"
+#include "mdnsproxyctl/output_file.h"
 
 namespace {
 
@@ -171,49 +166,11 @@ Json json_of(const std::vector<Metric>& metrics) {
   return list;
 }
 
-bool write_all(int file, const std::string& text) {
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t written = write(file, text.data() + done, text.size() - done);
-    if (written < 0 && errno != EINTR) {
-      return false;
-    }
-    done += written > 0 ? static_cast<std::size_t>(written) : 0;
-  }
-  return true;
-}
-
-// A collector reads the old file or the new one, never half of one. False: there is no new one, and errno says why.
-bool replace_file(const std::string& path, const std::string& text) {
-  std::string fresh = path + ".XXXXXX";
-  const int file = mkstemp(fresh.data());
-  if (file == -1) {
-    return false;
-  }
-  const bool written = write_all(file, text) && fchmod(file, 0644) == 0;
-  const bool replaced = close(file) == 0 && written && rename(fresh.c_str(), path.c_str()) == 0;
-  if (!replaced) {
-    const int why = errno;
-    unlink(fresh.c_str());
-    errno = why;
-  }
-  return replaced;
-}
-
 }  // namespace
 
 int run_metrics(const Session& session, const std::string& file) {
   const std::vector<Metric> metrics = metrics_of(session);
   Json answer = new_answer(session);
   answer["metrics"] = json_of(metrics);
-  if (file.empty()) {
-    return print_answer(session, answer, text_of(metrics), base_status(session));
-  }
-  const std::string text =
-      session.options.json ? answer.dump(2, ' ', true, Json::error_handler_t::replace) + "\n" : text_of(metrics);
-  if (!replace_file(file, text)) {
-    std::fprintf(stderr, "mdnsproxyctl: %s: %s\n", shown(file).c_str(), std::strerror(errno));
-    return kUnwell;
-  }
-  return base_status(session);
+  return write_answer(session, file, answer, text_of(metrics), base_status(session));
 }

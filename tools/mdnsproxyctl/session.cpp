@@ -78,9 +78,12 @@ std::string absence(const Session& session) {
 
 int base_status(const Session& session) { return !session.has_state() ? kNoState : session.is_running() ? kWell : kNotRunning; }
 
+std::string answer_output(const Session& session, const Json& answer, const std::string& text) {
+  return session.options.json ? answer.dump(2, ' ', true, Json::error_handler_t::replace) + "\n" : text;
+}
+
 int print_answer(const Session& session, const Json& answer, const std::string& text, int status) {
-  // All but ASCII is escaped, so that nothing in a name reaches a terminal as it is.
-  const std::string output = session.options.json ? answer.dump(2, ' ', true, Json::error_handler_t::replace) + "\n" : text;
+  const std::string output = answer_output(session, answer, text);
   const bool written = std::fputs(output.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
   return written ? status : kUnwell;
 }

@@ -6,7 +6,8 @@
 // answer is one object with "schema", 1, and "daemon"; the schema is in mdnsproxyctl(1).
 //
 // Read in this order: this header, state_reader.h, text.h, machine.h, health.h, commands.h and the source of each
-// command; for `why` then case.h, why.cpp, case_known.cpp, case_unknown.cpp, and question.h, dns_message.h and reach.h.
+// command; for `why` then case.h, why.cpp, case_known.cpp, case_unknown.cpp, and question.h, dns_message.h and reach.h;
+// for `report` report.h.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -58,6 +59,10 @@ std::string absence(const Session& session);
 
 // kWell, kNotRunning or kNoState, by the state file alone.
 int base_status(const Session& session);
+
+// What is written of an answer: JSON when that was asked for, else the text. In JSON all but ASCII is escaped, so that
+// nothing in a name reaches a terminal as it is.
+std::string answer_output(const Session& session, const Json& answer, const std::string& text);
 
 // Writes a JSON answer, or the text, to standard output. `status` as it comes, or kUnwell when the output could not be
 // written.

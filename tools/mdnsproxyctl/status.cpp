@@ -3,26 +3,9 @@
 
 #include "mdnsproxyctl/commands.h"
 #include "mdnsproxyctl/health.h"
+#include "mdnsproxyctl/schema.h"
 
 namespace {
-
-struct Counts {
-  std::ptrdiff_t forwarded;
-  std::ptrdiff_t waiting;
-  std::ptrdiff_t refused;
-};
-
-Counts count_states(const StateView& view) {
-  const auto count = [&](StateOfInstance state) { return std::ranges::count(view.instances, state, &InstanceView::state); };
-  return {count(StateOfInstance::forwarded), count(StateOfInstance::waiting), count(StateOfInstance::refused)};
-}
-
-// Those that the limit counts: the daemon keeps nothing for what it refused for these two reasons.
-std::ptrdiff_t count_living(const StateView& view) {
-  return std::ranges::count_if(view.instances, [](const InstanceView& each) {
-    return each.reason != StateReason::limit && each.reason != StateReason::through_gateway;
-  });
-}
 
 std::string reasons_text(const StateView& view) {
   std::string text;
@@ -41,7 +24,7 @@ std::string worst_text(const std::vector<HealthFinding>& findings) {
 
 std::string text_of(const Session& session, const std::vector<HealthFinding>& findings) {
   const StateView& view = session.state.view;
-  const Counts counts = count_states(view);
+  const StateCounts counts = count_states(view);
   return worst_text(findings) + "running   since " + utc_time(view.started, session.clocks) + " (" +
          duration(age(view.started, session.clocks)) + "), process " + std::to_string(view.pid) + ", version " +
          shown(view.version) + "\n" + "rules     " + std::to_string(view.rules.size()) + " of " + shown(view.rules_file) + "\n" +
@@ -60,12 +43,11 @@ int run_status(const Session& session) {
   }
   const StateView& view = session.state.view;
   const std::vector<HealthFinding> findings = findings_of(session, machine_links());
-  const Counts counts = count_states(view);
+  const StateCounts counts = count_states(view);
   answer["findings"] = findings_json(findings);
   answer["rules"] = view.rules.size();
   answer["rules_file"] = view.rules_file;
   answer["services"] = {{"forwarded", counts.forwarded}, {"waiting", counts.waiting}, {"refused", counts.refused}};
-  answer["limit"] = {{"used", count_living(view)}, {"of", view.limit}, {"high_water", view.counter(StateCounter::high_water)}};
-  const int worth = counts.waiting + counts.refused > 0 ? kWorthALook : kWell;
-  return print_answer(session, answer, text_of(session, findings), std::max(worth, findings_status(findings)));
+  answer["limit"] = limit_json(view);
+  return print_answer(session, answer, text_of(session, findings), overall_status(session, findings));
 }

@@ -6,25 +6,16 @@
 #include <thread>
 
 #include "mdnsproxyctl/commands.h"
+#include "mdnsproxyctl/schema.h"
 
 namespace {
 
 constexpr auto kPause = std::chrono::milliseconds(200);
 constexpr std::uint64_t kNsPerSecond = 1'000'000'000;
 
-Json event_json(const Session& session, const EventView& event) {
-  const RuleView& rule = session.state.view.rules[event.rule];
-  const std::string reason = reason_word(event.reason);
+Json event_answer(const Session& session, const EventView& event) {
   Json answer = new_answer(session);
-  answer["event"] = {{"number", event.number},
-                     {"time", utc_time(event.time, session.clocks)},
-                     {"service", event.name},
-                     {"type", rule.type},
-                     {"from", rule.from},
-                     {"to", rule.to},
-                     {"before", event.before != StateOfInstance::none ? Json(state_word(event.before)) : Json(nullptr)},
-                     {"state", state_word(event.after)},
-                     {"reason", reason.empty() ? Json(nullptr) : Json(reason)}};
+  answer["event"] = event_json(session, event);
   return answer;
 }
 
@@ -62,7 +53,7 @@ bool print_events(const Session& session, std::uint64_t& next, std::uint64_t not
     }
     next = events[i].number + 1;
     if (session.options.json) {
-      print_line(event_json(session, events[i]).dump(-1, ' ', true, Json::error_handler_t::replace) + "\n");
+      print_line(event_answer(session, events[i]).dump(-1, ' ', true, Json::error_handler_t::replace) + "\n");
     } else if (!is_passed_by(events, i)) {
       print_line(event_text(session, events[i]));
     }

@@ -53,9 +53,8 @@ const InstanceView* find_instance(const Session& session, const WhyQuestion& que
 void examine_daemon(Case& the_case) {
   const Session& session = the_case.session;
   if (!session.is_running()) {
-    const std::string words = absence(session);
-    const std::size_t cure = words.find(".\ncure: ");
-    add_step(the_case, "daemon", false, words.substr(0, cure), words.substr(cure + 8, words.size() - cure - 9));
+    const HealthFinding gone = absence_finding(session);
+    add_step(the_case, "daemon", false, gone.text, gone.cure);
     return;
   }
   const std::vector<HealthFinding> findings = findings_of(session, the_case.links);
