@@ -41,8 +41,8 @@ def test_every_page_that_is_referred_to_is_ours_or_known(path):
 
 def test_every_option_of_the_checker_is_in_its_page():
     shown = source_tree.run(source_tree.BUILD / "mdnsproxy-check", "--help")
-    options = set(re.findall(r"(?<![\w-])--?[a-z]+", shown))
-    assert {"--services", "--rules", "--settings", "--interfaces", "--json", "--help", "--version", "-h"} <= options
+    options = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", shown))
+    assert {"--services", "--ends-with", "--rules", "--settings", "--interfaces", "--json", "--help", "--version", "-h"} <= options
     text = page("mdnsproxy-check.1")
     assert [option for option in sorted(options) if not is_in(option, text)] == []
 

@@ -111,12 +111,16 @@ Json forwarding_json(const Verdict& verdict) {
 
 }  // namespace
 
-std::string text_report(const Verdict& verdict, const CheckRequest& request) {
-  std::string report;
-  for (const Finding& each : verdict.findings) {
-    report += finding_line(each);
+std::string finding_lines(const Findings& findings) {
+  std::string lines;
+  for (const Finding& each : findings) {
+    lines += finding_line(each);
   }
-  return report + forwarding_text(verdict, request);
+  return lines;
+}
+
+std::string text_report(const Verdict& verdict, const CheckRequest& request) {
+  return finding_lines(verdict.findings) + forwarding_text(verdict, request);
 }
 
 std::string json_report(const Verdict& verdict, const CheckRequest& request) {

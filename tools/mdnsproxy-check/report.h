@@ -6,7 +6,10 @@
 
 #include "mdnsproxy-check/verdict.h"
 
-// One line a finding, "file:line:column: error|warning: text", then what will be forwarded from where to where.
+// One line a finding, "file:line:column: error|warning: text".
+std::string finding_lines(const Findings& findings);
+
+// The lines of the findings, then what will be forwarded from where to where.
 std::string text_report(const Verdict& verdict, const CheckRequest& request);
 
 // The same as one JSON object, see mdnsproxy-check(1). Bytes that are not UTF-8 are replaced.

@@ -34,6 +34,8 @@ struct RulesCheck {
   RulesSource source;
   const ServiceCatalog& catalog;
   const std::optional<std::vector<std::string>>& interfaces;
+  const std::vector<InterfaceFault>& faults;
+  std::set<std::string> warned_interfaces;
   std::string services_path;
   std::vector<Installation> installations;
   std::map<Triple, std::size_t> installed;  // to the place in `installations`
@@ -54,9 +56,9 @@ void warn(RulesCheck& check, std::size_t offset, const std::string& message, con
 // --- Reading --------------------------------------------------------------------------------------------------------------
 
 // False: there is nothing to scan.
-bool read_rules(RulesCheck& check, const std::string& path) {
+bool read_rules(RulesCheck& check, const std::string& path, const std::optional<Reader>& reader) {
   SourceText& text = check.source.text;
-  switch (read_source(path, text)) {
+  switch (read_source(path, reader, text)) {
     case ReadOutcome::ok:
       return true;
     case ReadOutcome::not_found:
@@ -97,6 +99,15 @@ bool check_interfaces(RulesCheck& check, const Rule& rule) {
     fail_interface(check, rule, RuleWord::if_to, kUnknownIfTo, rule.if_to);
   }
   return from_exists && to_exists;
+}
+
+// Once for each interface that the daemon could do nothing with.
+void warn_of_fault(RulesCheck& check, const Rule& rule, RuleWord word, const std::string& name) {
+  for (const InterfaceFault& each : check.faults) {
+    if (each.name == name && check.warned_interfaces.insert(name).second) {
+      warn(check, attribute_of(rule.item, word).value_offset, each.message, each.cure);
+    }
+  }
 }
 
 void warn_of_repetition(RulesCheck& check, const Rule& rule, const Installation& now, const Installation& first) {
@@ -141,6 +152,8 @@ void install_types(RulesCheck& check, const Rule& rule, const std::vector<std::s
   if (types.empty() || !check_interfaces(check, rule)) {
     return;
   }
+  warn_of_fault(check, rule, RuleWord::if_from, rule.if_from);
+  warn_of_fault(check, rule, RuleWord::if_to, rule.if_to);
   std::set<std::string> refused;
   bool warned = false;
   for (const std::string& type : types) {
@@ -271,8 +284,8 @@ void scan_rules(RulesCheck& check) {
 }  // namespace
 
 std::vector<Installation> check_rules(const CheckRequest& request, const ServiceCatalog& catalog, Findings& findings) {
-  RulesCheck check = {{}, catalog, request.interfaces, request.services_file, {}, {}, findings};
-  if (!read_rules(check, request.rules_file)) {
+  RulesCheck check = {{}, catalog, request.interfaces, request.interface_faults, {}, request.services_file, {}, {}, findings};
+  if (!read_rules(check, request.rules_file, request.reader)) {
     return {};
   }
   check.source.comments = comments_of(check.source.text);

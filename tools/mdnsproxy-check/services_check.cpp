@@ -47,8 +47,8 @@ const char* path_of(const ServicesCheck& check) { return check.source.path.c_str
 // --- Reading --------------------------------------------------------------------------------------------------------------
 
 // False: there is nothing to scan.
-bool read_services(ServicesCheck& check, const std::string& path) {
-  switch (read_source(path, check.source)) {
+bool read_services(ServicesCheck& check, const std::string& path, const std::optional<Reader>& reader) {
+  switch (read_source(path, reader, check.source)) {
     case ReadOutcome::ok:
       return true;
     case ReadOutcome::not_found:
@@ -256,10 +256,10 @@ void look_at_tags(ServicesCheck& check) {
 
 }  // namespace
 
-ServiceCatalog check_services(const std::string& path, Findings& findings) {
+ServiceCatalog check_services(const std::string& path, Findings& findings, const std::optional<Reader>& reader) {
   ServicesCheck check = {{}, {}, {}, {}, {}, findings};
   ServiceCatalog catalog;
-  catalog.readable = read_services(check, path);
+  catalog.readable = read_services(check, path, reader);
   if (!catalog.readable) {
     return catalog;
   }

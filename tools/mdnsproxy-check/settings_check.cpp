@@ -173,7 +173,7 @@ void look_at_sections(SettingsCheck& check) {
 
 // Whether there is a text to look at.
 bool read_settings(SettingsCheck& check, const std::string& path, bool required) {
-  switch (read_source(path, check.source)) {
+  switch (read_source(path, std::nullopt, check.source)) {
     case ReadOutcome::ok:
       break;
     case ReadOutcome::not_found:

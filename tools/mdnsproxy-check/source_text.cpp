@@ -40,10 +40,10 @@ SourceText source_of_text(const std::string& path, std::string_view text) {
   return source;
 }
 
-ReadOutcome read_source(const std::string& path, SourceText& source) {
+ReadOutcome read_source(const std::string& path, const std::optional<Reader>& reader, SourceText& source) {
   source = source_of_text(path, "");
   const Stream stream(std::fopen(path.c_str(), "r"), &std::fclose);
-  if (stream == nullptr) {
+  if (stream == nullptr || (reader && !can_read(path, *reader))) {
     return ReadOutcome::not_found;
   }
   struct stat status = {};

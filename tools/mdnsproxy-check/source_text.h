@@ -4,11 +4,13 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "mdnsproxy-check/finding.h"
+#include "mdnsproxy-check/reader.h"
 
 enum class ReadOutcome {
   ok,
@@ -38,8 +40,9 @@ struct Stretch {
   std::size_t end;
 };
 
-// Reads the file in the order of the daemon's own tests. `source.path` is set whatever the outcome.
-ReadOutcome read_source(const std::string& path, SourceText& source);
+// Reads the file in the order of the daemon's own tests. `source.path` is set whatever the outcome. What the reader, if
+// there is one, cannot open counts as not found.
+ReadOutcome read_source(const std::string& path, const std::optional<Reader>& reader, SourceText& source);
 
 // A source made of a text instead of a file.
 SourceText source_of_text(const std::string& path, std::string_view text);

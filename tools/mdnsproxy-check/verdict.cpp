@@ -22,7 +22,7 @@ void sort_by_position(Findings& findings, const CheckRequest& request) {
 
 Verdict check_files(const CheckRequest& request) {
   Verdict verdict;
-  const ServiceCatalog catalog = check_services(request.services_file, verdict.findings);
+  const ServiceCatalog catalog = check_services(request.services_file, verdict.findings, request.reader);
   verdict.installations = check_rules(request, catalog, verdict.findings);
   const auto end = std::find_if(verdict.findings.begin(), verdict.findings.end(), is_error);
   if (end != verdict.findings.end()) {

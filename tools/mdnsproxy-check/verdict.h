@@ -4,8 +4,8 @@
 // Promises: a file is accepted here exactly when the daemon accepts it, and the rules come out in the daemon's order, because
 // both read it with the same scanners (config/services_scanner.h, config/rules_scanner.h). Everything else here only explains.
 //
-// Read in this order: this header, finding.h, source_text.h, services_check.cpp, rules_check.cpp, settings_check.cpp,
-// report.cpp, main.cpp.
+// Read in this order: this header, finding.h, source_text.h, reader.h, interfaces.h, services_check.cpp, rules_check.cpp,
+// settings_check.cpp, report.cpp, main.cpp.
 #pragma once
 
 #include <optional>
@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "mdnsproxy-check/finding.h"
+#include "mdnsproxy-check/interfaces.h"
+#include "mdnsproxy-check/reader.h"
 
 // One service of the services list.
 struct NamedService {
@@ -42,6 +44,8 @@ struct CheckRequest {
   std::string settings_file;
   bool settings_required = false;                      // asked for by name, so that a missing file is worth a word
   std::optional<std::vector<std::string>> interfaces;  // nothing: any interface is taken as existing
+  std::vector<InterfaceFault> interface_faults = {};   // of those; a rule that names such a one is warned of
+  std::optional<Reader> reader = std::nullopt;         // who has to be able to read the lists; nothing: this process
 };
 
 struct Verdict {
@@ -57,6 +61,6 @@ Verdict check_files(const CheckRequest& request);
 int exit_status(const Verdict& verdict);
 
 // The checks of one file each. They append what they find in the order in which the daemon would meet it.
-ServiceCatalog check_services(const std::string& path, Findings& findings);
+ServiceCatalog check_services(const std::string& path, Findings& findings, const std::optional<Reader>& reader = std::nullopt);
 std::vector<Installation> check_rules(const CheckRequest& request, const ServiceCatalog& catalog, Findings& findings);
 void check_settings(const std::string& path, bool required, Findings& findings);
