@@ -37,3 +37,16 @@ int run_metrics(const Session& session, const std::string& file);
 
 // One HTML page of everything, or the same as JSON.
 int run_report(const Session& session, const std::string& file);
+
+// What would come and go with this rules list, see forecast.h. Changes nothing.
+int run_what_if(const Session& session, const std::string& file);
+
+struct ApplyRequest {
+  std::string file;       // "": the installed list itself
+  std::string installed;  // its place
+  bool dry_run = false;   // look and say only
+};
+
+// Checks a rules list as the daemon's user, shows its difference to the installed one, installs it and has it read. When
+// the daemon does not run with it, the old one is put back. Only root may.
+int run_apply(const Session& session, const ApplyRequest& request);

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The rules and the services, as the state file has them.
 
+#include "mdnsproxyctl/lists.h"
+
+#include <algorithm>
+
 #include "mdnsproxyctl/commands.h"
 #include "mdnsproxyctl/schema.h"
 
@@ -17,7 +21,15 @@ bool is_wanted(const StateView& view, const InstanceView& instance, const Servic
          (!filter.state || *filter.state == instance.state);
 }
 
-// Why it is as it is, or where it is to be reached.
+std::vector<std::string> service_cells(const Session& session, const InstanceView& instance) {
+  const RuleView& rule = session.state.view.rules[instance.rule];
+  return {shown(instance.name), shown(rule.type),           shown(rule.from),
+          shown(rule.to),       state_word(instance.state), duration(age(instance.since, session.clocks)),
+          where_text(instance)};
+}
+
+}  // namespace
+
 std::string where_text(const InstanceView& instance) {
   std::string text = reason_sentence(instance.reason);
   if (!instance.name_there.empty() && instance.name_there != instance.name) {
@@ -31,15 +43,6 @@ std::string where_text(const InstanceView& instance) {
   }
   return text.empty() ? "-" : text;
 }
-
-std::vector<std::string> service_cells(const Session& session, const InstanceView& instance) {
-  const RuleView& rule = session.state.view.rules[instance.rule];
-  return {shown(instance.name), shown(rule.type),           shown(rule.from),
-          shown(rule.to),       state_word(instance.state), duration(age(instance.since, session.clocks)),
-          where_text(instance)};
-}
-
-}  // namespace
 
 int run_rules(const Session& session) {
   Json answer = new_answer(session);

@@ -4,9 +4,11 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cstring>
 #include <map>
 
 #include "mdnsproxyctl/commands.h"
+#include "mdnsproxyctl/complete.h"
 #include "mdnsproxyctl/settings.h"
 
 namespace {
@@ -29,6 +31,8 @@ struct Arguments {
   std::uint64_t since = 0;
   std::string output_file;
   WhyQuestion why;
+  std::string what_if_file;
+  ApplyRequest apply;
 };
 
 void describe_options(CLI::App& app, Arguments& arguments) {
@@ -36,9 +40,9 @@ void describe_options(CLI::App& app, Arguments& arguments) {
   app.fallthrough();
   app.require_subcommand(1);
   app.add_option("--state-file", arguments.options.state_file, "the state file (default: by the settings)")->type_name("FILE");
-  app.add_option("--services", arguments.options.services_file, "services list, asked when there is no state file")
+  app.add_option("--services", arguments.options.services_file, "services list (default: /etc/mdnsservice-list.xml)")
       ->type_name("FILE");
-  app.add_option("--rules", arguments.options.rules_file, "rules list, asked when there is no state file")->type_name("FILE");
+  app.add_option("--rules", arguments.options.rules_file, "installed rules list")->type_name("FILE");
   app.add_flag("--json", arguments.options.json, "write JSON instead of text");
   app.add_flag("--no-network", arguments.options.no_network, "ask nothing on the links");
 }
@@ -51,8 +55,7 @@ void describe_commands(CLI::App& app, Arguments& arguments) {
   CLI::App* services = app.add_subcommand("services", "the services that rules name");
   services->add_option("name", arguments.filter.name, "this one only")->type_name("NAME");
   services->add_option("--state", arguments.state, "forwarded, waiting or refused ones only")
-      ->transform(CLI::Transformer(kStates))
-      ->check(CLI::IsMember(kStates))
+      ->transform(CLI::CheckedTransformer(kStates))
       ->type_name("STATE");
   services->add_option("--link", arguments.filter.link, "those from or to this link only")->type_name("LINK");
   CLI::App* why = app.add_subcommand("why", "each step of a service's way, up to the first that fails");
@@ -69,6 +72,11 @@ void describe_commands(CLI::App& app, Arguments& arguments) {
   for (CLI::App* each : {metrics, report}) {
     each->add_option("-o,--output", arguments.output_file, "write to this file, which is replaced as a whole")->type_name("FILE");
   }
+  CLI::App* what_if = app.add_subcommand("what-if", "what would come and go with another rules list");
+  what_if->add_option("file", arguments.what_if_file, "the rules list")->type_name("FILE")->required();
+  CLI::App* apply = app.add_subcommand("apply", "check a rules list, install it and have the daemon read it (root only)");
+  apply->add_option("file", arguments.apply.file, "the rules list (default: the installed one)")->type_name("FILE");
+  apply->add_flag("--dry-run", arguments.apply.dry_run, "check it and show the difference only");
 }
 
 int run(const CLI::App& app, Arguments& arguments) {
@@ -78,6 +86,7 @@ int run(const CLI::App& app, Arguments& arguments) {
   if (arguments.options.services_file.empty()) {
     arguments.options.services_file = kServicesFile;
   }
+  arguments.apply.installed = arguments.options.rules_file.empty() ? kRulesFile : arguments.options.rules_file;
   if (arguments.options.rules_file.empty()) {
     arguments.options.rules_file = access(kRulesFile, R_OK) == 0 ? kRulesFile : kRulesFileByHand;
   }
@@ -95,6 +104,12 @@ int run(const CLI::App& app, Arguments& arguments) {
   }
   if (name == "why") {
     return run_why(session, arguments.why);
+  }
+  if (name == "what-if") {
+    return run_what_if(session, arguments.what_if_file);
+  }
+  if (name == "apply") {
+    return run_apply(session, arguments.apply);
   }
   if (name == "watch") {
     return run_watch(session, command->count("--since") > 0 ? std::optional(arguments.since) : std::nullopt);
@@ -118,6 +133,10 @@ int main(int argc, char** argv) {
   Arguments arguments;
   describe_options(app, arguments);
   describe_commands(app, arguments);
+  if (argc >= 2 && std::strcmp(argv[1], "complete") == 0) {  // asked by shells alone, and so no command of the description
+    arguments.options.state_file = configured_state_file(kSettingsFile);
+    return run_complete(app, {argv + 2, argv + argc}, arguments.options);
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

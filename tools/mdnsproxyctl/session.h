@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 // The chief header of mdnsproxyctl: what every command starts from, and how it answers.
 //
-// Promises: nothing is changed on the machine or in the daemon, and whoever may log in may ask. Every text of a
-// stranger (names of services and hosts) goes through text.h or the JSON library before it is printed. In JSON every
+// Promises: but for `apply`, which only root may, nothing is changed on the machine or in the daemon, and whoever may log
+// in may ask. Every text of a stranger (names of services and hosts) goes through text.h or the JSON library before it is printed. In JSON every
 // answer is one object with "schema", 1, and "daemon"; the schema is in mdnsproxyctl(1).
 //
 // Read in this order: this header, state_reader.h, text.h, machine.h, health.h, commands.h and the source of each
-// command; for `why` then case.h, why.cpp, case_known.cpp, case_unknown.cpp, and question.h, dns_message.h and reach.h;
-// for `report` report.h.
+// command; for `why` then case.h, why.cpp, case_known.cpp, case_unknown.cpp, and question.h, dns_message.h and reach.h; for
+// `report` report.h; for `what-if` checked_file.h, forecast.h and discovery.h; for `apply` checked_file.h, rules_file.h,
+// difference.h and unit.h.
 #pragma once
 
 #include <nlohmann/json.hpp>

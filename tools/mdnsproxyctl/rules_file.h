@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+// A file that is read and replaced as a whole.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+
+struct RulesFile {
+  std::string text;
+  mode_t mode = 0644;
+  uid_t user = 0;
+  gid_t group = 0;
+};
+
+// Of a list that is meant; the daemon itself knows no limit.
+inline constexpr off_t kLargestRulesFile = 16 << 20;
+
+// Reads a regular file of at most that size; no FIFO or device is waited for. Nothing, and errno says why, otherwise
+// (EINVAL: it is none, EFBIG: it is too large).
+std::optional<RulesFile> read_rules_file(const std::string& path);
+
+// Puts a file with this text, mode and owner in the path's place: a new one beside it is written to the disk, and then
+// takes its name. Whoever opens the path finds the old file or the new one. False: the old one is there as before, and
+// errno says why.
+bool replace_rules_file(const std::string& path, const RulesFile& file);
+
+// Keeps others who replace files in the same directory by this program away, for as long as it is there.
+class DirectoryLock {
+ public:
+  explicit DirectoryLock(const std::string& path_of_file);
+  ~DirectoryLock();
+  DirectoryLock(const DirectoryLock&) = delete;
+  DirectoryLock& operator=(const DirectoryLock&) = delete;
+
+  bool held() const { return held_; }
+
+ private:
+  int directory_;
+  bool held_;
+};
