@@ -60,6 +60,8 @@ def test_it_holds_what_it_should(package):
     assert re.fullmatch(r"/usr/lib/[\w-]+/mdnsproxy/libdns_sd\.so\.1", library)
     for expected in ("/usr/sbin/mdnsproxy", "/usr/bin/mdnsproxy-check", "/usr/bin/mdnsproxyctl", "/etc/mdnsservice-list.xml", RULES, "/etc/mdnsproxy.conf",
                      "/lib/systemd/system/mdnsproxy.service", "/lib/systemd/system/mdnsproxy-interface@.service",
+                     "/lib/systemd/system/mdnsproxy-metrics.service", "/lib/systemd/system/mdnsproxy-metrics.timer",
+                     "/usr/share/bash-completion/completions/mdnsproxyctl", "/usr/share/zsh/vendor-completions/_mdnsproxyctl",
                      "/usr/lib/sysctl.d/10-mdnsproxy.conf", "/usr/share/man/man8/mdnsproxy.8.gz",
                      "/usr/share/man/man1/mdnsproxy-check.1.gz", "/usr/share/man/man1/mdnsproxyctl.1.gz",
                      "/usr/share/man/man5/mdnsproxy-rules.5.gz",
@@ -83,6 +85,8 @@ def test_a_fresh_installation_runs_and_forwards_nothing(router):
     router.wait_until_forwarding()
     assert "Nothing will be forwarded: there is no rule." in router.journal()
     assert router.shell("systemctl is-enabled mdnsproxy").strip() == "enabled"
+    assert router.output("systemctl is-enabled mdnsproxy-metrics.timer").strip() == "disabled"
+    assert router.output("systemctl is-active mdnsproxy-metrics.timer").strip() == "inactive"
     assert router.shell("systemctl --failed --plain --no-legend") == ""
 
 
@@ -97,7 +101,9 @@ def test_an_upgrade_keeps_what_the_administrator_wrote_and_restarts_the_daemon(r
 
 
 def test_the_checker_agrees_on_the_machine_itself(router):
-    assert "Will be forwarded:" in router.shell(f"mdnsproxy-check --rules {RULES}")
+    shown = router.shell("mdnsproxy-check")
+    assert shown.startswith(f"Rules list: {RULES}, which the unit copies for the daemon\n")
+    assert "Will be forwarded:" in shown
 
 
 def test_a_printer_is_forwarded_and_taken_back(router, network):
@@ -183,6 +189,60 @@ def test_a_reload_is_another_process_and_nothing_blinks(router, network):
         assert ("removed", "Office Printer") not in [(what, name) for _, what, name in browser.events]
 
 
+def test_a_list_is_applied_and_nothing_blinks(router, network):
+    before = router.wait_until_forwarding()
+    router.write("/root/both.xml", example("print-to-guests.xml") + example("print-to-guests.xml").replace("Printing", "Scanning"))
+    with Browser(network["br20"]) as browser, Printer(network["br10"], "Office Printer"):
+        browser.sees("Office Printer", within=10)
+        shown = router.shell("mdnsproxyctl apply /root/both.xml")
+        assert "forwarded from now on: _uscan._tcp from br10 to br20" in shown
+        assert router.daemon_pid not in (0, before) and f"The daemon runs with it, process {router.daemon_pid}.\n" in shown
+        assert ("removed", "Office Printer") not in [(what, name) for _, what, name in browser.events]
+    assert router.shell(f"stat -c '%a %U' {RULES} && rm /root/both.xml") == "644 root\n"
+
+
+def test_a_list_that_the_daemon_does_not_run_with_is_taken_back(router):
+    """The checker finds nothing wrong with it."""
+    before = router.wait_until_forwarding()
+    installed = router.shell(f"cat {RULES}")
+    router.write("/root/one.xml", example("print-to-guests.xml"))
+    router.shell("mkdir -p /run/systemd/system/mdnsproxy.service.d")
+    # Ends like a daemon that has lost an interface, but for the list that was there before.
+    router.write("/root/no.sh", f"#!/bin/sh\ngrep -q Scanning {RULES} || exit 40\nexec /usr/sbin/mdnsproxy\n")
+    router.shell("cp /root/no.sh /usr/local/sbin/ && chmod 755 /usr/local/sbin/no.sh")
+    router.write("/run/systemd/system/mdnsproxy.service.d/no.conf", "[Service]\nExecStart=\nExecStart=/usr/local/sbin/no.sh\n")
+    router.shell("systemctl daemon-reload")
+    shown = router.output("mdnsproxyctl apply /root/one.xml")
+    assert "The old file is back, since the daemon ended with exit status 40" in shown
+    assert router.shell(f"cat {RULES}") == installed
+    assert f"The daemon runs with the old one, process {router.wait_until_forwarding(other_than=before)}." in shown
+    router.shell("rm -r /run/systemd/system/mdnsproxy.service.d /usr/local/sbin/no.sh /root/no.sh /root/one.xml && systemctl daemon-reload")
+    router.write(RULES, example("print-to-guests.xml"))
+    router.shell("systemctl restart mdnsproxy")
+
+
+def test_figures_are_written_for_a_collector_that_is_there(router):
+    router.wait_until_forwarding()
+    router.shell("systemctl start mdnsproxy-metrics.service")
+    assert router.status("test -e /var/lib/prometheus") != 0, "nobody collects"
+    router.shell("mkdir -p /var/lib/prometheus/node-exporter && chown nobody /var/lib/prometheus/node-exporter")
+    router.shell("systemctl start mdnsproxy-metrics.service")
+    assert "\nmdnsproxy_up 1\n" in router.shell("setpriv --reuid=nobody cat /var/lib/prometheus/node-exporter/mdnsproxy.prom")
+    router.shell("systemctl stop mdnsproxy && systemctl start mdnsproxy-metrics.service && systemctl start mdnsproxy")
+    assert "\nmdnsproxy_up 0\n" in router.shell("cat /var/lib/prometheus/node-exporter/mdnsproxy.prom")
+    router.shell("systemctl enable --now mdnsproxy-metrics.timer && systemctl is-active mdnsproxy-metrics.timer")
+    router.shell("systemctl disable --now mdnsproxy-metrics.timer && rm -r /var/lib/prometheus")
+
+
+def test_root_is_told_of_a_list_that_the_daemon_cannot_read(router):
+    router.wait_until_forwarding()
+    router.shell(f"chmod 600 {RULES}")
+    assert router.status("mdnsproxy-check") == 2
+    assert "12013011401" in router.output("mdnsproxy-check")
+    router.shell(f"chmod 644 {RULES}")
+    assert router.status("mdnsproxy-check") == 0
+
+
 def test_it_is_restarted_however_it_ended(router):
     before = router.wait_until_forwarding()
     router.shell("systemctl kill --signal=KILL mdnsproxy")
@@ -198,6 +258,22 @@ def test_a_mistake_in_a_list_is_explained_in_the_journal_and_not_tried_again(rou
     wait_until(lambda: router.unit_state() == "failed", 20, router.logs)
     assert re.search(rf"{RULES}:4:\d+: error: ERROR 12013011407: .*cure: write bidirectional=\"yes\"", router.journal())
     assert router.shell("systemctl show -P ExecMainStatus mdnsproxy").strip() == "120"
+    assert "sudo" not in router.journal()
+    router.write(RULES, example("print-to-guests.xml"))
+    router.shell("systemctl restart mdnsproxy")
+    router.wait_until_forwarding()
+
+
+def test_a_type_that_is_none_is_not_tried_for_ever(router):
+    router.wait_until_forwarding()
+    router.write(RULES, example("print-to-guests.xml").replace("Printing", "ipp").replace('rule_type="0"', 'rule_type="1"'))
+    router.shell("systemctl restart mdnsproxy")
+    wait_until(lambda: router.unit_state() in ("failed", "inactive"), 30, router.logs)
+    assert router.shell("systemctl show -P ExecMainStatus mdnsproxy").strip() == str(600 & 255)
+    restarts = router.shell("systemctl show -P NRestarts mdnsproxy")
+    stays_true(lambda: router.unit_state() in ("failed", "inactive"), 6, "no further start")
+    assert router.shell("systemctl show -P NRestarts mdnsproxy") == restarts
+    assert "600" in router.journal() and "sudo" not in router.journal()
     router.write(RULES, example("print-to-guests.xml"))
     router.shell("systemctl restart mdnsproxy")
     router.wait_until_forwarding()

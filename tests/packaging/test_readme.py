@@ -4,7 +4,7 @@
     <!-- on the workstation -->    this machine: the source tree
     <!-- on the router -->         a Debian machine that has never seen the package, with the interfaces br10 to br40
     <!-- on a client -->           another Debian machine, on link br20
-    <!-- file PATH -->             on the router
+    <!-- file PATH -->             on the router; the packet filter is only checked
 """
 
 import fnmatch
@@ -22,6 +22,9 @@ from machine import Machine
 from testbed import Network, Printer, wait_until
 
 # pylint: disable=redefined-outer-name  # fixtures
+
+
+NFT = "file /etc/nftables.d/mdnsproxy.nft"
 
 
 class Block(typing.NamedTuple):
@@ -75,7 +78,7 @@ def test_every_block_of_commands_says_where_it_is_run():
     fenced = re.findall(r"^```(\w+)\n", text, re.MULTILINE)
     assert len(fenced) == len(blocks())
     places = {block.place for block in blocks()}
-    assert places == {"on the workstation", "on the router", "on a client", "file /etc/mdnsproxyrule-list.xml"}
+    assert places == {"on the workstation", "on the router", "on a client", "file /etc/mdnsproxyrule-list.xml", NFT}
 
 
 def test_every_file_that_it_names_is_there():
@@ -116,7 +119,23 @@ def test_the_package_is_built_by_its_command():
 
 
 def test_nothing_else_is_asked_for_on_the_workstation():
-    assert commands("on the workstation") == ["./demo", "./check", debian_package.COMMAND]
+    assert commands("on the workstation") == ["./demo", "./check", "apt-get build-dep .", debian_package.COMMAND]
+
+
+def test_what_the_package_needs_is_known_to_apt():
+    """Everything is there already, since the package has been built."""
+    shown = source_tree.run("apt-get", "--simulate", "build-dep", source_tree.ROOT)
+    assert not re.findall(r"^Inst ", shown, re.MULTILINE), shown
+
+
+def test_the_package_lies_where_it_says(package):
+    named = re.search(r"as `\.\./(\S+\.deb)`", source_tree.read("README.md"))[1]
+    assert re.sub(r"_\w+\.deb$", "", package.path.name) == re.sub(r"_\w+\.deb$", "", named)
+
+
+def test_the_packet_filter_is_one(network, tmp_path):
+    (tmp_path / "rules").write_text("".join(block.text for block in blocks() if block.place == NFT))
+    source_tree.run(*network.gateway.command("nft", "--check", "--file", tmp_path / "rules"))
 
 
 # --- On the router and beyond
@@ -125,7 +144,7 @@ def test_nothing_else_is_asked_for_on_the_workstation():
 def test_it_can_be_followed_from_top_to_bottom(router, client, network):
     with Printer(network["br10"], "Office Printer"):
         for block in blocks():
-            if block.place.startswith("file "):
+            if block.place == "file /etc/mdnsproxyrule-list.xml":
                 router.write(block.place.removeprefix("file "), block.text)
                 router.shell("mdnsproxy-check --rules /etc/mdnsproxyrule-list.xml")
             elif block.place == "on the router":

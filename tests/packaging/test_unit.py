@@ -30,8 +30,18 @@ def test_systemd_understands_every_line():
 
 
 def test_the_programs_that_it_starts_are_those_of_the_package():
-    programs = re.findall(r"^Exec\w+=[-+]?(\S+)", UNIT.read_text(encoding="utf-8"), re.MULTILINE)
-    assert programs == ["cp", f"{PREFIX}/bin/mdnsproxy-check", f"{PREFIX}/sbin/mdnsproxy", "touch", "systemctl", "cat"]
+    unit = UNIT.read_text(encoding="utf-8")
+    programs = re.findall(r"^Exec\w+=[-+]*(\S+)", unit, re.MULTILINE)
+    assert programs == ["cp", "sh", "touch", f"{PREFIX}/sbin/mdnsproxy", "touch", "systemctl", "sh", "sh"]
+    assert re.findall(r"[\w/]+/mdnsproxy-check", unit) == [f"{PREFIX}/bin/mdnsproxy-check"] * 2
+    metrics = (UNITS / "mdnsproxy-metrics.service").read_text(encoding="utf-8")
+    assert re.findall(r"^Exec\w+=(\S+)", metrics, re.MULTILINE) == [f"{PREFIX}/bin/mdnsproxyctl"]
+
+
+def test_standard_output_is_for_nobody_and_standard_error_for_the_journal():
+    lines = UNIT.read_text(encoding="utf-8").splitlines()
+    assert "StandardOutput=null" in lines and "StandardError=journal" in lines
+    assert [line for line in lines if re.match(r"Exec\w+=.*(mdnsproxy-check|cat) ", line) and not (">&2'" in line or "--ends-with" in line)] == []
 
 
 def test_the_rules_come_from_the_file_that_the_manual_names():

@@ -39,14 +39,16 @@ def test_everything_is_where_it_was_told_to_be(staged):
     examples = ("cast-to-meeting-room.xml", "file-servers-both-ways.xml", "mdnsproxy.conf", "mdnsservice-list.xml",
                 "print-to-guests.xml")
     assert files(staged) == sorted([
-        f"{PREFIX}/bin/mdnsproxy", f"{PREFIX}/bin/mdnsproxy-check",
+        f"{PREFIX}/bin/mdnsproxy", f"{PREFIX}/bin/mdnsproxy-check", f"{PREFIX}/bin/mdnsproxyctl",
+        f"{PREFIX}/share/bash-completion/completions/mdnsproxyctl", f"{PREFIX}/share/zsh/site-functions/_mdnsproxyctl",
         f"{PREFIX}/lib64/mdnsproxy/libdns_sd.so.1", f"{PREFIX}/lib64/mdnsproxy/libdns_sd.so.1.0.0",
         *(f"{PREFIX}/share/man/man{page[-1]}/{page}" for page in (
-            "mdnsproxy-check.1", "mdnsproxy-rules.5", "mdnsproxy-services.5", "mdnsproxy.conf.5", "mdnsproxy.8")),
+            "mdnsproxy-check.1", "mdnsproxy-rules.5", "mdnsproxy-services.5", "mdnsproxy.conf.5", "mdnsproxy.8", "mdnsproxyctl.1")),
         *(f"{PREFIX}/share/doc/mdnsproxy/examples/{name}" for name in examples),
         "/etc/mdnsproxy.conf", "/etc/mdnsproxyrule-list.xml", "/etc/mdnsservice-list.xml",
         "/etc/sysctl.d/10-mdnsproxy.conf",
-        "/etc/systemd/system/mdnsproxy-interface@.service", "/etc/systemd/system/mdnsproxy.service"])
+        *(f"/etc/systemd/system/{unit}" for unit in (
+            "mdnsproxy-interface@.service", "mdnsproxy-metrics.service", "mdnsproxy-metrics.timer", "mdnsproxy.service"))])
 
 
 def test_no_text_names_another_place(staged):
@@ -63,8 +65,8 @@ def test_no_text_names_another_place(staged):
 
 def test_the_unit_starts_what_is_installed(staged):
     unit = (staged / "etc/systemd/system/mdnsproxy.service").read_text(encoding="utf-8")
-    assert re.findall(r"^Exec\w+=-?(\S+)", unit, re.MULTILINE) == [
-        "cp", f"{PREFIX}/bin/mdnsproxy-check", f"{PREFIX}/bin/mdnsproxy", "cat"]
+    assert re.findall(rf"{PREFIX}/bin/[\w-]+", unit) == [
+        f"{PREFIX}/bin/mdnsproxy-check", f"{PREFIX}/bin/mdnsproxy", f"{PREFIX}/bin/mdnsproxy-check"]
 
 
 def test_the_daemon_finds_its_library(staged):

@@ -53,8 +53,8 @@ def test_the_library_is_nobody_elses(package):
 
 def test_every_program_of_the_unit_is_in_it(unpacked):
     unit = next(unpacked.rglob("mdnsproxy.service")).read_text(encoding="utf-8")
-    programs = re.findall(r"^Exec\w+=-?(/\S+)", unit, re.MULTILINE)
-    assert len(programs) == 2
+    programs = re.findall(r"(?<=[= ])/usr/s?bin/[\w-]+", unit)
+    assert len(programs) == 3
     assert [path for path in programs if not os.access(unpacked / path[1:], os.X_OK)] == []
 
 
@@ -66,5 +66,5 @@ def test_the_daemon_looks_for_its_library_where_it_is(unpacked):
 
 def test_the_manual_and_the_examples_are_in_it(unpacked):
     for name in ("mdnsproxy.8", "mdnsproxy-check.1", "mdnsproxy-rules.5", "mdnsproxy-services.5", "mdnsproxy.conf.5",
-                 "print-to-guests.xml", "10-mdnsproxy.conf", "LICENSE"):
+                 "mdnsproxyctl.1", "mdnsproxy-metrics.timer", "_mdnsproxyctl", "print-to-guests.xml", "10-mdnsproxy.conf", "LICENSE"):
         assert list(unpacked.rglob(f"{name}*")), name
