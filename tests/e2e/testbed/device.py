@@ -134,9 +134,12 @@ class Device:
         answers = [record for record in dict.fromkeys(answers)
                    if not any(dns.same_name(record.name, seen.name) and (record.kind, record.data) == (seen.kind, seen.data)
                               and seen.ttl * 2 >= record.ttl for seen in message.answers)]
-        if answers:
-            # A question from another port wants its answer there (RFC 6762 section 6.7).
-            opened.sendto(dns.encode(dns.Message(dns.RESPONSE, answers=answers)), group if sender[1] == group[1] else sender)
+        if answers and sender[1] == group[1]:
+            opened.sendto(dns.encode(dns.Message(dns.RESPONSE, answers=answers)), group)
+        elif answers:
+            # A question from another port wants its answer there, with its number and itself (RFC 6762 section 6.7).
+            answer = dns.Message(dns.RESPONSE, questions=message.questions, answers=answers)
+            opened.sendto(packet[:2] + dns.encode(answer)[2:], sender)
 
     def close(self):
         """Vanishes without a word."""
