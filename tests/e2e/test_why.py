@@ -9,16 +9,29 @@
 """
 
 import contextlib
+import json
 import select
 import signal
 import socket
 import threading
 
 import pytest
-from testbed import Ctl, dns, rule, wait_until
+from testbed import Box, Ctl, Network, dns, rule, wait_until
+from testbed.script import ADD
 
 STEPS = {"daemon", "link_from", "link_to", "heard", "rule", "limit", "gateway", "resolved", "address", "announced", "name_there",
-         "found_there", "found_from", "route", "forwarding", "connect"}
+         "found_there", "found_from", "reflector", "route", "forwarding", "filter", "connect"}
+REFLECTOR_CONFIGURATION = """\
+[server]
+use-ipv4=yes
+use-ipv6=yes
+enable-dbus=no
+[publish]
+publish-workstation=no
+publish-hinfo=no
+[reflector]
+enable-reflector=yes
+"""
 
 
 @pytest.fixture
@@ -35,14 +48,20 @@ def daemon(scene, net):
 
 @pytest.fixture
 def why(daemon):
-    """why(...) is the answer, which is the same for root and for nobody: its steps are known ones, and the first failure is the
-    verdict's."""
+    """why(...) is root's answer: its steps are known ones, and the first failure is the verdict's. Nobody's is the same, but for
+    the packet filter, at which only root may look; `others_see` is nobody's first failure, when that is another one."""
     users = [Ctl(daemon), Ctl(daemon, user=65534)]
 
-    def asked(*arguments):
+    def asked(*arguments, others_see=True):
         (status, answer), (other_status, other) = (each.json("why", *arguments) for each in users)
-        assert (status, answer["verdict"]) == (other_status, other["verdict"])
-        assert [(step["step"], step["ok"]) for step in answer["steps"]] == [(step["step"], step["ok"]) for step in other["steps"]]
+        hidden = [step for step in other["steps"] if step["step"] == "filter"]
+        assert all(step["ok"] is None and "only root" in step["detail"] and "sudo" in step["detail"] for step in hidden)
+        if others_see is True:
+            assert (status, answer["verdict"]) == (other_status, other["verdict"])
+            assert seen(answer) == seen(other)
+        else:
+            assert other["verdict"]["step"] == others_see
+            assert len(hidden) >= 1
         failures = [step for step in answer["steps"] if step["ok"] is False]
         assert {step["step"] for step in answer["steps"]} <= STEPS
         assert [step["cure"] is None for step in answer["steps"]] == [step["ok"] is not False for step in answer["steps"]]
@@ -65,6 +84,10 @@ def listening(link, port):
 def wait_for_state(daemon, name, state):
     wait_until(lambda: any(each["service"] == name and each["state"] == state
                            for each in Ctl(daemon).json("services")[1]["services"]), 10, lambda: Ctl(daemon).json("services"))
+
+
+def seen(answer):
+    return [(each["step"], each["ok"]) for each in answer["steps"] if each["step"] != "filter"]
 
 
 def step(answer, name):
@@ -113,6 +136,11 @@ def test_one_that_came_through_a_gateway(scene, net, daemon, why):
     wait_for_state(daemon, "Via Gateway", "refused")
     answer = why("Via Gateway")
     assert (answer["verdict"]["reason"], answer["failure"]["step"]) == ("through_gateway", "gateway")
+    assert f"forwarded it to a: 10.1.0.2 ({hardware_address(net['a'].ns, 'br0')})" in answer["failure"]["detail"]
+
+
+def hardware_address(namespace, interface):
+    return json.loads(namespace.run(f"ip -j link show dev {interface}"))[0]["address"]
 
 
 def test_a_type_that_no_rule_names(scene, net, daemon, why):  # pylint: disable=unused-argument
@@ -123,12 +151,16 @@ def test_a_type_that_no_rule_names(scene, net, daemon, why):  # pylint: disable=
     assert "add a rule for _http._tcp from a" in answer["failure"]["cure"]
 
 
-@pytest.mark.parametrize("subject", ["Misplaced", "_ipp._tcp"])
-def test_a_rule_for_the_wrong_interface(scene, net, daemon, why, subject):  # pylint: disable=unused-argument
-    scene.device(net["c"]).publish("Misplaced")
+@pytest.mark.parametrize("subject, detail", [
+    ("Misplaced", "line 1 looks for _ipp._tcp on a, and it is on c"),
+    ("_ipp._tcp", "line 1 looks for _ipp._tcp on a, where nothing of it is heard; c has 2 of them")])
+def test_a_rule_for_the_wrong_interface(scene, net, daemon, why, subject, detail):  # pylint: disable=unused-argument
+    device = scene.device(net["c"])
+    device.publish("Misplaced")
+    device.publish("Another")
     answer = why(subject)
     assert (answer["verdict"]["reason"], answer["failure"]["step"]) == ("not_named", "rule")
-    assert answer["failure"]["detail"] == "line 1 looks for _ipp._tcp on a, and it is on c"
+    assert answer["failure"]["detail"] == detail
     assert 'if_from="c"' in answer["failure"]["cure"]
 
 
@@ -176,6 +208,36 @@ def test_a_daemon_that_does_not_hear_what_is_there(scene, net, daemon, why):  # 
     assert "UDP port 5353" in answer["failure"]["cure"]
 
 
+def test_a_packet_filter_that_drops_multicast_dns(scene, net, daemon, why):  # pylint: disable=unused-argument
+    nft(net, "add rule inet filter input iifname a udp dport 5353 counter drop")
+    scene.device(net["a"]).publish("Air Printer")
+    answer = why("_ipp._tcp", others_see="heard")
+    assert (answer["status"], answer["failure"]["step"]) == (1, "heard")
+    assert "nft counts " in answer["failure"]["detail"]
+    assert "packets dropped by chain input of table inet filter (the rule with handle" in answer["failure"]["detail"]
+    assert 'nft insert rule inet filter input iifname "a" udp dport 5353 accept' in answer["failure"]["cure"]
+    net.gateway.run(answer["failure"]["cure"].split(",")[0].replace('"', ""))
+    scene.device(net["a"], host="other").publish("Heard Printer")
+    wait_for_state(daemon, "Heard Printer", "forwarded")
+
+
+def test_a_packet_filter_that_drops_all_it_does_not_know(scene, net, daemon, why):  # pylint: disable=unused-argument
+    scene.device(net["a"])
+    nft(net, "chain inet filter input { policy drop ; }", "add rule inet filter input ct state established,related accept",
+        "add rule inet filter input tcp dport 22 accept")
+    answer = why("Air Printer", others_see="heard")
+    assert answer["failure"]["step"] == "heard"
+    assert answer["failure"]["detail"] == ("a DEAF: asked 4 times, heard nothing from anybody; packets to UDP port 5353 are dropped "
+                                           "by chain input of table inet filter (its policy)")
+
+
+def nft(net, *commands):
+    """Runs commands of nft(8) on the gateway, in a table that lets everything pass otherwise."""
+    chains = [f"add chain inet filter {hook} {{ type filter hook {hook} priority 0 ; }}" for hook in ("input", "forward")]
+    for command in ["add table inet filter", *chains, *commands]:
+        net.gateway.run(f"nft {command}")
+
+
 def test_a_link_that_was_made_anew(scene, net, daemon, why):
     scene.device(net["a"]).publish("Air Printer")
     wait_for_state(daemon, "Air Printer", "forwarded")
@@ -194,6 +256,80 @@ def test_a_router_that_does_not_forward(scene, net, daemon, why):
         answer = why("Air Printer")
     assert answer["failure"]["step"] == "forwarding"
     assert "sysctl -w net/ipv4/conf/b/forwarding=1" in answer["failure"]["cure"]
+
+
+def test_a_packet_filter_between_the_links(scene, net, daemon, why):
+    scene.device(net["a"], addresses=["10.1.0.2"]).publish("Air Printer")
+    wait_for_state(daemon, "Air Printer", "forwarded")
+    with listening(net["a"], 631):
+        nft(net, "chain inet filter forward { policy drop ; }")
+        answer = why("Air Printer", others_see=None)
+        assert answer["failure"]["step"] == "filter"
+        assert answer["failure"]["detail"] == ("10.1.0.2 port 631 from b: a client's packets are dropped by chain forward of table "
+                                               "inet filter (its policy)")
+        cure = 'nft insert rule inet filter forward iifname "b" oifname "a" ip daddr 10.1.0.2 tcp dport 631 accept'
+        assert answer["failure"]["cure"].startswith(cure)
+        net.gateway.run(cure.replace('"', ""))
+        answer = why("Air Printer", others_see=None)
+        assert "the answers are dropped" in answer["failure"]["detail"]
+        net.gateway.run(answer["failure"]["cure"].split(", ")[0].replace('"', ""))
+        assert why("Air Printer")["failure"]["step"] is None
+
+
+def test_a_reflector_beside_the_gateway(scene, net, daemon, why):
+    scene.device(net["a"]).publish("Air Printer")
+    wait_for_state(daemon, "Air Printer", "forwarded")
+    reflector = start_reflector(scene, net)
+    name = f"10.2.0.9 ({hardware_address(reflector, 'b')})"
+    with listening(net["a"], 631):
+        answer = why("Air Printer")
+    assert answer["failure"]["step"] == "reflector"
+    assert answer["failure"]["detail"] == f"{name} repeats packets of a on b: a reflector"
+    assert "switch it off" in answer["failure"]["cure"]
+    assert step(answer, "connect")["ok"], "a reflector does not end the way"
+    for user in (0, 65534):
+        status, links = Ctl(daemon, user).json("links", "b")
+        assert (status, links["links"][0]["findings"][0]["text"]) == (1, f"{name} repeats packets of a on b: a reflector")
+
+
+def start_reflector(scene, net):
+    """avahi-daemon in a namespace of its own between the links a and b, where it is host 9."""
+    namespace = scene.keep(Network.new_gateway("reflector", [net["a"], net["b"]], host=9))
+    box = scene.keep(Box(namespace, "avahi-daemon"))
+    box.path("/etc/avahi").mkdir()
+    box.path("/run/avahi-daemon").mkdir()
+    box.write("/etc/avahi/avahi-daemon.conf", REFLECTOR_CONFIGURATION)
+    box.start("/usr/sbin/avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits")
+    wait_until(lambda: "Server startup complete" in box.output(), 20, "avahi-daemon between the links")
+    return namespace
+
+
+def test_one_too_many(scene):
+    daemon = scene.scripted_daemon(rule("_ipp._tcp", "a", "b"))
+    daemon.box.path("/run/mdnsproxy").mkdir()
+    for link, address in (("a", "10.1.0.1/24"), ("b", "10.2.0.1/24")):
+        daemon.box.run("ip", "addr", "add", address, "dev", link)
+        daemon.box.run("ip", "link", "set", "dev", link, "up")
+    daemon.start_and_wait()
+    for number in range(2002):
+        wait_until(lambda number=number: browse_reply(daemon, f"Device {number}"), 10, "room for a reply")
+    ctl = Ctl(daemon)
+    wait_until(lambda: ctl("services", "Device 2001")[0] == 1 and "refused" in ctl("services", "Device 2001")[1], 20, "the last one")
+    status, answer = ctl.json("why", "Device 2001", "--no-network")
+    assert (status, answer["verdict"]["reason"], answer["verdict"]["step"]) == (1, "limit", "limit")
+    assert step(answer, "limit")["detail"] == "there were 2001 services already"
+    assert "use fewer or narrower rules" in answer["verdict"]["cure"]
+    status, answer = ctl.json("status")
+    assert (status, answer["findings"][0]["text"]) == (2, "the limit of 2001 services is reached; refused: 1")
+
+
+def browse_reply(daemon, name):
+    """Whether there was room for it."""
+    try:
+        daemon.script.says("browse", 1, ADD, 2, 0, name, "_ipp._tcp.", "local.")
+    except BlockingIOError:
+        return False
+    return True
 
 
 def test_a_host_to_which_there_is_no_route(scene, net, daemon, why):

@@ -5,8 +5,8 @@
 #include <algorithm>
 
 #include "mdnsproxyctl/case.h"
-#include "mdnsproxyctl/question.h"
 #include "mdnsproxyctl/reach.h"
+#include "mdnsproxyctl/reflectors.h"
 
 namespace {
 
@@ -75,6 +75,36 @@ bool examine_registration(Case& the_case) {
   return instance.state == StateOfInstance::forwarded;
 }
 
+// The name by which this machine announces something else of that type on another link, so that it is found back here.
+const InstanceView* find_own(const Case& the_case) {
+  const StateView& view = the_case.session.state.view;
+  const RuleView& rule = rule_of(the_case);
+  const auto own = std::ranges::find_if(view.instances, [&](const InstanceView& each) {
+    const RuleView& other = view.rules[each.rule];
+    return each.state == StateOfInstance::forwarded && each.name_there == the_case.instance->name && other.to != rule.from &&
+           base_type(other.type) == base_type(rule.type);
+  });
+  return own != view.instances.end() ? &*own : nullptr;
+}
+
+void examine_gateway(Case& the_case) {
+  const Session& session = the_case.session;
+  const std::string from = shown(rule_of(the_case).from);
+  const std::optional<Repeater> host =
+      session.options.no_network ? std::nullopt : find_gateway(session, the_case.links, *the_case.instance);
+  const InstanceView* const own = find_own(the_case);
+  if (own != nullptr && host) {
+    const std::string to = shown(session.state.view.rules[own->rule].to);
+    add_step(the_case, "gateway", false,
+             host_text(*host) + " repeats on " + from + " what this machine announces on " + to + ": a reflector",
+             kReflectorCure);
+    return;
+  }
+  add_step(the_case, "gateway", false,
+           "its TXT data says that a gateway has forwarded it to " + from + (host ? ": " + host_text(*host) : ""),
+           "forward it from the link where its device is; a gateway does not forward what another one has");
+}
+
 // What the daemon itself says. The order is that of its own decisions.
 bool examine_daemons_part(Case& the_case) {
   const InstanceView& instance = *the_case.instance;
@@ -89,8 +119,7 @@ bool examine_daemons_part(Case& the_case) {
     return false;
   }
   if (instance.reason == StateReason::through_gateway) {
-    add_step(the_case, "gateway", false, "its TXT data says that a gateway has forwarded it to " + shown(rule.from),
-             "forward it from the link where its device is; a gateway does not forward what another one has");
+    examine_gateway(the_case);
     return false;
   }
   if (!examine_resolved(the_case)) {
@@ -100,32 +129,7 @@ bool examine_daemons_part(Case& the_case) {
   return examine_address(the_case) && examine_registration(the_case);
 }
 
-// --- On the other link -----------------------------------------------------------------------------------------------------------
-
-bool examine_answer_there(Case& the_case) {
-  const InstanceView& instance = *the_case.instance;
-  const RuleView& rule = rule_of(the_case);
-  add_step(the_case, "name_there", true,
-           instance.name_there == instance.name ? "its own" : in_quotes(instance.name_there) + ", since its own was taken");
-  const MachineLink* const link = find_link(the_case.links, rule.to);
-  if (the_case.session.options.no_network || link == nullptr) {
-    add_step(the_case, "found_there", std::nullopt, "nobody was asked (--no-network)");
-    return true;
-  }
-  DnsName name = dns_name(base_type(rule.type) + ".local");
-  name.insert(name.begin(), instance.name_there);
-  const auto is_answer = [&](const DnsRecord& each) {
-    return each.type == static_cast<std::uint16_t>(DnsType::srv) && same_name(each.name, name);
-  };
-  const std::vector<DnsRecord> records =
-      ask(*link, {{name, DnsType::srv}}, [&](const auto& heard) { return std::ranges::any_of(heard, is_answer); });
-  const bool answered = std::ranges::any_of(records, is_answer);
-  add_step(
-      the_case, "found_there", answered,
-      answered ? "a question on " + shown(rule.to) + " was answered" : "a question on " + shown(rule.to) + " was not answered",
-      "let UDP port 5353 through this machine's packet filter, in and out, on " + shown(rule.to));
-  return answered;
-}
+// --- The way of a client's packets ---------------------------------------------------------------------------------------------
 
 bool examine_route(Case& the_case, const std::string& address) {
   const RuleView& rule = rule_of(the_case);
@@ -186,11 +190,11 @@ void examine_known(Case& the_case) {
   const RuleView& rule = rule_of(the_case);
   if (!examine_link(the_case, "link_from", rule.from, rule.from_index) ||
       !examine_link(the_case, "link_to", rule.to, rule.to_index) || !examine_daemons_part(the_case) ||
-      !examine_answer_there(the_case)) {
+      !examine_other_link(the_case)) {
     return;
   }
   for (const std::string& address : the_case.instance->addresses) {
-    if (!examine_route(the_case, address) || !examine_connection(the_case, address)) {
+    if (!examine_route(the_case, address) || !examine_filter(the_case, address) || !examine_connection(the_case, address)) {
       return;
     }
   }

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "mdnsproxyctl/case.h"
+#include "mdnsproxyctl/census.h"
 #include "mdnsproxyctl/question.h"
 
 namespace {
@@ -18,6 +19,7 @@ struct Sighting {
   std::string link;
   std::string type;
   bool through_gateway;
+  std::size_t services;  // how many, when a type is looked for
 };
 
 bool is_of_type(const DnsRecord& record, DnsType type) { return record.type == static_cast<std::uint16_t>(type); }
@@ -56,7 +58,7 @@ std::vector<Sighting> look_for_name(const Case& the_case, const MachineLink& lin
         std::ranges::any_of(records, [&](const auto& each) { return is_of_type(each, DnsType::srv) && is_its(each); });
     const bool forwarded = std::ranges::any_of(records, [&](const auto& each) { return each.through_gateway && is_its(each); });
     if (there) {
-      sightings.push_back({link.name, types[i], forwarded});
+      sightings.push_back({link.name, types[i], forwarded, 1});
     }
   }
   return sightings;
@@ -65,11 +67,8 @@ std::vector<Sighting> look_for_name(const Case& the_case, const MachineLink& lin
 // Any service of the type.
 std::vector<Sighting> look_for_type(const Case& the_case, const MachineLink& link) {
   const std::string type = base_type(the_case.question.subject);
-  const DnsName name = dns_name(type + ".local");
-  const auto is_answer = [&](const DnsRecord& each) { return is_of_type(each, DnsType::ptr) && same_name(each.name, name); };
-  const std::vector<DnsRecord> records =
-      ask(link, {{name, DnsType::ptr}}, [&](const auto& heard) { return std::ranges::any_of(heard, is_answer); });
-  return std::ranges::any_of(records, is_answer) ? std::vector<Sighting>{{link.name, type, false}} : std::vector<Sighting>{};
+  const ServiceCounts counts = count_services(the_case.links, link, {type});
+  return counts.empty() ? std::vector<Sighting>{} : std::vector<Sighting>{{link.name, type, false, counts.at(type)}};
 }
 
 bool is_looked_on(const Case& the_case, const MachineLink& link) {
@@ -121,9 +120,12 @@ void explain_missing_rule(Case& the_case, const Sighting& sighting) {
   const std::string from_it = " from " + shown(sighting.link);
   the_case.reason = StateReason::not_named;
   if (elsewhere != the_case.rules.end()) {
+    const std::string looks = (elsewhere->line != 0 ? "line " + std::to_string(elsewhere->line) : std::string("a rule")) +
+                              " looks for " + shown(sighting.type) + " on " + shown(elsewhere->from);
     add_step(the_case, "rule", false,
-             (elsewhere->line != 0 ? "line " + std::to_string(elsewhere->line) : std::string("a rule")) + " looks for " +
-                 shown(sighting.type) + " on " + shown(elsewhere->from) + ", and it is on " + shown(sighting.link),
+             is_type(the_case.question.subject) ? looks + ", where nothing of it is heard; " + shown(sighting.link) + " has " +
+                                                      std::to_string(sighting.services) + " of them"
+                                                : looks + ", and it is on " + shown(sighting.link),
              "write if_from=\"" + shown(sighting.link) + "\" into the rule, or add one" + from_it);
   } else {
     add_step(the_case, "rule", false, "no rule names " + shown(sighting.type) + from_it,
@@ -149,9 +151,48 @@ void explain_deafness(Case& the_case, const Sighting& sighting, const RuleView& 
              "ask about the link where its device is");
     return;
   }
-  add_step(the_case, "heard", false,
-           "it answers a question from another port on " + shown(sighting.link) + ", and the daemon has heard nothing of it",
+  const FilterVerdict filter = judge_multicast(the_case, *find_link(the_case.links, sighting.link));
+  const std::string deaf =
+      "it answers a question from another port on " + shown(sighting.link) + ", and the daemon has heard nothing of it";
+  if (filter.passes == false) {
+    add_step(the_case, "heard", false, deaf + "; " + filter.text, filter.cure);
+    return;
+  }
+  add_step(the_case, "filter", filter.passes, filter.text);
+  add_step(the_case, "heard", false, deaf,
            "let UDP port 5353 through this machine's packet filter, in and out, on " + shown(sighting.link));
+}
+
+// The links that are looked on and on which a rule would find it.
+std::vector<const MachineLink*> links_of_rules(const Case& the_case) {
+  std::vector<const MachineLink*> links;
+  for (const MachineLink& link : the_case.links) {
+    const auto is_for_it = [&](const RuleView& each) {
+      return each.from == link.name &&
+             (!is_type(the_case.question.subject) || base_type(each.type) == base_type(the_case.question.subject));
+    };
+    if (is_looked_on(the_case, link) && std::ranges::any_of(the_case.rules, is_for_it)) {
+      links.push_back(&link);
+    }
+  }
+  return links;
+}
+
+// Nobody has answered anything: a packet filter may be why, or there is nobody.
+void explain_silence(Case& the_case) {
+  const int asked = (is_type(the_case.question.subject) ? 1 : 2) * kTimesAsked;
+  for (const MachineLink* link : links_of_rules(the_case)) {
+    const FilterVerdict filter = judge_multicast(the_case, *link);
+    if (filter.passes == false) {
+      add_step(the_case, "heard", false,
+               shown(link->name) + " DEAF: asked " + std::to_string(asked) + " times, heard nothing from anybody; " + filter.text,
+               filter.cure);
+      return;
+    }
+    add_step(the_case, "filter", filter.passes, shown(link->name) + ": " + filter.text);
+  }
+  add_step(the_case, "heard", false, "nobody answers on " + looked_on(the_case),
+           "see whether the device is on, on which link it is, and whether it announces the service under this very name");
 }
 
 }  // namespace
@@ -163,8 +204,7 @@ void examine_unknown(Case& the_case) {
   }
   const std::vector<Sighting> sightings = look_everywhere(the_case);
   if (sightings.empty()) {
-    add_step(the_case, "heard", false, "nobody answers on " + looked_on(the_case),
-             "see whether the device is on, on which link it is, and whether it announces the service under this very name");
+    explain_silence(the_case);
     return;
   }
   const Sighting& sighting = sightings.front();

@@ -25,6 +25,7 @@ struct DnsRecord {
   std::uint16_t port = 0;        // of an SRV record
   std::string address;           // of an A or AAAA record, as text
   bool through_gateway = false;  // of a TXT record: it holds the entry that a gateway adds
+  std::string sender = {};       // the address of the host that said it, where that is known
 };
 
 // "a.b" as labels; dots separate and nothing is escaped. For names of types, not of services.

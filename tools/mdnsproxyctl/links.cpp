@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "mdnsproxyctl/commands.h"
 #include "mdnsproxyctl/health.h"
+#include "mdnsproxyctl/reflectors.h"
 #include "mdnsproxyctl/schema.h"
 
 namespace {
@@ -46,6 +47,14 @@ std::string others_text(const Session& session, const RuleLink& held) {
   return shown(held.name) + ": " + joined(figures->siblings) + " announces the same services: another gateway, or a reflector\n";
 }
 
+void add_reflectors(Row& row, const std::vector<Repeater>& repeaters) {
+  for (const Repeater& each : repeaters) {
+    if (each.to == row.held.name && !each.gateway) {
+      row.findings.push_back({HealthSeverity::warning, shown(each.to), repeater_text(each), kReflectorCure});
+    }
+  }
+}
+
 }  // namespace
 
 int run_links(const Session& session, const std::string& only) {
@@ -58,9 +67,12 @@ int run_links(const Session& session, const std::string& only) {
   std::vector<std::vector<std::string>> rows = {{"LINK", "INDEX", "STATE", "MULTICAST", "RECEIVED", "SENT", "LOST", "ADDRESSES"}};
   std::vector<HealthFinding> all;
   std::string others;
+  const std::vector<Repeater> repeaters =
+      session.options.no_network ? std::vector<Repeater>{} : find_all_repeaters(session, links);
   for (const RuleLink& held : rule_links(session.state.view)) {
     if (only.empty() || only == held.name) {
-      const Row row = {held, find_link(links, held.name), link_findings(held.name, held.index, links)};
+      Row row = {held, find_link(links, held.name), link_findings(held.name, held.index, links)};
+      add_reflectors(row, repeaters);
       answer["links"].push_back(link_json(session, row.held, row.now, row.findings));
       rows.push_back(cells(session, row));
       others += others_text(session, held);

@@ -6,6 +6,7 @@
 #include <net/if.h>
 #include <netinet/in.h>
 
+#include <algorithm>
 #include <fstream>
 #include <memory>
 
@@ -59,6 +60,11 @@ const MachineLink* find_link(const std::vector<MachineLink>& links, const std::s
     }
   }
   return nullptr;
+}
+
+bool is_of_this_machine(const std::vector<MachineLink>& links, const std::string& address) {
+  return std::ranges::any_of(
+      links, [&](const MachineLink& each) { return std::ranges::find(each.addresses, address) != each.addresses.end(); });
 }
 
 // "PID (NAME) STATE ...", where the name may hold anything, parentheses too.

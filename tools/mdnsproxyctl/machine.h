@@ -21,5 +21,8 @@ std::vector<MachineLink> machine_links();
 // The link of that name among `links`; null: there is none.
 const MachineLink* find_link(const std::vector<MachineLink>& links, const std::string& name);
 
+// Whether it is an address of one of the links.
+bool is_of_this_machine(const std::vector<MachineLink>& links, const std::string& address);
+
 // The letter that the kernel shows for a process (proc(5): R, S, D, T, ...); nothing when it cannot be asked.
 std::optional<char> process_state(std::uint32_t pid);

@@ -65,6 +65,16 @@ std::uint16_t port_of(const sockaddr_storage& address) {
                                        : ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
 }
 
+std::string address_text(const sockaddr_storage& address) {
+  char text[INET6_ADDRSTRLEN] = {};
+  if (address.ss_family == AF_INET6) {
+    inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6&>(address).sin6_addr, text, sizeof text);
+  } else if (address.ss_family == AF_INET) {
+    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in&>(address).sin_addr, text, sizeof text);
+  }
+  return text;
+}
+
 // The interface that a datagram came in by; 0: it does not say.
 unsigned interface_of(msghdr& header) {
   for (cmsghdr* each = CMSG_FIRSTHDR(&header); each != nullptr; each = CMSG_NXTHDR(&header, each)) {
@@ -81,6 +91,11 @@ unsigned interface_of(msghdr& header) {
   }
   return 0;
 }
+
+struct Datagram {
+  std::vector<std::uint8_t> message;
+  std::string sender;
+};
 
 // A socket that asks on one link. Where the protocol is not to be had it does nothing.
 class Asker {
@@ -107,8 +122,8 @@ class Asker {
     }
   }
 
-  // The next datagram, when it came from port 5353 by the link or from this machine itself; else nothing.
-  std::vector<std::uint8_t> receive() const {
+  // The next datagram, when it came from port 5353 by the link or from this machine itself; else an empty one.
+  Datagram receive() const {
     std::vector<std::uint8_t> message(kLargestMessage);
     sockaddr_storage sender = {};
     alignas(cmsghdr) char control[256];
@@ -124,7 +139,7 @@ class Asker {
     const unsigned arrived_by = size > 0 ? interface_of(header) : 0;
     const bool believed = port_of(sender) == kPort && (arrived_by == link_index_ || arrived_by == if_nametoindex("lo"));
     message.resize(size > 0 && believed ? static_cast<std::size_t>(size) : 0);
-    return message;
+    return {message, address_text(sender)};
   }
 
  private:
@@ -147,16 +162,21 @@ void send_all(const Asker& asker, const std::vector<DnsQuestion>& questions) {
 }
 
 void receive_from(const Asker& asker, std::vector<DnsRecord>& records) {
-  const std::vector<std::uint8_t> message = asker.receive();
-  if (const auto answer = decode_response(message); answer && records.size() < kMostRecords) {
-    records.insert(records.end(), answer->begin(), answer->end());
+  const Datagram datagram = asker.receive();
+  const auto answer = decode_response(datagram.message);
+  if (!answer || records.size() >= kMostRecords) {
+    return;
+  }
+  for (const DnsRecord& each : *answer) {
+    records.push_back(each);
+    records.back().sender = datagram.sender;
   }
 }
 
 }  // namespace
 
 std::vector<DnsRecord> ask(const MachineLink& link, const std::vector<DnsQuestion>& questions,
-                           const std::function<bool(const std::vector<DnsRecord>&)>& enough) {
+                           const std::function<bool(const std::vector<DnsRecord>&)>& enough, int milliseconds) {
   const Asker over4(AF_INET, link);
   const Asker over6(AF_INET6, link);
   std::vector<DnsRecord> records;
@@ -166,15 +186,15 @@ std::vector<DnsRecord> ask(const MachineLink& link, const std::vector<DnsQuestio
   send_all(over6, questions);
   while (!enough(records)) {
     const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin).count();
-    if (passed >= kQuestionMilliseconds) {
+    if (passed >= milliseconds) {
       break;
     }
-    if (!repeated && passed >= kQuestionMilliseconds / 3) {
+    if (!repeated && passed >= milliseconds / 3) {
       repeated = true;
       send_all(over4, questions);
       send_all(over6, questions);
     }
-    const int until = repeated ? kQuestionMilliseconds : kQuestionMilliseconds / 3;
+    const int until = repeated ? milliseconds : milliseconds / 3;
     pollfd sockets[] = {{over4.socket_number(), POLLIN, 0}, {over6.socket_number(), POLLIN, 0}};
     if (poll(sockets, 2, std::max(1, until - static_cast<int>(passed))) > 0) {
       for (const Asker* each : {&over4, &over6}) {

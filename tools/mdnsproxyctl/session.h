@@ -6,9 +6,9 @@
 // answer is one object with "schema", 1, and "daemon"; the schema is in mdnsproxyctl(1).
 //
 // Read in this order: this header, state_reader.h, text.h, machine.h, health.h, commands.h and the source of each
-// command; for `why` then case.h, why.cpp, case_known.cpp, case_unknown.cpp, and question.h, dns_message.h and reach.h; for
-// `report` report.h; for `what-if` checked_file.h, forecast.h and discovery.h; for `apply` checked_file.h, rules_file.h,
-// difference.h and unit.h.
+// command; for `why` then case.h, why.cpp, case_known.cpp, case_there.cpp, case_unknown.cpp, case_filter.cpp, and
+// question.h, dns_message.h, reflectors.h, census.h, reach.h and filter.h; for `report` report.h; for `what-if`
+// checked_file.h, forecast.h and discovery.h; for `apply` checked_file.h, rules_file.h, difference.h and unit.h.
 #pragma once
 
 #include <nlohmann/json.hpp>

@@ -17,10 +17,7 @@ std::string base_type(const std::string& type) {
   return before != std::string::npos ? type.substr(before + 1) : type;
 }
 
-namespace {
-
-// The rules that the daemon has, or would have: those of its lists, when there is no state file to ask.
-std::vector<RuleView> all_rules(const Session& session) {
+std::vector<RuleView> rules_of(const Session& session) {
   if (session.has_state()) {
     return session.state.view.rules;
   }
@@ -31,6 +28,8 @@ std::vector<RuleView> all_rules(const Session& session) {
   }
   return rules;
 }
+
+namespace {
 
 bool is_between(const RuleView& rule, const WhyQuestion& question) {
   return (question.from.empty() || rule.from == question.from) && (question.to.empty() || rule.to == question.to);
@@ -53,8 +52,8 @@ const InstanceView* find_instance(const Session& session, const WhyQuestion& que
 void examine_daemon(Case& the_case) {
   const Session& session = the_case.session;
   if (!session.is_running()) {
-    const HealthFinding gone = absence_finding(session);
-    add_step(the_case, "daemon", false, gone.text, gone.cure);
+    const HealthFinding absent = absence_finding(session);
+    add_step(the_case, "daemon", false, absent.text, absent.cure);
     return;
   }
   const std::vector<HealthFinding> findings = findings_of(session, the_case.links);
@@ -119,7 +118,7 @@ int case_status(const Case& the_case) {
 
 int run_why(const Session& session, const WhyQuestion& question) {
   Case the_case = {session, question, machine_links(), {}, nullptr, {}};
-  std::ranges::copy_if(all_rules(session), std::back_inserter(the_case.rules),
+  std::ranges::copy_if(rules_of(session), std::back_inserter(the_case.rules),
                        [&](const RuleView& each) { return question.to.empty() || each.to == question.to; });
   examine_daemon(the_case);
   if (session.is_running()) {
