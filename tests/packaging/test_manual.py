@@ -33,7 +33,7 @@ def test_every_page_is_there():
 
 @pytest.mark.parametrize("path", PAGES, ids=lambda path: path.name)
 def test_every_page_that_is_referred_to_is_ours_or_known(path):
-    known = {"syslog", "fork", "setsid", "systemctl"}
+    known = {"syslog", "fork", "setsid", "systemctl", "nft"}
     ours = {tuple(page.name.rsplit(".", 1)) for page in PAGES}
     for name, section in re.findall(r"^\.Xr (\S+) (\d)", path.read_text(encoding="utf-8"), re.MULTILINE):
         assert (name, section) in ours or name in known, f"{name}({section})"
@@ -51,7 +51,7 @@ def test_every_command_and_option_of_mdnsproxyctl_is_in_its_page():
     program = source_tree.BUILD / "mdnsproxyctl"
     shown = source_tree.run(program, "--help")
     commands = re.findall(r"^  ([a-z-]+) {2,}\S", shown.split("Subcommands:")[1], re.MULTILINE)
-    assert {"status", "links", "rules", "services", "why", "watch", "metrics"} <= set(commands)
+    assert {"status", "links", "rules", "services", "why", "doctor", "watch", "metrics"} <= set(commands)
     shown += "".join(source_tree.run(program, command, "--help") for command in commands)
     options = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", shown))
     assert {"--json", "--no-network", "--state-file", "--since", "-o"} <= options

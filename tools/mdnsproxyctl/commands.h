@@ -26,6 +26,9 @@ int run_services(const Session& session, const ServicesFilter& filter);
 // Each step from the link where the service is to a client's connection, up to the first that fails.
 int run_why(const Session& session, const WhyQuestion& question);
 
+// The whole machine: what is wrong, and what was looked at and is well.
+int run_doctor(const Session& session);
+
 // Events that the state file still holds, from `since` seconds ago on (nothing: none), then new ones until a signal
 // ends it, or the daemon is gone. One line each, in JSON one object each.
 int run_watch(const Session& session, std::optional<std::uint64_t> since);

@@ -64,6 +64,7 @@ void describe_commands(CLI::App& app, Arguments& arguments) {
       ->required();
   why->add_option("from", arguments.why.from, "the link where it is")->type_name("FROM");
   why->add_option("to", arguments.why.to, "the link where it should be seen")->type_name("TO");
+  app.add_subcommand("doctor", "all that can keep services from being forwarded, on the whole machine");
   CLI::App* watch = app.add_subcommand("watch", "comings and goings as they happen");
   watch->add_option("--since", arguments.since, "those of the last SECONDS too, as far as they are still known")
       ->type_name("SECONDS");
@@ -90,6 +91,7 @@ int run(const CLI::App& app, Arguments& arguments) {
   if (arguments.options.rules_file.empty()) {
     arguments.options.rules_file = access(kRulesFile, R_OK) == 0 ? kRulesFile : kRulesFileByHand;
   }
+  arguments.options.settings_file = kSettingsFile;
   const Session session = begin_session(arguments.options);
   const CLI::App* const command = app.get_subcommands().front();
   const std::string& name = command->get_name();
@@ -110,6 +112,9 @@ int run(const CLI::App& app, Arguments& arguments) {
   }
   if (name == "apply") {
     return run_apply(session, arguments.apply);
+  }
+  if (name == "doctor") {
+    return run_doctor(session);
   }
   if (name == "watch") {
     return run_watch(session, command->count("--since") > 0 ? std::optional(arguments.since) : std::nullopt);

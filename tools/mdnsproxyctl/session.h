@@ -7,8 +7,9 @@
 //
 // Read in this order: this header, state_reader.h, text.h, machine.h, health.h, commands.h and the source of each
 // command; for `why` then case.h, why.cpp, case_known.cpp, case_there.cpp, case_unknown.cpp, case_filter.cpp, and
-// question.h, dns_message.h, reflectors.h, census.h, reach.h and filter.h; for `report` report.h; for `what-if`
-// checked_file.h, forecast.h and discovery.h; for `apply` checked_file.h, rules_file.h, difference.h and unit.h.
+// question.h, dns_message.h, reflectors.h, census.h, reach.h and filter.h; for `doctor` doctor.h and its sources; for
+// `report` report.h; for `what-if` checked_file.h, forecast.h and discovery.h; for `apply` checked_file.h, rules_file.h,
+// difference.h and unit.h.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -32,6 +33,7 @@ struct Options {
   std::string state_file;
   std::string services_file;
   std::string rules_file;
+  std::string settings_file;
   bool json = false;
   bool no_network = false;
 };
