@@ -32,10 +32,10 @@ constexpr std::size_t kReplyQueueMax = 32;
 // more is, too, while the common bucket has tokens; the rest is sent at its rate, which leaves room for other queriers, in
 // bursts that fill packets.
 constexpr Time kPerAnswer = 10 * kMillisecond;
-constexpr Time kFewAnswers = 10 * kPerAnswer;
+constexpr Time kFewAnswers = 2 * kPerAnswer;  // SRV and TXT of one service
 constexpr Time kManyAnswers = 100 * kPerAnswer;
 constexpr Time kPerLimitedByte = 2;
-constexpr Time kLimitedBurst = 30 * kMillisecond;
+constexpr Time kLimitedBurst = 20 * kMillisecond;
 constexpr std::size_t kAnswerBytes = 24;      // of a record besides its rdata
 constexpr std::size_t kAdditionalBytes = 64;  // of the additional addresses of an SRV record
 constexpr Time kBurstsApart = 20 * kMillisecond;
@@ -83,8 +83,8 @@ void mark_proposed_names(Link& link, const Message& message) {
     ++link.steps;
     if (OwnedName* owned = owned_find(link, record.name)) {
       owned->proposed_in = link.responder.queries;
-      const OwnedRecord* same = zone_find(link, {owned->name, record.type, record.rdata});
-      owned->contested_in = same == nullptr || !same->is_live ? link.responder.queries : owned->contested_in;
+      OwnedRecord* same = zone_find(link, {owned->name, record.type, record.rdata});
+      (same != nullptr ? same->proposed_in : owned->contested_in) = link.responder.queries;
     }
   }
 }
@@ -92,6 +92,14 @@ void mark_proposed_names(Link& link, const Message& message) {
 // Whether the question is a probe for the name: records of it are proposed in the same message.
 bool is_probe(const Link& link, const OwnedName& owned, const Question& question) {
   return question.type == kTypeAny && owned.proposed_in == link.responder.queries;
+}
+
+// Whether the query proposes just what is published under the name, which is no conflict (RFC 6762 section 9): another
+// gateway is about to announce it, too.
+bool proposes_the_same(const Link& link, const OwnedName& owned) {
+  return owned.contested_in != link.responder.queries && std::ranges::all_of(owned.records, [&](const OwnedRecord* record) {
+    return !record->is_live || record->proposed_in == link.responder.queries;
+  });
 }
 
 bool has_probe(Link& link, const Message& message) {
@@ -264,8 +272,8 @@ void answer_question(Link& link, CurrentQuery& current, const Question& question
   const Received& from = current.query.from;
   const bool wants_direct = from.is_local && (question.unicast_response || !from.to_group);
   const bool for_probe = is_probe(link, *owned, question);
-  if (for_probe && owned->contested_in != link.responder.queries) {
-    return;  // the same data is no conflict (RFC 6762 section 9): another gateway is about to announce it, too
+  if (for_probe && proposes_the_same(link, *owned)) {
+    return;
   }
   current.wants_many = owned->records.size() > kAdditionalForAtMost + current.query.message.answers.size();
   bool has_any = false;

@@ -42,6 +42,7 @@ struct OwnedRecord {
   std::array<Time, 2> multicast_at = {kLongAgo, kLongAgo};  // when it was last sent over each protocol
   std::array<Time, 2> received_at = {kLongAgo, kLongAgo};   // when it was last received from another host
   std::uint32_t known_in = 0;                               // the last query that lists it as known
+  std::uint32_t proposed_in = 0;                            // the last query that proposes it
   std::uint32_t replied_in = 0;                             // the last query whose unicast reply has it
   std::uint32_t packed_in = 0;                              // the last batch of answers with it
   Deadline announcement;  // of its goodbye when it has no holder any more; none: other data replaces it
@@ -76,7 +77,7 @@ struct OwnedName {
   std::uint32_t asked_in = 0;           // the last query that asks for the name
   std::uint8_t times_asked = 0;         // how often that query does
   std::uint32_t proposed_in = 0;        // the last query that proposes records of the name
-  std::uint32_t contested_in = 0;       // the last query that proposes others than ours
+  std::uint32_t contested_in = 0;       // the last query that proposes a record that is not published here
   Deadline probe;
   Time probed_by_other_at = kLongAgo;  // of a yielding name: when another host last probed for it with the same addresses
   Time change_at = kLongAgo;           // the earliest time at which changed data is announced next

@@ -101,13 +101,18 @@ TEST_F(Responder, AnswersProbesAtOnce) {
 }
 
 TEST_F(Responder, GivesNoAnswerToAProbeThatProposesTheSame) {
-  GivenPublished(Claim::unique, {kSrv, Txt("P._ipp._tcp.local", "a=1")});
-  Asks(Probe({kSrv}));
-  Asks(Probe({kSrv, Txt("P._ipp._tcp.local", "a=1")}));
+  const Record txt = Txt("P._ipp._tcp.local", "a=1");
+  GivenPublished(Claim::unique, {kSrv, txt});
+  Asks(Probe({kSrv, txt}));
   After(2_s);
   EXPECT_THAT(sent, IsEmpty());
-  Asks(Probe({kSrv, Txt("P._ipp._tcp.local", "a=2")}));
-  EXPECT_THAT(sent, Not(IsEmpty()));
+  for (const std::vector<Record>& other : {std::vector{kSrv}, {kSrv, kSrv}, {kSrv, Txt("P._ipp._tcp.local", "a=2")},
+                                           {kSrv, txt, A("P._ipp._tcp.local", 1)}}) {
+    Mark();
+    Asks(Probe(other));
+    EXPECT_THAT(sent, Not(IsEmpty()));
+    After(2_s);
+  }
 }
 
 TEST_F(Responder, AnswersProbesForManyNamesAtOnce) {
