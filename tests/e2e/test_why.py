@@ -53,7 +53,8 @@ def why(daemon):
     users = [Ctl(daemon), Ctl(daemon, user=65534)]
 
     def asked(*arguments, others_see=True):
-        (status, answer), (other_status, other) = (each.json("why", *arguments) for each in users)
+        runs = [each.start("why", *arguments, "--json") for each in users]
+        (status, answer), (other_status, other) = (each.answer() for each in runs)
         hidden = [step for step in other["steps"] if step["step"] == "filter"]
         assert all(step["ok"] is None and "only root" in step["detail"] and "sudo" in step["detail"] for step in hidden)
         if others_see is True:

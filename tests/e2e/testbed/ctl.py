@@ -21,6 +21,10 @@ class Running:
         lines = self._box.output(self._output).splitlines(keepends=True)
         return [json.loads(line) for line in lines if line.startswith('{"') and line.endswith("\n") and '"event"' in line]
 
+    def answer(self, within=20):
+        """(exit status, the answer), of a run that ends by itself, with --json."""
+        return self.exit_status(within), json.loads(self._box.output(self._output))
+
     def exit_status(self, within):
         self._process.wait(within)
         return self._process.exit_status
