@@ -278,19 +278,24 @@ def test_a_packet_filter_between_the_links(scene, net, daemon, why):
 
 
 def test_a_reflector_beside_the_gateway(scene, net, daemon, why):
-    scene.device(net["a"]).publish("Air Printer")
-    wait_for_state(daemon, "Air Printer", "forwarded")
+    """What it repeats of link a takes the name on link b, and what it repeats of link b is found on link a."""
     reflector = start_reflector(scene, net)
-    name = f"10.2.0.9 ({hardware_address(reflector, 'b')})"
+    scene.device(net["a"]).publish("Air Printer")
+    wait_for_state(daemon, "Air Printer (2)", "refused")
+    wait_for_state(daemon, "Air Printer", "forwarded")
+    text = f"10.2.0.9 ({hardware_address(reflector, 'b')}) repeats packets of a on b: a reflector"
     with listening(net["a"], 631):
         answer = why("Air Printer")
-    assert answer["failure"]["step"] == "reflector"
-    assert answer["failure"]["detail"] == f"{name} repeats packets of a on b: a reflector"
+    assert (answer["failure"]["step"], answer["failure"]["detail"]) == ("reflector", text)
     assert "switch it off" in answer["failure"]["cure"]
     assert step(answer, "connect")["ok"], "a reflector does not end the way"
+    answer = why("Air Printer (2)")
+    assert (answer["failure"]["step"], answer["failure"]["detail"]) == (
+        "gateway", f"10.1.0.9 ({hardware_address(reflector, 'a')}) repeats on a what this machine announces on b: a reflector")
     for user in (0, 65534):
         status, links = Ctl(daemon, user).json("links", "b")
-        assert (status, links["links"][0]["findings"][0]["text"]) == (1, f"{name} repeats packets of a on b: a reflector")
+        assert (status, [each["text"] for each in links["links"][0]["findings"]]) == (1, [text])
+    assert ("b", text) in [(each["subject"], each["text"]) for each in Ctl(daemon).json("doctor")[1]["findings"]]
 
 
 def start_reflector(scene, net):
