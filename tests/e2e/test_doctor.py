@@ -94,7 +94,8 @@ def test_what_is_wrong_is_named_with_its_cure(scene, net, daemon):
     assert status == 2 and elsewhere in findings and ("b", "it is down") in findings
 
 
-def test_another_socket_and_other_rules_than_the_lists_hold(net, daemon):
+def test_another_socket_other_rules_than_the_lists_hold_and_an_older_packet_filter(net, daemon):
+    net.gateway.run("iptables-legacy -A INPUT -p udp --dport 5353 -j ACCEPT")
     daemon.box.write(RULES_FILE, rule("_http._tcp", "a", "b"))
     with net.gateway.entered():
         other = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
@@ -102,8 +103,9 @@ def test_another_socket_and_other_rules_than_the_lists_hold(net, daemon):
         other.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
         other.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
         other.bind(("", 5353))
-        status, findings, well, _ = look(daemon)
+        status, findings, well, not_seen = look(daemon)
     assert (status, [subject for subject, _ in findings]) == (1, ["lists"])
+    assert "iptables-legacy-save shows" in dict(not_seen)["packet filter"]
     assert "the daemon has other rules" in findings[0][1]
     assert dict(well)["port 5353"].startswith("shared, as it may be, by ")
 

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <fstream>
 
 #include "mdnsproxyctl/filter.h"
 #include "mdnsproxyctl/filter_match.h"
@@ -122,6 +123,17 @@ void add_rule(const Json& rule, std::vector<FilterChain>& chains) {
   }
 }
 
+// Whether the older iptables have tables, of which nft says nothing.
+bool has_old_tables() {
+  for (const char* each : {"/proc/net/ip_tables_names", "/proc/net/ip6_tables_names"}) {
+    std::string name;
+    if (std::ifstream(each) >> name) {
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
 std::optional<std::vector<FilterChain>> filter_chains(const std::string& text) {
@@ -149,6 +161,10 @@ FilterReading read_filter() {
     return {FilterOutcome::needs_root, "not looked at: only root may read the packet filter", {}};
   }
   const char* const program = find_program();
+  const char* const old_tables = "not looked at: its rules are those of iptables-legacy, which iptables-legacy-save shows";
+  if (program == nullptr && has_old_tables()) {
+    return {FilterOutcome::failed, old_tables, {}};
+  }
   if (program == nullptr) {
     return {FilterOutcome::no_program, "not looked at: nft is not installed (Debian's package nftables)", {}};
   }
@@ -156,6 +172,9 @@ FilterReading read_filter() {
   const std::optional<std::vector<FilterChain>> chains = text ? filter_chains(*text) : std::nullopt;
   if (!chains) {
     return {FilterOutcome::failed, "not looked at: " + std::string(program) + " -j list ruleset has failed", {}};
+  }
+  if (chains->empty() && has_old_tables()) {
+    return {FilterOutcome::failed, old_tables, {}};
   }
   return {FilterOutcome::ok, "", *chains};
 }
