@@ -206,17 +206,17 @@ def test_a_list_that_the_daemon_does_not_run_with_is_taken_back(router):
     before = router.wait_until_forwarding()
     installed = router.shell(f"cat {RULES}")
     router.write("/root/one.xml", example("print-to-guests.xml"))
-    router.shell("mkdir -p /run/systemd/system/mdnsproxy.service.d")
+    router.shell("mkdir -p /etc/systemd/system/mdnsproxy.service.d")
     # Ends like a daemon that has lost an interface, but for the list that was there before.
     router.write("/root/no.sh", f"#!/bin/sh\ngrep -q Scanning {RULES} || exit 40\nexec /usr/sbin/mdnsproxy\n")
     router.shell("cp /root/no.sh /usr/local/sbin/ && chmod 755 /usr/local/sbin/no.sh")
-    router.write("/run/systemd/system/mdnsproxy.service.d/no.conf", "[Service]\nExecStart=\nExecStart=/usr/local/sbin/no.sh\n")
+    router.write("/etc/systemd/system/mdnsproxy.service.d/no.conf", "[Service]\nExecStart=\nExecStart=/usr/local/sbin/no.sh\n")
     router.shell("systemctl daemon-reload")
     shown = router.output("mdnsproxyctl apply /root/one.xml")
     assert "The old file is back, since the daemon ended with exit status 40" in shown
     assert router.shell(f"cat {RULES}") == installed
     assert f"The daemon runs with the old one, process {router.wait_until_forwarding(other_than=before)}." in shown
-    router.shell("rm -r /run/systemd/system/mdnsproxy.service.d /usr/local/sbin/no.sh /root/no.sh /root/one.xml && systemctl daemon-reload")
+    router.shell("rm -r /etc/systemd/system/mdnsproxy.service.d /usr/local/sbin/no.sh /root/no.sh /root/one.xml && systemctl daemon-reload")
     router.write(RULES, example("print-to-guests.xml"))
     router.shell("systemctl restart mdnsproxy")
 
