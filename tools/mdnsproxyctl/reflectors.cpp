@@ -73,7 +73,7 @@ void nudge(const std::string& address, int link_index) {
 }
 
 std::string hardware_of(const std::string& address, int link_index) {
-  const std::string known = hardware_address(address, link_index);
+  std::string known = hardware_address(address, link_index);
   if (!known.empty()) {
     return known;
   }
