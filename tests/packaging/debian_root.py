@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""A fresh Debian 12 in a directory, as `debootstrap` makes it.
+"""A fresh Debian in a directory, as `debootstrap` makes it: Debian 12, or the suite that MDNSPROXY_TEST_SUITE names.
 
 Making one takes half a minute and the network, so a tar file of it is kept in CACHE (MDNSPROXY_TEST_CACHE names another place).
 Where packages come from is whatever this machine's own apt is told, read at run time.
@@ -7,6 +7,7 @@ Where packages come from is whatever this machine's own apt is told, read at run
 
 import os
 import pathlib
+import platform
 import re
 import shutil
 import tempfile
@@ -14,7 +15,8 @@ import time
 
 import source_tree
 
-SUITE = "bookworm"
+SUITE = os.environ.get("MDNSPROXY_TEST_SUITE", "bookworm")
+OWN_SUITE = platform.freedesktop_os_release().get("VERSION_CODENAME")  # of this machine
 CACHE = pathlib.Path(os.environ.get("MDNSPROXY_TEST_CACHE", "/var/cache/mdnsproxy-test"))
 # The list of packages in the tar file is as old as that; an older one may name packages that are no longer there.
 OLDEST_CACHE = 7 * 24 * 3600
@@ -23,11 +25,11 @@ PACKAGES = ["init", "udev", "dbus", "iproute2", "procps", "man-db"]
 
 
 def source_line():
-    """Where this machine's apt gets Debian 12 from: "URI suite component"."""
+    """The URI from where this machine's apt gets its own Debian; the other suites are beside that."""
     found = source_tree.run("apt-get", "indextargets", "--format", "$(REPO_URI) $(CODENAME) $(COMPONENT)", "Created-By: Packages")
     lines = [line.split() for line in found.splitlines()]
-    matching = [uri for uri, codename, component in lines if (codename, component) == (SUITE, "main")]
-    assert matching, f"this machine's apt knows no {SUITE} main:\n{found}"
+    matching = [uri for uri, codename, component in lines if (codename, component) == (OWN_SUITE, "main")]
+    assert matching, f"this machine's apt knows no {OWN_SUITE} main:\n{found}"
     return matching[0]
 
 
@@ -48,28 +50,37 @@ class DebianRoot:
 
     def install(self, *packages):
         """Installs packages of Debian and *.deb files (paths as the root sees them) with what they depend on."""
+        self._apt("install", *packages)
+
+    def install_build_dependencies(self, tree):
+        """What debian/control in the folder `tree` (as the root sees it) asks for."""
+        self._apt("build-dep", f"{tree}/")
+
+    def _apt(self, *arguments):
         with kept_archives(self.path):
             try:
-                self.run(*APT_INSTALL, *packages)
+                self.run(*APT, *arguments)
             except AssertionError:  # the usual reason is an old list
                 self.run("apt-get", "-q", "update")
-                self.run(*APT_INSTALL, *packages)
+                self.run(*APT, *arguments)
 
     def files(self):
-        """Everything that is in the directory but for what changes by itself: logs, caches, the package system's own books."""
-        own_books = re.compile(r"(proc|sys|dev|run|tmp|var/log|var/cache|var/tmp|var/lib/dpkg|var/lib/apt|var/lib/systemd)(/|$)")
+        """Everything that is in the directory but for what changes by itself: logs, caches, the package system's own books
+        and systemd's of its last update."""
+        own_books = re.compile(r"(proc|sys|dev|run|tmp|var/log|var/cache|var/tmp|var/lib/(dpkg|apt|systemd)"
+                               r"|(etc|var)/\.updated)(/|$)")
         found = set()
         for directory, directories, names in os.walk(self.path):
             inside = os.path.relpath(directory, self.path)
             directories[:] = [name for name in directories if not own_books.match(os.path.normpath(os.path.join(inside, name)))]
             found.update(os.path.normpath(os.path.join(inside, name)) for name in [*directories, *names])
-        return found
+        return {path for path in found if not own_books.match(path)}
 
     def close(self):
         shutil.rmtree(self.path, ignore_errors=True)
 
 
-APT_INSTALL = ("apt-get", "-q", "-y", "--no-install-recommends", "install")
+APT = ("apt-get", "-q", "-y", "--no-install-recommends")
 
 
 def run_in(root, *command):
@@ -89,15 +100,23 @@ class kept_archives:
     def __enter__(self):
         self.kept.mkdir(parents=True, exist_ok=True)
         for file in self.kept.glob("*.deb"):
-            shutil.copy(file, self.inside)
+            link_or_copy(file, self.inside / file.name)
 
     def __exit__(self, *_):
         for file in self.inside.glob("*.deb"):
             if not (self.kept / file.name).exists():
                 partial = self.kept / f".{file.name}.{os.getpid()}"
-                shutil.copy(file, partial)
+                link_or_copy(file, partial)
                 partial.rename(self.kept / file.name)
             file.unlink()
+
+
+def link_or_copy(source, target):
+    """The same bytes under another name. There are hundreds of megabytes of packages, and every root gets all of them."""
+    try:
+        os.link(source, target)
+    except OSError:  # another file system
+        shutil.copy(source, target)
 
 
 def new_directory():
@@ -122,7 +141,7 @@ def make_tar(tar):
         source_tree.run("debootstrap", "--variant=minbase", SUITE, root, source_line())
         configure(root)
         run_in(root, "apt-get", "-q", "update")
-        run_in(root, *APT_INSTALL, *PACKAGES)
+        run_in(root, *APT, "install", *PACKAGES)
         run_in(root, "apt-get", "-q", "clean")
         source_tree.run("tar", "-C", root, "-cf", partial, ".")
         partial.rename(tar)

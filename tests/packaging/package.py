@@ -1,5 +1,10 @@
 # SPDX-License-Identifier: MIT
-"""The Debian package. Run as a program, it builds the package from a copy of the source tree; the tests take what that left."""
+"""The Debian package. Run as a program, it builds the package from a copy of the source tree; the tests take what that
+left.
+
+It is built on this machine, or, where the tests are about another Debian than this machine's, on one of those in a
+directory.
+"""
 
 import os
 import pathlib
@@ -8,29 +13,56 @@ import sys
 import tempfile
 
 import source_tree
+from debian_root import OWN_SUITE, SUITE, DebianRoot
 
-DIRECTORY = source_tree.BUILD / "package"
+DIRECTORY = source_tree.BUILD / ("package" if SUITE == OWN_SUITE else f"package-{SUITE}")
 COMMAND = "dpkg-buildpackage -us -uc -b"
+LINTIAN = ("lintian", "--allow-root", "--fail-on", "none", "--tag-display-limit", "0")
+PARALLEL = f"parallel={os.cpu_count()}"
 
 
-def build():
-    shutil.rmtree(DIRECTORY, ignore_errors=True)
-    tree = DIRECTORY / "mdnsproxy"
-    tree.mkdir(parents=True)
-    source_tree.export_to(tree)
-    environment = {**os.environ, "DEB_BUILD_OPTIONS": f"parallel={os.cpu_count()}"}
+def build(directory=DIRECTORY, **more_environment):
+    """Builds it on this machine, in `directory`. What is left there: the packages, what the compiler said (`log`), and
+    what lintian found (`lintian`)."""
+    tree = new_tree(directory)
+    environment = {**os.environ, "DEB_BUILD_OPTIONS": PARALLEL, "LC_ALL": "C.UTF-8", **more_environment}
     if shutil.which("ccache"):
         environment["CMAKE_CXX_COMPILER_LAUNCHER"] = "ccache"
-    source_tree.run(*COMMAND.split(), cwd=tree, env=environment)
+    (directory / "log").write_text(source_tree.run(*COMMAND.split(), cwd=tree, env=environment))
     shutil.rmtree(tree)
+    (directory / "lintian").write_text(source_tree.run(*LINTIAN, next(directory.glob("*.changes"))))
+
+
+def build_in(debian, directory):
+    """Builds it in a Debian root, which gets what that takes, and moves what is left to `directory`."""
+    inside = pathlib.Path("/srv/build")
+    new_tree(debian.path / inside.relative_to("/"))
+    debian.install("build-essential", "lintian")
+    debian.install_build_dependencies(inside / "mdnsproxy")
+    log = debian.run("env", f"--chdir={inside}/mdnsproxy", f"DEB_BUILD_OPTIONS={PARALLEL}", *COMMAND.split())
+    found = debian.run("env", f"--chdir={inside}", "sh", "-c", " ".join([*LINTIAN, "*.changes"]))
+    shutil.rmtree(directory, ignore_errors=True)
+    shutil.copytree(debian.path / inside.relative_to("/"), directory, ignore=shutil.ignore_patterns("mdnsproxy"))
+    (directory / "log").write_text(log)
+    (directory / "lintian").write_text(found)
+
+
+def new_tree(directory):
+    """A copy of the source tree in `directory`, which holds nothing else."""
+    shutil.rmtree(directory, ignore_errors=True)
+    tree = directory / "mdnsproxy"
+    tree.mkdir(parents=True)
+    source_tree.export_to(tree)
+    return tree
 
 
 class Package:
-    """`path`: the *.deb file. `changes`: the list of what was built, for lintian."""
+    """`path`: the *.deb file. `log`, `findings`: what was said when it was built, and what lintian found."""
 
-    def __init__(self):
-        self.path = next(DIRECTORY.glob(f"mdnsproxy_{source_tree.version()}_*.deb"))
-        self.changes = next(DIRECTORY.glob("*.changes"))
+    def __init__(self, directory=DIRECTORY):
+        self.path = next(directory.glob(f"mdnsproxy_{source_tree.version()}_*.deb"))
+        self.log = (directory / "log").read_text()
+        self.findings = (directory / "lintian").read_text()
 
     def files(self):
         """Paths in the package, without directories."""
@@ -53,8 +85,19 @@ class Package:
             source_tree.run("dpkg-deb", "--root-owner-group", "-b", f"{unpacked}/all", target)
 
 
+def build_where_it_belongs():
+    if SUITE == OWN_SUITE:
+        build()
+        return
+    debian = DebianRoot()
+    try:
+        build_in(debian, DIRECTORY)
+    finally:
+        debian.close()
+
+
 if __name__ == "__main__":
     try:
-        build()
+        build_where_it_belongs()
     except AssertionError as failure:
         sys.exit(str(failure)[-8000:])
