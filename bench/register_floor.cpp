@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: MIT
-// register_floor: the least that announcing services on a link costs with this DNS-SD library. Registers what the daemon would
-// register for as many devices, over the same two connections and with the same flags, without finding, resolving or forwarding
-// anything.
+// register_floor: the least that announcing services on a link costs with this DNS-SD library. Registers what the
+// daemon would register for as many devices, over the same two connections and with the same flags, without finding,
+// resolving or forwarding anything.
 //
 //   register_floor INTERFACE [TYPE...]
 //
-// Device number N is "Device N" of type N modulo the number of types. Commands, one a line on standard input, until its end:
+// Device number N is "Device N" of type N modulo the number of types. Commands, one a line on standard input, until its
+// end:
 //
-//   register FIRST COUNT   says "registered FIRST COUNT BEGIN END" (seconds of the real-time clock) when all calls have returned
+//   register FIRST COUNT   says "registered FIRST COUNT BEGIN END" (seconds of the real-time clock) when all calls
+//                          have returned
 //   release FIRST COUNT    says "released FIRST COUNT BEGIN END"
 #include <arpa/inet.h>
 #include <dns_sd.h>
@@ -56,7 +58,8 @@ void check(DNSServiceErrorType error, const char* call) {
   std::exit(1);
 }
 
-void registered(DNSServiceRef, DNSServiceFlags, DNSServiceErrorType error, const char*, const char*, const char*, void*) {
+void registered(DNSServiceRef, DNSServiceFlags, DNSServiceErrorType error, const char*, const char*, const char*,
+                void*) {
   check(error, "registration");
 }
 
@@ -89,14 +92,14 @@ void add_device(Floor& floor, long number) {
   const std::string host = "device-" + std::to_string(number) + ".local.";
   const std::string name = "Device " + std::to_string(number);
   const std::string id = "id=" + std::to_string(number);
-  const std::string txt =
-      "\rvender=Zenmor" + std::string(1, static_cast<char>(id.size())) + id + std::string(1, 50) + "f=" + std::string(48, 'x');
+  const std::string txt = "\rvender=Zenmor" + std::string(1, static_cast<char>(id.size())) + id + std::string(1, 50) +
+                          "f=" + std::string(48, 'x');
   add_addresses(floor, device, host, number);
   device.service = floor.services;
   check(DNSServiceRegister(&device.service, kShareConnection | kProxiedRecord, floor.interface_index, name.c_str(),
-                           floor.types[static_cast<std::size_t>(number) % floor.types.size()].c_str(), "local", host.c_str(),
-                           htons(static_cast<std::uint16_t>(kFirstPort + number)), static_cast<std::uint16_t>(txt.size()),
-                           txt.data(), registered, nullptr),
+                           floor.types[static_cast<std::size_t>(number) % floor.types.size()].c_str(), "local",
+                           host.c_str(), htons(static_cast<std::uint16_t>(kFirstPort + number)),
+                           static_cast<std::uint16_t>(txt.size()), txt.data(), registered, nullptr),
         "DNSServiceRegister");
 }
 

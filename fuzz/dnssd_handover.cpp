@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The file that one process leaves to the next, whatever has become of it. Its hash would keep every other byte from being read, so
-// the input has its own put behind it.
+// The file that one process leaves to the next, whatever has become of it. Its hash would keep every other byte from
+// being read, so the input has its own put behind it.
 //
 // Claims: what is read can be written and read again, and holds only records that can be published.
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What every fuzz target uses: a reader that takes an input apart, an input as a text that ends at the end of its memory, and
-// a claim that the target makes about the code.
+// What every fuzz target uses: a reader that takes an input apart, an input as a text that ends at the end of its
+// memory, and a claim that the target makes about the code.
 #pragma once
 
 #include <cstddef>
@@ -47,7 +47,8 @@ class Text {
     if (!text.empty())
       std::memcpy(block_.data(), text.data(), text.size());
   }
-  Text(const std::uint8_t* data, std::size_t size) : Text(std::string_view(reinterpret_cast<const char*>(data), size)) {}
+  Text(const std::uint8_t* data, std::size_t size)
+      : Text(std::string_view(reinterpret_cast<const char*>(data), size)) {}
   char* data() { return block_.data(); }
   std::size_t room() const { return block_.size(); }
 

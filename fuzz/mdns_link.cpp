@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-// A link of the engine in company: sequences of datagrams with time between them, while queries and publications come and go.
+// A link of the engine in company: sequences of datagrams with time between them, while queries and publications come
+// and go.
 //
-// Claims: time that passes is used (no deadline is due again at once without end); what is sent is well formed and no larger than a packet
-// may be; a query is told no record twice without its removal, and no removal of what it was not told; when everything has been
-// stopped and all lifetimes are over, nothing is left.
+// Claims: time that passes is used (no deadline is due again at once without end); what is sent is well formed and no
+// larger than a packet may be; a query is told no record twice without its removal, and no removal of what it was not
+// told; when everything has been stopped and all lifetimes are over, nothing is left.
 #include <algorithm>
 #include <map>
 #include <set>
@@ -21,7 +22,8 @@ using namespace mdns;
 namespace {
 
 constexpr Time kLongest = 2 * 3600 * kSecond;
-constexpr int kTurnsAtMost = 200;  // that one moment may take: packets are paced, so that nothing has to be done more often
+constexpr int kTurnsAtMost = 200;  // that one moment may take: packets are paced, so that nothing has to be done more
+                                   // often
 
 std::string wire_name(std::string_view text) {
   std::string name;
@@ -38,10 +40,12 @@ const std::string kNames[] = {wire_name("_ipp._tcp.local"),     wire_name("One._
                               wire_name("Two._ipp._tcp.local"), wire_name("_services._dns-sd._udp.local"),
                               wire_name("host.local"),          wire_name("HOST.local"),
                               wire_name("other.local"),         wire_name("local")};
-constexpr std::uint16_t kTypes[] = {kTypeA, kTypePtr, kTypeTxt, kTypeAaaa, kTypeSrv, kTypeCname, kTypeNsec, kTypeHinfo, 300};
+constexpr std::uint16_t kTypes[] = {kTypeA,     kTypePtr,  kTypeTxt,   kTypeAaaa, kTypeSrv,
+                                    kTypeCname, kTypeNsec, kTypeHinfo, 300};
 constexpr std::uint32_t kTtls[] = {0, 1, 2, 10, 60, 119, 120, 4500, 75, 0x7FFFFFFF, 0xFFFFFFFF};
-constexpr Time kSteps[] = {0,       kMillisecond, 20 * kMillisecond, 100 * kMillisecond, 250 * kMillisecond, 500 * kMillisecond,
-                           kSecond, 10 * kSecond, 100 * kSecond,     1200 * kSecond};
+constexpr Time kSteps[] = {
+    0,       kMillisecond, 20 * kMillisecond, 100 * kMillisecond, 250 * kMillisecond, 500 * kMillisecond,
+    kSecond, 10 * kSecond, 100 * kSecond,     1200 * kSecond};
 
 std::string rdata_of(fuzz::Input& input, std::uint16_t type) {
   const std::string& name = kNames[input.below(std::size(kNames))];
@@ -82,8 +86,8 @@ class Company {
         pass(kSteps[input.below(std::size(kSteps))]);
         break;
       case 4:
-        queries_.push_back(
-            query_start(*link_, now_, kNames[input.below(std::size(kNames))], kTypes[input.below(std::size(kTypes))], 1));
+        queries_.push_back(query_start(*link_, now_, kNames[input.below(std::size(kNames))],
+                                       kTypes[input.below(std::size(kTypes))], 1));
         break;
       case 5:
         publish_something(input);
@@ -108,8 +112,9 @@ class Company {
       publication_withdraw(*link_, now_, id);
     pass(kLongest);
     const LinkCounts counts = link_counts(*link_);
-    fuzz::claim(counts.cached + counts.questions + counts.published + counts.names + counts.sources + counts.waiting == 0,
-                "nothing is left of what is over");
+    fuzz::claim(
+        counts.cached + counts.questions + counts.published + counts.names + counts.sources + counts.waiting == 0,
+        "nothing is left of what is over");
     fuzz::claim(link_deadline(*link_) == kNever, "nothing is planned when nothing is left");
   }
 
@@ -155,14 +160,16 @@ class Company {
       records.push_back({type, kTtls[1 + input.below(6)], rdata_of(input, type)});
     }
     constexpr Claim kClaims[] = {Claim::shared, Claim::unique, Claim::exclusive};
-    publications_.push_back(publish(*link_, now_, kNames[input.below(std::size(kNames))], records, kClaims[input.below(3)], 2));
+    publications_.push_back(
+        publish(*link_, now_, kNames[input.below(std::size(kNames))], records, kClaims[input.below(3)], 2));
   }
 
   void change_something(fuzz::Input& input) {
     if (publications_.empty())
       return;
     const std::uint16_t type = kTypes[input.below(5)];
-    publication_update(*link_, now_, publications_[input.below(publications_.size())], {type, 0, rdata_of(input, type)});
+    publication_update(*link_, now_, publications_[input.below(publications_.size())],
+                       {type, 0, rdata_of(input, type)});
   }
 
   void stop_something(fuzz::Input& input) {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Multicast DNS messages that any host on the link hands to the engine.
 //
-// Claims: what is read is well formed and no larger than the message allows, and what has been read is written and read the same.
+// Claims: what is read is well formed and no larger than the message allows, and what has been read is written and read
+// the same.
 
 #include <vector>
 
@@ -56,7 +57,8 @@ std::vector<std::uint8_t> write_message(const Message& message) {
   Writer writer = writer_new(message.is_response, message.id);
   writer.max = std::size_t{1} << 24;
   for (const Question& each : message.questions)
-    fuzz::claim(writer_add_question(writer, each.name, each.type, each.unicast_response), "there is room for a question");
+    fuzz::claim(writer_add_question(writer, each.name, each.type, each.unicast_response),
+                "there is room for a question");
   Section section = Section::answers;
   for (const std::vector<Record>* records : sections_of(message)) {
     for (const Record& each : *records) {
@@ -87,8 +89,9 @@ void check_same(const std::vector<Element>& before, const std::vector<Element>& 
 }
 
 void check_same(const Message& before, const Message& after, bool is_whole) {
-  fuzz::claim(before.id == after.id && before.is_response == after.is_response && before.is_truncated == after.is_truncated,
-              "the header is read the same");
+  fuzz::claim(
+      before.id == after.id && before.is_response == after.is_response && before.is_truncated == after.is_truncated,
+      "the header is read the same");
   check_same(before.questions, after.questions, is_whole);
   check_same(before.answers, after.answers, is_whole);
   check_same(before.authorities, after.authorities, is_whole);
@@ -103,7 +106,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!message)
     return 0;
   const std::size_t walked = check_message(*message, size);
-  message->questions.insert(message->questions.begin(), {.name = std::string(1, '\0'), .type = kTypeAny});  // no record is alone
+  // no record is alone
+  message->questions.insert(message->questions.begin(), {.name = std::string(1, '\0'), .type = kTypeAny});
   std::vector<std::uint8_t> written = write_message(*message);
   written.shrink_to_fit();
   const std::optional<Message> again = read_message(written);

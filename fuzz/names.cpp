@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Names in presentation format: counting, splitting, unescaping and cutting of labels.
 //
-// Claims: every operation stays within its source and its destination, yields what a plain reading of its rules yields, and the
-// process would end for a text that is too long and for nothing else.
+// Claims: every operation stays within its source and its destination, yields what a plain reading of its rules yields,
+// and the process would end for a text that is too long and for nothing else.
 
 #include "proxy/names.h"
 
@@ -45,7 +45,8 @@ void unescape(const std::string& label) {
   fuzz::Text source(label);
   fuzz::Text destination(std::string(label.size(), 'x'));
   char* end = nullptr;
-  const int status = fuzz::status_of([&] { end = ConvertDomainNameToCString_UnEnsacpe(source.data(), destination.data()); });
+  const int status =
+      fuzz::status_of([&] { end = ConvertDomainNameToCString_UnEnsacpe(source.data(), destination.data()); });
   if (label.size() > kNameSize) {
     fuzz::claim(status == kTooLongStatus, "a text that is too long ends the process");
     return;

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// The whole chain of DNS-SD replies: an input is a sequence of browse, resolve, query and register replies, and of calls that are
-// refused, played to the daemon's callbacks over the fake library. Then every instance is removed.
+// The whole chain of DNS-SD replies: an input is a sequence of browse, resolve, query and register replies, and of
+// calls that are refused, played to the daemon's callbacks over the fake library. Then every instance is removed.
 //
-// Claims: nothing of the daemon's memory is left, the library is used as dns_sd.h has it, no operation and no record is left
-// behind, the number of instances is what the daemon thinks and within its limit, and the process would end only in the ways that
-// are meant to end it.
+// Claims: nothing of the daemon's memory is left, the library is used as dns_sd.h has it, no operation and no record is
+// left behind, the number of instances is what the daemon thinks and within its limit, and the process would end only
+// in the ways that are meant to end it.
 
 #include <algorithm>
 #include <array>
@@ -26,8 +26,10 @@ constexpr std::int32_t kInstancesMax = 6;  // small, so that inputs reach it
 constexpr int kStatusDnsSdError = 600;
 
 constexpr const char* kNames[] = {
-    "a", "My Printer", "a.b", "x\\y", "\xC3\x84", "a\tb", "", "123456789012345678901234567890123456789012345678901234567890123"};
-constexpr const char* kHosts[] = {"host.local.", "HOST.local.", "other.local.", "a\\.b.local.", ".", "", "host.example.", "host"};
+    "a",        "My Printer", "a.b", "x\\y",
+    "\xC3\x84", "a\tb",       "",    "123456789012345678901234567890123456789012345678901234567890123"};
+constexpr const char* kHosts[] = {"host.local.",   "HOST.local.", "other.local.", "a\\.b.local.", ".", "",
+                                  "host.example.", "host"};
 constexpr const char* kTypes[] = {"_ipp._tcp.", "_ipp._tcp", "_http._tcp.", "", ".", "_universal._sub._ipp._tcp."};
 constexpr DNSServiceErrorType kErrors[] = {kDNSServiceErr_NoError, kDNSServiceErr_Unknown, kDNSServiceErr_NameConflict,
                                            kDNSServiceErr_BadParam};
@@ -79,7 +81,7 @@ std::string escaped(const std::string& name) {
   return text;
 }
 
-// --- Following the daemon ---------------------------------------------------------------------------------------------------------
+// --- Following the daemon --------------------------------------------------------------------------------------------
 
 void take_note_of_calls(Run& run) {
   const std::vector<fake_dns_sd::Call>& calls = fake_dns_sd::calls();
@@ -116,7 +118,7 @@ std::int32_t instances(const Run& run) {
   return static_cast<std::int32_t>(count);
 }
 
-// --- Replies ------------------------------------------------------------------------------------------------------------------------
+// --- Replies ---------------------------------------------------------------------------------------------------------
 
 void browse_reply(Run& run, fuzz::Input& input) {
   const BridgeContext& rule = run.rules[input.below(run.rules.size())];
@@ -199,9 +201,9 @@ void query_reply(Run& run, fuzz::Input& input) {
   fuzz::Block block(rdata.data(), rdata.size());
   reply.rdata = (how & 0x1E) == 0x02 ? nullptr : block.bytes().data();
   reply.rdlen = static_cast<std::uint16_t>(rdata.size());
-  // An IPv6 address that the host has already, and a host that has none for a while, make the daemon register another record
-  // in the place of the one that it knows of; no library reports the one, and no host has the other.
-  // Of data that is longer than an address the beginning counts.
+  // An IPv6 address that the host has already, and a host that has none for a while, make the daemon register another
+  // record in the place of the one that it knows of; no library reports the one, and no host has the other. Of data
+  // that is longer than an address the beginning counts.
   const std::size_t used = std::min<std::size_t>(rdata.size(), 4);
   const bool is_zero = std::all_of(rdata.data(), rdata.data() + used, [](std::uint8_t byte) { return byte == 0; });
   run.record_may_stay |= is_zero || reply.rrtype == kDNSServiceType_AAAA;
@@ -258,7 +260,7 @@ void step(Run& run, fuzz::Input& input) {
   }
 }
 
-// --- A run ----------------------------------------------------------------------------------------------------------------------------
+// --- A run -----------------------------------------------------------------------------------------------------------
 
 void start_rule(BridgeContext& rule, std::int32_t from, std::int32_t to, const char* type) {
   rule = BridgeContext{};
@@ -266,8 +268,8 @@ void start_rule(BridgeContext& rule, std::int32_t from, std::int32_t to, const c
   rule.if_to = to;
   std::strcpy(rule.subtype_service_type, std::strchr(type, '.') != std::strrchr(type, '.') ? type : "");
   rule.ref = gDNSServiceRef_Shared;
-  MyDNSServiceBrowse(&rule.ref, kFlagsShareConnection, static_cast<std::uint32_t>(from), type, "local", callback_ServiceBrowse,
-                     &rule);
+  MyDNSServiceBrowse(&rule.ref, kFlagsShareConnection, static_cast<std::uint32_t>(from), type, "local",
+                     callback_ServiceBrowse, &rule);
 }
 
 void begin(Run& run) {
@@ -281,9 +283,11 @@ void begin(Run& run) {
   start_rule(run.rules[1], 2, 1, "_universal._ipp._tcp");
 }
 
-// The ways in which a reply may end the process: a resolve that cannot start, an AAAA record that is refused at once, a record
-// whose registration fails later.
-void check_end(int status) { fuzz::claim(status == kStatusDnsSdError, "the process ends with the status of a DNS-SD error"); }
+// The ways in which a reply may end the process: a resolve that cannot start, an AAAA record that is refused at once, a
+// record whose registration fails later.
+void check_end(int status) {
+  fuzz::claim(status == kStatusDnsSdError, "the process ends with the status of a DNS-SD error");
+}
 
 void check_invariants(const Run& run) {
   fuzz::claim(instances(run) == gResponderCount, "the daemon knows how many instances it has");

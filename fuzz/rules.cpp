@@ -16,7 +16,8 @@ void check_value(std::string_view original, const RulesItem& item, const RuleAtt
   const std::string_view value = attribute.value;
   fuzz::claim(!value.empty(), "a value is never empty");
   fuzz::claim(value.find('"') == value.npos, "a value holds no quote");
-  fuzz::claim(original.substr(attribute.value_offset, value.size()) == value, "a value stands in the text where it says");
+  fuzz::claim(original.substr(attribute.value_offset, value.size()) == value,
+              "a value stands in the text where it says");
   fuzz::claim(attribute.value_offset > attribute.word_offset, "a value stands behind its word");
   fuzz::claim(original[attribute.value_offset + value.size()] == '"', "a quote stands behind a value");
   fuzz::claim(attribute.value_offset + value.size() < item.tag_end, "a value stands in its tag");
@@ -26,15 +27,17 @@ void check_attributes(std::string_view original, const RulesItem& item) {
   for (std::size_t i = 0; i < item.attributes.size(); ++i) {
     const RuleAttribute& attribute = item.attributes[i];
     const std::string_view word = kRuleWords[i];
-    fuzz::claim(!attribute.present || original.substr(attribute.word_offset, word.size()) == word, "a word stands in the text");
+    fuzz::claim(!attribute.present || original.substr(attribute.word_offset, word.size()) == word,
+                "a word stands in the text");
     if (attribute.value != nullptr)
       check_value(original, item, attribute);
   }
 }
 
 void check_rule(const RulesItem& item) {
-  fuzz::claim(std::all_of(item.attributes.begin(), item.attributes.end(), [](const RuleAttribute& each) { return each.value; }),
-              "a rule has all five values");
+  fuzz::claim(
+      std::all_of(item.attributes.begin(), item.attributes.end(), [](const RuleAttribute& each) { return each.value; }),
+      "a rule has all five values");
   const int both_ways = parse_bool_string(attribute_of(item, RuleWord::bidirectional).value);
   fuzz::claim(both_ways >= -1 && both_ways <= 1, "a boolean word is true, false or none");
 }

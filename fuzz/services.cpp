@@ -19,7 +19,8 @@ void check_value(std::string_view original, const ServicesItem& item) {
 }
 
 void check_phrase(std::string_view original, const ServicesItem& item, std::string_view phrase) {
-  fuzz::claim(original.substr(item.phrase_offset, phrase.size()) == phrase, "a phrase stands in the text where it says");
+  fuzz::claim(original.substr(item.phrase_offset, phrase.size()) == phrase,
+              "a phrase stands in the text where it says");
 }
 
 void check_item(std::string_view original, const ServicesItem& item) {

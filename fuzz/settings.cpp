@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Any settings file through the configuration store, as the fencing check asks it.
 //
-// Claims: nothing is left of a reading once the file is another one, and a value that is given is one that the file could say.
+// Claims: nothing is left of a reading once the file is another one, and a value that is given is one that the file
+// could say.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -26,7 +27,8 @@ class SettingsFile {
     gVcmSettingsFile = path_;
   }
   void write(const std::uint8_t* data, std::size_t size) {
-    fuzz::claim(ftruncate(file_, 0) == 0 && pwrite(file_, data, size, 0) == static_cast<ssize_t>(size), "memory for the file");
+    fuzz::claim(ftruncate(file_, 0) == 0 && pwrite(file_, data, size, 0) == static_cast<ssize_t>(size),
+                "memory for the file");
   }
 
  private:
@@ -83,7 +85,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   file.write(nullptr, 0);
   ask_all();
   const ZmkUsage after = zmk_usage();
-  fuzz::claim(!before || (before->blocks == after.blocks && before->bytes == after.bytes), "nothing is left of a reading");
+  fuzz::claim(!before || (before->blocks == after.blocks && before->bytes == after.bytes),
+              "nothing is left of a reading");
   before = after;
   return 0;
 }

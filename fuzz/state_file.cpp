@@ -26,7 +26,8 @@ void look_at_text(const std::string& text) {
 void look_at(const StateView& view) {
   for (const InstanceView& each : view.instances) {
     fuzz::claim(each.rule < view.rules.size(), "an instance's rule is there");
-    fuzz::claim(each.state >= StateOfInstance::forwarded && each.state <= StateOfInstance::refused, "a state is one of three");
+    fuzz::claim(each.state >= StateOfInstance::forwarded && each.state <= StateOfInstance::refused,
+                "a state is one of three");
     fuzz::claim(each.reason <= StateReason::conflict, "a reason is a known one");
     fuzz::claim(each.name.size() <= kStateNameSize && each.host.size() <= kStateHostSize, "a text ends with its field");
     look_at_text(each.name);
@@ -37,7 +38,8 @@ void look_at(const StateView& view) {
     look_at_text(each.name);
   }
   for (const LinkView& each : view.links) {
-    fuzz::claim(each.index != 0 && each.siblings.size() <= kStateSiblings, "a link has an index, and some siblings at most");
+    fuzz::claim(each.index != 0 && each.siblings.size() <= kStateSiblings,
+                "a link has an index, and some siblings at most");
   }
   for (const RuleView& each : view.rules) {
     look_at_text(each.type);
@@ -48,7 +50,8 @@ void look_at(const StateView& view) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const int file = memfd_create("state", MFD_CLOEXEC);
-  fuzz::claim(ftruncate(file, 0) == 0 && pwrite(file, data, size, 0) == static_cast<ssize_t>(size), "memory for the file");
+  fuzz::claim(ftruncate(file, 0) == 0 && pwrite(file, data, size, 0) == static_cast<ssize_t>(size),
+              "memory for the file");
   const StateReading reading = read_state(file);
   fuzz::claim((reading.outcome == StateOutcome::ok) == reading.message.empty(), "what is not ok is explained");
   if (reading.outcome == StateOutcome::ok) {

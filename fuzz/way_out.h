@@ -8,8 +8,8 @@
 
 namespace fuzz {
 
-// Runs `work`. Nothing unless it would have ended the process, then the status; what `work` had on its stack is then lost.
-// -1: it came back.
+// Runs `work`. Nothing unless it would have ended the process, then the status; what `work` had on its stack is then
+// lost. -1: it came back.
 int status_of(const std::function<void()>& work);
 
 }  // namespace fuzz

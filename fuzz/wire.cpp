@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Names in wire format, as PTR answers carry them.
 //
-// Claims: nothing is read past the data or written past the text's buffer, and what is turned into text is a whole name.
+// Claims: nothing is read past the data or written past the text's buffer, and what is turned into text is a whole
+// name.
 
 #include <vector>
 

@@ -80,8 +80,8 @@ int main(int argc, char** argv) {
   FindInterfaces();
   InitFromConfigFiles(gSettings.services_file, gSettings.rules_file);
   vupdate_status_file(MYSTATUS__RUNNING__OK,
-                      "Finished startup, InitFromConfigFiles() processed without error, %s (%s) deamon PID = %d\n", gProgramName,
-                      gSettings.version, gDaemonPID);
+                      "Finished startup, InitFromConfigFiles() processed without error, %s (%s) deamon PID = %d\n",
+                      gProgramName, gSettings.version, gDaemonPID);
   state_runs();
   HandleEvents(0);
   return 0;

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""What is announced changes: the TXT data of many services, one after another, and the addresses of many hosts, each of them every
-second. The lag is that from the announcement of the change on link a to the first packet that says it on link b."""
+"""What is announced changes: the TXT data of many services, one after another, and the addresses of many hosts, each of
+them every second. The lag is that from the announcement of the change on link a to the first packet that says it on
+link b."""
 
 import time
 
@@ -22,10 +23,12 @@ def measure(settings):
     hosts, seconds = (_HOSTS_QUICK, 4) if settings.quick else (_HOSTS, 20)
     for name in settings.subjects(SUBJECTS):
         settings.say(f"  TXT data of {count} services, {name}")
-        figures["txt"][name] = _run(ALL[name], 46, count, "txt", lambda devices: devices.change(0, count, count / _RATE)) | {
+        figures["txt"][name] = _run(ALL[name], 46, count, "txt",
+                                    lambda devices: devices.change(0, count, count / _RATE)) | {
             "changes": count}
         settings.say(f"  addresses of {hosts} hosts, {name}")
-        figures["address"][name] = _run(ALL[name], 6, hosts, "address", lambda devices: _move(devices, hosts, seconds)) | {
+        figures["address"][name] = _run(ALL[name], 6, hosts, "address",
+                                        lambda devices: _move(devices, hosts, seconds)) | {
             "changes": hosts * seconds}
     return figures
 
@@ -50,8 +53,8 @@ def _run(subject, addresses, count, what, act):
         there, meter = watcher.there, Meter(process)
         act(devices)
         time.sleep(_AFTERWARDS)
-        return {"services": count, "there": there, "lag": summary(watcher.lags[what]), "cpu": meter.cpu, "growth": meter.growth,
-                "pace": pace(watcher)}
+        return {"services": count, "there": there, "lag": summary(watcher.lags[what]), "cpu": meter.cpu,
+                "growth": meter.growth, "pace": pace(watcher)}
 
 
 def tables(figures):
@@ -72,7 +75,8 @@ def targets(figures):
     if run:
         complete = run["lag"]["count"] == run["changes"]
         yield "TXT change on link b, 90 % of them, seconds", run["lag"]["most"] if complete else None, TXT_LAG_MAX
-    yield from pace_targets("changes", (subjects["mdnsproxy"]["pace"] for subjects in figures.values() if "mdnsproxy" in subjects))
+    yield from pace_targets("changes", (subjects["mdnsproxy"]["pace"] for subjects in figures.values()
+                                        if "mdnsproxy" in subjects))
 
 
 def chart(figures):

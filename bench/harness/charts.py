@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The charts of a run: visibility.svg, cost.svg, day.svg, and one of bars for each scenario that has a module of its own."""
+"""The charts of a run: visibility.svg, cost.svg, day.svg, and one of bars for each scenario that has a module of its
+own."""
 
 from .results import SUBJECT_TITLES, memory_each, middle
 from .svg import FAINT, GRID, INK, Drawing, number, round_steps
@@ -13,7 +14,8 @@ def draw_all(results, directory, modules=()):
     """Draws what the results have; the files."""
     written = []
     if results.get("scale"):
-        written += [_visibility(results["scale"], directory / "visibility.svg"), _cost(results["scale"], directory / "cost.svg")]
+        written += [_visibility(results["scale"], directory / "visibility.svg"),
+                    _cost(results["scale"], directory / "cost.svg")]
     if results.get("day"):
         written.append(_day(results["day"], directory / "day.svg"))
     for module in modules:
@@ -58,7 +60,8 @@ def _curves(drawing, left, width, bottom, count, subjects):
             points += [(x_of(at), y_of(index)), (x_of(at), y_of(index + 1))]
         drawing.path(points + [(x_of(ticks[-1]), y_of(len(times)))], COLOURS[subject])
     drawing.text(left, bottom + 38, f"{count} services, of which became usable:", 12, colour=FAINT)
-    _legend(drawing, left, bottom + 62, {subject: f"{SUBJECT_TITLES[subject]}: {len(times)}" for subject, times in curves.items()})
+    _legend(drawing, left, bottom + 62, {subject: f"{SUBJECT_TITLES[subject]}: {len(times)}"
+                                         for subject, times in curves.items()})
 
 
 def _typical(runs):
@@ -112,7 +115,8 @@ def _cost(scale, path):
     rows = sum(len(subjects) for subjects in scale.values())
     drawing = Drawing(2 * column + 60, 72 + 22 * rows + 48 * len(scale))
     drawing.text(30, 32, "What so many services at once cost", 17, weight="bold")
-    drawing.text(30, 52, "from the first announcement to 40 s later; memory: growth to the peak, divided by their number", 12,
+    drawing.text(30, 52, "from the first announcement to 40 s later; memory: growth to the peak, divided by their "
+                         "number", 12,
                  colour=FAINT)
     y = 92
     for count, subjects in scale.items():
@@ -128,7 +132,8 @@ def _day(day, path):
     column = 460
     drawing = Drawing(2 * column + 60, 72 + 2 * (22 * len(day) + 48))
     drawing.text(30, 32, "A working day in small", 17, weight="bold")
-    drawing.text(30, 52, "30 services of 10 types on link a, 2 of the types wanted on link b; 10 clients on each link browse and ask "
+    drawing.text(30, 52, "30 services of 10 types on link a, 2 of the types wanted on link b; 10 clients on each "
+                         "link browse and ask "
                  "again. What the gateway sends:", 12, colour=FAINT)
     y = 92
     for link, key in (("b", "traffic"), ("a", "traffic_on_a")):

@@ -4,8 +4,8 @@
     <!-- bench: forgeries -->
     <!-- /bench -->
 
-What stands between the two lines is replaced; a scenario that the run has not measured keeps what it has. The charts go into a
-folder beside the page, called like it.
+What stands between the two lines is replaced; a scenario that the run has not measured keeps what it has. The charts go
+into a folder beside the page, called like it.
 """
 
 import re
@@ -31,7 +31,8 @@ def fill_in(page, results, modules, charts):
 def _origin(results):
     machine = results["machine"]
     effort = ", a short run" if results["quick"] else ""
-    return f"{machine['date'][:10]}, {machine['commit']}, {machine['cores']} cores, Linux {machine['kernel']}{effort}.\n"
+    return (f"{machine['date'][:10]}, {machine['commit']}, {machine['cores']} cores, Linux "
+            f"{machine['kernel']}{effort}.\n")
 
 
 def _replace(text, name, content):

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""One source link and many destination links. The daemon takes 2001 instances, each rule's counted, so that 64 links can have 31
-services each; every number of links gets the same services, to be comparable."""
+"""One source link and many destination links. The daemon takes 2001 instances, each rule's counted, so that 64 links
+can have 31 services each; every number of links gets the same services, to be comparable."""
 
 import time
 
@@ -40,19 +40,20 @@ def _run(subject, count, links, window):
         paces = [pace(watcher) for watcher in watchers]
         return {"services": count, "links": links, "start_up": start_up, "there": sum(map(len, times)),
                 "all_there": max(each[-1] for each in times) if complete else None, "cpu": meter.cpu,
-                "cpu_each": meter.cpu / (count * links), "memory_idle": idle, "memory_each": meter.growth / (count * links),
+                "cpu_each": meter.cpu / (count * links), "memory_idle": idle,
+                "memory_each": meter.growth / (count * links),
                 "pace": max(paces, key=lambda each: each["most_in_second"])}
 
 
 def tables(figures):
     for subject in dict.fromkeys(name for subjects in figures.values() for name in subjects):
         runs = [subjects[subject] for subjects in figures.values() if subject in subjects]
-        rows = [(f"{SUBJECT_TITLES[subject]}: one link to", "services on each", "there, all links", "all of them (s)", "CPU (s)",
-                 "CPU for each service and link (ms)", "idle memory (MB)", "KiB for each service and link",
+        rows = [(f"{SUBJECT_TITLES[subject]}: one link to", "services on each", "there, all links", "all of them (s)",
+                 "CPU (s)", "CPU for each service and link (ms)", "idle memory (MB)", "KiB for each service and link",
                  "most packets in 1 s, 20 ms")]
-        rows += [(f"{run['links']} links", run["services"], run["there"], text_of(run["all_there"]), text_of(run["cpu"]),
-                  text_of(run["cpu_each"] * 1e3), text_of(run["memory_idle"] / 1e6), text_of(run["memory_each"] / 1024, "{:.1f}"),
-                  pace_text(run["pace"])) for run in runs]
+        rows += [(f"{run['links']} links", run["services"], run["there"], text_of(run["all_there"]),
+                  text_of(run["cpu"]), text_of(run["cpu_each"] * 1e3), text_of(run["memory_idle"] / 1e6),
+                  text_of(run["memory_each"] / 1024, "{:.1f}"), pace_text(run["pace"])) for run in runs]
         yield rows
 
 

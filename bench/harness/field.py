@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The ground of the scenarios that have a module of their own: any links, any subject on them, and whoever else is wanted there.
+"""The ground of the scenarios that have a module of their own: any links, any subject on them, and whoever else is
+wanted there.
 
 A scenario's module has
     NAME                    how it is called on the command line and in the results
@@ -22,9 +23,11 @@ from testbed import Namespace, Network, addresses_on, wait_until
 from testbed.network import quiet_interfaces
 
 KIND = "_ipp._tcp"
-ASKED_KIND = "_http._tcp"       # of the services that questions wait for: nobody else asks for them, and nobody forges them
+# of the services that questions wait for: nobody else asks for them, and nobody forges them
+ASKED_KIND = "_http._tcp"
 ASKED_FIRST, ASKED_COUNT = 30000, 100
-ASKED_INTERVAL = 0.025          # seconds between two questions; two for the same service are far enough apart to be answered
+# seconds between two questions; two for the same service are far enough apart to be answered
+ASKED_INTERVAL = 0.025
 BURST_SECONDS = 0.9             # in which any number of devices announces itself
 TXT_BYTES = 64
 GOODBYE_GRACE = 1.0             # RFC 6762 section 10.1
@@ -205,7 +208,8 @@ def waits(report):
 def pace(watcher):
     """How close together the gateway's packets came."""
     gateway = watcher.traffic["gateway"]
-    return {"packets": gateway["packets"], "most_in_second": gateway["most_in_second"], "most_in_20ms": gateway["most_in_20ms"]}
+    return {"packets": gateway["packets"], "most_in_second": gateway["most_in_second"],
+            "most_in_20ms": gateway["most_in_20ms"]}
 
 
 def seen_times(watcher, begin):

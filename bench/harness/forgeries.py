@@ -1,14 +1,14 @@
 # SPDX-License-Identifier: MIT
-"""A host on link a that says what is not so, beside many genuine services there: goodbyes of others, services that do not exist,
-and packets as fast as they can be sent. A client on link b asks for one genuine service after another all the while, of a type
-that nothing is forged of; another host on link a announces a new one of the forged type in the midst of it. The genuine devices say
-again what others take back, as RFC 6762 section 6.6 has it."""
+"""A host on link a that says what is not so, beside many genuine services there: goodbyes of others, services that do
+not exist, and packets as fast as they can be sent. A client on link b asks for one genuine service after another all
+the while, of a type that nothing is forged of; another host on link a announces a new one of the forged type in the
+midst of it. The genuine devices say again what others take back, as RFC 6762 section 6.6 has it."""
 
 import concurrent.futures
 import time
 
-from .field import (ASKED_COUNT, ASKED_FIRST, ASKED_INTERVAL, ASKED_KIND, BURST_SECONDS, GOODBYE_GRACE, KIND, Field, Meter,
-                    all_visible, pace, pace_targets, pace_text, wait_up_to, waits)
+from .field import (ASKED_COUNT, ASKED_FIRST, ASKED_INTERVAL, ASKED_KIND, BURST_SECONDS, GOODBYE_GRACE, KIND, Field,
+                    Meter, all_visible, pace, pace_targets, pace_text, wait_up_to, waits)
 from .results import text_of
 from .subjects import SUBJECTS as ALL
 
@@ -43,7 +43,8 @@ def measure(settings):
     for name in settings.subjects(SUBJECTS):
         for case, act in _cases(genuine, settings.seconds(10, 3)).items():
             settings.say(f"  {total} services, {case}, {name}")
-            figures.setdefault(name, {})[case] = _run(ALL[name], genuine, act, settings.seconds(5, 3)) | {"services": total}
+            figures.setdefault(name, {})[case] = _run(ALL[name], genuine, act,
+                                                      settings.seconds(5, 3)) | {"services": total}
     return figures
 
 
@@ -68,11 +69,13 @@ def _run(subject, genuine, act, calm):
             time.sleep(0.5)
             announced, _ = newcomer.announce(_NEW, 1)
             packets, first, last = attack.result()
-        figures = {"packets": packets, "lasted": last - first} | _aftermath(process, watcher, genuine + ASKED_COUNT, usual_share)
+        figures = {"packets": packets, "lasted": last - first} | _aftermath(process, watcher, genuine + ASKED_COUNT,
+                                                                            usual_share)
         seen, _ = watcher.ask(f"service Device {_NEW}")
         asked_for, cpu = waits(asker.stop()), meter.cpu - usual_share * (time.time() - begin)
         return figures | {"otherwise": usual, "waits": asked_for, "cpu": max(0.0, cpu), "growth": meter.growth,
-                          "new_visible": seen - announced if seen else None, "pace": pace(watcher), **_genuine_absences(watcher)}
+                          "new_visible": seen - announced if seen else None, "pace": pace(watcher),
+                          **_genuine_absences(watcher)}
 
 
 def _aftermath(process, watcher, genuine, usual_share):
@@ -112,13 +115,14 @@ def tables(figures):
     for cases in figures.values():
         first = next(iter(cases.values()))
         yield [(f"beside {first['services']} services", "forged packets", "within (s)", "longest wait (ms)",
-                "otherwise: median, longest (ms)", "unanswered", "new service visible (s)", "genuine ones gone meanwhile",
-                "longest (s)", "missing at the end", "memory grown (MB)", "CPU beside the usual (s)", "over after (s)",
-                "most packets in 1 s, 20 ms")] + [
+                "otherwise: median, longest (ms)", "unanswered", "new service visible (s)",
+                "genuine ones gone meanwhile", "longest (s)", "missing at the end", "memory grown (MB)",
+                "CPU beside the usual (s)", "over after (s)", "most packets in 1 s, 20 ms")] + [
             (case, run["packets"], text_of(run["lasted"]), text_of(run["waits"]["longest"] * 1e3, "{:.1f}"),
-             f"{run['otherwise']['median'] * 1e3:.1f}, {run['otherwise']['longest'] * 1e3:.1f}", run["waits"]["unanswered"],
-             text_of(run["new_visible"]), run["absent"], text_of(run["longest_absence"]), run["genuine_missing"],
-             text_of(run["growth"] / 1e6), text_of(run["cpu"]), text_of(run["over_after"]), pace_text(run["pace"]))
+             f"{run['otherwise']['median'] * 1e3:.1f}, {run['otherwise']['longest'] * 1e3:.1f}",
+             run["waits"]["unanswered"], text_of(run["new_visible"]), run["absent"], text_of(run["longest_absence"]),
+             run["genuine_missing"], text_of(run["growth"] / 1e6), text_of(run["cpu"]), text_of(run["over_after"]),
+             pace_text(run["pace"]))
             for case, run in cases.items()]
 
 

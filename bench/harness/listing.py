@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: MIT
-"""Clients on link b that list everything: one, and twenty at the same moment. Each is a host of its own that browses and then
-resolves every service that it finds. Another asks for single services of a type of their own all the while."""
+"""Clients on link b that list everything: one, and twenty at the same moment. Each is a host of its own that browses
+and then resolves every service that it finds. Another asks for single services of a type of their own all the while."""
 
 import time
 
-from .field import (ASKED_COUNT, ASKED_FIRST, ASKED_INTERVAL, ASKED_KIND, BURST_SECONDS, KIND, Field, Meter, all_visible, pace,
-                    pace_targets, pace_text, waits)
+from .field import (ASKED_COUNT, ASKED_FIRST, ASKED_INTERVAL, ASKED_KIND, BURST_SECONDS, KIND, Field, Meter,
+                    all_visible, pace, pace_targets, pace_text, waits)
 from .results import SUBJECT_TITLES, text_of
 from .subjects import SUBJECTS as ALL
 
@@ -41,8 +41,9 @@ def _run(subject, count, clients, seconds, seed):
         before, meter, begin = watcher.traffic, Meter(process), time.time()
         queries, resolved, last = _list_all(crowd, seconds)
         after = watcher.traffic
-        figures = {"services": count, "clients": clients, "queries": queries, "resolved": resolved, "wanted": count * clients,
-                   "last_resolved": last - begin if last else None, "cpu": meter.cpu, "growth": meter.growth,
+        figures = {"services": count, "clients": clients, "queries": queries, "resolved": resolved,
+                   "wanted": count * clients, "last_resolved": last - begin if last else None, "cpu": meter.cpu,
+                   "growth": meter.growth,
                    "packets": {who: after[who]["packets"] - before[who]["packets"] for who in ("gateway", "others")}}
         # Once more, with the questions of others beside it: their answers would have been counted.
         asker.go(ASKED_FIRST, ASKED_COUNT, ASKED_INTERVAL)
@@ -68,13 +69,14 @@ def stall(run):
 def tables(figures):
     runs = [(subject, run) for subjects in figures.values() for subject, run in subjects.items()]
     if runs:
-        yield [(f"clients that list {runs[0][1]['services']} services", "resolved", "after (s)", "longest wait of others (ms)",
-                "otherwise: median, longest (ms)", "unanswered", "CPU (s)", "packets of the gateway on b", "of the clients",
-                "most in 1 s, 20 ms")] + [
-            (f"{run['clients']}: {SUBJECT_TITLES[subject]}", f"{run['resolved']} of {run['wanted']}", text_of(run["last_resolved"]),
-             text_of(run["waits"]["longest"] * 1e3, "{:.1f}"),
-             f"{run['otherwise']['median'] * 1e3:.1f}, {run['otherwise']['longest'] * 1e3:.1f}", run["waits"]["unanswered"],
-             text_of(run["cpu"]), run["packets"]["gateway"], run["packets"]["others"], pace_text(run["pace"]))
+        yield [(f"clients that list {runs[0][1]['services']} services", "resolved", "after (s)",
+                "longest wait of others (ms)", "otherwise: median, longest (ms)", "unanswered", "CPU (s)",
+                "packets of the gateway on b", "of the clients", "most in 1 s, 20 ms")] + [
+            (f"{run['clients']}: {SUBJECT_TITLES[subject]}", f"{run['resolved']} of {run['wanted']}",
+             text_of(run["last_resolved"]), text_of(run["waits"]["longest"] * 1e3, "{:.1f}"),
+             f"{run['otherwise']['median'] * 1e3:.1f}, {run['otherwise']['longest'] * 1e3:.1f}",
+             run["waits"]["unanswered"], text_of(run["cpu"]), run["packets"]["gateway"], run["packets"]["others"],
+             pace_text(run["pace"]))
             for subject, run in runs]
 
 
@@ -82,7 +84,8 @@ def targets(figures):
     for clients, subjects in figures.items():
         if "mdnsproxy" in subjects:
             yield f"{clients} clients that list all: longest stall, seconds", stall(subjects["mdnsproxy"]), STALL_MAX
-    yield from pace_targets("listing", (subjects["mdnsproxy"]["pace"] for subjects in figures.values() if "mdnsproxy" in subjects))
+    yield from pace_targets("listing", (subjects["mdnsproxy"]["pace"] for subjects in figures.values()
+                                        if "mdnsproxy" in subjects))
 
 
 def chart(figures):
@@ -91,7 +94,8 @@ def chart(figures):
                 for subject, run in subjects.items()]
     def resolved(run):
         return run["last_resolved"] if run["resolved"] == run["wanted"] else None
-    return ("Clients that list everything", "one client, and twenty at the same moment; each browses, then resolves all",
+    return ("Clients that list everything",
+            "one client, and twenty at the same moment; each browses, then resolves all",
             [("longest wait of another client's question", group(lambda run: run["waits"]["longest"] * 1e3), " ms"),
              ("processor time", group(lambda run: run["cpu"]), " s"),
              ("packets of the gateway on link b", group(lambda run: run["packets"]["gateway"]), ""),

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""A link that loses packets: link b, link a, or both. The wire (tests/scale/air/wire.cpp) drops frames of both directions by
-chance, the same chance for each subject; no module of the kernel is needed. A client on link b browses and resolves."""
+"""A link that loses packets: link b, link a, or both. The wire (tests/scale/air/wire.cpp) drops frames of both
+directions by chance, the same chance for each subject; no module of the kernel is needed. A client on link b browses
+and resolves."""
 
 from .field import BURST_SECONDS, KIND, Field, Meter, pace, pace_targets, pace_text, seen_times, wait_up_to
 from .results import SUBJECT_TITLES, text_of
@@ -32,8 +33,8 @@ def _run(subject, count, links, patience, seed):
         begin, _ = devices.announce(0, count, BURST_SECONDS)
         wait_up_to(lambda: watcher.there >= count, patience)
         times = seen_times(watcher, begin)
-        return {"services": count, "there": len(times), "half_there": times[count // 2 - 1] if len(times) >= count // 2 else None,
-                "most_there": times[count * 9 // 10 - 1] if len(times) >= count * 9 // 10 else None,
+        return {"services": count, "there": len(times), "half_there": times[count // 2 - 1] if len(times) >= count // 2
+                else None, "most_there": times[count * 9 // 10 - 1] if len(times) >= count * 9 // 10 else None,
                 "all_there": times[count - 1] if len(times) >= count else None, "cpu": meter.cpu, "pace": pace(watcher),
                 "frames": [wire.counts for wire in wires]}
 
@@ -49,7 +50,8 @@ def tables(figures):
 
 
 def targets(figures):
-    yield from pace_targets("losses", (subjects["mdnsproxy"]["pace"] for subjects in figures.values() if "mdnsproxy" in subjects))
+    yield from pace_targets("losses", (subjects["mdnsproxy"]["pace"] for subjects in figures.values()
+                                       if "mdnsproxy" in subjects))
 
 
 def chart(figures):

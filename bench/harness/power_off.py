@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
-"""Devices that fall silent without a word, and devices whose goodbye is heard over one protocol alone. A service cannot be used any
-longer when any of its records has been taken back on link b, and is off the list when its PTR record has."""
+"""Devices that fall silent without a word, and devices whose goodbye is heard over one protocol alone. A service cannot
+be used any longer when any of its records has been taken back on link b, and is off the list when its PTR record
+has."""
 
 import time
 
@@ -50,7 +51,8 @@ def _numbers(group, count):
 
 def _all_gone(watchers, group, count):
     time.sleep(0.1)
-    return not any(watcher.is_there(f"Device {number}") for watcher in watchers.values() for number in _numbers(group, count))
+    return not any(watcher.is_there(f"Device {number}") for watcher in watchers.values()
+                   for number in _numbers(group, count))
 
 
 def _times(watchers, group, count, begin):
@@ -70,8 +72,8 @@ def _longest(run, word, count):
 def tables(figures):
     first = next(iter(figures.values()), None)
     if first:
-        yield [(f"{first['count']} devices that go", "unusable on b after, median (s)", "longest (s)", "off the list, median (s)",
-                "longest (s)")] + [
+        yield [(f"{first['count']} devices that go", "unusable on b after, median (s)", "longest (s)",
+                "off the list, median (s)", "longest (s)")] + [
             (f"{case}: {SUBJECT_TITLES[subject]}", text_of(run["unusable"]["median"]),
              text_of(_longest(run, "unusable", runs["count"])), text_of(run["unlisted"]["median"]),
              text_of(_longest(run, "unlisted", runs["count"])))
@@ -85,7 +87,8 @@ def targets(figures):
 
 
 def chart(figures):
-    groups = [(f"{case}: off the list after", [(subject, SUBJECT_TITLES[subject], _longest(runs[case], "unlisted", runs["count"]))
+    groups = [(f"{case}: off the list after",
+               [(subject, SUBJECT_TITLES[subject], _longest(runs[case], "unlisted", runs["count"]))
                                                for subject, runs in figures.items()], " s")
               for case in ("no goodbye", "goodbye over IPv4", "goodbye over IPv6")]
     return "Devices that go", "the last of them is off the list of link b", groups

@@ -13,7 +13,8 @@ class Process:
     def cpu(self):
         """Seconds of processor time so far, of all its threads."""
         try:
-            return sum(int((task / "schedstat").read_text().split()[0]) for task in (self.directory / "task").iterdir()) / 1e9
+            return sum(int((task / "schedstat").read_text().split()[0])
+                       for task in (self.directory / "task").iterdir()) / 1e9
         except (FileNotFoundError, IndexError):
             fields = (self.directory / "stat").read_text().rsplit(")", 1)[1].split()
             return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")

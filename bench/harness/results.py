@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The figures of a run: what they come to, the table, and the targets that they are held against. The scenarios that have a module
-of their own say there what theirs are."""
+"""The figures of a run: what they come to, the table, and the targets that they are held against. The scenarios that
+have a module of their own say there what theirs are."""
 
 import statistics
 
@@ -47,8 +47,8 @@ def single_rows(single):
 
 
 def scale_rows(count, subjects):
-    yield (f"{count} services within a second", "there", "after a client asked", "half of them (s)", "all of them (s)", "CPU (s)",
-           "packets on b", "MB on b", "KiB each", "left over when all went", "all gone (s)")
+    yield (f"{count} services within a second", "there", "after a client asked", "half of them (s)", "all of them (s)",
+           "CPU (s)", "packets on b", "MB on b", "KiB each", "left over when all went", "all gone (s)")
     for subject, runs in subjects.items():
         yield (SUBJECT_TITLES[subject], text_of(middle(runs, "there"), "{:.0f}"),
                text_of(middle(runs, "there_after_asking"), "{:.0f}", "-"), text_of(middle(runs, "half_there")),
@@ -59,15 +59,16 @@ def scale_rows(count, subjects):
 
 
 def day_rows(subjects):
-    yield ("a working day in small", "forwarded", "packets on b", "kB on b", "of it queries", "packets on a", "kB on a", "CPU (s)",
-           "peak memory (MB)")
+    yield ("a working day in small", "forwarded", "packets on b", "kB on b", "of it queries", "packets on a", "kB on a",
+           "CPU (s)", "peak memory (MB)")
     for subject, runs in subjects.items():
         yield (SUBJECT_TITLES[subject], text_of(middle(runs, "there"), "{:.0f}"),
                text_of(middle(runs, "traffic", "packets"), "{:.0f}"),
-               text_of(middle(runs, "traffic", "bytes") / 1e3, "{:.0f}"), text_of(middle(runs, "traffic", "queries"), "{:.0f}"),
+               text_of(middle(runs, "traffic", "bytes") / 1e3, "{:.0f}"),
+               text_of(middle(runs, "traffic", "queries"), "{:.0f}"),
                text_of(middle(runs, "traffic_on_a", "packets"), "{:.0f}"),
-               text_of(middle(runs, "traffic_on_a", "bytes") / 1e3, "{:.0f}"),
-               text_of(middle(runs, "cpu")), text_of(middle(runs, "peak_memory") / _MEGA))
+               text_of(middle(runs, "traffic_on_a", "bytes") / 1e3, "{:.0f}"), text_of(middle(runs, "cpu")),
+               text_of(middle(runs, "peak_memory") / _MEGA))
 
 
 def micro_rows(micro):
@@ -82,7 +83,8 @@ def targets(results, modules=()):
     single = results.get("single", {}).get("mdnsproxy")
     if single:
         yield _target("one service visible, median seconds", single["appear"]["median"], SINGLE_MEDIAN_MAX)
-    runs = {count: subjects["mdnsproxy"] for count, subjects in results.get("scale", {}).items() if "mdnsproxy" in subjects}
+    runs = {count: subjects["mdnsproxy"] for count, subjects in results.get("scale", {}).items()
+            if "mdnsproxy" in subjects}
     if "2000" in runs:
         yield _target("2000 services visible, seconds", middle(runs["2000"], "all_there"), ALL_2000_WITHIN)
     # What they cost says nothing while some are missing.
@@ -128,5 +130,6 @@ def _markdown(rows):
     widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
     lines = ["| " + " | ".join(cell.ljust(width) if column == 0 else cell.rjust(width)
                                for column, (cell, width) in enumerate(zip(row, widths))) + " |" for row in rows]
-    rule = "|" + "|".join("-" * (width + 2) if column == 0 else "-" * (width + 1) + ":" for column, width in enumerate(widths)) + "|"
+    rule = "|" + "|".join("-" * (width + 2) if column == 0 else "-" * (width + 1) + ":"
+                          for column, width in enumerate(widths)) + "|"
     return "\n".join([lines[0], rule, *lines[1:]]) + "\n"

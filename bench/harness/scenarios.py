@@ -4,9 +4,9 @@
         link a                    gateway                   link b
     [ devices ]----[ a   mdnsproxy | reflector | floor   b ]----[ watcher, clients ]
 
-and returns a dictionary of plain figures (seconds, bytes, counts). The watcher sends nothing: all times are those at which the
-kernel of link b saw the packet that made a service usable there (PTR, SRV, TXT and an address), less the time at which the
-device announced it.
+and returns a dictionary of plain figures (seconds, bytes, counts). The watcher sends nothing: all times are those at
+which the kernel of link b saw the packet that made a service usable there (PTR, SRV, TXT and an address), less the time
+at which the device announced it.
 """
 
 import contextlib
@@ -75,7 +75,8 @@ def single(subject, repeats):
 
 
 def scale(subject, count, window, ask):
-    """`count` services within a second. After `window` seconds a client on b asks for them, `ask` seconds long; then all go."""
+    """`count` services within a second. After `window` seconds a client on b asks for them, `ask` seconds long; then
+    all go."""
     with Scene(subject, (SINGLE_KIND,), (SINGLE_KIND,)) as scene:
         cpu, memory = scene.process.cpu, scene.process.memory
         begin, end = scene.devices.announce(0, count, BURST_SECONDS)
@@ -99,19 +100,19 @@ def _all_go(scene, count):
     begin, _ = scene.devices.withdraw(0, count, BURST_SECONDS)
     gone = wait_up_to(lambda: scene.watcher.listed == 0, 30)
     last = max((end for _, end in scene.watcher.services.values()), default=0)
-    return {"left_over": scene.watcher.listed, "all_gone": last - begin if gone else None, "cpu_going": scene.process.cpu - cpu,
-            "memory_after": scene.process.memory}
+    return {"left_over": scene.watcher.listed, "all_gone": last - begin if gone else None,
+            "cpu_going": scene.process.cpu - cpu, "memory_after": scene.process.memory}
 
 
 def day(subject, seconds, seed):
-    """A working day in small: devices of ten types on a, of which two are to be forwarded, and half of the clients on each
-    link, each of them awake twice."""
+    """A working day in small: devices of ten types on a, of which two are to be forwarded, and half of the clients on
+    each link, each of them awake twice."""
     forwarded = DAY_KINDS[:DAY_FORWARDED]
     kinds = forwarded if subject is Floor else DAY_KINDS
     count = DAY_SERVICES * len(kinds) // len(DAY_KINDS)
     with Scene(subject, kinds, forwarded) as scene, contextlib.ExitStack() as stack:
-        clients = [stack.enter_context(Clients(scene.network[link], DAY_KINDS, clients=DAY_CLIENTS // 2, picks=3, sessions=2,
-                                               seed=seed + number)) for number, link in enumerate("ab")]
+        clients = [stack.enter_context(Clients(scene.network[link], DAY_KINDS, clients=DAY_CLIENTS // 2, picks=3,
+                                               sessions=2, seed=seed + number)) for number, link in enumerate("ab")]
         at_a = stack.enter_context(Watcher(scene.network["a"], addresses_on(scene.network.gateway, "a")))
         cpu = scene.process.cpu
         scene.devices.announce(0, count, min(10.0, seconds / 6))

@@ -4,11 +4,11 @@
     mdnsproxy           this daemon with its library, one rule per forwarded type from a to b
     reflector           Debian's avahi-daemon with enable-reflector=yes, its settings otherwise as the package has them
     reflector-filtered  the same with reflect-filters naming the forwarded types: the most that a reflector can be told
-    floor               the bare library (register_floor.cpp), which registers on b what the others would have to find on a
+    floor               the bare library (register_floor.cpp), which registers on b what the others would have to find
 
-A subject has `process`, and announce/withdraw for the floor alone, which takes the place of the devices on link a. The first two
-can be set up otherwise: `pairs` says from which links to which others is forwarded (a reflector repeats on all of them), `gateway`
-on which of the network's gateways. The daemon keeps a state file with `state_file`.
+A subject has `process`, and announce/withdraw for the floor alone, which takes the place of the devices on link a. The
+first two can be set up otherwise: `pairs` says from which links to which others is forwarded (a reflector repeats on
+all of them), `gateway` on which of the network's gateways. The daemon keeps a state file with `state_file`.
 """
 
 import pathlib

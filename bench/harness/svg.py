@@ -26,13 +26,15 @@ class Drawing:
 
     def path(self, points, colour, width=2.2):
         steps = " ".join(f"{'L' if index else 'M'}{x:.1f} {y:.1f}" for index, (x, y) in enumerate(points))
-        self.parts.append(f"<path d='{steps}' fill='none' stroke='{colour}' stroke-width='{width}' stroke-linejoin='round'/>")
+        self.parts.append(f"<path d='{steps}' fill='none' stroke='{colour}' stroke-width='{width}' "
+                          f"stroke-linejoin='round'/>")
 
     def dot(self, x, y, colour, radius=4.0):
         self.parts.append(f"<circle cx='{x:.1f}' cy='{y:.1f}' r='{radius}' fill='{colour}'/>")
 
     def save(self, path):
-        path.write_text(f"<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 {self.width} {self.height}' width='{self.width}' "
+        path.write_text(f"<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 {self.width} {self.height}' "
+                        f"width='{self.width}' "
                         f"height='{self.height}' {FONT}>\n<rect width='100%' height='100%' fill='white'/>\n"
                         + "\n".join(self.parts) + "\n</svg>\n", encoding="utf-8")
 
@@ -46,7 +48,8 @@ def round_steps(top, wanted=4):
         magnitude /= 10
     while magnitude * 10 <= top:
         magnitude *= 10
-    step = min((magnitude * factor for factor in (0.1, 0.2, 0.25, 0.5, 1, 2, 2.5, 5) if top / (magnitude * factor) <= wanted + 0.5),
+    step = min((magnitude * factor for factor in (0.1, 0.2, 0.25, 0.5, 1, 2, 2.5, 5)
+                if top / (magnitude * factor) <= wanted + 0.5),
                default=top)
     steps = [0.0]
     while steps[-1] < top:

@@ -5,7 +5,8 @@ import re
 import statistics
 import time
 
-from .field import BURST_SECONDS, GOODBYE_GRACE, KIND, Field, Meter, pace, pace_targets, pace_text, seen_times, sleep_until
+from .field import (BURST_SECONDS, GOODBYE_GRACE, KIND, Field, Meter, pace, pace_targets, pace_text, seen_times,
+                    sleep_until)
 from .results import middle, text_of
 from .subjects import Mdnsproxy
 
@@ -50,8 +51,8 @@ def _together(count, window, first_to_end):
         sleep_until(begin + window)
         times = seen_times(both, begin)
         figures = {"cpu": [meter.cpu for meter in meters], "there": both.there,
-                   "all_there": times[-1] if len(times) >= count else None, "there_of_each": [watcher.there for watcher in each],
-                   "absences_before": len(both.absences)}
+                   "all_there": times[-1] if len(times) >= count else None,
+                   "there_of_each": [watcher.there for watcher in each], "absences_before": len(both.absences)}
         figures |= _ends(daemons[first_to_end].daemon, both, count, figures["absences_before"])
         daemons[1 - first_to_end].daemon.stop()
         time.sleep(GOODBYE_GRACE + 3)
@@ -62,7 +63,8 @@ def _together(count, window, first_to_end):
 def _ends(daemon, watcher, count, absences_before):
     """One of them ends; what is missing on link b, and for how long."""
     daemon.stop()
-    # A service that is missing now comes back within the second in which the gateway that stays may ask and answer, or not at all.
+    # A service that is missing now comes back within the second in which the gateway that stays may ask and answer, or
+    # not at all.
     worst = 0
     end = time.time() + 10
     while time.time() < end:
@@ -88,14 +90,16 @@ def tables(figures):
         return
     alone, together = figures["alone"], figures["together"]
     yield [(f"{figures['count']} services", "there", "CPU (s)", "most packets in 1 s, 20 ms"),
-           ("alone", text_of(middle(alone, "there"), "{:.0f}"), text_of(middle(alone, "cpu")), pace_text(alone[-1]["pace"])),
+           ("alone", text_of(middle(alone, "there"), "{:.0f}"), text_of(middle(alone, "cpu")),
+            pace_text(alone[-1]["pace"])),
            ("two gateways", text_of(middle(together, "there"), "{:.0f}"),
             " / ".join(map(text_of, _cpu_of_each(figures))),
             pace_text(*together[-1]["pace"]))]
-    yield [("one ends, then the other", "renamed", "missing at worst", "missing for a while", "longest (s)", "missing for good",
-            "left when both have ended")] + [
+    yield [("one ends, then the other", "renamed", "missing at worst", "missing for a while", "longest (s)",
+            "missing for good", "left when both have ended")] + [
         (f"round {number}", run["renamed"], run["missing_at_worst"], run["missing_for_a_while"],
-         text_of(run["longest_absence"]), run["missing_for_good"], run["left"]) for number, run in enumerate(together, start=1)]
+         text_of(run["longest_absence"]), run["missing_for_good"], run["left"])
+         for number, run in enumerate(together, start=1)]
 
 
 def targets(figures):
@@ -113,5 +117,6 @@ def chart(figures):
     if not figures:
         return None
     bars = [("mdnsproxy", "alone", middle(figures["alone"], "cpu"))]
-    bars += [("mdnsproxy", f"gateway {number} of two", cpu) for number, cpu in enumerate(_cpu_of_each(figures), start=1)]
+    bars += [("mdnsproxy", f"gateway {number} of two", cpu)
+             for number, cpu in enumerate(_cpu_of_each(figures), start=1)]
     return "Two gateways side by side", f"{figures['count']} services on link a", [("processor time", bars, " s")]

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Micro-benchmarks of what the daemon does per reply, per rule and per file. Run as the daemon runs: its semaphores made, its
-// debug messages filtered by the syslog mask.
+// Micro-benchmarks of what the daemon does per reply, per rule and per file. Run as the daemon runs: its semaphores
+// made, its debug messages filtered by the syslog mask.
 #include <benchmark/benchmark.h>
 #include <semaphore.h>
 #include <syslog.h>

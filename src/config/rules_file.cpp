@@ -75,7 +75,8 @@ RulesFile load_rules(std::FILE* stream, const char* path) {
   return file;
 }
 
-// A word of the rule has no quoted value. A tag that lacks the word is no rule, and passed over (RulesItemKind::other_tag).
+// A word of the rule has no quoted value. A tag that lacks the word is no rule, and passed over
+// (RulesItemKind::other_tag).
 [[noreturn]] void fail_missing_value(RulesFile& file, const RulesItem& item) {
   const char* copy = copy_for_message(attribute_of(item, RuleWord::mdnsservice).value);
   const char* service = text_or_null(copy);

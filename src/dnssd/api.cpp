@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The functions of dns_sd.h: what is checked, and which operation is started. A call that fails has started nothing and has left
-// *sdRef as it was. Of several errors, a bad parameter is returned first, then bad flags, then what is not supported,
-// then an error of the reference, the system or the interface.
+// The functions of dns_sd.h: what is checked, and which operation is started. A call that fails has started nothing and
+// has left *sdRef as it was. Of several errors, a bad parameter is returned first, then bad flags, then what is not
+// supported, then an error of the reference, the system or the interface.
 #include <arpa/inet.h>
 #include <unistd.h>
 
@@ -42,8 +42,8 @@ bool is_single_type(std::uint16_t rrtype, std::uint16_t rrclass) {
 // reference. Otherwise nothing has been made and *ref is as it was: kDNSServiceErr_Unsupported unless what is wanted
 // `is_supported`; kDNSServiceErr_BadReference when it is to share what is no connection; the errors of engine_open and
 // interface_get.
-DNSServiceErrorType start_operation(DNSServiceRef* ref, DNSServiceFlags flags, std::uint32_t interface_index, void* context,
-                                    bool is_supported, decltype(Operation::part)&& part,
+DNSServiceErrorType start_operation(DNSServiceRef* ref, DNSServiceFlags flags, std::uint32_t interface_index,
+                                    void* context, bool is_supported, decltype(Operation::part)&& part,
                                     const std::function<void(Operation&)>& start) {
   const bool is_shared = (flags & kFlagsShareConnection) != 0;
   if (!is_supported) {
@@ -97,8 +97,9 @@ DNSServiceErrorType DNSServiceCreateConnection(DNSServiceRef* sdRef) {
 }
 
 // `regtype` may name one subtype: "_ipp._tcp,_universal", or first: "_universal._ipp._tcp".
-DNSServiceErrorType DNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex, const char* regtype,
-                                     const char* domain, DNSServiceBrowseReply callBack, void* context) {
+DNSServiceErrorType DNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
+                                     const char* regtype, const char* domain, DNSServiceBrowseReply callBack,
+                                     void* context) {
   const LibraryCall call;
   const std::optional<ServiceType> type = parse_browse_type(text_of(regtype));
   if (sdRef == nullptr || !type || callBack == nullptr) {
@@ -110,8 +111,9 @@ DNSServiceErrorType DNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags flags
 }
 
 // `name` is the plain instance name of a browse reply.
-DNSServiceErrorType DNSServiceResolve(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex, const char* name,
-                                      const char* regtype, const char* domain, DNSServiceResolveReply callBack, void* context) {
+DNSServiceErrorType DNSServiceResolve(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
+                                      const char* name, const char* regtype, const char* domain,
+                                      DNSServiceResolveReply callBack, void* context) {
   const LibraryCall call;
   const std::optional<ServiceType> type = parse_service_type(text_of(regtype));
   const std::optional<std::string> instance = type ? prepend_label(text_of(name), type->name) : std::nullopt;
@@ -132,16 +134,17 @@ DNSServiceErrorType DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags 
   if (sdRef == nullptr || !name || rrtype == 0 || callBack == nullptr) {
     return kDNSServiceErr_BadParam;
   }
-  return start_operation(sdRef, flags, interfaceIndex, context, is_single_type(rrtype, rrclass), Query{callBack, *name, rrtype},
-                         [&](Operation& operation) { ask(operation, *name, rrtype); });
+  return start_operation(sdRef, flags, interfaceIndex, context, is_single_type(rrtype, rrclass),
+                         Query{callBack, *name, rrtype}, [&](Operation& operation) { ask(operation, *name, rrtype); });
 }
 
-// Also for a host that is not this machine: `host` with or without the trailing dot. A name that is too long is cut, if it may
-// be; null and empty TXT data stand for one empty string (dns_sd.h). Identical services registered twice on an interface are one;
-// a different one under the same name is a conflict like any other.
-DNSServiceErrorType DNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex, const char* name,
-                                       const char* regtype, const char* domain, const char* host, uint16_t port, uint16_t txtLen,
-                                       const void* txtRecord, DNSServiceRegisterReply callBack, void* context) {
+// Also for a host that is not this machine: `host` with or without the trailing dot. A name that is too long is cut, if
+// it may be; null and empty TXT data stand for one empty string (dns_sd.h). Identical services registered twice on an
+// interface are one; a different one under the same name is a conflict like any other.
+DNSServiceErrorType DNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
+                                       const char* name, const char* regtype, const char* domain, const char* host,
+                                       uint16_t port, uint16_t txtLen, const void* txtRecord,
+                                       DNSServiceRegisterReply callBack, void* context) {
   const LibraryCall call;
   const bool auto_rename = (flags & kDNSServiceFlagsNoAutoRename) == 0;
   const std::optional<ServiceType> type = parse_service_type(text_of(regtype));
@@ -157,22 +160,26 @@ DNSServiceErrorType DNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags fla
   if (!auto_rename && (name == nullptr || callBack == nullptr)) {
     return kDNSServiceErr_BadFlags;
   }
-  return start_operation(
-      sdRef, flags, interfaceIndex, context, is_local_domain(domain),
-      Registration{
-          .callback = callBack, .type = *type, .name = instance, .auto_rename = auto_rename, .port = ntohs(port), .txt = txt},
-      [&](Operation& operation) { registration_start(operation, *target); });
+  return start_operation(sdRef, flags, interfaceIndex, context, is_local_domain(domain),
+                         Registration{.callback = callBack,
+                                      .type = *type,
+                                      .name = instance,
+                                      .auto_rename = auto_rename,
+                                      .port = ntohs(port),
+                                      .txt = txt},
+                         [&](Operation& operation) { registration_start(operation, *target); });
 }
 
 // Bit 0x10 means shared (no probes), 0x20 unique, as dns_sd.h has it; exactly one of them.
 DNSServiceErrorType DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* RecordRef, DNSServiceFlags flags,
-                                             uint32_t interfaceIndex, const char* fullname, uint16_t rrtype, uint16_t rrclass,
-                                             uint16_t rdlen, const void* rdata, uint32_t ttl,
+                                             uint32_t interfaceIndex, const char* fullname, uint16_t rrtype,
+                                             uint16_t rrclass, uint16_t rdlen, const void* rdata, uint32_t ttl,
                                              DNSServiceRegisterRecordReply callBack, void* context) {
   const LibraryCall call;
   const std::optional<std::string> name = parse_record_name(fullname);
   const std::string data = bytes_of(rdata, rdlen);
-  if (sdRef == nullptr || RecordRef == nullptr || !name || rrtype == 0 || !is_publishable(rrtype, data) || callBack == nullptr) {
+  if (sdRef == nullptr || RecordRef == nullptr || !name || rrtype == 0 || !is_publishable(rrtype, data) ||
+      callBack == nullptr) {
     return kDNSServiceErr_BadParam;
   }
   const bool is_unique = (flags & kDNSServiceFlagsUnique) != 0;
@@ -193,7 +200,8 @@ DNSServiceErrorType DNSServiceUpdateRecord(DNSServiceRef sdRef, DNSRecordRef Rec
   if (sdRef == nullptr || rdata == nullptr) {
     return kDNSServiceErr_BadParam;
   }
-  Operation* operation = RecordRef != nullptr ? record_of_connection(sdRef, RecordRef) : operation_of<Registration>(sdRef);
+  Operation* operation =
+      RecordRef != nullptr ? record_of_connection(sdRef, RecordRef) : operation_of<Registration>(sdRef);
   if (operation == nullptr) {
     return kDNSServiceErr_BadReference;
   }

@@ -8,20 +8,21 @@
 //   kDNSServiceFlagsShareConnection (0x4000) and without it. dns_sd_link_figures says what has
 //   passed over the links (dns_sd_figures.h). Nothing else is exported.
 //
-//   One engine. A process has one engine on one epoll descriptor, and every live reference answers DNSServiceRefSockFD with
-//   it. DNSServiceProcessResult on any of them drives the engine and delivers the replies of all of them, in the order in
-//   which they arose: a caller that always serves one connection first starves no other. It never blocks, does a bounded
-//   amount of work and delivers a bounded number of replies; the descriptor stays readable while there is more. The library
-//   has no thread of its own and, like dns_sd.h, leaves it to the caller to serialise its calls.
+//   One engine. A process has one engine on one epoll descriptor, and every live reference answers DNSServiceRefSockFD
+//   with it. DNSServiceProcessResult on any of them drives the engine and delivers the replies of all of them, in the
+//   order in which they arose: a caller that always serves one connection first starves no other. It never blocks, does
+//   a bounded amount of work and delivers a bounded number of replies; the descriptor stays readable while there is
+//   more. The library has no thread of its own and, like dns_sd.h, leaves it to the caller to serialise its calls.
 //
-//   Interfaces. An operation runs on the one interface that it names. Index 0 (any) and kDNSServiceInterfaceIndexLocalOnly
-//   are kDNSServiceErr_Unsupported, an index that is no interface's is kDNSServiceErr_BadInterfaceIndex. Each interface in
-//   use has sockets of its own for IPv4 and IPv6, bound to it; no capability is needed for that (where a kernel older than
-//   5.7 refuses it: kDNSServiceErr_NoAuth), and other responders of the machine run on undisturbed. Packets go out over a
-//   protocol only while the interface has an address of it. When an interface goes, all that was found there is reported
-//   removed, and its operations go on: what they registered is announced again when it comes back. Nothing of the machine's
-//   own is published. The domain is "local" (null, "local" and "local." mean it); others are kDNSServiceErr_Unsupported.
-//   Names are UTF-8; others are kDNSServiceErr_BadParam.
+//   Interfaces. An operation runs on the one interface that it names. Index 0 (any) and
+//   kDNSServiceInterfaceIndexLocalOnly are kDNSServiceErr_Unsupported, an index that is no interface's is
+//   kDNSServiceErr_BadInterfaceIndex. Each interface in use has sockets of its own for IPv4 and IPv6, bound to it; no
+//   capability is needed for that (where a kernel older than 5.7 refuses it: kDNSServiceErr_NoAuth), and other
+//   responders of the machine run on undisturbed. Packets go out over a protocol only while the interface has an
+//   address of it. When an interface goes, all that was found there is reported removed, and its operations go on: what
+//   they registered is announced again when it comes back. Nothing of the machine's own is published. The domain is
+//   "local" (null, "local" and "local." mean it); others are kDNSServiceErr_Unsupported. Names are UTF-8; others are
+//   kDNSServiceErr_BadParam.
 //
 //   Aliases. CNAME records are not followed: one is reported to whoever asks for that type, like any other record.
 //
@@ -35,40 +36,41 @@
 //   what is different. When all addresses of a host that are asked for have expired, its services are asked for once
 //   more and reported removed after ten seconds without an answer.
 //
-//   Callbacks. Replies are delivered from DNSServiceProcessResult only. Any operation, the callback's own included, or a
-//   whole connection may be released in one, and exit() may be called; nothing is delivered for a released operation.
+//   Callbacks. Replies are delivered from DNSServiceProcessResult only. Any operation, the callback's own included, or
+//   a whole connection may be released in one, and exit() may be called; nothing is delivered for a released operation.
 //   DNSServiceProcessResult itself may not be called there (kDNSServiceErr_BadState).
 //
-//   Signals. While the library works or calls back, all signals are held back but those of a fault (SEGV, BUS, FPE, ILL,
-//   ABRT, TRAP): no handler runs in the middle of its data. The calling thread's mask is restored on leaving. While something
-//   is registered, each of SIGTERM, SIGINT, SIGHUP and SIGQUIT that the program leaves to its default action (and has not
-//   blocked) is taken: blocked, and read from a signalfd in the engine. When one arrives, everything is withdrawn with its
-//   goodbyes and the process then dies of that signal as it would have. With a handler of its own the program keeps the
-//   signal, and with nothing registered any more it gets it back. (Process 1 of a pid namespace, which the default action
-//   does not kill, keeps all of them.)
+//   Signals. While the library works or calls back, all signals are held back but those of a fault (SEGV, BUS, FPE,
+//   ILL, ABRT, TRAP): no handler runs in the middle of its data. The calling thread's mask is restored on leaving.
+//   While something is registered, each of SIGTERM, SIGINT, SIGHUP and SIGQUIT that the program leaves to its default
+//   action (and has not blocked) is taken: blocked, and read from a signalfd in the engine. When one arrives,
+//   everything is withdrawn with its goodbyes and the process then dies of that signal as it would have. With a handler
+//   of its own the program keeps the signal, and with nothing registered any more it gets it back. (Process 1 of a pid
+//   namespace, which the default action does not kill, keeps all of them.)
 //
 //   Goodbyes. Whatever is withdrawn gets its goodbye on the wire: before the call returns when the last connection is
-//   released, and when the process returns from main or calls exit() (three seconds at most). A child of fork() has no part
-//   in its parent's engine: the parent's references are bad ones there, and it sends nothing in its parent's name.
+//   released, and when the process returns from main or calls exit() (three seconds at most). A child of fork() has no
+//   part in its parent's engine: the parent's references are bad ones there, and it sends nothing in its parent's name.
 //
 //   Restarts. Where the environment variable MDNSPROXY_HANDOVER names a file, a process can take over the published
 //   records of its predecessor (handover.cpp): they are not withdrawn and announced again.
 //
-//   Flags. Bits that the library does not know, private ones such as 0x08000000 and 0x80000000 among them, are ignored, as
-//   are kDNSServiceFlagsForceMulticast (everything here is multicast) and kDNSServiceFlagsLongLivedQuery (so is every query).
-//   kDNSServiceErr_BadFlags: a record that is not exactly one of shared and unique; NoAutoRename without a name or a
-//   callback.
+//   Flags. Bits that the library does not know, private ones such as 0x08000000 and 0x80000000 among them, are ignored,
+//   as are kDNSServiceFlagsForceMulticast (everything here is multicast) and kDNSServiceFlagsLongLivedQuery (so is
+//   every query). kDNSServiceErr_BadFlags: a record that is not exactly one of shared and unique; NoAutoRename without
+//   a name or a callback.
 //
-//   References. A DNSServiceRef or DNSRecordRef is a handle, a number that is never used again, not an address: one that is
-//   stale, wild or of the wrong kind is recognised (kDNSServiceErr_BadReference, descriptor -1, or nothing happens).
+//   References. A DNSServiceRef or DNSRecordRef is a handle, a number that is never used again, not an address: one
+//   that is stale, wild or of the wrong kind is recognised (kDNSServiceErr_BadReference, descriptor -1, or nothing
+//   happens).
 //
-// What it needs: Linux (epoll, timerfd, signalfd, netlink, SO_BINDTODEVICE), UDP port 5353 shared with others. It includes
-// src/mdns and nothing else of this source tree.
+// What it needs: Linux (epoll, timerfd, signalfd, netlink, SO_BINDTODEVICE), UDP port 5353 shared with others. It
+// includes src/mdns and nothing else of this source tree.
 //
 // Reading order: api.cpp (each dns_sd.h function: what is checked, which operation starts), this header (the records),
-// operations.cpp (the registry of operations), engine.cpp (one pass, and the delivery of replies); then what the operations do:
-// lookup.cpp and publish.cpp, hosts.cpp (the names of hosts of other links) and handover.cpp; last what they stand on:
-// interface.cpp, sockets.cpp, link_monitor.cpp, poll.cpp, signals.cpp, names.cpp.
+// operations.cpp (the registry of operations), engine.cpp (one pass, and the delivery of replies); then what the
+// operations do: lookup.cpp and publish.cpp, hosts.cpp (the names of hosts of other links) and handover.cpp; last what
+// they stand on: interface.cpp, sockets.cpp, link_monitor.cpp, poll.cpp, signals.cpp, names.cpp.
 #pragma once
 
 #include <dns_sd.h>
@@ -269,8 +271,8 @@ void signals_release();
 // back when nothing is, or when the program has a handler by now.
 void signals_review(bool publishing);
 
-// If a taken signal has arrived: ends the engine with its goodbyes, gives the signal back and raises it; does not return
-// then. Not to be called while descriptors are being served.
+// If a taken signal has arrived: ends the engine with its goodbyes, gives the signal back and raises it; does not
+// return then. Not to be called while descriptors are being served.
 void signals_die_if_caught();
 
 // In a forked child: gives the signals back without touching the parent's engine.
@@ -302,11 +304,12 @@ void operation_release(Operation& operation);
 mdns::Link& link_of(const Operation& operation);
 
 // mdns::publish on that link; the events go to operation_event.
-mdns::PublicationId publish(const Operation& operation, const std::string& name, std::span<const mdns::RecordData> records,
-                            mdns::Claim claim);
+mdns::PublicationId publish(const Operation& operation, const std::string& name,
+                            std::span<const mdns::RecordData> records, mdns::Claim claim);
 
 // Starts a query for records on the operation's link, which stop_asking stops; its events go to operation_event.
-void ask(Operation& operation, const std::string& name, std::uint16_t rrtype, mdns::Interest interest = mdns::Interest::asking);
+void ask(Operation& operation, const std::string& name, std::uint16_t rrtype,
+         mdns::Interest interest = mdns::Interest::asking);
 void stop_asking(Operation& operation);
 
 // Appends a reply for `operation`.
@@ -354,8 +357,8 @@ void answers_change(std::vector<Answer>& answers, const mdns::Event& event);
 // `host` is the name of the host that the service names.
 void registration_start(Operation& operation, const std::string& host);
 
-// Announces new TXT data under the same name. kDNSServiceErr_BadState when it has failed, kDNSServiceErr_BadParam when `txt` is no
-// TXT data.
+// Announces new TXT data under the same name. kDNSServiceErr_BadState when it has failed, kDNSServiceErr_BadParam when
+// `txt` is no TXT data.
 DNSServiceErrorType registration_update(Operation& operation, const std::string& txt, std::uint32_t ttl);
 
 // RFC 6762 section 8.1: the delay before the next name is tried after many conflicts.
@@ -377,8 +380,8 @@ bool is_publishable(std::uint16_t rrtype, const std::string& rdata);
 
 // --- hosts.cpp; `operation` is a host's
 
-// The host of that name, on the interface of a registration or record that is about to be published and names it from now on. It
-// lives until host_leave at least.
+// The host of that name, on the interface of a registration or record that is about to be published and names it from
+// now on. It lives until host_leave at least.
 Operation& host_join(Operation& member, const std::string& name);
 void host_leave(Operation& operation, Operation& member);
 

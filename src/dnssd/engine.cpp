@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Lifecycle: the first reference makes the engine (engine_open); each pass of DNSServiceProcessResult drives it; it ends
-// (engine_close) with the last reference that stands by itself, at the process's exit, or when a taken signal arrives. Its
-// descriptor failing only marks it lost: references stay valid and are released as usual.
+// Lifecycle: the first reference makes the engine (engine_open); each pass of DNSServiceProcessResult drives it; it
+// ends (engine_close) with the last reference that stands by itself, at the process's exit, or when a taken signal
+// arrives. Its descriptor failing only marks it lost: references stay valid and are released as usual.
 #include <unistd.h>
 
 #include <utility>

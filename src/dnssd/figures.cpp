@@ -27,7 +27,8 @@ dns_sd_figures figures_of(const Interface& interface) {
     figures.lost += socket.lost;
   }
   const std::size_t siblings = std::min<std::size_t>(link.siblings.size(), kDNSSDFiguresSiblings);
-  std::transform(link.siblings.begin(), link.siblings.begin() + static_cast<std::ptrdiff_t>(siblings), figures.siblings, to_host);
+  std::transform(link.siblings.begin(), link.siblings.begin() + static_cast<std::ptrdiff_t>(siblings), figures.siblings,
+                 to_host);
   return figures;
 }
 

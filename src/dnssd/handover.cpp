@@ -104,7 +104,8 @@ void inherit(const HandedInterface& given, mdns::Time now) {
   Operation* const operation = operation_new(kLibrary, interface, nullptr, Inheritance{});
   Inheritance& inheritance = std::get<Inheritance>(operation->part);
   for (const mdns::Published& record : given.records) {
-    inheritance.records.emplace(record.name, mdns::publish_inherited(link_of(*operation), now, record, operation->handle));
+    inheritance.records.emplace(record.name,
+                                mdns::publish_inherited(link_of(*operation), now, record, operation->handle));
   }
   inheritance.hosts.insert(given.hosts.begin(), given.hosts.end());
   interface->inheritance = operation;
@@ -136,8 +137,8 @@ void handover_take() {
   unlink((path + kWantedSuffix).c_str());  // it was meant for a process that has ended in another way
   const std::optional<Handover> handover = handover_from_bytes(take_file(path));
   const Handover now = handover_of_now();
-  if (!handover || handover->boot != now.boot || handover->network != now.network || handover->written_at > now.written_at ||
-      now.written_at - handover->written_at > kFreshFor) {
+  if (!handover || handover->boot != now.boot || handover->network != now.network ||
+      handover->written_at > now.written_at || now.written_at - handover->written_at > kFreshFor) {
     return;
   }
   for (const HandedInterface& interface : handover->interfaces) {

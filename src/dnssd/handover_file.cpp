@@ -84,8 +84,8 @@ mdns::Published take_published(Unread& unread, mdns::Time written_at) {
     at = take_number<mdns::Time>(unread);
     unread.is_whole = unread.is_whole && at >= mdns::kLongAgo && at <= written_at;
   }
-  const bool is_claim =
-      record.claim == mdns::Claim::shared || record.claim == mdns::Claim::unique || record.claim == mdns::Claim::yielding;
+  const bool is_claim = record.claim == mdns::Claim::shared || record.claim == mdns::Claim::unique ||
+                        record.claim == mdns::Claim::yielding;
   unread.is_whole = unread.is_whole && is_claim && record.announcements_left <= mdns::kAnnouncements &&
                     is_publishable(record.data.type, record.data.rdata);
   return record;

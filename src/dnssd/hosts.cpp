@@ -112,8 +112,9 @@ void host_review(Operation& operation) {
 Operation& host_join(Operation& member, const std::string& name) {
   Interface& interface = *member.interface;
   const auto known = interface.hosts.find(name);
-  Operation& operation =
-      known != interface.hosts.end() ? *known->second : *operation_new(kLibrary, &interface, nullptr, Host{.name = name});
+  Operation& operation = known != interface.hosts.end()
+                             ? *known->second
+                             : *operation_new(kLibrary, &interface, nullptr, Host{.name = name});
   Host& host = std::get<Host>(operation.part);
   if (known == interface.hosts.end()) {
     interface.hosts.emplace(host.name, &operation);

@@ -14,7 +14,8 @@ namespace {
 // An idle interface stays this long, so that a caller that releases one operation and starts the next keeps its cache.
 constexpr mdns::Time kIdleMax = 10 * mdns::kSecond;
 
-// The goodbyes of thousands of services take more than one packet's time; a process that ends does not wait longer than this.
+// The goodbyes of thousands of services take more than one packet's time; a process that ends does not wait longer than
+// this.
 constexpr mdns::Time kWithdrawMax = 3 * mdns::kSecond;
 
 // Serves one link. Handling its events may use the link again, which marks it as touched again.
@@ -43,7 +44,8 @@ std::uint64_t random_number() {
   std::uint64_t number = 0;
   // Soon after the machine was switched on the kernel may have no randomness yet: then the clock serves.
   if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number) {
-    number = static_cast<std::uint64_t>(monotonic_now()) * 0x9E3779B97F4A7C15 ^ static_cast<std::uint64_t>(getpid()) << 32;
+    number = static_cast<std::uint64_t>(monotonic_now()) * 0x9E3779B97F4A7C15 ^ static_cast<std::uint64_t>(getpid())
+                                                                                    << 32;
   }
   return number;
 }

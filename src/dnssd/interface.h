@@ -8,8 +8,8 @@
 
 namespace dnssd {
 
-// UDP port 5353 of one protocol, shared with others on the machine, bound to the interface, member of the multicast group (RFC
-// 6762 section 3).
+// UDP port 5353 of one protocol, shared with others on the machine, bound to the interface, member of the multicast
+// group (RFC 6762 section 3).
 struct Socket {
   Watch watch;  // its fd is -1 when the system lacks the protocol
   Interface* interface = nullptr;
@@ -58,7 +58,8 @@ struct Interface {
   std::set<std::string, FoldedLess> aliases;                          // names of hosts that had to give way
   Operation* inheritance = nullptr;                                   // handover.cpp
   unsigned operations = 0;                                            // live operations on it
-  mdns::Time idle_since = monotonic_now();                            // when the last operation on it ended, if there is none
+  mdns::Time idle_since = monotonic_now();                            // when the last operation on it ended, if there
+                                                                      // is none
   bool is_touched = false;                                            // its link was used since it was served last
 };
 
@@ -83,9 +84,9 @@ void interfaces_withdraw();
 
 // --- sockets.cpp
 
-// Opens the sockets of `interface`, which stays where it is, and has the engine's poll receive from them. A protocol that the
-// system lacks is left out. kDNSServiceErr_BadInterfaceIndex when the interface has gone, kDNSServiceErr_NoAuth when it is not to
-// be bound to, kErrServiceNotRunning when there is no socket.
+// Opens the sockets of `interface`, which stays where it is, and has the engine's poll receive from them. A protocol
+// that the system lacks is left out. kDNSServiceErr_BadInterfaceIndex when the interface has gone,
+// kDNSServiceErr_NoAuth when it is not to be bound to, kErrServiceNotRunning when there is no socket.
 DNSServiceErrorType sockets_open(Interface& interface);
 
 // Joins the groups, again if need be: a link that had no address of a protocol may have been no member.

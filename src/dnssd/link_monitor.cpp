@@ -50,8 +50,8 @@ void note_addresses(Interface& interface, const Addresses& addresses) {
   for (const ifaddrs* entry = addresses.first; entry != nullptr; entry = entry->ifa_next) {
     const mdns::Endpoint address = to_endpoint(entry->ifa_addr);
     const bool is_open = interface.sockets[mdns::index_of(address.protocol)].watch.fd >= 0;
-    if (address.protocol == mdns::kNoProtocol || !is_live(entry->ifa_flags) || std::strcmp(entry->ifa_name, name) != 0 ||
-        !is_open || !is_usable(entry->ifa_addr)) {
+    if (address.protocol == mdns::kNoProtocol || !is_live(entry->ifa_flags) ||
+        std::strcmp(entry->ifa_name, name) != 0 || !is_open || !is_usable(entry->ifa_addr)) {
       continue;
     }
     interface.protocols |= address.protocol;
@@ -71,8 +71,8 @@ void review_interface(Interface& interface, const Addresses& addresses, bool was
   if (interface.protocols != before) {
     mdns::link_set_protocols(interface_link(interface), now, interface.protocols);
   }
-  // If IPv4 has stayed and none of its former addresses is there any more, this may be another network. (IPv6 always has its
-  // link-local address, and its prefixes come and go beside it.)
+  // If IPv4 has stayed and none of its former addresses is there any more, this may be another network. (IPv6 always
+  // has its link-local address, and its prefixes come and go beside it.)
   const auto is_kept_ipv4 = [&](const Prefix& old) {
     return old.protocol == mdns::kIpv4 && std::ranges::count(interface.prefixes, old) != 0;
   };
@@ -119,7 +119,8 @@ void link_monitor_open() {
   sockaddr_nl address{};
   address.nl_family = AF_NETLINK;
   address.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR;
-  if (poll_add(gEngine->poll, watch) && bind(watch.fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+  if (poll_add(gEngine->poll, watch) &&
+      bind(watch.fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     poll_remove(gEngine->poll, watch);
   }
 }

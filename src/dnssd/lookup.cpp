@@ -38,15 +38,16 @@ bool is_instance(const Browse& browse, const std::string& target) {
 }
 
 // Queues a browse reply. `begins_update`: the instance will be reported as added again at once, with other data.
-void report_instance(Operation& browse, DNSServiceFlags flags, const std::string& instance, bool begins_update = false) {
+void report_instance(Operation& browse, DNSServiceFlags flags, const std::string& instance,
+                     bool begins_update = false) {
   const std::string name(mdns::first_label(instance));
   const std::string type = type_text(mdns::parent_name(instance));
   reply_queue(browse, [=](const Operation& to, DNSServiceFlags more) {
     if (begins_update) {
       gEngine->goodbyes_until = monotonic_now() + kUpdateWithin;
     }
-    std::get<Browse>(to.part).callback(service_ref(to.handle), flags | more, to.interface->index, kDNSServiceErr_NoError,
-                                       name.c_str(), type.c_str(), "local.", to.context);
+    std::get<Browse>(to.part).callback(service_ref(to.handle), flags | more, to.interface->index,
+                                       kDNSServiceErr_NoError, name.c_str(), type.c_str(), "local.", to.context);
   });
 }
 
@@ -88,9 +89,9 @@ void report_if_new(Operation& operation, Resolve& resolve) {
   std::memcpy(&port, srv.data() + kSrvPortAt, sizeof port);
   reply_queue(operation, [=, txt = txt, host = name_to_text(target)](const Operation& to, DNSServiceFlags more) {
     const Resolve& part = std::get<Resolve>(to.part);
-    part.callback(service_ref(to.handle), more, to.interface->index, kDNSServiceErr_NoError, name_to_text(part.name).c_str(),
-                  host.c_str(), port, static_cast<std::uint16_t>(txt.size()), reinterpret_cast<const unsigned char*>(txt.data()),
-                  to.context);
+    part.callback(service_ref(to.handle), more, to.interface->index, kDNSServiceErr_NoError,
+                  name_to_text(part.name).c_str(), host.c_str(), port, static_cast<std::uint16_t>(txt.size()),
+                  reinterpret_cast<const unsigned char*>(txt.data()), to.context);
   });
 }
 
@@ -114,7 +115,9 @@ void note_owner(Answers& answers, const mdns::Event& event) {
 }
 
 // Whether the newest data differs from what was reported and comes from the host that sent that.
-bool has_changed(const Answers& answers) { return answers.is_from_owner && answers.live.back().rdata != answers.reported; }
+bool has_changed(const Answers& answers) {
+  return answers.is_from_owner && answers.live.back().rdata != answers.reported;
+}
 
 void report_answer(Operation& operation, const Answer& answer) {
   reply_queue(operation, [=](const Operation& to, DNSServiceFlags more) {
@@ -131,7 +134,8 @@ void host_addresses_expired(Interface& interface, const std::string& host) {
   const auto [first, last] = interface.followers.equal_range(host);
   for (auto at = first; at != last; ++at) {
     const std::string& instance = std::get<Resolve>(at->second->part).name;
-    mdns::link_reconfirm(interface_link(interface), monotonic_now(), mdns::parent_name(instance), mdns::kTypePtr, instance);
+    mdns::link_reconfirm(interface_link(interface), monotonic_now(), mdns::parent_name(instance), mdns::kTypePtr,
+                         instance);
   }
 }
 
@@ -139,7 +143,8 @@ void host_addresses_expired(Interface& interface, const std::string& host) {
 
 void answers_change(std::vector<Answer>& answers, const mdns::Event& event) {
   if (event.kind != mdns::Event::Kind::added) {
-    std::erase_if(answers, [&](const Answer& answer) { return mdns::same_rdata(event.type, answer.rdata, event.rdata); });
+    std::erase_if(answers,
+                  [&](const Answer& answer) { return mdns::same_rdata(event.type, answer.rdata, event.rdata); });
   }
   if (event.kind != mdns::Event::Kind::removed) {
     answers.push_back({event.type, event.ttl, event.rdata});

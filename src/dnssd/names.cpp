@@ -44,7 +44,8 @@ constexpr std::string_view kTypeBytes = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklm
 std::optional<ServiceType> type_of(std::string_view name) {
   const std::string_view application = mdns::first_label(name);
   const std::string_view transport = mdns::first_label(mdns::parent_name(name));
-  if (application.size() < 2 || application[0] != '_' || application.find_first_not_of(kTypeBytes) != application.npos ||
+  if (application.size() < 2 || application[0] != '_' ||
+      application.find_first_not_of(kTypeBytes) != application.npos ||
       !(mdns::same_folded(transport, "_tcp") || mdns::same_folded(transport, "_udp")) ||
       mdns::parent_name(mdns::parent_name(name)).size() != 1) {
     return std::nullopt;
@@ -56,7 +57,8 @@ std::optional<ServiceType> type_of(std::string_view name) {
 
 bool is_text(std::string_view label) {
   // A character that is cut off, longer than need be, a surrogate, or beyond U+10FFFF is none (RFC 3629 section 4).
-  constexpr unsigned kLeast[] = {1, 0, 0x80, 0x800, 0x10000};  // by the number of one bits that the first byte begins with
+  constexpr unsigned kLeast[] = {1, 0, 0x80, 0x800, 0x10000};  // by the number of one bits that the first byte begins
+                                                               // with
   while (!label.empty()) {
     const auto first = static_cast<unsigned char>(label[0]);
     const auto ones = static_cast<std::size_t>(std::countl_one(first));
@@ -189,7 +191,8 @@ std::string next_service_name(std::string_view name) {
 }
 
 bool is_local_domain(const char* domain) {
-  return domain == nullptr || *domain == '\0' || mdns::same_folded(domain, "local") || mdns::same_folded(domain, "local.");
+  return domain == nullptr || *domain == '\0' || mdns::same_folded(domain, "local") ||
+         mdns::same_folded(domain, "local.");
 }
 
 }  // namespace dnssd

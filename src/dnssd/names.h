@@ -22,8 +22,8 @@ inline constexpr std::size_t kNameMax = 255;
 // Whether a label's text is well-formed UTF-8 (RFC 3629) without a zero byte, which dns_sd.h could not carry.
 bool is_text(std::string_view label);
 
-// Reads presentation format, with or without the trailing dot. Nothing on an empty label, a broken escape, what is no text, or a
-// name that RFC 1035 does not allow. "." and "" give the root.
+// Reads presentation format, with or without the trailing dot. Nothing on an empty label, a broken escape, what is no
+// text, or a name that RFC 1035 does not allow. "." and "" give the root.
 std::optional<std::string> parse_name(std::string_view text);
 
 // A name of one label in front of another name; nothing when the label is empty or no text, or either is too long.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Lifecycle of an operation: operation_new makes it; events and replies find it by its handle; operation_release takes it out of
-// the registry, so that nothing finds it any more, and stops it.
+// Lifecycle of an operation: operation_new makes it; events and replies find it by its handle; operation_release takes
+// it out of the registry, so that nothing finds it any more, and stops it.
+//
 // Lifecycle of a reply: it is queued when an event arrives and delivered at the end of a pass (engine.cpp).
 #include <utility>
 
@@ -41,7 +42,8 @@ Operation* operation_new(Handle connection, Interface* interface, void* context,
   static Handle last = kLibrary;
   last += 2;
   Operation& operation = *(gEngine->operations[last] = std::make_unique<Operation>());
-  operation = {.handle = last, .connection = connection, .interface = interface, .context = context, .part = std::move(part)};
+  operation = {
+      .handle = last, .connection = connection, .interface = interface, .context = context, .part = std::move(part)};
   gEngine->connections += connection == 0 ? 1 : 0;
   gEngine->published += is_published(operation);
   if (interface != nullptr) {
@@ -79,8 +81,8 @@ void operation_release(Operation& operation) {
 
 mdns::Link& link_of(const Operation& operation) { return interface_link(*operation.interface); }
 
-mdns::PublicationId publish(const Operation& operation, const std::string& name, std::span<const mdns::RecordData> records,
-                            mdns::Claim claim) {
+mdns::PublicationId publish(const Operation& operation, const std::string& name,
+                            std::span<const mdns::RecordData> records, mdns::Claim claim) {
   return mdns::publish(link_of(operation), monotonic_now(), name, records, claim, operation.handle);
 }
 
@@ -91,7 +93,8 @@ void stop_asking(Operation& operation) {
 }
 
 void ask(Operation& operation, const std::string& name, std::uint16_t rrtype, mdns::Interest interest) {
-  operation.queries.push_back(mdns::query_start(link_of(operation), monotonic_now(), name, rrtype, operation.handle, interest));
+  operation.queries.push_back(
+      mdns::query_start(link_of(operation), monotonic_now(), name, rrtype, operation.handle, interest));
 }
 
 void reply_queue(Operation& operation, decltype(Reply::deliver)&& deliver) {

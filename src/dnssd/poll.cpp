@@ -14,15 +14,17 @@
 namespace dnssd {
 namespace {
 
-// One pass serves this many readable descriptors, each of which takes a bounded number of datagrams, so that the caller's loop
-// comes round within milliseconds. What is left keeps the descriptor readable; epoll reports those first that have waited
-// longest.
+// One pass serves this many readable descriptors, each of which takes a bounded number of datagrams, so that the
+// caller's loop comes round within milliseconds. What is left keeps the descriptor readable; epoll reports those first
+// that have waited longest.
 constexpr int kEventsPerPass = 8;
 
 // Deadlines are waited for until the next multiple of this, so that those of many links wake the process together.
 constexpr mdns::Time kGrid = mdns::kMillisecond;
 
-mdns::Time on_grid(mdns::Time time) { return time > mdns::kNever - kGrid ? mdns::kNever : (time + kGrid - 1) / kGrid * kGrid; }
+mdns::Time on_grid(mdns::Time time) {
+  return time > mdns::kNever - kGrid ? mdns::kNever : (time + kGrid - 1) / kGrid * kGrid;
+}
 
 mdns::Time clock_now(clockid_t clock) {
   timespec now{};
@@ -63,8 +65,8 @@ mdns::Time time_asleep() {
 bool poll_open(Poll& poll) {
   poll.epoll_fd = epoll_create1(EPOLL_CLOEXEC);
   poll.timer = {timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK), timer_fired, &poll};
-  poll.wake = {eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), [](void* context) { set_awake(*static_cast<Poll*>(context), false); },
-               &poll};
+  poll.wake = {eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK),
+               [](void* context) { set_awake(*static_cast<Poll*>(context), false); }, &poll};
   if (poll_add(poll, poll.timer) && poll_add(poll, poll.wake)) {
     return true;
   }

@@ -36,18 +36,20 @@ struct Poll {
 // not move until poll_close.
 bool poll_open(Poll& poll);
 
-// Closes the descriptors of all watches, then its own. In a forked child these are copies: the parent's poll goes on undisturbed.
+// Closes the descriptors of all watches, then its own. In a forked child these are copies: the parent's poll goes on
+// undisturbed.
 void poll_close(Poll& poll);
 
-// Watches `watch.fd`, which the poll closes in the end; false when the system refuses it, and the descriptor is closed at once.
+// Watches `watch.fd`, which the poll closes in the end; false when the system refuses it, and the descriptor is closed
+// at once.
 bool poll_add(Poll& poll, Watch& watch);
 
-// Closes the descriptor and stops watching it; one that is not open: nothing happens. Not to be called by what poll_dispatch
-// calls.
+// Closes the descriptor and stops watching it; one that is not open: nothing happens. Not to be called by what
+// poll_dispatch calls.
 void poll_remove(Poll& poll, Watch& watch);
 
-// Calls the watches whose descriptors are readable, a bounded number, in turn. Never blocks. False when epoll itself failed, that
-// is when somebody closed our descriptor.
+// Calls the watches whose descriptors are readable, a bounded number, in turn. Never blocks. False when epoll itself
+// failed, that is when somebody closed our descriptor.
 bool poll_dispatch(Poll& poll);
 
 // Before the library is left: makes the descriptor readable at `deadline`. 0: it is readable when the function returns.

@@ -4,8 +4,8 @@
 // Lifecycle of a registration:
 //   1. registration_start: the service's SRV and TXT records are published under the name, which is probed for.
 //   2. Established: the name is reported; the PTR records to it follow, and the type is entered under
-//      _services._dns-sd._udp (RFC 6763 section 9). Not before: PTR records are shared, and their goodbye after a lost probe
-//      would make another host's service of that name disappear.
+//      _services._dns-sd._udp (RFC 6763 section 9). Not before: PTR records are shared, and their goodbye after a lost
+//      probe would make another host's service of that name disappear.
 //   3. Conflict, before or after that: the PTR records go without a goodbye, the next name is tried, and reported once
 //      it is established; with NoAutoRename the conflict is reported, and that is the end of it.
 //   4. operation_stop: all of them are withdrawn, with goodbyes.
@@ -19,27 +19,31 @@ namespace {
 // RFC 6762 section 17 holds a message to 9000 bytes; more rdata than this could never be sent.
 constexpr std::size_t kRdataMax = 8192;
 
-// RFC 6762 section 8.1: after fifteen conflicts within ten seconds, at least five seconds (kConflictPause) before each further
-// try. Conflicts count together until there has been none for ten seconds.
+// RFC 6762 section 8.1: after fifteen conflicts within ten seconds, at least five seconds (kConflictPause) before each
+// further try. Conflicts count together until there has been none for ten seconds.
 constexpr std::uint32_t kConflictsMax = 15;
 constexpr mdns::Time kConflictsForgotten = 10 * mdns::kSecond;
 
-std::string instance_of(const Registration& registration) { return *prepend_label(registration.name, registration.type.name); }
+std::string instance_of(const Registration& registration) {
+  return *prepend_label(registration.name, registration.type.name);
+}
 
 mdns::RecordData srv_data(const Registration& registration) {
-  const char head[] = {0, 0, 0, 0, static_cast<char>(registration.port >> 8), static_cast<char>(registration.port & 0xFF)};
+  const char head[] = {
+      0, 0, 0, 0, static_cast<char>(registration.port >> 8), static_cast<char>(registration.port & 0xFF)};
   return {mdns::kTypeSrv, 0, std::string(head, sizeof head) + host_alias(*registration.host)};
 }
 
-void report_name(Operation& operation, const Registration& registration, DNSServiceFlags flags, DNSServiceErrorType error) {
+void report_name(Operation& operation, const Registration& registration, DNSServiceFlags flags,
+                 DNSServiceErrorType error) {
   if (registration.callback == nullptr) {
     return;
   }
   const std::string name = registration.name;
   reply_queue(operation, [=](const Operation& to, DNSServiceFlags more) {
     const Registration& part = std::get<Registration>(to.part);
-    part.callback(service_ref(to.handle), flags | more, error, name.c_str(), type_text(part.type.name).c_str(), "local.",
-                  to.context);
+    part.callback(service_ref(to.handle), flags | more, error, name.c_str(), type_text(part.type.name).c_str(),
+                  "local.", to.context);
   });
 }
 
@@ -146,7 +150,8 @@ DNSServiceErrorType registration_update(Operation& operation, const std::string&
   }
   registration.txt = txt;  // also used for the next name that is tried
   const mdns::RecordData data{mdns::kTypeTxt, ttl, txt};
-  if (registration.service != 0 && !mdns::publication_update(link_of(operation), monotonic_now(), registration.service, data)) {
+  if (registration.service != 0 &&
+      !mdns::publication_update(link_of(operation), monotonic_now(), registration.service, data)) {
     // Another registration holds the same service with the old data: conflict, so the new data needs a name of its own.
     withdraw(operation, registration);
     try_name(operation);
@@ -213,7 +218,8 @@ DNSServiceErrorType record_update(Operation& operation, const std::string& rdata
     return kDNSServiceErr_BadParam;
   }
   const mdns::RecordData data{record.data.type, ttl, rdata};
-  if (record.publication != 0 && !mdns::publication_update(link_of(operation), monotonic_now(), record.publication, data)) {
+  if (record.publication != 0 &&
+      !mdns::publication_update(link_of(operation), monotonic_now(), record.publication, data)) {
     return kDNSServiceErr_NameConflict;
   }
   record.data = data;

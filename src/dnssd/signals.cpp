@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Lifecycle of a taken signal: signals_review adds it to the signalfd, and it is blocked in the mask that the caller gets back;
-// when it arrives the watch notes it, and the engine's pass ends in signals_die_if_caught. It is given back as soon as
-// nothing is registered any more.
+// Lifecycle of a taken signal: signals_review adds it to the signalfd, and it is blocked in the mask that the caller
+// gets back; when it arrives the watch notes it, and the engine's pass ends in signals_die_if_caught. It is given back
+// as soon as nothing is registered any more.
 #include <pthread.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -35,7 +35,8 @@ int gCaught = 0;    // a taken signal that has arrived, 0: none
 
 bool has_default_action(int signal) {
   struct sigaction action {};
-  return sigaction(signal, nullptr, &action) == 0 && (action.sa_flags & SA_SIGINFO) == 0 && action.sa_handler == SIG_DFL;
+  return sigaction(signal, nullptr, &action) == 0 && (action.sa_flags & SA_SIGINFO) == 0 &&
+         action.sa_handler == SIG_DFL;
 }
 
 // Those that the program leaves to their default action and has not blocked itself.

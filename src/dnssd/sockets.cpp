@@ -33,7 +33,9 @@ union Address {
   sockaddr_in6 ipv6;
 };
 
-bool set_option(int fd, int level, int option, int value) { return setsockopt(fd, level, option, &value, sizeof value) == 0; }
+bool set_option(int fd, int level, int option, int value) {
+  return setsockopt(fd, level, option, &value, sizeof value) == 0;
+}
 
 const mdns::Endpoint& group_of(mdns::Protocols protocol) { return kGroups[mdns::index_of(protocol)]; }
 
@@ -54,12 +56,14 @@ Address to_sockaddr(const mdns::Endpoint& endpoint, std::uint32_t interface_inde
 
 // RFC 6762 section 11: the source is on the link.
 bool is_local(const Interface& interface, const mdns::Endpoint& source) {
-  return is_link_local(source.protocol, source.address) || std::ranges::any_of(interface.prefixes, [&](const Prefix& prefix) {
+  return is_link_local(source.protocol, source.address) ||
+         std::ranges::any_of(interface.prefixes, [&](const Prefix& prefix) {
            return prefix.protocol == source.protocol && is_within(source.address, prefix);
          });
 }
 
-// Whether the datagram was sent to the group: its destination is in the control data, and how many the system had to drop so far.
+// Whether the datagram was sent to the group: its destination is in the control data, and how many the system had to
+// drop so far.
 bool read_control(msghdr& header, Socket& socket) {
   const bool is_ipv4 = socket.protocol == mdns::kIpv4;
   const std::size_t place = is_ipv4 ? offsetof(in_pktinfo, ipi_addr) : offsetof(in6_pktinfo, ipi6_addr);
@@ -109,8 +113,8 @@ bool set_options_ipv4(int fd) {
 
 bool set_options_ipv6(int fd) {
   return set_option(fd, IPPROTO_IPV6, IPV6_V6ONLY, 1) && set_option(fd, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, kHopLimit) &&
-         set_option(fd, IPPROTO_IPV6, IPV6_UNICAST_HOPS, kHopLimit) && set_option(fd, IPPROTO_IPV6, IPV6_MULTICAST_LOOP, 1) &&
-         set_option(fd, IPPROTO_IPV6, IPV6_RECVPKTINFO, 1);
+         set_option(fd, IPPROTO_IPV6, IPV6_UNICAST_HOPS, kHopLimit) &&
+         set_option(fd, IPPROTO_IPV6, IPV6_MULTICAST_LOOP, 1) && set_option(fd, IPPROTO_IPV6, IPV6_RECVPKTINFO, 1);
 }
 
 bool prepare_socket(int fd, const Interface& interface, mdns::Protocols protocol) {
@@ -149,7 +153,8 @@ DNSServiceErrorType sockets_open(Interface& interface) {
     Socket& opened = interface.sockets[mdns::index_of(protocol)];
     const int family = protocol == mdns::kIpv4 ? AF_INET : AF_INET6;
     opened = {{socket(family, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0), receive, &opened}, &interface, protocol};
-    if (opened.watch.fd >= 0 && prepare_socket(opened.watch.fd, interface, protocol) && poll_add(gEngine->poll, opened.watch)) {
+    if (opened.watch.fd >= 0 && prepare_socket(opened.watch.fd, interface, protocol) &&
+        poll_add(gEngine->poll, opened.watch)) {
       result = kDNSServiceErr_NoError;
       continue;
     }
@@ -183,7 +188,8 @@ void sockets_send(const Interface& interface) {
     for (const Socket& one : interface.sockets) {
       if ((protocols & one.protocol) != 0 && one.watch.fd >= 0) {
         const Address to = to_sockaddr(to_group ? group_of(one.protocol) : datagram.to, interface.index);
-        sendto(one.watch.fd, datagram.bytes.data(), datagram.bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL, &to.any, sizeof to);
+        sendto(one.watch.fd, datagram.bytes.data(), datagram.bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL, &to.any,
+               sizeof to);
       }
     }
   }

@@ -28,7 +28,8 @@ void hurry_rrset(Link& link, const OwnedRecord& record) {
   for (OwnedRecord* other : record.owner->records) {
     ++link.steps;
     const bool is_rest = other != &record && share_rrset(record, *other) && other->is_live;
-    if (is_rest && other->announcement.at > link.now && !was_multicast_since(*other, link.protocols, link.now - kFlushSpares)) {
+    if (is_rest && other->announcement.at > link.now &&
+        !was_multicast_since(*other, link.protocols, link.now - kFlushSpares)) {
       other->announcements_left = std::max<std::uint8_t>(other->announcements_left, 1);
       link.announcer.due.set(*other, link.now);
     }

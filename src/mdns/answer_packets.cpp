@@ -90,7 +90,8 @@ void collect_additionals(Batch& batch) {
   }
   const OwnedRecord* last = nullptr;
   for (const OwnedRecord* record : batch.answers) {
-    const bool is_covered = last != nullptr && last->owner == record->owner && is_address(last->type) && is_address(record->type);
+    const bool is_covered =
+        last != nullptr && last->owner == record->owner && is_address(last->type) && is_address(record->type);
     if (!record->is_one_of_many && !is_covered) {
       add_additionals_of(batch, *record);
     }
@@ -143,7 +144,8 @@ void write_additionals(Batch& batch) {
   const bool is_multicast = batch.over != kNoProtocol;
   const OwnedRecord* last = nullptr;
   for (OwnedRecord* record : batch.additionals) {
-    const bool is_rest = last != nullptr && last->is_unique && last->owner == record->owner && last->type == record->type;
+    const bool is_rest =
+        last != nullptr && last->is_unique && last->owner == record->owner && last->type == record->type;
     const bool is_needed = is_multicast || (is_rest && !batch.is_legacy);
     const Section section = writer_is_empty(batch.writer) ? Section::answers : Section::additionals;
     if (!add_record(batch, section, *record) && !(is_needed && add_to_next(batch, *record)) && !is_multicast) {

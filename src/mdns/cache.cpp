@@ -89,7 +89,8 @@ void renew(Link& link, CacheEntry& entry, const Record& record, Protocols protoc
 // reports it.
 void report_entry(Link& link, const CacheEntry& entry, Event::Kind kind) {
   if (entry.rrset->question != nullptr && (kind == Event::Kind::renewed || !zone_reports(link, key_of(entry)))) {
-    querier_report(link, *entry.rrset, {kind, 0, 0, entry.rrset->type, entry.ttl, entry.rdata, entry.is_unique, entry.sent_by});
+    querier_report(link, *entry.rrset,
+                   {kind, 0, 0, entry.rrset->type, entry.ttl, entry.rdata, entry.is_unique, entry.sent_by});
   }
 }
 

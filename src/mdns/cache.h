@@ -32,7 +32,8 @@ struct CacheEntry {
   std::string rdata;
   Time received = 0;  // when it was received last
   Time expires = 0;
-  Deadline due;                            // next refresh, or question over the protocol without a goodbye; or `expires`
+  Deadline due;                            // next refresh, or question over the protocol without a goodbye; or
+                                           // `expires`
   std::uint32_t ttl = 0;                   // seconds, as received
   std::array<std::uint32_t, 2> sent_by{};  // Source::number of the host that sent it last over each protocol; 0: none
   Protocols protocols = kNoProtocol;       // over which it was received
@@ -55,7 +56,8 @@ struct Watch {
   Time last_flush_ends = kLongAgo;  // the same for the latest cache-flush bit
   Time give_up_at = kNever;         // when entries received before all of `others_asked` are removed
   std::array<Time, kUnansweredQueries> others_asked = {kLongAgo, kLongAgo, kLongAgo,
-                                                       kLongAgo};  // the last queries without known answers, oldest first
+                                                       kLongAgo};  // the last queries without known answers, oldest
+                                                                   // first
   Deadline due;
 };
 

@@ -16,8 +16,8 @@ void receive_record(Link& link, const Record& record, const Endpoint& from, Sour
   cache_receive(link, record, from.protocol, source);
 }
 
-// RFC 6762 sections 6 and 11: a response comes from port 5353. We ask for none by unicast: what is sent to this machine alone
-// is not believed. All of its sections count (section 18.1).
+// RFC 6762 sections 6 and 11: a response comes from port 5353. We ask for none by unicast: what is sent to this machine
+// alone is not believed. All of its sections count (section 18.1).
 void receive_response(Link& link, const Message& message, const Received& received, Source& source) {
   if (received.source.port != kPort || !received.to_group) {
     return;
@@ -78,7 +78,8 @@ Time link_deadline(const Link& link) {
   }
   const Cache& cache = link.cache;
   return std::min({cache.asked.next(), cache.other.next(), cache.watches.next(), link.querier.due.next(),
-                   link.prober.ending.next(), responder_deadline(link), link.sources.idle.next(), outbox_deadline(link)});
+                   link.prober.ending.next(), responder_deadline(link), link.sources.idle.next(),
+                   outbox_deadline(link)});
 }
 
 void link_receive(Link& link, Time now, const Received& received) {

@@ -2,10 +2,10 @@
 // One link: the parts of the engine and what they share.
 //
 // A datagram's way in (link_receive): its source's allowance, the recognition of our own, the reader; then a response's
-// records one by one to the prober (conflicts), the responder (duplicates and corrections) and the cache, and a query to the
-// querier (duplicate questions), the prober (simultaneous probes) and the responder. A deadline's way (link_advance): cache,
-// querier, prober, responder; at last the outbox writes what its pace allows. No part calls back into the caller; what it is
-// to be told stands in `events`.
+// records one by one to the prober (conflicts), the responder (duplicates and corrections) and the cache, and a query
+// to the querier (duplicate questions), the prober (simultaneous probes) and the responder. A deadline's way
+// (link_advance): cache, querier, prober, responder; at last the outbox writes what its pace allows. No part calls back
+// into the caller; what it is to be told stands in `events`.
 #pragma once
 
 #include "mdns/announcer.h"

@@ -3,25 +3,26 @@
 //
 // What the engine promises
 //
-//   Sans I/O. It makes no system call, reads no clock, draws no random number of its own and has no global state. Datagrams,
-//   calls and the time go in; datagrams to be sent, events and the next deadline come out. The same seed and the same calls
-//   give the same output, byte for byte.
+//   Sans I/O. It makes no system call, reads no clock, draws no random number of its own and has no global state.
+//   Datagrams, calls and the time go in; datagrams to be sent, events and the next deadline come out. The same seed and
+//   the same calls give the same output, byte for byte.
 //
-//   One link. A Link stands for one interface: its cache, what is asked there and what is published there. Links know nothing
-//   of each other. IPv4 and IPv6 on a link share all of it: a record is the same record over either.
+//   One link. A Link stands for one interface: its cache, what is asked there and what is published there. Links know
+//   nothing of each other. IPv4 and IPv6 on a link share all of it: a record is the same record over either.
 //
 //   Bounded. The work for a datagram is in proportion to its length; memory is bounded for each link, name and source;
 //   no TTL counts for more than 75 minutes; a rate limit bounds the packets that are sent.
 //
 // How it is driven
 //
-//   Every call takes the time, which never goes back. After any calls, and whenever link_deadline has come: link_advance,
-//   then send what link_take_datagrams gives, in its order, and act upon what link_take_events gives. Calls may be made at
-//   any time between; none calls back. Names and rdata are plain wire format without compression (name.h, record.h).
+//   Every call takes the time, which never goes back. After any calls, and whenever link_deadline has come:
+//   link_advance, then send what link_take_datagrams gives, in its order, and act upon what link_take_events gives.
+//   Calls may be made at any time between; none calls back. Names and rdata are plain wire format without compression
+//   (name.h, record.h).
 //
-// Reading order: this header; types.h, name.h, record.h, reader.h, writer.h, heap.h (the wire and the ground); link.h (the
-// parts of a link and how a datagram and a deadline run through them); names.h, cache.h and querier.h (records of other
-// hosts, and questions for them); zone.h, prober.h, announcer.h and responder.h (published records); outbox.h and
+// Reading order: this header; types.h, name.h, record.h, reader.h, writer.h, heap.h (the wire and the ground); link.h
+// (the parts of a link and how a datagram and a deadline run through them); names.h, cache.h and querier.h (records of
+// other hosts, and questions for them); zone.h, prober.h, announcer.h and responder.h (published records); outbox.h and
 // sources.h (the rate limits of sent and received datagrams).
 #pragma once
 
@@ -46,8 +47,8 @@ struct LinkDeleter {
 
 using LinkPtr = std::unique_ptr<Link, LinkDeleter>;
 
-// A link on which nothing is known, asked or published, over these protocols. `seed` decides its random delays: no two hosts of a
-// link should have the same.
+// A link on which nothing is known, asked or published, over these protocols. `seed` decides its random delays: no two
+// hosts of a link should have the same.
 LinkPtr link_new(std::uint64_t seed, Protocols protocols);
 
 // --- Time
@@ -96,7 +97,8 @@ struct LinkFigures {
   std::uint64_t ignored = 0;       // of these, beyond what their source may say
   std::uint64_t sent = 0;          // datagrams, counted once for each protocol
   std::uint64_t conflicts = 0;     // names that turned out to be another host's
-  std::vector<Endpoint> siblings;  // hosts that said within the last hour what is published here: other gateways, as a rule
+  std::vector<Endpoint> siblings;  // hosts that said within the last hour what is published here: other gateways, as a
+                                   // rule
 };
 
 LinkFigures link_figures(const Link& link, Time now);
@@ -147,21 +149,22 @@ struct RecordData {
 // 0 is none.
 using PublicationId = std::uint64_t;
 
-// Publishes records of one name: probes for it if it is claimed, announces them, answers for them. `tag` comes back in each
-// event: `established` when the name is ours, or `conflict` when it is another's: then the publication is gone, without a
-// goodbye. The same record (name, type, data) published twice on a link is one record with two holders; TTL and claim of the
-// first hold. Without records a name is only looked for: what is published under it later need not wait.
+// Publishes records of one name: probes for it if it is claimed, announces them, answers for them. `tag` comes back in
+// each event: `established` when the name is ours, or `conflict` when it is another's: then the publication is gone,
+// without a goodbye. The same record (name, type, data) published twice on a link is one record with two holders; TTL
+// and claim of the first hold. Without records a name is only looked for: what is published under it later need not
+// wait.
 PublicationId publish(Link& link, Time now, std::string_view name, std::span<const RecordData> records, Claim claim,
                       std::uint64_t tag);
 
-// The publication's record of that type now has other data. An established one is announced without probes; the old data is
-// withdrawn with the new data's announcement, unless others hold it. With `for_all` their records change as well. False, and
-// nothing has changed: there is no such publication or record; or the name is claimed as exclusive and another publication of
-// this link has other data.
+// The publication's record of that type now has other data. An established one is announced without probes; the old
+// data is withdrawn with the new data's announcement, unless others hold it. With `for_all` their records change as
+// well. False, and nothing has changed: there is no such publication or record; or the name is claimed as exclusive and
+// another publication of this link has other data.
 bool publication_update(Link& link, Time now, PublicationId id, const RecordData& data, bool for_all = false);
 
-// Withdraws what nobody else holds, with its goodbye; or without one: the name turned out to be another host's. An id of
-// nothing that is published: nothing happens.
+// Withdraws what nobody else holds, with its goodbye; or without one: the name turned out to be another host's. An id
+// of nothing that is published: nothing happens.
 void publication_withdraw(Link& link, Time now, PublicationId id, bool with_goodbye = true);
 
 // Delays goodbyes until then: a record that is published again by that time gets none, and one that is published with
@@ -182,13 +185,14 @@ struct Published {
   RecordData data;
   Claim claim = Claim::shared;                // unique in place of exclusive
   std::uint8_t announcements_left = 0;        // still to come
-  std::array<Time, 2> multicast_at = {0, 0};  // when it was last sent over each protocol, by a clock that both processes have
+  std::array<Time, 2> multicast_at = {0, 0};  // when it was last sent over each protocol, by a clock that both
+                                              // processes have
 };
 
 std::vector<Published> link_published(const Link& link);
 
-// Publishes the record as though it had been published here all the time: its name is not probed for, and nothing is announced
-// but what was still to come. To be called before anything else is published under that name.
+// Publishes the record as though it had been published here all the time: its name is not probed for, and nothing is
+// announced but what was still to come. To be called before anything else is published under that name.
 PublicationId publish_inherited(Link& link, Time now, const Published& inherited, std::uint64_t tag);
 
 // --- Events

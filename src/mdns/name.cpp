@@ -21,8 +21,8 @@ uint64_t load(const char* from, std::size_t size = sizeof(uint64_t)) {
   return word;
 }
 
-// fold for each of the word's bytes at once. The top bit of a byte in `from_a` says that its lower seven bits are 'A' or more, in
-// `past_z` that they are more than 'Z'.
+// fold for each of the word's bytes at once. The top bit of a byte in `from_a` says that its lower seven bits are 'A'
+// or more, in `past_z` that they are more than 'Z'.
 uint64_t fold_word(uint64_t word) {
   constexpr uint64_t kEach = 0x0101'0101'0101'0101;
   const uint64_t low_bits = word & (kEach * 0x7F);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Names as they stand on the wire without compression: length bytes, labels, and the zero byte that ends the name. A name is held
-// in a std::string and passed as a std::string_view; every one inside the engine is whole (is_name).
+// Names as they stand on the wire without compression: length bytes, labels, and the zero byte that ends the name. A
+// name is held in a std::string and passed as a std::string_view; every one inside the engine is whole (is_name).
 #pragma once
 
 #include <cstddef>
@@ -23,8 +23,8 @@ std::size_t name_size(std::string_view wire);
 // DNS compares the letters A to Z without their case, and nothing else (RFC 6762 section 16).
 constexpr char fold(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
-// Whether both are the same bytes but for the case of letters. A label's length byte is never a letter, so this is right for
-// names, and for the names in rdata.
+// Whether both are the same bytes but for the case of letters. A label's length byte is never a letter, so this is
+// right for names, and for the names in rdata.
 bool same_folded(std::string_view a, std::string_view b);
 
 // A hash that is equal for texts that are equal by same_folded. Somebody who chooses the names but does not know `seed`
@@ -47,8 +47,8 @@ std::string_view first_label(std::string_view name);
 // The name without its first label; the root for the root.
 std::string_view parent_name(std::string_view name);
 
-// Whether the name is one that an address is looked up by: it ends in in-addr.arpa or ip6.arpa (RFC 1035 section 3.5, RFC 3596
-// section 2.5).
+// Whether the name is one that an address is looked up by: it ends in in-addr.arpa or ip6.arpa (RFC 1035 section 3.5,
+// RFC 3596 section 2.5).
 bool is_reverse_name(std::string_view name);
 
 }  // namespace mdns

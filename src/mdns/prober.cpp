@@ -28,7 +28,9 @@ struct ProposedRecord {
   std::string_view rdata;
   std::uint32_t ttl;  // not compared
 
-  bool operator<(const ProposedRecord& other) const { return compare_records(type, rdata, other.type, other.rdata) < 0; }
+  bool operator<(const ProposedRecord& other) const {
+    return compare_records(type, rdata, other.type, other.rdata) < 0;
+  }
 };
 
 // The records that a host proposes, in the order of the comparison: the host with the lexicographically earlier ones

@@ -25,7 +25,9 @@ constexpr std::uint32_t kDenialTtlMax = kHostTtl;
 constexpr std::size_t kRoomForAnswers = 400;
 
 // The time from which on the question may be sent again over all protocols.
-Time may_be_asked_at(const OpenQuestion& question) { return std::max(question.asked_at[0], question.asked_at[1]) + kAskedApart; }
+Time may_be_asked_at(const OpenQuestion& question) {
+  return std::max(question.asked_at[0], question.asked_at[1]) + kAskedApart;
+}
 
 void set_due(Link& link, OpenQuestion& question) {
   Time at = question.urgent != kNoProtocol ? link.now : question.regular_at;
@@ -61,7 +63,8 @@ Protocols take_question_protocols(Link& link, OpenQuestion& question) {
   }
   if (is_regular && (over != kNoProtocol || wanted == kNoProtocol)) {
     const bool is_first = question.interval_since == kLongAgo;
-    const Time interval = is_first ? kFirstInterval : std::min(2 * (link.now - question.interval_since), kLongestInterval);
+    const Time interval =
+        is_first ? kFirstInterval : std::min(2 * (link.now - question.interval_since), kLongestInterval);
     question.interval_since = link.now;
     question.regular_at = link.now + interval + kGatheredWithin;  // it may be sent this much earlier with others
     question.asked_by_others = kNoProtocol;
@@ -179,7 +182,8 @@ void note_duplicate(Link& link, OpenQuestion& question, Protocols protocol) {
 
 }  // namespace
 
-QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t type, std::uint64_t tag, Interest interest) {
+QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t type, std::uint64_t tag,
+                    Interest interest) {
   link.now = now;
   RRset& rrset = rrset_get(name_get(link, name), type);
   if (rrset.question == nullptr) {
@@ -198,7 +202,8 @@ QueryId query_start(Link& link, Time now, std::string_view name, std::uint16_t t
   }
   for (const CacheEntry& entry : rrset.entries) {
     ++link.steps;
-    link.events.push_back({Event::Kind::added, query.id, tag, type, entry.ttl, entry.rdata, entry.is_unique, entry.sent_by});
+    link.events.push_back(
+        {Event::Kind::added, query.id, tag, type, entry.ttl, entry.rdata, entry.is_unique, entry.sent_by});
   }
   zone_report_to(link, rrset, query);
   return query.id;

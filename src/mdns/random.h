@@ -8,14 +8,14 @@
 
 namespace mdns {
 
-// xorshift64* (Vigna, "An experimental exploration of Marsaglia's xorshift generators, scrambled", 2014): for delays, not for
-// secrets.
+// xorshift64* (Vigna, "An experimental exploration of Marsaglia's xorshift generators, scrambled", 2014): for delays,
+// not for secrets.
 struct Random {
   std::uint64_t state = 1;
 };
 
-// Any seed will do. One step of SplitMix64, which makes distant states of seeds that are close. The state must not be 0: zero
-// stays zero.
+// Any seed will do. One step of SplitMix64, which makes distant states of seeds that are close. The state must not be
+// 0: zero stays zero.
 inline void random_seed(Random& random, std::uint64_t seed) {
   std::uint64_t mixed = seed + 0x9E37'79B9'7F4A'7C15;
   mixed = (mixed ^ (mixed >> 30)) * 0xBF58'476D'1CE4'E5B9;

@@ -21,11 +21,11 @@ struct Message {
   std::vector<Record> additionals;
 };
 
-// What can be read of a message. Nothing when there is no whole header, or opcode or rcode are not 0 (RFC 6762 section 18.3,
-// 18.11). A record that cannot be read ends the reading: what stood before it is there. A record whose length is right but
-// whose rdata is not (is_rdata) is left out, and the next one is read. Also left out are records of another class than IN,
-// OPT and other pseudo-records (types 41 and 128 to 255), and records without rdata; but a TXT record without rdata is read
-// as one with an empty string, which means the same (RFC 6763 section 6.1).
+// What can be read of a message. Nothing when there is no whole header, or opcode or rcode are not 0 (RFC 6762 section
+// 18.3, 18.11). A record that cannot be read ends the reading: what stood before it is there. A record whose length is
+// right but whose rdata is not (is_rdata) is left out, and the next one is read. Also left out are records of another
+// class than IN, OPT and other pseudo-records (types 41 and 128 to 255), and records without rdata; but a TXT record
+// without rdata is read as one with an empty string, which means the same (RFC 6763 section 6.1).
 std::optional<Message> read_message(Bytes datagram);
 
 }  // namespace mdns

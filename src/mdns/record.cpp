@@ -43,7 +43,8 @@ std::size_t count_strings(std::string_view text) {
   return count;
 }
 
-// The type bit maps of an NSEC record: one window or more, in ascending order, each with 1 to 32 bytes (RFC 4034 section 4.1.2).
+// The type bit maps of an NSEC record: one window or more, in ascending order, each with 1 to 32 bytes (RFC 4034
+// section 4.1.2).
 bool is_type_map(std::string_view map) {
   int last_window = -1;
   while (map.size() >= 2) {
@@ -109,7 +110,8 @@ int compare_records(std::uint16_t type_a, std::string_view rdata_a, std::uint16_
 
 std::uint32_t usual_ttl(std::string_view name, std::uint16_t type) {
   constexpr std::uint16_t kOfHosts[] = {kTypeA, kTypeAaaa, kTypeHinfo, kTypeSrv, kTypeMx, kTypeAfsdb, kTypeRt, kTypeKx};
-  const bool is_of_host = std::ranges::find(kOfHosts, type) != std::end(kOfHosts) || (type == kTypePtr && is_reverse_name(name));
+  const bool is_of_host =
+      std::ranges::find(kOfHosts, type) != std::end(kOfHosts) || (type == kTypePtr && is_reverse_name(name));
   return is_of_host ? kHostTtl : kOtherTtl;
 }
 

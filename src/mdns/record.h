@@ -37,15 +37,15 @@ struct RdataForm {
 
 RdataForm rdata_form(std::uint16_t type);
 
-// Whether `rdata` is well formed for `type`: the length that the type asks for, names that are whole. Types whose form is not
-// known are plain bytes, and any length of them is right. Empty rdata is right only for those.
+// Whether `rdata` is well formed for `type`: the length that the type asks for, names that are whole. Types whose form
+// is not known are plain bytes, and any length of them is right. Empty rdata is right only for those.
 bool is_rdata(std::uint16_t type, std::string_view rdata);
 
 // Whether two records of one name and type hold the same data.
 bool same_rdata(std::uint16_t type, std::string_view a, std::string_view b);
 
-// The order of RFC 6762 section 8.2 over type and rdata (every record here is of class IN): negative when a is earlier, positive
-// when it is later, 0 when they are the same. Bytes are compared without a sign and letters as they are.
+// The order of RFC 6762 section 8.2 over type and rdata (every record here is of class IN): negative when a is earlier,
+// positive when it is later, 0 when they are the same. Bytes are compared without a sign and letters as they are.
 int compare_records(std::uint16_t type_a, std::string_view rdata_a, std::uint16_t type_b, std::string_view rdata_b);
 
 // The TTL in seconds of RFC 6762 section 10: 120 for what holds a host's name or address, else 75 minutes.

@@ -27,10 +27,10 @@ constexpr std::size_t kPendingRecordsMax = 16384;
 constexpr int kTimesAsked = 8;
 constexpr std::size_t kReplyQueueMax = 32;
 
-// The rate limits of answers: a token bucket for each querier, from which each answer takes 10 ms, and one for all queriers
-// together, from which each byte takes kPerLimitedByte microseconds. Who asks for a few is answered at once. Who asks for
-// more is, too, while the common bucket has tokens; the rest is sent at its rate, which leaves room for other queriers, in
-// bursts that fill packets.
+// The rate limits of answers: a token bucket for each querier, from which each answer takes 10 ms, and one for all
+// queriers together, from which each byte takes kPerLimitedByte microseconds. Who asks for a few is answered at once.
+// Who asks for more is, too, while the common bucket has tokens; the rest is sent at its rate, which leaves room for
+// other queriers, in bursts that fill packets.
 constexpr Time kPerAnswer = 10 * kMillisecond;
 constexpr Time kFewAnswers = 2 * kPerAnswer;  // SRV and TXT of one service
 constexpr Time kManyAnswers = 100 * kPerAnswer;
@@ -53,7 +53,9 @@ struct CurrentQuery {
 
 std::size_t records_in(const Message& message) { return message.answers.size() + message.authorities.size(); }
 
-Time truncated_until(Link& link) { return link.now + random_between(link.random, kTruncatedDelayLeast, kTruncatedDelayMost); }
+Time truncated_until(Link& link) {
+  return link.now + random_between(link.random, kTruncatedDelayLeast, kTruncatedDelayMost);
+}
 
 // Adds the known answers of a message without questions to the waiting query of the same host that they continue. If
 // the message has the TC bit, the query waits for the next such message (RFC 6762 section 7.2).
@@ -97,9 +99,10 @@ bool is_probe(const Link& link, const OwnedName& owned, const Question& question
 // Whether the query proposes just what is published under the name, which is no conflict (RFC 6762 section 9): another
 // gateway is about to announce it, too.
 bool proposes_the_same(const Link& link, const OwnedName& owned) {
-  return owned.contested_in != link.responder.queries && std::ranges::all_of(owned.records, [&](const OwnedRecord* record) {
-    return !record->is_live || record->proposed_in == link.responder.queries;
-  });
+  return owned.contested_in != link.responder.queries &&
+         std::ranges::all_of(owned.records, [&](const OwnedRecord* record) {
+           return !record->is_live || record->proposed_in == link.responder.queries;
+         });
 }
 
 bool has_probe(Link& link, const Message& message) {
@@ -187,8 +190,8 @@ void answer_at(Link& link, OwnedRecord& record, Protocols protocols, Time at) {
 }
 
 // Takes one answer from the querier's token bucket, and from the common one unless it asks for a few. Returns when the
-// answer may be sent: now, or when the limit is exceeded the time that the common bucket gives; kNever in the latter case if
-// the record is due already.
+// answer may be sent: now, or when the limit is exceeded the time that the common bucket gives; kNever in the latter
+// case if the record is due already.
 Time rate_limited_time(Link& link, const CurrentQuery& current, const OwnedRecord& record) {
   Time& answers_full_at = current.source.answers_full_at;
   answers_full_at = std::clamp(answers_full_at, link.now, link.now + kManyAnswers) + kPerAnswer;
@@ -350,7 +353,8 @@ std::vector<DueAnswer> take_due_answers(Link& link) {
 
 // In the place of the one that was heard longest ago.
 void remember_sibling(Link& link, const Endpoint& host) {
-  auto* place = std::ranges::find(link.siblings, host.address, [](const Sibling& sibling) { return sibling.host.address; });
+  auto* place =
+      std::ranges::find(link.siblings, host.address, [](const Sibling& sibling) { return sibling.host.address; });
   if (place == link.siblings.end()) {
     place = std::ranges::min_element(link.siblings, {}, &Sibling::received_at);
   }

@@ -20,8 +20,8 @@ struct PendingQuery {
   Time received = 0;
 };
 
-// With more answers than this no additional records are sent: they would take several times as many packets, and a client
-// that lists so many instances asks for the records of the few that it wants.
+// With more answers than this no additional records are sent: they would take several times as many packets, and a
+// client that lists so many instances asks for the records of the few that it wants.
 inline constexpr std::size_t kAdditionalForAtMost = 200;
 
 struct Responder {

@@ -15,7 +15,8 @@ using Time = std::int64_t;
 inline constexpr Time kMillisecond = 1'000;
 inline constexpr Time kSecond = 1'000'000;
 inline constexpr Time kNever = INT64_MAX;        // the time of what is not due at all
-inline constexpr Time kLongAgo = INT64_MIN / 4;  // the time of what has never happened; differences to it do not overflow
+inline constexpr Time kLongAgo = INT64_MIN / 4;  // the time of what has never happened; differences to it do not
+                                                 // overflow
 
 using Bytes = std::span<const std::uint8_t>;
 
@@ -44,8 +45,8 @@ inline constexpr std::uint16_t kPort = 5353;  // RFC 6762 section 3
 // Record types and classes of RFC 1035, 2782, 3596, 4034 and 6891.
 inline constexpr std::uint16_t kTypeA = 1, kTypeNs = 2, kTypeCname = 5, kTypeSoa = 6, kTypePtr = 12, kTypeHinfo = 13,
                                kTypeMx = 15, kTypeTxt = 16, kTypeRp = 17, kTypeAfsdb = 18, kTypeRt = 21, kTypePx = 26,
-                               kTypeAaaa = 28, kTypeSrv = 33, kTypeKx = 36, kTypeDname = 39, kTypeOpt = 41, kTypeNsec = 47,
-                               kTypeAny = 255;
+                               kTypeAaaa = 28, kTypeSrv = 33, kTypeKx = 36, kTypeDname = 39, kTypeOpt = 41,
+                               kTypeNsec = 47, kTypeAny = 255;
 inline constexpr std::uint16_t kClassIn = 1, kClassAny = 255;
 
 constexpr bool is_address(std::uint16_t type) { return type == kTypeA || type == kTypeAaaa; }

@@ -137,7 +137,8 @@ Writer writer_new(bool is_response, std::uint16_t id) {
   return writer;
 }
 
-bool writer_add_question(Writer& writer, std::string_view name, std::uint16_t type, bool unicast_response, std::uint16_t klass) {
+bool writer_add_question(Writer& writer, std::string_view name, std::uint16_t type, bool unicast_response,
+                         std::uint16_t klass) {
   assert(writer.section == Section::questions);
   const std::size_t begin = writer.bytes.size();
   put_name(writer, name);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Builds one message. Names are compressed against all that the message holds already (RFC 1035 section 4.1.4, RFC 6762 section
-// 18.14); a question or record that does not fit leaves the message as it was.
+// Builds one message. Names are compressed against all that the message holds already (RFC 1035 section 4.1.4, RFC 6762
+// section 18.14); a question or record that does not fit leaves the message as it was.
 //
 // The caller writes the sections in their order: questions, answers, authorities, additionals (assert).
 #pragma once
@@ -38,14 +38,16 @@ inline bool writer_is_empty(const Writer& writer) { return writer.bytes.size() <
 bool writer_add_question(Writer& writer, std::string_view name, std::uint16_t type, bool unicast_response,
                          std::uint16_t klass = kClassIn);
 
-// Adds a record of class IN; `ttl` in seconds, `rdata` without compression. False when there is no room: unless the message is
-// empty, in which case it grows to kLargeDatagramMax for this one record, which must then stay alone (a later one finds no room).
+// Adds a record of class IN; `ttl` in seconds, `rdata` without compression. False when there is no room: unless the
+// message is empty, in which case it grows to kLargeDatagramMax for this one record, which must then stay alone (a
+// later one finds no room).
 bool writer_add_record(Writer& writer, Section section, std::string_view name, std::uint16_t type, std::uint32_t ttl,
                        bool cache_flush, std::string_view rdata);
 
 void writer_set_truncated(Writer& writer);
 
-// Takes the finished message, its counts filled in. The writer begins another one: a query or response like it, with id 0.
+// Takes the finished message, its counts filled in. The writer begins another one: a query or response like it, with id
+// 0.
 std::vector<std::uint8_t> writer_take(Writer& writer);
 
 }  // namespace mdns

@@ -76,7 +76,9 @@ bool is_superseded(const OwnedRecord& record) {
 // If no record of that type has a holder any more, withdraws the superseded records of the type, with goodbyes or
 // without.
 void release_superseded(Link& link, OwnedName& owned, std::uint16_t type, bool with_goodbye) {
-  const auto is_held = [type](const OwnedRecord* other) { return other->type == type && other->is_unique && other->holders > 0; };
+  const auto is_held = [type](const OwnedRecord* other) {
+    return other->type == type && other->is_unique && other->holders > 0;
+  };
   if (std::ranges::any_of(owned.records, is_held)) {
     return;
   }
@@ -186,8 +188,9 @@ void go_live(Link& link, OwnedRecord& record) {
 // established.
 void start_publication(Link& link, Publication& publication) {
   OwnedName& owned = *publication.owner;
-  const bool is_claimed = publication.claim != Claim::shared &&
-                          (publication.records.empty() || !std::ranges::all_of(publication.records, &OwnedRecord::is_live));
+  const bool is_claimed =
+      publication.claim != Claim::shared &&
+      (publication.records.empty() || !std::ranges::all_of(publication.records, &OwnedRecord::is_live));
   const bool proposes_more = owned.state == NameState::probing && !yields(owned);
   if (is_claimed && (owned.state == NameState::unclaimed || proposes_more)) {
     prober_begin(link, owned);
@@ -216,7 +219,8 @@ void replace_record(Link& link, Publication& publication, OwnedRecord& old, cons
     --old.holders;
     return;
   }
-  *std::ranges::find(publication.records, &old) = &record;  // one of them, if it has the record twice: one holder more is counted
+  *std::ranges::find(publication.records, &old) = &record;  // one of them, if it has the record twice: one holder more
+                                                            // is counted
   const bool is_leaving = old.holders == 1 && was_multicast(old) && !old.without_goodbye;
   if (old.is_live) {
     const bool is_unannounced = old.is_change || !was_multicast(old);
@@ -255,7 +259,8 @@ void zone_forget_superseded(Link& link, const OwnedRecord& record, Time last_sai
 }
 
 Time latest_multicast(const OwnedRecord& record, Protocols protocols) {
-  return std::max(protocols & kIpv4 ? record.multicast_at[0] : kLongAgo, protocols & kIpv6 ? record.multicast_at[1] : kLongAgo);
+  return std::max(protocols & kIpv4 ? record.multicast_at[0] : kLongAgo,
+                  protocols & kIpv6 ? record.multicast_at[1] : kLongAgo);
 }
 
 Time rrset_multicast_at(const OwnedRecord& record, Protocols protocols, Time before) {

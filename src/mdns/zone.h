@@ -79,7 +79,8 @@ struct OwnedName {
   std::uint32_t proposed_in = 0;        // the last query that proposes records of the name
   std::uint32_t contested_in = 0;       // the last query that proposes a record that is not published here
   Deadline probe;
-  Time probed_by_other_at = kLongAgo;  // of a yielding name: when another host last probed for it with the same addresses
+  Time probed_by_other_at = kLongAgo;  // of a yielding name: when another host last probed for it with the same
+                                       // addresses
   Time change_at = kLongAgo;           // the earliest time at which changed data is announced next
   Time change_interval = 0;
 };
@@ -108,7 +109,9 @@ Time rrset_multicast_at(const OwnedRecord& record, Protocols protocols, Time bef
 inline bool was_multicast(const OwnedRecord& record) { return latest_multicast(record, kBothProtocols) != kLongAgo; }
 
 // Whether both, which have one name, belong to the same unique RRset.
-inline bool share_rrset(const OwnedRecord& a, const OwnedRecord& b) { return a.is_unique && b.is_unique && a.type == b.type; }
+inline bool share_rrset(const OwnedRecord& a, const OwnedRecord& b) {
+  return a.is_unique && b.is_unique && a.type == b.type;
+}
 
 // A record that was sent within this time is not removed by the cache-flush bit of another record of its RRset. RFC
 // 6762 section 10.2 says one second; it is half of that here because packets may be delayed on their way.

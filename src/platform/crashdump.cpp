@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The handler runs in a process that is broken: it takes no memory, and first says on standard error, with plain writes, what it
-// has to say. syslog comes last, since the crash may have happened in the middle of it; an alarm ends a wait for its lock.
+// The handler runs in a process that is broken: it takes no memory, and first says on standard error, with plain
+// writes, what it has to say. syslog comes last, since the crash may have happened in the middle of it; an alarm ends a
+// wait for its lock.
 #include "platform/crashdump.h"
 
 #include <syslog.h>
@@ -84,7 +85,9 @@ void append_number(Line& line, std::uintptr_t number, unsigned base) {
 
 // Only a fault has one: where a process sent the signal (abort does, too) si_addr shows the sender, and the kernel
 // knows none for a fault that is not one of a page.
-bool has_address(const siginfo_t& info) { return info.si_code > 0 && info.si_code != SI_KERNEL && info.si_signo != SIGABRT; }
+bool has_address(const siginfo_t& info) {
+  return info.si_code > 0 && info.si_code != SI_KERNEL && info.si_signo != SIGABRT;
+}
 
 // "mdnsproxy (version 1.0.0): fatal signal 11 (SIGSEGV), address 0x0", without the address where there is none.
 void describe(Line& line, int signal_number, const siginfo_t& info) {
@@ -112,8 +115,8 @@ void log_lines(const char* text, std::size_t size) {
   }
 }
 
-// Ends the process by the default action of the signal, which makes the core file: at once if the signal is not blocked, else
-// as soon as the handler returns.
+// Ends the process by the default action of the signal, which makes the core file: at once if the signal is not
+// blocked, else as soon as the handler returns.
 void end_by(int signal_number) {
   std::signal(signal_number, SIG_DFL);
   std::raise(signal_number);

@@ -3,8 +3,9 @@
 
 namespace {
 
-// Indexes are kept in settings elsewhere, so rows keep their places, and the texts stay as they are: the third type of AirPrint
-// has no ".local", and the type of GoogleChromeCast begins with a dot, so that no service type ever matches it.
+// Indexes are kept in settings elsewhere, so rows keep their places, and the texts stay as they are: the third type of
+// AirPrint has no ".local", and the type of GoogleChromeCast begins with a dot, so that no service type ever matches
+// it.
 constexpr FencingCatalogRow kCatalog[kFencingCatalogSize] = {
     {"AirDisk", {"_adisk._tcp.local", "", "", "", ""}},
     {"AirPlay", {"_airplay._tcp.local", "", "", "", ""}},

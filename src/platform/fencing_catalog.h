@@ -19,8 +19,8 @@ const FencingCatalogRow* fencing_catalog_row(int index);
 // The index of the standard service of this name, compared exactly; -1 when there is none.
 int fencing_catalog_find_name(std::string_view name);
 
-// The index of the first standard service that has this type, compared exactly but for one ".local" at the end of either text;
-// -1 when there is none.
+// The index of the first standard service that has this type, compared exactly but for one ".local" at the end of
+// either text; -1 when there is none.
 int fencing_catalog_find_type(std::string_view service_type);
 
 // The text without one ".local" at its end, if it ends so.

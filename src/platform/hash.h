@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // uthash with its memory taken from the tracking allocator. Include this, never <uthash.h>.
 //
-// When the library cannot get memory for its own buckets it ends the process with status -1 and no message (its default).
+// When the library cannot get memory for its own buckets it ends the process with status -1 and no message (its
+// default).
 #pragma once
 
 #include "platform/zmk.h"

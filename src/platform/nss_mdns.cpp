@@ -24,8 +24,8 @@ constexpr int kNssSuccess = 1;  // NSS_STATUS_SUCCESS: there is an answer
 using GetHostByName = Status (*)(const char*, hostent*, char*, std::size_t, int*, int*);
 using GetHostByName2 = Status (*)(const char*, int, hostent*, char*, std::size_t, int*, int*);
 
-// A function of the library; null when the library or the function is missing. The library may hold state of its own, so it
-// stays loaded (RTLD_NODELETE) although its handle is given back.
+// A function of the library; null when the library or the function is missing. The library may hold state of its own,
+// so it stays loaded (RTLD_NODELETE) although its handle is given back.
 void* library_function(const char* name) {
   void* library = dlopen(gNssMdnsLibrary, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
   if (library == nullptr) {
@@ -46,7 +46,8 @@ int result_of(Status status) { return static_cast<int>(status) == kNssSuccess ? 
 
 }  // namespace
 
-int nss_mdns_gethostbyname(const char* name, hostent* result, char* buffer, std::size_t size, int* errnop, int* h_errnop) {
+int nss_mdns_gethostbyname(const char* name, hostent* result, char* buffer, std::size_t size, int* errnop,
+                           int* h_errnop) {
   const auto look_up = reinterpret_cast<GetHostByName>(library_function("_nss_mdns_gethostbyname_r"));
   if (look_up == nullptr) {
     return missing(errnop, h_errnop);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The platform folder: facilities that the daemon expects of the device that it runs on, made real for Linux.
 //
-// Promises: no call here ends the process (but for a corrupted heap, see zmk_free) and none logs through the daemon's own
-// logging; what has to be said goes straight to syslog. Needs: libinih for the settings file.
+// Promises: no call here ends the process (but for a corrupted heap, see zmk_free) and none logs through the daemon's
+// own logging; what has to be said goes straight to syslog. Needs: libinih for the settings file.
 //
 // Read in this order:
 //   zmk.h        the tracking allocator

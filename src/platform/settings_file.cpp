@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Lifecycle of the newest reading:
 // 1. It is read at the first question, and again whenever the file's stamp (device, inode, size, times) has changed.
-// 2. Transactions that begin hold it; a change of the file replaces it here, and the last transaction to end frees the old one.
-// 3. A content that has been reported once is recognised by its hash, so that a touched or replaced file of the same content is
-//    not reported again.
+// 2. Transactions that begin hold it; a change of the file replaces it here, and the last transaction to end frees the
+//    old one.
+// 3. A content that has been reported once is recognised by its hash, so that a touched or replaced file of the same
+//    content is not reported again.
 #include "platform/settings_file.h"
 
 #include <fcntl.h>
@@ -23,8 +24,8 @@ const char* gVcmSettingsFile = "/etc/mdnsproxy.conf";
 
 namespace {
 
-// File times advance with the kernel's tick, at most 10 ms. Two changes within one tick can leave the same stamp behind, so a
-// stamp is only trusted when its last change was longer ago than this as it was taken.
+// File times advance with the kernel's tick, at most 10 ms. Two changes within one tick can leave the same stamp
+// behind, so a stamp is only trusted when its last change was longer ago than this as it was taken.
 constexpr std::int64_t kStampSettlesAfterNs = 20'000'000;
 
 constexpr std::int64_t kNsPerSecond = 1'000'000'000;
@@ -85,12 +86,14 @@ void complain(const char* why) {
   std::snprintf(gNewest.complaint, sizeof(gNewest.complaint), "%s", why);
 }
 
-void report_mistake(int line, const char* message, void*) { syslog(LOG_ERR, "%s:%d: %s", gVcmSettingsFile, line, message); }
+void report_mistake(int line, const char* message, void*) {
+  syslog(LOG_ERR, "%s:%d: %s", gVcmSettingsFile, line, message);
+}
 
 void pass_over_mistake(int, const char*, void*) {}
 
-// Whether reading the file at once brought all of it. `text` has room for one byte more than the file's size, by which a file
-// that has grown since is found out; it is then read again at the next question.
+// Whether reading the file at once brought all of it. `text` has room for one byte more than the file's size, by which
+// a file that has grown since is found out; it is then read again at the next question.
 bool read_whole(int file, char* text, std::size_t room, std::size_t* size) {
   *size = 0;
   while (*size < room) {
@@ -132,7 +135,8 @@ void read_content(int file, std::size_t expected) {
   zmk_free(text, __FILE__, __LINE__);
 }
 
-// A file that can never be read well is complained about; its stamp stays, so that it is tried again only after a change.
+// A file that can never be read well is complained about; its stamp stays, so that it is tried again only after a
+// change.
 void read_open_file(int file) {
   struct stat status = {};
   if (fstat(file, &status) != 0) {

@@ -59,8 +59,8 @@ const char* mistake_in(std::string_view line, std::size_t room) {
   return has_long_section_name(line) ? "the section's name is too long" : nullptr;
 }
 
-// The INI library's line source, like fgets but without the newline. A long line is never handed over in pieces, since each
-// piece would count as a line; of a long comment the rest is dropped.
+// The INI library's line source, like fgets but without the newline. A long line is never handed over in pieces, since
+// each piece would count as a line; of a long comment the rest is dropped.
 char* read_line(char* buffer, int size, void* stream) {
   Parsing& parsing = *static_cast<Parsing*>(stream);
   if (parsing.next == parsing.end) {
@@ -117,11 +117,13 @@ void set_anchor(const Parsing& parsing, FencingSettings& settings, const char* v
   std::memcpy(settings.anchor_ap, value, size);
 }
 
-// The record of a service, made when the file names it first; null when there is no memory. `reading` may move its records.
+// The record of a service, made when the file names it first; null when there is no memory. `reading` may move its
+// records.
 FencingSettings* fencing_record(SettingsReading& reading, int index) {
   if (index >= reading.fencing_count) {
     const int count = index + kFencingCatalogSize;
-    void* grown = zmk_realloc(reading.fencing, static_cast<std::size_t>(count) * sizeof(FencingSettings), __FILE__, __LINE__);
+    void* grown =
+        zmk_realloc(reading.fencing, static_cast<std::size_t>(count) * sizeof(FencingSettings), __FILE__, __LINE__);
     if (grown == nullptr) {
       return nullptr;
     }
@@ -145,7 +147,8 @@ void leave_out_service(Parsing& parsing) {
     parsing.no_memory = true;
   } else if (!parsing.reported_too_many) {
     parsing.reported_too_many = true;
-    parsing.report(parsing.line, "too many custom service types since the program began, not configured", parsing.context);
+    parsing.report(parsing.line, "too many custom service types since the program began, not configured",
+                   parsing.context);
   }
 }
 
@@ -203,7 +206,8 @@ bool parse(Parsing& parsing) {
 
 }  // namespace
 
-SettingsReading* settings_read(const char* text, std::size_t size, SettingsReport report, void* context, bool* no_memory) {
+SettingsReading* settings_read(const char* text, std::size_t size, SettingsReport report, void* context,
+                               bool* no_memory) {
   Parsing parsing = {text, text + size, 0, 0, nullptr, new_reading(), report, context, false, false};
   *no_memory = parsing.reading == nullptr;
   if (*no_memory) {

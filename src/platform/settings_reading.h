@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// One reading of the settings file: its text taken apart into the values that the store is asked for. What the file says more
-// (other sections, other keys) is passed over in silence. Of a setting that stands twice, the later one counts.
+// One reading of the settings file: its text taken apart into the values that the store is asked for. What the file
+// says more (other sections, other keys) is passed over in silence. Of a setting that stands twice, the later one
+// counts.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +9,8 @@
 
 #include "platform/vcm.h"
 
-// Longest line that is understood, its zero included; also bounds every value. The longest sensible one is a third of it.
+// Longest line that is understood, its zero included; also bounds every value. The longest sensible one is a third of
+// it.
 inline constexpr int kSettingsLineSize = 200;
 
 // A setting of one hop, if there is one.
@@ -37,10 +39,11 @@ struct SettingsReading {
 // Called for each mistake in the text, with its line (from 1) and a message that is valid during the call.
 using SettingsReport = void (*)(int line, const char* message, void* context);
 
-// Reads a text of `size` bytes, which needs no terminating zero. The result has one holder; null: nothing is configured, since
-// the text is malformed (reported), or there was no memory (*no_memory is then true). A malformed text is a line that is neither
-// section, setting nor comment, or one that is too long or holds a zero byte.
-SettingsReading* settings_read(const char* text, std::size_t size, SettingsReport report, void* context, bool* no_memory);
+// Reads a text of `size` bytes, which needs no terminating zero. The result has one holder; null: nothing is
+// configured, since the text is malformed (reported), or there was no memory (*no_memory is then true). A malformed
+// text is a line that is neither section, setting nor comment, or one that is too long or holds a zero byte.
+SettingsReading* settings_read(const char* text, std::size_t size, SettingsReport report, void* context,
+                               bool* no_memory);
 
 // One holder more, one holder less. Null does nothing.
 SettingsReading* settings_hold(SettingsReading* reading);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Dynamic arrays of texts and of interface indexes: utarray with its memory taken from the tracking allocator.
 //
-// An array that cannot grow ends the process with status -1 and no message (the library's default); only the creation of an
-// array reports that there is no memory.
+// An array that cannot grow ends the process with status -1 and no message (the library's default); only the creation
+// of an array reports that there is no memory.
 #pragma once
 
 #include <utarray.h>

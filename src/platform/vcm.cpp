@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Lifecycle of a transaction: it begins with a look at the settings file and holds the reading that is then the newest; every
-// question that names the transaction is answered from that reading; its cancel lets go of it.
+// Lifecycle of a transaction: it begins with a look at the settings file and holds the reading that is then the newest;
+// every question that names the transaction is answered from that reading; its cancel lets go of it.
 #include "platform/vcm.h"
 
 #include <cstdio>

@@ -41,6 +41,7 @@ int vcms_if_getMacAddress(const char* if_name, char* text) {
   }
   unsigned char mac[6];
   std::memcpy(mac, address.sa_data, sizeof(mac));
-  std::snprintf(text, kMacAddressTextSize, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+  std::snprintf(text, kMacAddressTextSize, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4],
+                mac[5]);
   return 0;
 }

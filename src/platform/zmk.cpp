@@ -5,8 +5,8 @@
 // 3. A resized block moves to the line that resized it; its entry is replaced.
 // 4. A free takes the entry out. An address without an entry is no block of ours, or one that was freed before.
 //
-// The block table stands beside the blocks and not in front of each: a wrong pointer is then recognised without reading memory
-// that it points to, and a block keeps malloc's alignment and its bounds under a memory checker.
+// The block table stands beside the blocks and not in front of each: a wrong pointer is then recognised without reading
+// memory that it points to, and a block keeps malloc's alignment and its bounds under a memory checker.
 #include "platform/zmk.h"
 
 #include <cstdint>
@@ -24,8 +24,8 @@ struct LineUse {
   LineUse* next;  // in its bucket
 };
 
-// One live block. The address is kept with its bits turned over (0: free entry), so that a leak checker that scans memory for
-// pointers does not take the table for an owner.
+// One live block. The address is kept with its bits turned over (0: free entry), so that a leak checker that scans
+// memory for pointers does not take the table for an owner.
 struct BlockEntry {
   std::uintptr_t hidden_address;
   std::size_t size;
@@ -50,7 +50,8 @@ std::size_t mixed(std::uintptr_t value) { return static_cast<std::size_t>((value
 std::size_t home_of(std::uintptr_t hidden_address) { return mixed(hidden_address) & (gBlockCapacity - 1); }
 
 LineUse* find_or_add_line(const char* file, int line) {
-  LineUse** bucket = &gLineBuckets[mixed(reinterpret_cast<std::uintptr_t>(file) + static_cast<unsigned>(line)) % kLineBuckets];
+  LineUse** bucket =
+      &gLineBuckets[mixed(reinterpret_cast<std::uintptr_t>(file) + static_cast<unsigned>(line)) % kLineBuckets];
   for (LineUse* use = *bucket; use != nullptr; use = use->next) {
     if (use->line == line && use->file == file) {
       return use;
@@ -101,8 +102,8 @@ void add_block(const void* block, std::size_t size, LineUse* line) {
   line->live.bytes += size;
 }
 
-// Closes the gap that a removed entry leaves, so that no search ends early at it: each following entry moves back into the gap
-// unless its home lies behind the gap (Knuth, TAOCP 3, algorithm 6.4 R).
+// Closes the gap that a removed entry leaves, so that no search ends early at it: each following entry moves back into
+// the gap unless its home lies behind the gap (Knuth, TAOCP 3, algorithm 6.4 R).
 void close_gap(std::size_t gap) {
   const std::size_t wrap = gBlockCapacity - 1;
   for (std::size_t next = (gap + 1) & wrap; gBlocks[next].hidden_address != 0; next = (next + 1) & wrap) {

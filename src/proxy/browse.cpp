@@ -12,9 +12,10 @@ namespace {
 bool is_nameless(const char* name) { return name == nullptr || *name == '\0'; }
 
 void remove_instance(BridgeContext* bridge, const char* name) {
-  log_message(LOG_DEBUG,
-              "callback_ServiceBrowse(): REMOVE: Now attempting to remove the record and the service register from the other "
-              "interfaces...");
+  log_message(
+      LOG_DEBUG,
+      "callback_ServiceBrowse(): REMOVE: Now attempting to remove the record and the service register from the other "
+      "interfaces...");
   state_instance_gone(bridge, name);
   ResponderContext* service_context = get_responder_context_by_name(bridge, name);
   if (service_context == nullptr) {
@@ -36,9 +37,10 @@ void keep_instance(BridgeContext* bridge, const char* name, DNSServiceRef resolv
   add_responder_context(bridge, name);
   ResponderContext* service_context = get_responder_context_by_name(bridge, name);
   if (service_context == nullptr) {
-    handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
-                 "ERROR 13013016492: callback_ServiceBrowse(): REMOVE: bridge_context_ptr->dns_record_service_ptr == NULL, "
-                 "unhandled case, exiting.");
+    handle_error(
+        MYSTATUS__RUNNING__OK, LOG_WARNING,
+        "ERROR 13013016492: callback_ServiceBrowse(): REMOVE: bridge_context_ptr->dns_record_service_ptr == NULL, "
+        "unhandled case, exiting.");
     return;
   }
   service_context->resolve_service_ref = resolve;
@@ -47,7 +49,8 @@ void keep_instance(BridgeContext* bridge, const char* name, DNSServiceRef resolv
 }
 
 // Starts the resolve of a new instance (its reply: callback_ServiceResolve), unless there are too many already.
-void add_instance(BridgeContext* bridge, std::uint32_t interfaceIndex, const char* name, const char* type, const char* domain) {
+void add_instance(BridgeContext* bridge, std::uint32_t interfaceIndex, const char* name, const char* type,
+                  const char* domain) {
   if (get_responder_context_by_name(bridge, name) != nullptr) {
     log_message(LOG_DEBUG, "callback_ServiceBrowse(): ADD: This service is already added, skip it");
     return;
@@ -59,8 +62,8 @@ void add_instance(BridgeContext* bridge, std::uint32_t interfaceIndex, const cha
     return;
   }
   DNSServiceRef local = gDNSServiceRef_Shared;
-  const DNSServiceErrorType error =
-      MyDNSServiceResolve(&local, kFlagsShareConnection, interfaceIndex, name, type, domain, callback_ServiceResolve, bridge);
+  const DNSServiceErrorType error = MyDNSServiceResolve(&local, kFlagsShareConnection, interfaceIndex, name, type,
+                                                        domain, callback_ServiceResolve, bridge);
   if (error != kDNSServiceErr_NoError) {
     fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
                 "ERROR 1301301638: INTERNAL ERROR:  DNSServiceResolve() call failed: %ld, CRITICAL ERROR, exiting.",
@@ -74,16 +77,18 @@ void add_instance(BridgeContext* bridge, std::uint32_t interfaceIndex, const cha
 void DNSSD_API callback_ServiceBrowse(DNSServiceRef sdRef, DNSServiceFlags flags, std::uint32_t interfaceIndex,
                                       DNSServiceErrorType errorCode, const char* replyName, const char* replyType,
                                       const char* replyDomain, void* context) {
-  log_message(LOG_DEBUG,
-              "\ncallback_ServiceBrowse(): START: sdref = %p, flags = %d, ifIndex = %d, errorCode = %d, replyName = %s, "
-              "replyType = %s, replyDomain = %s ...",
-              as_pointer(sdRef), flags, interfaceIndex, errorCode, text_or_null(replyName), text_or_null(replyType),
-              text_or_null(replyDomain));
+  log_message(
+      LOG_DEBUG,
+      "\ncallback_ServiceBrowse(): START: sdref = %p, flags = %d, ifIndex = %d, errorCode = %d, replyName = %s, "
+      "replyType = %s, replyDomain = %s ...",
+      as_pointer(sdRef), flags, interfaceIndex, errorCode, text_or_null(replyName), text_or_null(replyType),
+      text_or_null(replyDomain));
   const bool add = (flags & kDNSServiceFlagsAdd) != 0;
   log_message(LOG_DEBUG, "callback_ServiceBrowse(): Operation: %s", add ? "Add" : "Rmv");
   if (context == nullptr) {
-    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
-                "ERROR 13013016491: callback_ServiceBrowse(): REMOVE: bridge_context_ptr == NULL, unhandled case, exiting.");
+    fatal_error(
+        MYSTATUS__DNSSD_ERROR, LOG_WARNING,
+        "ERROR 13013016491: callback_ServiceBrowse(): REMOVE: bridge_context_ptr == NULL, unhandled case, exiting.");
   }
   BridgeContext* bridge = static_cast<BridgeContext*>(context);
   if (!add) {

@@ -5,7 +5,8 @@
 #include "runtime/runtime.h"
 
 DNSServiceErrorType MyDNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags flags, std::uint32_t interfaceIndex,
-                                       const char* regtype, const char* domain, DNSServiceBrowseReply callBack, void* context) {
+                                       const char* regtype, const char* domain, DNSServiceBrowseReply callBack,
+                                       void* context) {
   const BridgeContext* bridge = static_cast<const BridgeContext*>(context);
   log_message(LOG_DEBUG,
               "\nMyDNSServiceBrowse(): START: flags = %d, interfaceIndex = %d, regtype = %s, domain = %s, "
@@ -17,18 +18,20 @@ DNSServiceErrorType MyDNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags fla
 DNSServiceErrorType MyDNSServiceResolve(DNSServiceRef* sdRef, DNSServiceFlags flags, std::uint32_t interfaceIndex,
                                         const char* name, const char* regtype, const char* domain,
                                         DNSServiceResolveReply callBack, void* context) {
-  log_message(LOG_DEBUG,
-              "\nMyDNSServiceResolve(): START: flags = %d, interfaceIndex = %d, name = %s, regtype = %s, domain = %s...", flags,
-              interfaceIndex, text_or_null(name), text_or_null(regtype), text_or_null(domain));
+  log_message(
+      LOG_DEBUG,
+      "\nMyDNSServiceResolve(): START: flags = %d, interfaceIndex = %d, name = %s, regtype = %s, domain = %s...", flags,
+      interfaceIndex, text_or_null(name), text_or_null(regtype), text_or_null(domain));
   return DNSServiceResolve(sdRef, flags, interfaceIndex, name, regtype, domain, callBack, context);
 }
 
 DNSServiceErrorType MyDNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags flags, std::uint32_t interfaceIndex,
                                             const char* fullname, std::uint16_t rrtype, std::uint16_t rrclass,
                                             DNSServiceQueryRecordReply callBack, void* context) {
-  log_message(LOG_DEBUG,
-              "\nMyDNSServiceQueryRecord(): START: flags = %d, interfaceIndex = %d, name = %s, rrtype = %d, rrclass = %d...",
-              flags, interfaceIndex, text_or_null(fullname), rrtype, rrclass);
+  log_message(
+      LOG_DEBUG,
+      "\nMyDNSServiceQueryRecord(): START: flags = %d, interfaceIndex = %d, name = %s, rrtype = %d, rrclass = %d...",
+      flags, interfaceIndex, text_or_null(fullname), rrtype, rrclass);
   return DNSServiceQueryRecord(sdRef, flags, interfaceIndex, fullname, rrtype, rrclass, callBack, context);
 }
 
@@ -39,22 +42,23 @@ DNSServiceErrorType MyDNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags f
   log_message(LOG_DEBUG,
               "\nMyDNSServiceRegister(): START: flags = %x, interfaceIndex = %d, name = %s, regtype = %s, domain = %s, "
               "host = %s, port = %d, txtLen = %d, txtRecord = %s",
-              flags, interfaceIndex, text_or_null(name), text_or_null(regtype), text_or_null(domain), text_or_null(host), port,
-              txtLen, text_or_null(static_cast<const char*>(txtRecord)));
-  return DNSServiceRegister(sdRef, flags, interfaceIndex, name, regtype, domain, host, port, txtLen, txtRecord, callBack,
-                            context);
+              flags, interfaceIndex, text_or_null(name), text_or_null(regtype), text_or_null(domain),
+              text_or_null(host), port, txtLen, text_or_null(static_cast<const char*>(txtRecord)));
+  return DNSServiceRegister(sdRef, flags, interfaceIndex, name, regtype, domain, host, port, txtLen, txtRecord,
+                            callBack, context);
 }
 
 DNSServiceErrorType MyDNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* RecordRef, DNSServiceFlags flags,
                                                std::uint32_t interfaceIndex, const char* fullname, std::uint16_t rrtype,
-                                               std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata, std::uint32_t ttl,
-                                               DNSServiceRegisterRecordReply callBack, void* context) {
+                                               std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata,
+                                               std::uint32_t ttl, DNSServiceRegisterRecordReply callBack,
+                                               void* context) {
   log_message(LOG_DEBUG,
               "\nMyDNSServiceRegisterRecord(): START: flags = %x, interfaceIndex = %d, fullname = %s, rrtype = %d, "
               "rrclass = %d, rdlen = %d, ttl = %d",
               flags, interfaceIndex, text_or_null(fullname), rrtype, rrclass, rdlen, ttl);
-  return DNSServiceRegisterRecord(sdRef, RecordRef, flags, interfaceIndex, fullname, rrtype, rrclass, rdlen, rdata, ttl, callBack,
-                                  context);
+  return DNSServiceRegisterRecord(sdRef, RecordRef, flags, interfaceIndex, fullname, rrtype, rrclass, rdlen, rdata, ttl,
+                                  callBack, context);
 }
 
 DNSServiceErrorType MyDNSServiceRemoveRecord(DNSServiceRef sdRef, DNSRecordRef RecordRef, DNSServiceFlags flags) {

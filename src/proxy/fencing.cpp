@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Which hop value marks the registrations of a service type on this access point. Read afresh for every address answer, so that
-// a change of the settings applies to the next one.
+// Which hop value marks the registrations of a service type on this access point. Read afresh for every address answer,
+// so that a change of the settings applies to the next one.
 
 #include <cstring>
 
@@ -27,19 +27,22 @@ int service_index(const char* service_type) {
     return index;
   }
   log_message(LOG_DEBUG,
-              "check_mdns_service_fencing: failed to find the service type : %s in standard service. Checking for custom service "
+              "check_mdns_service_fencing: failed to find the service type : %s in standard service. Checking for "
+              "custom service "
               "type",
               service_type);
   return vcm_bonjour_fencing_custom_serviceTypeToIdx(service_type, 0);
 }
 
-// Whether the wired settings' anchor is this access point. With neither a bridge nor an anchor the two texts are equal, too.
+// Whether the wired settings' anchor is this access point. With neither a bridge nor an anchor the two texts are equal,
+// too.
 bool is_anchor_access_point(VcmXact xact, const char* service_type, int index) {
   char local_mac[kMacAddressTextSize] = {};
   char anchor_mac[kMacAddressTextSize] = {};
   vcms_if_getMacAddress(kBridgeInterface, local_mac);
   if (vcm_bonjour_fencing_pgetAnchorAp(xact, index, anchor_mac, kMacAddressTextSize, kVcmFencingWired) != 0) {
-    log_message(LOG_DEBUG, "check_mdns_service_fencing: Wired fencing, Anchor AP for service type: %s:%d not configured",
+    log_message(LOG_DEBUG,
+                "check_mdns_service_fencing: Wired fencing, Anchor AP for service type: %s:%d not configured",
                 service_type, index);
   }
   const bool is_anchor = std::strcmp(anchor_mac, local_mac) == 0;

@@ -76,11 +76,11 @@ char* address_record_label(Addr_query_context* result) {
 DNSServiceErrorType register_address(const Answer& answer, std::uint16_t rrtype, std::span<const std::uint8_t> address,
                                      DNSRecordRef* record) {
   DNSRecordRef registered = nullptr;
-  const DNSServiceErrorType error =
-      MyDNSServiceRegisterRecord(gDNSServiceRef_RegisterRecord, &registered, answer.fencing | kFlagsProxiedRecord,
-                                 static_cast<std::uint32_t>(answer.result->bridge_context_ptr->if_to), answer.result->hosttarget,
-                                 rrtype, kDNSServiceClass_IN, static_cast<std::uint16_t>(address.size()), address.data(), 0,
-                                 callback_ServiceRegisterRecord, address_record_label(answer.result));
+  const DNSServiceErrorType error = MyDNSServiceRegisterRecord(
+      gDNSServiceRef_RegisterRecord, &registered, answer.fencing | kFlagsProxiedRecord,
+      static_cast<std::uint32_t>(answer.result->bridge_context_ptr->if_to), answer.result->hosttarget, rrtype,
+      kDNSServiceClass_IN, static_cast<std::uint16_t>(address.size()), address.data(), 0,
+      callback_ServiceRegisterRecord, address_record_label(answer.result));
   if (error == kDNSServiceErr_NoError) {
     *record = registered;
   }
@@ -92,11 +92,12 @@ DNSServiceErrorType update_address(DNSRecordRef record, std::span<const std::uin
                                   address.data(), 0);
 }
 
-// --- IPv4 -----------------------------------------------------------------------------------------------------------------------
+// --- IPv4 ------------------------------------------------------------------------------------------------------------
 
 // The host's first IPv4 address. A refusal is reported; the next answer tries again.
 bool register_ipv4(const Answer& answer, Ipv4Bytes address) {
-  const DNSServiceErrorType error = register_address(answer, kDNSServiceType_A, address, &answer.service_context->dns_record_ptr);
+  const DNSServiceErrorType error =
+      register_address(answer, kDNSServiceType_A, address, &answer.service_context->dns_record_ptr);
   if (error != kDNSServiceErr_NoError) {
     handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING, kRegisterRecordRefused, static_cast<long>(error));
     return false;
@@ -110,14 +111,16 @@ void update_ipv4(const Answer& answer, Ipv4Bytes address) {
   const DNSServiceErrorType error = update_address(answer.service_context->dns_record_ptr, address);
   std::uint32_t shown = 0;
   std::memcpy(&shown, address.data(), sizeof shown);
-  log_message(LOG_DEBUG,
-              "MyDNSServiceUpdateRecord########%s#############%d----service_context = %p----service_context->dns_record_ptr = "
-              "%p---sa_addr= %x---",
-              kThisFunction, __LINE__, as_pointer(answer.service_context), as_pointer(answer.service_context->dns_record_ptr),
-              shown);
+  log_message(
+      LOG_DEBUG,
+      "MyDNSServiceUpdateRecord########%s#############%d----service_context = %p----service_context->dns_record_ptr = "
+      "%p---sa_addr= %x---",
+      kThisFunction, __LINE__, as_pointer(answer.service_context), as_pointer(answer.service_context->dns_record_ptr),
+      shown);
   if (error != kDNSServiceErr_NoError) {
     handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
-                 "MyDNSServiceUpdateRecord(): FAIL: MyDNSServiceUpdateRecord  call failed: %ld", static_cast<long>(error));
+                 "MyDNSServiceUpdateRecord(): FAIL: MyDNSServiceUpdateRecord  call failed: %ld",
+                 static_cast<long>(error));
     return;
   }
   std::ranges::copy(address, answer.result->addr_v4);
@@ -130,7 +133,8 @@ bool take_ipv4(const Answer& answer, Ipv4Bytes address) {
   log_message(LOG_DEBUG, "\nthe the old ipv4 string ():  %s", address_text(AF_INET, held.data()).text);
   if (is_ipv4_link_local(address)) {
     log_message(LOG_DEBUG, "-----%s-----%d---ignore the link local addr---", kThisFunction, __LINE__);
-    state_instance_link_local(answer.result->bridge_context_ptr, answer.result->service_name, address.data(), address.size());
+    state_instance_link_local(answer.result->bridge_context_ptr, answer.result->service_name, address.data(),
+                              address.size());
     return false;
   }
   if (is_zero(held) && !is_zero(address)) {
@@ -144,7 +148,7 @@ bool take_ipv4(const Answer& answer, Ipv4Bytes address) {
   return false;
 }
 
-// --- IPv6 -----------------------------------------------------------------------------------------------------------------------
+// --- IPv6 ------------------------------------------------------------------------------------------------------------
 
 // Unlike the A record's, a refusal ends the process.
 void register_ipv6(const Answer& answer, Ipv6Bytes address) {
@@ -160,7 +164,8 @@ void update_ipv6(const Answer& answer, Ipv6Bytes address) {
   const DNSServiceErrorType error = update_address(answer.service_context->dns_recordv6_ptr, address);
   if (error != kDNSServiceErr_NoError) {
     handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
-                 "MyDNSServiceUpdateRecord(): FAIL: MyDNSServiceUpdateRecord call failed: %ld", static_cast<long>(error));
+                 "MyDNSServiceUpdateRecord(): FAIL: MyDNSServiceUpdateRecord call failed: %ld",
+                 static_cast<long>(error));
     return;
   }
   log_message(LOG_DEBUG, "-----%s-----%d---the IPV6 address changed---", kThisFunction, __LINE__);
@@ -172,7 +177,8 @@ bool take_ipv6(const Answer& answer, Ipv6Bytes address) {
   const Ipv6Bytes held(answer.result->addr_v6);
   log_message(LOG_DEBUG, "\nget the ipv6 address %s", address_text(AF_INET6, address.data()).text);
   if (is_ipv6_link_local(address)) {
-    state_instance_link_local(answer.result->bridge_context_ptr, answer.result->service_name, address.data(), address.size());
+    state_instance_link_local(answer.result->bridge_context_ptr, answer.result->service_name, address.data(),
+                              address.size());
     return false;
   }
   if (!std::ranges::equal(held, address) && !is_zero(held) && !is_zero(address)) {
@@ -203,8 +209,8 @@ void process_queryrecord_hostaddr(const QueryReply& reply) {
   trace_query_reply(kThisFunction, reply);
   ResponderContext* service_context = get_responder_context_by_name(result->bridge_context_ptr, result->service_name);
   if (service_context == nullptr) {
-    handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING, "--%s---%d--- FAIL to find service context for  %s", kThisFunction, __LINE__,
-                 result->service_name);
+    handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING, "--%s---%d--- FAIL to find service context for  %s", kThisFunction,
+                 __LINE__, result->service_name);
     return;
   }
   log_message(LOG_DEBUG, "&&&&&&&&&%s-----%d----interface_index = %d---result->IfIndex = %d--", kThisFunction, __LINE__,
@@ -220,27 +226,29 @@ void process_queryrecord_hostaddr(const QueryReply& reply) {
 }  // namespace
 
 void trace_query_reply(const char* function, const QueryReply& reply) {
-  log_message(LOG_DEBUG,
-              "\n%s(): START: sdref = %p, flags = %d, ifIndex = %d, errorCode = %d, fullname = %s, rrtype = %d, rrclass = %d, "
-              "rdlen = %d, ttl = %d ...",
-              function, as_pointer(reply.sdRef), reply.flags, reply.interfaceIndex, reply.errorCode, text_or_null(reply.fullname),
-              reply.rrtype, reply.rrclass, reply.rdlen, reply.ttl);
+  log_message(
+      LOG_DEBUG,
+      "\n%s(): START: sdref = %p, flags = %d, ifIndex = %d, errorCode = %d, fullname = %s, rrtype = %d, rrclass = %d, "
+      "rdlen = %d, ttl = %d ...",
+      function, as_pointer(reply.sdRef), reply.flags, reply.interfaceIndex, reply.errorCode,
+      text_or_null(reply.fullname), reply.rrtype, reply.rrclass, reply.rdlen, reply.ttl);
 }
 
 // The answers to all queries. The record type of an answer is that of its query, and decides of what type the context
 // is.
 void DNSSD_API callback_ServiceQueryRecord(DNSServiceRef sdRef, DNSServiceFlags flags, std::uint32_t interfaceIndex,
                                            DNSServiceErrorType errorCode, const char* fullname, std::uint16_t rrtype,
-                                           std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata, std::uint32_t ttl,
-                                           void* context) {
-  const QueryReply reply = {sdRef, flags, interfaceIndex, errorCode, fullname, rrclass, ttl, rrtype, rdlen, rdata, context};
+                                           std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata,
+                                           std::uint32_t ttl, void* context) {
+  const QueryReply reply = {sdRef, flags,  interfaceIndex, errorCode, fullname, rrclass,
+                            ttl,   rrtype, rdlen,          rdata,     context};
   if (rrtype == kDNSServiceType_PTR) {
     log_message(LOG_DEBUG, "-----%s-----%d----process_queryrecord_PTR: %p--", "callback_ServiceQueryRecord", __LINE__,
                 as_pointer(sdRef));
     process_queryrecord_PTR(reply);
   } else if (rrtype == kDNSServiceType_A || rrtype == kDNSServiceType_AAAA) {
-    log_message(LOG_DEBUG, "-----%s-----%d----process_queryrecord_hostaddr: %p--", "callback_ServiceQueryRecord", __LINE__,
-                as_pointer(sdRef));
+    log_message(LOG_DEBUG, "-----%s-----%d----process_queryrecord_hostaddr: %p--", "callback_ServiceQueryRecord",
+                __LINE__, as_pointer(sdRef));
     process_queryrecord_hostaddr(reply);
   }
 }

@@ -15,8 +15,8 @@ bool is_ipv4_link_local(Ipv4Bytes address);
 // fe80::/10 (RFC 4291 section 2.5.6).
 bool is_ipv6_link_local(Ipv6Bytes address);
 
-// Look-ups over nss-mdns, a facility of the library; the proxy itself gets its addresses from the instances' queries. The first
-// address of the host that is not link-local is written to address_out (4 or 16 bytes, network order). 0, or 1 and address_out
-// untouched when there is none, or no nss-mdns. A lack of memory ends the process (20).
+// Look-ups over nss-mdns, a facility of the library; the proxy itself gets its addresses from the instances' queries.
+// The first address of the host that is not link-local is written to address_out (4 or 16 bytes, network order). 0, or
+// 1 and address_out untouched when there is none, or no nss-mdns. A lack of memory ends the process (20).
 int hostname_to_ip(const char* hostname, std::uint8_t* address_out);
 int hostname_to_ipv6(const char* hostname, std::uint8_t* address_out);

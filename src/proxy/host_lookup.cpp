@@ -77,9 +77,11 @@ int copy_first_ipv6(const hostent& entry, std::uint8_t* address_out) {
 int hostname_to_ip(const char* hostname, std::uint8_t* address_out) {
   log_message(LOG_DEBUG, "hostname_to_ip(): START: hostname = %s ...", text_or_null(hostname));
   HostEntry* host = new_host_entry();
-  const bool found = hostname != nullptr && nss_mdns_gethostbyname(hostname, &host->entry, host->buffer, sizeof host->buffer,
-                                                                   &host->error, &host->h_error) == 0;
-  const int result = found && has_addresses(host->entry, Ipv4Bytes::extent) ? copy_first_ipv4(host->entry, address_out) : 1;
+  const bool found =
+      hostname != nullptr && nss_mdns_gethostbyname(hostname, &host->entry, host->buffer, sizeof host->buffer,
+                                                    &host->error, &host->h_error) == 0;
+  const int result =
+      found && has_addresses(host->entry, Ipv4Bytes::extent) ? copy_first_ipv4(host->entry, address_out) : 1;
   zmk_free(host, __FILE__, __LINE__);
   return result;
 }
@@ -87,9 +89,11 @@ int hostname_to_ip(const char* hostname, std::uint8_t* address_out) {
 int hostname_to_ipv6(const char* hostname, std::uint8_t* address_out) {
   log_message(LOG_DEBUG, "hostname_to_ipv6(): START: hostname = %s ...", text_or_null(hostname));
   HostEntry* host = new_host_entry();
-  const bool found = hostname != nullptr && nss_mdns_gethostbyname2(hostname, AF_INET6, &host->entry, host->buffer,
-                                                                    sizeof host->buffer, &host->error, &host->h_error) == 0;
-  const int result = found && has_addresses(host->entry, Ipv6Bytes::extent) ? copy_first_ipv6(host->entry, address_out) : 1;
+  const bool found =
+      hostname != nullptr && nss_mdns_gethostbyname2(hostname, AF_INET6, &host->entry, host->buffer,
+                                                     sizeof host->buffer, &host->error, &host->h_error) == 0;
+  const int result =
+      found && has_addresses(host->entry, Ipv6Bytes::extent) ? copy_first_ipv6(host->entry, address_out) : 1;
   zmk_free(host, __FILE__, __LINE__);
   return result;
 }

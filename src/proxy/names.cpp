@@ -20,7 +20,7 @@ bool join_text(char* dst, std::size_t size, std::initializer_list<std::string_vi
   return fits;
 }
 
-// --- Presentation format --------------------------------------------------------------------------------------------------------
+// --- Presentation format ---------------------------------------------------------------------------------------------
 
 int copy_next_label(char* dst, const char* dst_end, const char** cursor, int n) {
   if (*cursor == nullptr || dst >= dst_end) {
@@ -68,7 +68,8 @@ char decimal_byte(const char* digits) {
 char* ConvertDomainNameToCString_UnEnsacpe(const char* src, char* dst) {
   constexpr std::size_t kDecimalEscape = 4;  // "\DDD"
   if (src == nullptr || dst == nullptr || std::strlen(src) > kNameSize) {
-    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, "ConvertDomainNameToCString_UnEnsacpe(): Error Invalid input parameters!");
+    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
+                "ConvertDomainNameToCString_UnEnsacpe(): Error Invalid input parameters!");
   }
   while (*src != '\0') {
     if (*src != '\\') {
@@ -98,7 +99,7 @@ char* terminate_at_first_label(char* name) {
   return name;
 }
 
-// --- Wire format ----------------------------------------------------------------------------------------------------------------
+// --- Wire format -----------------------------------------------------------------------------------------------------
 
 std::optional<std::span<const std::uint8_t>> next_wire_label(std::span<const std::uint8_t>& rest) {
   if (rest.empty() || rest[0] > kLabelMax || rest[0] >= rest.size()) {

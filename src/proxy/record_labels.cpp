@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Lifecycle of a label: fresh (never used) -> in use (acquired) -> resting (retired) -> in use ...
-//   1. acquire takes the longest-resting label once enough of them rest, else a fresh one, else the longest-resting, else the
-//      one that is in use for the longest time;
+//   1. acquire takes the longest-resting label once enough of them rest, else a fresh one, else the longest-resting,
+//      else the one that is in use for the longest time;
 //   2. retire puts it behind all others that rest.
-// So a label rests as long as possible, and the memory that is ever touched follows the number of labels in use at a time.
+// So a label rests as long as possible, and the memory that is ever touched follows the number of labels in use at a
+// time.
 
 #include "proxy/record_labels.h"
 
@@ -18,8 +19,8 @@
 
 namespace {
 
-// How many labels rest before one is used again while fresh ones are left: more than a burst of goodbyes retires within the
-// time that a reply takes.
+// How many labels rest before one is used again while fresh ones are left: more than a burst of goodbyes retires within
+// the time that a reply takes.
 constexpr std::size_t kRestingBeforeReuse = 256;
 // A resolve starts while the count is at the limit, so that one instance more may live.
 constexpr std::size_t kInstances = kResponderLimit + 1;

@@ -13,8 +13,8 @@ namespace {
 // The event loop's time limit once a registration has been taken back under one of the options A, U or N.
 constexpr int kSelectTimeoutAfterRemoval = 5;
 
-// How much of the instance's own TXT data is known: all or, when it was too long to keep, nothing. Nothing is then registered
-// behind the vendor entry; zero bytes in its place would be announced as that many empty entries.
+// How much of the instance's own TXT data is known: all or, when it was too long to keep, nothing. Nothing is then
+// registered behind the vendor entry; zero bytes in its place would be announced as that many empty entries.
 std::uint16_t kept_txt_length(const Addr_query_context* result) {
   return result->txtLen < sizeof result->txt ? result->txtLen : std::uint16_t{0};
 }
@@ -35,21 +35,23 @@ unsigned char* new_proxied_txt(const Addr_query_context* result) {
 
 }  // namespace
 
-void register_proxied_instance(ResponderContext* service_context, const Addr_query_context* result, DNSServiceFlags flags) {
+void register_proxied_instance(ResponderContext* service_context, const Addr_query_context* result,
+                               DNSServiceFlags flags) {
   BridgeContext* bridge = result->bridge_context_ptr;
   const auto txt_length = static_cast<std::uint16_t>(kVendorEntry.size() + kept_txt_length(result));
   unsigned char* txt = new_proxied_txt(result);
   DNSServiceRef local = gDNSServiceRef_Shared;
   const DNSServiceErrorType error =
-      MyDNSServiceRegister(&local, flags | kFlagsShareConnection, static_cast<std::uint32_t>(bridge->if_to), result->service_name,
-                           result->service_type, gSettings.domain, result->hosttarget, result->opaqueport, txt_length, txt,
-                           callback_ServiceRegister, bridge);
+      MyDNSServiceRegister(&local, flags | kFlagsShareConnection, static_cast<std::uint32_t>(bridge->if_to),
+                           result->service_name, result->service_type, gSettings.domain, result->hosttarget,
+                           result->opaqueport, txt_length, txt, callback_ServiceRegister, bridge);
   if (error != kDNSServiceErr_NoError) {
     handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
                  "\tcallback_ServiceResolve(): FAIL: DNSServiceRegister(sdref_bridge_reply) call failed: %ld",
                  static_cast<long>(error));
   } else {
-    log_message(LOG_DEBUG, "callback_ServiceResolve(): SUCCESS: DNSServiceRegister(sdref_bridge_reply) call returned success.");
+    log_message(LOG_DEBUG,
+                "callback_ServiceResolve(): SUCCESS: DNSServiceRegister(sdref_bridge_reply) call returned success.");
     service_context->reg_service_ref = local;
   }
   state_instance_registering(bridge, result->service_name, service_context->reg_service_ref);
@@ -93,10 +95,10 @@ void DNSSD_API callback_ServiceRegister(DNSServiceRef sdRef, DNSServiceFlags fla
   }
 }
 
-// The reply to an address or subtype record. Any error, a conflict included, ends the process (600): the host's name on the
-// other link could not be trusted any more.
-void DNSSD_API callback_ServiceRegisterRecord(DNSServiceRef, DNSRecordRef, DNSServiceFlags flags, DNSServiceErrorType errorCode,
-                                              void* context) {
+// The reply to an address or subtype record. Any error, a conflict included, ends the process (600): the host's name on
+// the other link could not be trusted any more.
+void DNSSD_API callback_ServiceRegisterRecord(DNSServiceRef, DNSRecordRef, DNSServiceFlags flags,
+                                              DNSServiceErrorType errorCode, void* context) {
   const char* label = text_or_null(static_cast<const char*>(context));
   log_message(LOG_DEBUG, "\ncallback_ServiceRegisterRecord(): START:...");
   print_timestamp();
@@ -109,7 +111,8 @@ void DNSSD_API callback_ServiceRegisterRecord(DNSServiceRef, DNSRecordRef, DNSSe
   } else if (errorCode == kDNSServiceErr_NoError) {
     log_message(LOG_DEBUG, "callback_ServiceRegisterRecord(): Name now registered and active: %s", label);
   } else {
-    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, "callback_ServiceRegisterRecord(): Error %d for name = %s", errorCode, label);
+    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING, "callback_ServiceRegisterRecord(): Error %d for name = %s",
+                errorCode, label);
   }
   if ((flags & kDNSServiceFlagsMoreComing) == 0) {
     std::fflush(stdout);

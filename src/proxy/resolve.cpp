@@ -26,7 +26,8 @@ struct Resolved {
   char service_type[kNameSize];        // "_ipp._tcp"
 };
 
-// Splits "My\032Printer._ipp._tcp.local." into the plain instance name and the service type. False when there is no name.
+// Splits "My\032Printer._ipp._tcp.local." into the plain instance name and the service type. False when there is no
+// name.
 bool split_fullname(const char* fullname, Resolved* resolved) {
   char* const name = resolved->service_name;
   const char* cursor = fullname;
@@ -35,7 +36,8 @@ bool split_fullname(const char* fullname, Resolved* resolved) {
   }
   char* const type = resolved->service_type;
   cursor = fullname;
-  if (copy_next_label(type, type + kNameSize, &cursor, 1) != 0 || copy_next_label(type, type + kNameSize, &cursor, 2) != 0) {
+  if (copy_next_label(type, type + kNameSize, &cursor, 1) != 0 ||
+      copy_next_label(type, type + kNameSize, &cursor, 2) != 0) {
     return false;
   }
   char plain_name[kNameSize];
@@ -44,10 +46,11 @@ bool split_fullname(const char* fullname, Resolved* resolved) {
   return true;
 }
 
-// A resolve is used for one answer. Its reference is cleared wherever it is held: a reply may name another instance than the
-// one that its resolve was started for.
+// A resolve is used for one answer. Its reference is cleared wherever it is held: a reply may name another instance
+// than the one that its resolve was started for.
 void end_resolve(const Resolved& resolved, ResponderContext* service_context, DNSServiceRef sdRef) {
-  log_message(LOG_DEBUG, "callback_ServiceResolve(): calling DNSServiceRefDeallocate(sdref = %p)...", as_pointer(sdRef));
+  log_message(LOG_DEBUG, "callback_ServiceResolve(): calling DNSServiceRefDeallocate(sdref = %p)...",
+              as_pointer(sdRef));
   DNSServiceRefDeallocate(sdRef);
   if (service_context->resolve_service_ref == sdRef) {
     service_context->resolve_service_ref = nullptr;
@@ -103,8 +106,8 @@ Addr_query_context* new_addr_query_context(const Resolved& resolved) {
   return result;
 }
 
-// Starts a query on the interface where the instance was resolved (its answers: callback_ServiceQueryRecord). *query is the
-// new operation only when there is no error.
+// Starts a query on the interface where the instance was resolved (its answers: callback_ServiceQueryRecord). *query is
+// the new operation only when there is no error.
 DNSServiceErrorType start_query(const Resolved& resolved, const char* fullname, std::uint16_t rrtype, void* context,
                                 DNSServiceRef* query) {
   *query = gDNSServiceRef_Shared;
@@ -119,18 +122,20 @@ void start_address_queries(const Resolved& resolved, ResponderContext* service_c
     service_context->query_addrv4_ref = query;
     service_context->Addr_query_context = result;
   } else {
-    handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
-                 "MyDNSServiceQueryRecord(): get IPV4 address FAIL: DNSServiceQueryRecord(sdref_bridge_reply) call failed: %ld",
-                 static_cast<long>(error));
+    handle_error(
+        MYSTATUS__RUNNING__OK, LOG_WARNING,
+        "MyDNSServiceQueryRecord(): get IPV4 address FAIL: DNSServiceQueryRecord(sdref_bridge_reply) call failed: %ld",
+        static_cast<long>(error));
   }
   error = start_query(resolved, result->hosttarget, kDNSServiceType_AAAA, result, &query);
   if (error == kDNSServiceErr_NoError) {
     service_context->query_addrv6_ref = query;
     service_context->Addr_query_context = result;
   } else {
-    handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
-                 "MyDNSServiceQueryRecord(): get IPV6 address FAIL: DNSServiceQueryRecord(sdref_bridge_reply) call failed: %ld",
-                 static_cast<long>(error));
+    handle_error(
+        MYSTATUS__RUNNING__OK, LOG_WARNING,
+        "MyDNSServiceQueryRecord(): get IPV6 address FAIL: DNSServiceQueryRecord(sdref_bridge_reply) call failed: %ld",
+        static_cast<long>(error));
   }
 }
 
@@ -138,8 +143,9 @@ void start_address_queries(const Resolved& resolved, ResponderContext* service_c
 bool look_up_addresses(const Resolved& resolved, ResponderContext* service_context) {
   Addr_query_context* result = new_addr_query_context(resolved);
   start_address_queries(resolved, service_context, result);
-  log_message(LOG_DEBUG, "%s,%d, vSvcQueIPV4RecRef=%p vSvcQueIPV6RecRef=%p result= %p", "callback_ServiceResolve", __LINE__,
-              as_pointer(service_context->query_addrv4_ref), as_pointer(service_context->query_addrv6_ref), as_pointer(result));
+  log_message(LOG_DEBUG, "%s,%d, vSvcQueIPV4RecRef=%p vSvcQueIPV6RecRef=%p result= %p", "callback_ServiceResolve",
+              __LINE__, as_pointer(service_context->query_addrv4_ref), as_pointer(service_context->query_addrv6_ref),
+              as_pointer(result));
   if (service_context->Addr_query_context == nullptr) {
     log_message(LOG_DEBUG, "%s,%d,free result, result=%p", "callback_ServiceResolve", __LINE__, as_pointer(result));
     zmk_free(result, __FILE__, __LINE__);
@@ -157,8 +163,9 @@ subtype_query_context* new_subtype_query_context(const Resolved& resolved, const
   subtype_query_context* record_PTR = new (block) subtype_query_context{resolved.bridge, {}, {}};
   copy_text(record_PTR->subtype_query_name, query_name);
   join_text(record_PTR->service_fullname, {resolved.service_name, ".", resolved.service_type, ".local."});
-  log_message(LOG_DEBUG, "%s,%d,save record_PTR, service_name:%s, service_type:%s, on interface:%d", "callback_ServiceResolve",
-              __LINE__, record_PTR->service_fullname, record_PTR->subtype_query_name, resolved.interfaceIndex);
+  log_message(LOG_DEBUG, "%s,%d,save record_PTR, service_name:%s, service_type:%s, on interface:%d",
+              "callback_ServiceResolve", __LINE__, record_PTR->service_fullname, record_PTR->subtype_query_name,
+              resolved.interfaceIndex);
   return record_PTR;
 }
 
@@ -169,8 +176,8 @@ void look_up_subtype(const Resolved& resolved, ResponderContext* service_context
   copy_next_label(subtype, subtype + sizeof subtype, &cursor, 1);
   char query_name[kNameSize];
   join_text(query_name, {subtype, "._sub.", resolved.service_type, ".local."});
-  log_message(LOG_DEBUG, "%s,%d,query PTR record,servicetype:%s on interface:%d", "callback_ServiceResolve", __LINE__, query_name,
-              resolved.interfaceIndex);
+  log_message(LOG_DEBUG, "%s,%d,query PTR record,servicetype:%s on interface:%d", "callback_ServiceResolve", __LINE__,
+              query_name, resolved.interfaceIndex);
   subtype_query_context* record_PTR = new_subtype_query_context(resolved, query_name);
   DNSServiceRef query = nullptr;
   const DNSServiceErrorType error = start_query(resolved, query_name, kDNSServiceType_PTR, record_PTR, &query);
@@ -183,8 +190,8 @@ void look_up_subtype(const Resolved& resolved, ResponderContext* service_context
   }
   service_context->query_subtype_ref = query;
   service_context->subtype_query_context = record_PTR;
-  log_message(LOG_DEBUG, "%s,%d,query PTR record, ref=%p record_PTR=%p", "callback_ServiceResolve", __LINE__, as_pointer(query),
-              as_pointer(record_PTR));
+  log_message(LOG_DEBUG, "%s,%d,query PTR record, ref=%p record_PTR=%p", "callback_ServiceResolve", __LINE__,
+              as_pointer(query), as_pointer(record_PTR));
 }
 
 // Decides whether a resolved instance is forwarded. Its resolve `sdRef` ends here.
@@ -210,13 +217,14 @@ void DNSSD_API callback_ServiceResolve(DNSServiceRef sdRef, DNSServiceFlags flag
                                        std::uint16_t opaqueport, std::uint16_t txtLen, const unsigned char* txtRecord,
                                        void* context) {
   BridgeContext* bridge = static_cast<BridgeContext*>(context);
-  log_message(LOG_DEBUG,
-              "\ncallback_ServiceResolve(): START: sdref = %p, flags = %d, ifIndex = %d, errorCode = %d, fullname = %s, "
-              "hosttarget = %s, opaqueport = %d, txtLen = %d ...",
-              as_pointer(sdRef), flags, interfaceIndex, errorCode, text_or_null(fullname), text_or_null(hosttarget), opaqueport,
-              txtLen);
-  log_message(LOG_DEBUG, "callback_ServiceResolve(): (BridgeContext*)context->if_from = %d, ->if_to = %d", bridge->if_from,
-              bridge->if_to);
+  log_message(
+      LOG_DEBUG,
+      "\ncallback_ServiceResolve(): START: sdref = %p, flags = %d, ifIndex = %d, errorCode = %d, fullname = %s, "
+      "hosttarget = %s, opaqueport = %d, txtLen = %d ...",
+      as_pointer(sdRef), flags, interfaceIndex, errorCode, text_or_null(fullname), text_or_null(hosttarget), opaqueport,
+      txtLen);
+  log_message(LOG_DEBUG, "callback_ServiceResolve(): (BridgeContext*)context->if_from = %d, ->if_to = %d",
+              bridge->if_from, bridge->if_to);
   if (errorCode != kDNSServiceErr_NoError) {
     log_message(LOG_WARNING, "callback_ServiceResolve(): Error code %d", errorCode);
     return;

@@ -5,10 +5,11 @@
 //   1. the browse handler adds it when an instance appears (everything but the name empty) and stores its resolve;
 //   2. the resolve handler ends the resolve and stores the queries and their contexts;
 //   3. the address and subtype handlers store the records, the registration step the service;
-//   4. the browse handler (the instance is gone) or the resolve handler (it is a proxied one) ends it in del_responder_context.
-// Every change is made inside a reply callback, one at a time. Once an operation's reference has been released here nothing is
-// delivered for it any more, so no reply finds a record that has been freed; only replies to records come later, and they carry
-// a label of record_labels.h.
+//   4. the browse handler (the instance is gone) or the resolve handler (it is a proxied one) ends it in
+//      del_responder_context.
+// Every change is made inside a reply callback, one at a time. Once an operation's reference has been released here
+// nothing is delivered for it any more, so no reply finds a record that has been freed; only replies to records come
+// later, and they carry a label of record_labels.h.
 
 #include <cstdint>
 #include <cstring>
@@ -62,10 +63,13 @@ int add_responder_context(BridgeContext* bridge, const char* name) {
     return -1;
   }
   ResponderContext* service_context = new_responder_context(name);
-  HASH_ADD_KEYPTR(hh, bridge->responder_contexts, service_context->name, std::strlen(service_context->name), service_context);
+  HASH_ADD_KEYPTR(hh, bridge->responder_contexts, service_context->name, std::strlen(service_context->name),
+                  service_context);
   log_message(LOG_DEBUG,
-              "add_responder_context(): bridge_context_ptr=%p, service_context=%p,if_from = %d, if_to = %d, name=%s, ref=%p... ",
-              as_pointer(bridge), as_pointer(service_context), bridge->if_from, bridge->if_to, name, as_pointer(bridge->ref));
+              "add_responder_context(): bridge_context_ptr=%p, service_context=%p,if_from = %d, if_to = %d, name=%s, "
+              "ref=%p... ",
+              as_pointer(bridge), as_pointer(service_context), bridge->if_from, bridge->if_to, name,
+              as_pointer(bridge->ref));
   return 0;
 }
 
@@ -79,11 +83,12 @@ void remove_record(DNSRecordRef& record) {
   record = nullptr;
 }
 
-// The records on if_to. The address records go only while the service is registered; else they stay with the connection, and
-// so does the label that their replies carry.
+// The records on if_to. The address records go only while the service is registered; else they stay with the
+// connection, and so does the label that their replies carry.
 void remove_records(ResponderContext* service_context) {
   if (service_context->dns_record_ptr != nullptr && service_context->reg_service_ref != nullptr) {
-    log_message(LOG_DEBUG, "del_responder_context(): REMOVE:  dns_record_ptr :%p", as_pointer(service_context->dns_record_ptr));
+    log_message(LOG_DEBUG, "del_responder_context(): REMOVE:  dns_record_ptr :%p",
+                as_pointer(service_context->dns_record_ptr));
     remove_record(service_context->dns_record_ptr);
   }
   if (service_context->dns_recordv6_ptr != nullptr && service_context->reg_service_ref != nullptr) {
@@ -116,7 +121,8 @@ void end_operations(ResponderContext* service_context) {
 }
 
 void retire_labels(ResponderContext* service_context) {
-  const bool address_records_stay = service_context->dns_record_ptr != nullptr || service_context->dns_recordv6_ptr != nullptr;
+  const bool address_records_stay =
+      service_context->dns_record_ptr != nullptr || service_context->dns_recordv6_ptr != nullptr;
   if (service_context->Addr_query_context != nullptr && !address_records_stay) {
     record_label_retire(service_context->Addr_query_context->record_label);
   }
@@ -142,7 +148,8 @@ void free_contexts(ResponderContext* service_context) {
 
 void del_responder_context(BridgeContext* bridge, ResponderContext* service_context) {
   log_message(LOG_DEBUG,
-              "del_responder_context(): bridge_context_ptr=%p, service_context=%p,if_from = %d, if_to = %d, name=%s, ref=%d ... ",
+              "del_responder_context(): bridge_context_ptr=%p, service_context=%p,if_from = %d, if_to = %d, name=%s, "
+              "ref=%d ... ",
               as_pointer(bridge), as_pointer(service_context), bridge->if_from, bridge->if_to,
               text_or_null(service_context->name), static_cast<int>(reinterpret_cast<std::intptr_t>(bridge->ref)));
   remove_records(service_context);

@@ -34,24 +34,27 @@ struct Rule {
 void look_up_interfaces(Rule& rule) {
   rule.if_from_index = hash_getIndex_IfNameToIndex(rule.if_from);
   if (rule.if_from_index <= 0) {
-    fatal_error(MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
-                "INTERFACE LOOKUP ERROR 111833: Could not find interface named '%s' on this system, please double-check the "
-                "accuracy of the mdnsproxy rules config file: %s.  Critical error, exiting.",
-                rule.if_from, gSettings.rules_file);
+    fatal_error(
+        MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
+        "INTERFACE LOOKUP ERROR 111833: Could not find interface named '%s' on this system, please double-check the "
+        "accuracy of the mdnsproxy rules config file: %s.  Critical error, exiting.",
+        rule.if_from, gSettings.rules_file);
   }
   rule.if_to_index = hash_getIndex_IfNameToIndex(rule.if_to);
   if (rule.if_to_index <= 0) {
-    fatal_error(MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
-                "INTERFACE LOOKUP ERROR 111834: Could not find interface named '%s' on this system, please double-check the "
-                "accuracy of the mdnsproxy rules config file: %s.  Critical error, exiting.",
-                rule.if_to, gSettings.rules_file);
+    fatal_error(
+        MYSTATUS__INTERFACE_ERROR, LOG_WARNING,
+        "INTERFACE LOOKUP ERROR 111834: Could not find interface named '%s' on this system, please double-check the "
+        "accuracy of the mdnsproxy rules config file: %s.  Critical error, exiting.",
+        rule.if_to, gSettings.rules_file);
   }
 }
 
 gHashRulesIfFrom_t* find_or_add_source(const Rule& rule) {
   gHashRulesIfFrom_t* source = hash_find_gHashRulesIfFrom(rule.if_from_index);
   if (source == nullptr) {
-    log_message(LOG_DEBUG, "add_proxy_rule(): couldn't find existing gHashRulesIfFrom_t if_from_index = %d, creating one now...",
+    log_message(LOG_DEBUG,
+                "add_proxy_rule(): couldn't find existing gHashRulesIfFrom_t if_from_index = %d, creating one now...",
                 rule.if_from_index);
     source = hash_add_RulesIfFrom(rule.if_from_index);
   }
@@ -75,10 +78,11 @@ ServiceTypeToIfTo_t* find_or_add_destinations(gHashRulesIfFrom_t* source, const 
   ServiceTypeToIfTo_t* destinations = nullptr;
   HASH_FIND_INT(source->serviceType_to_ifTo_hash, &rule.service_type_id, destinations);
   if (destinations == nullptr) {
-    log_message(LOG_DEBUG,
-                "add_proxy_rule(): couldn't find existing svctype hash for service_type_index = %d inside of main hash for "
-                "if_from_index = %d, creating one now...",
-                rule.service_type_id, rule.if_from_index);
+    log_message(
+        LOG_DEBUG,
+        "add_proxy_rule(): couldn't find existing svctype hash for service_type_index = %d inside of main hash for "
+        "if_from_index = %d, creating one now...",
+        rule.service_type_id, rule.if_from_index);
     destinations = new_destinations(rule.service_type_id);
     HASH_ADD_INT(source->serviceType_to_ifTo_hash, service_type_index, destinations);
   }
@@ -95,10 +99,11 @@ bool is_duplicate(const UT_array* if_to_array, const Rule& rule) {
                   "ERROR 111726: INTERNAL ERROR: Invalid return from loop over UT_array, exiting.");
     }
     if (*if_to_index == rule.if_to_index) {
-      handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
-                   "WARNING 111727: POSSIBLE ERROR: found existing if_to = %s (if_to_index = %d) in array when adding for "
-                   "if_from = %s (if_from_index = %d) and service_type = %s (service_type_index = %d).",
-                   rule.if_to, rule.if_to_index, rule.if_from, rule.if_from_index, rule.service_type, rule.service_type_id);
+      handle_error(
+          MYSTATUS__RUNNING__OK, LOG_WARNING,
+          "WARNING 111727: POSSIBLE ERROR: found existing if_to = %s (if_to_index = %d) in array when adding for "
+          "if_from = %s (if_from_index = %d) and service_type = %s (service_type_index = %d).",
+          rule.if_to, rule.if_to_index, rule.if_from, rule.if_from_index, rule.service_type, rule.service_type_id);
       duplicate = true;
     }
   }
@@ -121,7 +126,8 @@ bool record_rule(const Rule& rule) {
 void keep_subtype(BridgeContext* bridge, const char* service_type) {
   if (count_labels(service_type) == kLabelsWithSubtype) {
     copy_text(bridge->subtype_service_type, service_type);
-    log_message(LOG_DEBUG, "subtype existed in service_type:%s, and record in bridge context", bridge->subtype_service_type);
+    log_message(LOG_DEBUG, "subtype existed in service_type:%s, and record in bridge context",
+                bridge->subtype_service_type);
   }
 }
 
@@ -139,8 +145,8 @@ BridgeContext* new_bridge(const Rule& rule) {
 DNSServiceRef browse_with_retries(const Rule& rule, BridgeContext* bridge) {
   DNSServiceRef local = gDNSServiceRef_Shared;
   const auto try_browse = [&] {
-    return MyDNSServiceBrowse(&local, kFlagsShareConnection, static_cast<std::uint32_t>(rule.if_from_index), rule.service_type,
-                              gSettings.domain, callback_ServiceBrowse, bridge);
+    return MyDNSServiceBrowse(&local, kFlagsShareConnection, static_cast<std::uint32_t>(rule.if_from_index),
+                              rule.service_type, gSettings.domain, callback_ServiceBrowse, bridge);
   };
   DNSServiceErrorType error = try_browse();
   for (int failures = 1; error != kDNSServiceErr_NoError && failures <= kBrowseRetries; ++failures) {
@@ -173,7 +179,8 @@ void start_browse(const Rule& rule, BridgeContext* bridge) {
 }  // namespace
 
 void add_proxy_rule(const char* service_type, const char* if_from, const char* if_to) {
-  log_message(LOG_DEBUG, "add_proxy_rule(): START: service_type = %s, if_from = %s, if_to = %s", service_type, if_from, if_to);
+  log_message(LOG_DEBUG, "add_proxy_rule(): START: service_type = %s, if_from = %s, if_to = %s", service_type, if_from,
+              if_to);
   Rule rule = {service_type, hash_add_ServiceTypeToId(service_type), if_from, 0, if_to, 0};
   look_up_interfaces(rule);
   if (record_rule(rule)) {

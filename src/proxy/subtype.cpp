@@ -38,7 +38,8 @@ void read_target(std::span<const std::uint8_t> rdata, Target* target) {
 
 // Ends the subtype query and frees its context.
 void end_subtype_query(ResponderContext* service_context, DNSServiceRef sdRef) {
-  log_message(LOG_DEBUG, "process_queryrecord_PTR(): calling DNSServiceRefDeallocate(sdref = %p)...", as_pointer(sdRef));
+  log_message(LOG_DEBUG, "process_queryrecord_PTR(): calling DNSServiceRefDeallocate(sdref = %p)...",
+              as_pointer(sdRef));
   DNSServiceRefDeallocate(sdRef);
   service_context->query_subtype_ref = nullptr;
   zmk_free(service_context->subtype_query_context, __FILE__, __LINE__);
@@ -55,8 +56,9 @@ void register_subtype_record(ResponderContext* service_context, const subtype_qu
   DNSRecordRef record = nullptr;
   const DNSServiceErrorType error = MyDNSServiceRegisterRecord(
       gDNSServiceRef_RegisterRecord, &record, kFlagsProxiedRecord,
-      static_cast<std::uint32_t>(record_PTR->bridge_context_ptr->if_to), record_PTR->subtype_query_name, kDNSServiceType_PTR,
-      kDNSServiceClass_IN, static_cast<std::uint16_t>(rdata.size()), rdata.data(), 0, callback_ServiceRegisterRecord, label);
+      static_cast<std::uint32_t>(record_PTR->bridge_context_ptr->if_to), record_PTR->subtype_query_name,
+      kDNSServiceType_PTR, kDNSServiceClass_IN, static_cast<std::uint16_t>(rdata.size()), rdata.data(), 0,
+      callback_ServiceRegisterRecord, label);
   if (error != kDNSServiceErr_NoError) {
     record_label_retire(label);
     end_subtype_query(service_context, sdRef);
@@ -90,8 +92,8 @@ void process_queryrecord_PTR(const QueryReply& reply) {
   // The text alone does not decide: the labels "a" and "b" give the same text as the one label "a.b".
   const bool same_name = std::string_view(target.text) == record_PTR->service_fullname;
   if (!same_name || service_context->subtype_query_context != record_PTR) {
-    log_message(LOG_DEBUG, "%s,%d,don't register PTR record because of different service name:%s vs %s", kThisFunction, __LINE__,
-                target.text, record_PTR->service_fullname);
+    log_message(LOG_DEBUG, "%s,%d,don't register PTR record because of different service name:%s vs %s", kThisFunction,
+                __LINE__, target.text, record_PTR->service_fullname);
     return;
   }
   register_subtype_record(service_context, record_PTR, bytes, reply.sdRef);

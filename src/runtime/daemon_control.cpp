@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// From a program to a daemon, in reading order: daemonize and its steps. Signals and the PID file have files of their own.
+// From a program to a daemon, in reading order: daemonize and its steps. Signals and the PID file have files of their
+// own.
 #include "runtime/daemon_control.h"
 
 #include <fcntl.h>
@@ -22,9 +23,10 @@ constexpr pid_t kInit = 1;
 
 // Ends the parent. Its trace shows the parent's own parent where one expects the child; log readers know it so.
 [[noreturn]] void end_parent(pid_t parent_of_parent) {
-  log_message(LOG_DEBUG,
-              "daemonize(): fork() returned PID: %d, child process created ok, so exit parent process (getpid() = %d)...",
-              parent_of_parent, getpid());
+  log_message(
+      LOG_DEBUG,
+      "daemonize(): fork() returned PID: %d, child process created ok, so exit parent process (getpid() = %d)...",
+      parent_of_parent, getpid());
   std::exit(0);
 }
 
@@ -32,7 +34,8 @@ void go_on_in_child(pid_t parent) {
   gDaemonPID = fork();
   if (gDaemonPID < 0) {
     fatal_error(MYSTATUS__SYSTEM_ERROR, LOG_WARNING,
-                "ERROR 9991301141911: fork(): returned PID = %d, could not start the child process, exiting.", gDaemonPID);
+                "ERROR 9991301141911: fork(): returned PID = %d, could not start the child process, exiting.",
+                gDaemonPID);
   }
   if (gDaemonPID > 0) {
     end_parent(parent);
@@ -44,8 +47,8 @@ void start_session() {
   gSID = setsid();
   log_message(LOG_DEBUG, "daemonize(): get new process group: gSID = setsid() = %d ...", gSID);
   if (gSID < 0) {
-    fatal_error(MYSTATUS__SYSTEM_ERROR, LOG_WARNING, "ERROR 99901141905: setsid(): returned %d, this is unhandled, exiting.",
-                gSID);
+    fatal_error(MYSTATUS__SYSTEM_ERROR, LOG_WARNING,
+                "ERROR 99901141905: setsid(): returned %d, this is unhandled, exiting.", gSID);
   }
 }
 
@@ -79,7 +82,8 @@ void daemonize(const char* aRundir, const char* aPIDfile) {
     log_message(LOG_DEBUG, "daemonize(): getppid() returned %d, so already a child process.", parent);
     return;
   }
-  log_message(LOG_DEBUG, "daemonize(): getppid() returned %d, so NOT already a child process, fork()'ing now...", parent);
+  log_message(LOG_DEBUG, "daemonize(): getppid() returned %d, so NOT already a child process, fork()'ing now...",
+              parent);
   block_job_control_signals();
   hold_handled_signals();
   install_signal_handler();

@@ -32,8 +32,8 @@ void put_number(Output& output, const char* format) {
   output.put(text);
 }
 
-// Shows one conversion. No argument stands behind it: a number is always the same one, whatever its length, and everything
-// else, pointers and conversions that printf does not know among them, is the same text.
+// Shows one conversion. No argument stands behind it: a number is always the same one, whatever its length, and
+// everything else, pointers and conversions that printf does not know among them, is the same text.
 void put_conversion(Output& output, char conversion) {
   switch (conversion) {
     case 'd':

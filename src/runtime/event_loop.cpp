@@ -52,8 +52,8 @@ DNSServiceErrorType serve_one(const Sockets& sockets, const fd_set& readable) {
   return kDNSServiceErr_NoError;
 }
 
-// Waits with the held signals let through. pselect returns without delivering a signal when a socket is readable already, so
-// that under load a signal might wait for ever; hence they are delivered before it.
+// Waits with the held signals let through. pselect returns without delivering a signal when a socket is readable
+// already, so that under load a signal might wait for ever; hence they are delivered before it.
 int wait_for(int count, fd_set* watched) {
   deliver_held_signals();
   const timespec timeout = {gSelectTimeout, 0};
@@ -81,8 +81,8 @@ void on_failed_wait(int result, int error) {
   }
 }
 
-// One more than the highest descriptor that is watched. One that no set has room for must not count: the kernel would read and
-// write as much of the set as the count says, past its end.
+// One more than the highest descriptor that is watched. One that no set has room for must not count: the kernel would
+// read and write as much of the set as the count says, past its end.
 int count_for(const Sockets& sockets) {
   int count = 0;
   for (int socket : {sockets.shared, sockets.register_record}) {
@@ -121,8 +121,8 @@ void HandleEvents(int max_loops) {
     if (max_loops != 0 && counter == static_cast<unsigned>(max_loops)) {  // 0 is no bound, also when the counter wraps
       return;
     }
-    log_message(LOG_DEBUG, "HandleEvents(): LOOP: while (!stopNow): loop #%d  (max_loops = %d)...\n", static_cast<int>(counter),
-                max_loops);
+    log_message(LOG_DEBUG, "HandleEvents(): LOOP: while (!stopNow): loop #%d  (max_loops = %d)...\n",
+                static_cast<int>(counter), max_loops);
     wait_and_serve(sockets);
   }
 }

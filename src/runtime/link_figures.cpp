@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Only our own DNS-SD library counts what passes over its links. Under another one the function is missing, which a weak symbol
-// tells, and the state file says nothing of links.
+// Only our own DNS-SD library counts what passes over its links. Under another one the function is missing, which a
+// weak symbol tells, and the state file says nothing of links.
 #include <dns_sd_figures.h>
 
 #include <algorithm>

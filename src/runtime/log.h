@@ -19,9 +19,9 @@ extern int gLogLevel;             // verbosity in debug mode
 extern std::FILE* gDebugStream;   // never null once main has begun
 extern const char* gProgramName;  // argv[0] after its last '/'
 
-// Logs one message: in normal mode through syslog; in debug mode to gDebugStream as "mdnsproxy.c:LINE:message\n", flushed,
-// when gLogLevel is above the priority's threshold (LOG_ERR 1, LOG_WARNING 2, everything else 4). Never ends the process.
-// It is a macro because the line is the caller's.
+// Logs one message: in normal mode through syslog; in debug mode to gDebugStream as "mdnsproxy.c:LINE:message\n",
+// flushed, when gLogLevel is above the priority's threshold (LOG_ERR 1, LOG_WARNING 2, everything else 4). Never ends
+// the process. It is a macro because the line is the caller's.
 #define log_message(priority, ...) log_message_at(__LINE__, (priority), __VA_ARGS__)
 
 void log_message_at(int line, int priority, const char* format, ...) __attribute__((format(printf, 3, 4)));

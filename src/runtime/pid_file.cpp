@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The PID file: made at start-up, removed on the way out. Nothing holds a lock on it; one instance a device rests on O_EXCL and on
-// killing the process that an existing file names.
+// The PID file: made at start-up, removed on the way out. Nothing holds a lock on it; one instance a device rests on
+// O_EXCL and on killing the process that an existing file names.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,8 +25,9 @@ constexpr mode_t kPidFileMode = S_IRUSR | S_IWUSR;
 // The longest int, a newline and the zero take 13.
 constexpr std::size_t kPidTextSize = 16;
 
-// Reads one number as fscanf's "%d" does, leading blanks and what follows the number included, but for one that no int holds: that
-// is no number, where "%d" would make another one of it, -1 among them. A number that no long long holds is read as the nearest.
+// Reads one number as fscanf's "%d" does, leading blanks and what follows the number included, but for one that no int
+// holds: that is no number, where "%d" would make another one of it, -1 among them. A number that no long long holds is
+// read as the nearest.
 bool read_pid(std::FILE* stream, int* pid) {
   long long number = 0;
   if (std::fscanf(stream, "%lld", &number) != 1 || number < INT_MIN || number > INT_MAX) {
@@ -39,14 +40,16 @@ bool read_pid(std::FILE* stream, int* pid) {
 void kill_previous_instance(std::FILE* stream, const char* aPIDfilename) {
   int previous_pid = 0;
   if (read_pid(stream, &previous_pid)) {
-    log_message(LOG_DEBUG, "create_PID_file(): successfully read previous PID = %d, trying to kill now...", previous_pid);
+    log_message(LOG_DEBUG, "create_PID_file(): successfully read previous PID = %d, trying to kill now...",
+                previous_pid);
     handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
-                 "WARNING 301803: Found existing PID file %s with PID - %d, calling kill(%d).", aPIDfilename, previous_pid,
-                 previous_pid);
+                 "WARNING 301803: Found existing PID file %s with PID - %d, calling kill(%d).", aPIDfilename,
+                 previous_pid, previous_pid);
     kill(previous_pid, SIGKILL);
     return;
   }
-  log_message(LOG_DEBUG, "create_PID_file(): could successfully read previous PID = %d, trying to kill now...", previous_pid);
+  log_message(LOG_DEBUG, "create_PID_file(): could successfully read previous PID = %d, trying to kill now...",
+              previous_pid);
   handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
                "WARNING 301804: Found existing PID file %s, but could not read PID from it, ignoring.", aPIDfilename);
 }
@@ -71,14 +74,16 @@ void open_PID_file(const char* aPIDfilename) {
   if (gConfigPIDFilehandle != -1) {
     return;
   }
-  log_message(LOG_DEBUG,
-              "create_PID_file(): attempting to create PID file: %s: ( gConfigPIDFilehandle == -1 ) -- so couldn't open file "
-              "with O_WRONLY|O_CREAT|O_EXCL, so checking if the file already exists...",
-              gSettings.pid_file);
+  log_message(
+      LOG_DEBUG,
+      "create_PID_file(): attempting to create PID file: %s: ( gConfigPIDFilehandle == -1 ) -- so couldn't open file "
+      "with O_WRONLY|O_CREAT|O_EXCL, so checking if the file already exists...",
+      gSettings.pid_file);
   take_over_from_previous_instance(aPIDfilename);
   gConfigPIDFilehandle = open_letting_signals_through(aPIDfilename, O_WRONLY | O_CREAT | O_TRUNC, kPidFileMode);
   if (gConfigPIDFilehandle == -1) {
-    fatal_error(MYSTATUS__FILE_ERROR, LOG_WARNING, "ERROR 301901: PID lock file could not be open for writing, exiting.");
+    fatal_error(MYSTATUS__FILE_ERROR, LOG_WARNING,
+                "ERROR 301901: PID lock file could not be open for writing, exiting.");
   }
 }
 
@@ -92,11 +97,13 @@ void write_PID_text(const char* text, const char* aPIDfilename) {
 void sync_and_close(const char* aPIDfilename) {
   if (fsync(gConfigPIDFilehandle) != 0) {
     handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
-                 "WARNING 301910: Could not fsync PID file: %s, ignoring error and continuing execution.", aPIDfilename);
+                 "WARNING 301910: Could not fsync PID file: %s, ignoring error and continuing execution.",
+                 aPIDfilename);
   }
   if (close(gConfigPIDFilehandle) != 0) {
     handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
-                 "ERROR 301911: Could not close status file: %s, ignoring error and continuing execution.", aPIDfilename);
+                 "ERROR 301911: Could not close status file: %s, ignoring error and continuing execution.",
+                 aPIDfilename);
   }
 }
 
@@ -115,7 +122,8 @@ void create_PID_file(const char* aPIDfilename) {
 void close_and_delete_PID_file(const char* aPIDfilename) {
   log_message(LOG_DEBUG, "close_and_delete_PID_file(): aPIDfilename = %s ...", aPIDfilename);
   if (unlink(aPIDfilename) != 0) {
-    syslog(LOG_CRIT, "ERROR 301903: Could not unlink (delete) PID lock file %s, (did you run sudo or as root?), exiting",
+    syslog(LOG_CRIT,
+           "ERROR 301903: Could not unlink (delete) PID lock file %s, (did you run sudo or as root?), exiting",
            aPIDfilename);
   }
   log_message(LOG_DEBUG, "close_and_delete_PID_file(): %s unlocked and remove()'d.", aPIDfilename);

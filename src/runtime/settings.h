@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Fixed paths, names and limits of the program, in one record, so that a unit test can point them elsewhere. The program
-// itself takes none of them from outside.
+// Fixed paths, names and limits of the program, in one record, so that a unit test can point them elsewhere. The
+// program itself takes none of them from outside.
 #pragma once
 
 #include <cstdint>

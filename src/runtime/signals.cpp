@@ -3,8 +3,8 @@
 // 1. It arrives while the daemon works: the kernel keeps it pending.
 // 2. The daemon comes to a wait (pselect, a pause, the open of what may be a FIFO) and lets it through: signal_handler
 //    runs, and nothing else is under way.
-// 3. signal_handler holds all of them again first, so that a second one cannot nest into its exit path. One that the kernel
-//    had started to deliver together with the first runs its handler before or after, never within.
+// 3. signal_handler holds all of them again first, so that a second one cannot nest into its exit path. One that the
+//    kernel had started to deliver together with the first runs its handler before or after, never within.
 #include "runtime/signals.h"
 
 #include <fcntl.h>
@@ -114,7 +114,8 @@ void signal_handler(int aSignal) {
   log_message(LOG_DEBUG, "signal_handler(): aSignal = %d ...", aSignal);
   switch (aSignal) {
     case SIGHUP:
-      fatal_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGHUP signal (%d) -- currently unhandled, exiting.", aSignal);
+      fatal_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGHUP signal (%d) -- currently unhandled, exiting.",
+                  aSignal);
     case SIGINT:
       fatal_error(MYSTATUS__TERMINATED, LOG_WARNING, "Received SIGINT signal (%d), exiting.", aSignal);
     case SIGQUIT:
@@ -135,8 +136,8 @@ void signal_handler(int aSignal) {
                    "Received SIGPOLL signal (%d), unhandled, ignoring and continuing execution as normal.", aSignal);
       break;
     default:
-      handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING, "WARNING 9991001151036: Received Unhandled signal (%d), ignoring.",
-                   aSignal);
+      handle_error(MYSTATUS__RUNNING__OK, LOG_WARNING,
+                   "WARNING 9991001151036: Received Unhandled signal (%d), ignoring.", aSignal);
       break;
   }
   errno = error;

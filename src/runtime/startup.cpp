@@ -42,9 +42,10 @@ bool create_semaphore(sem_t* semaphore) { return sem_init(semaphore, 0, 1) != -1
 void create_semaphores() {
   if (!create_semaphore(&gIfNameToIndexSemaphore) || !create_semaphore(&gServiceTypeToIdSemaphore) ||
       !create_semaphore(&gRulesSemaphore) || !create_semaphore(&gStatusFileSemaphore)) {
-    fatal_error(MYSTATUS__SYSTEM_ERROR, LOG_WARNING,
-                "ERROR 99913011401: sem_init returned -1, are POSIX semaphores available on this system?  Unrecoverable error, "
-                "exiting.");
+    fatal_error(
+        MYSTATUS__SYSTEM_ERROR, LOG_WARNING,
+        "ERROR 99913011401: sem_init returned -1, are POSIX semaphores available on this system?  Unrecoverable error, "
+        "exiting.");
   }
   gStatusFileSemaphoreCreated = true;
 }
@@ -55,18 +56,20 @@ void test_first_trywait() {
     if (gDBG != 0) {
       log_message(LOG_DEBUG, "main_init(): sem_trywait() FAIL, exiting.");
     }
-    fatal_error(MYSTATUS__SYSTEM_ERROR, LOG_WARNING,
-                "ERROR 99913011403: sem_trywait() FAILED, are POSIX semaphores available on this system?  Unrecoverable error, "
-                "exiting.");
+    fatal_error(
+        MYSTATUS__SYSTEM_ERROR, LOG_WARNING,
+        "ERROR 99913011403: sem_trywait() FAILED, are POSIX semaphores available on this system?  Unrecoverable error, "
+        "exiting.");
   }
   log_message(LOG_DEBUG, "main_init(): sem_trywait() works...  testing if sem_trywait() fails now...  ");
 }
 
 void test_second_trywait() {
   if (sem_trywait(&gIfNameToIndexSemaphore) == 0) {
-    fatal_error(MYSTATUS__SYSTEM_ERROR, LOG_WARNING,
-                "ERROR 99913011402: sem_trywait() FAILED to error on second attempt to lock, are POSIX semaphores available on "
-                "this system?  Unrecoverable error, exiting.");
+    fatal_error(
+        MYSTATUS__SYSTEM_ERROR, LOG_WARNING,
+        "ERROR 99913011402: sem_trywait() FAILED to error on second attempt to lock, are POSIX semaphores available on "
+        "this system?  Unrecoverable error, exiting.");
   }
   log_message(LOG_DEBUG, "main_init(): sem_trywait() failed second time (correctly)...  ");
 }
@@ -85,15 +88,17 @@ void test_wait_and_post() {
 void connect_to_responder() {
   const DNSServiceErrorType shared = DNSServiceCreateConnection(&gDNSServiceRef_Shared);
   if (shared != kDNSServiceErr_NoError) {
-    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
-                "ERROR 1301181516: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: %ld, CRITICAL ERROR, exiting.",
-                static_cast<long>(shared));
+    fatal_error(
+        MYSTATUS__DNSSD_ERROR, LOG_WARNING,
+        "ERROR 1301181516: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: %ld, CRITICAL ERROR, exiting.",
+        static_cast<long>(shared));
   }
   const DNSServiceErrorType register_record = DNSServiceCreateConnection(&gDNSServiceRef_RegisterRecord);
   if (register_record != kDNSServiceErr_NoError) {
-    fatal_error(MYSTATUS__DNSSD_ERROR, LOG_WARNING,
-                "ERROR 1301301624: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: %ld, CRITICAL ERROR, exiting.",
-                static_cast<long>(shared));
+    fatal_error(
+        MYSTATUS__DNSSD_ERROR, LOG_WARNING,
+        "ERROR 1301301624: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: %ld, CRITICAL ERROR, exiting.",
+        static_cast<long>(shared));
   }
 }
 

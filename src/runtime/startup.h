@@ -5,18 +5,19 @@
 #include <dns_sd.h>
 #include <semaphore.h>
 
-// Configuration-store log switch, semaphores and their self-test, daemonizing, status 1, the two DNS-SD connections. Returns in
-// the daemon child. May end the process (30, 600, 999).
+// Configuration-store log switch, semaphores and their self-test, daemonizing, status 1, the two DNS-SD connections.
+// Returns in the daemon child. May end the process (30, 600, 999).
 void main_init();
 
 // One getopt call; stores optind through `index` and returns the option character (or what getopt returns).
 int getfirstoption(int argc, char** argv, const char* optstring, int* index);
 
-// Serves DNS-SD replies until stopNow is set or the pass counter reaches max_loops (0: no bound). Every reply callback of the
-// proxy runs inside it.
+// Serves DNS-SD replies until stopNow is set or the pass counter reaches max_loops (0: no bound). Every reply callback
+// of the proxy runs inside it.
 void HandleEvents(int max_loops);
 
-// Writes what the DNS-SD library has counted on its links into the state file, if the library counts and there is a file.
+// Writes what the DNS-SD library has counted on its links into the state file, if the library counts and there is a
+// file.
 void report_link_figures();
 
 // Called when a wait of the event loop times out.

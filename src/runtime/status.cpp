@@ -24,7 +24,8 @@ bool gStatusFileSemaphoreCreated = false;
 
 namespace {
 
-// The longest message format of the program is a fifth of this; what is shown of it without its values is hardly longer.
+// The longest message format of the program is a fifth of this; what is shown of it without its values is hardly
+// longer.
 constexpr std::size_t kDetachedMessageSize = 1024;
 
 void release_connection(DNSServiceRef connection) {
@@ -34,8 +35,8 @@ void release_connection(DNSServiceRef connection) {
 }
 
 void log_clean_exit(int status) {
-  log_message(LOG_DEBUG, "%s (version %s) EXITING CLEAN with status = %d from verbose debug logging mode.", gProgramName,
-              gSettings.version, status);
+  log_message(LOG_DEBUG, "%s (version %s) EXITING CLEAN with status = %d from verbose debug logging mode.",
+              gProgramName, gSettings.version, status);
 }
 
 // As fopen's "w" opens a file; the process's mask narrows the mode.
@@ -81,7 +82,8 @@ bool open_status_file(int status) {
   return true;
 }
 
-// A write to the stream only shows its error (a full disk, say) once the bytes are on their way, so each is sent off at once.
+// A write to the stream only shows its error (a full disk, say) once the bytes are on their way, so each is sent off at
+// once.
 void end_unless_written(int result) {
   if (result < 0 || std::fflush(gMyStatusFilehandle) != 0) {
     log_message(LOG_ERR, "ERROR 30130117011911: Could not write to status file %s, exiting", gSettings.status_file);
@@ -107,8 +109,8 @@ void unlock_status_file() {
 void report(int status, int syslog_level, const char* format, va_list args) __attribute__((format(printf, 3, 0)));
 
 void report(int status, int syslog_level, const char* format, va_list args) {
-  log_message(LOG_DEBUG, "handle_error(): aMyStatusCode = %d, aSyslogLevel = %d, (aFormat and va_list omitted) ...", status,
-              syslog_level);
+  log_message(LOG_DEBUG, "handle_error(): aMyStatusCode = %d, aSyslogLevel = %d, (aFormat and va_list omitted) ...",
+              status, syslog_level);
   vsyslog(syslog_level, format, args);
 }
 
@@ -129,7 +131,8 @@ void handle_error(int aMyStatusCode, int aSyslogLevel, const char* aFormat, ...)
   if (aMyStatusCode != MYSTATUS__RUNNING__OK) {
     end_after_report(aMyStatusCode, aFormat);
   }
-  log_message(LOG_DEBUG, "handle_error(): aMyStatusCode = %d == MYSTATUS__RUNNING__OK, continuing execution...", aMyStatusCode);
+  log_message(LOG_DEBUG, "handle_error(): aMyStatusCode = %d == MYSTATUS__RUNNING__OK, continuing execution...",
+              aMyStatusCode);
 }
 
 void fatal_error(int aMyStatusCode, int aSyslogLevel, const char* aFormat, ...) {

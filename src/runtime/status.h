@@ -7,7 +7,8 @@
 #include <cstdarg>
 #include <cstdio>
 
-// One signed int is both the daemon's state in the status file and its exit status (of which the kernel keeps eight bits).
+// One signed int is both the daemon's state in the status file and its exit status (of which the kernel keeps eight
+// bits).
 enum MyStatus : int {
   MYSTATUS__RUNNING__OK = 0,  // running; a warning that continues
   MYSTATUS__STARTING_UP = 1,
@@ -37,22 +38,24 @@ void handle_error(int aMyStatusCode, int aSyslogLevel, const char* aFormat, ...)
 [[noreturn]] void exit_clean(int status, const char* format, ...) __attribute__((format(printf, 2, 3)));
 [[noreturn]] void vexit_clean(int status, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 
-// Releases both DNS-SD connections that exist, closes syslog, removes the PID file, exits. The status file stays as it is.
+// Releases both DNS-SD connections that exist, closes syslog, removes the PID file, exits. The status file stays as it
+// is.
 [[noreturn]] void exit_clean_no_update_status_file(int status);
 
-// Rewrites the status file: "%d\n" of the status, the formatted message, "\n". A file that cannot be opened or written ends
-// the process with status 30 and without a status file. Where a FIFO stands in its place, the update waits until
+// Rewrites the status file: "%d\n" of the status, the formatted message, "\n". A file that cannot be opened or written
+// ends the process with status 30 and without a status file. Where a FIFO stands in its place, the update waits until
 // somebody reads it, with the held signals let through (may end the process with 10); the update of an end by signal
 // does not wait and is left out.
 void update_status_file(int status, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 void vupdate_status_file(int status, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-// Renders `format` into buffer[size] without any of the caller's arguments: an integer conversion shows kDetachedNumber, a text
-// conversion kDetachedText. No argument is read, so every format is safe. Returns the length that the whole text has, as
-// snprintf does.
+// Renders `format` into buffer[size] without any of the caller's arguments: an integer conversion shows
+// kDetachedNumber, a text conversion kDetachedText. No argument is read, so every format is safe. Returns the length
+// that the whole text has, as snprintf does.
 int detached_message(char* buffer, std::size_t size, const char* format);
 
-// The largest int: no signal, status, size, process id or DNS-SD error of this program has it, so it shows no caller's value.
+// The largest int: no signal, status, size, process id or DNS-SD error of this program has it, so it shows no caller's
+// value.
 inline constexpr int kDetachedNumber = 2147483647;
 inline constexpr const char* kDetachedText = "(list)";
 

@@ -91,7 +91,8 @@ void fill_global(StateGlobal& global, const StateIdentity& identity) {
 
 // Prepares the new file: mode, size, lock, mapping and first contents. Null when one of these fails.
 StateImage* prepare_image(int file, const StateIdentity& identity) {
-  const bool ready = fchmod(file, kReadableForAll) == 0 && posix_fallocate(file, 0, sizeof(StateImage)) == 0 && lock(file);
+  const bool ready =
+      fchmod(file, kReadableForAll) == 0 && posix_fallocate(file, 0, sizeof(StateImage)) == 0 && lock(file);
   StateImage* const image = ready ? map(file) : nullptr;
   if (image != nullptr) {
     fill_head(image->head);

@@ -265,7 +265,8 @@ void state_instance_resolved(const void* rule, const char* name, const char* hos
 
 void state_instance_link_local(const void* rule, const char* name, const std::uint8_t* address, std::size_t size) {
   const std::uint32_t slot = find_instance_slot(rule, name);
-  if (slot == kNone || (has_stored_address(instance_at(slot)) && instance_at(slot).reason != StateReason::link_local_only)) {
+  if (slot == kNone ||
+      (has_stored_address(instance_at(slot)) && instance_at(slot).reason != StateReason::link_local_only)) {
     return;
   }
   {
@@ -278,7 +279,8 @@ void state_instance_link_local(const void* rule, const char* name, const std::ui
   state_count(StateCounter::link_local_only);
 }
 
-void state_instance_addresses(const void* rule, const char* name, const std::uint8_t* address4, const std::uint8_t* address6) {
+void state_instance_addresses(const void* rule, const char* name, const std::uint8_t* address4,
+                              const std::uint8_t* address6) {
   const std::uint32_t slot = find_instance_slot(rule, name);
   if (slot == kNone) {
     return;
@@ -317,7 +319,8 @@ void state_instance_registering(const void* rule, const char* name, const void* 
   }
 }
 
-void state_instance_registered(const void* rule, const void* registration, const char* name_there, StateReason refused) {
+void state_instance_registered(const void* rule, const void* registration, const char* name_there,
+                               StateReason refused) {
   const std::uint32_t slot = find_registered(rule, registration, name_there);
   if (slot == kNone) {
     return;

@@ -8,8 +8,8 @@
 //
 // Numbers have the byte order of the machine. Fields lie where they do on every machine (each at a multiple of its own
 // size), so that a 32-bit reader understands a 64-bit writer. A later minor version may append fields to a record; a
-// reader goes by the sizes in the head, and takes what it knows. Version 1.1 has added the links. Another major version is another
-// layout.
+// reader goes by the sizes in the head, and takes what it knows. Version 1.1 has added the links. Another major version
+// is another layout.
 //
 // What must never be in the file: TXT data, addresses and questions of clients, and anything that no rule names.
 #pragma once
@@ -31,7 +31,8 @@ inline constexpr std::uint32_t kStateLinks = 128;  // further ones are left out
 inline constexpr std::uint32_t kStateSiblings = 4;
 inline constexpr std::uint32_t kStateLiveInstances = 2001;  // of the slots, those that refused instances never take
 inline constexpr std::size_t kStateNameSize = 64;           // a label and its zero (RFC 1035 section 2.3.4)
-inline constexpr std::size_t kStateHostSize = 128;          // a host name in presentation format, cut to fit, and its zero
+inline constexpr std::size_t kStateHostSize = 128;          // a host name in presentation format, cut to fit, and its
+                                                            // zero
 inline constexpr std::size_t kStateInterfaceSize = 16;      // IFNAMSIZ
 inline constexpr std::size_t kStateTypeSize = 128;          // a service type with a subtype, cut to fit, and its zero
 

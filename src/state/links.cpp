@@ -11,8 +11,8 @@ void state_link(std::uint32_t index, const StateLinkFigures& figures) {
   if (gStateImage == nullptr) {
     return;
   }
-  StateLink* const slot =
-      std::ranges::find_if(gStateImage->links, [index](const StateLink& each) { return each.index == index || each.index == 0; });
+  StateLink* const slot = std::ranges::find_if(
+      gStateImage->links, [index](const StateLink& each) { return each.index == index || each.index == 0; });
   if (slot != std::end(gStateImage->links)) {
     const RecordWriting writing(*slot);
     slot->index = index;

@@ -8,8 +8,8 @@
 // record half-written. Needs: nothing of the daemon; rules and registrations are identified by addresses of the
 // caller's data.
 //
-// Read in this order: layout.h, this header, file.cpp, rules.cpp, instances.cpp, links.cpp, and record.h for how a record is
-// written.
+// Read in this order: layout.h, this header, file.cpp, rules.cpp, instances.cpp, links.cpp, and record.h for how a
+// record is written.
 #pragma once
 
 #include <cstddef>
@@ -17,7 +17,7 @@
 
 #include "state/layout.h"
 
-// --- The file -----------------------------------------------------------------------------------------------------------------
+// --- The file --------------------------------------------------------------------------------------------------------
 
 // The daemon's own entries in the file. The texts are copied, cut to fit.
 struct StateIdentity {
@@ -37,15 +37,15 @@ void state_runs();
 // The process is about to end with this status.
 void state_ends(int status);
 
-// Around the wait of the event loop. The time of state_wakes is written once a second at most; it returns whether it was, which is
-// when the figures of the links are due.
+// Around the wait of the event loop. The time of state_wakes is written once a second at most; it returns whether it
+// was, which is when the figures of the links are due.
 void state_waits();
 bool state_wakes();
 
 // What has passed over an interface. Beyond kStateLinks of them nothing happens.
 void state_link(std::uint32_t index, const StateLinkFigures& figures);
 
-// --- Rules --------------------------------------------------------------------------------------------------------------------
+// --- Rules -----------------------------------------------------------------------------------------------------------
 
 // The rules that are installed from here on stand at this offset of the rules list's text, whose lines are counted by
 // the newlines before it.
@@ -55,7 +55,7 @@ void state_rule_stands_at(const char* text, std::size_t offset);
 void state_rule_installed(const void* rule, const char* type, const char* from, std::int32_t from_index, const char* to,
                           std::int32_t to_index);
 
-// --- Instances, each known by its rule and its name -----------------------------------------------------------------------------
+// --- Instances, each known by its rule and its name ------------------------------------------------------------------
 
 // A browse has reported the instance, and it is being resolved. If it was refused before, that ends.
 void state_instance_found(const void* rule, const char* name);
@@ -70,7 +70,8 @@ void state_instance_resolved(const void* rule, const char* name, const char* hos
 void state_instance_link_local(const void* rule, const char* name, const std::uint8_t* address, std::size_t size);
 
 // The addresses that are announced for it, 4 and 16 bytes; all zero: none of that family.
-void state_instance_addresses(const void* rule, const char* name, const std::uint8_t* address4, const std::uint8_t* address6);
+void state_instance_addresses(const void* rule, const char* name, const std::uint8_t* address4,
+                              const std::uint8_t* address6);
 
 // It is being registered on the other link. `registration` stands for that in the next function; null: the attempt was
 // refused.

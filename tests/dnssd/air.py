@@ -52,7 +52,8 @@ class Air(Ear):
         side = Side(link.far)
         super().__init__(side)
         addresses = link.near.sh("ip", "-o", "addr", "show", "dev", "eth0").stdout.split()
-        self.near = [address.split("/")[0] for kind, address in zip(addresses, addresses[1:]) if kind in ("inet", "inet6")]
+        self.near = [address.split("/")[0] for kind, address in zip(addresses, addresses[1:])
+                     if kind in ("inet", "inet6")]
         self._sockets = open_on(side)
 
     def say(self, *answers, over="both"):
@@ -88,8 +89,10 @@ class Air(Ear):
     def probes(self, name, since=0.0):
         """The near host's probes for a name, each once however many protocols there are: those over IPv4."""
         return [packet for packet in self.sent_by(*self.near, since=since)
-                if packet.message and not packet.message.is_response and packet.message.authorities and ":" not in packet.source
-                and any(question.kind == dns.ANY and dns.same_name(question.name, name) for question in packet.message.questions)]
+                if packet.message and not packet.message.is_response and packet.message.authorities
+                and ":" not in packet.source
+                and any(question.kind == dns.ANY and dns.same_name(question.name, name)
+                        for question in packet.message.questions)]
 
     def said(self, name, kind, since=0.0, **narrow):
         """The near host's answers of that name and type, those over IPv4."""

@@ -52,7 +52,8 @@ class Link:
         return self.airs[-1]
 
     def wipe(self):
-        """Ends the drivers, so that the next test finds a link on which nothing is published. No sanitizer may have complained."""
+        """Ends the drivers, so that the next test finds a link on which nothing is published. No sanitizer may have
+        complained."""
         for driver in self.drivers:
             driver.kill()
         for process in self.processes:

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// dns_sd_driver: a client of dns_sd.h that does what its standard input says, one command a line, and prints every result
-// and every reply, one a line. The tests run it in network namespaces and talk to it (driver.py).
+// dns_sd_driver: a client of dns_sd.h that does what its standard input says, one command a line, and prints every
+// result and every reply, one a line. The tests run it in network namespaces and talk to it (driver.py).
 //
-// Fields are separated by tabs; text and bytes are given in hexadecimal, "-" is a null pointer. Each command is answered by
-// "done <error> ...", each reply printed as "reply <name> ...".
+// Fields are separated by tabs; text and bytes are given in hexadecimal, "-" is a null pointer. Each command is
+// answered by "done <error> ...", each reply printed as "reply <name> ...".
 #include <dns_sd.h>
 #include <poll.h>
 #include <sys/select.h>
@@ -91,7 +91,8 @@ void replied(void* context, const std::string& rest) {
 }
 
 std::string head(const char* kind, DNSServiceFlags flags, std::uint32_t interface_index, DNSServiceErrorType error) {
-  return std::string(kind) + "\t" + std::to_string(flags) + "\t" + std::to_string(interface_index) + "\t" + std::to_string(error);
+  return std::string(kind) + "\t" + std::to_string(flags) + "\t" + std::to_string(interface_index) + "\t" +
+         std::to_string(error);
 }
 
 void on_browse(DNSServiceRef, DNSServiceFlags flags, std::uint32_t index, DNSServiceErrorType error, const char* name,
@@ -99,16 +100,17 @@ void on_browse(DNSServiceRef, DNSServiceFlags flags, std::uint32_t index, DNSSer
   replied(context, head("browse", flags, index, error) + "\t" + hex(name) + "\t" + hex(type) + "\t" + hex(domain));
 }
 
-void on_resolve(DNSServiceRef, DNSServiceFlags flags, std::uint32_t index, DNSServiceErrorType error, const char* fullname,
-                const char* host, std::uint16_t port, std::uint16_t txt_length, const unsigned char* txt, void* context) {
+void on_resolve(DNSServiceRef, DNSServiceFlags flags, std::uint32_t index, DNSServiceErrorType error,
+                const char* fullname, const char* host, std::uint16_t port, std::uint16_t txt_length,
+                const unsigned char* txt, void* context) {
   const unsigned char* bytes = reinterpret_cast<const unsigned char*>(&port);
   replied(context, head("resolve", flags, index, error) + "\t" + hex(fullname) + "\t" + hex(host) + "\t" +
                        std::to_string(bytes[0] * 256 + bytes[1]) + "\t" + hex(txt, txt_length));
 }
 
-void on_query(DNSServiceRef, DNSServiceFlags flags, std::uint32_t index, DNSServiceErrorType error, const char* fullname,
-              std::uint16_t rrtype, std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata, std::uint32_t ttl,
-              void* context) {
+void on_query(DNSServiceRef, DNSServiceFlags flags, std::uint32_t index, DNSServiceErrorType error,
+              const char* fullname, std::uint16_t rrtype, std::uint16_t rrclass, std::uint16_t rdlen, const void* rdata,
+              std::uint32_t ttl, void* context) {
   replied(context, head("query", flags, index, error) + "\t" + hex(fullname) + "\t" + std::to_string(rrtype) + "\t" +
                        std::to_string(rrclass) + "\t" + hex(rdata, rdlen) + "\t" + std::to_string(ttl));
 }
@@ -142,23 +144,24 @@ void do_connect(const Fields& f) {
 
 void do_browse(const Fields& f) {  // name connection flags interface type domain
   DNSServiceRef ref = start_ref(f[2]);
-  const DNSServiceErrorType error = DNSServiceBrowse(&ref, number(f[3]), number(f[4]), Text(f[5]).get(), Text(f[6]).get(),
-                                                     on_browse, const_cast<char*>(context_of(f[1])));
+  const DNSServiceErrorType error = DNSServiceBrowse(&ref, number(f[3]), number(f[4]), Text(f[5]).get(),
+                                                     Text(f[6]).get(), on_browse, const_cast<char*>(context_of(f[1])));
   started(f[1], ref, error);
 }
 
 void do_resolve(const Fields& f) {  // name connection flags interface instance type domain
   DNSServiceRef ref = start_ref(f[2]);
-  const DNSServiceErrorType error = DNSServiceResolve(&ref, number(f[3]), number(f[4]), Text(f[5]).get(), Text(f[6]).get(),
-                                                      Text(f[7]).get(), on_resolve, const_cast<char*>(context_of(f[1])));
+  const DNSServiceErrorType error =
+      DNSServiceResolve(&ref, number(f[3]), number(f[4]), Text(f[5]).get(), Text(f[6]).get(), Text(f[7]).get(),
+                        on_resolve, const_cast<char*>(context_of(f[1])));
   started(f[1], ref, error);
 }
 
 void do_query(const Fields& f) {  // name connection flags interface fullname rrtype
   DNSServiceRef ref = start_ref(f[2]);
-  const DNSServiceErrorType error =
-      DNSServiceQueryRecord(&ref, number(f[3]), number(f[4]), Text(f[5]).get(), static_cast<std::uint16_t>(number(f[6])),
-                            kDNSServiceClass_IN, on_query, const_cast<char*>(context_of(f[1])));
+  const DNSServiceErrorType error = DNSServiceQueryRecord(&ref, number(f[3]), number(f[4]), Text(f[5]).get(),
+                                                          static_cast<std::uint16_t>(number(f[6])), kDNSServiceClass_IN,
+                                                          on_query, const_cast<char*>(context_of(f[1])));
   started(f[1], ref, error);
 }
 
@@ -192,8 +195,9 @@ void do_record(const Fields& f) {  // name connection flags interface fullname r
 void do_update(const Fields& f) {  // name rdata ttl; the name of a record, or of a registration for its TXT record
   const Text rdata(f[2]);
   const bool is_record = gRecords.count(f[1]) != 0;
-  done(DNSServiceUpdateRecord(is_record ? gRefs[gConnectionOf[f[1]]] : gRefs[f[1]], is_record ? gRecords[f[1]] : nullptr, 0,
-                              static_cast<std::uint16_t>(rdata.value.size()), rdata.get(), number(f[3])));
+  done(DNSServiceUpdateRecord(is_record ? gRefs[gConnectionOf[f[1]]] : gRefs[f[1]],
+                              is_record ? gRecords[f[1]] : nullptr, 0, static_cast<std::uint16_t>(rdata.value.size()),
+                              rdata.get(), number(f[3])));
 }
 
 void do_remove(const Fields& f) { done(DNSServiceRemoveRecord(gRefs[gConnectionOf[f[1]]], gRecords[f[1]], 0)); }

@@ -14,9 +14,10 @@ constexpr std::uint32_t kNoSuchInterface = 0x7FFFFFFE;
 constexpr std::uint32_t kAnyInterface = kDNSServiceInterfaceIndexAny;
 constexpr std::uint32_t kLocalOnly = kDNSServiceInterfaceIndexLocalOnly;
 
-void on_browse(DNSServiceRef, DNSServiceFlags, uint32_t, DNSServiceErrorType, const char*, const char*, const char*, void*) {}
-void on_resolve(DNSServiceRef, DNSServiceFlags, uint32_t, DNSServiceErrorType, const char*, const char*, uint16_t, uint16_t,
-                const unsigned char*, void*) {}
+void on_browse(DNSServiceRef, DNSServiceFlags, uint32_t, DNSServiceErrorType, const char*, const char*, const char*,
+               void*) {}
+void on_resolve(DNSServiceRef, DNSServiceFlags, uint32_t, DNSServiceErrorType, const char*, const char*, uint16_t,
+                uint16_t, const unsigned char*, void*) {}
 void on_query(DNSServiceRef, DNSServiceFlags, uint32_t, DNSServiceErrorType, const char*, uint16_t, uint16_t, uint16_t,
               const void*, uint32_t, void*) {}
 void on_register(DNSServiceRef, DNSServiceFlags, DNSServiceErrorType, const char*, const char*, const char*, void*) {}
@@ -30,12 +31,13 @@ class Errors : public ::testing::Test {
   void SetUp() override { ASSERT_EQ(DNSServiceCreateConnection(&connection_), kDNSServiceErr_NoError); }
   void TearDown() override { DNSServiceRefDeallocate(connection_); }
 
-  DNSServiceErrorType Browse(const char* type, const char* domain, std::uint32_t index, DNSServiceBrowseReply callback) {
+  DNSServiceErrorType Browse(const char* type, const char* domain, std::uint32_t index,
+                             DNSServiceBrowseReply callback) {
     DNSServiceRef ref = connection_;
     return DNSServiceBrowse(&ref, kShare, index, type, domain, callback, nullptr);
   }
-  DNSServiceErrorType Register(DNSServiceFlags flags, const char* name, const char* type, const char* domain, const char* host,
-                               const std::string& txt, DNSServiceRegisterReply callback) {
+  DNSServiceErrorType Register(DNSServiceFlags flags, const char* name, const char* type, const char* domain,
+                               const char* host, const std::string& txt, DNSServiceRegisterReply callback) {
     DNSServiceRef ref = connection_;
     return DNSServiceRegister(&ref, kShare | flags, kNoSuchInterface, name, type, domain, host, 1,
                               static_cast<uint16_t>(txt.size()), txt.data(), callback, nullptr);
@@ -43,8 +45,8 @@ class Errors : public ::testing::Test {
   DNSServiceErrorType RegisterRecord(DNSServiceFlags flags, const char* name, std::uint16_t rrclass, const void* rdata,
                                      DNSServiceRegisterRecordReply callback) {
     DNSRecordRef record = nullptr;
-    return DNSServiceRegisterRecord(connection_, &record, flags, kNoSuchInterface, name, kDNSServiceType_A, rrclass, 4, rdata, 0,
-                                    callback, nullptr);
+    return DNSServiceRegisterRecord(connection_, &record, flags, kNoSuchInterface, name, kDNSServiceType_A, rrclass, 4,
+                                    rdata, 0, callback, nullptr);
   }
 
   DNSServiceRef connection_ = nullptr;
@@ -119,10 +121,12 @@ TEST_F(Errors, NoAutoRenameNeedsANameThatFitsAndSomebodyToTell) {
   const std::string long_name(64, 'x');
   EXPECT_EQ(Register(kDNSServiceFlagsNoAutoRename, nullptr, "_ipp._tcp", nullptr, nullptr, "", on_register),
             kDNSServiceErr_BadFlags);
-  EXPECT_EQ(Register(kDNSServiceFlagsNoAutoRename, "n", "_ipp._tcp", nullptr, nullptr, "", nullptr), kDNSServiceErr_BadFlags);
+  EXPECT_EQ(Register(kDNSServiceFlagsNoAutoRename, "n", "_ipp._tcp", nullptr, nullptr, "", nullptr),
+            kDNSServiceErr_BadFlags);
   EXPECT_EQ(Register(kDNSServiceFlagsNoAutoRename, long_name.c_str(), "_ipp._tcp", nullptr, nullptr, "", on_register),
             kDNSServiceErr_BadParam);
-  EXPECT_EQ(Register(0, long_name.c_str(), "_ipp._tcp", nullptr, nullptr, "", on_register), kDNSServiceErr_BadInterfaceIndex);
+  EXPECT_EQ(Register(0, long_name.c_str(), "_ipp._tcp", nullptr, nullptr, "", on_register),
+            kDNSServiceErr_BadInterfaceIndex);
 }
 
 TEST_F(Errors, ARecordIsSharedOrUnique) {
@@ -134,7 +138,8 @@ TEST_F(Errors, ARecordIsSharedOrUnique) {
 
 TEST_F(Errors, PrivateFlagBitsAreIgnored) {
   EXPECT_EQ(RegisterRecord(0x08000010, "h.local", 1, "abcd", on_record), kDNSServiceErr_BadInterfaceIndex);
-  EXPECT_EQ(Register(0x80000010, "n", "_ipp._tcp", nullptr, nullptr, "", on_register), kDNSServiceErr_BadInterfaceIndex);
+  EXPECT_EQ(Register(0x80000010, "n", "_ipp._tcp", nullptr, nullptr, "", on_register),
+            kDNSServiceErr_BadInterfaceIndex);
 }
 
 TEST_F(Errors, RegisterRecordChecksItsArguments) {
@@ -145,7 +150,8 @@ TEST_F(Errors, RegisterRecordChecksItsArguments) {
 }
 
 TEST_F(Errors, AWildReferenceIsRecognised) {
-  for (const std::uintptr_t value : {std::uintptr_t{1}, std::uintptr_t{0xDEADBEE1}, reinterpret_cast<std::uintptr_t>(this)}) {
+  for (const std::uintptr_t value :
+       {std::uintptr_t{1}, std::uintptr_t{0xDEADBEE1}, reinterpret_cast<std::uintptr_t>(this)}) {
     EXPECT_EQ(DNSServiceRefSockFD(wild(value)), -1);
     EXPECT_EQ(DNSServiceProcessResult(wild(value)), kDNSServiceErr_BadReference);
     DNSServiceRefDeallocate(wild(value));
@@ -200,12 +206,13 @@ class FailedCall : public Errors {
     DNSServiceRef ref = was;
     for (const char* type : {"_ipp._tcp", "ipp"}) {
       for (const char* domain : {"local", "example.com"}) {
-        EXPECT_NE(DNSServiceBrowse(&ref, flags, kNoSuchInterface, type, domain, on_browse, nullptr), kDNSServiceErr_NoError);
+        EXPECT_NE(DNSServiceBrowse(&ref, flags, kNoSuchInterface, type, domain, on_browse, nullptr),
+                  kDNSServiceErr_NoError);
         EXPECT_NE(DNSServiceResolve(&ref, flags, kNoSuchInterface, "n", type, domain, on_resolve, nullptr),
                   kDNSServiceErr_NoError);
-        EXPECT_NE(
-            DNSServiceRegister(&ref, flags, kNoSuchInterface, "n", type, domain, nullptr, 1, 0, nullptr, on_register, nullptr),
-            kDNSServiceErr_NoError);
+        EXPECT_NE(DNSServiceRegister(&ref, flags, kNoSuchInterface, "n", type, domain, nullptr, 1, 0, nullptr,
+                                     on_register, nullptr),
+                  kDNSServiceErr_NoError);
         EXPECT_EQ(ref, was);
       }
     }
@@ -213,7 +220,8 @@ class FailedCall : public Errors {
       EXPECT_NE(DNSServiceQueryRecord(&ref, flags, kNoSuchInterface, "h.local", 1, rrclass, on_query, nullptr),
                 kDNSServiceErr_NoError);
     }
-    EXPECT_NE(DNSServiceBrowse(&ref, flags, kNoSuchInterface, "_ipp._tcp", nullptr, nullptr, nullptr), kDNSServiceErr_NoError);
+    EXPECT_NE(DNSServiceBrowse(&ref, flags, kNoSuchInterface, "_ipp._tcp", nullptr, nullptr, nullptr),
+              kDNSServiceErr_NoError);
     EXPECT_EQ(ref, was);
   }
 };
@@ -225,9 +233,10 @@ TEST_F(FailedCall, LeavesAReferenceThatIsNotYetOneAsItWas) { ExpectUntouched(wil
 TEST_F(FailedCall, LeavesTheRecordReferenceAsItWas) {
   const DNSRecordRef was = wild_record(0xBAD1);
   DNSRecordRef record = was;
-  const auto register_record = [&](DNSServiceRef connection, DNSServiceFlags flags, const char* name, std::uint16_t rrtype) {
-    return DNSServiceRegisterRecord(connection, &record, flags, kNoSuchInterface, name, rrtype, 1, 4, "abcd", 0, on_record,
-                                    nullptr);
+  const auto register_record = [&](DNSServiceRef connection, DNSServiceFlags flags, const char* name,
+                                   std::uint16_t rrtype) {
+    return DNSServiceRegisterRecord(connection, &record, flags, kNoSuchInterface, name, rrtype, 1, 4, "abcd", 0,
+                                    on_record, nullptr);
   };
   EXPECT_EQ(register_record(connection_, 0x10, "h.local", 1), kDNSServiceErr_BadInterfaceIndex);
   EXPECT_EQ(register_record(connection_, 0x30, "h.local", 1), kDNSServiceErr_BadFlags);
@@ -249,21 +258,24 @@ TEST_F(Errors, NamesAndLabelsAreHeldToTheirLength) {
     return DNSServiceQueryRecord(&ref, kShare, kNoSuchInterface, text.c_str(), 1, 1, on_query, nullptr);
   };
   const auto register_record = [&](const std::string& text) {
-    return DNSServiceRegisterRecord(connection_, &record, 0x10, kNoSuchInterface, text.c_str(), 1, 1, 4, "abcd", 0, on_record,
-                                    nullptr);
+    return DNSServiceRegisterRecord(connection_, &record, 0x10, kNoSuchInterface, text.c_str(), 1, 1, 4, "abcd", 0,
+                                    on_record, nullptr);
   };
   for (const std::string& good : {name, name + ".", label, std::string("\\.\\."), std::string("local")}) {
     EXPECT_EQ(query(good), kDNSServiceErr_BadInterfaceIndex) << good;
     EXPECT_EQ(register_record(good), kDNSServiceErr_BadInterfaceIndex) << good;
   }
-  for (const std::string& bad : {name + "y", name + ".z", long_label + ".local", std::string(5000, 'x'), std::string("..")}) {
+  for (const std::string& bad :
+       {name + "y", name + ".z", long_label + ".local", std::string(5000, 'x'), std::string("..")}) {
     EXPECT_EQ(query(bad), kDNSServiceErr_BadParam) << bad;
     EXPECT_EQ(register_record(bad), kDNSServiceErr_BadParam) << bad;
   }
   EXPECT_EQ(Browse(("_" + label + "._tcp").c_str(), nullptr, kNoSuchInterface, on_browse), kDNSServiceErr_BadParam);
   EXPECT_EQ(Browse(("_ipp._tcp," + long_label).c_str(), nullptr, kNoSuchInterface, on_browse), kDNSServiceErr_BadParam);
-  EXPECT_EQ(Register(0, "n", "_ipp._tcp", nullptr, (long_label + ".local").c_str(), "", on_register), kDNSServiceErr_BadParam);
-  EXPECT_EQ(Register(0, "n", ("_ipp._tcp," + long_label).c_str(), nullptr, nullptr, "", on_register), kDNSServiceErr_BadParam);
+  EXPECT_EQ(Register(0, "n", "_ipp._tcp", nullptr, (long_label + ".local").c_str(), "", on_register),
+            kDNSServiceErr_BadParam);
+  EXPECT_EQ(Register(0, "n", ("_ipp._tcp," + long_label).c_str(), nullptr, nullptr, "", on_register),
+            kDNSServiceErr_BadParam);
 }
 
 TEST(NoConnection, AFailedFirstCallLeavesNoEngineBehind) {

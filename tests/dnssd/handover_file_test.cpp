@@ -15,16 +15,28 @@ using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
 
 mdns::Published an_address() {
-  return {name_of({"printer", "local"}), {mdns::kTypeA, 120, "\x0a\x01\x02\x07"}, mdns::Claim::yielding, 1, {5, mdns::kLongAgo}};
+  return {name_of({"printer", "local"}),
+          {mdns::kTypeA, 120, "\x0a\x01\x02\x07"},
+          mdns::Claim::yielding,
+          1,
+          {5, mdns::kLongAgo}};
 }
 
 Handover a_handover() {
-  const mdns::Published text{
-      name_of({"P", "_ipp", "_tcp", "local"}), {mdns::kTypeTxt, 4500, std::string("\x00", 1)}, mdns::Claim::unique, 0, {7, 8}};
-  return {"boot", 4026531840, 9, {{2, "br0", {an_address(), text}, {{name_of({"printer", "local"}), 3}}}, {3, "br1", {}, {}}}};
+  const mdns::Published text{name_of({"P", "_ipp", "_tcp", "local"}),
+                             {mdns::kTypeTxt, 4500, std::string("\x00", 1)},
+                             mdns::Claim::unique,
+                             0,
+                             {7, 8}};
+  return {"boot",
+          4026531840,
+          9,
+          {{2, "br0", {an_address(), text}, {{name_of({"printer", "local"}), 3}}}, {3, "br1", {}, {}}}};
 }
 
-std::string bytes_with(const mdns::Published& record) { return handover_to_bytes({"boot", 1, 9, {{2, "br0", {record}, {}}}}); }
+std::string bytes_with(const mdns::Published& record) {
+  return handover_to_bytes({"boot", 1, 9, {{2, "br0", {record}, {}}}});
+}
 
 TEST(HandoverFile, IsReadAsItWasWritten) {
   const std::optional<Handover> read = handover_from_bytes(handover_to_bytes(a_handover()));

@@ -62,12 +62,12 @@ static_assert(kDNSServiceType_ANY == 255);
 
 static_assert(std::is_same_v<DNSServiceBrowseReply,
                              void (*)(Ref, uint32_t, uint32_t, Error, const char*, const char*, const char*, void*)>);
-static_assert(std::is_same_v<DNSServiceResolveReply, void (*)(Ref, uint32_t, uint32_t, Error, const char*, const char*, uint16_t,
-                                                              uint16_t, const unsigned char*, void*)>);
-static_assert(std::is_same_v<DNSServiceQueryRecordReply, void (*)(Ref, uint32_t, uint32_t, Error, const char*, uint16_t, uint16_t,
-                                                                  uint16_t, const void*, uint32_t, void*)>);
-static_assert(
-    std::is_same_v<DNSServiceRegisterReply, void (*)(Ref, uint32_t, Error, const char*, const char*, const char*, void*)>);
+static_assert(std::is_same_v<DNSServiceResolveReply, void (*)(Ref, uint32_t, uint32_t, Error, const char*, const char*,
+                                                              uint16_t, uint16_t, const unsigned char*, void*)>);
+static_assert(std::is_same_v<DNSServiceQueryRecordReply, void (*)(Ref, uint32_t, uint32_t, Error, const char*, uint16_t,
+                                                                  uint16_t, uint16_t, const void*, uint32_t, void*)>);
+static_assert(std::is_same_v<DNSServiceRegisterReply,
+                             void (*)(Ref, uint32_t, Error, const char*, const char*, const char*, void*)>);
 static_assert(std::is_same_v<DNSServiceRegisterRecordReply, void (*)(Ref, Record, uint32_t, Error, void*)>);
 
 template <typename Wanted, typename Function>
@@ -79,16 +79,16 @@ static_assert(has_type<Error(Ref*)>(DNSServiceCreateConnection));
 static_assert(has_type<int(Ref)>(DNSServiceRefSockFD));
 static_assert(has_type<Error(Ref)>(DNSServiceProcessResult));
 static_assert(has_type<void(Ref)>(DNSServiceRefDeallocate));
-static_assert(
-    has_type<Error(Ref*, uint32_t, uint32_t, const char*, const char*, DNSServiceBrowseReply, void*)>(DNSServiceBrowse));
-static_assert(has_type<Error(Ref*, uint32_t, uint32_t, const char*, const char*, const char*, DNSServiceResolveReply, void*)>(
-    DNSServiceResolve));
-static_assert(has_type<Error(Ref*, uint32_t, uint32_t, const char*, uint16_t, uint16_t, DNSServiceQueryRecordReply, void*)>(
-    DNSServiceQueryRecord));
-static_assert(has_type<Error(Ref*, uint32_t, uint32_t, const char*, const char*, const char*, const char*, uint16_t, uint16_t,
-                             const void*, DNSServiceRegisterReply, void*)>(DNSServiceRegister));
-static_assert(has_type<Error(Ref, Record*, uint32_t, uint32_t, const char*, uint16_t, uint16_t, uint16_t, const void*, uint32_t,
-                             DNSServiceRegisterRecordReply, void*)>(DNSServiceRegisterRecord));
+static_assert(has_type<Error(Ref*, uint32_t, uint32_t, const char*, const char*, DNSServiceBrowseReply, void*)>(
+    DNSServiceBrowse));
+static_assert(has_type<Error(Ref*, uint32_t, uint32_t, const char*, const char*, const char*, DNSServiceResolveReply,
+                             void*)>(DNSServiceResolve));
+static_assert(has_type<Error(Ref*, uint32_t, uint32_t, const char*, uint16_t, uint16_t, DNSServiceQueryRecordReply,
+                             void*)>(DNSServiceQueryRecord));
+static_assert(has_type<Error(Ref*, uint32_t, uint32_t, const char*, const char*, const char*, const char*, uint16_t,
+                             uint16_t, const void*, DNSServiceRegisterReply, void*)>(DNSServiceRegister));
+static_assert(has_type<Error(Ref, Record*, uint32_t, uint32_t, const char*, uint16_t, uint16_t, uint16_t, const void*,
+                             uint32_t, DNSServiceRegisterRecordReply, void*)>(DNSServiceRegisterRecord));
 static_assert(has_type<Error(Ref, Record, uint32_t, uint16_t, const void*, uint32_t)>(DNSServiceUpdateRecord));
 static_assert(has_type<Error(Ref, Record, uint32_t)>(DNSServiceRemoveRecord));
 

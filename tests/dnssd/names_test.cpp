@@ -70,11 +70,13 @@ TEST(PrependLabel, RefusesWhatDoesNotFit) {
 }
 
 TEST(IsText, TakesUtf8Alone) {
-  for (const char* text : {"", "Büro", "ハロー", "\xF0\x9F\x96\xA8", "\xED\x9F\xBF", "\xEE\x80\x80", "\xF4\x8F\xBF\xBF"}) {
+  for (const char* text :
+       {"", "Büro", "ハロー", "\xF0\x9F\x96\xA8", "\xED\x9F\xBF", "\xEE\x80\x80", "\xF4\x8F\xBF\xBF"}) {
     EXPECT_TRUE(is_text(text)) << text;
   }
-  for (const char* text : {"\xFF", "\x80", "a\xC3", "\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xED\xBF\xBF",
-                           "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF8\x88\x80\x80\x80", "\xE3\x83"}) {
+  for (const char* text :
+       {"\xFF", "\x80", "a\xC3", "\xC0\x80", "\xC1\xBF", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xED\xBF\xBF",
+        "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF8\x88\x80\x80\x80", "\xE3\x83"}) {
     EXPECT_FALSE(is_text(text)) << text;
   }
   EXPECT_FALSE(is_text(std::string_view("a\0", 2)));

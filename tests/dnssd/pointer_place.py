@@ -30,7 +30,8 @@ class Place:
 
     def __init__(self, link):
         for host in (link.near, link.far):
-            d.wait_for(lambda h=host: "fe80:" in h.sh("ip", "addr", "show", "dev", "eth0").stdout, "the link's own addresses")
+            d.wait_for(lambda h=host: "fe80:" in h.sh("ip", "addr", "show", "dev", "eth0").stdout,
+                       "the link's own addresses")
         self.link, self.air, self.near = link, link.air(), link.publisher()
 
     def browse(self, name, regtype="_ipp._tcp"):
@@ -61,7 +62,8 @@ class Place:
         self.air.send(dns.encode(dns.Message(questions=questions, answers=list(known))), "IPv4")
 
     def replies(self, name, instance, is_added):
-        return [reply for reply in self.near.of(name) if d.text_of(reply.fields[0]) == instance and d.add_flag(reply) == is_added]
+        return [reply for reply in self.near.of(name) if d.text_of(reply.fields[0]) == instance
+                and d.add_flag(reply) == is_added]
 
     def wait_reply(self, name, instance, is_added=True):
         return d.wait_for(lambda: self.replies(name, instance, is_added),

@@ -11,7 +11,8 @@ import tempfile
 import driver as d
 from air import dns
 
-# tools/dev/install-packages unpacks the packages there. To install this one would take over the machine's name resolution.
+# tools/dev/install-packages unpacks the packages there. To install this one would take over the machine's name
+# resolution.
 UNPACKED = "/var/cache/mdnsproxy-dev"
 PROGRAM = f"{UNPACKED}/systemd-resolved/lib/systemd/systemd-resolved"
 CONTROL = f"{UNPACKED}/systemd-resolved/usr/bin/resolvectl"
@@ -39,8 +40,8 @@ BUS = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration
 USERS = "root:x:0:0::/root:/bin/sh\nsystemd-resolve:x:64000:64000::/:/usr/sbin/nologin\n"
 GROUPS = "root:x:0:\nsystemd-resolve:x:64000:\n"
 
-# The shell stays as the first process of the namespace, since it is the one that is killed together with unshare, and everything
-# else with it; systemd-resolved would outlive unshare, because a change of the user cancels that.
+# The shell stays as the first process of the namespace, since it is the one that is killed together with unshare, and
+# everything else with it; systemd-resolved would outlive unshare, because a change of the user cancels that.
 START = """
 set -e
 echo {hostname} >/proc/sys/kernel/hostname
@@ -60,23 +61,26 @@ MANAGER = ("org.freedesktop.resolve1", "/org/freedesktop/resolve1", "org.freedes
 
 
 class Resolved:
-    """systemd-resolved on the near host, with these services from the start: (file name, name, type, port) each. It looks up and
-    answers on the link only from `listen` or `publish` on."""
+    """systemd-resolved on the near host, with these services from the start: (file name, name, type, port) each. It
+    looks up and answers on the link only from `listen` or `publish` on."""
 
     def __init__(self, link, *services, hostname="gateway"):
         libraries = glob.glob(LIBRARY)
-        assert os.access(PROGRAM, os.X_OK) and len(libraries) == 1, f"nothing in {UNPACKED}: run tools/dev/install-packages test"
+        assert os.access(PROGRAM, os.X_OK) and len(libraries) == 1, (
+            f"nothing in {UNPACKED}: run tools/dev/install-packages test")
         self._library = os.path.dirname(libraries[0])
         self.link, self.air = link, link.air()
         self.directory = tempfile.mkdtemp(prefix="dnssd-resolved-")
         os.chmod(self.directory, 0o755)  # its user reads the files
-        for name, text in {"systemd/resolved.conf": CONFIGURATION, "bus.conf": BUS, "passwd": USERS, "group": GROUPS}.items():
+        for name, text in {"systemd/resolved.conf": CONFIGURATION, "bus.conf": BUS, "passwd": USERS,
+                           "group": GROUPS}.items():
             self._write(name, text)
         for file, name, regtype, port in services:
-            self._write(f"systemd/dnssd/{file}.dnssd", SERVICE.format(name=name, regtype=regtype, port=port, txt="path=/"))
+            self._write(f"systemd/dnssd/{file}.dnssd",
+                        SERVICE.format(name=name, regtype=regtype, port=port, txt="path=/"))
         script = START.format(hostname=hostname, directory=self.directory, library=self._library, program=PROGRAM)
-        self._process = self._start("ip", "netns", "exec", link.near.name, "unshare", "--mount", "--uts", "--pid", "--fork",
-                                    "--kill-child", "--mount-proc", "sh", "-c", script)
+        self._process = self._start("ip", "netns", "exec", link.near.name, "unshare", "--mount", "--uts", "--pid",
+                                    "--fork", "--kill-child", "--mount-proc", "sh", "-c", script)
         d.wait_for(lambda: self.ctl("status").returncode == 0, "systemd-resolved on its bus")
 
     def _write(self, name, text):
@@ -86,7 +90,8 @@ class Resolved:
             file.write(text)
 
     def _start(self, *command):
-        process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                   text=True)
         process.lines = []
         d.Reader(process.stdout, lambda line, _: process.lines.append(line)).start()
         self.link.processes.append(process)

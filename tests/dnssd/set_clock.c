@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// For LD_PRELOAD: a wall clock that stands as many seconds off as the file that CLOCK_OFFSET_FILE names says, so that a test sets
-// the clock for one program alone.
+// For LD_PRELOAD: a wall clock that stands as many seconds off as the file that CLOCK_OFFSET_FILE names says, so that a
+// test sets the clock for one program alone.
 #define _GNU_SOURCE
 #include <stdio.h>
 #include <stdlib.h>

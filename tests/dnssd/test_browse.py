@@ -25,7 +25,8 @@ def test_an_instance_is_added_once_and_removed_once_over_two_protocols(link):
     assert [d.text_of(field) for field in added.fields[1:]] == ["_ipp._tcp.", "local."]
 
 
-@pytest.mark.parametrize("name", ["a.b", "back\\slash", "Büro im 2. Stock", "x" * 63, "tab\tin", " blank ends ", "日本語"])
+@pytest.mark.parametrize("name", ["a.b", "back\\slash", "Büro im 2. Stock", "x" * 63, "tab\tin", " blank ends ",
+                                  "日本語"])
 def test_any_name_arrives_as_it_was_given(link, name):
     looker, publisher = link.looker(), link.publisher()
     looker.browse("br", link.far_index, "_ipp._tcp")

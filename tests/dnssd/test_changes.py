@@ -48,7 +48,8 @@ def make_place(link):
 
         def asked(self, name, since=0.0):
             return [packet for packet in self.air.sent_by(*self.air.near, since=since) if packet.message
-                    and not packet.message.is_response and any(dns.same_name(q.name, name) for q in packet.message.questions)]
+                    and not packet.message.is_response
+                    and any(dns.same_name(q.name, name) for q in packet.message.questions)]
 
         address_ttl = 120
 
@@ -88,12 +89,14 @@ def test_each_change_is_followed(place):
 
 
 def test_what_is_withdrawn_and_registered_again_with_other_data_is_an_update(place, link):
-    """The caller's part of a change, on the wire: no goodbye, no probe, one announcement of what is different, said twice."""
+    """The caller's part of a change, on the wire: no goodbye, no probe, one announcement of what is different, said
+    twice."""
     place.find()
     publisher, name = place.near, ("Device", "_http", "_tcp", "local")
     publisher.register("reg", link.near_index, "Device", regtype="_http._tcp", txt=b"\x03a=1")
     publisher.record("r", link.near_index, "printer.local.", d.A, bytes([10, 9, 0, 7]))
-    d.wait_for(lambda: len(place.air.said(name, dns.SRV)) >= 2 and len(place.air.said("printer.local", dns.A)) >= 2, "announcements")
+    d.wait_for(lambda: len(place.air.said(name, dns.SRV)) >= 2 and len(place.air.said("printer.local", dns.A)) >= 2,
+               "announcements")
     since = time.monotonic()
     publisher.when("br", "release", "reg")
     place.air.say(text(b"\x03a=2"))
@@ -101,7 +104,8 @@ def test_what_is_withdrawn_and_registered_again_with_other_data_is_an_update(pla
     publisher.remove("r")
     publisher.register("reg", link.near_index, "Device", regtype="_http._tcp", txt=b"\x03a=2")
     publisher.record("r", link.near_index, "printer.local.", d.A, bytes([10, 9, 0, 7]))
-    d.wait_for(lambda: len(place.air.said(name, dns.TXT, since, data=b"\x03a=2")) >= 2, "both announcements of the new data")
+    d.wait_for(lambda: len(place.air.said(name, dns.TXT, since, data=b"\x03a=2")) >= 2,
+               "both announcements of the new data")
     assert place.air.said(name, dns.TXT, since, data=b"\x03a=2")[0][0].time - since < 0.3
     assert not place.air.probes(name, since)
     assert not [record for packet, record in place.air.said(name, dns.TXT, since) + place.air.said(name, dns.SRV, since)
@@ -109,7 +113,8 @@ def test_what_is_withdrawn_and_registered_again_with_other_data_is_an_update(pla
 
 
 def found_for_the_last_time(place, address_ttl):
-    """The service and an address of its host are known, and nothing is said any more since the moment that is returned."""
+    """The service and an address of its host are known, and nothing is said any more since the moment that is
+    returned."""
     place.address_ttl = address_ttl
     place.find()
     place.near.query("q", place.index, "host.local.", d.A)

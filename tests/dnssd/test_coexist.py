@@ -13,7 +13,8 @@ import driver as d
 
 def zeroconf(link, host, program):
     """Runs a Python program with zeroconf on a host; its lines are collected in `lines`."""
-    process = subprocess.Popen(["ip", "netns", "exec", host.name, "/usr/bin/python3", "-u", "-c", textwrap.dedent(program)],
+    process = subprocess.Popen(["ip", "netns", "exec", host.name, "/usr/bin/python3", "-u", "-c",
+                                textwrap.dedent(program)],
                                stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     process.lines = []
     d.Reader(process.stdout, lambda line, _: process.lines.append(line)).start()
@@ -100,11 +101,13 @@ def avahi_daemon(link):
     services = f"{directory}/services"
     os.makedirs(services, exist_ok=True)
     with open(f"{directory}/avahi-daemon.conf", "w", encoding="ascii") as conf:
-        conf.write("[server]\nhost-name=gateway\nenable-dbus=no\nallow-interfaces=eth0\n[publish]\npublish-workstation=no\n")
+        conf.write("[server]\nhost-name=gateway\nenable-dbus=no\nallow-interfaces=eth0\n"
+                   "[publish]\npublish-workstation=no\n")
     with open(f"{services}/web.service", "w", encoding="ascii") as service:
         service.write("<service-group><name>Gateway Web</name><service><type>_http._tcp</type><port>80</port></service>"
                       "<service><type>_ipp._tcp</type><port>81</port></service></service-group>")
-    script = (f"mkdir -p /etc/avahi/services && mount --bind {services} /etc/avahi/services && mount -t tmpfs none /run && "
+    script = (f"mkdir -p /etc/avahi/services && mount --bind {services} /etc/avahi/services && mount -t tmpfs none "
+              f"/run && "
               f"exec avahi-daemon --no-drop-root --no-chroot --no-rlimits -f {directory}/avahi-daemon.conf")
     process = subprocess.Popen(["ip", "netns", "exec", link.near.name, "unshare", "-m", "sh", "-c", script],
                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
@@ -136,4 +139,5 @@ def test_a_name_that_avahi_daemon_has_is_not_taken_from_it(link, avahi_daemon):
     near.register("reg", link.near_index, "Gateway Web", host="ours.local")
     assert d.text_of(near.wait("reg")[0].fields[0]) == "Gateway Web (2)"
     far.wait("br", 2)
-    assert [d.text_of(reply.fields[0]) for reply in far.of("br") if d.add_flag(reply)] == ["Gateway Web", "Gateway Web (2)"]
+    assert [d.text_of(reply.fields[0]) for reply in far.of("br") if d.add_flag(reply)] == ["Gateway Web",
+                                                                                           "Gateway Web (2)"]

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""A stranger who has every name already: after fifteen conflicts within ten seconds each further try waits for five (RFC 6762 section 8.1)."""
+"""A stranger who has every name already: after fifteen conflicts within ten seconds each further try waits for five
+(RFC 6762 section 8.1)."""
 
 import threading
 
@@ -29,12 +30,15 @@ class Greedy:
             seen = len(packets)
 
     def _look_at(self, packet):
-        if packet.message is None or packet.message.is_response or ":" in packet.source or not packet.message.authorities:
+        message = packet.message
+        if message is None or message.is_response or ":" in packet.source or not message.authorities:
             return
-        for question in packet.message.questions:
-            if question.kind == dns.ANY and question.name[1:] == REGTYPE and question.name not in [name for name, _ in self.claims]:
+        for question in message.questions:
+            known = [name for name, _ in self.claims]
+            if question.kind == dns.ANY and question.name[1:] == REGTYPE and question.name not in known:
                 self.claims.append((question.name, packet.time))
-                self.air.say(dns.Record(question.name, dns.SRV, (0, 0, 99, dns.labels("stranger.local")), 120, flush=True), over="IPv4")
+                self.air.say(dns.Record(question.name, dns.SRV, (0, 0, 99, dns.labels("stranger.local")), 120,
+                                        flush=True), over="IPv4")
 
     def __enter__(self):
         self._thread.start()

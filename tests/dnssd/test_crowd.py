@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Questions that very many services answer. Here the library publishes on the near host, and a stranger on the far one asks."""
+"""Questions that very many services answer. Here the library publishes on the near host, and a stranger on the far one
+asks."""
 
 import socket
 import time
@@ -29,7 +30,8 @@ def make_crowd(link):
 
         def listed(self, since):
             """The names that the near host's pointers say, over IPv4."""
-            return sorted(record.data[0].decode() for _, record in self.air.said(TYPE, dns.PTR, since=since) if record.ttl > 0)
+            return sorted(record.data[0].decode() for _, record in self.air.said(TYPE, dns.PTR, since=since)
+                          if record.ttl > 0)
 
         def lists(self, names, since):
             d.wait_for(lambda: self.listed(since) == sorted(names), lambda: f"{len(names)} names")
@@ -37,7 +39,8 @@ def make_crowd(link):
         def ask(self, *questions, known=(), flags=0):
             """Over IPv4; returns when."""
             now = time.monotonic()
-            message = dns.Message(flags=flags, questions=[dns.Question(dns.labels(asked), kind) for asked, kind in questions],
+            message = dns.Message(flags=flags,
+                                  questions=[dns.Question(dns.labels(asked), kind) for asked, kind in questions],
                                   answers=list(known))
             self.air.send(dns.encode(message), "IPv4")
             return now

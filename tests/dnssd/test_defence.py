@@ -73,7 +73,8 @@ def test_a_service_whose_name_is_taken_gets_the_next_one(link):
     with Stranger(air, INSTANCE, strangers_service()):
         assert registered(publisher, "reg", 2) == "My Printer (2)"
     assert air.probes(INSTANCE, lost)
-    pointers = [record for _, record in air.said("_ipp._tcp.local", dns.PTR, lost) if record.data == dns.labels(INSTANCE)]
+    pointers = [record for _, record in air.said("_ipp._tcp.local", dns.PTR, lost)
+                if record.data == dns.labels(INSTANCE)]
     assert not [record for record in pointers if record.ttl == 0], "the goodbye of what is the stranger's by now"
     assert not air.said(INSTANCE, dns.SRV, lost, ttl=0)
 
@@ -108,7 +109,8 @@ def test_the_loss_of_a_unique_record_is_reported(link, updated):
     assert publisher.wait("r")[0].error == 0
     if updated:
         assert publisher.update("r", v4(8)) == 0
-    d.wait_for(lambda: len(air.said(HOST, dns.A, data="10.9.0.8" if updated else "10.9.0.7", ttl=120)) >= 2, "announcements")
+    d.wait_for(lambda: len(air.said(HOST, dns.A, data="10.9.0.8" if updated else "10.9.0.7", ttl=120)) >= 2,
+               "announcements")
     with Stranger(air, HOST, strangers_address()):
         assert publisher.wait("r", 2)[1].error == d.NAME_CONFLICT
     assert publisher.remove("r") == 0
@@ -124,7 +126,8 @@ def test_an_update_is_no_claim_of_a_stranger(link):
     for last in (8, 9):
         assert publisher.update("r", v4(last)) == 0
         assert publisher.update("reg", bytes([1, last])) == 0
-        d.wait_for(lambda last=last: len(air.said(HOST, dns.A, updated, data=f"10.9.0.{last}", ttl=120)) >= 2, "announcements")
+        d.wait_for(lambda last=last: len(air.said(HOST, dns.A, updated, data=f"10.9.0.{last}", ttl=120)) >= 2,
+                   "announcements")
     assert not air.probes(HOST, updated) and not air.probes(INSTANCE, updated)
     assert len(publisher.of("r")) == len(publisher.of("reg")) == 1
 

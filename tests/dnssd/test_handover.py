@@ -37,7 +37,8 @@ class Machine:
         pathlib.Path(f"{self.path}.wanted").touch()
 
     def end(self, process):
-        """Ends it as a service manager does; the time at which it had ended. Packets have the time of the same clock."""
+        """Ends it as a service manager does; the time at which it had ended. Packets have the time of the same
+        clock."""
         process.process.terminate()
         process.wait_end()
         return time.monotonic()
@@ -75,7 +76,8 @@ def test_what_is_registered_again_is_neither_taken_back_nor_probed_for_nor_annou
     next_one = machine.start()
     machine.publish(next_one, "Same")
     d.wait_for(lambda: goodbyes(machine, ended), "the goodbye of what was left out", OVER)
-    gone = {dns.text(record.name) if record.kind != d.PTR else dns.text(record.data) for record in goodbyes(machine, ended)}
+    gone = {dns.text(record.name) if record.kind != d.PTR else dns.text(record.data)
+            for record in goodbyes(machine, ended)}
     assert gone == {instance("Left out").rstrip(".")}
     assert not machine.air.probes(instance("Same"), since=ended) and not machine.air.probes(HOST, since=ended)
     assert not machine.air.said(instance("Same"), d.SRV, since=ended) and not machine.air.said(HOST, d.A, since=ended)
@@ -137,8 +139,9 @@ def test_a_wish_that_was_for_another_process_is_none(machine):
     d.wait_for(lambda: goodbyes(machine, ended), "its goodbyes")
 
 
-@pytest.mark.parametrize("spoil", [lambda whole: whole[:-9], lambda whole: whole[:80] + bytes([whole[80] ^ 1]) + whole[81:],
-                                   lambda whole: b"", lambda whole: whole * 2], ids=["short", "scribbled", "empty", "twice"])
+@pytest.mark.parametrize("spoil", [lambda whole: whole[:-9],
+                                   lambda whole: whole[:80] + bytes([whole[80] ^ 1]) + whole[81:], lambda whole: b"",
+                                   lambda whole: whole * 2], ids=["short", "scribbled", "empty", "twice"])
 def test_a_file_that_is_not_whole_is_ignored(machine, spoil):
     ended = machine.hand_over("Same")
     machine.path.write_bytes(spoil(machine.path.read_bytes()))

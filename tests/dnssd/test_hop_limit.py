@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Whatever is sent has a TTL or hop limit of 255 (RFC 6762 section 11): a receiver may take anything else for what a router has forwarded."""
+"""Whatever is sent has a TTL or hop limit of 255 (RFC 6762 section 11): a receiver may take anything else for what a
+router has forwarded."""
 
 import socket
 
@@ -16,7 +17,8 @@ GROUPS = {"IPv4": GROUP4, "IPv6": GROUP6}
 def sent(air, protocol, wanted):
     """The near host's packets over the protocol that are wanted, once there is one."""
     def packets():
-        return [packet for packet in air.sent_by(*air.near) if (":" in packet.source) == (protocol == "IPv6") and packet.message
+        return [packet for packet in air.sent_by(*air.near) if (":" in packet.source) == (protocol == "IPv6")
+                and packet.message
                 and wanted(packet)]
     d.wait_for(packets, f"a packet over {protocol}\n{air.story()}")
     return packets()
@@ -70,7 +72,8 @@ def test_answers_to_ordinary_resolvers_have_255(link, protocol):
         scope = (0, link.far_index) if protocol == "IPv6" else ()
         asker.setsockopt(socket.SOL_SOCKET, socket.SO_BINDTODEVICE, b"eth0")
         asker.settimeout(d.DEADLINE)
-        asker.sendto(dns.encode(dns.Message(questions=[dns.Question(dns.labels(INSTANCE), dns.SRV)])), (GROUPS[protocol], PORT, *scope))
+        asker.sendto(dns.encode(dns.Message(questions=[dns.Question(dns.labels(INSTANCE), dns.SRV)])),
+                     (GROUPS[protocol], PORT, *scope))
         asker.recv(9000)
     replies = sent(air, protocol, lambda packet: not is_multicast(packet))
     assert {packet.hop_limit for packet in replies} == {255}

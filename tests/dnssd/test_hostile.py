@@ -29,7 +29,8 @@ SENDER = """
 def send(link, packets):
     """Sends packets from the near host's port 5353, and returns when all have been sent."""
     done = subprocess.run(["ip", "netns", "exec", link.near.name, "/usr/bin/python3", "-c", textwrap.dedent(SENDER)],
-                          input="".join(packet.hex() + "\n" for packet in packets), text=True, stdout=subprocess.PIPE, check=True)
+                          input="".join(packet.hex() + "\n" for packet in packets), text=True, stdout=subprocess.PIPE,
+                          check=True)
     assert done.stdout == "sent\n"
 
 
@@ -85,7 +86,8 @@ def test_a_flood_of_invented_instances_leaves_the_genuine_ones_alone(link):
     publisher.register("reg", link.near_index, "Genuine")
     looker.wait("br")
     pointer = d.rdata_name("_ipp._tcp.local")
-    flood = [response(*[record("_ipp._tcp.local", 12, bytes([9]) + f"{i:04d}{j:05d}".encode() + pointer) for j in range(30)])
+    flood = [response(*[record("_ipp._tcp.local", 12, bytes([9]) + f"{i:04d}{j:05d}".encode() + pointer)
+                        for j in range(30)])
              for i in range(300)]
     send(link, flood)
     looker.resolve("rs", link.far_index, "Genuine", "_ipp._tcp")
@@ -98,7 +100,8 @@ def test_a_flood_of_invented_instances_leaves_the_genuine_ones_alone(link):
 def test_an_address_that_changes_all_the_time_is_followed(link):
     looker = link.looker()
     looker.query("q", link.far_index, "h.local.", d.A)
-    packets = [response(record("h.local", 1, socket.inet_aton(f"10.9.1.{i % 250 + 1}"), rrclass=0x8001)) for i in range(500)]
+    packets = [response(record("h.local", 1, socket.inet_aton(f"10.9.1.{i % 250 + 1}"), rrclass=0x8001))
+               for i in range(500)]
     send(link, packets)
     d.wait_for(lambda: looker.of("q") and looker.of("q")[-1].fields[3] == "0a0901fa", "the last address")
 
@@ -108,8 +111,8 @@ VALGRIND = ["valgrind", "-q", "--error-exitcode=99", "--leak-check=full", "--sho
 
 
 def test_a_whole_life_without_a_wrong_access_or_a_leak(link):
-    """Everything once: nothing is read or written that is not there, and nothing is left behind. Valgrind says so, or the
-    sanitizers of a build that has them, beside which valgrind cannot work."""
+    """Everything once: nothing is read or written that is not there, and nothing is left behind. Valgrind says so, or
+    the sanitizers of a build that has them, beside which valgrind cannot work."""
     looker = link.looker()
     publisher = link.publisher(connect=False, prefix=[] if d.is_sanitized() else VALGRIND)
     publisher.send("connect", "c")

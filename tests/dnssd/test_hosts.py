@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""A host that is elsewhere gives way to one on the link with the same name, and has its own name again when nobody owns it."""
+"""A host that is elsewhere gives way to one on the link with the same name, and has its own name again when nobody owns
+it."""
 
 import pytest
 
@@ -35,7 +36,9 @@ def test_an_address_that_another_gateway_has_for_the_same_host_is_no_owner(link,
     if first != FORWARDED:
         assert publisher.update("a", rdata(FORWARDED)) == 0
     began = air.said(OTHER, dns.A)[-1][0].time
-    d.wait_for(lambda: [record for _, record in air.said(OWN, dns.A, since=began) if record.data == FORWARDED and record.ttl],
+    d.wait_for(lambda: [record for _, record in air.said(OWN, dns.A, since=began) if record.data == FORWARDED
+                        and record.ttl],
                "the host's own name", PATIENCE)
-    d.wait_for(lambda: [record for _, record in air.said(OTHER, dns.A, since=began) if record.ttl == 0], "the goodbye", PATIENCE)
+    d.wait_for(lambda: [record for _, record in air.said(OTHER, dns.A, since=began) if record.ttl == 0], "the goodbye",
+               PATIENCE)
     assert publisher.end() == 0

@@ -122,7 +122,8 @@ def test_interfaces_do_not_hear_each_other(own_link):
 
 def test_no_privilege_is_needed(own_link):
     link = own_link()
-    unprivileged = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--bounding-set=-all", "--inh-caps=-all"]
+    unprivileged = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--bounding-set=-all",
+                    "--inh-caps=-all"]
     looker, publisher = link.looker(prefix=unprivileged), link.publisher(prefix=unprivileged)
     looker.browse("br", link.far_index, "_ipp._tcp")
     publisher.register("reg", link.near_index, "My Printer")

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Names that other programs announce and find, but cannot read in a question: escaped, they do not fit into 255 characters."""
+"""Names that other programs announce and find, but cannot read in a question: escaped, they do not fit into 255
+characters."""
 
 import time
 
@@ -9,8 +10,8 @@ import driver as d
 from air import dns
 
 # With "._ipp._tcp.local" behind it, the escaped length is 248, 254, 255, 256, 257, 265 and 268 characters.
-NAMES = {248: "é" * 29, 254: "é" * 29 + "x" * 2 + " ", 255: "é" * 29 + "x" * 3 + " ", 256: "é" * 30, 257: "x" + "é" * 30,
-         265: "x" + "é" * 31, 268: "プ" * 21}
+NAMES = {248: "é" * 29, 254: "é" * 29 + "x" * 2 + " ", 255: "é" * 29 + "x" * 3 + " ", 256: "é" * 30,
+         257: "x" + "é" * 30, 265: "x" + "é" * 31, 268: "プ" * 21}
 LONG = NAMES[268]
 
 

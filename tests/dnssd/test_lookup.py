@@ -156,7 +156,8 @@ def test_a_target_that_holds_a_zero_byte_is_none(link):
     looker.query("q", link.near_index, "mark.local.", d.TXT)
 
     def say(target):
-        air.say(dns.Record(instance, dns.SRV, (0, 0, 631, target), 120, True), dns.Record(instance, dns.TXT, b"\x01a", 4500, True))
+        air.say(dns.Record(instance, dns.SRV, (0, 0, 631, target), 120, True),
+                dns.Record(instance, dns.TXT, b"\x01a", 4500, True))
 
     say((b"a\0b", b"local"))
     air.say(dns.Record(dns.labels("mark.local"), dns.TXT, b"\x01m", 4500, True))
@@ -185,8 +186,8 @@ def test_a_host_with_an_escaped_dot_in_its_name_is_one_label(link):
 
 def test_a_resolve_inside_a_browse_reply_is_answered_from_the_announcement(link):
     looker, publisher = link.looker(), link.publisher()
-    looker.when("br", "resolve", "rs", "c", d.SHARE, link.far_index, d.Driver.text("My Printer"), d.Driver.text("_ipp._tcp."),
-                d.Driver.text("local."))
+    looker.when("br", "resolve", "rs", "c", d.SHARE, link.far_index, d.Driver.text("My Printer"),
+                d.Driver.text("_ipp._tcp."), d.Driver.text("local."))
     looker.browse("br", link.far_index, "_ipp._tcp")
     publisher.register("reg", link.near_index, "My Printer")
     found, resolved = looker.wait("br")[0], looker.wait("rs")[0]

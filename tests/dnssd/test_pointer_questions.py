@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
 """When pointers are asked for, what the questions say, and what follows from the questions of others.
 
-All of it takes its time, so it is told in one story: each of its types is followed for itself, and they pass in the same fourteen
-seconds.
+All of it takes its time, so it is told in one story: each of its types is followed for itself, and they pass in the
+same fourteen seconds.
 """
 
 import time
@@ -48,8 +48,9 @@ class Story(Place):
     def first_question(self):
         self.wait_asked(1, *QUIET, *ASKED, *MISSED, BACK)
         self.said_at = time.monotonic()
-        self.say(pointer("_ageing._tcp", "Silent", 10), pointer("_ageing._tcp", "Answering", 10), pointer("_closing._tcp", "One", 8),
-                 pointer(BACK, "One", 4), *[pointer(regtype, name) for regtype in MISSED for name in ("Silent", "Answering")])
+        self.say(pointer("_ageing._tcp", "Silent", 10), pointer("_ageing._tcp", "Answering", 10),
+                 pointer("_closing._tcp", "One", 8), pointer(BACK, "One", 4),
+                 *[pointer(regtype, name) for regtype in MISSED for name in ("Silent", "Answering")])
         for first in range(0, len(CROWD), 50):
             self.say(*[pointer("_crowd._tcp", name) for name in CROWD[first:first + 50]])
         self.near.wait("_crowd._tcp", len(CROWD))
@@ -89,8 +90,10 @@ class Story(Place):
 
     def query(self, question, protocol):
         """The packet that asks, and those that go on with it: what they say may be about other types as well."""
-        sent = [packet for packet in self.air.sent_by(*self.air.near) if is_over(packet, protocol) and packet.time >= question.time
-                and packet.message and not packet.message.is_response and (packet is question or not packet.message.questions)]
+        sent = [packet for packet in self.air.sent_by(*self.air.near) if is_over(packet, protocol)
+                and packet.time >= question.time
+                and packet.message and not packet.message.is_response
+                and (packet is question or not packet.message.questions)]
         last = next(number for number, packet in enumerate(sent) if not packet.message.flags & TRUNCATED)
         return sent[:last + 1]
 
@@ -134,7 +137,8 @@ def test_questions_are_for_pointers_and_answers_to_everybody(story):
     packets = story.questions("_quiet._tcp")
     question = dns.Question(type_name("_quiet._tcp"), dns.PTR, unicast=False)
     assert packets and all(question in packet.message.questions for packet in packets)
-    assert all(packet.message.flags in (0, TRUNCATED) and packet.destination in ("224.0.0.251", "ff02::fb") for packet in packets)
+    assert all(packet.message.flags in (0, TRUNCATED) and packet.destination in ("224.0.0.251", "ff02::fb")
+               for packet in packets)
 
 
 @pytest.mark.parametrize("protocol", ["IPv4", "IPv6"])
@@ -155,7 +159,9 @@ def test_what_is_known_stands_in_the_question_over_either_protocol(story):
     assert sorted(four) == sorted(six) == [b"Four", b"Six"]  # whichever protocol it was received over
     assert all(4490 <= ttl < 4500 for ttl in (*four.values(), *six.values()))
     # It is there still, but half of its life is over.
-    assert story.replies("_known._tcp", "Brief", True)[0].time < third["IPv4"].time < story.replies("_known._tcp", "Brief", False)[0].time
+    assert story.replies("_known._tcp", "Brief", True)[0].time < third["IPv4"].time < story.replies("_known._tcp",
+                                                                                                    "Brief",
+                                                                                                    False)[0].time
 
 
 def test_very_many_known_answers_come_in_several_packets(story):

@@ -51,7 +51,8 @@ def test_the_cache_flush_bit_ends_what_was_said_before_that_second(place):
     assert 1 - SHORT_OF <= lost.time - flushed < 3
     place.say(pointer("_ipp._tcp", "Marker"))
     place.wait_reply("br", "Marker")
-    assert events(place.near, "br") == [(True, "Old"), (True, "Recent"), (True, "New"), (False, "Old"), (True, "Marker")]
+    assert events(place.near, "br") == [(True, "Old"), (True, "Recent"), (True, "New"), (False, "Old"),
+                                        (True, "Marker")]
 
 
 def test_what_is_said_to_this_machine_alone_is_no_news(place):
@@ -128,7 +129,8 @@ def test_whoever_stops_browsing_stops_asking_and_what_is_known_is_told_to_the_ne
     place.near.wait("br")
     place.near.release("br")
     released = time.monotonic()
-    place.browse("clock", "_clock._tcp")  # began later: its second question comes when that of the other would have come
+    # began later: its second question comes when that of the other would have come
+    place.browse("clock", "_clock._tcp")
     place.wait_asked(2, "_clock._tcp", since=released)
     assert not place.questions("_ipp._tcp", since=released + SHORT_OF)
     again = time.monotonic()
@@ -153,7 +155,8 @@ def test_a_query_for_pointers_tells_the_same(place):
     place.say(pointer("_ipp._tcp", "Marker"))
     place.near.wait("late", 3)
     place.near.wait("q", 3)
-    assert len(place.near.of("q")) == 3 and len(place.near.of("late")) == 3  # each once, though it was said over two protocols
+    # each once, though it was said over two protocols
+    assert len(place.near.of("q")) == 3 and len(place.near.of("late")) == 3
 
 
 def test_beside_something_registered_all_is_the_same(place):
@@ -183,8 +186,8 @@ def test_beside_something_registered_all_is_the_same(place):
     place.wait_reply("br", "Before", False)
     place.near.release("reg")
     gone = place.wait_reply("br", "Mine", False)
-    assert events(place.near, "br") == [(True, "Before"), (True, "Mine"), (True, "After"), (False, "After"), (False, "Before"),
-                                        (False, "Mine")]
+    assert events(place.near, "br") == [(True, "Before"), (True, "Mine"), (True, "After"), (False, "After"),
+                                        (False, "Before"), (False, "Mine")]
     assert gone.time > since + 1
 
 

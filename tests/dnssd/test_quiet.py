@@ -24,8 +24,8 @@ def text(data):
 
 
 def service(ttl=120):
-    return [dns.Record(dns.labels("_ipp._tcp.local"), dns.PTR, INSTANCE, 4500), dns.Record(INSTANCE, dns.SRV, (0, 0, 631, HOST), 120, True),
-            text(b"\x03a=b"), address(7, ttl)]
+    return [dns.Record(dns.labels("_ipp._tcp.local"), dns.PTR, INSTANCE, 4500),
+            dns.Record(INSTANCE, dns.SRV, (0, 0, 631, HOST), 120, True), text(b"\x03a=b"), address(7, ttl)]
 
 
 @pytest.fixture(name="place")
@@ -57,7 +57,8 @@ def make_place(link):
 def browse_and_wait(place, ttl=120):
     """The browse runs, and the service has been announced and found."""
     place.near.browse("br", place.index, "_ipp._tcp")
-    d.wait_for(lambda: len(place.questions("_ipp._tcp.local", dns.PTR)) >= 2, "the browse's question over both protocols")
+    d.wait_for(lambda: len(place.questions("_ipp._tcp.local", dns.PTR)) >= 2,
+               "the browse's question over both protocols")
     place.air.say_first(*service(ttl))
     place.near.wait("br")
 
@@ -70,7 +71,8 @@ def test_what_was_announced_is_not_asked_for(place):
     place.near.wait("rs")
 
     def is_quiet():
-        return not (place.questions(HOST, dns.A) or place.questions(INSTANCE, dns.SRV) or place.questions(INSTANCE, dns.TXT))
+        return not (place.questions(HOST, dns.A) or place.questions(INSTANCE, dns.SRV)
+                    or place.questions(INSTANCE, dns.TXT))
 
     d.stays_true(is_quiet, 4, "nothing is asked for")
     assert len(place.near.of("rs")) == 1 and place.told("q") == [7]
@@ -145,7 +147,8 @@ def test_a_name_with_very_many_records_is_told_whole(place):
     d.wait_for(lambda: len(place.questions("many.local", dns.TXT)) >= 2, "the question over both protocols")
     many = dns.labels("many.local")
     for first in range(0, 200, 20):
-        place.air.say_first(*[dns.Record(many, dns.TXT, b"\x04n%03d" % number, 4500) for number in range(first, first + 20)])
+        place.air.say_first(*[dns.Record(many, dns.TXT, b"\x04n%03d" % number, 4500)
+                              for number in range(first, first + 20)])
     replies = place.near.wait("q", 200)
     assert len({reply.fields[3] for reply in replies}) == 200
 

@@ -67,7 +67,8 @@ def test_two_shared_records_of_one_name_stand_side_by_side(link):
 
 @pytest.mark.parametrize("rrtype, rdata, ttl, expected", [
     (d.A, v4(7), 0, 120), (d.AAAA, bytes([0xFD, 9] + [0] * 13 + [7]), 0, 120), (d.TXT, b"\x01a", 0, 4500),
-    (d.PTR, d.rdata_name("x.local"), 0, 4500), (d.SRV, b"\0\0\0\0\0\x01" + d.rdata_name("x.local"), 0, 120), (d.A, v4(7), 77, 77)])
+    (d.PTR, d.rdata_name("x.local"), 0, 4500), (d.SRV, b"\0\0\0\0\0\x01" + d.rdata_name("x.local"), 0, 120),
+    (d.A, v4(7), 77, 77)])
 def test_a_lifetime_of_zero_means_the_usual_one(link, rrtype, rdata, ttl, expected):
     looker, publisher = link.looker(), link.publisher()
     looker.query("q", link.far_index, "name.local.", rrtype)
@@ -171,8 +172,8 @@ ANY_BYTES = "".join(f"\\{byte:03}" for byte in range(1, 64))
 
 
 @pytest.mark.parametrize("name", [
-    f"{LABEL}.{LABEL}.{LABEL}.{'y' * 61}", f"{ANY_BYTES}.{ANY_BYTES}.{ANY_BYTES}.{ANY_BYTES[:61 * 4]}", "local", "\\.", "\\..\\.",
-    "\\\\.local", "_sub", "Büro im 2\\. Stock.local.", "1.0.9.10.in-addr.arpa.", "-.example.com"],
+    f"{LABEL}.{LABEL}.{LABEL}.{'y' * 61}", f"{ANY_BYTES}.{ANY_BYTES}.{ANY_BYTES}.{ANY_BYTES[:61 * 4]}", "local", "\\.",
+    "\\..\\.", "\\\\.local", "_sub", "Büro im 2\\. Stock.local.", "1.0.9.10.in-addr.arpa.", "-.example.com"],
     ids=range(10))
 def test_whatever_can_be_asked_for_can_be_registered(link, name):
     looker, publisher = link.looker(), link.publisher()
@@ -211,7 +212,8 @@ def test_data_that_no_message_can_carry_is_refused(link, size):
 
 def test_bad_rdata_is_a_bad_parameter(link):
     publisher = link.publisher()
-    for rrtype, rdata in ((d.A, b"abc"), (d.AAAA, v4(1)), (d.PTR, b"\xc0\x0c"), (d.TXT, b"\x09a"), (d.SRV, b"\0\0\0\0\0\x01")):
+    for rrtype, rdata in ((d.A, b"abc"), (d.AAAA, v4(1)), (d.PTR, b"\xc0\x0c"), (d.TXT, b"\x09a"),
+                          (d.SRV, b"\0\0\0\0\0\x01")):
         assert publisher.record("bad", link.near_index, "h.local.", rrtype, rdata) == d.BAD_PARAM
     publisher.record("r", link.near_index, "h.local.", d.A, v4(1))
     assert publisher.update("r", b"abc") == d.BAD_PARAM

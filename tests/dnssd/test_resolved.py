@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""systemd-resolved on the other side of the link: who finds what of the other, and who gives way where both want one name."""
+"""systemd-resolved on the other side of the link: who finds what of the other, and who gives way where both want one
+name."""
 
 import ipaddress
 import os
@@ -35,7 +36,8 @@ def rdata(address):
 
 
 def register_printer(link, instance="My Printer"):
-    """Our service on the far host, with the host's addresses and their names; as good as established when it returns."""
+    """Our service on the far host, with the host's addresses and their names; as good as established when it
+    returns."""
     publisher = link.looker()
     for name, address in (("r", "10.9.0.77"), ("r6", "fd09::4d")):
         kind = d.A if name == "r" else d.AAAA
@@ -112,7 +114,8 @@ def test_its_host_and_its_service_are_found_by_us_and_known_in_our_questions(lin
         return [record for packet in asked for record in packet.message.answers]
 
     record = d.wait_for(known, "a further question that tells what we know")[0]
-    assert dns.text(record.data[:1]) == "Büro von gateway" and dns.HOST_TTL / 2 < record.ttl <= dns.HOST_TTL and not record.flush
+    assert dns.text(record.data[:1]) == "Büro von gateway"
+    assert dns.HOST_TTL / 2 < record.ttl <= dns.HOST_TTL and not record.flush
 
 
 def test_what_it_withdraws_is_reported_gone_and_what_it_keeps_is_there(link, start):
@@ -126,7 +129,8 @@ def test_what_it_withdraws_is_reported_gone_and_what_it_keeps_is_there(link, sta
     def announced():  # before that there is no goodbye
         return resolved.air.heard("Passing Web._http._tcp.local", dns.SRV, sources=resolved.air.near)
 
-    d.wait_for(lambda: len({":" in packet.source for packet, _ in announced()}) == 2, "its announcement over both protocols")
+    d.wait_for(lambda: len({":" in packet.source for packet, _ in announced()}) == 2,
+               "its announcement over both protocols")
     resolved.unregister("passing")  # it says goodbye to everything, and announces what is left
     goodbye, _ = resolved.air.wait_for("_http._tcp.local", dns.PTR, d.DEADLINE, sources=[ITS], ttl=0)
     resolved.air.wait_for("_http._tcp.local", dns.PTR, d.DEADLINE, sources=[ITS], since=goodbye.time, ttl=dns.HOST_TTL)
@@ -142,7 +146,8 @@ def test_what_we_change_and_withdraw_is_changed_and_given_up_by_its_cache(link, 
     publisher.update("reg", d.txt_data("rp=scan"))
     d.wait_for(lambda: "rp=scan" in resolved.has_cached(instance, "TXT"), "the change in its cache")
     assert "rp=print" not in resolved.has_cached(instance, "TXT")  # the cache-flush bit has done that
-    ours = [("printer.local", "A"), ("printer.local", "AAAA"), (instance, "SRV"), (instance, "TXT"), ("_ipp._tcp.local", "PTR")]
+    ours = [("printer.local", "A"), ("printer.local", "AAAA"), (instance, "SRV"), (instance, "TXT"),
+            ("_ipp._tcp.local", "PTR")]
     assert all(resolved.has_cached(*record) for record in ours)
     publisher.end()
     d.wait_for(lambda: not any(resolved.has_cached(*record) for record in ours), "our records to leave its cache")
@@ -199,7 +204,8 @@ def test_of_two_that_probe_at_once_the_later_data_has_the_name(link, start):
     probed = questions(resolved.air, OURS, "Gateway Web._http._tcp.local", dns.ANY)[0].time
     claimed = [packet.time for packet, record in resolved.air.heard("_http._tcp.local", dns.PTR, sources=[ITS])
                if len(packet.message.answers) > 1 and record.data[0] == b"Gateway Web"]
-    ours = "Gateway Web" if not claimed or probed < claimed[0] else "Gateway Web (2)"  # it was too late on a slow machine
+    # it was too late on a slow machine
+    ours = "Gateway Web" if not claimed or probed < claimed[0] else "Gateway Web (2)"
     assert d.text_of(publisher.of("reg")[0].fields[0]) == ours
     d.wait_for(lambda: len(instances(looker, "br")) == 2, f"both services\n{looker.dump()}")
     its, = set(instances(looker, "br")) - {ours}
@@ -215,7 +221,8 @@ def test_an_answer_that_it_knows_is_not_given_to_it(link, start):
     d.wait_for(lambda: len(announcements(resolved.air, "_ipp._tcp.local", dns.PTR)) == 2, "our announcements")
     d.wait_for(lambda: resolved.has_cached("_ipp._tcp.local", "PTR"), "our pointer in its cache")
     resolved.look_up_meanwhile("query", "--cache=no", "--type=PTR", "_ipp._tcp.local")
-    asked = d.wait_for(lambda: questions(resolved.air, ITS, "_ipp._tcp.local", dns.PTR)[1:], "its question and the next")[-1]
+    asked = d.wait_for(lambda: questions(resolved.air, ITS, "_ipp._tcp.local", dns.PTR)[1:],
+                       "its question and the next")[-1]
     assert "My Printer" in [dns.text(record.data[:1]) for record in asked.message.answers if record.kind == dns.PTR]
     assert len(announcements(resolved.air, "_ipp._tcp.local", dns.PTR)) == 2, resolved.air.story()
     resolved.look_up("flush-caches")
@@ -231,7 +238,8 @@ def test_a_record_that_it_announces_with_a_short_life_is_announced_again_by_us(l
     resolved.publish()
     packet, record = resolved.air.wait_for(types, dns.PTR, d.DEADLINE, sources=[ITS])
     assert record.ttl == dns.HOST_TTL < dns.OTHER_TTL / 2
-    resolved.air.wait_for(types, dns.PTR, d.DEADLINE, sources=[OURS], since=packet.time, ttl=dns.OTHER_TTL, data=record.data)
+    resolved.air.wait_for(types, dns.PTR, d.DEADLINE, sources=[OURS], since=packet.time, ttl=dns.OTHER_TTL,
+                          data=record.data)
 
 
 def ask_once(asker, address, name, kind):

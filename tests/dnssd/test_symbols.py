@@ -38,4 +38,5 @@ def test_its_name_is_the_one_that_programs_look_for():
 def test_it_stands_on_the_system_alone():
     """No library of another responder, nor of a client of one, is loaded with it."""
     loaded = set(re.findall(r"^\s*(lib[\w+-]+)\.so", output("ldd", LIBRARY), re.MULTILINE))
-    assert loaded <= {"libc", "libm", "libgcc_s", "libstdc++", "libpthread"} | {name for name in loaded if "san" in name}
+    assert loaded <= {"libc", "libm", "libgcc_s", "libstdc++", "libpthread"} | {name for name in loaded
+                                                                                if "san" in name}

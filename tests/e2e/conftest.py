@@ -26,7 +26,8 @@ class Scene:
         return self.keep(testbed.Daemon(namespace, testbed.rules_list(*rules), **how))
 
     def scripted_daemon(self, *rules, **how):
-        """The daemon over the scripted library, on a gateway with the interfaces a and b. Its script is `daemon.script`."""
+        """The daemon over the scripted library, on a gateway with the interfaces a and b. Its script is
+        `daemon.script`."""
         namespace = self.keep(testbed.Namespace("gateway"))
         namespace.run("ip link add name a type veth peer name b")
         daemon = self.keep(testbed.Daemon(namespace, testbed.rules_list(*rules), library=testbed.scripted_library(),

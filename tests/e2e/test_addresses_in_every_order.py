@@ -11,7 +11,8 @@ import time
 from testbed import chosen_seed, dns, rule, stays_true, wait_until
 
 SUBTYPE = "_universal._sub._ipp._tcp.local"
-GLOBAL4, LINK_LOCAL4, GLOBAL6, SECOND6, LINK_LOCAL6 = ADDRESSES = ["10.1.0.2", "169.254.7.7", "fd00:1::2", "fd00:1::77", "fe80::7"]
+GLOBAL4, LINK_LOCAL4, GLOBAL6, SECOND6, LINK_LOCAL6 = ADDRESSES = ["10.1.0.2", "169.254.7.7", "fd00:1::2", "fd00:1::77",
+                                                                   "fe80::7"]
 # What a host has, step by step.
 NAMED = {
     "link-local-6-beside": [[GLOBAL6], [GLOBAL6, LINK_LOCAL6], [GLOBAL6]],
@@ -34,7 +35,8 @@ class Host:
         self.service = self.device.publish(f"Printer {name}", subtypes=["_universal"])
 
     def step(self, chance):
-        """Now it has the addresses of the next step. Those that are gone get a goodbye, or make room for the announced ones."""
+        """Now it has the addresses of the next step. Those that are gone get a goodbye, or make room for the announced
+        ones."""
         if not self.steps:
             return
         former, there = self.device.addresses, self.steps.pop(0)
@@ -51,8 +53,8 @@ class Host:
     def questions(self):
         """For every record that there can be of it on link b."""
         return [dns.Question(*asked) for asked in (
-            (self.service.type, dns.PTR), (dns.labels(SUBTYPE), dns.PTR), (self.service.name, dns.SRV), (self.service.name, dns.TXT),
-            (self.device.host, dns.A), (self.device.host, dns.AAAA))]
+            (self.service.type, dns.PTR), (dns.labels(SUBTYPE), dns.PTR), (self.service.name, dns.SRV),
+            (self.service.name, dns.TXT), (self.device.host, dns.A), (self.device.host, dns.AAAA))]
 
 
 def random_steps(chance):
@@ -66,7 +68,8 @@ def random_steps(chance):
 
 
 def play(hosts, chance, holds, story):
-    """All steps of all hosts, with pauses of more and of less than the second for which a goodbye is not yet believed."""
+    """All steps of all hosts, with pauses of more and of less than the second for which a goodbye is not yet
+    believed."""
     while any(host.steps for host in hosts):
         stays_true(holds, chance.choice([0.3, 1.2]), story)
         for host in hosts:
@@ -94,7 +97,8 @@ def test_nothing_is_left_of_hosts_whose_addresses_have_changed_in_every_order(sc
         for host in hosts:
             client.send(dns.Message(questions=host.questions))
         return asked
-    play(hosts, chance, lambda: not any(ear.heard(host.device.host, kind, data=data) for host in hosts for kind, data in (
+    play(hosts, chance, lambda: not any(ear.heard(host.device.host, kind, data=data) for host in hosts
+                                        for kind, data in (
         (dns.A, LINK_LOCAL4), (dns.AAAA, LINK_LOCAL6))), story)
     asked = ask_for_everything()
     services = {(question.name, question.kind) for host in hosts for question in host.questions[:4]}

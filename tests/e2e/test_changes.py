@@ -29,7 +29,8 @@ def forwarded(record):
     return VENDOR_ENTRY + record.data if record.kind == dns.TXT else record.data
 
 
-@pytest.mark.parametrize("kind, subtypes", [("_ipp._tcp", []), ("_universal._ipp._tcp", ["_universal"])], ids=["type", "subtype"])
+@pytest.mark.parametrize("kind, subtypes", [("_ipp._tcp", []), ("_universal._ipp._tcp", ["_universal"])],
+                         ids=["type", "subtype"])
 def test_each_change_of_txt_data_and_port_is_an_update_on_the_other_link(scene, net, ear, kind, subtypes):
     ear_a = scene.ear(net["a"])
     scene.daemon(net.gateway, rule(kind, "a", "b")).start_and_wait()
@@ -40,14 +41,17 @@ def test_each_change_of_txt_data_and_port_is_an_update_on_the_other_link(scene, 
     client.sees("Printer")
     for record_type in (dns.A, dns.AAAA):
         ear.wait_for(HOST, record_type, within=2, sources=gateway)
-    ear.wait_for(service.name, dns.SRV, within=2, sources=gateway)  # a subtype's PTR record is there before it has been probed for
+    # a subtype's PTR record is there before it has been probed for
+    ear.wait_for(service.name, dns.SRV, within=2, sources=gateway)
     established = ear.packets[-1].time
 
     def is_whole():
-        return "Printer" in client.names and not withdrawn(ear, gateway, established) and not probes(ear, gateway, established)
+        return "Printer" in client.names and not withdrawn(ear, gateway, established) and not probes(ear, gateway,
+                                                                                                     established)
 
     def story():
-        return f"{client.events}, goodbyes {withdrawn(ear, gateway, established)}, probes {probes(ear, gateway, established)}"
+        return (f"{client.events}, goodbyes {withdrawn(ear, gateway, established)}, probes "
+                f"{probes(ear, gateway, established)}")
     for change in ({"txt": ["n=1"]}, {"txt": ["n=2", "x" * 100]}, {"txt": []}, {"port": 1001}, {"port": 1002},
                    {"port": 1003, "txt": ["n=3"]}):
         for record in device.change(service, **change):
@@ -64,10 +68,12 @@ def test_each_change_of_txt_data_and_port_is_an_update_on_the_other_link(scene, 
 
 
 def test_a_service_goes_when_its_hosts_addresses_have_run_out_and_nobody_answers_for_it(scene, net, ear):
-    """Silent says nothing any more; Shy answers for its service and not for its addresses; Awake answers for everything."""
+    """Silent says nothing any more; Shy answers for its service and not for its addresses; Awake answers for
+    everything."""
     ear_a = scene.ear(net["a"])
     scene.daemon(net.gateway, rule("_ipp._tcp", "a", "b")).start_and_wait()
-    devices = {name: scene.device(net["a"], host=name.lower(), addresses=["10.1.0.2", "fd00:1::2"], address_ttl=ADDRESS_TTL)
+    devices = {name: scene.device(net["a"], host=name.lower(), addresses=["10.1.0.2", "fd00:1::2"],
+                                  address_ttl=ADDRESS_TTL)
                for name in ("Silent", "Shy", "Awake")}
     services = {name: device.publish(name) for name, device in devices.items()}
     for service in services.values():
@@ -78,13 +84,15 @@ def test_a_service_goes_when_its_hosts_addresses_have_run_out_and_nobody_answers
     said = ear_a.heard("silent.local", dns.AAAA)[-1][0].time
     gateway = net.gateway_addresses("b")
     silent = services["Silent"]
-    gone = ear.wait_for(silent.type, dns.PTR, within=ADDRESS_TTL + WITHOUT_AN_ANSWER + 3, ttl=0, data=silent.name)[0].time
+    gone = ear.wait_for(silent.type, dns.PTR, within=ADDRESS_TTL + WITHOUT_AN_ANSWER + 3, ttl=0,
+                        data=silent.name)[0].time
     asked = [packet for packet in ear_a.sent_by(*net.gateway_addresses("a"), since=said + ADDRESS_TTL)
              if packet.time < gone and dns.Question(silent.type, dns.PTR) in packet.message.questions]
     assert asked, "withdrawn without a question"
     print(f"withdrawn {gone - said:.3f} s after its last word, {gone - asked[0].time:.3f} s after the question")
     assert ADDRESS_TTL < gone - said < ADDRESS_TTL + WITHOUT_AN_ANSWER + 2
-    wait_until(lambda: not [name for name, *_ in ear.held(gateway) if name.startswith("silent")], 1, lambda: ear.held(gateway))
+    wait_until(lambda: not [name for name, *_ in ear.held(gateway) if name.startswith("silent")], 1,
+               lambda: ear.held(gateway))
     client = scene.browser(net["b"])
     wait_until(lambda: sorted(client.names) == ["Awake", "Shy"], 2, lambda: client.names)
 

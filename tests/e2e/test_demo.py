@@ -22,8 +22,8 @@ def demo():
     with tempfile.TemporaryDirectory(prefix="demo-") as directory:
         environment = {**os.environ, "TMPDIR": directory, "MDNSPROXY_BUILD_DIR": str(build_directory())}
         shared_memory = set(os.listdir("/dev/shm"))
-        process = subprocess.Popen(DEMO, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
-                                   start_new_session=True, env=environment)
+        process = subprocess.Popen(DEMO, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                   text=True, start_new_session=True, env=environment)
         process.directory = directory
         yield process
         process.kill()
@@ -74,8 +74,9 @@ def test_it_leaves_no_process_when_it_is_interrupted(demo, number):
 
 
 def test_without_root_it_says_so_in_one_line():
-    done = subprocess.run(["setpriv", "--reuid=65534", "--clear-groups", "--regid=65534", "bash", "-s"], check=False, text=True,
-                          input=(ROOT / "demo").read_text(encoding="utf-8").replace('cd "$(dirname "$0")"', "cd /"),
+    done = subprocess.run(["setpriv", "--reuid=65534", "--clear-groups", "--regid=65534", "bash", "-s"], check=False,
+                          text=True, input=(ROOT / "demo").read_text(encoding="utf-8").replace('cd "$(dirname "$0")"',
+                                                                                               "cd /"),
                           capture_output=True)
     assert done.returncode == 1
     assert done.stdout == "" and len(done.stderr.splitlines()) == 1 and "root" in done.stderr

@@ -38,7 +38,8 @@ def look(daemon, user=0):
     for finding in answer["findings"]:
         assert finding.keys() == {"severity", "subject", "text", "cure"}
         assert finding["severity"] in ("error", "warning") and finding["cure"]
-    return status, *([(each["subject"], each["text"]) for each in answer[part]] for part in ("findings", "well", "not_looked_at"))
+    return status, *([(each["subject"], each["text"]) for each in answer[part]]
+                     for part in ("findings", "well", "not_looked_at"))
 
 
 def wait_for_service(daemon, name):
@@ -51,21 +52,23 @@ def test_what_is_well_is_said_to_have_been_looked_at(scene, net, daemon):
     net.gateway.run("nft add table ip filter")
     status, findings, well, not_seen = look(daemon)
     assert (status, findings) == (0, [])
-    assert {subject for subject, _ in well} >= {"daemon", "start", "lists", "a", "b", "port 5353", "forwarding", "routes",
-                                                "packet filter", "reflectors"}
+    assert {subject for subject, _ in well} >= {"daemon", "start", "lists", "a", "b", "port 5353", "forwarding",
+                                                "routes", "packet filter", "reflectors"}
     assert ("lists", f"{RULES_FILE} and /etc/mdnsservice-list.xml: 1 rules, no mistake") in well
     assert ("port 5353", f"held by mdnsproxy (process {daemon.pid})") in well
     assert ("routes", "2 addresses of services, each by the link of its service") in well
     assert ("packet filter", "a: it lets UDP port 5353 pass on a") in well
     start = dict(well)["start"]
-    assert re.fullmatch(r"last start \d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ; 1 rules installed after \d+\.\d s; announcements of 1 services "
+    assert re.fullmatch(r"last start \d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ; 1 rules installed after \d+\.\d s; "
+                        r"announcements of 1 services "
                         r"complete after \d+\.\d s", start), start
     assert "buffers" in {subject for subject, _ in well + not_seen}
     text = Ctl(daemon)("doctor")[1]
     assert re.search(r"^ok +lists +/tmp/mdnsproxyrule-list.xml", text, re.MULTILINE)
     status, findings, well, not_seen = look(daemon, NOBODY)
     assert (status, findings) == (0, [])
-    assert ("packet filter", "not looked at: only root may read the packet filter; run this command again by sudo") in not_seen
+    words = "not looked at: only root may read the packet filter; run this command again by sudo"
+    assert ("packet filter", words) in not_seen
     assert ("port 5353", "held by a process of user 0") in well
 
 
@@ -78,7 +81,8 @@ def test_what_is_wrong_is_named_with_its_cure(scene, net, daemon):
     net.gateway.run("nft add rule inet filter input iifname a udp dport 5353 counter drop")
     daemon.box.write(RULES_FILE, rule("_ipp._tcp", "a", "b") + rule("_http._tcp", "a", "nonsense"))
     elsewhere = ("a", "nothing of its rules' types is heard; c has 1 of them")
-    status, findings, *_ = wait_until(lambda: next((seen for seen in [look(daemon)] if elsewhere in seen[1]), None), 20, "a look at c")
+    status, findings, *_ = wait_until(lambda: next((seen for seen in [look(daemon)] if elsewhere in seen[1]), None), 20,
+                                      "a look at c")
     assert status == 2
     texts = dict(findings)
     assert texts["b"] == "it is down"

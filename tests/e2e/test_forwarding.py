@@ -14,7 +14,8 @@ import pytest
 from testbed import dns, rule, services_list, stays_true, wait_until
 
 VENDOR_ENTRY = b"\rvender=Zenmor"
-NAMES = ["Office Printer", "a.b.c", "back\\slash", "dots. and \\ blanks", "Drücker im Büro \N{HOT BEVERAGE}", "\\065\\.", "x" * 63]
+NAMES = ["Office Printer", "a.b.c", "back\\slash", "dots. and \\ blanks", "Drücker im Büro \N{HOT BEVERAGE}",
+         "\\065\\.", "x" * 63]
 
 
 def serve_once(link, port, text):

@@ -42,7 +42,8 @@ class Guest:
         self.box.write("/etc/avahi/avahi-daemon.conf", CONFIGURATION.format(**yes_or_no))
 
     def start(self):
-        self.process = self.box.start("/usr/sbin/avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits", by_init=True)
+        self.process = self.box.start("/usr/sbin/avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits",
+                                      by_init=True)
         wait_until(lambda: "Server startup complete" in self.box.output(), 10, "avahi-daemon on the link")
         return self
 
@@ -66,11 +67,13 @@ def is_usable(ear, gateways, host):
 
 
 def wait_usable(ear, gateways, host, within):
-    wait_until(lambda: is_usable(ear, gateways, host), within, lambda: f"the printer as {host}, but {sorted(map(str, ear.cached(gateways)))}")
+    wait_until(lambda: is_usable(ear, gateways, host), within,
+               lambda: f"the printer as {host}, but {sorted(map(str, ear.cached(gateways)))}")
 
 
 def addresses_said(ear, gateways, host, since=0.0):
-    return [record for kind in (dns.A, dns.AAAA) for _, record in ear.heard(host, kind, sources=gateways, since=since) if record.ttl]
+    return [record for kind in (dns.A, dns.AAAA) for _, record in ear.heard(host, kind, sources=gateways, since=since)
+            if record.ttl]
 
 
 @pytest.mark.parametrize("families", [{}, {"ipv6": False}, {"ipv4": False}], ids=["both", "ipv4", "ipv6"])
@@ -119,7 +122,8 @@ def test_two_gateways_keep_the_hosts_name_while_its_addresses_change_and_both_gi
         stays_true(lambda: not addresses_said(ear, None, OTHER), 1.2, "one has renamed the host for the other")
         changed = time.monotonic()
         device.change_addresses(addresses)
-        wait_until(lambda: {record.data for record in addresses_said(ear, gateways, OWN, since=changed)} >= set(addresses), 5,
+        wait_until(lambda: {record.data for record in addresses_said(ear, gateways, OWN,
+                                                                     since=changed)} >= set(addresses), 5,
                    "the new addresses")
     wait_usable(ear, gateways, OWN, 5)
     guest = Guest(scene, net["b"]).start()

@@ -58,13 +58,15 @@ def test_nothing_of_the_gateways_own_is_published(heard):
 def test_every_record_has_the_ttl_of_its_type_or_is_a_goodbye(heard):
     packets, _ = heard
     expected = {dns.PTR: OTHER_TTL, dns.TXT: OTHER_TTL, dns.SRV: HOST_TTL, dns.A: HOST_TTL, dns.AAAA: HOST_TTL}
-    wrong = [record for _, record in records(packets) if record.kind in expected and record.ttl not in (0, expected[record.kind])]
+    wrong = [record for _, record in records(packets) if record.kind in expected
+             and record.ttl not in (0, expected[record.kind])]
     assert wrong == []
 
 
 def test_unique_records_flush_caches_and_shared_ones_do_not(heard):
     packets, _ = heard
-    flushing = {(record.kind, record.flush) for _, record in records(packets) if record.ttl > 0 and record.kind != dns.NSEC}
+    flushing = {(record.kind, record.flush) for _, record in records(packets) if record.ttl > 0
+                and record.kind != dns.NSEC}
     # The addresses are shared: another gateway may announce the very same ones.
     assert flushing == {(dns.PTR, False), (dns.SRV, True), (dns.TXT, True), (dns.A, False), (dns.AAAA, False)}
 
@@ -72,7 +74,8 @@ def test_unique_records_flush_caches_and_shared_ones_do_not(heard):
 def test_the_name_is_probed_for_before_it_is_announced(heard):
     packets, _ = heard
     probes = [packet.time for packet in packets if not packet.message.is_response
-              and any(dns.text(question.name) == NAME and question.kind == dns.ANY for question in packet.message.questions)
+              and any(dns.text(question.name) == NAME and question.kind == dns.ANY
+                      for question in packet.message.questions)
               and packet.message.authorities]
     first = min(packet.time for packet, record in records(packets) if record.kind == dns.SRV and record.ttl > 0)
     assert len([time for time in probes if time < first]) >= 3
@@ -100,7 +103,8 @@ def test_everything_announced_gets_its_goodbye(heard):
 
 
 def test_the_gateway_stays_calm(heard):
-    """One service costs three probes, two or three announcements of two groups of records and a goodbye; IPv4 and IPv6 apart."""
+    """One service costs three probes, two or three announcements of two groups of records and a goodbye; IPv4 and IPv6
+    apart."""
     packets, _ = heard
     multicasts = [packet for packet in packets if packet.destination == "224.0.0.251"]
     assert len(multicasts) <= 16, [packet.message for packet in multicasts]

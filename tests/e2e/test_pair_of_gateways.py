@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Two gateways with the same rule. What one takes back when it ends, the other says again before anybody believes it; when both
-end, nothing of them is left.
+"""Two gateways with the same rule. What one takes back when it ends, the other says again before anybody believes it;
+when both end, nothing of them is left.
 
             ___[ first gateway  ]___
     link a /                        \\ link b
@@ -36,8 +36,10 @@ class Pair:
         for instance in INSTANCES:
             self.device.publish(instance)
         for addresses in self.addresses:
-            wait_until(lambda: self.listed(addresses) == set(INSTANCES), 10, lambda: f"all of {addresses}: {self.listed(addresses)}")
-        stays_true(lambda: self.listed(self.all_addresses) == set(INSTANCES), 2.5, "one has renamed the other's services")
+            wait_until(lambda: self.listed(addresses) == set(INSTANCES), 10,
+                       lambda: f"all of {addresses}: {self.listed(addresses)}")
+        stays_true(lambda: self.listed(self.all_addresses) == set(INSTANCES), 2.5,
+                   "one has renamed the other's services")
 
     @property
     def all_addresses(self):
@@ -45,7 +47,8 @@ class Pair:
 
     def listed(self, addresses):
         """The instances that a listener knows from these senders."""
-        return {dns.text(data).split(".")[0] for name, kind, data in self.ear.held(addresses) if (name, kind) == (TYPE, dns.PTR)}
+        return {dns.text(data).split(".")[0] for name, kind, data in self.ear.held(addresses)
+                if (name, kind) == (TYPE, dns.PTR)}
 
     def end(self, which):
         self.daemons[which].send(signal.SIGTERM)
@@ -68,7 +71,8 @@ def test_when_one_ends_nothing_is_missing_for_a_moment(scene, first):
     pair.end(first)
     pair.daemons[first].wait_for_exit()
     wait_until(lambda: pair.listed(pair.all_addresses) == set(INSTANCES), 1.5, lambda: pair.listed(pair.all_addresses))
-    goodbyes = [(packet, record) for packet, record in pair.ear.records(pair.addresses[first], since=ended) if record.ttl == 0]
+    goodbyes = [(packet, record) for packet, record in pair.ear.records(pair.addresses[first], since=ended)
+                if record.ttl == 0]
     kinds = {record.kind for _, record in goodbyes}
     assert {dns.PTR, dns.SRV, dns.TXT, dns.A, dns.AAAA} <= kinds, kinds
     for goodbye, record in goodbyes:

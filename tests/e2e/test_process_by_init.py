@@ -36,7 +36,8 @@ def test_it_keeps_streams_directory_and_signals(daemon):
     assert daemon.box.run("readlink", f"/proc/{process.pid}/fd/1").strip().endswith("/output")
     status = dict(re.findall(r"^(\w+):\t(.*)$", daemon.box.run("cat", f"/proc/{process.pid}/status"), re.MULTILINE))
     handled = int(status["SigCgt"], 16)
-    assert not any(handled & 1 << number - 1 for number in (signal.SIGHUP, signal.SIGTERM, signal.SIGUSR1, signal.SIGIO))
+    assert not any(handled & 1 << number - 1
+                   for number in (signal.SIGHUP, signal.SIGTERM, signal.SIGUSR1, signal.SIGIO))
     assert int(status["SigBlk"], 16) == 0
 
 

@@ -31,8 +31,8 @@ def dumped(daemon):
 
 
 def test_the_dump_holds_everything_and_is_in_the_system_log_alone(scene):
-    daemon = scene.scripted_daemon(rule("Media", "a", "b", bidirectional=True, literal=False), rule("_ipp._tcp", "a", "b"),
-                                   services=SERVICES, settings=WIDE)
+    daemon = scene.scripted_daemon(rule("Media", "a", "b", bidirectional=True, literal=False),
+                                   rule("_ipp._tcp", "a", "b"), services=SERVICES, settings=WIDE)
     index = interfaces(scene.parts[0])
     daemon.start_and_wait("-d")
     wait_until(lambda: "HandleEvents(): LOOP" in daemon.debug_stream, 5, "the debug stream going on")
@@ -91,7 +91,8 @@ def test_in_debug_mode_a_file_that_cannot_be_read_is_named_before_the_end(scene,
 def test_a_service_that_is_never_ended(scene):
     daemon = scene.scripted_daemon(services='<mdnsservice name="Printing">\n<service type="_ipp._tcp"/>\n').start()
     assert daemon.wait_for_exit() == 110
-    assert daemon.status_file == "110\nERROR 131155: ERROR in (list): missing </mdnsservice> after <mdnsservice> tag, exiting.\n"
+    assert daemon.status_file == ("110\nERROR 131155: ERROR in (list): missing </mdnsservice> after <mdnsservice> tag, "
+                                  "exiting.\n")
 
 
 def test_a_tag_that_is_never_closed_ends_the_rules(scene):
@@ -101,7 +102,8 @@ def test_a_tag_that_is_never_closed_ends_the_rules(scene):
 
 
 def test_rules_before_a_broken_one_have_been_installed(scene):
-    daemon = scene.scripted_daemon(rule("_ipp._tcp", "a", "b"), rule("_raop._tcp", "a", "b").replace('"1"', '"2"')).start()
+    daemon = scene.scripted_daemon(rule("_ipp._tcp", "a", "b"),
+                                   rule("_raop._tcp", "a", "b").replace('"1"', '"2"')).start()
     assert daemon.wait_for_exit() == 120
     assert len(daemon.script.calls_of("DNSServiceBrowse")) == 1
     assert "ERROR 12013011409" in daemon.status_file

@@ -91,7 +91,8 @@ def test_every_debug_line_begins_with_its_place_in_the_source(scene):
     assert [line for line in begun if not re.match(r"mdnsproxy\.c:\d+:", line)] == []
     # The prefix is followed by the message at once, and a message of its own newline leaves an empty line.
     assert re.search(r"^mdnsproxy\.c:\d+:main_init\.\.\.$", stream, re.MULTILINE)
-    assert re.search(r"^mdnsproxy\.c:\d+:HandleEvents\(\): LOOP: while \(!stopNow\): loop #1  \(max_loops = 0\)\.\.\.\n\n", stream + "\n",
+    assert re.search(r"^mdnsproxy\.c:\d+:HandleEvents\(\): LOOP: while \(!stopNow\): loop #1  \(max_loops = "
+                     r"0\)\.\.\.\n\n", stream + "\n",
                      re.MULTILINE)
 
 

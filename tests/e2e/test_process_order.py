@@ -11,7 +11,8 @@ import pytest
 from testbed import rule, wait_until
 
 VERBOSE = "[mdnsproxy]\nlog_level = enable\n"
-GONE = "ERROR 301903: Could not unlink (delete) PID lock file /var/run/mdnsproxy.pid, (did you run sudo or as root?), exiting"
+GONE = ("ERROR 301903: Could not unlink (delete) PID lock file /var/run/mdnsproxy.pid, (did you run sudo or as "
+        "root?), exiting")
 
 # Each behind the one before. The messages of the process that forks stand between them somewhere.
 START_UP = [
@@ -47,7 +48,8 @@ def positions(stream):
 
 def test_debug_mode_begins_by_saying_so(scene):
     daemon = scene.scripted_daemon().start_and_wait("-d")
-    assert re.match(r"mdnsproxy\.c:\d+:\n\n\t\tmain\(\): \*\*\* Got D -- using debug level gLOG_DBG \*\*\*\n\n\nmdnsproxy\.c:\d+:main_init",
+    assert re.match(r"mdnsproxy\.c:\d+:\n\n\t\tmain\(\): \*\*\* Got D -- using debug level gLOG_DBG "
+                    r"\*\*\*\n\n\nmdnsproxy\.c:\d+:main_init",
                     daemon.debug_stream), "nothing before it, nor between it and what follows"
 
 
@@ -61,7 +63,8 @@ def test_it_starts_in_this_order(scene):
 
 def test_traces_go_to_standard_output_and_what_syslog_copies_to_standard_error(scene):
     twice = rule("_ipp._tcp", "a", "b")
-    daemon = scene.scripted_daemon(twice, twice, settings=VERBOSE, wrapper=("sh", "-c", 'exec "$@" 2>/tmp/errors', "sh"))
+    daemon = scene.scripted_daemon(twice, twice, settings=VERBOSE,
+                                   wrapper=("sh", "-c", 'exec "$@" 2>/tmp/errors', "sh"))
     daemon.start_and_wait("-d")
     errors = daemon.box.read("/tmp/errors")
     assert re.search(r"^mdnsproxy\[\d+\]: WARNING 111727: ", errors, re.MULTILINE) and "mdnsproxy.c:" not in errors
@@ -93,7 +96,8 @@ def test_syslog_is_opened_before_anything_is_to_be_said(scene, options):
     daemon = scene.scripted_daemon().start_and_wait(*options)
     assert daemon.box.syslog == []
     links = daemon.box.run("sh", "-c", f"readlink /proc/{daemon.pid}/fd/*").split()
-    assert len([link for link in links if link.startswith("socket:")]) == 1, "the scripted library has pipes, no sockets"
+    assert len([link for link in links if link.startswith("socket:")]) == 1, (
+        "the scripted library has pipes, no sockets")
 
 
 def test_a_crash_is_reported_under_the_programs_name_and_leaves_the_files_as_they_are(scene):

@@ -10,7 +10,8 @@ import pytest
 from testbed.daemon import PID_FILE
 
 VERBOSE = "[mdnsproxy]\nlog_level = enable\n"
-FOUND = "WARNING 301802: PID lock file /var/run/mdnsproxy.pid exists -- reading for PID and then will try to issue kill signal...."
+FOUND = ("WARNING 301802: PID lock file /var/run/mdnsproxy.pid exists -- reading for PID and then will try to issue "
+         "kill signal....")
 NOT_READ = "WARNING 301804: Found existing PID file /var/run/mdnsproxy.pid, but could not read PID from it, ignoring."
 
 
@@ -37,7 +38,8 @@ def test_an_earlier_instance_is_killed_and_replaced(daemon):
     earlier.wait()
     assert earlier.end_signal == signal.SIGKILL
     assert daemon.box.logged(FOUND, 4)
-    assert daemon.box.logged(f"WARNING 301803: Found existing PID file {PID_FILE} with PID - {earlier.pid}, calling kill({earlier.pid}).",
+    assert daemon.box.logged(f"WARNING 301803: Found existing PID file {PID_FILE} with PID - {earlier.pid}, calling "
+                             f"kill({earlier.pid}).",
                              4)
     assert daemon.pid_file == f"{daemon.pid}\n" and daemon.pid != earlier.pid
 
@@ -63,8 +65,10 @@ def test_a_file_that_cannot_be_read(daemon):
     daemon.box.path(PID_FILE).symlink_to("/nowhere/at/all")
     daemon.start()
     assert daemon.wait_for_exit() == 30
-    assert daemon.status_file == "30\nERROR 301801: PID lock file (list) found, but could not fopen for reading, exiting.\n"
-    assert daemon.box.logged(f"ERROR 301801: PID lock file {PID_FILE} found, but could not fopen for reading, exiting.", 4)
+    assert daemon.status_file == ("30\nERROR 301801: PID lock file (list) found, but could not fopen for reading, "
+                                  "exiting.\n")
+    assert daemon.box.logged(f"ERROR 301801: PID lock file {PID_FILE} found, but could not fopen for reading, exiting.",
+                             4)
 
 
 def test_a_directory_in_its_place(daemon):
@@ -72,7 +76,8 @@ def test_a_directory_in_its_place(daemon):
     daemon.start()
     assert daemon.wait_for_exit() == 30
     assert daemon.status_file == "30\nERROR 301901: PID lock file could not be open for writing, exiting.\n"
-    assert daemon.box.logged(f"ERROR 301903: Could not unlink (delete) PID lock file {PID_FILE}, (did you run sudo or as root?), exiting",
+    assert daemon.box.logged(f"ERROR 301903: Could not unlink (delete) PID lock file {PID_FILE}, (did you run sudo "
+                             f"or as root?), exiting",
                              2)
 
 
@@ -87,7 +92,8 @@ def test_no_room_for_it(daemon):
 def test_a_file_that_cannot_be_synced_is_only_a_warning(daemon):
     daemon.box.path(PID_FILE).symlink_to("/dev/null")
     daemon.start_and_wait()
-    assert daemon.box.logged(f"WARNING 301910: Could not fsync PID file: {PID_FILE}, ignoring error and continuing execution.", 4)
+    assert daemon.box.logged(f"WARNING 301910: Could not fsync PID file: {PID_FILE}, ignoring error and continuing "
+                             f"execution.", 4)
 
 
 def test_a_file_that_is_gone_at_the_end_is_reported_at_the_critical_level_and_hinders_nothing(daemon):
@@ -97,6 +103,7 @@ def test_a_file_that_is_gone_at_the_end_is_reported_at_the_critical_level_and_hi
     daemon.box.path(PID_FILE).unlink()
     daemon.box.tell(kill=pid, signal=int(signal.SIGTERM))
     assert daemon.wait_for_exit() == 10
-    assert daemon.box.logged(f"ERROR 301903: Could not unlink (delete) PID lock file {PID_FILE}, (did you run sudo or as root?), exiting",
+    assert daemon.box.logged(f"ERROR 301903: Could not unlink (delete) PID lock file {PID_FILE}, (did you run sudo "
+                             f"or as root?), exiting",
                              2)
     assert daemon.status_code == 10

@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: MIT
 """One service instance through the whole process, reply by reply.
 
-    [ scripted libdns_sd.so.1 ]---- replies ---->[ mdnsproxy: event loop, callbacks ]---- calls ---->[ the script's list ]
+    [ scripted libdns_sd.so.1 ]---- replies ---->[ mdnsproxy: event loop, callbacks ]---- calls ---->[ the script's list
+    ]
 """
 
 import re
@@ -52,7 +53,8 @@ def test_an_instance_from_its_browse_to_its_registration(daemon):
     assert [argument(call, "flags") for call in (browse, resolve, *queries)] == ["0x4000"] * 2 + ["0x4500"] * 2
     assert [argument(call, "rrtype") for call in queries] == ["1", "28"]
     assert " name=Office Printer regtype=_ipp._tcp. domain=local. " in resolve
-    assert re.search(r" connection-2 flags=0x10 interface=\d+ fullname=printer\.local\. rrtype=1 rrclass=1 rdata=0a010002 ttl=0 ", record)
+    assert re.search(r" connection-2 flags=0x10 interface=\d+ fullname=printer\.local\. rrtype=1 rrclass=1 "
+                     r"rdata=0a010002 ttl=0 ", record)
     assert re.search(r" connection-1 flags=0x4010 interface=\d+ name=Office Printer regtype=_ipp\._tcp domain=local "
                      rf"host=printer\.local\. port=631 txt={VENDOR_ENTRY}0672703d697070 ", register)
     assert argument(register, "interface") == argument(record, "interface") != argument(browse, "interface")
@@ -65,8 +67,10 @@ def test_it_is_taken_apart_in_order_when_it_goes(daemon):
     answered(daemon, "fd00:1::2", query=2, kind=AAAA)
     script.wait_for_call("DNSServiceRegisterRecord", 2)
     script.says("browse", 1, 0, 2, 0, "Office Printer", "_ipp._tcp.", "local.")
-    wait_until(lambda: any("register-1" in call for call in script.calls_of("DNSServiceRefDeallocate")), 3, script.calls)
-    done = [call.split(" ")[2:4] for call in script.calls if call.startswith(("DNSServiceRemoveRecord", "DNSServiceRefDeallocate"))]
+    wait_until(lambda: any("register-1" in call for call in script.calls_of("DNSServiceRefDeallocate")), 3,
+               script.calls)
+    done = [call.split(" ")[2:4] for call in script.calls
+            if call.startswith(("DNSServiceRemoveRecord", "DNSServiceRefDeallocate"))]
     assert done == [["resolve-1", "->"], ["connection-2", "record-1"], ["connection-2", "record-2"], ["query-1", "->"],
                     ["query-2", "->"], ["register-1", "->"]]
 
@@ -78,7 +82,8 @@ def test_a_changed_address_is_an_update(daemon):
     answered(daemon, "10.1.0.3")
     update = daemon.script.wait_for_call("DNSServiceUpdateRecord")
     assert argument(update, "rdata") == "0a010003" and "connection-2 record-1" in update
-    assert len(daemon.script.calls_of("DNSServiceRegister")) == len(daemon.script.calls_of("DNSServiceRegisterRecord")) == 1
+    for function in ("DNSServiceRegister", "DNSServiceRegisterRecord"):
+        assert len(daemon.script.calls_of(function)) == 1
 
 
 def test_a_conflict_over_a_record_ends_the_process(daemon):
@@ -87,7 +92,8 @@ def test_a_conflict_over_a_record_ends_the_process(daemon):
     daemon.script.wait_for_call("DNSServiceRegister")
     daemon.script.says("record", 1, 0, NAME_CONFLICT, connection=2)
     assert daemon.wait_for_exit() == 600 % 256
-    assert daemon.status_file == (f"600\nERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: "
+    assert daemon.status_file == (f"600\nERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please "
+                                  f"choose another: "
                                   f"name = {TEXT}, errorCode = {NUMBER}\n")
     assert daemon.pid_file is None
 
@@ -115,7 +121,8 @@ def test_a_resolve_that_cannot_start_ends_the_process(daemon):
     daemon.script.fails("DNSServiceResolve", 1, UNKNOWN)
     daemon.script.says("browse", 1, ADD, 2, 0, "Office Printer", "_ipp._tcp.", "local.")
     assert daemon.wait_for_exit() == 600 % 256
-    assert daemon.status_file == (f"600\nERROR 1301301638: INTERNAL ERROR:  DNSServiceResolve() call failed: {NUMBER}, CRITICAL "
+    assert daemon.status_file == (f"600\nERROR 1301301638: INTERNAL ERROR:  DNSServiceResolve() call failed: "
+                                  f"{NUMBER}, CRITICAL "
                                   "ERROR, exiting.\n")
 
 
@@ -135,7 +142,8 @@ def test_registration_replies_are_stamped_with_the_time_on_standard_output(scene
     answered(daemon, "10.1.0.2")
     daemon.script.wait_for_call("DNSServiceRegister")
     daemon.script.says("register", 1, ADD, 0, "Office Printer", "_ipp._tcp.", "local.")
-    wait_until(lambda: re.search(r"^[ \d]\d:\d\d:\d\d\.\d{3}  mdnsproxy\.c:\d+:callback_ServiceRegister\(\): Got a reply for service "
+    wait_until(lambda: re.search(r"^[ \d]\d:\d\d:\d\d\.\d{3}  mdnsproxy\.c:\d+:callback_ServiceRegister\(\): Got a "
+                                 r"reply for service "
                                  r"Office Printer\._ipp\._tcp\. local\.: $", daemon.debug_stream, re.MULTILINE),
                3, lambda: daemon.debug_stream[-3000:])
 

@@ -98,7 +98,8 @@ def test_an_interrupted_wait_costs_one_pass(scene):
 def test_sigio_is_logged_and_ignored(scene):
     daemon = scene.scripted_daemon(settings=VERBOSE).start_and_wait()
     daemon.send(signal.SIGIO)
-    wait_until(lambda: daemon.box.logged("Received SIGPOLL signal (29), unhandled, ignoring and continuing execution as normal.", 4),
+    wait_until(lambda: daemon.box.logged("Received SIGPOLL signal (29), unhandled, ignoring and continuing execution "
+                                         "as normal.", 4),
                2, "the warning")
     assert daemon.box.logged("sig_sigpoll(): GOT SIGNAL: 29", 7)
     assert daemon.status_code == 0

@@ -19,7 +19,8 @@ NUMBER = "2147483647"
 
 OPENAT = {"x86_64": 257}.get(platform.machine(), 56)  # 56 on the later 64-bit architectures
 
-INTERFACE_TEXT = ("INTERFACE LOOKUP ERROR {}: Could not find interface named '" + TEXT + "' on this system, please double-check the"
+INTERFACE_TEXT = ("INTERFACE LOOKUP ERROR {}: Could not find interface named '" + TEXT + "' on this system, please "
+                                                                                         "double-check the"
                   " accuracy of the mdnsproxy rules config file: " + TEXT + ".  Critical error, exiting.")
 
 # name: (what is wrong, status, the message in the status file)
@@ -38,22 +39,27 @@ RULES_FAULTS = {
     "no service": ('<rule rule_type="1" if_from="a" if_to="b" bidirectional="no" mdnsservice/>',
                    f"ERROR 12013011402: in {TEXT}: missing mdnsservice attribute in <mdnsproxyrule> tag"),
     "no rule_type": ('<rule mdnsservice="_ipp._tcp" if_from="a" if_to="b" bidirectional="no" rule_type/>',
-                     f'ERROR 12013011403: in {TEXT}: missing rule_type attribute for <mdnsproxyrule mdnsservice="{TEXT}">'),
+                     f'ERROR 12013011403: in {TEXT}: missing rule_type attribute for <mdnsproxyrule '
+                     f'mdnsservice="{TEXT}">'),
     "no if_from": ('<rule mdnsservice="_ipp._tcp" rule_type="1" if_to="b" bidirectional="no" if_from/>',
                    f'ERROR 12013011404: in {TEXT}: missing if_from attribute for <mdnsproxyrule mdnsservice="{TEXT}">'),
     "no if_to": ('<rule mdnsservice="_ipp._tcp" rule_type="1" if_from="a" bidirectional="no" if_to/>',
                  f'ERROR 12013011405: in {TEXT}: missing if_to attribute for <mdnsproxyrule mdnsservice="{TEXT}">'),
     "no bidirectional": ('<rule mdnsservice="_ipp._tcp" rule_type="1" if_from="a" if_to="b" bidirectional/>',
-                         f'ERROR 12013011406: in {TEXT}: missing bidirectional attribute for <mdnsproxyrule mdnsservice="{TEXT}">'),
+                         f'ERROR 12013011406: in {TEXT}: missing bidirectional attribute for <mdnsproxyrule '
+                         f'mdnsservice="{TEXT}">'),
     "bidirectional maybe": (rule("_ipp._tcp", "a", "b").replace('"no"', '"maybe"'),
-                            f'ERROR 12013011407: in {TEXT}: invalid value for bidirectional attribute for <mdnsproxyrule '
-                            f'mdnsservice="{TEXT}"> -- value must be one of: {{ 1, YES, yes, TRUE, true, 0, no, NO, false, FALSE }}'
+                            f'ERROR 12013011407: in {TEXT}: invalid value for bidirectional attribute for '
+                            f'<mdnsproxyrule '
+                            f'mdnsservice="{TEXT}"> -- value must be one of: '
+                            f'{{ 1, YES, yes, TRUE, true, 0, no, NO, false, FALSE }}'
                             f', found value is: {TEXT}'),
     "unknown service": (rule("Printing", "a", "b", literal=False),
                         f'ERROR 12013011408: in {TEXT}: invalid value for mdnsservice attribute for <mdnsproxyrule '
                         f'mdnsservice="{TEXT}"> -- value does not appear in services config file {TEXT}, exiting.'),
     "rule_type 2": (rule("_ipp._tcp", "a", "b").replace('rule_type="1"', 'rule_type="2"'),
-                    f'ERROR 12013011409: in {TEXT}: invalid value for rule_type for <mdnsproxyrule mdnsservice="{TEXT}"> -- value '
+                    f'ERROR 12013011409: in {TEXT}: invalid value for rule_type for <mdnsproxyrule '
+                    f'mdnsservice="{TEXT}"> -- value '
                     f'must be one of: {{ 0, 1 }} -- the incorect value found is: {TEXT}'),
 }
 
@@ -63,7 +69,8 @@ def ends(daemon, status, message, within=10):
     assert daemon.wait_for_exit(within) == status % 256
     assert daemon.status_file == f"{status}\n{message}\n"
     assert daemon.pid_file is None, "the PID file is removed on the way out"
-    assert daemon.box.logged(f"handle_error(): aMyStatusCode = {status} != MYSTATUS__RUNNING__OK, calling exit_clean()...", 3)
+    assert daemon.box.logged(f"handle_error(): aMyStatusCode = {status} != MYSTATUS__RUNNING__OK, calling "
+                             f"exit_clean()...", 3)
 
 
 @pytest.mark.parametrize("fault", SERVICES_FAULTS)
@@ -100,12 +107,14 @@ def test_an_unknown_interface(scene, if_from, if_to, number):
 def test_no_responder(scene, call, number):
     daemon = scene.scripted_daemon(settings="[mdnsproxy]\nlog_level = enable\n")
     daemon.script.fails("DNSServiceCreateConnection", call, -65563)
-    ends(daemon.start(), 600, f"ERROR {number}: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: {NUMBER}, CRITICAL "
+    ends(daemon.start(), 600, f"ERROR {number}: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: {NUMBER}, "
+                              f"CRITICAL "
          "ERROR, exiting.")
     # Whichever of the two it was: syslog shows the first call's result.
     shown = -65563 if call == 1 else 0
     assert daemon.box.logged(f"ERROR {number}: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: {shown}, ", 4)
-    assert [release.split()[2] for release in daemon.script.calls_of("DNSServiceRefDeallocate")] == ["connection-1"][:call - 1]
+    releases = daemon.script.calls_of("DNSServiceRefDeallocate")
+    assert [release.split()[2] for release in releases] == ["connection-1"][:call - 1]
 
 
 def test_a_browse_that_is_refused_four_times(scene):
@@ -188,7 +197,8 @@ def test_the_status_file_over_a_run(scene):
     wait_until(lambda: daemon.status_code == 1, 1, "status 1")
     assert daemon.status_file == "1\nStarting up, deamon PID = 0\n"
     daemon.wait_until_running()
-    assert daemon.status_file == ("0\nFinished startup, InitFromConfigFiles() processed without error, mdnsproxy (1.0.0) "
+    assert daemon.status_file == ("0\nFinished startup, InitFromConfigFiles() processed without error, mdnsproxy "
+                                  "(1.0.0) "
                                   "deamon PID = 0\n\n")
     assert daemon.stop() == 10
     assert daemon.status_file == f"10\nReceived SIGTERM signal ({NUMBER}), exiting.\n"
@@ -214,4 +224,5 @@ def test_each_type_of_a_service_is_browsed_forth_and_back_in_the_order_of_the_fi
     browses = [call.split(" ")[4:6] for call in daemon.script.calls_of("DNSServiceBrowse")]
     assert [kind for _, kind in browses] == ["regtype=_airplay._tcp"] * 2 + ["regtype=_raop._tcp"] * 2
     interfaces = [interface for interface, _ in browses]
-    assert interfaces[0] != interfaces[1] and interfaces[0::2] == [interfaces[0]] * 2 and interfaces[1::2] == [interfaces[1]] * 2
+    assert interfaces[0] != interfaces[1]
+    assert interfaces[0::2] == [interfaces[0]] * 2 and interfaces[1::2] == [interfaces[1]] * 2

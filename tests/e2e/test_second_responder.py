@@ -36,8 +36,8 @@ def avahi(scene, net):
     box.write("/etc/avahi/avahi-daemon.conf", CONFIGURATION)
     box.write("/etc/avahi/services/files.service", SERVICE)
     box.start("/usr/sbin/avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits", by_init=True)
-    wait_until(lambda: 'Service "Files of the gateway"' in box.output() and "successfully established" in box.output(), 10,
-               "avahi-daemon's own service")
+    wait_until(lambda: 'Service "Files of the gateway"' in box.output() and "successfully established" in box.output(),
+               10, "avahi-daemon's own service")
     return box
 
 
@@ -65,7 +65,8 @@ def test_both_work_and_neither_renames_anything(scene, net, avahi):
 
 
 def test_its_own_service_keeps_its_name_when_a_rule_forwards_it_to_where_it_is_already(scene, net, avahi):
-    """avahi-daemon publishes on both links. What a rule forwards from link a meets the original on link b, and gives way."""
+    """avahi-daemon publishes on both links. What a rule forwards from link a meets the original on link b, and gives
+    way."""
     ear = scene.ear(net["b"])
     scene.daemon(net.gateway, rule("_ssh._tcp", "a", "b")).start_and_wait()
     client = scene.browser(net["b"], "_ssh._tcp")

@@ -59,8 +59,8 @@ def test_a_service_from_its_discovery_to_its_end(scene, net, ear, daemon):
     status, answer = ctl.json("status")
     assert (status, answer["schema"], answer["services"]) == (0, 1, {"forwarded": 1, "waiting": 0, "refused": 0})
     assert answer["daemon"]["running"] and answer["daemon"]["pid"] == daemon.pid
-    assert ctl.json("rules")[1]["rules"] == [{"rule_line": 2, "from": "a", "to": "b", "type": "_ipp._tcp", "forwarded": 1,
-                                              "waiting": 0, "refused": 0}]
+    assert ctl.json("rules")[1]["rules"] == [{"rule_line": 2, "from": "a", "to": "b", "type": "_ipp._tcp",
+                                              "forwarded": 1, "waiting": 0, "refused": 0}]
     device.withdraw(service)
     wait_until(lambda: known(ctl, "Office Printer") is None, 5, "its end")
 
@@ -95,7 +95,8 @@ def test_links_tell_what_has_passed_and_who_else_announces_the_same(scene, net, 
     link = wait_until(told, 15, lambda: ctl.json("links"))
     assert (link["dropped"], link["ignored"], link["conflicts"]) == (0, 0, 0)
     status, text = ctl("links")
-    assert status == 0 and re.search(r"^b: .* announces the same services: another gateway, or a reflector$", text, re.MULTILINE)
+    assert status == 0 and re.search(r"^b: .* announces the same services: another gateway, or a reflector$", text,
+                                     re.MULTILINE)
     assert re.search(rf'^mdnsproxy_link_sent_packets_total{{link="b"}} [1-9]', ctl("metrics")[1], re.MULTILINE)
 
 
@@ -178,7 +179,10 @@ def test_a_thousand_readers_at_once_cost_the_daemon_nothing(daemon):
     ctl("status")
     before = processor_ticks(daemon)
     readers = daemon.box.start("sh", "-c", """
-        for reader in $(seq 1000); do /mnt/program/mdnsproxyctl status --json >/dev/null || touch /tmp/failed & done; wait""")
+        for reader in $(seq 1000); do
+          /mnt/program/mdnsproxyctl status --json >/dev/null || touch /tmp/failed &
+        done
+        wait""")
     wait_until(lambda: readers.status is not None, 60, "the readers")
     assert not daemon.box.path("/tmp/failed").exists()
     assert processor_ticks(daemon) - before <= 1
@@ -216,7 +220,8 @@ def test_a_stopped_daemon_is_told_from_an_idle_one(daemon):
     wait_until(lambda: ctl("status")[0] == 0, 5, "the process goes on")
 
 
-@pytest.mark.parametrize("number, words", [(signal.SIGTERM, "it ended with status 10"), (signal.SIGKILL, "it was killed or crashed")])
+@pytest.mark.parametrize("number, words",
+                         [(signal.SIGTERM, "it ended with status 10"), (signal.SIGKILL, "it was killed or crashed")])
 def test_a_daemon_that_is_gone(daemon, number, words):
     daemon.send(number)
     wait_until(lambda: daemon.daemon_status is not None, 10, "its end")
@@ -269,8 +274,8 @@ def test_another_place_by_the_settings(scene, net):
 
 
 def life(scene, with_directory):
-    """A daemon that has met one service, from its start to its end, with or without a place for the file; the lines that strace
-    wrote of it."""
+    """A daemon that has met one service, from its start to its end, with or without a place for the file; the lines
+    that strace wrote of it."""
     daemon = scene.scripted_daemon(rule("_ipp._tcp", "a", "b"), settings="[mdnsproxy]\nlog_level = enable\n",
                                    wrapper=["strace", "-f", "-o", "/tmp/calls"])
     if with_directory:
@@ -297,8 +302,8 @@ def finished(daemon):
 
 
 def messages(daemon):
-    """The syslog, with one mark for each number, which may be an address or a process; sorted, since parent and child of the fork
-    write side by side."""
+    """The syslog, with one mark for each number, which may be an address or a process; sorted, since parent and child
+    of the fork write side by side."""
     return sorted((line.priority, re.sub(r"0x[0-9a-f]+|-?\d+", "#", line.text)) for line in daemon.box.syslog)
 
 

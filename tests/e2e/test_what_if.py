@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""`mdnsproxyctl what-if` foretells what a rules list would change, and changes nothing. One story, in the order of the tests.
+"""`mdnsproxyctl what-if` foretells what a rules list would change, and changes nothing. One story, in the order of the
+tests.
 
       link a               gateway                link b
     [ device ]----- a [ mdnsproxy ] b -----[ client ]

@@ -19,8 +19,8 @@ import pytest
 from testbed import Box, Ctl, Network, dns, rule, wait_until
 from testbed.script import ADD
 
-STEPS = {"daemon", "link_from", "link_to", "heard", "rule", "limit", "gateway", "resolved", "address", "announced", "name_there",
-         "found_there", "found_from", "reflector", "route", "forwarding", "filter", "connect"}
+STEPS = {"daemon", "link_from", "link_to", "heard", "rule", "limit", "gateway", "resolved", "address", "announced",
+         "name_there", "found_there", "found_from", "reflector", "route", "forwarding", "filter", "connect"}
 REFLECTOR_CONFIGURATION = """\
 [server]
 use-ipv4=yes
@@ -48,8 +48,9 @@ def daemon(scene, net):
 
 @pytest.fixture
 def why(daemon):
-    """why(...) is root's answer: its steps are known ones, and the first failure is the verdict's. Nobody's is the same, but for
-    the packet filter, at which only root may look; `others_see` is nobody's first failure, when that is another one."""
+    """why(...) is root's answer: its steps are known ones, and the first failure is the verdict's. Nobody's is the
+    same, but for the packet filter, at which only root may look; `others_see` is nobody's first failure, when that is
+    another one."""
     users = [Ctl(daemon), Ctl(daemon, user=65534)]
 
     def asked(*arguments, others_see=True):
@@ -65,7 +66,8 @@ def why(daemon):
             assert len(hidden) >= 1
         failures = [step for step in answer["steps"] if step["ok"] is False]
         assert {step["step"] for step in answer["steps"]} <= STEPS
-        assert [step["cure"] is None for step in answer["steps"]] == [step["ok"] is not False for step in answer["steps"]]
+        assert [step["cure"] is None for step in answer["steps"]] == [step["ok"] is not False
+                                                                      for step in answer["steps"]]
         first = failures[0] if failures else {"step": None, "cure": None}
         assert (answer["verdict"]["step"], answer["verdict"]["cure"]) == (first["step"], first["cure"])
         answer["status"] = status
@@ -84,7 +86,8 @@ def listening(link, port):
 
 def wait_for_state(daemon, name, state):
     wait_until(lambda: any(each["service"] == name and each["state"] == state
-                           for each in Ctl(daemon).json("services")[1]["services"]), 10, lambda: Ctl(daemon).json("services"))
+                           for each in Ctl(daemon).json("services")[1]["services"]), 10,
+               lambda: Ctl(daemon).json("services"))
 
 
 def seen(answer):
@@ -104,7 +107,8 @@ def test_a_service_that_works_is_well_at_every_step(scene, net, daemon, why):
     assert (answer["status"], answer["verdict"]["state"]) == (0, "forwarded")
     assert answer["service"]["service"] == "Air Printer"
     assert step(answer, "found_there")["ok"] and step(answer, "connect")["ok"]
-    assert {each["detail"].split()[0] for each in answer["steps"] if each["step"] == "route"} == {"10.1.0.2", "fd00:1::2"}
+    assert {each["detail"].split()[0] for each in answer["steps"] if each["step"] == "route"} == {"10.1.0.2",
+                                                                                                  "fd00:1::2"}
 
 
 def test_a_type_is_its_service_that_is_worst_off(scene, net, daemon, why):
@@ -172,7 +176,8 @@ def test_nobody_has_it(net, daemon, why):  # pylint: disable=unused-argument
 
 
 class ShyHost(threading.Thread):
-    """Answers the questions of other ports than 5353 alone: as if the gateway's filter dropped what goes to that port."""
+    """Answers the questions of other ports than 5353 alone: as if the gateway's filter dropped what goes to that
+    port."""
 
     def __init__(self, link, name):
         super().__init__(daemon=True)
@@ -180,7 +185,8 @@ class ShyHost(threading.Thread):
                                  (0, 0, 631, dns.labels("shy.local")), dns.HOST_TTL, False)
         with link.ns.entered():
             self.opened = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-            group = socket.inet_aton("224.0.0.251") + bytes(4) + socket.if_nametoindex(link.interface).to_bytes(4, "little")
+            index = socket.if_nametoindex(link.interface)
+            group = socket.inet_aton("224.0.0.251") + bytes(4) + index.to_bytes(4, "little")
             self.opened.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, group)
             self.opened.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
             self.opened.bind(("", 5353))
@@ -224,17 +230,20 @@ def test_a_packet_filter_that_drops_multicast_dns(scene, net, daemon, why):  # p
 
 def test_a_packet_filter_that_drops_all_it_does_not_know(scene, net, daemon, why):  # pylint: disable=unused-argument
     scene.device(net["a"])
-    nft(net, "chain inet filter input { policy drop ; }", "add rule inet filter input ct state established,related accept",
+    nft(net, "chain inet filter input { policy drop ; }",
+        "add rule inet filter input ct state established,related accept",
         "add rule inet filter input tcp dport 22 accept")
     answer = why("Air Printer", others_see="heard")
     assert answer["failure"]["step"] == "heard"
-    assert answer["failure"]["detail"] == ("a DEAF: asked 4 times, heard nothing from anybody; packets to UDP port 5353 are dropped "
+    assert answer["failure"]["detail"] == ("a DEAF: asked 4 times, heard nothing from anybody; packets to UDP port "
+                                           "5353 are dropped "
                                            "by chain input of table inet filter (its policy)")
 
 
 def nft(net, *commands):
     """Runs commands of nft(8) on the gateway, in a table that lets everything pass otherwise."""
-    chains = [f"add chain inet filter {hook} {{ type filter hook {hook} priority 0 ; }}" for hook in ("input", "forward")]
+    chains = [f"add chain inet filter {hook} {{ type filter hook {hook} priority 0 ; }}"
+              for hook in ("input", "forward")]
     for command in ["add table inet filter", *chains, *commands]:
         net.gateway.run(f"nft {command}")
 
@@ -266,7 +275,8 @@ def test_a_packet_filter_between_the_links(scene, net, daemon, why):
         nft(net, "chain inet filter forward { policy drop ; }")
         answer = why("Air Printer", others_see=None)
         assert answer["failure"]["step"] == "filter"
-        assert answer["failure"]["detail"] == ("10.1.0.2 port 631 from b: a client's packets are dropped by chain forward of table "
+        assert answer["failure"]["detail"] == ("10.1.0.2 port 631 from b: a client's packets are dropped by chain "
+                                               "forward of table "
                                                "inet filter (its policy)")
         cure = 'nft insert rule inet filter forward iifname "b" oifname "a" ip daddr 10.1.0.2 tcp dport 631 accept'
         assert answer["failure"]["cure"].startswith(cure)
@@ -291,7 +301,8 @@ def test_a_reflector_beside_the_gateway(scene, net, daemon, why):
     assert step(answer, "connect")["ok"], "a reflector does not end the way"
     answer = why("Air Printer (2)")
     assert (answer["failure"]["step"], answer["failure"]["detail"]) == (
-        "gateway", f"10.1.0.9 ({hardware_address(reflector, 'a')}) repeats on a what this machine announces on b: a reflector")
+        "gateway", f"10.1.0.9 ({hardware_address(reflector, 'a')}) repeats on a what this machine announces on b: a "
+                   f"reflector")
     for user in (0, 65534):
         status, links = Ctl(daemon, user).json("links", "b")
         assert (status, [each["text"] for each in links["links"][0]["findings"]]) == (1, [text])
@@ -320,7 +331,8 @@ def test_one_too_many(scene):
     for number in range(2002):
         wait_until(lambda number=number: browse_reply(daemon, f"Device {number}"), 10, "room for a reply")
     ctl = Ctl(daemon)
-    wait_until(lambda: ctl("services", "Device 2001")[0] == 1 and "refused" in ctl("services", "Device 2001")[1], 20, "the last one")
+    wait_until(lambda: ctl("services", "Device 2001")[0] == 1 and "refused" in ctl("services", "Device 2001")[1], 20,
+               "the last one")
     status, answer = ctl.json("why", "Device 2001", "--no-network")
     assert (status, answer["verdict"]["reason"], answer["verdict"]["step"]) == (1, "limit", "limit")
     assert step(answer, "limit")["detail"] == "there were 2001 services already"

@@ -62,7 +62,8 @@ def test_one_of_two_services_of_a_host_goes(scene, net, ear):
     device.withdraw(first)
     gone = ear.wait_for(first.type, dns.PTR, within=3, ttl=0, data=first.name, sources=gateway)[0].time
     assert ear.heard(second.type, dns.PTR, ttl=0, data=second.name) == []
-    stays_true(lambda: not ear.heard("printer.local", dns.A, ttl=0), 1.2, "the address of the one that stays was withdrawn")
+    stays_true(lambda: not ear.heard("printer.local", dns.A, ttl=0), 1.2,
+               "the address of the one that stays was withdrawn")
     assert ear.heard("printer.local", dns.AAAA, ttl=0) == []
     client = scene.browser(net["b"])
     found = client.sees("Second")
@@ -113,5 +114,7 @@ def test_a_service_that_goes_at_once_leaves_nothing(scene, net, ear):
     stays = device.publish("Stays", port=2)
     ear.wait_for(stays.name, dns.SRV, within=5)
     gateway = net.gateway_addresses("b")
-    wait_until(lambda: not any(name.startswith("fleeting") for name, *_ in ear.held(gateway, ear_b_time)), 4, "Fleeting's goodbye")
-    stays_true(lambda: not any(name.startswith("fleeting") for name, *_ in ear.held(gateway, ear_b_time)), 1, "Fleeting is back")
+    wait_until(lambda: not any(name.startswith("fleeting") for name, *_ in ear.held(gateway, ear_b_time)), 4,
+               "Fleeting's goodbye")
+    stays_true(lambda: not any(name.startswith("fleeting") for name, *_ in ear.held(gateway, ear_b_time)), 1,
+               "Fleeting is back")

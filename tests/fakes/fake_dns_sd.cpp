@@ -49,13 +49,14 @@ std::string id_of(DNSRecordRef ref) {
   return found != nullptr ? found->id : ref == nullptr ? "null" : "unknown";
 }
 
-// --- What a test asks and orders ------------------------------------------------------------------------------------------------
+// --- What a test asks and orders -------------------------------------------------------------------------------------
 
 const std::vector<Call>& calls() { return state().calls; }
 
 std::vector<Call> calls(std::string_view function) {
   std::vector<Call> found;
-  std::ranges::copy_if(state().calls, std::back_inserter(found), [&](const Call& call) { return call.function == function; });
+  std::ranges::copy_if(state().calls, std::back_inserter(found),
+                       [&](const Call& call) { return call.function == function; });
   return found;
 }
 
@@ -70,12 +71,14 @@ std::vector<std::string> lines(std::size_t first) {
 const std::vector<std::string>& misuses() { return state().misuses; }
 
 std::size_t live_operations() {
-  return static_cast<std::size_t>(std::ranges::count_if(
-      state().operations, [](const auto& entry) { return entry.second->live && entry.second->kind != Kind::Connection; }));
+  return static_cast<std::size_t>(std::ranges::count_if(state().operations, [](const auto& entry) {
+    return entry.second->live && entry.second->kind != Kind::Connection;
+  }));
 }
 
 std::size_t live_records() {
-  return static_cast<std::size_t>(std::ranges::count_if(state().records, [](const auto& entry) { return entry.second->live; }));
+  return static_cast<std::size_t>(
+      std::ranges::count_if(state().records, [](const auto& entry) { return entry.second->live; }));
 }
 
 bool is_live(DNSServiceRef ref) {
@@ -101,7 +104,7 @@ void post(DNSServiceRef connection, std::function<DNSServiceErrorType()> work) {
 
 void reset() { state() = State{}; }
 
-// --- Replies --------------------------------------------------------------------------------------------------------------------
+// --- Replies ---------------------------------------------------------------------------------------------------------
 
 namespace {
 
@@ -134,9 +137,9 @@ bool deliver(DNSServiceRef browse, const BrowseReply& reply) {
 bool deliver(DNSServiceRef resolve, const ResolveReply& reply) {
   const Operation* operation = addressee(resolve, Kind::Resolve);
   if (operation != nullptr) {
-    callback_of<DNSServiceResolveReply> (*operation)(resolve, reply.flags, reply.interfaceIndex, reply.error, reply.fullname,
-                                                     reply.hosttarget, htons(reply.port), reply.txtLen, reply.txt,
-                                                     operation->context);
+    callback_of<DNSServiceResolveReply> (*operation)(resolve, reply.flags, reply.interfaceIndex, reply.error,
+                                                     reply.fullname, reply.hosttarget, htons(reply.port), reply.txtLen,
+                                                     reply.txt, operation->context);
   }
   return operation != nullptr;
 }
@@ -144,9 +147,9 @@ bool deliver(DNSServiceRef resolve, const ResolveReply& reply) {
 bool deliver(DNSServiceRef query, const QueryReply& reply) {
   const Operation* operation = addressee(query, Kind::Query);
   if (operation != nullptr) {
-    callback_of<DNSServiceQueryRecordReply> (*operation)(query, reply.flags, reply.interfaceIndex, reply.error, reply.fullname,
-                                                         reply.rrtype, reply.rrclass, reply.rdlen, reply.rdata, reply.ttl,
-                                                         operation->context);
+    callback_of<DNSServiceQueryRecordReply> (*operation)(query, reply.flags, reply.interfaceIndex, reply.error,
+                                                         reply.fullname, reply.rrtype, reply.rrclass, reply.rdlen,
+                                                         reply.rdata, reply.ttl, operation->context);
   }
   return operation != nullptr;
 }
@@ -154,8 +157,8 @@ bool deliver(DNSServiceRef query, const QueryReply& reply) {
 bool deliver(DNSServiceRef service, const RegisterReply& reply) {
   const Operation* operation = addressee(service, Kind::Service);
   if (operation != nullptr) {
-    callback_of<DNSServiceRegisterReply> (*operation)(service, reply.flags, reply.error, reply.name, reply.regtype, reply.domain,
-                                                      operation->context);
+    callback_of<DNSServiceRegisterReply> (*operation)(service, reply.flags, reply.error, reply.name, reply.regtype,
+                                                      reply.domain, operation->context);
   }
   return operation != nullptr;
 }

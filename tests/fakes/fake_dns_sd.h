@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-// A DNS-SD client library that talks to nobody: it defines every function of dns_sd.h that the program calls, writes each call
-// down, refuses calls on demand, and delivers replies when a test says so.
+// A DNS-SD client library that talks to nobody: it defines every function of dns_sd.h that the program calls, writes
+// each call down, refuses calls on demand, and delivers replies when a test says so.
 //
-// It also watches its caller: a reference that is released twice, a record that is removed twice, an operation on something that
-// is no live connection, a reply asked for on a released reference, each adds a line to misuses(), which a test expects to be
-// empty. Needs nothing of a test framework.
+// It also watches its caller: a reference that is released twice, a record that is removed twice, an operation on
+// something that is no live connection, a reply asked for on a released reference, each adds a line to misuses(), which
+// a test expects to be empty. Needs nothing of a test framework.
 #pragma once
 
 #include <dns_sd.h>
@@ -18,8 +18,8 @@
 
 namespace fake_dns_sd {
 
-// One call. References are named after their kind and number in order of creation: connection1, browse1, resolve1, query1,
-// service1, record1. Arguments that a function does not have are empty; a null text is "(null)".
+// One call. References are named after their kind and number in order of creation: connection1, browse1, resolve1,
+// query1, service1, record1. Arguments that a function does not have are empty; a null text is "(null)".
 struct Call {
   std::string function;  // "DNSServiceBrowse"
   std::string text;      // all of it on one line, "DNSServiceBrowse on=connection1 flags=0x4000 if=2 ... -> browse1"
@@ -41,7 +41,7 @@ struct Call {
   DNSRecordRef record;  // the new record, or the one that is about; null after a refusal
 };
 
-// --- What was called ------------------------------------------------------------------------------------------------------------
+// --- What was called -------------------------------------------------------------------------------------------------
 
 // Every call since reset, in order (DNSServiceRefSockFD and DNSServiceProcessResult too).
 const std::vector<Call>& calls();
@@ -60,20 +60,20 @@ std::size_t live_records();
 
 bool is_live(DNSServiceRef ref);
 
-// --- What happens next ----------------------------------------------------------------------------------------------------------
+// --- What happens next -----------------------------------------------------------------------------------------------
 
-// The nth call of the function from now (1: the very next) returns `error` and does nothing. One such order per function and
-// number; orders add up.
+// The nth call of the function from now (1: the very next) returns `error` and does nothing. One such order per
+// function and number; orders add up.
 void fail_call(std::string_view function, unsigned nth, DNSServiceErrorType error);
 
 // The next `count` calls of the function all fail.
 void fail_next(std::string_view function, unsigned count, DNSServiceErrorType error);
 
-// Queues work for a connection: its socket becomes readable, and each DNSServiceProcessResult runs one piece and returns its
-// result. With an empty queue DNSServiceProcessResult returns kDNSServiceErr_NoError.
+// Queues work for a connection: its socket becomes readable, and each DNSServiceProcessResult runs one piece and
+// returns its result. With an empty queue DNSServiceProcessResult returns kDNSServiceErr_NoError.
 void post(DNSServiceRef connection, std::function<DNSServiceErrorType()> work);
 
-// --- Replies: each calls the callback that was handed over, with its context --------------------------------------------------------
+// --- Replies: each calls the callback that was handed over, with its context -----------------------------------------
 
 struct BrowseReply {
   DNSServiceFlags flags = 0;
@@ -121,7 +121,8 @@ bool deliver(DNSServiceRef resolve, const ResolveReply& reply);
 bool deliver(DNSServiceRef query, const QueryReply& reply);
 bool deliver(DNSServiceRef service, const RegisterReply& reply);
 
-// A reply to a record. One that comes late, to a record that has been removed meanwhile, is no misuse: it was on its way.
+// A reply to a record. One that comes late, to a record that has been removed meanwhile, is no misuse: it was on its
+// way.
 bool deliver_record(DNSRecordRef record, DNSServiceFlags flags, DNSServiceErrorType error);
 
 // Forgets every call, order, reference and queue.

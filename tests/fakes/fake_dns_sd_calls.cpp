@@ -19,7 +19,7 @@ AnyCallback any(Callback callback) {
   return reinterpret_cast<AnyCallback>(callback);
 }
 
-// --- Texts ----------------------------------------------------------------------------------------------------------------------
+// --- Texts -----------------------------------------------------------------------------------------------------------
 
 std::string shown(const char* text) { return text != nullptr ? text : "(null)"; }
 
@@ -42,7 +42,7 @@ std::vector<std::uint8_t> bytes_of(const void* data, std::size_t length) {
   return bytes != nullptr ? std::vector<std::uint8_t>(bytes, bytes + length) : std::vector<std::uint8_t>();
 }
 
-// --- References -----------------------------------------------------------------------------------------------------------------
+// --- References ------------------------------------------------------------------------------------------------------
 
 std::string new_id(const std::string& kind) { return kind + std::to_string(++state().numbers[kind]); }
 
@@ -69,7 +69,7 @@ void release(DNSServiceRef ref) {
   }
 }
 
-// --- Calls ----------------------------------------------------------------------------------------------------------------------
+// --- Calls -----------------------------------------------------------------------------------------------------------
 
 // A call that has just come in; its result says whether it is to fail.
 Call begin(const char* function, DNSServiceRef on, DNSServiceFlags flags) {
@@ -97,7 +97,9 @@ DNSServiceErrorType write_down(Call call, std::string text, const std::string& n
 }
 
 // "DNSServiceBrowse on=connection1 flags=0x4000"
-std::string opening(const Call& call) { return call.function + " on=" + call.on + " flags=" + in_hex("0x%x", call.flags); }
+std::string opening(const Call& call) {
+  return call.function + " on=" + call.on + " flags=" + in_hex("0x%x", call.flags);
+}
 
 std::string on_interface(const Call& call) { return " if=" + std::to_string(call.interfaceIndex); }
 
@@ -105,11 +107,13 @@ std::string type_and_class(const Call& call) {
   return " rrtype=" + std::to_string(call.rrtype) + " rrclass=" + std::to_string(call.rrclass);
 }
 
-std::string data_and_ttl(const Call& call) { return " rdata=" + in_hex(call.data) + " ttl=" + std::to_string(call.ttl); }
+std::string data_and_ttl(const Call& call) {
+  return " rdata=" + in_hex(call.data) + " ttl=" + std::to_string(call.ttl);
+}
 
 // The common end of the four calls that start an operation: it must be one on a shared connection.
-DNSServiceErrorType start(Call call, const std::string& arguments, DNSServiceRef* sdRef, Kind kind, const char* kind_name,
-                          AnyCallback callback, void* context) {
+DNSServiceErrorType start(Call call, const std::string& arguments, DNSServiceRef* sdRef, Kind kind,
+                          const char* kind_name, AnyCallback callback, void* context) {
   const std::string text = opening(call) + on_interface(call) + arguments;
   call.context = context;
   if ((call.flags & kShareConnection) == 0 || !is_live_connection(*sdRef)) {
@@ -141,7 +145,7 @@ bool is_about_live_record(Call& call, DNSServiceRef connection, DNSRecordRef ref
 
 }  // namespace
 
-// --- dns_sd.h -------------------------------------------------------------------------------------------------------------------
+// --- dns_sd.h --------------------------------------------------------------------------------------------------------
 
 extern "C" {
 
@@ -225,9 +229,10 @@ DNSServiceErrorType DNSSD_API DNSServiceResolve(DNSServiceRef* sdRef, DNSService
   return start(std::move(call), arguments, sdRef, Kind::Resolve, "resolve", any(callBack), context);
 }
 
-DNSServiceErrorType DNSSD_API DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
-                                                    const char* fullname, uint16_t rrtype, uint16_t rrclass,
-                                                    DNSServiceQueryRecordReply callBack, void* context) {
+DNSServiceErrorType DNSSD_API DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags flags,
+                                                    uint32_t interfaceIndex, const char* fullname, uint16_t rrtype,
+                                                    uint16_t rrclass, DNSServiceQueryRecordReply callBack,
+                                                    void* context) {
   Call call = begin("DNSServiceQueryRecord", *sdRef, flags);
   call.interfaceIndex = interfaceIndex;
   call.name = shown(fullname);
@@ -238,9 +243,10 @@ DNSServiceErrorType DNSSD_API DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSSer
 }
 
 DNSServiceErrorType DNSSD_API DNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
-                                                 const char* name, const char* regtype, const char* domain, const char* host,
-                                                 uint16_t port, uint16_t txtLen, const void* txtRecord,
-                                                 DNSServiceRegisterReply callBack, void* context) {
+                                                 const char* name, const char* regtype, const char* domain,
+                                                 const char* host, uint16_t port, uint16_t txtLen,
+                                                 const void* txtRecord, DNSServiceRegisterReply callBack,
+                                                 void* context) {
   Call call = begin("DNSServiceRegister", *sdRef, flags);
   call.interfaceIndex = interfaceIndex;
   call.name = shown(name);
@@ -250,13 +256,15 @@ DNSServiceErrorType DNSSD_API DNSServiceRegister(DNSServiceRef* sdRef, DNSServic
   call.port = ntohs(port);
   call.data = bytes_of(txtRecord, txtLen);
   const std::string arguments = " name=" + call.name + " regtype=" + call.regtype + " domain=" + call.domain +
-                                " host=" + call.host + " port=" + std::to_string(call.port) + " txt=" + in_hex(call.data);
+                                " host=" + call.host + " port=" + std::to_string(call.port) +
+                                " txt=" + in_hex(call.data);
   return start(std::move(call), arguments, sdRef, Kind::Service, "service", any(callBack), context);
 }
 
-DNSServiceErrorType DNSSD_API DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* RecordRef, DNSServiceFlags flags,
-                                                       uint32_t interfaceIndex, const char* fullname, uint16_t rrtype,
-                                                       uint16_t rrclass, uint16_t rdlen, const void* rdata, uint32_t ttl,
+DNSServiceErrorType DNSSD_API DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* RecordRef,
+                                                       DNSServiceFlags flags, uint32_t interfaceIndex,
+                                                       const char* fullname, uint16_t rrtype, uint16_t rrclass,
+                                                       uint16_t rdlen, const void* rdata, uint32_t ttl,
                                                        DNSServiceRegisterRecordReply callBack, void* context) {
   Call call = begin("DNSServiceRegisterRecord", sdRef, flags);
   call.interfaceIndex = interfaceIndex;
@@ -266,7 +274,8 @@ DNSServiceErrorType DNSSD_API DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSR
   call.data = bytes_of(rdata, rdlen);
   call.ttl = ttl;
   call.context = context;
-  const std::string text = opening(call) + on_interface(call) + " name=" + call.name + type_and_class(call) + data_and_ttl(call);
+  const std::string text =
+      opening(call) + on_interface(call) + " name=" + call.name + type_and_class(call) + data_and_ttl(call);
   if (!is_live_connection(sdRef)) {
     misuse("DNSServiceRegisterRecord on " + call.on + ", which is no live connection");
     call.result = kDNSServiceErr_BadReference;
@@ -292,7 +301,8 @@ DNSServiceErrorType DNSSD_API DNSServiceUpdateRecord(DNSServiceRef sdRef, DNSRec
   return write_down(std::move(call), text);
 }
 
-DNSServiceErrorType DNSSD_API DNSServiceRemoveRecord(DNSServiceRef sdRef, DNSRecordRef RecordRef, DNSServiceFlags flags) {
+DNSServiceErrorType DNSSD_API DNSServiceRemoveRecord(DNSServiceRef sdRef, DNSRecordRef RecordRef,
+                                                     DNSServiceFlags flags) {
   Call call = begin("DNSServiceRemoveRecord", sdRef, flags);
   call.record = RecordRef;
   const std::string text = opening(call) + " " + id_of(RecordRef);

@@ -45,9 +45,11 @@ struct State {
   std::vector<std::string> misuses;
   std::unordered_map<DNSServiceRef, std::unique_ptr<Operation>> operations;
   std::unordered_map<DNSRecordRef, std::unique_ptr<Record>> records;
-  std::map<std::string, unsigned> numbers;                                 // last number given out, by kind of reference
-  std::map<std::string, unsigned> counts;                                  // calls so far, by function
-  std::map<std::pair<std::string, unsigned>, DNSServiceErrorType> orders;  // what a function's call of that number returns
+  // last number given out, by kind of reference
+  std::map<std::string, unsigned> numbers;
+  std::map<std::string, unsigned> counts;  // calls so far, by function
+  // what a function's call of that number returns
+  std::map<std::pair<std::string, unsigned>, DNSServiceErrorType> orders;
 };
 
 State& state();

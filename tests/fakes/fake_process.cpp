@@ -252,7 +252,9 @@ void stop() {
 
 void always(std::string_view function, int result, int error) { orders_for(function).always = Answer{result, error}; }
 
-void next(std::string_view function, int result, int error) { orders_for(function).next.push_back(Answer{result, error}); }
+void next(std::string_view function, int result, int error) {
+  orders_for(function).next.push_back(Answer{result, error});
+}
 
 void fail_call(std::string_view function, unsigned nth, int error) {
   std::deque<std::optional<Answer>>& next = orders_for(function).next;
@@ -260,7 +262,9 @@ void fail_call(std::string_view function, unsigned nth, int error) {
   next.push_back(Answer{-1, error});
 }
 
-void on_call(std::string_view function, std::function<void()> action) { orders_for(function).action = std::move(action); }
+void on_call(std::string_view function, std::function<void()> action) {
+  orders_for(function).action = std::move(action);
+}
 
 const std::vector<std::string>& calls() { return state().calls; }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// sem_wait and sem_post as they are, recorded. A wait that would never end, since one thread alone could end it, aborts the
-// process instead and says so on standard error.
+// sem_wait and sem_post as they are, recorded. A wait that would never end, since one thread alone could end it, aborts
+// the process instead and says so on standard error.
 #pragma once
 
 #include <string>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// syslog without a syslog: openlog, closelog, setlogmask, syslog and vsyslog record what they are called with. Every message
-// is recorded, whatever the mask, and copied to standard error as "syslog(<priority>): text", where a death test can see it.
+// syslog without a syslog: openlog, closelog, setlogmask, syslog and vsyslog record what they are called with. Every
+// message is recorded, whatever the mask, and copied to standard error as "syslog(<priority>): text", where a death
+// test can see it.
 #pragma once
 
 #include <functional>

@@ -31,7 +31,8 @@ bool fails(Countdown& own, const char* file, int line) {
   ++gCalls;
   const bool any_expired = gAny.expires();
   const bool own_expired = own.expires();
-  const bool at_line = gFailingFile != nullptr && line == gFailingLine && std::string_view(file).ends_with(gFailingFile);
+  const bool at_line =
+      gFailingFile != nullptr && line == gFailingLine && std::string_view(file).ends_with(gFailingFile);
   return any_expired || own_expired || at_line;
 }
 

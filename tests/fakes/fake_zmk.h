@@ -4,7 +4,8 @@
 
 namespace fake_zmk {
 
-// Makes the nth zmk_malloc or zmk_strdup from now return null, counting both together (1: the very next). Only that one fails.
+// Makes the nth zmk_malloc or zmk_strdup from now return null, counting both together (1: the very next). Only that one
+// fails.
 void fail_call(unsigned nth);
 
 // Like fail_call, counting the calls of one of the two alone.

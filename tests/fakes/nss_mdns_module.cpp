@@ -17,9 +17,10 @@
 #include <cstring>
 
 extern "C" {
-nss_status _nss_mdns_gethostbyname_r(const char* name, hostent* result, char* buffer, size_t size, int* errnop, int* h_errnop);
-nss_status _nss_mdns_gethostbyname2_r(const char* name, int family, hostent* result, char* buffer, size_t size, int* errnop,
-                                      int* h_errnop);
+nss_status _nss_mdns_gethostbyname_r(const char* name, hostent* result, char* buffer, size_t size, int* errnop,
+                                     int* h_errnop);
+nss_status _nss_mdns_gethostbyname2_r(const char* name, int family, hostent* result, char* buffer, size_t size,
+                                      int* errnop, int* h_errnop);
 }
 
 namespace {
@@ -75,8 +76,8 @@ bool fits(const char* name, size_t size) {
 
 }  // namespace
 
-nss_status _nss_mdns_gethostbyname2_r(const char* name, int family, hostent* result, char* buffer, size_t size, int* errnop,
-                                      int* h_errnop) {
+nss_status _nss_mdns_gethostbyname2_r(const char* name, int family, hostent* result, char* buffer, size_t size,
+                                      int* errnop, int* h_errnop) {
   if (!fits(name, size)) {
     *errnop = ERANGE;
     *h_errnop = NETDB_INTERNAL;
@@ -93,6 +94,7 @@ nss_status _nss_mdns_gethostbyname2_r(const char* name, int family, hostent* res
   return NSS_STATUS_NOTFOUND;
 }
 
-nss_status _nss_mdns_gethostbyname_r(const char* name, hostent* result, char* buffer, size_t size, int* errnop, int* h_errnop) {
+nss_status _nss_mdns_gethostbyname_r(const char* name, hostent* result, char* buffer, size_t size, int* errnop,
+                                     int* h_errnop) {
   return _nss_mdns_gethostbyname2_r(name, AF_INET, result, buffer, size, errnop, h_errnop);
 }

@@ -3,11 +3,11 @@
 //
 // Everything lies in the directory that MDNSPROXY_SCRIPT names:
 //
-//   results       what calls return, read at each call: "DNSServiceBrowse 2 -65537" for the second call of that function,
-//                 "DNSServiceBrowse 2+ -65537" from the second one on; 0 for every call without a line
+//   results       what calls return, read at each call: "DNSServiceBrowse 2 -65537" for the second call of that
+//                 function, "DNSServiceBrowse 2+ -65537" from the second one on; 0 for every call without a line
 //   calls         one line for every call, written by this library (see the functions below)
-//   connection-1  a FIFO for each connection, whose descriptor DNSServiceRefSockFD returns. DNSServiceProcessResult reads one
-//   connection-2  line of it and does what it says; the test writes lines whenever it likes:
+//   connection-1  a FIFO for each connection, whose descriptor DNSServiceRefSockFD returns. DNSServiceProcessResult
+//   connection-2  reads one line of it and does what it says; the test writes lines whenever it likes:
 //
 //     browse N FLAGS INTERFACE ERROR NAME TYPE DOMAIN                  a reply to the Nth browse that was accepted
 //     resolve N FLAGS INTERFACE ERROR FULLNAME HOST PORT TXT           ... resolve
@@ -15,9 +15,10 @@
 //     register N FLAGS ERROR NAME TYPE DOMAIN                          ... service registration
 //     record N FLAGS ERROR                                             ... record registration
 //     return CODE                                                      DNSServiceProcessResult returns this
-//     signal NUMBER                                                    the process sends itself the signal, then goes on
+//     signal NUMBER                                                    the process sends itself the signal
 //
-// Fields are separated by tabs, texts are as they stand ("(null)" for none), RDATA and TXT are hexadecimal, PORT is in host order.
+// Fields are separated by tabs, texts are as they stand ("(null)" for none), RDATA and TXT are hexadecimal, PORT is in
+// host order.
 #include <arpa/inet.h>
 #include <dns_sd.h>
 #include <fcntl.h>
@@ -33,8 +34,8 @@
 #include <string>
 #include <vector>
 
-// A connection, an operation or a record registration; lives until the process ends, so that a script may address what the
-// daemon has released already (the reply is then left out).
+// A connection, an operation or a record registration; lives until the process ends, so that a script may address what
+// the daemon has released already (the reply is then left out).
 struct _DNSServiceRef_t {
   std::string name;  // "connection-1", "browse-1", ...
   void* callback = nullptr;
@@ -123,7 +124,8 @@ void describe(_DNSServiceRef_t& handle, const char* kind, void* callback, void* 
 }
 
 // A sub-operation of the connection in *ref, which it replaces.
-DNSServiceErrorType started(DNSServiceErrorType result, DNSServiceRef* ref, const char* kind, void* callback, void* context) {
+DNSServiceErrorType started(DNSServiceErrorType result, DNSServiceRef* ref, const char* kind, void* callback,
+                            void* context) {
   if (result == kDNSServiceErr_NoError) {
     auto* operation = new _DNSServiceRef_t;
     operation->connection = *ref;
@@ -142,7 +144,7 @@ void* as_pointer(Callback callback) {
   return reinterpret_cast<void*>(callback);
 }
 
-// --- Replies ------------------------------------------------------------------------------------------------------------------
+// --- Replies ---------------------------------------------------------------------------------------------------------
 
 template <typename Number>
 Number number(const Fields& fields, std::size_t at) {
@@ -155,35 +157,36 @@ const char* text(const Fields& fields, std::size_t at) {
 
 void reply_browse(DNSServiceRef ref, const Fields& f) {
   reinterpret_cast<DNSServiceBrowseReply>(ref->callback)(ref, number<DNSServiceFlags>(f, 2), number<uint32_t>(f, 3),
-                                                         number<DNSServiceErrorType>(f, 4), text(f, 5), text(f, 6), text(f, 7),
-                                                         ref->context);
+                                                         number<DNSServiceErrorType>(f, 4), text(f, 5), text(f, 6),
+                                                         text(f, 7), ref->context);
 }
 
 void reply_resolve(DNSServiceRef ref, const Fields& f) {
   const std::string txt = bytes(f.size() > 8 ? f[8] : "");
-  reinterpret_cast<DNSServiceResolveReply>(ref->callback)(ref, number<DNSServiceFlags>(f, 2), number<uint32_t>(f, 3),
-                                                          number<DNSServiceErrorType>(f, 4), text(f, 5), text(f, 6),
-                                                          htons(number<uint16_t>(f, 7)), static_cast<uint16_t>(txt.size()),
-                                                          reinterpret_cast<const unsigned char*>(txt.data()), ref->context);
+  reinterpret_cast<DNSServiceResolveReply>(ref->callback)(
+      ref, number<DNSServiceFlags>(f, 2), number<uint32_t>(f, 3), number<DNSServiceErrorType>(f, 4), text(f, 5),
+      text(f, 6), htons(number<uint16_t>(f, 7)), static_cast<uint16_t>(txt.size()),
+      reinterpret_cast<const unsigned char*>(txt.data()), ref->context);
 }
 
 void reply_query(DNSServiceRef ref, const Fields& f) {
   const std::string rdata = bytes(f.size() > 7 ? f[7] : "");
   reinterpret_cast<DNSServiceQueryRecordReply>(ref->callback)(
       ref, number<DNSServiceFlags>(f, 2), number<uint32_t>(f, 3), number<DNSServiceErrorType>(f, 4), text(f, 5),
-      number<uint16_t>(f, 6), kDNSServiceClass_IN, static_cast<uint16_t>(rdata.size()), rdata.data(), number<uint32_t>(f, 8),
-      ref->context);
+      number<uint16_t>(f, 6), kDNSServiceClass_IN, static_cast<uint16_t>(rdata.size()), rdata.data(),
+      number<uint32_t>(f, 8), ref->context);
 }
 
 void reply_register(DNSServiceRef ref, const Fields& f) {
-  reinterpret_cast<DNSServiceRegisterReply>(ref->callback)(ref, number<DNSServiceFlags>(f, 2), number<DNSServiceErrorType>(f, 3),
-                                                           text(f, 4), text(f, 5), text(f, 6), ref->context);
+  reinterpret_cast<DNSServiceRegisterReply>(ref->callback)(ref, number<DNSServiceFlags>(f, 2),
+                                                           number<DNSServiceErrorType>(f, 3), text(f, 4), text(f, 5),
+                                                           text(f, 6), ref->context);
 }
 
 void reply_record(DNSServiceRef ref, const Fields& f) {
   reinterpret_cast<DNSServiceRegisterRecordReply>(ref->callback)(ref->connection, reinterpret_cast<DNSRecordRef>(ref),
-                                                                 number<DNSServiceFlags>(f, 2), number<DNSServiceErrorType>(f, 3),
-                                                                 ref->context);
+                                                                 number<DNSServiceFlags>(f, 2),
+                                                                 number<DNSServiceErrorType>(f, 3), ref->context);
 }
 
 struct Reply {
@@ -230,7 +233,7 @@ Fields read_line(int fd) {
 
 }  // namespace
 
-// --- The library --------------------------------------------------------------------------------------------------------------
+// --- The library -----------------------------------------------------------------------------------------------------
 
 DNSServiceErrorType DNSSD_API DNSServiceCreateConnection(DNSServiceRef* sdRef) {
   const DNSServiceErrorType result = called("DNSServiceCreateConnection", "-");
@@ -260,44 +263,48 @@ void DNSSD_API DNSServiceRefDeallocate(DNSServiceRef sdRef) {
 DNSServiceErrorType DNSSD_API DNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
                                                const char* regtype, const char* domain, DNSServiceBrowseReply callBack,
                                                void* context) {
-  return started(called("DNSServiceBrowse", "%s flags=0x%x interface=%u regtype=%s domain=%s", name_of(sdRef, flags), flags,
-                        interfaceIndex, shown(regtype), shown(domain)),
+  return started(called("DNSServiceBrowse", "%s flags=0x%x interface=%u regtype=%s domain=%s", name_of(sdRef, flags),
+                        flags, interfaceIndex, shown(regtype), shown(domain)),
                  sdRef, "browse", as_pointer(callBack), context);
 }
 
 DNSServiceErrorType DNSSD_API DNSServiceResolve(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
                                                 const char* name, const char* regtype, const char* domain,
                                                 DNSServiceResolveReply callBack, void* context) {
-  return started(called("DNSServiceResolve", "%s flags=0x%x interface=%u name=%s regtype=%s domain=%s", name_of(sdRef, flags),
-                        flags, interfaceIndex, shown(name), shown(regtype), shown(domain)),
+  return started(called("DNSServiceResolve", "%s flags=0x%x interface=%u name=%s regtype=%s domain=%s",
+                        name_of(sdRef, flags), flags, interfaceIndex, shown(name), shown(regtype), shown(domain)),
                  sdRef, "resolve", as_pointer(callBack), context);
 }
 
-DNSServiceErrorType DNSSD_API DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
-                                                    const char* fullname, uint16_t rrtype, uint16_t rrclass,
-                                                    DNSServiceQueryRecordReply callBack, void* context) {
+DNSServiceErrorType DNSSD_API DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags flags,
+                                                    uint32_t interfaceIndex, const char* fullname, uint16_t rrtype,
+                                                    uint16_t rrclass, DNSServiceQueryRecordReply callBack,
+                                                    void* context) {
   return started(called("DNSServiceQueryRecord", "%s flags=0x%x interface=%u fullname=%s rrtype=%u rrclass=%u",
                         name_of(sdRef, flags), flags, interfaceIndex, shown(fullname), rrtype, rrclass),
                  sdRef, "query", as_pointer(callBack), context);
 }
 
 DNSServiceErrorType DNSSD_API DNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
-                                                 const char* name, const char* regtype, const char* domain, const char* host,
-                                                 uint16_t port, uint16_t txtLen, const void* txtRecord,
-                                                 DNSServiceRegisterReply callBack, void* context) {
-  return started(called("DNSServiceRegister", "%s flags=0x%x interface=%u name=%s regtype=%s domain=%s host=%s port=%u txt=%s",
-                        name_of(sdRef, flags), flags, interfaceIndex, shown(name), shown(regtype), shown(domain), shown(host),
-                        ntohs(port), hex(txtRecord, txtLen).c_str()),
-                 sdRef, "register", as_pointer(callBack), context);
+                                                 const char* name, const char* regtype, const char* domain,
+                                                 const char* host, uint16_t port, uint16_t txtLen,
+                                                 const void* txtRecord, DNSServiceRegisterReply callBack,
+                                                 void* context) {
+  return started(
+      called("DNSServiceRegister", "%s flags=0x%x interface=%u name=%s regtype=%s domain=%s host=%s port=%u txt=%s",
+             name_of(sdRef, flags), flags, interfaceIndex, shown(name), shown(regtype), shown(domain), shown(host),
+             ntohs(port), hex(txtRecord, txtLen).c_str()),
+      sdRef, "register", as_pointer(callBack), context);
 }
 
-DNSServiceErrorType DNSSD_API DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* RecordRef, DNSServiceFlags flags,
-                                                       uint32_t interfaceIndex, const char* fullname, uint16_t rrtype,
-                                                       uint16_t rrclass, uint16_t rdlen, const void* rdata, uint32_t ttl,
+DNSServiceErrorType DNSSD_API DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* RecordRef,
+                                                       DNSServiceFlags flags, uint32_t interfaceIndex,
+                                                       const char* fullname, uint16_t rrtype, uint16_t rrclass,
+                                                       uint16_t rdlen, const void* rdata, uint32_t ttl,
                                                        DNSServiceRegisterRecordReply callBack, void* context) {
-  const DNSServiceErrorType result =
-      called("DNSServiceRegisterRecord", "%s flags=0x%x interface=%u fullname=%s rrtype=%u rrclass=%u rdata=%s ttl=%u",
-             sdRef->name.c_str(), flags, interfaceIndex, shown(fullname), rrtype, rrclass, hex(rdata, rdlen).c_str(), ttl);
+  const DNSServiceErrorType result = called(
+      "DNSServiceRegisterRecord", "%s flags=0x%x interface=%u fullname=%s rrtype=%u rrclass=%u rdata=%s ttl=%u",
+      sdRef->name.c_str(), flags, interfaceIndex, shown(fullname), rrtype, rrclass, hex(rdata, rdlen).c_str(), ttl);
   if (result == kDNSServiceErr_NoError) {
     auto* record = new _DNSRecordRef_t;
     record->handle.connection = sdRef;
@@ -313,7 +320,9 @@ DNSServiceErrorType DNSSD_API DNSServiceUpdateRecord(DNSServiceRef sdRef, DNSRec
                 RecordRef != nullptr ? RecordRef->handle.name.c_str() : "none", flags, hex(rdata, rdlen).c_str(), ttl);
 }
 
-DNSServiceErrorType DNSSD_API DNSServiceRemoveRecord(DNSServiceRef sdRef, DNSRecordRef RecordRef, DNSServiceFlags flags) {
+DNSServiceErrorType DNSSD_API DNSServiceRemoveRecord(DNSServiceRef sdRef, DNSRecordRef RecordRef,
+                                                     DNSServiceFlags flags) {
   RecordRef->handle.released = true;
-  return called("DNSServiceRemoveRecord", "%s %s flags=0x%x", sdRef->name.c_str(), RecordRef->handle.name.c_str(), flags);
+  return called("DNSServiceRemoveRecord", "%s %s flags=0x%x", sdRef->name.c_str(), RecordRef->handle.name.c_str(),
+                flags);
 }

@@ -24,7 +24,8 @@ class Churn:
         self.daemon = scene.daemon(network.gateway, rule("_ipp._tcp", "a", "b"), rule("_universal._ipp._tcp", "a", "b"))
         self.daemon.start_and_wait()
         self.client = scene.keep(Client(network["b"], scene.ear(network["b"]), network.gateway))
-        self.devices = [scene.device(network["a"], host=f"host-{number}", addresses=self._addresses()) for number in range(HOSTS)]
+        self.devices = [scene.device(network["a"], host=f"host-{number}", addresses=self._addresses())
+                        for number in range(HOSTS)]
         self.figures = Figures(self.daemon.box, mdnsproxy_path())
         self.events = 0
 
@@ -36,7 +37,8 @@ class Churn:
         choice = self.dice.random()
         if choice < 0.45 and len(device.services) < 30:
             device.publish(f"Service {self.dice.randint(0, 99)}", "_ipp._tcp", self.dice.randint(1, 65535),
-                           txt=["t" * self.dice.randint(0, 200)], subtypes=("_universal",) if self.dice.random() < 0.3 else ())
+                           txt=["t" * self.dice.randint(0, 200)], subtypes=("_universal",) if self.dice.random() < 0.3
+                           else ())
         elif choice < 0.8 and device.services:
             device.withdraw(self.dice.choice(device.services))
         elif choice < 0.95:
@@ -62,7 +64,8 @@ class Churn:
             for service in list(device.services):
                 device.withdraw(service)
             device.say_goodbye(device.address_records())
-        wait_until(lambda: not self.client.held(), SETTLES_WITHIN, lambda: f"goodbyes; link B still holds {self.client.held()}")
+        wait_until(lambda: not self.client.held(), SETTLES_WITHIN,
+                   lambda: f"goodbyes; link B still holds {self.client.held()}")
 
 
 def returns_to_where_it_started(scene, seconds):
@@ -79,5 +82,6 @@ def returns_to_where_it_started(scene, seconds):
     print(f"at last, after {churn.events} events: {figures}")
     wait_until(lambda: (figures.blocks, figures.descriptors) == (blocks, descriptors), SETTLES_WITHIN,
                lambda: f"{blocks} blocks and {descriptors} descriptors, but {figures}")
-    assert figures.is_sanitized or figures.resident <= resident + RESIDENT_SLACK_KIB, f"{resident} KiB, then {figures.resident}"
+    assert figures.is_sanitized or figures.resident <= resident + RESIDENT_SLACK_KIB, (
+        f"{resident} KiB, then {figures.resident}")
     assert churn.daemon.stop() == 10

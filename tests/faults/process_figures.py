@@ -1,8 +1,9 @@
 # SPDX-License-Identifier: MIT
-"""What a running daemon holds, read from outside: resident memory, open descriptors, and the tracking allocator's live blocks.
+"""What a running daemon holds, read from outside: resident memory, open descriptors, and the tracking allocator's live
+blocks.
 
-The allocator's counter is a variable of the program: its place is in the program's symbol table, its value in the process's
-memory. So the program needs neither a signal nor a port for it."""
+The allocator's counter is a variable of the program: its place is in the program's symbol table, its value in the
+process's memory. So the program needs neither a signal nor a port for it."""
 
 import pathlib
 import re

@@ -33,11 +33,13 @@ class Station:
         """Services change and go and come until then."""
         while time.monotonic() < until:
             if self.dice.random() < 0.3:
-                self.device.change_addresses([f"10.1.0.{self.dice.randint(3, 250)}", f"fd00:1::{self.dice.randint(3, 250):x}"])
+                self.device.change_addresses([f"10.1.0.{self.dice.randint(3, 250)}",
+                                              f"fd00:1::{self.dice.randint(3, 250):x}"])
             else:
                 service = self.dice.choice(self.device.services)
                 self.device.withdraw(service)
-                self.device.publish(service.name[0].decode(), service.type[0].decode() + "._tcp", self.dice.randint(1, 9999))
+                self.device.publish(service.name[0].decode(), service.type[0].decode() + "._tcp",
+                                    self.dice.randint(1, 9999))
             time.sleep(min(0.05, max(0.0, until - time.monotonic())))
 
     def terminate_once(self):
@@ -53,9 +55,11 @@ class Station:
                 assert status == 10, f"exit status {status}"
                 assert daemon.status_file.startswith("10\n"), daemon.status_file
                 assert daemon.pid_file is None
-                wait_until(lambda: not self.client.held(), 2, lambda: f"goodbyes; link B still holds {self.client.held()}")
+                wait_until(lambda: not self.client.held(), 2,
+                           lambda: f"goodbyes; link B still holds {self.client.held()}")
             except AssertionError as error:
-                raise AssertionError(f"SIGTERM {asked:.3f} s after the start: {error}\n{daemon.logs()}\n{self.ear.story()}") from error
+                raise AssertionError(f"SIGTERM {asked:.3f} s after the start: "
+                                     f"{error}\n{daemon.logs()}\n{self.ear.story()}") from error
 
     def close(self):
         self.device.close()

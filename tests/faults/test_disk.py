@@ -34,7 +34,8 @@ class SmallDisk:
         return self.daemon.box.read("/run/status")
 
     def ends_with(self, status, within=10):
-        exited = wait_until(lambda: [code for pid, code in self.daemon.box.ended.items() if pid not in self.daemon.box.started],
+        exited = wait_until(lambda: [code for pid, code in self.daemon.box.ended.items()
+                                     if pid not in self.daemon.box.started],
                             within, "the daemon's end")
         assert exited[0] >> 8 == status and exited[0] & 0x7F == 0
         assert self.daemon.pid_file is None

@@ -37,7 +37,8 @@ def test_clients_notice_nothing_when_it_is_killed_and_starts_again(scene):
         assert client.finds(f"{name}._ipp._tcp.local", within=10)[3] == dns.labels("printer.local")
     assert sorted(browser.names) == names, "somebody was renamed or lost"
     assert not [event for event in browser.events if event[1] == "removed"], "somebody was lost for a while"
-    # Five services: three probes and four announcements of two sets of records each, over two protocols, if nothing shares a packet.
+    # Five services: three probes and four announcements of two sets of records each, over two protocols, if nothing
+    # shares a packet.
     assert len(client.heard_packets()) <= 5 * 7 * 2 * 2
     device.withdraw(services[0])
     browser.loses("Printer 0", within=5)

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""More than one gateway, and names that are taken. What a gateway puts on a link is counted from the moment when the service came
-to the moment when nobody has said anything for a while."""
+"""More than one gateway, and names that are taken. What a gateway puts on a link is counted from the moment when the
+service came to the moment when nobody has said anything for a while."""
 
 import time
 
@@ -26,12 +26,14 @@ class Counter:
 
     @property
     def instances(self):
-        return {dns.text(record.data) for _, record in self.ear.heard(PTR_NAME, dns.PTR, sources=self.sources) if record.ttl}
+        return {dns.text(record.data) for _, record in self.ear.heard(PTR_NAME, dns.PTR, sources=self.sources)
+                if record.ttl}
 
 
 def falls_silent(counters, quiet=2.5, within=20):
     """Announcements are a second or two apart; a loop or a quarrel over a name is never silent."""
-    wait_until(lambda: all(not counter.packets or time.monotonic() - counter.packets[-1].time > quiet for counter in counters),
+    wait_until(lambda: all(not counter.packets or time.monotonic() - counter.packets[-1].time > quiet
+                           for counter in counters),
                within, lambda: f"silence; {[len(counter.packets) for counter in counters]} packets so far")
 
 

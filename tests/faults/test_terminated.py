@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""SIGTERM at twenty random moments, start-up and load included: it always ends in time with status 10 and leaves nothing on link B.
+"""SIGTERM at twenty random moments, start-up and load included: it always ends in time with status 10 and leaves
+nothing on link B.
 
     link A                                     gateway          link B
     [ forty services that come and change ]---[ mdnsproxy ]-----[ client ]        (four times, side by side)

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Somebody on a link who says what no honest host would. Everything is bounded: a flood is a list of packets of known length,
-sent at a stated pace, and ends."""
+"""Somebody on a link who says what no honest host would. Everything is bounded: a flood is a list of packets of known
+length, sent at a stated pace, and ends."""
 
 import itertools
 import random
@@ -80,7 +80,7 @@ class Adversary:
         self.link.ns.close()
 
 
-# --- What it sends ------------------------------------------------------------------------------------------------------------------
+# --- What it sends ----------------------------------------------------------------------------------------------------
 
 
 def instance(number):
@@ -96,18 +96,21 @@ def announcement(name, target, port=631, txt=b"\x09txtvers=1", addresses=(), ttl
     records = [dns.Record(dns.labels(KIND), dns.PTR, dns.labels(name), ttl),
                dns.Record(dns.labels(name), dns.SRV, (0, 0, port, dns.labels(target)), min(ttl, dns.HOST_TTL), True),
                dns.Record(dns.labels(name), dns.TXT, txt, ttl, True)]
-    return dns.encode(dns.Message(dns.RESPONSE, answers=records + addresses_of(target, *addresses, ttl=min(ttl, dns.HOST_TTL))))
+    return dns.encode(dns.Message(dns.RESPONSE,
+                                  answers=records + addresses_of(target, *addresses, ttl=min(ttl, dns.HOST_TTL))))
 
 
 def addresses_of(target, *addresses, ttl=dns.HOST_TTL, flush=True):
-    return [dns.Record(dns.labels(target), dns.AAAA if ":" in address else dns.A, address, ttl, flush) for address in addresses]
+    return [dns.Record(dns.labels(target), dns.AAAA if ":" in address else dns.A, address, ttl, flush)
+            for address in addresses]
 
 
 def invented_instances(count, per_host=1):
     """Instances that look right in every way."""
     for number in range(count):
         of_host = number // per_host
-        yield announcement(instance(number), host(of_host), addresses=(f"10.1.{of_host // 250 % 250 + 1}.{of_host % 250 + 1}",))
+        yield announcement(instance(number), host(of_host),
+                           addresses=(f"10.1.{of_host // 250 % 250 + 1}.{of_host % 250 + 1}",))
 
 
 def truncated():
@@ -146,14 +149,15 @@ def compression_loops():
 
 def odd_labels():
     """Labels that no text form shows as they are, and the longest that there may be."""
-    yield from (b"a\0b", b"\0", b".", b"\\", b"a.b", b"\\.", b"\\032", b"\xff" * 63, b" ", b"\n", b"%s%n%n", b"\xc3", b"x" * 63,
-                b"\\" * 63, b"." * 63, b"\x01" * 63, b"\0" * 63, b"\"", b"<>&", b"local", b"_tcp")
+    yield from (b"a\0b", b"\0", b".", b"\\", b"a.b", b"\\.", b"\\032", b"\xff" * 63, b" ", b"\n", b"%s%n%n", b"\xc3",
+                b"x" * 63, b"\\" * 63, b"." * 63, b"\x01" * 63, b"\0" * 63, b"\"", b"<>&", b"local", b"_tcp")
 
 
 def long_names():
     """Instances of odd labels, hosts of 255 bytes, and names one byte longer."""
     widest = (b"x" * 63, b"y" * 63, b"z" * 63)
-    targets = ((*widest, b"w" * 55, b"local"), (*widest, b"w" * 56, b"local"), (b"\x01" * 63,) * 3 + (b"\x02" * 55, b"local"))
+    targets = ((*widest, b"w" * 55, b"local"), (*widest, b"w" * 56, b"local"),
+               (b"\x01" * 63,) * 3 + (b"\x02" * 55, b"local"))
     for label, target in itertools.product(odd_labels(), targets):
         yield announcement((label, *KIND.split(".")), target, addresses=("10.1.0.9", "fd00:1::9"))
     for label in odd_labels():
@@ -162,8 +166,8 @@ def long_names():
 
 def odd_hosts():
     """SRV targets that are no host names of this link, with addresses for them."""
-    for number, target in enumerate(("local", "example", "evil.example.com", "9.0.1.10.in-addr.arpa", "a.ip6.arpa", "_ipp._tcp.local",
-                                     "a.b.c.d.e.f.g.local", "LOCAL", "x.Local", ())):
+    for number, target in enumerate(("local", "example", "evil.example.com", "9.0.1.10.in-addr.arpa", "a.ip6.arpa",
+                                     "_ipp._tcp.local", "a.b.c.d.e.f.g.local", "LOCAL", "x.Local", ())):
         yield announcement((f"Odd host {number}", *KIND.split(".")), target, addresses=("10.1.0.9", "fd00:1::9"))
 
 
@@ -173,7 +177,8 @@ def odd_txt():
     for number, size in enumerate(sizes):
         txt = b"".join(bytes([min(255, size - at - 1)]) + b"t" * min(255, size - at - 1) for at in range(0, size, 256))
         yield announcement((f"Long text {number}", *KIND.split(".")), host(number), txt=txt, addresses=("10.1.0.9",))
-    for number, txt in enumerate((b"\xff", b"\x05abc", b"\0" * 400, b"\x0dvender=Zenmo", b"\x00\x0dvender=Zenmor", b"\x01" * 301)):
+    for number, txt in enumerate((b"\xff", b"\x05abc", b"\0" * 400, b"\x0dvender=Zenmo", b"\x00\x0dvender=Zenmor",
+                                  b"\x01" * 301)):
         yield announcement((f"Odd text {number}", *KIND.split(".")), host(number), txt=txt, addresses=("10.1.0.9",))
 
 
@@ -196,10 +201,12 @@ def alias(name, target, ttl=dns.HOST_TTL):
 
 
 def aliases(name):
-    """`name` is another name of itself; of a second one, which is another name of the first; of the first of a thousand, each of which
-    is another name of the next and the last of `name` again: many of them in a packet, and one."""
+    """`name` is another name of itself; of a second one, which is another name of the first; of the first of a
+    thousand, each of which is another name of the next and the last of `name` again: many of them in a packet, and
+    one."""
     yield response(alias(name, name))
-    yield response(alias(name, name), *(record(dns.encode_name(dns.labels(name)), dns.A, b"\x0a\x01\0\x09") for _ in range(2)))
+    yield response(alias(name, name), *(record(dns.encode_name(dns.labels(name)), dns.A, b"\x0a\x01\0\x09")
+                                        for _ in range(2)))
     other = ("other", *dns.labels(name))
     yield response(alias(name, other), alias(other, name))
     yield response(alias(name, other))
@@ -211,23 +218,26 @@ def aliases(name):
 
 
 def hidden_aliases(name):
-    """`name` is another name of itself, in places where a reader might pass over it: behind records that may be read in more than one
-    way, in each section, with wrong counts and flags, at the end of the longest message and beyond it, in odd classes."""
+    """`name` is another name of itself, in places where a reader might pass over it: behind records that may be read in
+    more than one way, in each section, with wrong counts and flags, at the end of the longest message and beyond it, in
+    odd classes."""
     loop = alias(name, name)
     itself = dns.encode_name(dns.labels(name))
     forward = struct.pack("!H", 0xC000 | (HEADER.size + 2 + 10 + 4))  # to the owner of the record behind it
     pointer_to_itself = struct.pack("!H", 0xC000 | HEADER.size)
-    for owner in (b"\x03a\0b\x05local\0", b"\x01\0\0", forward, pointer_to_itself, b"\xff\xff", b"\x02\xff\xfe\0", b"\0",
-                  (b"\x3f" + b"x" * 63) * 4 + b"\0", b"\x01y" * 127 + b"\0", b"\x01y" * 200 + b"\0"):
+    for owner in (b"\x03a\0b\x05local\0", b"\x01\0\0", forward, pointer_to_itself, b"\xff\xff", b"\x02\xff\xfe\0",
+                  b"\0", (b"\x3f" + b"x" * 63) * 4 + b"\0", b"\x01y" * 127 + b"\0", b"\x01y" * 200 + b"\0"):
         yield response(record(owner, dns.A, b"\x0a\x01\0\x09"), loop)
-    for kind, data in ((dns.SRV, b"\0" * 6 + itself), (dns.PTR, itself), (dns.TXT, b"\x01t"), (dns.A, b"\x0a\x01\0\x09")):
+    for kind, data in ((dns.SRV, b"\0" * 6 + itself), (dns.PTR, itself), (dns.TXT, b"\x01t"),
+                       (dns.A, b"\x0a\x01\0\x09")):
         for length in (0, len(data) - 1, len(data) + 1, len(data) + len(loop)):
             yield response(record(itself, kind, data, length=length), loop)
     address = record(itself, dns.A, b"\x0a\x01\0\x09")
     question = itself + struct.pack("!HH", dns.A, dns.CLASS_IN)
-    for counts, body in (((0, 1, 0, 1), address + loop), ((0, 1, 1, 0), address + loop), ((0, 1, 1, 1), address + address + loop),
-                         ((0, 0, 0, 1), loop), ((0, 0, 1, 0), loop), ((1, 1, 0, 0), question + loop), ((1, 0, 0, 1), question + loop),
-                         ((0, 0xFFFF, 0, 0), loop), ((0, 1, 0xFFFF, 0xFFFF), loop), ((0xFFFF, 1, 0, 0), loop)):
+    for counts, body in (((0, 1, 0, 1), address + loop), ((0, 1, 1, 0), address + loop),
+                         ((0, 1, 1, 1), address + address + loop), ((0, 0, 0, 1), loop), ((0, 0, 1, 0), loop),
+                         ((1, 1, 0, 0), question + loop), ((1, 0, 0, 1), question + loop), ((0, 0xFFFF, 0, 0), loop),
+                         ((0, 1, 0xFFFF, 0xFFFF), loop), ((0xFFFF, 1, 0, 0), loop)):
         yield HEADER.pack(0, dns.RESPONSE, *counts) + body
     for flags in (0x8000, 0x8600, 0x8180, 0xFFFF, 0):
         yield HEADER.pack(0, flags, 0, 1, 0, 0) + loop
@@ -239,7 +249,8 @@ def hidden_aliases(name):
 
 
 def odd_types(name):
-    """Records of types that nobody asks for: whole, without data, with data cut short, with names that run out of the data."""
+    """Records of types that nobody asks for: whole, without data, with data cut short, with names that run out of the
+    data."""
     itself = dns.encode_name(dns.labels(name))
     whole = {CNAME: itself, DNAME: itself, OPT: b"\0\x04\0\x0e\0\0" + b"\x02\0\0\0\0\x01" * 2 + b"\0" * 4,
              NSEC: itself + b"\0\x04\x40\0\0\x08", UNKNOWN: bytes(range(256)), 0: b"", 0xFFFF: b"\xff"}
@@ -249,8 +260,8 @@ def odd_types(name):
         yield from (response(record(itself, kind, data[:length])) for length in range(min(len(data), 32)))
         yield response(record(itself, kind, data, length=0xFFFF))
         yield response(record(itself, kind, data), record(itself, kind, data), count=9)
-        for run_out in (b"\x3f", b"\x05abc", b"\x01a", b"\x01a\xc0", b"\xc0", b"\xc0\xff", b"\xff\xff", b"\x80\0", itself + b"\0",
-                        (b"\x3f" + b"x" * 63) * 4 + b"\0"):
+        for run_out in (b"\x3f", b"\x05abc", b"\x01a", b"\x01a\xc0", b"\xc0", b"\xc0\xff", b"\xff\xff", b"\x80\0",
+                        itself + b"\0", (b"\x3f" + b"x" * 63) * 4 + b"\0"):
             yield response(record(itself, kind, run_out))
             yield response(record(itself, kind, run_out), record(itself, dns.A, b"\x0a\x01\0\x09"))
     for bits in (b"\0\0", b"\0\x21" + b"\xff" * 33, b"\0\xff\x01", b"\xff\x01\xff\0\x01\xff", b"\0\x20" + b"\xff" * 32):
@@ -259,17 +270,20 @@ def odd_types(name):
 
 def changing_addresses(target, count, odd=True):
     """A host that has another address every time, at times one that nobody has."""
-    choices = ["0.0.0.0", "::", "169.254.1.1", "fe80::1", "255.255.255.255", "127.0.0.1", "::1", "224.0.0.251", "ff02::fb"]
+    choices = ["0.0.0.0", "::", "169.254.1.1", "fe80::1", "255.255.255.255", "127.0.0.1", "::1", "224.0.0.251",
+               "ff02::fb"]
     for number in range(count):
         ordinary = (f"10.1.{number // 250 % 250 + 1}.{number % 250 + 1}", f"fd00:1::{number + 16:x}")
         strange = choices[number % len(choices)] if odd and number % 3 == 0 else None
-        yield dns.encode(dns.Message(dns.RESPONSE, answers=addresses_of(target, *((strange,) if strange else ordinary))))
+        yield dns.encode(dns.Message(dns.RESPONSE,
+                                     answers=addresses_of(target, *((strange,) if strange else ordinary))))
 
 
 def conflicting_srv(name, count):
     """The same instance on other hosts and ports."""
     for number in range(count):
-        srv = dns.Record(dns.labels(name), dns.SRV, (0, 0, number % 65536, dns.labels(host(number))), dns.HOST_TTL, True)
+        srv = dns.Record(dns.labels(name), dns.SRV, (0, 0, number % 65536, dns.labels(host(number))), dns.HOST_TTL,
+                         True)
         yield dns.encode(dns.Message(dns.RESPONSE, answers=[srv, *addresses_of(host(number), "10.1.0.66")]))
 
 

@@ -8,14 +8,16 @@ from testbed.sockets import open_on
 
 
 class Client:
-    """`ear`: the ear on the client's link; `gateway`: the namespace of the gateway, whose interface is named as the link."""
+    """`ear`: the ear on the client's link; `gateway`: the namespace of the gateway, whose interface is named as the
+    link."""
 
     def __init__(self, link, ear, gateway):
         self.link = link
         self.ear = ear
         self.gateway = addresses_on(gateway, link.name)
         self._held = {}  # (name, kind) -> data of every record
-        self._vouched_for = set()  # (name, kind, data) of what other hosts have announced: theirs as much as the gateway's
+        # (name, kind, data) of what other hosts have announced: theirs as much as the gateway's
+        self._vouched_for = set()
         self._taken_in = 0
         self._sockets = open_on(link)
 
@@ -25,14 +27,16 @@ class Client:
             opened.sendto(question, group)
 
     def finds(self, name, kind=dns.SRV, within=5):
-        """The data of the gateway's answer. Asks again every second, since a responder need not repeat what it has just said."""
+        """The data of the gateway's answer. Asks again every second, since a responder need not repeat what it has just
+        said."""
         started = time.monotonic()
         deadline = started + within
         while time.monotonic() < deadline:
             self.ask(name, kind)
             again = time.monotonic() + 1
             while time.monotonic() < again:
-                heard = [record for _, record in self.ear.heard(name, kind, sources=self.gateway, since=started) if record.ttl]
+                heard = [record for _, record in self.ear.heard(name, kind, sources=self.gateway, since=started)
+                         if record.ttl]
                 if heard:
                     return heard[-1].data
                 time.sleep(0.01)
@@ -43,8 +47,8 @@ class Client:
         return self.ear.sent_by(*self.gateway, since=since)
 
     def held(self):
-        """What a client that hears everything holds from the gateway: (name, kind, data) of every record that was announced and
-        neither withdrawn nor flushed, by whomever, and is no other host's as well."""
+        """What a client that hears everything holds from the gateway: (name, kind, data) of every record that was
+        announced and neither withdrawn nor flushed, by whomever, and is no other host's as well."""
         self._listen()
         return {(*key, data) for key, all_data in self._held.items() for data in all_data} - self._vouched_for
 

@@ -16,14 +16,16 @@ def stands_invented_instances(scene, count, per_second, packets_at_most):
     flooded = Flooded(scene, "_ipp._tcp")
     since = time.monotonic()
     flooded.adversary.flood(adversary.invented_instances(count), per_second)
-    wait_until(lambda: flooded.daemon.box.logged(f"Maxnum({LIMIT}) of responder reached"), WORKED_OFF_WITHIN, "a full table")
+    wait_until(lambda: flooded.daemon.box.logged(f"Maxnum({LIMIT}) of responder reached"), WORKED_OFF_WITHIN,
+               "a full table")
     wait_until(lambda: len(flooded.client.instances()) >= LIMIT, WORKED_OFF_WITHIN,
                lambda: f"{LIMIT} instances on link B, but {len(flooded.client.instances())}")
     flooded.falls_silent(within=60)
     flooded.is_up()
     instances = flooded.client.instances()
     packets = len(flooded.client.heard_packets(since))
-    print(f"{flooded.adversary.sent} packets on link A, {packets} on link B; quiet after {time.monotonic() - since:.1f} s")
+    print(f"{flooded.adversary.sent} packets on link A, {packets} on link B; quiet after "
+          f"{time.monotonic() - since:.1f} s")
     assert len(instances) == LIMIT
     assert dns.labels(GENUINE) in instances, "the genuine service was pushed out"
     flooded.finds_genuine()

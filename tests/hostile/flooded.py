@@ -27,8 +27,8 @@ class Flooded:
         assert self.client.finds(GENUINE, within=8) == (0, 0, 6310, dns.labels("genuine-host.local"))
 
     def stands(self, packets, per_second, at_most, within=10):
-        """Floods; the genuine service has to be found meanwhile and afterwards, and no more than `at_most` packets may be on
-        link B."""
+        """Floods; the genuine service has to be found meanwhile and afterwards, and no more than `at_most` packets may
+        be on link B."""
         since = time.monotonic()
         self.adversary.start_flood(packets, per_second)
         while self.adversary.is_flooding:

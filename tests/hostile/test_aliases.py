@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""A host on link A that says of its own name what leads nowhere or round in a circle, and records of types that nobody asks for.
+"""A host on link A that says of its own name what leads nowhere or round in a circle, and records of types that nobody
+asks for.
 
     link A                                  gateway        link B
     [ genuine printer ]----+---------------[ mdnsproxy ]---[ client, counting packets ]
@@ -53,7 +54,8 @@ def test_a_printer_that_says_so_in_its_announcement(flooded):
     service = adversary.announcement(adversary.instance("alias"), HOST)
     counts = list(adversary.HEADER.unpack_from(service))
     counts[3] += 1
-    flooded.adversary.say(adversary.HEADER.pack(*counts) + service[adversary.HEADER.size:] + adversary.alias(HOST, HOST))
+    flooded.adversary.say(adversary.HEADER.pack(*counts) + service[adversary.HEADER.size:] + adversary.alias(HOST,
+                                                                                                             HOST))
     forwards_another(flooded)
     flooded.ends_clean()
 

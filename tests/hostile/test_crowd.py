@@ -10,6 +10,6 @@ from crowd import stands_invented_instances
 
 
 def test_three_thousand_invented_instances(scene):
-    # Five packets for each instance that is taken: it costs three probes and two announcements over two protocols, of which
-    # many share a packet.
+    # Five packets for each instance that is taken: it costs three probes and two announcements over two protocols, of
+    # which many share a packet.
     stands_invented_instances(scene, 3000, 3000, packets_at_most=10000)

@@ -19,7 +19,8 @@ BELIEVED_AFTER = 1.0  # seconds (RFC 6762 section 10.1)
 
 
 def goodbyes():
-    return dns.encode(dns.Message(dns.RESPONSE, answers=[dns.Record(dns.labels(KIND), dns.PTR, each, 0) for each in FORGED]))
+    return dns.encode(dns.Message(dns.RESPONSE,
+                                  answers=[dns.Record(dns.labels(KIND), dns.PTR, each, 0) for each in FORGED]))
 
 
 def contradicted(ear, client, forged):
@@ -44,9 +45,11 @@ def test_fifty_in_a_packet_are_contradicted_and_nobody_else_has_to_wait(scene):
     for turn in range(4):
         since = time.monotonic()
         adversary.say(goodbyes())
-        forged = [packet.time for packet in wait_until(lambda: ear.sent_by(*adversary.addresses, since=since), 1, "the packet")]
+        forged = [packet.time for packet in wait_until(lambda: ear.sent_by(*adversary.addresses, since=since), 1,
+                                                       "the packet")]
         assert client.finds(dns.text(INSTANCES[50 + turn]), within=2) == (0, 0, 631, dns.labels("printer.local"))
-        wait_until(lambda: None not in contradicted(ear, client, forged[0]), 2, lambda: contradicted(ear, client, forged[0]))
+        wait_until(lambda: None not in contradicted(ear, client, forged[0]), 2,
+                   lambda: contradicted(ear, client, forged[0]))
         assert max(contradicted(ear, client, forged[0])) < BELIEVED_AFTER, contradicted(ear, client, forged[0])
     device.publish("Newcomer")
     wait_until(lambda: dns.labels(f"Newcomer.{KIND}") in client.instances(), 3, "the new service")

@@ -91,8 +91,9 @@ TEST_F(Announcer, HasTheTtlsOfTheKindsOfRecordsUnlessGivenOtherwise) {
   Publish(Claim::shared, {Ttl(kSrv, 0)});
   Publish(Claim::shared, {Ttl(Txt("Q._ipp._tcp.local", "a"), 77)});
   After(100_ms);
-  EXPECT_THAT(SentRecords(), UnorderedElementsAre(Ttl(kPtr, 4500), Ttl(Ptr("1.0.0.10.in-addr.arpa", "printer.local"), 120),
-                                                  Ttl(kSrv, 120), Ttl(Txt("Q._ipp._tcp.local", "a"), 77)));
+  EXPECT_THAT(SentRecords(),
+              UnorderedElementsAre(Ttl(kPtr, 4500), Ttl(Ptr("1.0.0.10.in-addr.arpa", "printer.local"), 120),
+                                   Ttl(kSrv, 120), Ttl(Txt("Q._ipp._tcp.local", "a"), 77)));
 }
 
 // --- 10.2: whole RRsets
@@ -103,7 +104,8 @@ TEST_F(Announcer, AnnouncesAllOfAUniqueRRsetWhenAMemberIsAdded) {
   After(5_s);
   ASSERT_THAT(Responses(), SizeIs(2));
   for (const Sent& one : Responses()) {
-    EXPECT_THAT(one.message.answers, UnorderedElementsAre(Unique(A("printer.local", 1)), Unique(A("printer.local", 2))));
+    EXPECT_THAT(one.message.answers,
+                UnorderedElementsAre(Unique(A("printer.local", 1)), Unique(A("printer.local", 2))));
   }
 }
 

@@ -103,7 +103,8 @@ TEST_F(Answers, AnswersAQuestionForAnyTypeWithACname) {
 TEST_F(Answers, AnswersAllQuestionsOfAMessageInOneResponse) {
   GivenPublished(Claim::shared, {kPtr});
   GivenPublished(Claim::unique, {kSrv, kTxt});
-  Asks(Query{.questions = {Qm("_ipp._tcp.local", kTypePtr), Qm("nothing.local", kTypeA), Qm("P._ipp._tcp.local", kTypeTxt)}});
+  Asks(Query{
+      .questions = {Qm("_ipp._tcp.local", kTypePtr), Qm("nothing.local", kTypeA), Qm("P._ipp._tcp.local", kTypeTxt)}});
   After(200_ms);
   ASSERT_THAT(Responses(), SizeIs(1));
   EXPECT_THAT(Responses()[0].message.answers, UnorderedElementsAre(kPtr, Unique(kTxt)));
@@ -114,7 +115,8 @@ TEST_F(Answers, SendsWholeRRsetsAlsoWhereTheQuerierKnowsAMember) {
   Asks(Query{.questions = {Qm("printer.local", kTypeA)}, .known = {A("printer.local", 1)}});
   After(200_ms);
   ASSERT_THAT(Responses(), SizeIs(1));
-  EXPECT_THAT(Responses()[0].message.answers, UnorderedElementsAre(Unique(A("printer.local", 1)), Unique(A("printer.local", 2))));
+  EXPECT_THAT(Responses()[0].message.answers,
+              UnorderedElementsAre(Unique(A("printer.local", 1)), Unique(A("printer.local", 2))));
 }
 
 TEST_F(Answers, AnswersTwoQueriesThatAreDueAtDifferentTimesInOneResponse) {
@@ -203,7 +205,8 @@ TEST_F(Answers, TakesTheAddressesAlongWithAnSrvRecordAndNothingWithATxtRecord) {
   Asks(Qm("P._ipp._tcp.local", kTypeSrv));
   After(200_ms);
   ASSERT_THAT(Responses(), SizeIs(1));
-  EXPECT_THAT(Responses()[0].message.additionals, UnorderedElementsAre(Unique(kAddress), Unique(Aaaa("printer.local", 1))));
+  EXPECT_THAT(Responses()[0].message.additionals,
+              UnorderedElementsAre(Unique(kAddress), Unique(Aaaa("printer.local", 1))));
   Mark();
   Asks(Qm("P._ipp._tcp.local", kTypeTxt));
   After(200_ms);
@@ -269,8 +272,8 @@ class ACrowd : public LinkTest {
     After(20_s);
     Mark();
   }
-  // Another host asks for one of the first 40 services every 25 ms; how long it waits at the longest. `others` is called every
-  // millisecond.
+  // Another host asks for one of the first 40 services every 25 ms; how long it waits at the longest. `others` is
+  // called every millisecond.
   Time LongestWait(const std::function<void(int ms)>& others) {
     const Time began = now;
     std::vector<Time> asked;
@@ -333,7 +336,8 @@ TEST_F(ACrowd, IsResolvedByTwentyHostsWhileOthersAreAnswered) {
 
 // --- Bounds
 
-// As many types as anybody asks for of one name; a question that is repeated hundreds of times costs no more than these.
+// As many types as anybody asks for of one name; a question that is repeated hundreds of times costs no more than
+// these.
 TEST_F(Answers, WorksOnEightQuestionsForOneNameInAMessageAndNoMore) {
   for (int i = 0; i < 2000; ++i) {
     Publish(Claim::shared, {Ptr("_ipp._tcp.local", "P" + std::to_string(i) + "._ipp._tcp.local")});

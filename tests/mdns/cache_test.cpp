@@ -105,8 +105,12 @@ TEST_F(Cache, TakesNothingFromTheRecordsOfAProbe) {
 }
 
 TEST_F(Cache, TakesNoPseudoRecord) {
-  ReceivesAnswers(
-      {Record{.name = std::string(1, '\0'), .type = kTypeOpt, .klass = 1440, .cache_flush = true, .ttl = 4500, .rdata = "abcd"}});
+  ReceivesAnswers({Record{.name = std::string(1, '\0'),
+                          .type = kTypeOpt,
+                          .klass = 1440,
+                          .cache_flush = true,
+                          .ttl = 4500,
+                          .rdata = "abcd"}});
   EXPECT_EQ(Cached(), 0u);
 }
 

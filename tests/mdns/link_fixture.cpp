@@ -6,8 +6,8 @@
 namespace mdns {
 
 bool operator==(const Record& a, const Record& b) {
-  return a.name == b.name && a.type == b.type && a.klass == b.klass && a.cache_flush == b.cache_flush && a.ttl == b.ttl &&
-         a.rdata == b.rdata;
+  return a.name == b.name && a.type == b.type && a.klass == b.klass && a.cache_flush == b.cache_flush &&
+         a.ttl == b.ttl && a.rdata == b.rdata;
 }
 
 void PrintTo(const Record& record, std::ostream* out) {
@@ -16,7 +16,8 @@ void PrintTo(const Record& record, std::ostream* out) {
 }
 
 void PrintTo(const Question& question, std::ostream* out) {
-  *out << testing::PrintToString(question.name) << " type " << question.type << (question.unicast_response ? " QU" : " QM");
+  *out << testing::PrintToString(question.name) << " type " << question.type
+       << (question.unicast_response ? " QU" : " QM");
 }
 
 }  // namespace mdns
@@ -36,7 +37,8 @@ Record record_of(std::string_view labels, std::uint16_t type, std::string rdata)
 std::string wire_of(const std::vector<Question>& questions) {
   std::string wire;
   for (const Question& question : questions) {
-    wire += question.name + number16(question.type) + number16(question.klass | (question.unicast_response ? kTopBit : 0));
+    wire +=
+        question.name + number16(question.type) + number16(question.klass | (question.unicast_response ? kTopBit : 0));
   }
   return wire;
 }
@@ -55,7 +57,9 @@ std::vector<Sent> only(const std::vector<Sent>& all, const std::function<bool(co
   return kept;
 }
 
-bool is_to_group(const Sent& one, bool is_response) { return !one.is_reply() && one.message.is_response == is_response; }
+bool is_to_group(const Sent& one, bool is_response) {
+  return !one.is_reply() && one.message.is_response == is_response;
+}
 
 }  // namespace
 
@@ -68,7 +72,8 @@ Record A(std::string_view labels, unsigned last_byte) {
   return record_of(labels, kTypeA, std::string("\x0a\0\0", 3) + static_cast<char>(last_byte));
 }
 Record Aaaa(std::string_view labels, unsigned last_byte) {
-  return record_of(labels, kTypeAaaa, std::string("\xfe\x80", 2) + std::string(13, '\0') + static_cast<char>(last_byte));
+  return record_of(labels, kTypeAaaa,
+                   std::string("\xfe\x80", 2) + std::string(13, '\0') + static_cast<char>(last_byte));
 }
 
 Record Nsec(std::string_view labels, const std::vector<std::uint16_t>& types) {
@@ -120,8 +125,8 @@ void PrintTo(const Sent& sent, std::ostream* out) {
 }
 
 void PrintTo(const Reported& reported, std::ostream* out) {
-  *out << "at " << reported.at << " event " << static_cast<int>(reported.event.kind) << " of " << reported.event.id << " type "
-       << reported.event.type << ' ' << testing::PrintToString(reported.event.rdata);
+  *out << "at " << reported.at << " event " << static_cast<int>(reported.event.kind) << " of " << reported.event.id
+       << " type " << reported.event.type << ' ' << testing::PrintToString(reported.event.rdata);
 }
 
 std::vector<Record> records_of(const Message& message) {
@@ -190,7 +195,8 @@ void LinkTest::ReceivesAnswers(const std::vector<Record>& answers) { ReceivesRes
 
 void LinkTest::ReceivesResponse(const Response& response) {
   const Counts counts{static_cast<unsigned>(response.questions.size()), static_cast<unsigned>(response.answers.size()),
-                      static_cast<unsigned>(response.authorities.size()), static_cast<unsigned>(response.additionals.size())};
+                      static_cast<unsigned>(response.authorities.size()),
+                      static_cast<unsigned>(response.additionals.size())};
   Receives(header(response.flags, counts, response.id) + wire_of(response.questions) + wire_of(response.answers) +
                wire_of(response.authorities) + wire_of(response.additionals),
            response.from, response.to_group, response.is_local);
@@ -201,8 +207,8 @@ void LinkTest::Asks(const Question& question) { Asks(Query{.questions = {questio
 void LinkTest::Asks(const Query& query) {
   const Counts counts{static_cast<unsigned>(query.questions.size()), static_cast<unsigned>(query.known.size()),
                       static_cast<unsigned>(query.proposed.size()), 0};
-  Receives(header(query.is_truncated ? kTruncatedBit : 0, counts, query.id) + wire_of(query.questions) + wire_of(query.known) +
-               wire_of(query.proposed),
+  Receives(header(query.is_truncated ? kTruncatedBit : 0, counts, query.id) + wire_of(query.questions) +
+               wire_of(query.known) + wire_of(query.proposed),
            query.from, query.to_group, query.is_local);
 }
 

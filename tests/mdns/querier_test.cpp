@@ -332,7 +332,8 @@ TEST_F(Querier, DoesNotCountAQuestionWithAKnownAnswerThatItWouldNotListItself) {
   ASSERT_THAT(next_question, Within(1_s, 19_s));
   After(next_question - 500_ms);
   Mark();
-  Asks(Query{.questions = {Qm("_ipp._tcp.local", kTypePtr)}, .known = {Ttl(Ptr("_ipp._tcp.local", "P._ipp._tcp.local"), 80)}});
+  Asks(Query{.questions = {Qm("_ipp._tcp.local", kTypePtr)},
+             .known = {Ttl(Ptr("_ipp._tcp.local", "P._ipp._tcp.local"), 80)}});
   After(1600_ms);
   EXPECT_THAT(Queries(), SizeIs(1));
 }
@@ -372,7 +373,8 @@ TEST_F(Querier, NeedsNoRefreshOfItsOwnOnceAnotherHostsQuestionHasBeenAnswered) {
 
 TEST_F(Querier, TakesAnAnswerFromAResponseToAnotherHostsQuestion) {
   GivenAsked("printer.local", kTypeA);
-  ReceivesResponse({.additionals = {Unique(A("printer.local", 1))}, .questions = {Qm("other.local", kTypeA)}, .id = 4711});
+  ReceivesResponse(
+      {.additionals = {Unique(A("printer.local", 1))}, .questions = {Qm("other.local", kTypeA)}, .id = 4711});
   EXPECT_THAT(AddedAt(A("printer.local", 1)), ElementsAre(0_s));
 }
 

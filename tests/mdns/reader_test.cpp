@@ -61,8 +61,8 @@ TEST(ReadMessage, WantsOpcodeAndRcodeToBeZeroAndNothingElse) {
 }
 
 TEST(ReadMessage, TakesTheTopBitOfAClassForAFlag) {
-  const std::string packet = header(0, {.questions = 2, .answers = 1}) + name("a.local") + number16(kTypeAny) + number16(0x8001) +
-                             name("b.local") + number16(kTypeA) + number16(kClassAny) +
+  const std::string packet = header(0, {.questions = 2, .answers = 1}) + name("a.local") + number16(kTypeAny) +
+                             number16(0x8001) + name("b.local") + number16(kTypeA) + number16(kClassAny) +
                              record(name("c.local"), kTypeA, kAddress, 0x8001, 77);
   const Message message = *read_message(bytes(packet));
   ASSERT_THAT(message.questions, SizeIs(2));
@@ -81,9 +81,9 @@ TEST(ReadMessage, TakesTheTopBitOfAClassForAFlag) {
 }
 
 TEST(ReadMessage, KeepsSectionsApart) {
-  const std::string packet = header(0, {.answers = 1, .authorities = 1, .additionals = 2}) + record(name("a"), kTypeA, kAddress) +
-                             record(name("b"), kTypeA, kAddress) + record(name("c"), kTypeA, kAddress) +
-                             record(name("d"), kTypeA, kAddress);
+  const std::string packet = header(0, {.answers = 1, .authorities = 1, .additionals = 2}) +
+                             record(name("a"), kTypeA, kAddress) + record(name("b"), kTypeA, kAddress) +
+                             record(name("c"), kTypeA, kAddress) + record(name("d"), kTypeA, kAddress);
   const Message message = *read_message(bytes(packet));
   EXPECT_THAT(message.answers, ElementsAre(Field(&Record::name, name("a"))));
   EXPECT_THAT(message.authorities, ElementsAre(Field(&Record::name, name("b"))));
@@ -139,7 +139,8 @@ TEST(ReadMessage, LeavesOutARecordWithBadRdataAndReadsTheNext) {
       record(name("a"), 65280, ""),
   };
   for (const std::string& each : bad) {
-    const Message message = read_answers(3, record(name("b"), kTypeA, kAddress) + each + record(name("c"), kTypeA, kAddress));
+    const Message message =
+        read_answers(3, record(name("b"), kTypeA, kAddress) + each + record(name("c"), kTypeA, kAddress));
     EXPECT_THAT(message.answers, ElementsAre(Field(&Record::name, name("b")), Field(&Record::name, name("c"))))
         << ::testing::PrintToString(each);
   }
@@ -192,7 +193,8 @@ TEST(ReadMessage, RefusesPointersThatDoNotLeadBackwards) {
       "\x80" + std::string(64, 'x') + '\0',
   };
   for (const std::string& owner : owners) {
-    EXPECT_THAT(read_answers(2, first + record(owner, kTypeA, kAddress)).answers, SizeIs(1)) << ::testing::PrintToString(owner);
+    EXPECT_THAT(read_answers(2, first + record(owner, kTypeA, kAddress)).answers, SizeIs(1))
+        << ::testing::PrintToString(owner);
   }
   EXPECT_THAT(read_answers(2, first + record(pointer(kBody + 2), kTypeA, kAddress)).answers, SizeIs(2));
 }
@@ -209,7 +211,8 @@ TEST(ReadMessage, ReadsNamesOf256BytesAndNotOfMore) {
   const std::string most = labels + label(std::string(62, 'd')) + '\0';
   ASSERT_EQ(most.size(), kNameMax);
   EXPECT_THAT(read_answers(1, record(most, kTypeA, kAddress)).answers, ElementsAre(Field(&Record::name, most)));
-  EXPECT_THAT(read_answers(1, record(labels + label(std::string(63, 'd')) + '\0', kTypeA, kAddress)).answers, IsEmpty());
+  EXPECT_THAT(read_answers(1, record(labels + label(std::string(63, 'd')) + '\0', kTypeA, kAddress)).answers,
+              IsEmpty());
   const std::string folded = label("x") + pointer(kBody);
   EXPECT_THAT(read_answers(2, record(most, kTypeA, kAddress) + record(folded, kTypeA, kAddress)).answers, SizeIs(1));
 }

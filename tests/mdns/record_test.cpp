@@ -109,7 +109,9 @@ TEST(CompareRecords, TakesTheOneThatRunsOutFirstForTheEarlier) {
   EXPECT_GT(compare_records(kTypeTxt, "b", kTypeTxt, "abc"), 0);
 }
 
-TEST(CompareRecords, LeavesLettersAsTheyAre) { EXPECT_LT(compare_records(kTypePtr, name("A"), kTypePtr, name("a")), 0); }
+TEST(CompareRecords, LeavesLettersAsTheyAre) {
+  EXPECT_LT(compare_records(kTypePtr, name("A"), kTypePtr, name("a")), 0);
+}
 
 TEST(UsualTtl, IsShortForHostsAndAddresses) {
   for (const std::uint16_t type : {kTypeA, kTypeAaaa, kTypeSrv, kTypeHinfo}) {

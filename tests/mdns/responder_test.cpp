@@ -89,8 +89,9 @@ TEST_F(Responder, AnswersQueriesWithTheTcBitAfterARandom400To500Ms) {
 }
 
 TEST_F(Responder, AnswersQueriesWithSeveralQuestionsAfter20To120Ms) {
-  const auto [least, most] = DelaysOf(Claim::unique, {kSrv, kTxt},
-                                      {.questions = {Qm("P._ipp._tcp.local", kTypeSrv), Qm("P._ipp._tcp.local", kTypeTxt)}});
+  const auto [least, most] =
+      DelaysOf(Claim::unique, {kSrv, kTxt},
+               {.questions = {Qm("P._ipp._tcp.local", kTypeSrv), Qm("P._ipp._tcp.local", kTypeTxt)}});
   EXPECT_THAT(least, Within(20_ms, 24_ms));
   EXPECT_THAT(most, Within(116_ms, 120_ms));
 }
@@ -106,7 +107,9 @@ TEST_F(Responder, GivesNoAnswerToAProbeThatProposesTheSame) {
   Asks(Probe({kSrv, txt}));
   After(2_s);
   EXPECT_THAT(sent, IsEmpty());
-  for (const std::vector<Record>& other : {std::vector{kSrv}, {kSrv, kSrv}, {kSrv, Txt("P._ipp._tcp.local", "a=2")},
+  for (const std::vector<Record>& other : {std::vector{kSrv},
+                                           {kSrv, kSrv},
+                                           {kSrv, Txt("P._ipp._tcp.local", "a=2")},
                                            {kSrv, txt, A("P._ipp._tcp.local", 1)}}) {
     Mark();
     Asks(Probe(other));
@@ -123,8 +126,9 @@ TEST_F(Responder, AnswersProbesForManyNamesAtOnce) {
 }
 
 TEST_F(Responder, TakesAQueryForAProbeOnlyIfAProposedRecordAnswersItsQuestion) {
-  const auto [least, most] = DelaysOf(
-      Claim::shared, {kPtr}, {.questions = {Qm("_ipp._tcp.local", kTypePtr)}, .proposed = {A("something.else.local", 1)}});
+  const auto [least, most] =
+      DelaysOf(Claim::shared, {kPtr},
+               {.questions = {Qm("_ipp._tcp.local", kTypePtr)}, .proposed = {A("something.else.local", 1)}});
   EXPECT_THAT(least, Within(20_ms, 24_ms));
 }
 

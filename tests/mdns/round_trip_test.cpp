@@ -118,7 +118,8 @@ Written write_any(Maker& maker) {
   }
   for (const Section section : {Section::answers, Section::authorities, Section::additionals}) {
     for (std::size_t left = maker.below(30); left > 0; --left) {
-      Record record{.name = maker.name(), .type = maker.type(), .cache_flush = maker.below(2) == 0, .ttl = 120, .rdata = {}};
+      Record record{
+          .name = maker.name(), .type = maker.type(), .cache_flush = maker.below(2) == 0, .ttl = 120, .rdata = {}};
       record.rdata = maker.rdata(record.type);
       constexpr std::size_t kNumbers = 10;  // type, class, TTL, length
       const bool has_room = writer.bytes.size() + record.name.size() + kNumbers + record.rdata.size() <= writer.max;

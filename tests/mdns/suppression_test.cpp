@@ -74,7 +74,8 @@ TEST_F(Suppression, GivesNoDirectAnswerThatTheQuerierKnows) {
 
 TEST_F(Suppression, GivesNoDenialThatTheQuerierKnows) {
   GivenPublished(Claim::unique, {A("printer.local", 1)});
-  LinkTest::Asks(Query{.questions = {Qm("printer.local", kTypeAaaa)}, .known = {Ttl(Nsec("printer.local", {kTypeA}), 100)}});
+  LinkTest::Asks(
+      Query{.questions = {Qm("printer.local", kTypeAaaa)}, .known = {Ttl(Nsec("printer.local", {kTypeA}), 100)}});
   After(2_s);
   EXPECT_THAT(sent, IsEmpty());
 }
@@ -84,7 +85,8 @@ TEST_F(Suppression, GivesADenialOfWhichTheQuerierKnowsAnotherVersion) {
   GivenPublished(Claim::unique, {A("printer.local", 1)});
   LinkTest::Asks(Query{.questions = {Qm("printer.local", kTypeAaaa)}});
   After(2_s);
-  LinkTest::Asks(Query{.questions = {Qm("printer.local", kTypeAaaa)}, .known = {Nsec("printer.local", {kTypeA, kTypeTxt})}});
+  LinkTest::Asks(
+      Query{.questions = {Qm("printer.local", kTypeAaaa)}, .known = {Nsec("printer.local", {kTypeA, kTypeTxt})}});
   After(2_s);
   EXPECT_THAT(SentRecords(), ElementsAre(Ttl(denial, 120), Ttl(denial, 120)));
 }

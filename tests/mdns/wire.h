@@ -36,14 +36,15 @@ struct Counts {
   unsigned questions = 0, answers = 0, authorities = 0, additionals = 0;
 };
 inline std::string header(unsigned flags, Counts counts, unsigned id = 0) {
-  return number16(id) + number16(flags) + number16(counts.questions) + number16(counts.answers) + number16(counts.authorities) +
-         number16(counts.additionals);
+  return number16(id) + number16(flags) + number16(counts.questions) + number16(counts.answers) +
+         number16(counts.authorities) + number16(counts.additionals);
 }
 
 // A record; its name is given in wire format.
 inline std::string record(const std::string& owner, unsigned type, const std::string& rdata, unsigned klass = 1,
                           std::uint32_t ttl = 120) {
-  return owner + number16(type) + number16(klass) + number32(ttl) + number16(static_cast<unsigned>(rdata.size())) + rdata;
+  return owner + number16(type) + number16(klass) + number32(ttl) + number16(static_cast<unsigned>(rdata.size())) +
+         rdata;
 }
 
 inline std::span<const std::uint8_t> bytes(std::string_view text) {

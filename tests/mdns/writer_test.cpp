@@ -60,7 +60,8 @@ TEST_F(WriterTest, PointsToTheLongestNameThatIsThere) {
   add(name("y.host.local"), kTypeA, kAddress);
   const std::size_t x = kBody + name("_ipp._tcp.local").size() + 10;
   const std::string first = record(name("_ipp._tcp.local"), kTypePtr, label("x") + pointer(kBody));
-  const std::string second = record(pointer(x), kTypeSrv, srv(631, "").substr(0, 6) + label("host") + pointer(kBody + 10));
+  const std::string second =
+      record(pointer(x), kTypeSrv, srv(631, "").substr(0, 6) + label("host") + pointer(kBody + 10));
   const std::size_t host = kBody + first.size() + 2 + 10 + 6;
   EXPECT_EQ(text(writer_take(writer)), header(kResponse, {.answers = 4}) + first + second +
                                            record(pointer(host), kTypeA, kAddress) +
@@ -75,14 +76,16 @@ TEST_F(WriterTest, CompressesNamesInRdataOfEveryTypeThatHasThem) {
   for (const auto& [type, head] : all) {
     writer = writer_new(true);
     add(name("a.local"), type, head + name("a.local"));
-    EXPECT_EQ(text(writer_take(writer)), header(kResponse, {.answers = 1}) + record(name("a.local"), type, head + pointer(kBody)))
+    EXPECT_EQ(text(writer_take(writer)),
+              header(kResponse, {.answers = 1}) + record(name("a.local"), type, head + pointer(kBody)))
         << type;
   }
   writer = writer_new(true);
   add(name("a.local"), kTypeNsec, name("a.local") + std::string("\0\1\x40", 3));
   add(name("a.local"), kTypeSoa, name("a.local") + name("local") + std::string(20, '\7'));
   EXPECT_EQ(text(writer_take(writer)),
-            header(kResponse, {.answers = 2}) + record(name("a.local"), kTypeNsec, pointer(kBody) + std::string("\0\1\x40", 3)) +
+            header(kResponse, {.answers = 2}) +
+                record(name("a.local"), kTypeNsec, pointer(kBody) + std::string("\0\1\x40", 3)) +
                 record(pointer(kBody), kTypeSoa, pointer(kBody) + pointer(kBody + 2) + std::string(20, '\7')));
 }
 

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
 """A fresh Debian in a directory, as `debootstrap` makes it: Debian 12, or the suite that MDNSPROXY_TEST_SUITE names.
 
-Making one takes half a minute and the network, so a tar file of it is kept in CACHE (MDNSPROXY_TEST_CACHE names another place).
-Where packages come from is whatever this machine's own apt is told, read at run time.
+Making one takes half a minute and the network, so a tar file of it is kept in CACHE (MDNSPROXY_TEST_CACHE names another
+place). Where packages come from is whatever this machine's own apt is told, read at run time.
 """
 
 import os
@@ -26,7 +26,8 @@ PACKAGES = ["init", "udev", "dbus", "iproute2", "procps", "man-db"]
 
 def source_line():
     """The URI from where this machine's apt gets its own Debian; the other suites are beside that."""
-    found = source_tree.run("apt-get", "indextargets", "--format", "$(REPO_URI) $(CODENAME) $(COMPONENT)", "Created-By: Packages")
+    found = source_tree.run("apt-get", "indextargets", "--format", "$(REPO_URI) $(CODENAME) $(COMPONENT)",
+                            "Created-By: Packages")
     lines = [line.split() for line in found.splitlines()]
     matching = [uri for uri, codename, component in lines if (codename, component) == (OWN_SUITE, "main")]
     assert matching, f"this machine's apt knows no {OWN_SUITE} main:\n{found}"
@@ -65,14 +66,15 @@ class DebianRoot:
                 self.run(*APT, *arguments)
 
     def files(self):
-        """Everything that is in the directory but for what changes by itself: logs, caches, the package system's own books
-        and systemd's of its last update."""
+        """Everything that is in the directory but for what changes by itself: logs, caches, the package system's own
+        books and systemd's of its last update."""
         own_books = re.compile(r"(proc|sys|dev|run|tmp|var/log|var/cache|var/tmp|var/lib/(dpkg|apt|systemd)"
                                r"|(etc|var)/\.updated)(/|$)")
         found = set()
         for directory, directories, names in os.walk(self.path):
             inside = os.path.relpath(directory, self.path)
-            directories[:] = [name for name in directories if not own_books.match(os.path.normpath(os.path.join(inside, name)))]
+            directories[:] = [name for name in directories
+                              if not own_books.match(os.path.normpath(os.path.join(inside, name)))]
             found.update(os.path.normpath(os.path.join(inside, name)) for name in [*directories, *names])
         return {path for path in found if not own_books.match(path)}
 
@@ -86,12 +88,15 @@ APT = ("apt-get", "-q", "-y", "--no-install-recommends")
 def run_in(root, *command):
     environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "DEBIAN_FRONTEND": "noninteractive", "LC_ALL": "C.UTF-8"}
     # Its mounts live and die in a mount namespace; what it starts dies with it.
-    script = 'mount --bind "$0" "$0" && cd "$0" && mount -t proc proc proc && mount -t tmpfs tmpfs tmp && exec chroot . "$@"'
-    return source_tree.run("unshare", "--mount", "--pid", "--fork", "--kill-child", "sh", "-c", script, root, *command, env=environment)
+    script = ('mount --bind "$0" "$0" && cd "$0" && mount -t proc proc proc && mount -t tmpfs tmpfs tmp && exec '
+              'chroot . "$@"')
+    return source_tree.run("unshare", "--mount", "--pid", "--fork", "--kill-child", "sh", "-c", script, root, *command,
+                           env=environment)
 
 
 class kept_archives:
-    """Within it, packages that apt downloads in the root are kept in CACHE, and those that are there are not downloaded."""
+    """Within it, packages that apt downloads in the root are kept in CACHE, and those that are there are not
+    downloaded."""
 
     def __init__(self, root):
         self.inside = root / "var/cache/apt/archives"
@@ -112,7 +117,8 @@ class kept_archives:
 
 
 def link_or_copy(source, target):
-    """The same bytes under another name. There are hundreds of megabytes of packages, and every root gets all of them."""
+    """The same bytes under another name. There are hundreds of megabytes of packages, and every root gets all of
+    them."""
     try:
         os.link(source, target)
     except OSError:  # another file system

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
 """A Debian machine that systemd boots, with a gateway's network: units run exactly as on a real one.
 
-It shares the kernel with this machine and nothing else: it has a root directory, processes, network, devices and a branch of the
-cgroup tree of its own, and its kernel settings are read-only. Everything in it dies when the test does.
+It shares the kernel with this machine and nothing else: it has a root directory, processes, network, devices and a
+branch of the cgroup tree of its own, and its kernel settings are read-only. Everything in it dies when the test does.
 """
 
 import os
@@ -32,7 +32,8 @@ class Machine:
         self.process = subprocess.Popen(  # pylint: disable=consider-using-with
             ["sh", "-c", 'echo $$ >"$0/cgroup.procs" && exec "$@"', self.cgroup,
              "setpriv", "--pdeathsig", "KILL", f"--bounding-set={WITHOUT}", *namespace.command(
-                 "unshare", "--mount", "--pid", "--fork", "--kill-child", "--uts", "--ipc", "--cgroup", "sh", INIT, root.path)],
+                 "unshare", "--mount", "--pid", "--fork", "--kill-child", "--uts", "--ipc", "--cgroup", "sh", INIT,
+                 root.path)],
             stdin=subprocess.DEVNULL, stdout=self.console, stderr=self.console)
         try:
             self.pid = wait_until(self._init_pid, 10, "process 1 of the machine")
@@ -70,8 +71,9 @@ class Machine:
         return self._run(command).stdout
 
     def _run(self, command):
-        return subprocess.run(["nsenter", f"--target={self.pid}", "--all", "env", "-i", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C.UTF-8",
-                               "DEBIAN_FRONTEND=noninteractive", "HOME=/root", "sh", "-c", f"cd /root && {command}"],
+        return subprocess.run(["nsenter", f"--target={self.pid}", "--all", "env", "-i",
+                               "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C.UTF-8", "DEBIAN_FRONTEND=noninteractive",
+                               "HOME=/root", "sh", "-c", f"cd /root && {command}"],
                               stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
                               errors="replace", check=False)
 
@@ -94,7 +96,8 @@ class Machine:
 
     def wait_until_forwarding(self, other_than=0):
         """Until the daemon (another process than `other_than`) has finished its start-up; returns its process id."""
-        wait_until(lambda: self.daemon_pid not in (0, other_than) and self.daemon_status_file().startswith("0\nFinished startup"), 30,
+        wait_until(lambda: self.daemon_pid not in (0, other_than)
+                   and self.daemon_status_file().startswith("0\nFinished startup"), 30,
                    lambda: f"the daemon running\n{self.logs()}")
         return self.daemon_pid
 
@@ -123,10 +126,11 @@ class Machine:
 
 
 def masks_in(root):
-    """Links to be made: units that must not run, and udev's rules but for the one that tells systemd of a device; they would
-    set up devices of this machine when one of them changes."""
+    """Links to be made: units that must not run, and udev's rules but for the one that tells systemd of a device; they
+    would set up devices of this machine when one of them changes."""
     rules = [path.name for path in (root / "lib/udev/rules.d").iterdir() if path.name != "99-systemd.rules"]
-    return ([root / "etc/systemd/system" / unit for unit in MASKED] + [root / "etc/udev/rules.d" / name for name in rules])
+    return ([root / "etc/systemd/system" / unit for unit in MASKED] + [root / "etc/udev/rules.d" / name
+                                                                       for name in rules])
 
 
 def make_cgroup():

@@ -17,7 +17,8 @@ LIMITS = ("--ulimit=nofile=1024:1024", "--ulimit=nproc=1024:1024")
 
 
 class Podman:
-    """Its containers are on the network of `namespace`. Its mounts are in a namespace of their own, which ends with it."""
+    """Its containers are on the network of `namespace`. Its mounts are in a namespace of their own, which ends with
+    it."""
 
     def __init__(self, namespace):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="mdnsproxy-podman-", dir="/var/tmp"))
@@ -57,8 +58,8 @@ class Container:
     def __init__(self, podman, name, image, options, arguments):
         self.podman = podman
         self.name = name
-        podman("run", "--detach", "--network=host", "--cgroups=disabled", *LIMITS, "--log-driver=k8s-file", "--name", name,
-               *options, image, *arguments)
+        podman("run", "--detach", "--network=host", "--cgroups=disabled", *LIMITS, "--log-driver=k8s-file", "--name",
+               name, *options, image, *arguments)
 
     def exec(self, *command):
         return self.podman("exec", self.name, *command)

@@ -28,7 +28,8 @@ def test_the_linter_is_content(path):
 
 def test_every_page_is_there():
     assert [path.name for path in PAGES] == [
-        "mdnsproxy-check.1", "mdnsproxy-rules.5", "mdnsproxy-services.5", "mdnsproxy.8", "mdnsproxy.conf.5", "mdnsproxyctl.1"]
+        "mdnsproxy-check.1", "mdnsproxy-rules.5", "mdnsproxy-services.5", "mdnsproxy.8", "mdnsproxy.conf.5",
+        "mdnsproxyctl.1"]
 
 
 @pytest.mark.parametrize("path", PAGES, ids=lambda path: path.name)
@@ -42,7 +43,8 @@ def test_every_page_that_is_referred_to_is_ours_or_known(path):
 def test_every_option_of_the_checker_is_in_its_page():
     shown = source_tree.run(source_tree.BUILD / "mdnsproxy-check", "--help")
     options = set(re.findall(r"(?<![\w-])--?[a-z][a-z-]*", shown))
-    assert {"--services", "--ends-with", "--rules", "--settings", "--interfaces", "--json", "--help", "--version", "-h"} <= options
+    assert {"--services", "--ends-with", "--rules", "--settings", "--interfaces", "--json", "--help", "--version",
+            "-h"} <= options
     text = page("mdnsproxy-check.1")
     assert [option for option in sorted(options) if not is_in(option, text)] == []
 
@@ -92,7 +94,8 @@ def test_every_handled_signal_is_in_the_page():
 
 
 def test_every_path_of_the_daemon_is_in_the_page():
-    paths = re.findall(r'"(/[^"]+)"', source_tree.read("src/runtime/settings.cpp") + source_tree.read("src/platform/settings_file.cpp"))
+    sources = [source_tree.read(f"src/{name}.cpp") for name in ("runtime/settings", "platform/settings_file")]
+    paths = re.findall(r'"(/[^"]+)"', "".join(sources))
     assert len(paths) >= 6
     text = page("mdnsproxy.8")
     assert [path for path in paths if path not in text] == []
@@ -121,11 +124,13 @@ def literal_blocks(name):
 
 def test_the_examples_of_the_pages_are_in_order(tmp_path):
     """Together with the services list that is installed, which the examples name."""
-    (tmp_path / "services").write_text(literal_blocks("mdnsproxy-services.5") + source_tree.read("packaging/etc/mdnsservice-list.xml"))
+    installed = source_tree.read("packaging/etc/mdnsservice-list.xml")
+    (tmp_path / "services").write_text(literal_blocks("mdnsproxy-services.5") + installed)
     (tmp_path / "rules").write_text(literal_blocks("mdnsproxy-rules.5"))
     (tmp_path / "settings").write_text(literal_blocks("mdnsproxy.conf.5"))
-    done = subprocess.run([source_tree.BUILD / "mdnsproxy-check", "--services", "services", "--rules", "rules", "--settings",
-                           "settings", "--interfaces", "br10,br20,br30"], cwd=tmp_path, capture_output=True, text=True, check=False)
+    done = subprocess.run([source_tree.BUILD / "mdnsproxy-check", "--services", "services", "--rules", "rules",
+                           "--settings", "settings", "--interfaces", "br10,br20,br30"], cwd=tmp_path,
+                          capture_output=True, text=True, check=False)
     findings = [line for line in done.stdout.splitlines() if ": warning: " in line or ": error: " in line]
     expected = ("duplicate rule", "is also in service")  # the same printers under two names
     assert [line for line in findings if not any(part in line for part in expected)] == []

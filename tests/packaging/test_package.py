@@ -63,13 +63,14 @@ def test_it_holds_what_it_should(package):
     files = [path.replace("/usr/lib/systemd/", "/lib/systemd/") for path in package.files()]  # two names of one folder
     library = next(path for path in files if path.endswith("/mdnsproxy/libdns_sd.so.1"))
     assert re.fullmatch(r"/usr/lib/[\w-]+/mdnsproxy/libdns_sd\.so\.1", library)
-    for expected in ("/usr/sbin/mdnsproxy", "/usr/bin/mdnsproxy-check", "/usr/bin/mdnsproxyctl", "/etc/mdnsservice-list.xml", RULES, "/etc/mdnsproxy.conf",
-                     "/lib/systemd/system/mdnsproxy.service", "/lib/systemd/system/mdnsproxy-interface@.service",
+    for expected in ("/usr/sbin/mdnsproxy", "/usr/bin/mdnsproxy-check", "/usr/bin/mdnsproxyctl",
+                     "/etc/mdnsservice-list.xml", RULES, "/etc/mdnsproxy.conf", "/lib/systemd/system/mdnsproxy.service",
+                     "/lib/systemd/system/mdnsproxy-interface@.service",
                      "/lib/systemd/system/mdnsproxy-metrics.service", "/lib/systemd/system/mdnsproxy-metrics.timer",
-                     "/usr/share/bash-completion/completions/mdnsproxyctl", "/usr/share/zsh/vendor-completions/_mdnsproxyctl",
-                     "/usr/lib/sysctl.d/10-mdnsproxy.conf", "/usr/share/man/man8/mdnsproxy.8.gz",
-                     "/usr/share/man/man1/mdnsproxy-check.1.gz", "/usr/share/man/man1/mdnsproxyctl.1.gz",
-                     "/usr/share/man/man5/mdnsproxy-rules.5.gz",
+                     "/usr/share/bash-completion/completions/mdnsproxyctl",
+                     "/usr/share/zsh/vendor-completions/_mdnsproxyctl", "/usr/lib/sysctl.d/10-mdnsproxy.conf",
+                     "/usr/share/man/man8/mdnsproxy.8.gz", "/usr/share/man/man1/mdnsproxy-check.1.gz",
+                     "/usr/share/man/man1/mdnsproxyctl.1.gz", "/usr/share/man/man5/mdnsproxy-rules.5.gz",
                      "/usr/share/man/man5/mdnsproxy-services.5.gz", "/usr/share/man/man5/mdnsproxy.conf.5.gz",
                      "/usr/share/doc/mdnsproxy/README.md.gz", "/usr/share/doc/mdnsproxy/examples/mdnsservice-list.xml"):
         assert expected in files
@@ -77,10 +78,12 @@ def test_it_holds_what_it_should(package):
 
 def test_the_examples_are_in_order(package):
     for path in package.files():
-        if path.startswith("/usr/share/doc/mdnsproxy/examples/") and not path.endswith(("mdnsservice-list.xml", ".conf")):
-            source_tree.run(source_tree.BUILD / "mdnsproxy-check", "--services", source_tree.ROOT / "packaging/etc/mdnsservice-list.xml",
-                            "--rules", source_tree.ROOT / "packaging/examples" / path.rsplit("/", 1)[1],
-                            "--settings", source_tree.ROOT / "packaging/etc/mdnsproxy.conf", "--interfaces", "br10,br20,br30,br40")
+        if path.startswith("/usr/share/doc/mdnsproxy/examples/") and not path.endswith(("mdnsservice-list.xml",
+                                                                                        ".conf")):
+            source_tree.run(source_tree.BUILD / "mdnsproxy-check", "--services",
+                            source_tree.ROOT / "packaging/etc/mdnsservice-list.xml", "--rules",
+                            source_tree.ROOT / "packaging/examples" / path.rsplit("/", 1)[1], "--settings",
+                            source_tree.ROOT / "packaging/etc/mdnsproxy.conf", "--interfaces", "br10,br20,br30,br40")
 
 
 # --- On the router
@@ -123,7 +126,8 @@ def test_a_printer_is_forwarded_and_taken_back(router, network):
 
 def test_nothing_is_forwarded_the_other_way(router, network):
     router.wait_until_forwarding()
-    with Printer(network["br20"], "Guest Printer"), Browser(network["br10"]) as browser, Browser(network["br20"]) as witness:
+    with (Printer(network["br20"], "Guest Printer"), Browser(network["br10"]) as browser,
+          Browser(network["br20"]) as witness):
         witness.sees("Guest Printer")
         stays_true(lambda: "Guest Printer" not in browser.names, 2, "nothing of the guests in the office")
 
@@ -145,13 +149,15 @@ def test_the_daemon_runs_restricted(router):
 def test_other_address_families_and_system_calls_are_refused(router):
     """In the unit's own sandbox, with the filters that systemd makes of the unit file."""
     filters = [line for line in source_tree.read("packaging/systemd/mdnsproxy.service.in").splitlines()
-               if re.match(r"(RestrictAddressFamilies|SystemCall|DynamicUser|NoNewPrivileges|CapabilityBoundingSet|RestrictNamespaces)", line)]
+               if re.match(r"(RestrictAddressFamilies|SystemCall|DynamicUser|NoNewPrivileges|CapabilityBoundingSet|"
+                        r"RestrictNamespaces)", line)]
     options = " ".join(f"-p '{line}'" for line in filters)
     run = f"systemd-run --quiet --wait --pipe {options}"
     for family in ("AF_INET", "AF_INET6", "16"):  # 16: AF_NETLINK
         router.shell(f"{run} perl -MSocket=:all -e 'socket(S, {family}, SOCK_DGRAM, 0) or die $!'")
     packet = "17"
-    assert "Address family not supported" in router.output(f"{run} perl -MSocket=:all -e 'socket(S, {packet}, SOCK_DGRAM, 0) or die $!'")
+    assert "Address family not supported" in router.output(f"{run} perl -MSocket=:all -e 'socket(S, {packet}, "
+                                                           f"SOCK_DGRAM, 0) or die $!'")
     for refused in ("unshare --user true", "nice -n 5 true", "chroot / true"):
         assert "Operation not permitted" in router.output(f"{run} {refused}")
 
@@ -183,7 +189,8 @@ def test_stopping_withdraws_everything_and_logs_the_last_status(router, network)
 
 def test_a_reload_is_another_process_and_nothing_blinks(router, network):
     before = router.wait_until_forwarding()
-    with Browser(network["br20"]) as browser, Printer(network["br10"], "Office Printer"), Printer(network["br10"], "Old Printer") as old:
+    with Browser(network["br20"]) as browser, Printer(network["br10"], "Office Printer"), Printer(network["br10"],
+                                                                                                  "Old Printer") as old:
         browser.sees("Office Printer", within=10)
         browser.sees("Old Printer", within=10)
         router.shell("systemctl reload mdnsproxy")
@@ -196,12 +203,14 @@ def test_a_reload_is_another_process_and_nothing_blinks(router, network):
 
 def test_a_list_is_applied_and_nothing_blinks(router, network):
     before = router.wait_until_forwarding()
-    router.write("/root/both.xml", example("print-to-guests.xml") + example("print-to-guests.xml").replace("Printing", "Scanning"))
+    router.write("/root/both.xml", example("print-to-guests.xml") + example("print-to-guests.xml").replace("Printing",
+                                                                                                           "Scanning"))
     with Browser(network["br20"]) as browser, Printer(network["br10"], "Office Printer"):
         browser.sees("Office Printer", within=10)
         shown = router.shell("mdnsproxyctl apply /root/both.xml")
         assert "forwarded from now on: _uscan._tcp from br10 to br20" in shown
-        assert router.daemon_pid not in (0, before) and f"The daemon runs with it, process {router.daemon_pid}.\n" in shown
+        assert router.daemon_pid not in (0,
+                                         before) and f"The daemon runs with it, process {router.daemon_pid}.\n" in shown
         assert ("removed", "Office Printer") not in [(what, name) for _, what, name in browser.events]
     assert router.shell(f"stat -c '%a %U' {RULES} && rm /root/both.xml") == "644 root\n"
 
@@ -215,13 +224,15 @@ def test_a_list_that_the_daemon_does_not_run_with_is_taken_back(router):
     # Ends like a daemon that has lost an interface, but for the list that was there before.
     router.write("/root/no.sh", f"#!/bin/sh\ngrep -q Scanning {RULES} || exit 40\nexec /usr/sbin/mdnsproxy\n")
     router.shell("cp /root/no.sh /usr/local/sbin/ && chmod 755 /usr/local/sbin/no.sh")
-    router.write("/etc/systemd/system/mdnsproxy.service.d/no.conf", "[Service]\nExecStart=\nExecStart=/usr/local/sbin/no.sh\n")
+    router.write("/etc/systemd/system/mdnsproxy.service.d/no.conf",
+                 "[Service]\nExecStart=\nExecStart=/usr/local/sbin/no.sh\n")
     router.shell("systemctl daemon-reload")
     shown = router.output("mdnsproxyctl apply /root/one.xml")
     assert "The old file is back, since the daemon ended with exit status 40" in shown
     assert router.shell(f"cat {RULES}") == installed
     assert f"The daemon runs with the old one, process {router.wait_until_forwarding(other_than=before)}." in shown
-    router.shell("rm -r /etc/systemd/system/mdnsproxy.service.d /usr/local/sbin/no.sh /root/no.sh /root/one.xml && systemctl daemon-reload")
+    router.shell("rm -r /etc/systemd/system/mdnsproxy.service.d /usr/local/sbin/no.sh /root/no.sh /root/one.xml && "
+                 "systemctl daemon-reload")
     router.write(RULES, example("print-to-guests.xml"))
     router.shell("systemctl restart mdnsproxy")
 
@@ -232,7 +243,8 @@ def test_figures_are_written_for_a_collector_that_is_there(router):
     assert router.status("test -e /var/lib/prometheus") != 0, "nobody collects"
     router.shell("mkdir -p /var/lib/prometheus/node-exporter && chown nobody /var/lib/prometheus/node-exporter")
     router.shell("systemctl start mdnsproxy-metrics.service")
-    assert "\nmdnsproxy_up 1\n" in router.shell("setpriv --reuid=nobody cat /var/lib/prometheus/node-exporter/mdnsproxy.prom")
+    assert "\nmdnsproxy_up 1\n" in router.shell("setpriv --reuid=nobody cat "
+                                                "/var/lib/prometheus/node-exporter/mdnsproxy.prom")
     router.shell("systemctl stop mdnsproxy && systemctl start mdnsproxy-metrics.service && systemctl start mdnsproxy")
     assert "\nmdnsproxy_up 0\n" in router.shell("cat /var/lib/prometheus/node-exporter/mdnsproxy.prom")
     router.shell("systemctl enable --now mdnsproxy-metrics.timer && systemctl is-active mdnsproxy-metrics.timer")
@@ -271,7 +283,8 @@ def test_a_mistake_in_a_list_is_explained_in_the_journal_and_not_tried_again(rou
 
 def test_a_type_that_is_none_is_not_tried_for_ever(router):
     router.wait_until_forwarding()
-    router.write(RULES, example("print-to-guests.xml").replace("Printing", "ipp").replace('rule_type="0"', 'rule_type="1"'))
+    router.write(RULES, example("print-to-guests.xml").replace("Printing", "ipp").replace('rule_type="0"',
+                                                                                          'rule_type="1"'))
     router.shell("systemctl restart mdnsproxy")
     wait_until(lambda: router.unit_state() in ("failed", "inactive"), 30, router.logs)
     assert router.shell("systemctl show -P ExecMainStatus mdnsproxy").strip() == str(600 & 255)
@@ -297,7 +310,8 @@ def test_an_interface_that_a_rule_names_may_come_later(router):
     before = router.wait_until_forwarding()
     router.write(RULES, example("cast-to-meeting-room.xml"))  # from br30
     router.shell("systemctl restart mdnsproxy")
-    wait_until(lambda: router.unit_state() == "activating" and "INTERFACE LOOKUP ERROR 111833" in router.journal(), 20, router.logs)
+    wait_until(lambda: router.unit_state() == "activating" and "INTERFACE LOOKUP ERROR 111833" in router.journal(), 20,
+               router.logs)
     router.shell("ip link add br30 type bridge")
     router.wait_until_forwarding(other_than=before)
 

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""The README, followed from top to bottom: every command line in it is run, where its comment says, and every file is written.
+"""The README, followed from top to bottom: every command line in it is run, where its comment says, and every file is
+written.
 
     <!-- on the workstation -->    this machine: the source tree
     <!-- on the router -->         a Debian machine that has never seen the package, with the interfaces br10 to br40
@@ -33,7 +34,8 @@ class Block(typing.NamedTuple):
 
 
 def blocks():
-    return [Block(*found) for found in re.findall(r"^<!-- (.+) -->\n```\w+\n((?:(?!```).*\n)*)```", source_tree.read("README.md"), re.MULTILINE)]
+    return [Block(*found) for found in re.findall(r"^<!-- (.+) -->\n```\w+\n((?:(?!```).*\n)*)```",
+                                                  source_tree.read("README.md"), re.MULTILINE)]
 
 
 def commands(place):
@@ -110,7 +112,8 @@ def test_the_demo_shows_what_it_promises(tmp_path):
 def test_the_check_is_a_program_that_knows_its_options():
     """It cannot run itself; what runs this test is usually the check."""
     assert "./check" in commands("on the workstation")
-    done = subprocess.run([source_tree.ROOT / "check", "--unknown"], stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False)
+    done = subprocess.run([source_tree.ROOT / "check", "--unknown"], stdin=subprocess.DEVNULL, capture_output=True,
+                          text=True, check=False)
     assert done.returncode == 2 and "--fast" in done.stdout
 
 
@@ -178,15 +181,19 @@ def have_printing(router):
 def follow_on_client(client, text):
     for line in text.splitlines():
         assert fnmatch.fnmatch(line, "avahi-browse *")
-        shown = wait_until(lambda line=line: "vender=Zenmor" in (output := client.output(line)) and output, 20, client.logs)
+        shown = wait_until(lambda line=line: "vender=Zenmor" in (output := client.output(line)) and output, 20,
+                           client.logs)
         assert re.search(r"= +br0 IPv[46] Office Printer +Internet Printer", shown)
-        assert re.search(r"hostname = \[office-printer.local\]\n\s*address = \[(10\.1\.0\.2|fd00:1::2)\]\n\s*port = \[631\]", shown)
+        assert re.search(r"hostname = \[office-printer.local\]\n\s*address = \[(10\.1\.0\.2|fd00:1::2)\]\n\s*port = "
+                         r"\[631\]", shown)
 
 
 @pytest.mark.parametrize("number", range(3))
 def test_its_rules_forward_what_it_says(router, number):
-    expected = [("br10 +br20 +_ipp._tcp +Printing",), ("br30 +br10 +_googlecast._tcp +Casting", "br30 +br10 +_airplay._tcp +AirPlay"),
-                ("br10 +br40 +_smb._tcp +FileSharing", "br40 +br10 +_smb._tcp +FileSharing", "br40 +br10 +_rsync._tcp +-")][number]
+    expected = [("br10 +br20 +_ipp._tcp +Printing",),
+                ("br30 +br10 +_googlecast._tcp +Casting", "br30 +br10 +_airplay._tcp +AirPlay"),
+                ("br10 +br40 +_smb._tcp +FileSharing", "br40 +br10 +_smb._tcp +FileSharing",
+                 "br40 +br10 +_rsync._tcp +-")][number]
     router.write("/etc/mdnsproxyrule-list.xml", rules_files()[number])
     table = router.shell("mdnsproxy-check --rules /etc/mdnsproxyrule-list.xml")
     assert "warning" not in table

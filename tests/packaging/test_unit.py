@@ -22,10 +22,11 @@ def test_it_is_closed_tight():
 
 def test_systemd_understands_every_line():
     for unit in sorted(UNITS.iterdir()):
-        done = subprocess.run(["systemd-analyze", "verify", "--man=no", unit], stdin=subprocess.DEVNULL, capture_output=True, text=True,
-                              check=False)
+        done = subprocess.run(["systemd-analyze", "verify", "--man=no", unit], stdin=subprocess.DEVNULL,
+                              capture_output=True, text=True, check=False)
         # The programs are not installed on the machine that this runs on.
-        complaints = [line for line in done.stderr.splitlines() if "is not executable: No such file or directory" not in line]
+        complaints = [line for line in done.stderr.splitlines()
+                      if "is not executable: No such file or directory" not in line]
         assert complaints == []
 
 
@@ -41,7 +42,8 @@ def test_the_programs_that_it_starts_are_those_of_the_package():
 def test_standard_output_is_for_nobody_and_standard_error_for_the_journal():
     lines = UNIT.read_text(encoding="utf-8").splitlines()
     assert "StandardOutput=null" in lines and "StandardError=journal" in lines
-    assert [line for line in lines if re.match(r"Exec\w+=.*(mdnsproxy-check|cat) ", line) and not (">&2'" in line or "--ends-with" in line)] == []
+    assert [line for line in lines if re.match(r"Exec\w+=.*(mdnsproxy-check|cat) ", line)
+            and not (">&2'" in line or "--ends-with" in line)] == []
 
 
 def test_the_rules_come_from_the_file_that_the_manual_names():

@@ -43,12 +43,14 @@ def test_everything_is_where_it_was_told_to_be(staged):
         f"{PREFIX}/share/bash-completion/completions/mdnsproxyctl", f"{PREFIX}/share/zsh/site-functions/_mdnsproxyctl",
         f"{PREFIX}/lib64/mdnsproxy/libdns_sd.so.1", f"{PREFIX}/lib64/mdnsproxy/libdns_sd.so.1.0.0",
         *(f"{PREFIX}/share/man/man{page[-1]}/{page}" for page in (
-            "mdnsproxy-check.1", "mdnsproxy-rules.5", "mdnsproxy-services.5", "mdnsproxy.conf.5", "mdnsproxy.8", "mdnsproxyctl.1")),
+            "mdnsproxy-check.1", "mdnsproxy-rules.5", "mdnsproxy-services.5", "mdnsproxy.conf.5", "mdnsproxy.8",
+            "mdnsproxyctl.1")),
         *(f"{PREFIX}/share/doc/mdnsproxy/examples/{name}" for name in examples),
         "/etc/mdnsproxy.conf", "/etc/mdnsproxyrule-list.xml", "/etc/mdnsservice-list.xml",
         "/etc/sysctl.d/10-mdnsproxy.conf",
         *(f"/etc/systemd/system/{unit}" for unit in (
-            "mdnsproxy-interface@.service", "mdnsproxy-metrics.service", "mdnsproxy-metrics.timer", "mdnsproxy.service"))])
+            "mdnsproxy-interface@.service", "mdnsproxy-metrics.service", "mdnsproxy-metrics.timer",
+            "mdnsproxy.service"))])
 
 
 def test_no_text_names_another_place(staged):

@@ -66,5 +66,6 @@ def test_the_daemon_looks_for_its_library_where_it_is(unpacked):
 
 def test_the_manual_and_the_examples_are_in_it(unpacked):
     for name in ("mdnsproxy.8", "mdnsproxy-check.1", "mdnsproxy-rules.5", "mdnsproxy-services.5", "mdnsproxy.conf.5",
-                 "mdnsproxyctl.1", "mdnsproxy-metrics.timer", "_mdnsproxyctl", "print-to-guests.xml", "10-mdnsproxy.conf", "LICENSE"):
+                 "mdnsproxyctl.1", "mdnsproxy-metrics.timer", "_mdnsproxyctl", "print-to-guests.xml",
+                 "10-mdnsproxy.conf", "LICENSE"):
         assert list(unpacked.rglob(f"{name}*")), name

@@ -8,8 +8,8 @@
     Forger    a host that says what is not so (air/forger.cpp)
     Wire      a wire that loses frames (air/wire.cpp)
 
-Each is a program of its own, on the far side of a pipe: it ends with the test process, however that ends. Times are seconds of
-the real-time clock, by which the kernel stamps the packets.
+Each is a program of its own, on the far side of a pipe: it ends with the test process, however that ends. Times are
+seconds of the real-time clock, by which the kernel stamps the packets.
 """
 
 import json
@@ -69,16 +69,16 @@ class _Program:
 
 
 class Crowd(_Program):
-    """`kinds`: the devices' service types in turn. `addresses`: 4, 6 or 46, which families each host has one of. `txt`: bytes
-    of TXT data. `rescue`: they say again what somebody else takes back."""
+    """`kinds`: the devices' service types in turn. `addresses`: 4, 6 or 46, which families each host has one of. `txt`:
+    bytes of TXT data. `rescue`: they say again what somebody else takes back."""
 
     def __init__(self, link, kinds=("_ipp._tcp",), addresses=46, txt=64, rescue=False):
-        super().__init__("air-announcer", link, "--types", ",".join(kinds), "--link", link.number, "--addresses", addresses,
-                         "--txt", txt, "--rescue", int(rescue))
+        super().__init__("air-announcer", link, "--types", ",".join(kinds), "--link", link.number, "--addresses",
+                         addresses, "--txt", txt, "--rescue", int(rescue))
 
     def announce(self, first, count, seconds=0.0):
-        """Devices first .. first + count - 1 announce themselves within `seconds`. Returns when the first and the last of them
-        had done so for the first time; the second announcement, a second later, goes by itself."""
+        """Devices first .. first + count - 1 announce themselves within `seconds`. Returns when the first and the last
+        of them had done so for the first time; the second announcement, a second later, goes by itself."""
         return self._wave("announce", first, count, seconds)
 
     def withdraw(self, first, count, seconds=0.0, only=0):
@@ -108,8 +108,8 @@ class Clients(_Program):
     """`resolve`: they ask for SRV, TXT and addresses of what they find, too."""
 
     def __init__(self, link, kinds, clients=1, picks=1, sessions=1, seed=1, resolve=False):
-        super().__init__("air-clients", link, "--types", ",".join(kinds), "--clients", clients, "--picks", picks, "--sessions",
-                         sessions, "--seed", seed, "--resolve", int(resolve))
+        super().__init__("air-clients", link, "--types", ",".join(kinds), "--clients", clients, "--picks", picks,
+                         "--sessions", sessions, "--seed", seed, "--resolve", int(resolve))
 
     def go(self, seconds):
         """Starts their sessions and returns at once."""
@@ -120,13 +120,15 @@ class Clients(_Program):
         return self.outcome(within)[0]
 
     def outcome(self, within):
-        """Waits likewise; (queries asked, services resolved, each client's counted, when the last of these was, 0 for never)."""
+        """Waits likewise; (queries asked, services resolved, each client's counted, when the last of these was, 0 for
+        never)."""
         _, queries, resolved, last = self.answer(within).split()
         return int(queries), int(resolved), float(last)
 
 
 class Watcher(_Program):
-    """`grace`: seconds in which another host may say again what was taken back; any record that a service needs counts then."""
+    """`grace`: seconds in which another host may say again what was taken back; any record that a service needs counts
+    then."""
 
     def __init__(self, link, gateway_addresses, grace=0.0):
         super().__init__("air-observer", link, "--from", ",".join(gateway_addresses), "--grace", int(grace * 1000))
@@ -174,10 +176,12 @@ class Watcher(_Program):
         self.ask("reset")
 
     def sees(self, count, within):
-        wait_until(lambda: self.there >= count, within, lambda: f"{count} services on link {self.link.name}: {self.ask('count')}")
+        wait_until(lambda: self.there >= count, within,
+                   lambda: f"{count} services on link {self.link.name}: {self.ask('count')}")
 
     def loses_all(self, within):
-        wait_until(lambda: self.listed == 0, within, lambda: f"no service on link {self.link.name}: {self.ask('count')}")
+        wait_until(lambda: self.listed == 0, within,
+                   lambda: f"no service on link {self.link.name}: {self.ask('count')}")
 
 
 class Asker(_Program):
@@ -219,7 +223,8 @@ class Forger(_Program):
 
 
 class Wire(_Program):
-    """Carries frames between `link.interface` and the interface `other` of the same namespace, and loses `loss` of 100."""
+    """Carries frames between `link.interface` and the interface `other` of the same namespace, and loses `loss` of
+    100."""
 
     def __init__(self, link, other, loss, seed=1):
         super().__init__("air-wire", link, "--to", other, "--loss", loss, "--seed", seed)

@@ -38,7 +38,8 @@ class Town:
         self.watcher.sees(LIMIT, within=PATIENCE)
 
     def refusals(self):
-        return self.daemon.box.logged(f"callback_ServiceBrowse(): Maxnum({LIMIT}) of responder reached...", syslog.LOG_ERR)
+        return self.daemon.box.logged(f"callback_ServiceBrowse(): Maxnum({LIMIT}) of responder reached...",
+                                      syslog.LOG_ERR)
 
     def is_there(self, number):
         return self.watcher.is_there(f"Device {number}")

@@ -18,7 +18,8 @@ PATIENCE = 60  # seconds
 
 
 class Town:
-    """Everything is on link b and in the client's list, and the gateway has nothing more to say. Times are those of packets."""
+    """Everything is on link b and in the client's list, and the gateway has nothing more to say. Times are those of
+    packets."""
 
     def __init__(self, scene):
         self.net = scene.network("a", "b")
@@ -31,7 +32,8 @@ class Town:
         wait_until(lambda: len(self.instances(0.0)) == COUNT, PATIENCE, "all services on link b")
         wait_until(lambda: time.monotonic() - self.last() > 3, PATIENCE, "everything announced")
         self.list = scene.browser(self.net["b"])
-        wait_until(lambda: len(self.list.names) == COUNT, PATIENCE, lambda: f"all in the client's list, and not {len(self.list.names)}")
+        wait_until(lambda: len(self.list.names) == COUNT, PATIENCE,
+                   lambda: f"all in the client's list, and not {len(self.list.names)}")
         wait_until(lambda: time.monotonic() - self.last() > 3, PATIENCE, "the client answered")
 
     def last(self):
@@ -41,11 +43,13 @@ class Town:
         return self.ear.records(self.gateway, since)
 
     def instances(self, since):
-        return {dns.text(record.data) for _, record in self.ear.heard(f"{KIND}.local", dns.PTR, sources=self.gateway, since=since)
+        return {dns.text(record.data) for _, record in self.ear.heard(f"{KIND}.local", dns.PTR, sources=self.gateway,
+                                                                      since=since)
                 if record.ttl}
 
     def gone(self, since):
-        return {dns.text(record.name) for _, record in self.records(since) if record.ttl == 0 and record.kind == dns.SRV}
+        return {dns.text(record.name) for _, record in self.records(since) if record.ttl == 0
+                and record.kind == dns.SRV}
 
     def probes(self, since):
         return [packet for packet in self.ear.sent_by(*self.gateway, since=since)

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What hosts do: devices that offer services, gateways that browse one link and offer on another what they find, lookers that only
-// browse. They use the engine as the library of dns_sd.h and the daemon do.
+// What hosts do: devices that offer services, gateways that browse one link and offer on another what they find,
+// lookers that only browse. They use the engine as the library of dns_sd.h and the daemon do.
 #pragma once
 
 #include <map>
@@ -19,11 +19,12 @@ inline constexpr std::string_view kMark =
     "\x09"
     "forwarded";
 
-// The label, or the `attempt`th one that takes its place where it is another's: with the number between `before` and `behind`.
+// The label, or the `attempt`th one that takes its place where it is another's: with the number between `before` and
+// `behind`.
 std::string numbered(const std::string& label, int attempt, const char* before, const char* behind);
 
-// One service as it is registered: SRV and TXT together under a name that nobody else may have, then the PTR records to it. When the
-// name is another's, the next one is tried.
+// One service as it is registered: SRV and TXT together under a name that nobody else may have, then the PTR records to
+// it. When the name is another's, the next one is tried.
 struct Offer {
   Port* port = nullptr;
   std::string label, type;  // "Printer"; the wire name of "_ipp._tcp.local"
@@ -83,8 +84,8 @@ void browse_start(Browser& browser);
 // Ends the queries; with `to`, withdraws everything.
 void browse_stop(Browser& browser);
 
-// Whether the gateway offers all that is published on its one link (unmarked, with addresses) on the other, and nothing else; what was
-// left behind there without a goodbye only if not `exactly`.
+// Whether the gateway offers all that is published on its one link (unmarked, with addresses) on the other, and nothing
+// else; what was left behind there without a goodbye only if not `exactly`.
 void check_gateway(World& world, const Browser& browser, bool exactly);
 
 // One act of a hostile host on the medium: forged, mutated, random or many datagrams.

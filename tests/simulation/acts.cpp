@@ -12,7 +12,8 @@ std::string new_label(Life& life, const char* what) { return what + std::to_stri
 Device& add_device(Life& life, Medium& medium, const std::string& label) {
   World& world = life.world;
   Device& device = life.devices.emplace_back();
-  device.port = &add_port(world, add_host(world, label + "#" + std::to_string(world.ports.size())), medium, life.protocols);
+  device.port =
+      &add_port(world, add_host(world, label + "#" + std::to_string(world.ports.size())), medium, life.protocols);
   device.port->side = static_cast<int>(world.dice.below(2));
   device.label = label;
   const auto number = static_cast<char>(device.port->index + 1);
@@ -181,7 +182,8 @@ void flap_one(Life& life) {
   if (!is_up(port) || port.protocols != life.protocols) {
     return;
   }
-  set_protocols(port, life.protocols == mdns::kBothProtocols && life.world.dice.chance(50) ? mdns::kIpv4 : mdns::kNoProtocol);
+  set_protocols(port,
+                life.protocols == mdns::kBothProtocols && life.world.dice.chance(50) ? mdns::kIpv4 : mdns::kNoProtocol);
   call_at(life.world, life.world.now + life.world.dice.between(1, 10000) * kMillisecond, [&life, &port] {
     if (port.host->is_alive) {
       set_protocols(port, life.protocols);
@@ -278,7 +280,8 @@ void plan_guests(Life& life, Time until) {
     const Browser& gateway = *life.gateways[life.more_dice.below(life.gateways.size())];
     Device* host = nullptr;
     for (Device& device : life.devices) {
-      host = device.port->medium == gateway.from->medium && (host == nullptr || life.more_dice.chance(50)) ? &device : host;
+      host = device.port->medium == gateway.from->medium && (host == nullptr || life.more_dice.chance(50)) ? &device
+                                                                                                           : host;
     }
     if (host == nullptr) {
       continue;
@@ -291,7 +294,8 @@ void plan_guests(Life& life, Time until) {
         device_offer(*host, new_label(life, "Forwarded "), life.types[0], new_label(life, "v="));
       }
     });
-    call_at(world, comes, [&life, label, &medium = *gateway.to->medium, until] { add_guest(life, label, medium, until); });
+    call_at(world, comes,
+            [&life, label, &medium = *gateway.to->medium, until] { add_guest(life, label, medium, until); });
   }
 }
 

@@ -34,8 +34,8 @@ Device& add_device(Life& life, Medium& medium, const std::string& label);
 // One act, chosen by the dice.
 void act_once(Life& life);
 
-// Plans for a life with gateways: hosts that change their addresses, and guests: devices on the other link that have the name of a host
-// which is forwarded there, from the beginning or later, for a while or for good.
+// Plans for a life with gateways: hosts that change their addresses, and guests: devices on the other link that have
+// the name of a host which is forwarded there, from the beginning or later, for a while or for good.
 void plan_guests(Life& life, Time until);
 
 // Plans the faults of the media until then.

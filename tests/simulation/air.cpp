@@ -16,7 +16,8 @@ std::uint32_t new_flight(World& world, const mdns::Endpoint& source, mdns::Bytes
   flight.received = {source, true, true, {}};
   flight.probes.clear();
   for (const WireQuestion& question : message.questions) {
-    const bool may_be_probe = message.fault != nullptr && !message.is_response();  // malformed: probes may stand behind the fault
+    // malformed: probes may stand behind the fault
+    const bool may_be_probe = message.fault != nullptr && !message.is_response();
     if (may_be_probe || is_probe_for(message, question)) {
       flight.probes.push_back(question.name_hash);
     }
@@ -48,7 +49,8 @@ void plan_delivery(World& world, Port& to, std::uint32_t flight, Time at) {
   plan(world, {at, 0, Item::Kind::deliver, static_cast<std::uint32_t>(to.index), flight});
 }
 
-// The weather decides what becomes of one datagram on its way to one port. `base`: when it is there without further delay.
+// The weather decides what becomes of one datagram on its way to one port. `base`: when it is there without further
+// delay.
 void carry(World& world, Medium& medium, const Port* from, Port& to, std::uint32_t flight, Time base) {
   const Weather& weather = medium.weather;
   if (from != nullptr && medium.is_partitioned && from->side != to.side) {

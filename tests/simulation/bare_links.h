@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Links in virtual time with nothing around them: datagrams arrive, deadlines come, events are acted upon. Unlike a World (world.h) it keeps no
-// books and checks nothing, so that thousands of services cost little more than the engine's own work on them.
+// Links in virtual time with nothing around them: datagrams arrive, deadlines come, events are acted upon. Unlike a
+// World (world.h) it keeps no books and checks nothing, so that thousands of services cost little more than the
+// engine's own work on them.
 #pragma once
 
 #include <deque>

@@ -11,7 +11,8 @@ namespace {
 // A name that was given up less than this ago may be taken up again without probes.
 constexpr Time kRecentlyOwned = kSecond / 2;
 
-// By then the second announcement of a change has gone out: two intervals of a second each, the first one where it changes all the time.
+// By then the second announcement of a change has gone out: two intervals of a second each, the first one where it
+// changes all the time.
 constexpr Time kLastSaidWithin = 2200 * kMillisecond;
 
 void remove_truth(Port& port, Tag tag, const Publication& publication, std::size_t at, bool without_goodbye) {
@@ -19,8 +20,10 @@ void remove_truth(Port& port, Tag tag, const Publication& publication, std::size
   const Hash set_hash = hash_set(publication.name_hash, publication.records[at].type);
   const Hash hash = publication.hashes[at];
   std::vector<Truth>& truths = medium.truth[set_hash];
-  const bool unheard = without_goodbye || medium.calm_since == kNever || !is_undisturbed(port, port.world->now, kSettledWithin);
-  std::erase_if(truths, [&](const Truth& truth) { return truth.port == &port && truth.tag == tag && truth.hash == hash; });
+  const bool unheard =
+      without_goodbye || medium.calm_since == kNever || !is_undisturbed(port, port.world->now, kSettledWithin);
+  std::erase_if(truths,
+                [&](const Truth& truth) { return truth.port == &port && truth.tag == tag && truth.hash == hash; });
   if (unheard) {
     medium.left_without_goodbye.insert(hash);
   }
@@ -93,7 +96,8 @@ void cut_off(Port& port) {
   port.disturbed_at = port.world->now;
   for (const auto& [hash, holding] : port.holdings) {
     const auto gone = port.medium->gone.find(hash);
-    if (holding.gone_at != kNever && port.world->now - holding.gone_at < kLastSaidWithin && gone != port.medium->gone.end()) {
+    if (holding.gone_at != kNever && port.world->now - holding.gone_at < kLastSaidWithin &&
+        gone != port.medium->gone.end()) {
       gone->second.without_goodbye = true;
     }
   }

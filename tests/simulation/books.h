@@ -26,7 +26,8 @@ void add_truth(Port& port, Tag tag, const Publication& publication, std::size_t 
 // Takes the publication out of the books; the engine has it no more.
 void end(Port& port, Tag tag, bool without_goodbye);
 
-// The port is cut off: the goodbye of what it has withdrawn lately, or the second announcement of what took its place, may not have gone out.
+// The port is cut off: the goodbye of what it has withdrawn lately, or the second announcement of what took its place,
+// may not have gone out.
 void cut_off(Port& port);
 
 }  // namespace simulation

@@ -55,11 +55,12 @@ void ask_for_addresses(Browser& browser, const std::string& key, Finding& findin
 
 void offer_addresses(Browser& browser, Finding& finding) {
   if (finding.use == 0) {
-    finding.use = host_use(*browser.to, finding.target, *browser.from->medium, [&browser, key = folded(finding.instance)] {
-      if (Finding* const each = find(browser, key)) {
-        follow(browser, *each);
-      }
-    });
+    finding.use =
+        host_use(*browser.to, finding.target, *browser.from->medium, [&browser, key = folded(finding.instance)] {
+          if (Finding* const each = find(browser, key)) {
+            follow(browser, *each);
+          }
+        });
   }
   host_set_addresses(*browser.to, finding.target, finding.use, finding.addresses);
 }
@@ -121,21 +122,23 @@ void found(Browser& browser, const std::string& instance) {
   place = std::make_unique<Finding>();
   Finding& finding = *place;
   finding.instance = instance;
-  finding.txt_query = query(*browser.from, instance, mdns::kTypeTxt, [&browser, key](bool added, const std::string& rdata) {
-    Finding* const each = find(browser, key);
-    learn(each->txt, added, rdata);
-    follow(browser, *each);
-  });
-  finding.srv_query = query(*browser.from, instance, mdns::kTypeSrv, [&browser, key](bool added, const std::string& rdata) {
-    Finding* const each = find(browser, key);
-    learn(each->srv, added, rdata);
-    if (each->srv.empty()) {
-      forget_target(browser, *each);
-    } else if (folded(srv_target(each->srv.back())) != folded(each->target)) {
-      ask_for_addresses(browser, key, *each, srv_target(each->srv.back()));
-    }
-    follow(browser, *each);
-  });
+  finding.txt_query =
+      query(*browser.from, instance, mdns::kTypeTxt, [&browser, key](bool added, const std::string& rdata) {
+        Finding* const each = find(browser, key);
+        learn(each->txt, added, rdata);
+        follow(browser, *each);
+      });
+  finding.srv_query =
+      query(*browser.from, instance, mdns::kTypeSrv, [&browser, key](bool added, const std::string& rdata) {
+        Finding* const each = find(browser, key);
+        learn(each->srv, added, rdata);
+        if (each->srv.empty()) {
+          forget_target(browser, *each);
+        } else if (folded(srv_target(each->srv.back())) != folded(each->target)) {
+          ask_for_addresses(browser, key, *each, srv_target(each->srv.back()));
+        }
+        follow(browser, *each);
+      });
 }
 
 void lose(Browser& browser, const std::string& key) {
@@ -214,12 +217,13 @@ bool may_be_left(const Medium& medium, const std::string& name, const Address& a
   const Hash hash = hash_record(hash_set(hash_name(name), address.first), address.first, address.second);
   const auto gone = medium.gone.find(hash);
   return gone != medium.gone.end() &&
-         (gone->second.without_goodbye || std::any_of(medium.ports.begin(), medium.ports.end(),
-                                                      [&](const Port* port) { return has_heard_no_goodbye(*port, hash); }));
+         (gone->second.without_goodbye || std::any_of(medium.ports.begin(), medium.ports.end(), [&](const Port* port) {
+            return has_heard_no_goodbye(*port, hash);
+          }));
 }
 
-// Whether gateways publish two hosts under the name: two of the same name on two links, or one under its own and one that a gateway which does not
-// forward the first has moved there. Both being shared, neither gives way.
+// Whether gateways publish two hosts under the name: two of the same name on two links, or one under its own and one
+// that a gateway which does not forward the first has moved there. Both being shared, neither gives way.
 bool is_of_two_hosts(const Medium& medium, const std::string& name, const std::string& original, const Medium& from) {
   const auto is_elsewhere = [&](const auto& use) { return use.second.from != &from; };
   return std::any_of(medium.ports.begin(), medium.ports.end(), [&](const Port* port) {
@@ -241,7 +245,8 @@ void check_host(World& world, const Browser& browser, const Finding& finding, bo
   const std::set<Address> there = settled_addresses(world, *browser.from->medium, original);
   const std::set<Address> here = settled_addresses(world, *browser.to->medium, name);
   const auto host = browser.to->forwarded.find(folded(original));
-  if (there.empty() || (host != browser.to->forwarded.end() && world.now - host->second->moved_at < 2 * kSettledWithin)) {
+  if (there.empty() ||
+      (host != browser.to->forwarded.end() && world.now - host->second->moved_at < 2 * kSettledWithin)) {
     return;
   }
   for (const Address& address : there) {

@@ -21,7 +21,8 @@ Tag publish(Port& port, std::string_view name, std::vector<mdns::RecordData> rec
   World& world = *port.world;
   const Tag tag = world.next_tag++;
   Publication& publication = port.publications[tag];
-  publication = {std::string(name), hash_name(name), std::move(records), {}, claim, 0, world.now, false, std::move(report)};
+  publication = {std::string(name), hash_name(name), std::move(records), {}, claim, 0,
+                 world.now,         false,           std::move(report)};
   for (const mdns::RecordData& record : publication.records) {
     publication.hashes.push_back(hash_of(publication.name_hash, record));
   }
@@ -228,11 +229,13 @@ void note_knowledge(Port& port, const mdns::Event& event) {
   Query& query = found->second;
   const Hash hash = hash_record(query.set_hash, query.type, event.rdata);
   note(world, &port, added ? "gets" : "loses", text_of(query.name) + " " + text_of(query.type, event.rdata));
-  const auto known = std::find_if(query.known.begin(), query.known.end(), [&](const Known& each) { return each.hash == hash; });
+  const auto known =
+      std::find_if(query.known.begin(), query.known.end(), [&](const Known& each) { return each.hash == hash; });
   if (event.type != query.type || event.id != query.id) {
     fail(world, &port, "an event of another query's type or number", text_of(query.name));
   } else if (added == (known != query.known.end())) {
-    fail(world, &port, added ? "a record is reported twice" : "a record that was not reported is removed", text_of(query.name));
+    fail(world, &port, added ? "a record is reported twice" : "a record that was not reported is removed",
+         text_of(query.name));
   } else if (added) {
     query.known.push_back({hash, event.rdata, world.now, event.is_unique});
   } else {
@@ -248,7 +251,8 @@ void note_established(Port& port, const mdns::Event& event) {
     return;  // withdrawn in the meantime
   }
   Publication& publication = found->second;
-  note(*port.world, &port, event.kind == mdns::Event::Kind::established ? "owns" : "has lost", text_of(publication.name));
+  note(*port.world, &port, event.kind == mdns::Event::Kind::established ? "owns" : "has lost",
+       text_of(publication.name));
   if (event.kind == mdns::Event::Kind::conflict) {
     check_conflict(port, publication);
     port.lost.emplace(event.tag, std::move(publication.report));

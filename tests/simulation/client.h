@@ -22,7 +22,8 @@ void fall_asleep(Host& host);
 void wake_up(Host& host);  // one that is not asleep: nothing happens
 void vanish(Host& host);
 
-// Stops all queries and withdraws everything: one by one, or `at_once` by the call for a link that is about to be closed.
+// Stops all queries and withdraws everything: one by one, or `at_once` by the call for a link that is about to be
+// closed.
 void retire(Port& port, bool at_once);
 
 // What the engine reported: first all of it is noted, then acted upon.

@@ -42,11 +42,12 @@ int next_attempt(const ForwardedHost& host) {
 }
 
 Tag borrow(ForwardedHost& host, std::vector<mdns::RecordData> records) {
-  return publish(*host.port, name_of(host, host.attempt), std::move(records), mdns::Claim::yielding, [&host](bool established) {
-    if (!established) {
-      move(host, next_attempt(host), false);
-    }
-  });
+  return publish(*host.port, name_of(host, host.attempt), std::move(records), mdns::Claim::yielding,
+                 [&host](bool established) {
+                   if (!established) {
+                     move(host, next_attempt(host), false);
+                   }
+                 });
 }
 
 void publish_all(ForwardedHost& host) {
@@ -245,8 +246,8 @@ void check_forwarded_hosts(World& world, const Port& port, bool exactly) {
   for (const auto& [key, host] : port.forwarded) {
     const Time enough = kFreeFor + kSettledWithin;
     const bool is_on_its_way = host->is_free && world.now - host->freed_at < enough;
-    if (host->attempt > 1 && is_undisturbed(port, world.now, enough) && world.now - host->moved_at >= enough && !is_on_its_way &&
-        !is_taken(*host, exactly)) {
+    if (host->attempt > 1 && is_undisturbed(port, world.now, enough) && world.now - host->moved_at >= enough &&
+        !is_on_its_way && !is_taken(*host, exactly)) {
       fail(world, &port, "a forwarded host does not get its name back", text_of(name_of(*host, host->attempt)));
     }
   }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The hosts of one link whose addresses a gateway publishes on another: under their own names (Claim::yielding), as long as no host of that
-// link owns them; else under the next free one ("host-2"), until the own name has been free for a while.
+// The hosts of one link whose addresses a gateway publishes on another: under their own names (Claim::yielding), as
+// long as no host of that link owns them; else under the next free one ("host-2"), until the own name has been free for
+// a while.
 #pragma once
 
 #include <functional>
@@ -38,7 +39,8 @@ struct ForwardedHost {
   int last_use = 0;
 };
 
-// The host of the link `from` is needed on the port's link: a number for host_leave. `renamed` is called when it gets another name there.
+// The host of the link `from` is needed on the port's link: a number for host_leave. `renamed` is called when it gets
+// another name there.
 int host_use(Port& port, const std::string& original, const Medium& from, std::function<void()> renamed);
 
 // These are its addresses, as far as that use of it knows.

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Scenes about a forwarded host's name on the other link: who owns it there keeps it, and the forwarded host appears under the next one.
+// Scenes about a forwarded host's name on the other link: who owns it there keeps it, and the forwarded host appears
+// under the next one.
 #include "simulation/scene.h"
 
 namespace simulation {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Four times as many services are about four times the work, not sixteen times. The work is the number of records that the engines look at
-// (LinkCounts::steps): the same on every machine.
+// Four times as many services are about four times the work, not sixteen times. The work is the number of records that
+// the engines look at (LinkCounts::steps): the same on every machine.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -190,11 +190,12 @@ std::uint64_t StepsOf(const std::function<void(Crowd&)>& scene, int services, st
   return steps / seeds;
 }
 
-void ExpectProportionate(const std::function<void(Crowd&)>& scene, std::uint64_t seeds = 1, double at_most = kTimesAtMost) {
+void ExpectProportionate(const std::function<void(Crowd&)>& scene, std::uint64_t seeds = 1,
+                         double at_most = kTimesAtMost) {
   const std::uint64_t few = StepsOf(scene, kFew, seeds), many = StepsOf(scene, kMany, seeds);
   const double times = static_cast<double>(many) / static_cast<double>(few);
-  std::printf("%llu records looked at for %d services, %llu for %d: %.2f times\n", static_cast<unsigned long long>(few), kFew,
-              static_cast<unsigned long long>(many), kMany, times);
+  std::printf("%llu records looked at for %d services, %llu for %d: %.2f times\n", static_cast<unsigned long long>(few),
+              kFew, static_cast<unsigned long long>(many), kMany, times);
   EXPECT_GT(few, static_cast<std::uint64_t>(kFew));
   EXPECT_LE(times, at_most);
 }

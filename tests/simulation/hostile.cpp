@@ -97,8 +97,8 @@ void forged_response(Attack& attack) {
     }
     const mdns::RecordData& record = target.publication->records[target.record];
     const std::string rdata = attack.dice.chance(50) ? record.rdata : other_rdata(attack.dice, record);
-    builder.record(Part::answer, target.publication->name, record.type, attack.dice.chance(50) ? kFlush : mdns::kClassIn,
-                   kTtls[attack.dice.below(std::size(kTtls))], rdata);
+    builder.record(Part::answer, target.publication->name, record.type,
+                   attack.dice.chance(50) ? kFlush : mdns::kClassIn, kTtls[attack.dice.below(std::size(kTtls))], rdata);
   }
   send(attack, std::move(builder.bytes));
 }
@@ -134,7 +134,9 @@ void odd_query(Attack& attack) {
   const mdns::RecordData& record = target.publication->records[target.record];
   const bool is_any = attack.dice.chance(30);
   builder.flags(attack.dice.chance(20) ? 0x0200 : 0);
-  const std::uint16_t klass = attack.dice.chance(30) ? kFlush : attack.dice.chance(10) ? mdns::kClassAny : mdns::kClassIn;
+  const std::uint16_t klass = attack.dice.chance(30)   ? kFlush
+                              : attack.dice.chance(10) ? mdns::kClassAny
+                                                       : mdns::kClassIn;
   builder.question(target.publication->name, is_any ? mdns::kTypeAny : record.type, klass);
   if (attack.dice.chance(30)) {
     builder.record(Part::answer, target.publication->name, record.type, mdns::kClassIn,
@@ -149,7 +151,8 @@ void odd_query(Attack& attack) {
 }
 
 using Act = void (*)(Attack&);
-constexpr Act kActs[] = {random_bytes, mutated, mutated, forged_response, forged_response, invented, odd_query, odd_query};
+constexpr Act kActs[] = {random_bytes,    mutated,  mutated,   forged_response,
+                         forged_response, invented, odd_query, odd_query};
 
 }  // namespace
 

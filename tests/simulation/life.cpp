@@ -28,7 +28,8 @@ Weather some_weather(Life& life) {
 }
 
 void add_looker(Life& life, Medium& medium) {
-  Port& port = add_port(life.world, add_host(life.world, "looker" + std::to_string(++life.numbers)), medium, life.protocols);
+  Port& port =
+      add_port(life.world, add_host(life.world, "looker" + std::to_string(++life.numbers)), medium, life.protocols);
   port.side = static_cast<int>(life.world.dice.below(2));
   life.lookers.push_back(&port);
 }
@@ -227,8 +228,8 @@ Outcome run_life(std::uint64_t seed, std::size_t lines, const std::vector<std::s
   world.lines_max = lines;
   world.overlooked = overlooked;
   life.misfortune = some_misfortune(world.dice);
-  constexpr mdns::Protocols kProtocols[] = {mdns::kBothProtocols, mdns::kBothProtocols, mdns::kBothProtocols, mdns::kIpv4,
-                                            mdns::kIpv6};
+  constexpr mdns::Protocols kProtocols[] = {mdns::kBothProtocols, mdns::kBothProtocols, mdns::kBothProtocols,
+                                            mdns::kIpv4, mdns::kIpv6};
   life.protocols = kProtocols[world.dice.below(std::size(kProtocols))];
   world.lateness = world.dice.chance(25) ? world.dice.between(1, 5) * kMillisecond : 0;
   populate(life);

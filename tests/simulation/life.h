@@ -17,8 +17,8 @@ struct Outcome {
   Sums sums;
 };
 
-// The same seed gives the same outcome. `lines`: how many lines of story are kept. `overlooked`: how the invariants begin that are not to
-// be looked at, so that others are seen behind them.
+// The same seed gives the same outcome. `lines`: how many lines of story are kept. `overlooked`: how the invariants
+// begin that are not to be looked at, so that others are seen behind them.
 Outcome run_life(std::uint64_t seed, std::size_t lines = 60, const std::vector<std::string>& overlooked = {});
 
 }  // namespace simulation

@@ -40,17 +40,20 @@ void offer_lost(Offer& offer) {
 
 }  // namespace
 
-std::string instance_of(const Offer& offer) { return prepend(numbered(offer.label, offer.attempt, " (", ")"), offer.type); }
+std::string instance_of(const Offer& offer) {
+  return prepend(numbered(offer.label, offer.attempt, " (", ")"), offer.type);
+}
 
 void offer_start(Offer& offer) {
-  offer.service = publish(*offer.port, instance_of(offer), {{mdns::kTypeSrv, 0, offer.srv}, {mdns::kTypeTxt, 0, offer.txt}},
-                          Claim::exclusive, [&offer](bool established) {
-                            if (established) {
-                              offer_established(offer);
-                            } else {
-                              offer_lost(offer);
-                            }
-                          });
+  offer.service =
+      publish(*offer.port, instance_of(offer), {{mdns::kTypeSrv, 0, offer.srv}, {mdns::kTypeTxt, 0, offer.txt}},
+              Claim::exclusive, [&offer](bool established) {
+                if (established) {
+                  offer_established(offer);
+                } else {
+                  offer_lost(offer);
+                }
+              });
 }
 
 void offer_change(Offer& offer, const std::string& srv, const std::string& txt) {
@@ -60,8 +63,9 @@ void offer_change(Offer& offer, const std::string& srv, const std::string& txt) 
   if (offer.service == 0) {
     return;
   }
-  const bool done = (!changes_srv || update(*offer.port, offer.service, {mdns::kTypeSrv, 0, srv}, offer.is_forwarded)) &&
-                    (!changes_txt || update(*offer.port, offer.service, {mdns::kTypeTxt, 0, txt}, offer.is_forwarded));
+  const bool done =
+      (!changes_srv || update(*offer.port, offer.service, {mdns::kTypeSrv, 0, srv}, offer.is_forwarded)) &&
+      (!changes_txt || update(*offer.port, offer.service, {mdns::kTypeTxt, 0, txt}, offer.is_forwarded));
   if (!done) {  // another of this host has the same name with the old data
     offer_stop(offer);
     offer_start(offer);
@@ -103,11 +107,12 @@ void device_start(Device& device) {
   if (!device.second_v6.empty()) {
     records.push_back({mdns::kTypeAaaa, 0, device.second_v6});
   }
-  device.addresses = publish(*device.port, host_name_of(device), std::move(records), Claim::unique, [&device](bool established) {
-    if (!established) {
-      device_lost(device);
-    }
-  });
+  device.addresses =
+      publish(*device.port, host_name_of(device), std::move(records), Claim::unique, [&device](bool established) {
+        if (!established) {
+          device_lost(device);
+        }
+      });
 }
 
 Offer& device_offer(Device& device, std::string_view label, const std::string& type, std::string_view text) {

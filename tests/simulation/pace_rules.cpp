@@ -9,15 +9,15 @@ namespace {
 
 constexpr std::size_t kPerSecond = 1000, kPer20Ms = 32;
 
-// RFC 6762 section 6: a record once a second; in answer to a probe, 250 ms after the last time. An answer that comes so long after a probe
-// may be to it.
+// RFC 6762 section 6: a record once a second; in answer to a probe, 250 ms after the last time. An answer that comes so
+// long after a probe may be to it.
 constexpr Time kRecordApart = kSecond, kDefenceApart = 250 * kMillisecond, kAnswersProbe = 1250 * kMillisecond;
 
 // A datagram may wait for its turn so long.
 constexpr Time kOnTheWay = 100 * kMillisecond;
 
-// The goodbye of another host may come right behind the record, or while that waits for its turn; its rescue goes so long after that, and the
-// rest of its RRset along with it, but for what was sent half a second ago.
+// The goodbye of another host may come right behind the record, or while that waits for its turn; its rescue goes so
+// long after that, and the rest of its RRset along with it, but for what was sent half a second ago.
 constexpr Time kRescueApart = kRescuedWithin - kOnTheWay, kAlongApart = 500 * kMillisecond;
 
 bool was_received_within(const Port& port, const std::unordered_map<Hash, Time>& received, Hash hash, Time within) {
@@ -89,11 +89,13 @@ void check_cost(Port& port, std::uint64_t steps, std::size_t bytes, std::size_t 
   // all queries for these; a question may be for everything that is published, with the SRV and TXT records that go
   // along.
   constexpr std::uint64_t kPerRecord = 8, kPerDatagram = 64, kPerPublished = 4;
-  const std::uint64_t allowed = kPerDatagram + (kPerRecord + most_alike(port)) * (bytes / 11) + kPerPublished * published;
+  const std::uint64_t allowed =
+      kPerDatagram + (kPerRecord + most_alike(port)) * (bytes / 11) + kPerPublished * published;
   port.world->sums.worst_steps = std::max(port.world->sums.worst_steps, steps * 1000 / allowed);
   if (steps > allowed) {
     fail(*port.world, &port, "a datagram costs more than its length",
-         std::to_string(steps) + " steps for " + std::to_string(bytes) + " bytes, " + std::to_string(allowed) + " allowed");
+         std::to_string(steps) + " steps for " + std::to_string(bytes) + " bytes, " + std::to_string(allowed) +
+             " allowed");
   }
 }
 

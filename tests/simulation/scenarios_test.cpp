@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Scenes that are written out, one for each thing that must go well. All invariants are checked in each of them as well.
+// Scenes that are written out, one for each thing that must go well. All invariants are checked in each of them as
+// well.
 #include "mdns/link_counts.h"
 #include "simulation/scene.h"
 
@@ -84,7 +85,8 @@ TEST_F(Scene, ForgedGoodbyesOfTwoHundredNamesAreContradictedInTime) {
   for (std::size_t each = 0; each < 200;) {
     Builder goodbyes = Response();
     for (const std::size_t until = each + 25; each < until; ++each) {
-      goodbyes.record(Part::answer, kType, mdns::kTypePtr, mdns::kClassIn, 0, prepend("Service " + std::to_string(each), kType));
+      goodbyes.record(Part::answer, kType, mdns::kTypePtr, mdns::kClassIn, 0,
+                      prepend("Service " + std::to_string(each), kType));
     }
     Forges(*a_, std::move(goodbyes));
   }

@@ -37,7 +37,9 @@ class Scene : public testing::Test {
     return device;
   }
 
-  Browser& GivenLooker(Medium& medium) { return Browses(add_port(world_, add_host(world_, "looker"), medium), nullptr); }
+  Browser& GivenLooker(Medium& medium) {
+    return Browses(add_port(world_, add_host(world_, "looker"), medium), nullptr);
+  }
 
   Browser& GivenGateway(Medium& from, Medium& to) {
     Host& host = add_host(world_, "gateway");
@@ -92,7 +94,8 @@ class Scene : public testing::Test {
     return ends;
   }
 
-  // A host that offers a service on the first medium, and the name and addresses of the one that the service has for `looker`.
+  // A host that offers a service on the first medium, and the name and addresses of the one that the service has for
+  // `looker`.
   Device& GivenForwarded(const std::string& label, std::uint8_t number) {
     Device& device = GivenDevice(*a_, label, number);
     device_offer(device, "Forwarded", kType, "v=1");

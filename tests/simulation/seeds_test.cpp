@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Lives from seeds. MDNSPROXY_TEST_SEED chooses the first, MDNSPROXY_TEST_LIVES their number; without them they are always the same. `tests/simulate FIRST COUNT` runs more.
+// Lives from seeds. MDNSPROXY_TEST_SEED chooses the first, MDNSPROXY_TEST_LIVES their number; without them they are
+// always the same. `tests/simulate FIRST COUNT` runs more.
 #include <gtest/gtest.h>
 
 #include <array>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// simulate FIRST COUNT [LINES [OVERLOOKED...]]: lives of so many seeds, one after another. Prints each breach with its story of LINES lines
-// (0: only in the sums), and sums at the end. Invariants that begin with one of OVERLOOKED are not looked at. 1: one was broken.
+// simulate FIRST COUNT [LINES [OVERLOOKED...]]: lives of so many seeds, one after another. Prints each breach with its
+// story of LINES lines (0: only in the sums), and sums at the end. Invariants that begin with one of OVERLOOKED are not
+// looked at. 1: one was broken.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -44,8 +45,8 @@ void print(const Totals& totals, double seconds) {
   std::printf("%llu datagrams, %llu deliveries, dearest datagram %.1f %% of what is allowed\n",
               static_cast<unsigned long long>(totals.datagrams), static_cast<unsigned long long>(totals.deliveries),
               static_cast<double>(totals.worst_steps) / 10);
-  std::printf("after two minutes of loss %llu of %llu records not known\n", static_cast<unsigned long long>(totals.missing),
-              static_cast<unsigned long long>(totals.expected));
+  std::printf("after two minutes of loss %llu of %llu records not known\n",
+              static_cast<unsigned long long>(totals.missing), static_cast<unsigned long long>(totals.expected));
   for (const auto& [invariant, seeds] : totals.failed) {
     std::printf("%6zu  %s:", seeds.size(), invariant.c_str());
     for (std::size_t each = 0; each < seeds.size() && each < 8; ++each) {

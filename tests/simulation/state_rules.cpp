@@ -33,7 +33,8 @@ std::string subject_of(const Query& query, const std::string& rdata) {
   return text_of(query.name) + " " + std::to_string(query.type) + " " + text_of(query.type, rdata);
 }
 
-// The first record that somebody has published for `needed` and the query does not know, having asked for that long; null: none.
+// The first record that somebody has published for `needed` and the query does not know, having asked for that long;
+// null: none.
 const Truth* find_missing(const World& world, const Port& port, const Query& query, Time needed) {
   if (world.now - query.since < needed || !is_undisturbed(port, world.now, kSettledWithin)) {
     return nullptr;
@@ -59,23 +60,27 @@ bool may_be_known(const World& world, const Medium& medium, Hash hash, bool exac
 void check_nothing_else(World& world, Port& port, const Query& query, bool exactly) {
   const std::vector<Truth>& truths = truths_of(*port.medium, query.set_hash);
   for (const Known& known : query.known) {
-    const bool is_true = std::any_of(truths.begin(), truths.end(), [&](const Truth& truth) { return truth.hash == known.hash; });
+    const bool is_true =
+        std::any_of(truths.begin(), truths.end(), [&](const Truth& truth) { return truth.hash == known.hash; });
     if (!is_true && !may_be_known(world, *port.medium, known.hash, exactly) &&
         (exactly || !has_heard_no_goodbye(port, known.hash))) {
-      fail(world, &port, exactly ? "known after its TTL" : "withdrawn, and still known", subject_of(query, known.rdata));
+      fail(world, &port, exactly ? "known after its TTL" : "withdrawn, and still known",
+           subject_of(query, known.rdata));
     }
   }
 }
 
 void fail_missing(World& world, Port& port, const Query& query, const Truth& truth) {
-  fail(world, &port, "published, and not known to who asks", subject_of(query, truth.rdata) + " of " + truth.port->host->label);
+  fail(world, &port, "published, and not known to who asks",
+       subject_of(query, truth.rdata) + " of " + truth.port->host->label);
 }
 
 }  // namespace
 
 bool has_heard_no_goodbye(const Port& port, Hash hash) {
   const auto received = port.ledger.received.find(hash);
-  return port.holdings.contains(hash) && received != port.ledger.received.end() && received->second.until > port.world->now;
+  return port.holdings.contains(hash) && received != port.ledger.received.end() &&
+         received->second.until > port.world->now;
 }
 
 bool is_undisturbed(const Port& port, Time now, Time needed) {
@@ -123,8 +128,8 @@ void check_removal(Port& port, const Query& query, const Known& known) {
   }
   const auto goodbye = port.ledger.goodbyes_received.find(known.hash);
   const auto flush = port.ledger.flushes_received.find(query.set_hash);
-  const bool was_flushed = flush != port.ledger.flushes_received.end() && world.now - flush->second >= kSecond - kGoodbyesApart &&
-                           flush->second > known.since;
+  const bool was_flushed = flush != port.ledger.flushes_received.end() &&
+                           world.now - flush->second >= kSecond - kGoodbyesApart && flush->second > known.since;
   const auto received = port.ledger.received.find(known.hash);
   const bool is_over = received != port.ledger.received.end() && received->second.until <= world.now;
   if (!was_flushed && !is_over && goodbye != port.ledger.goodbyes_received.end() && goodbye->second > known.since &&
@@ -191,9 +196,11 @@ void check_borrowed(World& world, Port& port, const Publication& publication) {
     for (const Truth& truth : truths_of(*port.medium, hash_set(publication.name_hash, type))) {
       const auto own = port.holdings.find(truth.hash);
       const bool is_same = own != port.holdings.end() && own->second.established > 0;
-      const bool is_due = world.now - truth.since >= kKnownWithin && is_undisturbed(*truth.port, world.now, kSettledWithin);
+      const bool is_due =
+          world.now - truth.since >= kKnownWithin && is_undisturbed(*truth.port, world.now, kSettledWithin);
       if (truth.unique && !is_same && is_due && reaches(*truth.port, port)) {
-        fail(world, &port, "a name is borrowed that has an owner", text_of(publication.name) + " of " + truth.port->host->label);
+        fail(world, &port, "a name is borrowed that has an owner",
+             text_of(publication.name) + " of " + truth.port->host->label);
       }
     }
   }
@@ -232,8 +239,9 @@ bool is_crossed(const Port& port, const Publication& publication) {
 void check_conflict(Port& port, const Publication& publication) {
   const World& world = *port.world;
   const auto found = port.medium->claimants.find(publication.name_hash);
-  const bool has_claimant = found != port.medium->claimants.end() && std::any_of(found->second.begin(), found->second.end(),
-                                                                                 [&](const Port* each) { return each != &port; });
+  const bool has_claimant =
+      found != port.medium->claimants.end() &&
+      std::any_of(found->second.begin(), found->second.end(), [&](const Port* each) { return each != &port; });
   if (world.is_hostile || has_claimant || is_crossed(port, publication)) {
     return;
   }
@@ -255,7 +263,8 @@ void check_owners(World& world, Medium& medium) {
         fail(world, port, "a publication is neither established nor in conflict", text_of(publication.name));
       }
       const auto claimed = port->claimed.find(publication.name_hash);
-      const bool is_settled = claimed != port->claimed.end() && world.now - claimed->second.changed_at >= kSettledWithin;
+      const bool is_settled =
+          claimed != port->claimed.end() && world.now - claimed->second.changed_at >= kSettledWithin;
       if (publication.is_established && is_owning(publication.claim) && is_settled) {
         add_ownership(owners, *port, publication);
       }
@@ -292,7 +301,8 @@ void count_missing(World& world, Medium& medium, Time needed) {
         continue;
       }
       for (const Truth& truth : truths_of(medium, query.set_hash)) {
-        if (world.now - truth.since >= needed && is_undisturbed(*truth.port, world.now, needed) && reaches(*truth.port, *port)) {
+        if (world.now - truth.since >= needed && is_undisturbed(*truth.port, world.now, needed) &&
+            reaches(*truth.port, *port)) {
           ++world.sums.expected;
           world.sums.missing += is_known(query, truth.hash) ? 0 : 1;
         }
@@ -310,9 +320,9 @@ void check_silence(World& world) {
     if (!port.is_closing &&
         counts.cached + counts.questions + counts.published + counts.names + counts.sources + counts.waiting != 0) {
       fail(world, &port, "a silent link keeps something",
-           "cached " + std::to_string(counts.cached) + " questions " + std::to_string(counts.questions) + " published " +
-               std::to_string(counts.published) + " names " + std::to_string(counts.names) + " sources " +
-               std::to_string(counts.sources) + " waiting " + std::to_string(counts.waiting));
+           "cached " + std::to_string(counts.cached) + " questions " + std::to_string(counts.questions) +
+               " published " + std::to_string(counts.published) + " names " + std::to_string(counts.names) +
+               " sources " + std::to_string(counts.sources) + " waiting " + std::to_string(counts.waiting));
     }
     if (mdns::link_deadline(*port.link) != kNever) {
       fail(world, &port, "a silent link plans something",

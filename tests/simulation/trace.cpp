@@ -45,12 +45,14 @@ void note_datagram(World& world, const Port* port, const char* what, mdns::Bytes
 
 void fail(World& world, const Port* port, const char* invariant, const std::string& subject) {
   const std::string_view text = invariant;
-  const bool is_overlooked = std::any_of(world.overlooked.begin(), world.overlooked.end(),
-                                         [&](const std::string& begin) { return text.substr(0, begin.size()) == begin; });
+  const bool is_overlooked =
+      std::any_of(world.overlooked.begin(), world.overlooked.end(),
+                  [&](const std::string& begin) { return text.substr(0, begin.size()) == begin; });
   if (!world.breach.empty() || is_overlooked) {
     return;
   }
-  world.breach = std::string(invariant) + ": " + subject + " (host " + text_of(port) + ", at" + text_of(world.now) + ")";
+  world.breach =
+      std::string(invariant) + ": " + subject + " (host " + text_of(port) + ", at" + text_of(world.now) + ")";
 }
 
 std::string story(const World& world) {

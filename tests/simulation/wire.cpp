@@ -51,7 +51,8 @@ std::string wire_name(std::string_view dotted) {
     return {'\0'};
   }
   const std::size_t dot = dotted.find('.');
-  return prepend(dotted.substr(0, dot), wire_name(dot == std::string_view::npos ? std::string_view() : dotted.substr(dot + 1)));
+  return prepend(dotted.substr(0, dot),
+                 wire_name(dot == std::string_view::npos ? std::string_view() : dotted.substr(dot + 1)));
 }
 
 std::string text_of(std::string_view name) {
@@ -101,7 +102,9 @@ std::string folded(std::string_view text) {
 
 std::uint64_t hash_name(std::string_view name) { return hash_bytes(kHashBegin, name, true); }
 
-std::uint64_t hash_set(std::uint64_t name_hash, std::uint16_t type) { return (name_hash ^ type) * 0x9e3779b97f4a7c15U + type; }
+std::uint64_t hash_set(std::uint64_t name_hash, std::uint16_t type) {
+  return (name_hash ^ type) * 0x9e3779b97f4a7c15U + type;
+}
 
 std::uint64_t hash_record(std::uint64_t set_hash, std::uint16_t type, std::string_view rdata) {
   const std::size_t names = std::min(names_begin(type), rdata.size());
@@ -110,8 +113,8 @@ std::uint64_t hash_record(std::uint64_t set_hash, std::uint16_t type, std::strin
 
 namespace {
 
-// Walks through a message and stops at the first fault. Data that its record's length leads over is none that stops it: who
-// leaves that record out reads on behind it.
+// Walks through a message and stops at the first fault. Data that its record's length leads over is none that stops it:
+// who leaves that record out reads on behind it.
 struct Walk {
   mdns::Bytes bytes;
   std::size_t at = 0;
@@ -253,9 +256,10 @@ WireMessage read_wire(mdns::Bytes bytes) {
 }
 
 bool is_probe_for(const WireMessage& message, const WireQuestion& question) {
-  return !message.is_response() && std::any_of(message.records.begin(), message.records.end(), [&](const WireRecord& record) {
-    return record.part == Part::authority && record.name_hash == question.name_hash;
-  });
+  return !message.is_response() &&
+         std::any_of(message.records.begin(), message.records.end(), [&](const WireRecord& record) {
+           return record.part == Part::authority && record.name_hash == question.name_hash;
+         });
 }
 
 std::string text_of(const WireMessage& message) {

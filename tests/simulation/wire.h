@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The simulator's own view of what is on the wire: names, a reader that judges every byte, and a builder for what no honest host
-// would send. It shares nothing with the engine's reader and writer, so that a mistake of theirs is seen.
+// The simulator's own view of what is on the wire: names, a reader that judges every byte, and a builder for what no
+// honest host would send. It shares nothing with the engine's reader and writer, so that a mistake of theirs is seen.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The rules by section of RFC 6762. Each is checked as the datagram leaves, against what its host has published, asked and sent.
+// The rules by section of RFC 6762. Each is checked as the datagram leaves, against what its host has published, asked
+// and sent.
 #include "simulation/wire_rules.h"
 
 #include <algorithm>
@@ -14,8 +15,10 @@ constexpr std::size_t kLargeDatagramMax = 8952;   // the same, for a single reco
 constexpr Time kSecondApart = kSecond;            // sections 5.2 and 6
 constexpr Time kProbeApart = 250 * kMillisecond;  // sections 6 and 8.1
 constexpr Time kSeriesOver = 600 * kMillisecond;  // between probes: then a new series has begun
-constexpr Time kOnTheWay = 100 * kMillisecond;    // a queued datagram may have records that were true when it was written
-constexpr std::size_t kManyDatagrams = 8;  // datagrams of the last second: with more the pace may part what belongs together
+constexpr Time kOnTheWay = 100 * kMillisecond;    // a queued datagram may have records that were true when it was
+                                                  // written
+constexpr std::size_t kManyDatagrams = 8;  // datagrams of the last second: with more the pace may part what belongs
+                                           // together
 constexpr int kAskedInAMinute = 50;
 constexpr std::uint32_t kLegacyTtl = 10;  // section 6.7
 constexpr std::uint16_t kResponseFlags = 0x8400, kTruncated = 0x0200;
@@ -83,7 +86,8 @@ bool is_proposed(const WireMessage& probe, Hash record) {
                      [&](const WireRecord& each) { return each.part == Part::authority && each.hash == record; });
 }
 
-// Section 8.1 and 8.2: the distance of probes, and all records of the name in each; none of a name that is only looked for.
+// Section 8.1 and 8.2: the distance of probes, and all records of the name in each; none of a name that is only looked
+// for.
 void check_probe(const Sent& sent, const WireQuestion& question) {
   const auto found = sent.port.claimed.find(question.name_hash);
   if (found == sent.port.claimed.end() || found->second.publications == 0) {
@@ -124,18 +128,21 @@ void check_question(const Sent& sent, const WireQuestion& question) {
     fail(sent, "a question of another class", simulation::text_of(question.name));
   }
   const auto claimed = sent.port.claimed.find(question.name_hash);
-  const bool is_look = question.type == mdns::kTypeAny && claimed != sent.port.claimed.end() && claimed->second.yielding > 0;
+  const bool is_look =
+      question.type == mdns::kTypeAny && claimed != sent.port.claimed.end() && claimed->second.yielding > 0;
   if (is_look || is_probe_for(sent.message, question)) {
     check_probe(sent, question);
     return;
   }
   const auto& queriers = sent.port.medium->queriers;
   const auto found = queriers.find(question.set_hash);
-  const bool is_asked = found != queriers.end() && std::any_of(found->second.begin(), found->second.end(),
-                                                               [&](const auto& querier) { return querier.first == &sent.port; });
+  const bool is_asked =
+      found != queriers.end() && std::any_of(found->second.begin(), found->second.end(),
+                                             [&](const auto& querier) { return querier.first == &sent.port; });
   const auto stopped = sent.port.ledger.stopped.find(question.set_hash);
   if (!is_asked && (stopped == sent.port.ledger.stopped.end() || sent.port.world->now - stopped->second > kOnTheWay)) {
-    fail(sent, "a question that nobody asked", simulation::text_of(question.name) + " " + std::to_string(question.type));
+    fail(sent, "a question that nobody asked",
+         simulation::text_of(question.name) + " " + std::to_string(question.type));
   }
   // Section 5.2: seven times in the first minute. Whatever begins a series anew stays far below this.
   Minute& minute = sent.port.ledger.asking[question.set_hash];
@@ -144,7 +151,8 @@ void check_question(const Sent& sent, const WireQuestion& question) {
     fail(sent, "a question all the time", simulation::text_of(question.name) + " " + std::to_string(question.type));
   }
   if (!is_spaced(sent, sent.port.ledger.asked, question.set_hash, kSecondApart)) {
-    fail(sent, "a question twice within a second", simulation::text_of(question.name) + " " + std::to_string(question.type));
+    fail(sent, "a question twice within a second",
+         simulation::text_of(question.name) + " " + std::to_string(question.type));
   }
 }
 
@@ -166,7 +174,8 @@ void check_known_answer(const Sent& sent, const WireRecord& record) {
                         ? 0
                         : received->second.at + (Time{received->second.ttl} + 1) * kSecond - sent.port.world->now;
   if (!sent.port.holdings.contains(record.hash) && Time{record.ttl} * kSecond > left) {
-    fail(sent, "a known answer with more than is left of its TTL", subject_of(record) + " " + std::to_string(record.ttl) + " s");
+    fail(sent, "a known answer with more than is left of its TTL",
+         subject_of(record) + " " + std::to_string(record.ttl) + " s");
   }
 }
 
@@ -212,15 +221,17 @@ void check_denial(const Sent& sent, const WireRecord& record) {
     return;
   }
   const std::size_t next = record.name.size();
-  if (folded(record.rdata.substr(0, next)) != folded(record.name) || record.rdata.size() < next + 3 || record.rdata[next] != 0) {
+  if (folded(record.rdata.substr(0, next)) != folded(record.name) || record.rdata.size() < next + 3 ||
+      record.rdata[next] != 0) {
     fail(sent, "an NSEC record of another form", subject_of(record));
     return;
   }
   const std::string bitmap = record.rdata.substr(next + 2);
   for (const std::uint16_t type : {mdns::kTypeA, mdns::kTypeTxt, mdns::kTypeAaaa, mdns::kTypeSrv, mdns::kTypeHinfo}) {
     const auto truths = port.medium->truth.find(hash_set(record.name_hash, type));
-    const bool is_there = truths != port.medium->truth.end() && std::any_of(truths->second.begin(), truths->second.end(),
-                                                                            [&](const Truth& t) { return t.port == &port; });
+    const bool is_there =
+        truths != port.medium->truth.end() &&
+        std::any_of(truths->second.begin(), truths->second.end(), [&](const Truth& t) { return t.port == &port; });
     const bool is_listed =
         type / 8U < bitmap.size() && (static_cast<std::uint8_t>(bitmap[type / 8U]) & (0x80U >> type % 8U)) != 0;
     if (is_there && !is_listed && port.world->now - claimed->second.changed_at > kOnTheWay) {
@@ -240,7 +251,8 @@ bool is_ours(const Sent& sent, const WireRecord& record) {
   return holding.established > 0 || (was_until_now && holding.goodbye_at == kNever);
 }
 
-// Whether the cache-flush bit of what is sent leaves the record in caches, since it was sent within the last second itself.
+// Whether the cache-flush bit of what is sent leaves the record in caches, since it was sent within the last second
+// itself.
 bool is_spared(const Sent& sent, Hash record) {
   for (const mdns::Protocols protocol : mdns::kEachProtocol) {
     const auto& multicast = sent.port.ledger.multicast[mdns::index_of(protocol)];
@@ -271,10 +283,12 @@ void check_whole(const Sent& sent, const WireRecord& record) {
     for (std::size_t each = 0; each < sent.batch.messages.size() && !is_there; ++each) {
       const std::vector<WireRecord>& records = sent.batch.messages[each].records;
       is_there = sent.batch.datagrams[each].protocols == sent.datagram.protocols &&
-                 std::any_of(records.begin(), records.end(), [&](const WireRecord& other) { return other.hash == truth.hash; });
+                 std::any_of(records.begin(), records.end(),
+                             [&](const WireRecord& other) { return other.hash == truth.hash; });
     }
     if (!is_there) {
-      fail(sent, "a part of a unique RRset", subject_of(record) + " without " + simulation::text_of(record.type, truth.rdata));
+      fail(sent, "a part of a unique RRset",
+           subject_of(record) + " without " + simulation::text_of(record.type, truth.rdata));
     }
   }
 }
@@ -326,7 +340,8 @@ void check_sent(Port& port, const Batch& batch) {
   for (std::size_t at = 0; at < batch.datagrams.size() && port.world->breach.empty(); ++at) {
     const mdns::Datagram& datagram = batch.datagrams[at];
     const bool is_multicast = datagram.protocols != mdns::kNoProtocol;
-    const Sent sent{port, batch, datagram, batch.messages[at], is_multicast, !is_multicast && datagram.to.port != mdns::kPort};
+    const Sent sent{
+        port, batch, datagram, batch.messages[at], is_multicast, !is_multicast && datagram.to.port != mdns::kPort};
     if (!is_over_present_protocols(sent)) {
       fail(sent, "sent over a protocol that the link does not have", std::to_string(datagram.protocols));
       continue;

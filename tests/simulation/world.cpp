@@ -36,7 +36,8 @@ void digest(World& world, std::uint64_t number) {
 }
 
 void digest(World& world, mdns::Bytes bytes) {
-  digest(world, hash_record(static_cast<Hash>(world.now), 0, {reinterpret_cast<const char*>(bytes.data()), bytes.size()}));
+  digest(world,
+         hash_record(static_cast<Hash>(world.now), 0, {reinterpret_cast<const char*>(bytes.data()), bytes.size()}));
 }
 
 void send(Port& port, Batch& batch) {

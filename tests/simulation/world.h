@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A simulated world: media (what a link is made of), hosts with an engine for each of their links, virtual time, and all that is
-// known about who publishes and who asks what. One seed decides everything that happens in it.
+// A simulated world: media (what a link is made of), hosts with an engine for each of their links, virtual time, and
+// all that is known about who publishes and who asks what. One seed decides everything that happens in it.
 //
 // Reading order: wire.h (packets), this header, client.h (how a host uses its engine), books.h (what is then true),
 // wire_rules.h and state_rules.h (what must hold), actors.h (devices, gateways, hostile hosts), forwarded_hosts.h (the
@@ -97,7 +97,8 @@ struct Medium {
   std::vector<Port*> ports;
   Weather weather;
   bool is_partitioned = false;                         // between ports of different `side`
-  Time calm_since = 0;                                 // no loss, partition or hostile host since then; kNever: there is one
+  Time calm_since = 0;                                 // no loss, partition or hostile host since then; kNever: there
+                                                       // is one
   std::unordered_map<Hash, std::vector<Truth>> truth;  // by name and type
   std::unordered_map<Hash, std::vector<std::pair<Port*, Tag>>> queriers;  // by name and type
   std::unordered_map<Hash, Gone> gone;                                    // by record
@@ -181,7 +182,8 @@ struct Port {
   std::map<Tag, Query> queries;
   std::unordered_map<Hash, Holding> holdings;                       // by record
   std::unordered_map<Hash, Claimed> claimed;                        // by name
-  std::map<std::string, std::shared_ptr<ForwardedHost>> forwarded;  // whose addresses a gateway publishes here, by folded name
+  std::map<std::string, std::shared_ptr<ForwardedHost>> forwarded;  // whose addresses a gateway publishes here, by
+                                                                    // folded name
   Ledger ledger;
   Time last_arrival[2] = {0, 0};  // of what it sent, by protocol
 };
@@ -237,7 +239,8 @@ struct Line {
 // Sums over the run.
 struct Sums {
   std::uint64_t datagrams = 0, deliveries = 0, events = 0, calls = 0;
-  std::uint64_t expected = 0, missing = 0;  // records that should be known after two minutes of loss; those that were not
+  std::uint64_t expected = 0, missing = 0;  // records that should be known after two minutes of loss; those that were
+                                            // not
   std::uint64_t worst_steps = 0;            // per mille of what is allowed
 };
 
@@ -294,7 +297,8 @@ std::uint32_t take_slot(std::vector<T>& slots, std::vector<std::uint32_t>& free)
 // Does `call` at that time (in order of time, then of these calls).
 void call_at(World& world, Time at, std::function<void()> call);
 
-// To be called after each call of the engine: does what is due, sends, and acts upon events before anything else happens.
+// To be called after each call of the engine: does what is due, sends, and acts upon events before anything else
+// happens.
 void touch(Port& port);
 
 // Whether the claim makes the name one's own: its records have the cache-flush bit.

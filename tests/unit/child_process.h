@@ -12,8 +12,8 @@ struct ChildProcess {
   std::string err;    // standard error
 };
 
-// Runs `act` in a child of this process and waits for its end; no core file is made. When `act` comes back, the child exits with
-// 0, or with kChildFailed when one of its expectations was not met.
+// Runs `act` in a child of this process and waits for its end; no core file is made. When `act` comes back, the child
+// exits with 0, or with kChildFailed when one of its expectations was not met.
 ChildProcess run_in_child(const std::function<void()>& act);
 
 inline constexpr int kChildFailed = 99;

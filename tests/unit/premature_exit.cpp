@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Code under test that calls exit in the middle of a test would end the test program, and with status 0 as if all had gone well.
-// Linked into every unit test program, this makes it a failure that names the test. Children of a test may exit as they like.
+// Code under test that calls exit in the middle of a test would end the test program, and with status 0 as if all had
+// gone well. Linked into every unit test program, this makes it a failure that names the test. Children of a test may
+// exit as they like.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -9,7 +10,8 @@
 
 namespace {
 
-const testing::UnitTest& gUnitTest = *testing::UnitTest::GetInstance();  // made first, so that it is there when the handler runs
+// made first, so that it is there when the handler runs
+const testing::UnitTest& gUnitTest = *testing::UnitTest::GetInstance();
 const pid_t gTestProgram = getpid();
 
 void fail_in_the_middle_of_a_test() {

@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""Puts the licence line at the head of every source that lacks it; with --check only names them and fails if there is one."""
+"""Puts the licence line at the head of every source that lacks it; with --check only names them and fails if there is
+one."""
 
 import pathlib
 import subprocess

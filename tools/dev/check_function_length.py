@@ -5,7 +5,8 @@
 check_function_length.py [--figures] [ROOT]: prints each longer one as file:line: text, exit status 1 when there is one.
 With --figures also the median and the longest.
 
-It relies on the format check: a function begins and ends with lines of the same indentation, the last of them a lone brace.
+It relies on the format check: a function begins and ends with lines of the same indentation, the last of them a lone
+brace.
 """
 
 import pathlib
@@ -36,7 +37,8 @@ def first_line(lines, opening):
 
 
 def functions(lines):
-    """(first line number, length in lines, body lines) of every function; what is nested in one is not counted apart."""
+    """(first line number, length in lines, body lines) of every function; what is nested in one is not counted
+    apart."""
     at = 0
     while at < len(lines):
         start = first_line(lines, at) if lines[at].endswith("{") else None

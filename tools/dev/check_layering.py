@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""Checks that includes run one way (see docs/architecture.md): platform < state < runtime < tables < proxy < config < main;
-and that mdns stands on nothing, and dnssd on mdns alone.
+"""Checks that includes run one way (see docs/architecture.md): platform < state < runtime < tables < proxy < config <
+main; and that mdns stands on nothing, and dnssd on mdns alone.
 
 check_layering.py [ROOT]: prints each breach as file:line: text; exit status 1 when there is one.
 """
@@ -14,7 +14,8 @@ from sources import cpp_files, report
 
 LAYERS = ("platform", "state", "runtime", "tables", "proxy", "config")
 
-# A C interface is met in few places: who may include which system header (first match decides; others are free for all).
+# A C interface is met in few places: who may include which system header (first match decides; others are free for
+# all).
 SYSTEM_HEADERS = (
     (re.compile(r"dns_sd(_figures)?\.h$"), {"dnssd", "runtime", "proxy"}),
     (re.compile(r"ini\.h$"), {"platform", "tools"}),

@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""Checks that the tables of docs/rfc6762.md name what exists: in each row the files that keep a rule with the functions named behind
-them, and the tests that show it.
+"""Checks that the tables of docs/rfc6762.md name what exists: in each row the files that keep a rule with the functions
+named behind them, and the tests that show it.
 
 check_rfc_table.py [ROOT]: prints each breach as file:line: text; exit status 1 when there is one.
 """
@@ -58,7 +58,8 @@ def has_test(text, name):
     if "." not in name:
         return re.search(rf"^def test_{re.escape(name)}\(", text, re.MULTILINE) is not None
     suite, test = name.split(".", 1)
-    return re.search(rf"^(TYPED_)?TEST(_[FP])?\(\s*{re.escape(suite)},\s*{re.escape(test)}\)", text, re.MULTILINE) is not None
+    return re.search(rf"^(TYPED_)?TEST(_[FP])?\(\s*{re.escape(suite)},\s*{re.escape(test)}\)", text,
+                     re.MULTILINE) is not None
 
 
 def of_tests(tree, cell):

@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
 """What ./demo shows: a printer on link A before, while and after mdnsproxy makes it usable on link B.
 
-Everything happens in network namespaces that this process alone keeps alive, and the daemon has a file system and a process
-table of its own (tests/e2e/testbed), so nothing is left when it ends, however it ends.
+Everything happens in network namespaces that this process alone keeps alive, and the daemon has a file system and a
+process table of its own (tests/e2e/testbed), so nothing is left when it ends, however it ends.
 """
 
 import os

@@ -67,7 +67,8 @@ COMPARED = re.compile(r" [<>] ")
 
 
 # Two declarations in another order are the same program.
-DECLARATION = re.compile(r"^ +[A-Za-z_][\w:]*(?: long)?[ *&]+\w+(?:\[\w+\])?(?: = [^;()]*(?:\{[^;]*\})?| = \{[^;]*\})?;$")
+DECLARATION = re.compile(r"^ +[A-Za-z_][\w:]*(?: long)?[ *&]+\w+(?:\[\w+\])?(?: = [^;()]*(?:\{[^;]*\})?| = "
+                         r"\{[^;]*\})?;$")
 
 
 class Mutant:
@@ -110,7 +111,8 @@ def token_mutants(path, source):
             yield Mutant(path, "constant", match.start(), match.end(), "LOG_ERR" if text != "LOG_ERR" else "LOG_DEBUG")
 
 
-STATEMENT = re.compile(r"^(?P<indent> +)(?!return\b|break;|continue;|case |const |auto |char |int |std::|static )[^\s/#{}].*;$")
+STATEMENT = re.compile(r"^(?P<indent> +)(?!return\b|break;|continue;|case |const |auto |char |int |std::|static "
+                       r")[^\s/#{}].*;$")
 
 
 def order_mutants(path, source):
@@ -173,7 +175,8 @@ def outcome(name, command, timeout, work):
 
 
 def run_tests(work, folders):
-    """What noticed; None when everything passes. The cheapest tests come first; nothing runs behind one that notices."""
+    """What noticed; None when everything passes. The cheapest tests come first; nothing runs behind one that
+    notices."""
     programs = dict.fromkeys(program for folder in folders for program in PROGRAMS[folder])
     for program in programs:
         command = [os.path.join(work, "build", "tests", program), "--gtest_brief=1", "--gtest_filter=-Growth.*"]

@@ -14,8 +14,8 @@ def cpp_files(root=ROOT, folders=FOLDERS):
 
 
 def report(breaches):
-    """The main program of a check: breaches(root) gives (file, line number, text) of each; prints them as file:line: text. The exit
-    status: 1 when there is one."""
+    """The main program of a check: breaches(root) gives (file, line number, text) of each; prints them as file:line:
+    text. The exit status: 1 when there is one."""
     root = pathlib.Path(sys.argv[1]).resolve() if len(sys.argv) > 1 else ROOT
     found = list(breaches(root))
     for path, number, text in found:

@@ -12,4 +12,5 @@ inline constexpr char kUnknownIfTo[] =
 
 inline constexpr int kDnssdStatus = 600;
 inline constexpr char kBrowseFailed[] = "ERROR 131813: MyDNSServiceBrowse  call failed: %d";  // DNS-SD error code
-inline constexpr int kBadParameter = -65540;  // kDNSServiceErr_BadParam: what the DNS-SD library says of a type that is none
+inline constexpr int kBadParameter = -65540;  // kDNSServiceErr_BadParam: what the DNS-SD library says of a type that is
+                                              // none

@@ -22,7 +22,8 @@ std::vector<std::string> names_here() {
 
 InterfaceFault fault_of(const std::string& name, unsigned flags) {
   if ((flags & IFF_LOOPBACK) != 0) {
-    return {name, name + " is the loopback interface, and no other host is on it", "name an interface that leads to a link"};
+    return {name, name + " is the loopback interface, and no other host is on it",
+            "name an interface that leads to a link"};
   }
   if ((flags & IFF_MULTICAST) == 0) {
     return {name, name + " cannot multicast: no service is seen or announced on it", "name another interface"};

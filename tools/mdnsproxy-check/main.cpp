@@ -54,13 +54,17 @@ void describe_machine(const CLI::App& app, Options& options) {
 
 void describe(CLI::App& app, Options& options) {
   app.set_version_flag("--version", MDNSPROXY_VERSION);
-  app.add_option("--services", options.request.services_file, "services list")->type_name("FILE")->capture_default_str();
-  app.add_option("--rules", options.request.rules_file, "rules list (default: the one that the unit takes)")->type_name("FILE");
+  app.add_option("--services", options.request.services_file, "services list")
+      ->type_name("FILE")
+      ->capture_default_str();
+  app.add_option("--rules", options.request.rules_file, "rules list (default: the one that the unit takes)")
+      ->type_name("FILE");
   app.add_option("--settings", options.request.settings_file, "settings")->type_name("FILE")->capture_default_str();
   app.add_option("--interfaces", options.interfaces,
                  "interfaces of the machine that the files are for (default: those of this one)")
       ->type_name("NAME,NAME...");
-  app.add_option("--ends-with", options.ends_with, "say nothing; exit status 0 if the daemon would end with this status, else 1")
+  app.add_option("--ends-with", options.ends_with,
+                 "say nothing; exit status 0 if the daemon would end with this status, else 1")
       ->type_name("STATUS");
   app.add_flag("--json", options.json, "write JSON instead of text");
 }

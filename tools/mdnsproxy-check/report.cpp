@@ -23,7 +23,8 @@ std::string on_one_line(const std::string& text) {
 
 std::string status_text(int status) {
   const int exit_status = status & 0xff;  // the kernel keeps eight bits
-  return exit_status == status ? formatted("status %d", status) : formatted("status %d, exit status %d", status, exit_status);
+  return exit_status == status ? formatted("status %d", status)
+                               : formatted("status %d, exit status %d", status, exit_status);
 }
 
 std::string finding_line(const Finding& finding) {
@@ -33,7 +34,7 @@ std::string finding_line(const Finding& finding) {
          on_one_line(finding.message) + end + "; cure: " + on_one_line(finding.cure) + "\n";
 }
 
-// --- The table ------------------------------------------------------------------------------------------------------------
+// --- The table -------------------------------------------------------------------------------------------------------
 
 using Row = std::array<std::string, 5>;
 
@@ -77,7 +78,7 @@ std::string forwarding_text(const Verdict& verdict, const CheckRequest& request)
   return "Will be forwarded:\n" + table_of(rows);
 }
 
-// --- JSON -----------------------------------------------------------------------------------------------------------------
+// --- JSON ------------------------------------------------------------------------------------------------------------
 
 Json finding_json(const Finding& finding) {
   Json object = {{"file", finding.file},

@@ -15,7 +15,8 @@ constexpr std::string_view kRuleElement = "mdnsproxyrule";
 constexpr std::ptrdiff_t kWordsOfAMeantRule = 3;
 
 // Words that say what they mean. Any other is judged by its first character.
-constexpr std::array<std::string_view, 10> kPlainBooleans = {"1", "0", "t", "f", "y", "n", "yes", "no", "true", "false"};
+constexpr std::array<std::string_view, 10> kPlainBooleans = {"1", "0",   "t",  "f",    "y",
+                                                             "n", "yes", "no", "true", "false"};
 
 // One tag under examination.
 struct RuleTag {
@@ -29,7 +30,9 @@ void warn(const RuleTag& tag, std::size_t offset, const std::string& message, co
   tag.findings.push_back({Severity::warning, text.path, position_of(text, offset), message, cure, 0});
 }
 
-std::string_view text_of(const RuleTag& tag) { return text_between(tag.source.text, tag.item.tag_offset, tag.item.tag_end); }
+std::string_view text_of(const RuleTag& tag) {
+  return text_between(tag.source.text, tag.item.tag_offset, tag.item.tag_end);
+}
 
 std::string_view element_of(const RuleTag& tag) {
   const std::string_view text = text_of(tag).substr(1);
@@ -38,7 +41,7 @@ std::string_view element_of(const RuleTag& tag) {
 
 bool is_word_byte(char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-'; }
 
-// --- Not a rule -----------------------------------------------------------------------------------------------------------
+// --- Not a rule ------------------------------------------------------------------------------------------------------
 
 std::vector<std::string> missing_words(const RulesItem& item) {
   std::vector<std::string> words;
@@ -66,10 +69,11 @@ void explain_other_tag(const RuleTag& tag) {
 }
 
 void explain_unclosed_tag(const RuleTag& tag) {
-  warn(tag, tag.item.tag_offset, "there is no \">\" after this \"<\": the daemon reads no further", "write the missing \">\"");
+  warn(tag, tag.item.tag_offset, "there is no \">\" after this \"<\": the daemon reads no further",
+       "write the missing \">\"");
 }
 
-// --- A rule ---------------------------------------------------------------------------------------------------------------
+// --- A rule ----------------------------------------------------------------------------------------------------------
 
 bool is_quoted(const RuleTag& tag, std::size_t offset) {
   const std::string_view before = text_between(tag.source.text, tag.item.tag_offset, offset);
@@ -85,11 +89,13 @@ void explain_word(const RuleTag& tag, std::size_t which) {
   const std::size_t offset = tag.item.attributes[which].word_offset;
   const std::string word = kRuleWords[which];
   if (is_quoted(tag, offset)) {
-    warn(tag, offset, "the word " + word + " stands inside a value, and the daemon takes the first one that it finds in the tag",
+    warn(tag, offset,
+         "the word " + word + " stands inside a value, and the daemon takes the first one that it finds in the tag",
          "write the attribute " + word + " before this value, or change the value");
   } else if (is_part_of_word(tag, offset, word)) {
     warn(tag, offset,
-         "the word " + word + " stands inside a longer word, and the daemon takes the first one that it finds in the tag",
+         "the word " + word +
+             " stands inside a longer word, and the daemon takes the first one that it finds in the tag",
          "write the attribute " + word + " by itself and before this word");
   }
 }
@@ -122,14 +128,16 @@ void explain_first_characters(const RuleTag& tag) {
   const RuleAttribute& type = attribute_of(tag.item, RuleWord::rule_type);
   if (classify_rule_type(type.value) != RuleType::invalid && type.value[1] != '\0') {
     warn(tag, type.value_offset,
-         formatted("of rule_type only the first character counts: \"%s\" is %c", type.value, type.value[0]), "write 0 or 1");
+         formatted("of rule_type only the first character counts: \"%s\" is %c", type.value, type.value[0]),
+         "write 0 or 1");
   }
   const RuleAttribute& boolean = attribute_of(tag.item, RuleWord::bidirectional);
   const int meaning = parse_bool_string(boolean.value);
   const auto is_value = [&boolean](std::string_view word) { return same_ignoring_case(word, boolean.value); };
   if (meaning >= 0 && std::none_of(kPlainBooleans.begin(), kPlainBooleans.end(), is_value)) {
     warn(tag, boolean.value_offset,
-         formatted("of bidirectional only the first character counts: \"%s\" is %s", boolean.value, meaning == 1 ? "yes" : "no"),
+         formatted("of bidirectional only the first character counts: \"%s\" is %s", boolean.value,
+                   meaning == 1 ? "yes" : "no"),
          "write yes or no");
   }
 }

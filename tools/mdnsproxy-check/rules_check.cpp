@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The rules list: each rule as the daemon would install it. rule_hints.cpp explains what looks different from what it is.
+// The rules list: each rule as the daemon would install it. rule_hints.cpp explains what looks different from what it
+// is.
 
 #include <algorithm>
 #include <map>
@@ -50,10 +51,11 @@ void fail(RulesCheck& check, std::size_t offset, int status, const std::string& 
 }
 
 void warn(RulesCheck& check, std::size_t offset, const std::string& message, const std::string& cure) {
-  check.findings.push_back({Severity::warning, check.source.text.path, position_of(check.source.text, offset), message, cure, 0});
+  check.findings.push_back(
+      {Severity::warning, check.source.text.path, position_of(check.source.text, offset), message, cure, 0});
 }
 
-// --- Reading --------------------------------------------------------------------------------------------------------------
+// --- Reading ---------------------------------------------------------------------------------------------------------
 
 // False: there is nothing to scan.
 bool read_rules(RulesCheck& check, const std::string& path, const std::optional<Reader>& reader) {
@@ -77,14 +79,16 @@ bool read_rules(RulesCheck& check, const std::string& path, const std::optional<
   return false;
 }
 
-// --- One installation -----------------------------------------------------------------------------------------------------
+// --- One installation ------------------------------------------------------------------------------------------------
 
 bool is_interface(const RulesCheck& check, const std::string& name) {
-  return !check.interfaces || std::find(check.interfaces->begin(), check.interfaces->end(), name) != check.interfaces->end();
+  return !check.interfaces ||
+         std::find(check.interfaces->begin(), check.interfaces->end(), name) != check.interfaces->end();
 }
 
 void fail_interface(RulesCheck& check, const Rule& rule, RuleWord word, const char* format, const std::string& name) {
-  fail(check, attribute_of(rule.item, word).value_offset, kInterfaceStatus, formatted(format, name.c_str(), path_of(check)),
+  fail(check, attribute_of(rule.item, word).value_offset, kInterfaceStatus,
+       formatted(format, name.c_str(), path_of(check)),
        "name one of the interfaces of this machine: " + joined(*check.interfaces, "there are none"));
 }
 
@@ -112,8 +116,9 @@ void warn_of_fault(RulesCheck& check, const Rule& rule, RuleWord word, const std
 
 void warn_of_repetition(RulesCheck& check, const Rule& rule, const Installation& now, const Installation& first) {
   const std::size_t offset = rule.item.tag_offset;
-  const std::string what = formatted("%s from %s to %s is forwarded already by the rule in line %u", now.service_type.c_str(),
-                                     now.if_from.c_str(), now.if_to.c_str(), first.position.line);
+  const std::string what =
+      formatted("%s from %s to %s is forwarded already by the rule in line %u", now.service_type.c_str(),
+                now.if_from.c_str(), now.if_to.c_str(), first.position.line);
   if (now.inverse != first.inverse) {
     warn(check, offset, "of this pair of rules one contains the inverse of the other: " + what,
          "delete the rule that is not bidirectional, or make neither of them bidirectional");
@@ -124,7 +129,8 @@ void warn_of_repetition(RulesCheck& check, const Rule& rule, const Installation&
 
 void fail_refused_type(RulesCheck& check, const Rule& rule, const std::string& type) {
   const std::optional<TypeFault> fault = find_type_fault(type);
-  fail(check, attribute_of(rule.item, RuleWord::mdnsservice).value_offset, kDnssdStatus, formatted(kBrowseFailed, kBadParameter),
+  fail(check, attribute_of(rule.item, RuleWord::mdnsservice).value_offset, kDnssdStatus,
+       formatted(kBrowseFailed, kBadParameter),
        formatted("\"%s\" is no DNS-SD service type; ", type.c_str()) + (fault ? fault->cure : "correct it"));
 }
 
@@ -167,7 +173,7 @@ void install_types(RulesCheck& check, const Rule& rule, const std::vector<std::s
   }
 }
 
-// --- One rule -------------------------------------------------------------------------------------------------------------
+// --- One rule --------------------------------------------------------------------------------------------------------
 
 const NamedService* find_service(const ServiceCatalog& catalog, const std::string& name) {
   for (const NamedService& each : catalog.services) {
@@ -222,9 +228,12 @@ void take_rule(RulesCheck& check, const RulesItem& item) {
   const auto value = [&item](RuleWord word) { return std::string(attribute_of(item, word).value); };
   const std::string bidirectional = value(RuleWord::bidirectional);
   const int direction = parse_bool_string(bidirectional.c_str());
-  const Rule rule = {
-      item,          value(RuleWord::mdnsservice), value(RuleWord::rule_type), value(RuleWord::if_from), value(RuleWord::if_to),
-      direction == 1};
+  const Rule rule = {item,
+                     value(RuleWord::mdnsservice),
+                     value(RuleWord::rule_type),
+                     value(RuleWord::if_from),
+                     value(RuleWord::if_to),
+                     direction == 1};
   if (direction != 0 && direction != 1) {
     fail(check, attribute_of(item, RuleWord::bidirectional).value_offset, kRulesListStatus,
          formatted(kRulesInvalidBidirectional, path_of(check), rule.service.c_str(), bidirectional.c_str()),
@@ -284,7 +293,8 @@ void scan_rules(RulesCheck& check) {
 }  // namespace
 
 std::vector<Installation> check_rules(const CheckRequest& request, const ServiceCatalog& catalog, Findings& findings) {
-  RulesCheck check = {{}, catalog, request.interfaces, request.interface_faults, {}, request.services_file, {}, {}, findings};
+  RulesCheck check = {{}, catalog, request.interfaces, request.interface_faults, {}, request.services_file, {},
+                      {}, findings};
   if (!read_rules(check, request.rules_file, request.reader)) {
     return {};
   }

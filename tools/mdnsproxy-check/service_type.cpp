@@ -40,7 +40,8 @@ bool is_protocol(std::string_view label) { return label == "_tcp" || label == "_
 
 bool is_service_type(const std::vector<std::string_view>& labels) {
   if (labels.size() == 3) {
-    return !labels[0].empty() && labels[0].size() <= kLongestLabel && is_service_name(labels[1]) && is_protocol(labels[2]);
+    return !labels[0].empty() && labels[0].size() <= kLongestLabel && is_service_name(labels[1]) &&
+           is_protocol(labels[2]);
   }
   return labels.size() == 2 && is_service_name(labels[0]) && is_protocol(labels[1]);
 }

@@ -15,6 +15,6 @@ struct TypeFault {
   std::string cure;
 };
 
-// The first fault of the type: not "_name._tcp" or "_name._udp", with one subtype label in front or none (RFC 6763 sections
-// 4.1.2 and 7; names by RFC 6335 section 5.1), or 64 characters and more. Nothing when it is in order.
+// The first fault of the type: not "_name._tcp" or "_name._udp", with one subtype label in front or none (RFC 6763
+// sections 4.1.2 and 7; names by RFC 6335 section 5.1), or 64 characters and more. Nothing when it is in order.
 std::optional<TypeFault> find_type_fault(std::string_view type);

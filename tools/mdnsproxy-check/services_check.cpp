@@ -44,7 +44,7 @@ void fail(ServicesCheck& check, std::size_t offset, const std::string& message, 
 
 const char* path_of(const ServicesCheck& check) { return check.source.path.c_str(); }
 
-// --- Reading --------------------------------------------------------------------------------------------------------------
+// --- Reading ---------------------------------------------------------------------------------------------------------
 
 // False: there is nothing to scan.
 bool read_services(ServicesCheck& check, const std::string& path, const std::optional<Reader>& reader) {
@@ -52,19 +52,22 @@ bool read_services(ServicesCheck& check, const std::string& path, const std::opt
     case ReadOutcome::ok:
       return true;
     case ReadOutcome::not_found:
-      fail(check, 0, formatted(kServicesNotFound, path.c_str()), "create the file, or make it readable for the daemon's user");
+      fail(check, 0, formatted(kServicesNotFound, path.c_str()),
+           "create the file, or make it readable for the daemon's user");
       return false;
     case ReadOutcome::stat_invalid:
-      fail(check, 0, formatted(kServicesStatInvalid, path.c_str()), "put at least one service into the file; it is empty");
+      fail(check, 0, formatted(kServicesStatInvalid, path.c_str()),
+           "put at least one service into the file; it is empty");
       return false;
     case ReadOutcome::read_error:
-      fail(check, 0, formatted(kServicesReadError, check.source.file_size, path.c_str()), "give the path of an ordinary file");
+      fail(check, 0, formatted(kServicesReadError, check.source.file_size, path.c_str()),
+           "give the path of an ordinary file");
       return false;
   }
   return false;
 }
 
-// --- What the scanner takes -----------------------------------------------------------------------------------------------
+// --- What the scanner takes ------------------------------------------------------------------------------------------
 
 void warn_of_comment(ServicesCheck& check, const ServicesItem& item, const char* what) {
   if (lies_in(check.comments, item.phrase_offset)) {
@@ -124,7 +127,8 @@ void end_service(ServicesCheck& check, ServiceCatalog& catalog, const ServicesIt
          "rename one of the two services, or put the types of both into one");
     catalog.services.pop_back();
   } else if (service.types.empty() && !seen.broken) {
-    warn(check, seen.stretch.begin, formatted("service \"%s\" has no types: its rules forward nothing", service.name.c_str()),
+    warn(check, seen.stretch.begin,
+         formatted("service \"%s\" has no types: its rules forward nothing", service.name.c_str()),
          "add <service type=\"...\"/> before its </mdnsservice>");
   }
 }
@@ -173,7 +177,7 @@ void scan_services(ServicesCheck& check, ServiceCatalog& catalog) {
   }
 }
 
-// --- What it passes over --------------------------------------------------------------------------------------------------
+// --- What it passes over ---------------------------------------------------------------------------------------------
 
 const SeenService* service_around(const ServicesCheck& check, std::size_t offset) {
   for (const SeenService& each : check.services) {
@@ -197,7 +201,8 @@ std::size_t warn_of_start(ServicesCheck& check, const Tag& tag) {
 }
 
 void warn_of_hidden_start(ServicesCheck& check, const Tag& tag) {
-  warn(check, tag.begin, "a service begins inside another one, which swallows its types", "write </mdnsservice> before it");
+  warn(check, tag.begin, "a service begins inside another one, which swallows its types",
+       "write </mdnsservice> before it");
 }
 
 // A type tag that the scanner did not take.
@@ -212,7 +217,8 @@ void warn_of_type(ServicesCheck& check, const Tag& tag) {
     warn(check, tag.begin, "this type stands outside of any service and is ignored",
          "move it between <mdnsservice name=\"...\"> and </mdnsservice>");
   } else if (spelt_right) {
-    warn(check, tag.begin, "this type is swallowed by a value before it whose quotes do not match", "close the quotes before it");
+    warn(check, tag.begin, "this type is swallowed by a value before it whose quotes do not match",
+         "close the quotes before it");
   } else {
     warn(check, tag.begin, "this is no type to the daemon and is skipped",
          "write <service type=\"...\"/> in small letters, with exactly one blank between the two words");

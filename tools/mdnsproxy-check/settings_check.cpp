@@ -50,7 +50,7 @@ void warn(SettingsCheck& check, unsigned line, const std::string& message, const
   check.findings.push_back({Severity::warning, check.source.path, position, message, cure, 0});
 }
 
-// --- What the daemon reports ----------------------------------------------------------------------------------------------
+// --- What the daemon reports -----------------------------------------------------------------------------------------
 
 struct Mistake {
   unsigned line;
@@ -61,7 +61,8 @@ void collect_mistake(int line, const char* message, void* context) {
   static_cast<std::vector<Mistake>*>(context)->push_back({static_cast<unsigned>(line), message});
 }
 
-// Whether the daemon takes anything from the file. A malformed line makes it take nothing, and its mistake is the last one.
+// Whether the daemon takes anything from the file. A malformed line makes it take nothing, and its mistake is the last
+// one.
 bool report_reading(SettingsCheck& check) {
   std::vector<Mistake> mistakes;
   bool no_memory = false;
@@ -77,24 +78,27 @@ bool report_reading(SettingsCheck& check) {
   return accepted;
 }
 
-// --- What it passes over --------------------------------------------------------------------------------------------------
+// --- What it passes over ---------------------------------------------------------------------------------------------
 
 bool is_mac_address(std::string_view text) {
   constexpr std::string_view kShape = "xx:xx:xx:xx:xx:xx";
   constexpr std::string_view kHexDigits = "0123456789abcdef";
-  return std::equal(text.begin(), text.end(), kShape.begin(), kShape.end(),
-                    [&](char c, char shape) { return shape == ':' ? c == ':' : kHexDigits.find(c) != std::string_view::npos; });
+  return std::equal(text.begin(), text.end(), kShape.begin(), kShape.end(), [&](char c, char shape) {
+    return shape == ':' ? c == ':' : kHexDigits.find(c) != std::string_view::npos;
+  });
 }
 
 void look_at_log_level(SettingsCheck& check, std::string_view value) {
   if (!value.starts_with(kEnable) && value != kDisable) {
-    warn(check, check.line, "log_level \"" + std::string(value) + "\" leaves the log level as it is", "write enable or disable");
+    warn(check, check.line, "log_level \"" + std::string(value) + "\" leaves the log level as it is",
+         "write enable or disable");
   }
 }
 
 void look_at_state_file(SettingsCheck& check, std::string_view value) {
   if (!value.starts_with('/')) {
-    warn(check, check.line, "state_file \"" + std::string(value) + "\" is no absolute path: there will be no state file",
+    warn(check, check.line,
+         "state_file \"" + std::string(value) + "\" is no absolute path: there will be no state file",
          "write a path that begins with /, in a directory of the daemon's user");
   }
 }
@@ -102,7 +106,8 @@ void look_at_state_file(SettingsCheck& check, std::string_view value) {
 void look_at_section_name(SettingsCheck& check, const std::string& service) {
   const bool is_standard = fencing_catalog_find_name(service) != -1;
   if (!is_standard && find_type_fault(without_local(service))) {
-    warn(check, check.line, "\"" + service + "\" is neither a standard service nor a service type: this section has no effect",
+    warn(check, check.line,
+         "\"" + service + "\" is neither a standard service nor a service type: this section has no effect",
          "see mdnsproxy.conf(5) for the names, or write a service type such as _ipp._tcp");
   }
 }
@@ -115,7 +120,8 @@ void look_at_fencing(SettingsCheck& check, const std::string& service, std::stri
   section->second.wireless |= key == "wireless_hop";
   section->second.wired |= key == "wired_hop";
   if (std::find(kFencingKeys.begin(), kFencingKeys.end(), key) == kFencingKeys.end()) {
-    warn(check, check.line, "unknown setting \"" + std::string(key) + "\"", "write wireless_hop, wired_hop or anchor_ap");
+    warn(check, check.line, "unknown setting \"" + std::string(key) + "\"",
+         "write wireless_hop, wired_hop or anchor_ap");
   }
   if (key == "anchor_ap" && !is_mac_address(value)) {
     warn(check, check.line, "anchor_ap \"" + std::string(value) + "\" equals no interface's MAC address",
@@ -145,8 +151,8 @@ int look_at_setting(void* user, const char* section_text, const char* key, const
   return 1;
 }
 
-// The INI library's line source. It only runs over a text that the daemon accepts, so that every line fits but for comments,
-// of which the rest is dropped.
+// The INI library's line source. It only runs over a text that the daemon accepts, so that every line fits but for
+// comments, of which the rest is dropped.
 char* next_line(char* buffer, int size, void* stream) {
   SettingsCheck& check = *static_cast<SettingsCheck*>(stream);
   const std::string& text = check.source.text;

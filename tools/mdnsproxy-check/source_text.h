@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A configuration file as its writer sees it: lines, tags, comments. The scanners judge what the daemon makes of the file; what
-// stands here only serves to find where the two readings differ.
+// A configuration file as its writer sees it: lines, tags, comments. The scanners judge what the daemon makes of the
+// file; what stands here only serves to find where the two readings differ.
 #pragma once
 
 #include <cstddef>
@@ -67,8 +67,8 @@ inline std::string_view text_between(const SourceText& source, std::size_t begin
 // Whether the two are equal but for the case of ASCII letters.
 bool same_ignoring_case(std::string_view one, std::string_view other);
 
-// Offset of the first single quote that a writer meant to delimit a value with (it follows an equals sign), within [begin, end);
-// npos: none.
+// Offset of the first single quote that a writer meant to delimit a value with (it follows an equals sign), within
+// [begin, end); npos: none.
 std::size_t find_single_quote(const SourceText& source, std::size_t begin, std::size_t end);
 
 // Whether the first double quote in [from, end) has another one right behind it, and where; npos: it has not.

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The chief header of mdnsproxy-check: what the daemon would make of its files.
 //
-// Promises: a file is accepted here exactly when the daemon accepts it, and the rules come out in the daemon's order, because
-// both read it with the same scanners (config/services_scanner.h, config/rules_scanner.h). Everything else here only explains.
+// Promises: a file is accepted here exactly when the daemon accepts it, and the rules come out in the daemon's order,
+// because both read it with the same scanners (config/services_scanner.h, config/rules_scanner.h). Everything else here
+// only explains.
 //
-// Read in this order: this header, finding.h, source_text.h, reader.h, interfaces.h, services_check.cpp, rules_check.cpp,
-// settings_check.cpp, report.cpp, main.cpp.
+// Read in this order: this header, finding.h, source_text.h, reader.h, interfaces.h, services_check.cpp,
+// rules_check.cpp, settings_check.cpp, report.cpp, main.cpp.
 #pragma once
 
 #include <optional>
@@ -61,6 +62,7 @@ Verdict check_files(const CheckRequest& request);
 int exit_status(const Verdict& verdict);
 
 // The checks of one file each. They append what they find in the order in which the daemon would meet it.
-ServiceCatalog check_services(const std::string& path, Findings& findings, const std::optional<Reader>& reader = std::nullopt);
+ServiceCatalog check_services(const std::string& path, Findings& findings,
+                              const std::optional<Reader>& reader = std::nullopt);
 std::vector<Installation> check_rules(const CheckRequest& request, const ServiceCatalog& catalog, Findings& findings);
 void check_settings(const std::string& path, bool required, Findings& findings);

@@ -29,7 +29,8 @@ struct Case {
   const Session& session;
   WhyQuestion question;
   std::vector<MachineLink> links;
-  std::vector<RuleView> rules;             // those that the question is about: of the state file, or else of the rules list
+  std::vector<RuleView> rules;             // those that the question is about: of the state file, or else of the rules
+                                           // list
   const InstanceView* instance = nullptr;  // null: the daemon does not know the service
   std::vector<Step> steps;
   StateReason reason = StateReason::none;    // found out here, when the daemon does not know it
@@ -45,7 +46,8 @@ std::string base_type(const std::string& type);
 // The rules that the daemon has, or would have: those of its lists, when there is no state file to ask.
 std::vector<RuleView> rules_of(const Session& session);
 
-void add_step(Case& the_case, const char* name, std::optional<bool> ok, const std::string& detail, const std::string& cure = "");
+void add_step(Case& the_case, const char* name, std::optional<bool> ok, const std::string& detail,
+              const std::string& cure = "");
 
 // The steps of a service that the daemon knows, in the order of its way; ends with the first that fails.
 void examine_known(Case& the_case);
@@ -64,8 +66,8 @@ struct FilterVerdict {
 };
 FilterVerdict judge_multicast(Case& the_case, const MachineLink& link);
 
-// The step of a client's packets to this address of a service that the daemon knows, and of the answers. Returns whether
-// the way goes on.
+// The step of a client's packets to this address of a service that the daemon knows, and of the answers. Returns
+// whether the way goes on.
 bool examine_filter(Case& the_case, const std::string& address);
 
 // --- The other link

@@ -18,7 +18,9 @@ std::string who_can_look(const FilterReading& reading) {
   return reading.message + (reading.outcome == FilterOutcome::needs_root ? "; run this command again by sudo" : "");
 }
 
-std::string not_told(const FilterJudgement& judgement) { return "it cannot be told: " + judgement.place + " is not understood"; }
+std::string not_told(const FilterJudgement& judgement) {
+  return "it cannot be told: " + judgement.place + " is not understood";
+}
 
 }  // namespace
 
@@ -56,7 +58,8 @@ bool examine_filter(Case& the_case, const std::string& address) {
   }
   const std::string where = address + " port " + std::to_string(instance.port) + " from " + shown(rule.to);
   FilterJudgement doubt;
-  for (const FilterPacket& packet : client_packets(*client, rule.from, address, instance.port, rule.type.ends_with("_tcp"))) {
+  for (const FilterPacket& packet :
+       client_packets(*client, rule.from, address, instance.port, rule.type.ends_with("_tcp"))) {
     const FilterJudgement judgement = judge_packet(reading.chains, packet);
     if (judgement.fate == FilterFate::dropped) {
       add_step(the_case, "filter", false,

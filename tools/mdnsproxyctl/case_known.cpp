@@ -12,7 +12,9 @@ namespace {
 
 const RuleView& rule_of(const Case& the_case) { return the_case.session.state.view.rules[the_case.instance->rule]; }
 
-std::string since_text(const Case& the_case, std::uint64_t time) { return "for " + duration(age(time, the_case.session.clocks)); }
+std::string since_text(const Case& the_case, std::uint64_t time) {
+  return "for " + duration(age(time, the_case.session.clocks));
+}
 
 std::string addresses_text(const InstanceView& instance) {
   std::string text;
@@ -27,7 +29,8 @@ std::string addresses_text(const InstanceView& instance) {
 bool examine_link(Case& the_case, const char* step, const std::string& name, int index) {
   const std::vector<HealthFinding> findings = link_findings(name, index, the_case.links);
   const bool well = findings.empty();
-  add_step(the_case, step, well, shown(name) + (well ? " is up, with the index that the daemon knows" : ": " + findings[0].text),
+  add_step(the_case, step, well,
+           shown(name) + (well ? " is up, with the index that the daemon knows" : ": " + findings[0].text),
            well ? "" : findings[0].cure);
   return well;
 }
@@ -61,7 +64,8 @@ bool examine_registration(Case& the_case) {
   const InstanceView& instance = *the_case.instance;
   const std::string to = shown(rule_of(the_case).to);
   if (instance.reason == StateReason::probing) {
-    add_step(the_case, "announced", false, "its name is being claimed on " + to + " " + since_text(the_case, instance.since),
+    add_step(the_case, "announced", false,
+             "its name is being claimed on " + to + " " + since_text(the_case, instance.since),
              "wait for a second; after that, see whether " + to + " is up");
   } else if (instance.state == StateOfInstance::refused) {
     const bool conflict = instance.reason == StateReason::conflict;
@@ -81,8 +85,8 @@ const InstanceView* find_own(const Case& the_case) {
   const RuleView& rule = rule_of(the_case);
   const auto own = std::ranges::find_if(view.instances, [&](const InstanceView& each) {
     const RuleView& other = view.rules[each.rule];
-    return each.state == StateOfInstance::forwarded && each.name_there == the_case.instance->name && other.to != rule.from &&
-           base_type(other.type) == base_type(rule.type);
+    return each.state == StateOfInstance::forwarded && each.name_there == the_case.instance->name &&
+           other.to != rule.from && base_type(other.type) == base_type(rule.type);
   });
   return own != view.instances.end() ? &*own : nullptr;
 }
@@ -111,10 +115,11 @@ bool examine_daemons_part(Case& the_case) {
   const RuleView& rule = rule_of(the_case);
   add_step(the_case, "heard", true, "on " + shown(rule.from) + " " + since_text(the_case, instance.found));
   add_step(the_case, "rule", true,
-           (rule.line != 0 ? "line " + std::to_string(rule.line) : std::string("a rule")) + " names " + shown(rule.type) +
-               " from " + shown(rule.from) + " to " + shown(rule.to));
+           (rule.line != 0 ? "line " + std::to_string(rule.line) : std::string("a rule")) + " names " +
+               shown(rule.type) + " from " + shown(rule.from) + " to " + shown(rule.to));
   if (instance.reason == StateReason::limit) {
-    add_step(the_case, "limit", false, "there were " + std::to_string(the_case.session.state.view.limit) + " services already",
+    add_step(the_case, "limit", false,
+             "there were " + std::to_string(the_case.session.state.view.limit) + " services already",
              "use fewer or narrower rules; it is tried again after a restart");
     return false;
   }
@@ -129,7 +134,7 @@ bool examine_daemons_part(Case& the_case) {
   return examine_address(the_case) && examine_registration(the_case);
 }
 
-// --- The way of a client's packets ---------------------------------------------------------------------------------------------
+// --- The way of a client's packets -----------------------------------------------------------------------------------
 
 bool examine_route(Case& the_case, const std::string& address) {
   const RuleView& rule = rule_of(the_case);
@@ -141,9 +146,9 @@ bool examine_route(Case& the_case, const std::string& address) {
     return false;
   }
   const bool direct = from != nullptr && index == from->index;
-  add_step(
-      the_case, "route", true,
-      address + (direct ? " is reached by " + shown(rule.from) : " is reached by another interface than " + shown(rule.from)));
+  add_step(the_case, "route", true,
+           address + (direct ? " is reached by " + shown(rule.from)
+                             : " is reached by another interface than " + shown(rule.from)));
   if (!is_forwarded(address, rule.from, rule.to)) {
     add_step(the_case, "forwarding", false, "this machine does not forward packets for " + address,
              "sysctl -w " + forwarding_setting(address, rule.to) + "=1, and keep that in /etc/sysctl.d");
@@ -194,7 +199,8 @@ void examine_known(Case& the_case) {
     return;
   }
   for (const std::string& address : the_case.instance->addresses) {
-    if (!examine_route(the_case, address) || !examine_filter(the_case, address) || !examine_connection(the_case, address)) {
+    if (!examine_route(the_case, address) || !examine_filter(the_case, address) ||
+        !examine_connection(the_case, address)) {
       return;
     }
   }

@@ -31,7 +31,8 @@ bool examine_answer(Case& the_case, const MachineLink& link, bool answered) {
   const FilterVerdict filter = judge_multicast(the_case, link);
   const bool dropped = filter.passes == false;
   add_step(the_case, "found_there", false, question + " was not answered" + (dropped ? "; " + filter.text : ""),
-           dropped ? filter.cure : "let UDP port 5353 through this machine's packet filter, in and out, on " + shown(link.name));
+           dropped ? filter.cure
+                   : "let UDP port 5353 through this machine's packet filter, in and out, on " + shown(link.name));
   return false;
 }
 
@@ -51,14 +52,15 @@ void examine_reflectors(Case& the_case, const std::vector<Repeater>& repeaters) 
 bool examine_other_link(Case& the_case) {
   const InstanceView& instance = *the_case.instance;
   const MachineLink* const link = find_link(the_case.links, the_case.session.state.view.rules[instance.rule].to);
-  add_step(the_case, "name_there", true,
-           instance.name_there == instance.name ? "its own" : in_quotes(instance.name_there) + ", since its own was taken");
+  add_step(
+      the_case, "name_there", true,
+      instance.name_there == instance.name ? "its own" : in_quotes(instance.name_there) + ", since its own was taken");
   if (the_case.session.options.no_network || link == nullptr) {
     add_step(the_case, "found_there", std::nullopt, "nobody was asked (--no-network)");
     return true;
   }
-  auto repeaters = std::async(std::launch::async, find_repeaters, std::cref(the_case.session), std::cref(the_case.links),
-                              std::vector<const InstanceView*>{&instance});
+  auto repeaters = std::async(std::launch::async, find_repeaters, std::cref(the_case.session),
+                              std::cref(the_case.links), std::vector<const InstanceView*>{&instance});
   if (!examine_answer(the_case, *link, is_answered(the_case, *link))) {
     return false;
   }

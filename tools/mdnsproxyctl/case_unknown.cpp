@@ -32,7 +32,8 @@ std::set<std::string> types_on(const Case& the_case, const MachineLink& link) {
   }
   const DnsName all = dns_name("_services._dns-sd._udp.local");
   for (const DnsRecord& each : ask(link, {{all, DnsType::ptr}}, [](const auto&) { return false; })) {
-    if (is_of_type(each, DnsType::ptr) && same_name(each.name, all) && each.target.size() >= 2 && types.size() < kMostTypes) {
+    if (is_of_type(each, DnsType::ptr) && same_name(each.name, all) && each.target.size() >= 2 &&
+        types.size() < kMostTypes) {
       types.insert(each.target[0] + "." + each.target[1]);
     }
   }
@@ -56,7 +57,8 @@ std::vector<Sighting> look_for_name(const Case& the_case, const MachineLink& lin
     const auto is_its = [&](const DnsRecord& each) { return same_name(each.name, questions[2 * i].name); };
     const bool there =
         std::ranges::any_of(records, [&](const auto& each) { return is_of_type(each, DnsType::srv) && is_its(each); });
-    const bool forwarded = std::ranges::any_of(records, [&](const auto& each) { return each.through_gateway && is_its(each); });
+    const bool forwarded =
+        std::ranges::any_of(records, [&](const auto& each) { return each.through_gateway && is_its(each); });
     if (there) {
       sightings.push_back({link.name, types[i], forwarded, 1});
     }
@@ -120,11 +122,12 @@ void explain_missing_rule(Case& the_case, const Sighting& sighting) {
   const std::string from_it = " from " + shown(sighting.link);
   the_case.reason = StateReason::not_named;
   if (elsewhere != the_case.rules.end()) {
-    const std::string looks = (elsewhere->line != 0 ? "line " + std::to_string(elsewhere->line) : std::string("a rule")) +
-                              " looks for " + shown(sighting.type) + " on " + shown(elsewhere->from);
+    const std::string looks =
+        (elsewhere->line != 0 ? "line " + std::to_string(elsewhere->line) : std::string("a rule")) + " looks for " +
+        shown(sighting.type) + " on " + shown(elsewhere->from);
     add_step(the_case, "rule", false,
-             is_type(the_case.question.subject) ? looks + ", where nothing of it is heard; " + shown(sighting.link) + " has " +
-                                                      std::to_string(sighting.services) + " of them"
+             is_type(the_case.question.subject) ? looks + ", where nothing of it is heard; " + shown(sighting.link) +
+                                                      " has " + std::to_string(sighting.services) + " of them"
                                                 : looks + ", and it is on " + shown(sighting.link),
              "write if_from=\"" + shown(sighting.link) + "\" into the rule, or add one" + from_it);
   } else {
@@ -185,21 +188,24 @@ void explain_silence(Case& the_case) {
     const FilterVerdict filter = judge_multicast(the_case, *link);
     if (filter.passes == false) {
       add_step(the_case, "heard", false,
-               shown(link->name) + " DEAF: asked " + std::to_string(asked) + " times, heard nothing from anybody; " + filter.text,
+               shown(link->name) + " DEAF: asked " + std::to_string(asked) + " times, heard nothing from anybody; " +
+                   filter.text,
                filter.cure);
       return;
     }
     add_step(the_case, "filter", filter.passes, shown(link->name) + ": " + filter.text);
   }
-  add_step(the_case, "heard", false, "nobody answers on " + looked_on(the_case),
-           "see whether the device is on, on which link it is, and whether it announces the service under this very name");
+  add_step(
+      the_case, "heard", false, "nobody answers on " + looked_on(the_case),
+      "see whether the device is on, on which link it is, and whether it announces the service under this very name");
 }
 
 }  // namespace
 
 void examine_unknown(Case& the_case) {
   if (the_case.session.options.no_network) {
-    add_step(the_case, "heard", std::nullopt, "the daemon knows nothing of it, and nobody else was asked (--no-network)");
+    add_step(the_case, "heard", std::nullopt,
+             "the daemon knows nothing of it, and nobody else was asked (--no-network)");
     return;
   }
   const std::vector<Sighting> sightings = look_everywhere(the_case);
@@ -208,7 +214,8 @@ void examine_unknown(Case& the_case) {
     return;
   }
   const Sighting& sighting = sightings.front();
-  add_step(the_case, "found_from", true, shown(sighting.type) + " on " + shown(sighting.link) + ", by a question of our own");
+  add_step(the_case, "found_from", true,
+           shown(sighting.type) + " on " + shown(sighting.link) + ", by a question of our own");
   const RuleView* const rule = find_rule(the_case, sighting);
   if (rule == nullptr) {
     explain_missing_rule(the_case, sighting);

@@ -18,6 +18,7 @@ bool is_of_type(const DnsRecord& record, const std::string& type) {
 ServiceCounts count_services(const std::vector<MachineLink>& links, const MachineLink& link,
                              const std::vector<std::string>& types) {
   std::vector<DnsQuestion> questions;
+  questions.reserve(types.size());
   for (const std::string& type : types) {
     questions.push_back({dns_name(type + ".local"), DnsType::ptr});
   }
@@ -43,7 +44,8 @@ std::map<std::string, ServiceCounts> count_services_everywhere(const std::vector
   std::map<std::string, std::future<ServiceCounts>> counting;
   for (const MachineLink& link : links) {
     if (link.up && link.multicast) {
-      counting[link.name] = std::async(std::launch::async, count_services, std::cref(links), std::cref(link), std::cref(types));
+      counting[link.name] =
+          std::async(std::launch::async, count_services, std::cref(links), std::cref(link), std::cref(types));
     }
   }
   std::map<std::string, ServiceCounts> counts;

@@ -8,9 +8,9 @@
 
 #include "mdnsproxyctl/machine.h"
 
-// How many services of each of these types, "_ipp._tcp", other hosts of the link announce; a type of which there is none
-// is not in it. Those that a gateway has forwarded there, this machine among them, do not count. Takes the time of a
-// question.
+// How many services of each of these types, "_ipp._tcp", other hosts of the link announce; a type of which there is
+// none is not in it. Those that a gateway has forwarded there, this machine among them, do not count. Takes the time of
+// a question.
 using ServiceCounts = std::map<std::string, std::size_t>;
 ServiceCounts count_services(const std::vector<MachineLink>& links, const MachineLink& link,
                              const std::vector<std::string>& types);

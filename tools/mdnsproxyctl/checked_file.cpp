@@ -40,7 +40,8 @@ std::string packed(const CheckedFile& checked) {
   for (const RuleView& each : checked.rules) {
     rules.push_back({each.line, each.from, each.to, each.type});
   }
-  const Json all = {{"accepted", checked.accepted}, {"findings", checked.findings}, {"lines", checked.lines}, {"rules", rules}};
+  const Json all = {
+      {"accepted", checked.accepted}, {"findings", checked.findings}, {"lines", checked.lines}, {"rules", rules}};
   return all.dump(-1, ' ', true, Json::error_handler_t::replace);
 }
 
@@ -109,7 +110,8 @@ CheckedFile check_in_memory(const Session& session, int file, const std::string&
 }
 
 // Never returns.
-[[noreturn]] void check_as(const Session& session, int file, const std::string& path, const Reader& reader, int answer) {
+[[noreturn]] void check_as(const Session& session, int file, const std::string& path, const Reader& reader,
+                           int answer) {
   const bool told = become(reader) && write_all(answer, packed(check_in_memory(session, file, path)));
   _exit(told ? 0 : 1);
 }
@@ -139,7 +141,8 @@ CheckedFile check_rules_file(const Session& session, const std::string& path) {
   return result_of(check_files(request), request);
 }
 
-CheckedFile check_rules_text(const Session& session, const std::string& text, const std::string& path, const Reader& reader) {
+CheckedFile check_rules_text(const Session& session, const std::string& text, const std::string& path,
+                             const Reader& reader) {
   const int file = file_in_memory(text);
   const std::string answer = file != -1 ? answer_of_child(session, file, path, reader) : "";
   if (file != -1) {

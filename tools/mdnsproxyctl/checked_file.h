@@ -20,7 +20,8 @@ CheckedFile check_rules_file(const Session& session, const std::string& path);
 
 // Checks a text in the file's place, as the reader: a child process becomes that user. The text is called `path` in
 // what is found. Only for root. Where the child fails, the text is not accepted, and the lines say so.
-CheckedFile check_rules_text(const Session& session, const std::string& text, const std::string& path, const Reader& reader);
+CheckedFile check_rules_text(const Session& session, const std::string& text, const std::string& path,
+                             const Reader& reader);
 
 // Whether two rules are for the same type between the same links.
 bool same_way(const RuleView& one, const RuleView& other);

@@ -50,6 +50,6 @@ struct ApplyRequest {
   bool dry_run = false;   // look and say only
 };
 
-// Checks a rules list as the daemon's user, shows its difference to the installed one, installs it and has it read. When
-// the daemon does not run with it, the old one is put back. Only root may.
+// Checks a rules list as the daemon's user, shows its difference to the installed one, installs it and has it read.
+// When the daemon does not run with it, the old one is put back. Only root may.
 int run_apply(const Session& session, const ApplyRequest& request);

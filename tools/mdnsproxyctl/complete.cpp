@@ -127,7 +127,8 @@ Words values_of(const std::string& kind, const Session& session) {
     return names_and_types(session);
   }
   if (kind == "STATE") {
-    return {state_word(StateOfInstance::forwarded), state_word(StateOfInstance::waiting), state_word(StateOfInstance::refused)};
+    return {state_word(StateOfInstance::forwarded), state_word(StateOfInstance::waiting),
+            state_word(StateOfInstance::refused)};
   }
   return {};
 }
@@ -148,7 +149,8 @@ void print_words(Words words, const std::string& begun, const std::string& front
   }
 }
 
-void print_values(const CLI::Option* option, const std::string& begun, const std::string& front, const Options& options) {
+void print_values(const CLI::Option* option, const std::string& begun, const std::string& front,
+                  const Options& options) {
   const std::string kind = option != nullptr ? kind_of(*option) : "";
   if (kind == "FILE") {
     print_word("files");
@@ -189,7 +191,8 @@ int run_complete(const CLI::App& app, const std::vector<std::string>& words, Opt
   if (line.awaited != nullptr) {
     print_values(line.awaited, begun, "", options);
   } else if (!line.only_positionals && begun.starts_with("--") && equals != std::string::npos) {
-    print_values(find_option(line, begun.substr(0, equals)), begun.substr(equals + 1), begun.substr(0, equals + 1), options);
+    print_values(find_option(line, begun.substr(0, equals)), begun.substr(equals + 1), begun.substr(0, equals + 1),
+                 options);
   } else if (!line.only_positionals && begun.starts_with('-')) {
     print_options(line, begun);
   } else if (line.command == nullptr) {

@@ -61,8 +61,8 @@ std::vector<Sighting> sightings_in(const Records& records, const std::vector<std
     const DnsName plain = type_name(type);
     for (const DnsRecord& each : records) {
       const auto is_same = [&](const Sighting& seen) { return seen.type == type && same_name(seen.name, each.target); };
-      if (is_record(each, DnsType::ptr, listing) && is_instance_of(each.target, plain) && sightings.size() < kMostFound &&
-          std::ranges::none_of(sightings, is_same)) {
+      if (is_record(each, DnsType::ptr, listing) && is_instance_of(each.target, plain) &&
+          sightings.size() < kMostFound && std::ranges::none_of(sightings, is_same)) {
         sightings.push_back({type, each.target});
       }
     }
@@ -105,7 +105,8 @@ void ask_for_hosts(const MachineLink& link, const std::vector<Sighting>& sightin
     return;
   }
   const Records more = ask(link, questions, [&](const Records& known) {
-    return std::ranges::all_of(questions, [&](const DnsQuestion& each) { return has_useful_address(known, each.name); });
+    return std::ranges::all_of(questions,
+                               [&](const DnsQuestion& each) { return has_useful_address(known, each.name); });
   });
   records.insert(records.end(), more.begin(), more.end());
 }

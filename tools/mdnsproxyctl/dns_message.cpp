@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Messages are written and read by the DNS-SD library's own code; here its wire format becomes what the tool works with.
+// Messages are written and read by the DNS-SD library's own code; here its wire format becomes what the tool works
+// with.
 #include "mdnsproxyctl/dns_message.h"
 
 #include <arpa/inet.h>
@@ -51,7 +52,8 @@ bool holds_vendor_entry(std::string_view rdata) {
 }
 
 std::uint16_t port_of(std::string_view srv_rdata) {
-  return static_cast<std::uint16_t>(static_cast<std::uint8_t>(srv_rdata[4]) << 8 | static_cast<std::uint8_t>(srv_rdata[5]));
+  return static_cast<std::uint16_t>(static_cast<std::uint8_t>(srv_rdata[4]) << 8 |
+                                    static_cast<std::uint8_t>(srv_rdata[5]));
 }
 
 // Its rdata is well formed. Nothing for a type that nobody here asks for.
@@ -93,7 +95,8 @@ DnsName dns_name(const std::string& dotted) {
 }
 
 bool same_name(const DnsName& one, const DnsName& other) {
-  return std::ranges::equal(one, other, [](const std::string& a, const std::string& b) { return mdns::same_folded(a, b); });
+  return std::ranges::equal(one, other,
+                            [](const std::string& a, const std::string& b) { return mdns::same_folded(a, b); });
 }
 
 std::vector<std::uint8_t> encode_query(std::uint16_t id, const std::vector<DnsQuestion>& questions) {

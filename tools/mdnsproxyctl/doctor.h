@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What `doctor` looks at, piece by piece. Each piece adds what it finds wrong, and for each thing that it has found well
-// one line that says so.
+// What `doctor` looks at, piece by piece. Each piece adds what it finds wrong, and for each thing that it has found
+// well one line that says so.
 #pragma once
 
 #include <string>

@@ -59,12 +59,12 @@ void examine_start(Examination& examination) {
       complete = std::max(complete, each.since);
     }
   }
-  examination.well.push_back({"start", "last start " + utc_time(view.started, examination.session.clocks) + "; " +
-                                           std::to_string(view.rules.size()) + " rules installed after " +
-                                           seconds(ready - view.started) +
-                                           (first == 0 ? std::string(", and nothing to announce then")
-                                                       : "; announcements of " + std::to_string(first) +
-                                                             " services complete after " + seconds(complete - view.started))});
+  examination.well.push_back(
+      {"start", "last start " + utc_time(view.started, examination.session.clocks) + "; " +
+                    std::to_string(view.rules.size()) + " rules installed after " + seconds(ready - view.started) +
+                    (first == 0 ? std::string(", and nothing to announce then")
+                                : "; announcements of " + std::to_string(first) + " services complete after " +
+                                      seconds(complete - view.started))});
 }
 
 void examine_link(Examination& examination, const RuleLink& held) {
@@ -77,7 +77,7 @@ void examine_link(Examination& examination, const RuleLink& held) {
   const std::vector<HealthFinding> found =
       link_findings(held.name, held.index != 0 ? held.index : link->index, examination.links);
   examination.findings.insert(examination.findings.end(), found.begin(), found.end());
-  if (found.empty()) {
+  if (found.empty() && link != nullptr) {
     std::string text = "up, can multicast, index " + std::to_string(link->index) + ":";
     for (const std::string& each : link->addresses) {
       text += " " + each;
@@ -94,20 +94,21 @@ bool is_of_the_daemon(const HealthFinding& finding) {
 
 void examine_lists(Examination& examination) {
   const Options& options = examination.session.options;
-  const Verdict verdict =
-      check_files({options.services_file, options.rules_file, options.settings_file, false, names_of(examination.links)});
+  const Verdict verdict = check_files(
+      {options.services_file, options.rules_file, options.settings_file, false, names_of(examination.links)});
   for (std::size_t i = 0; i < std::min(verdict.findings.size(), kMostListFindings); ++i) {
     const Finding& each = verdict.findings[i];
-    add_finding(examination, each.severity == Severity::error ? HealthSeverity::error : HealthSeverity::warning, "lists",
-                shown(each.file) + ":" + std::to_string(each.position.line) + ": " + shown(each.message),
+    add_finding(examination, each.severity == Severity::error ? HealthSeverity::error : HealthSeverity::warning,
+                "lists", shown(each.file) + ":" + std::to_string(each.position.line) + ": " + shown(each.message),
                 each.cure.empty() ? "mdnsproxy-check says more" : shown(each.cure));
   }
   const StateView& view = examination.session.state.view;
   const bool complete = !verdict.end && view.rules_left_out == 0 && view.phase == StatePhase::running;
   if (examination.session.is_running() && complete && !are_the_same(view.rules, verdict.installations)) {
-    add_finding(examination, HealthSeverity::warning, "lists",
-                "the daemon has other rules than " + shown(options.rules_file) + " holds now: it was changed after the start",
-                "systemctl reload mdnsproxy");
+    add_finding(
+        examination, HealthSeverity::warning, "lists",
+        "the daemon has other rules than " + shown(options.rules_file) + " holds now: it was changed after the start",
+        "systemctl reload mdnsproxy");
   } else if (verdict.findings.empty()) {
     examination.well.push_back({"lists", shown(options.rules_file) + " and " + shown(options.services_file) + ": " +
                                              std::to_string(verdict.installations.size()) + " rules, no mistake"});
@@ -124,8 +125,9 @@ void examine_daemon(Examination& examination) {
     std::ranges::copy_if(found, std::back_inserter(examination.findings), is_of_the_daemon);
     if (examination.findings.size() == before) {
       const StateView& view = session.state.view;
-      examination.well.push_back({"daemon", "it runs, process " + std::to_string(view.pid) + ", version " + shown(view.version) +
-                                                ", at most " + std::to_string(view.counter(StateCounter::high_water)) + " of " +
+      examination.well.push_back({"daemon", "it runs, process " + std::to_string(view.pid) + ", version " +
+                                                shown(view.version) + ", at most " +
+                                                std::to_string(view.counter(StateCounter::high_water)) + " of " +
                                                 std::to_string(view.limit) + " services at a time"});
     }
     examine_start(examination);

@@ -17,7 +17,8 @@ constexpr std::uint16_t kPort = 5353;
 // What the DNS-SD library asks for, for each of its sockets (dnssd/sockets.cpp).
 constexpr long kReceiveBufferBytes = 8 * 1024 * 1024;
 constexpr const char* kBufferSetting = "/proc/sys/net/core/rmem_max";
-constexpr const char* kBufferCure = "sysctl -w net.core.rmem_max=8388608, keep that in /etc/sysctl.d, and restart the daemon";
+constexpr const char* kBufferCure =
+    "sysctl -w net.core.rmem_max=8388608, keep that in /etc/sysctl.d, and restart the daemon";
 
 // More say nothing more.
 constexpr int kMostRouteFindings = 5;
@@ -26,8 +27,8 @@ constexpr int kMostRouteFindings = 5;
 constexpr const char* kResponderSettings = "/etc/avahi/avahi-daemon.conf";
 
 bool is_of_the_daemon(const PortHolder& holder, const Session& session, const ProcessRights& rights) {
-  return session.is_running() &&
-         (holder.process == session.state.view.pid || (holder.process == 0 && rights.known && holder.user == rights.user));
+  return session.is_running() && (holder.process == session.state.view.pid ||
+                                  (holder.process == 0 && rights.known && holder.user == rights.user));
 }
 
 std::string holder_text(const PortHolder& holder) {
@@ -105,13 +106,15 @@ void examine_port(Examination& examination) {
     dropped += is_of_the_daemon(each, session, rights) ? each.dropped : 0;
     if (each.name == "avahi-daemon" && is_told_to_reflect()) {
       add_finding(examination, HealthSeverity::warning, "port 5353",
-                  holder_text(each) + " repeats packets between the links of this machine: a reflector, by " + kResponderSettings,
+                  holder_text(each) + " repeats packets between the links of this machine: a reflector, by " +
+                      kResponderSettings,
                   "write enable-reflector=no into that file, and restart it");
     }
   }
   if (dropped > 0) {
     add_finding(examination, HealthSeverity::warning, "port 5353",
-                std::to_string(dropped) + " packets were lost since the daemon's receive buffers were full", kBufferCure);
+                std::to_string(dropped) + " packets were lost since the daemon's receive buffers were full",
+                kBufferCure);
   }
 }
 
@@ -127,12 +130,14 @@ void examine_buffer(Examination& examination) {
   if (limit < kReceiveBufferBytes && !unlimited) {
     add_finding(examination, HealthSeverity::warning, "buffers",
                 "net.core.rmem_max is " + std::to_string(limit) + ", and the daemon asks for " +
-                    std::to_string(kReceiveBufferBytes) + " for each socket: of a burst of announcements some may be lost",
+                    std::to_string(kReceiveBufferBytes) +
+                    " for each socket: of a burst of announcements some may be lost",
                 kBufferCure);
     return;
   }
-  examination.well.push_back({"buffers", "the daemon may have receive buffers of " + std::to_string(kReceiveBufferBytes) +
-                                             " bytes" + (limit < kReceiveBufferBytes ? ", by its capability" : "")});
+  examination.well.push_back({"buffers", "the daemon may have receive buffers of " +
+                                             std::to_string(kReceiveBufferBytes) + " bytes" +
+                                             (limit < kReceiveBufferBytes ? ", by its capability" : "")});
 }
 
 void examine_forwarding(Examination& examination) {
@@ -151,7 +156,8 @@ void examine_forwarding(Examination& examination) {
         add_finding(examination, HealthSeverity::warning, "forwarding",
                     "this machine does not forward " + version + " packets between " + shown(rule.from) + " and " +
                         shown(rule.to) + ": services are seen there, and cannot be used",
-                    "sysctl -w " + std::string(family == "::" ? "net.ipv6.conf.all.forwarding" : "net.ipv4.ip_forward") +
+                    "sysctl -w " +
+                        std::string(family == "::" ? "net.ipv6.conf.all.forwarding" : "net.ipv4.ip_forward") +
                         "=1, and keep that in /etc/sysctl.d");
       }
     }

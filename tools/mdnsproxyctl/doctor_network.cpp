@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The links' part of what `doctor` looks at: what the packet filter lets pass, what is there and not heard, and who else
-// carries it from link to link.
+// The links' part of what `doctor` looks at: what the packet filter lets pass, what is there and not heard, and who
+// else carries it from link to link.
 
 #include <algorithm>
 #include <future>
@@ -47,8 +47,9 @@ void examine_clients(Examination& examination, const std::vector<FilterChain>& c
         const FilterJudgement judgement = judge_packet(chains, packet);
         if (judgement.fate == FilterFate::dropped && said.insert(judgement.place + rule.from + rule.to).second) {
           add_finding(examination, HealthSeverity::error, "packet filter",
-                      in_quotes(instance.name) + " at " + address + " port " + std::to_string(instance.port) + " from " +
-                          shown(rule.to) + ": " + drop_text(judgement, packet.answers ? "the answers" : "a client's packets"),
+                      in_quotes(instance.name) + " at " + address + " port " + std::to_string(instance.port) +
+                          " from " + shown(rule.to) + ": " +
+                          drop_text(judgement, packet.answers ? "the answers" : "a client's packets"),
                       passing_command(judgement, packet) + ", and keep that where the filter's rules come from");
         }
       }
@@ -61,7 +62,8 @@ void examine_clients(Examination& examination, const std::vector<FilterChain>& c
 
 bool hears_something(const Examination& examination, const std::string& link) {
   const StateView& view = examination.session.state.view;
-  return std::ranges::any_of(view.instances, [&](const InstanceView& each) { return view.rules[each.rule].from == link; });
+  return std::ranges::any_of(view.instances,
+                             [&](const InstanceView& each) { return view.rules[each.rule].from == link; });
 }
 
 struct SilentLink {
@@ -121,16 +123,18 @@ void judge_silence(Examination& examination, const SilentLink& link, const Censu
     const std::size_t count = count_of(counts, link.types);
     if (count > 0 && other == link.name) {
       explained = true;
-      add_finding(examination, HealthSeverity::error, name,
-                  "DEAF: " + std::to_string(count) +
-                      " services of its rules' types answer questions of another port, and the daemon has heard none of them",
-                  "let UDP port 5353 through this machine's packet filter, in and out, on " + name);
+      add_finding(
+          examination, HealthSeverity::error, name,
+          "DEAF: " + std::to_string(count) +
+              " services of its rules' types answer questions of another port, and the daemon has heard none of them",
+          "let UDP port 5353 through this machine's packet filter, in and out, on " + name);
     } else if (count > 0 && !is_looked_for(examination, other, link.types)) {
       explained = true;
-      add_finding(examination, HealthSeverity::warning, name,
-                  "nothing of its rules' types is heard; " + shown(other) + " has " + std::to_string(count) + " of them",
-                  (link.line != 0 ? "line " + std::to_string(link.line) + ": " : std::string()) + "write if_from=\"" +
-                      shown(other) + "\" if those are meant");
+      add_finding(
+          examination, HealthSeverity::warning, name,
+          "nothing of its rules' types is heard; " + shown(other) + " has " + std::to_string(count) + " of them",
+          (link.line != 0 ? "line " + std::to_string(link.line) + ": " : std::string()) + "write if_from=\"" +
+              shown(other) + "\" if those are meant");
     }
   }
   if (!explained) {
@@ -145,7 +149,8 @@ void examine_packet_filter(Examination& examination) {
   filter.filter = read_filter();
   if (filter.filter->outcome != FilterOutcome::ok) {
     const bool root = filter.filter->outcome == FilterOutcome::needs_root;
-    examination.not_seen.push_back({"packet filter", filter.filter->message + (root ? "; run this command again by sudo" : "")});
+    examination.not_seen.push_back(
+        {"packet filter", filter.filter->message + (root ? "; run this command again by sudo" : "")});
     return;
   }
   StateView view;
@@ -177,7 +182,8 @@ void examine_hearing(Examination& examination) {
 
 void examine_others(Examination& examination) {
   const Session& session = examination.session;
-  const bool has_services = session.is_running() && std::ranges::any_of(session.state.view.instances, can_find_repeaters);
+  const bool has_services =
+      session.is_running() && std::ranges::any_of(session.state.view.instances, can_find_repeaters);
   if (!has_services || session.options.no_network) {
     examination.not_seen.push_back(
         {"reflectors", has_services ? "nobody was asked (--no-network)" : "there is no service to look for them with"});

@@ -63,10 +63,10 @@ std::optional<FilterPacket> multicast_from(const MachineLink& link, bool ipv6);
 // The same from this machine to the link.
 std::optional<FilterPacket> multicast_to(const MachineLink& link, bool ipv6);
 
-// What any host of the link of clients sends first to a service on the other link, and the answer to that. None when the
-// link has no address of the service's family.
-std::vector<FilterPacket> client_packets(const MachineLink& clients, const std::string& service_link, const std::string& address,
-                                         std::uint16_t port, bool tcp);
+// What any host of the link of clients sends first to a service on the other link, and the answer to that. None when
+// the link has no address of the service's family.
+std::vector<FilterPacket> client_packets(const MachineLink& clients, const std::string& service_link,
+                                         const std::string& address, std::uint16_t port, bool tcp);
 
 enum class FilterFate { passes, dropped, cannot_tell };
 
@@ -79,8 +79,8 @@ struct FilterJudgement {
 
 FilterJudgement judge_packet(const std::vector<FilterChain>& chains, const FilterPacket& packet);
 
-// "nft counts 19 packets dropped by chain input of table inet filter (the rule with handle 4)", of one that drops; where
-// nothing is counted, "WHAT are dropped by ...".
+// "nft counts 19 packets dropped by chain input of table inet filter (the rule with handle 4)", of one that drops;
+// where nothing is counted, "WHAT are dropped by ...".
 std::string drop_text(const FilterJudgement& judgement, const std::string& what);
 
 // The command that lets the packet pass where the judgement says that it is dropped.

@@ -63,10 +63,13 @@ Operand named(const std::string& name, std::optional<long> number = std::nullopt
   return {Operand::Kind::known, {name}, number, {}};
 }
 
-Operand transport(const FilterPacket& packet) { return packet.tcp ? named("tcp", IPPROTO_TCP) : named("udp", IPPROTO_UDP); }
+Operand transport(const FilterPacket& packet) {
+  return packet.tcp ? named("tcp", IPPROTO_TCP) : named("udp", IPPROTO_UDP);
+}
 
 Operand port(std::uint16_t number) {
-  return {Operand::Kind::known, number == 5353 ? std::vector<std::string>{"mdns"} : std::vector<std::string>{}, number, {}};
+  return {
+      Operand::Kind::known, number == 5353 ? std::vector<std::string>{"mdns"} : std::vector<std::string>{}, number, {}};
 }
 
 bool is_ipv6(const FilterPacket& packet) { return packet.destination.find(':') != std::string::npos; }
@@ -120,10 +123,13 @@ Operand payload_operand(const Json& payload, const FilterPacket& packet) {
 // The kind of the destination's address, as the routes say it.
 Operand fib_operand(const Json& fib, const FilterPacket& packet) {
   const Json* const flags = member(fib, "flags");
-  if (text_of(fib, "result") != "type" || flags == nullptr || (*flags != Json("daddr") && *flags != Json::array({"daddr"}))) {
+  if (text_of(fib, "result") != "type" || flags == nullptr ||
+      (*flags != Json("daddr") && *flags != Json::array({"daddr"}))) {
     return kUnknown;
   }
-  return named(is_multicast(address_of(packet.destination)) ? "multicast" : packet.out_link.empty() ? "local" : "unicast");
+  return named(is_multicast(address_of(packet.destination)) ? "multicast"
+               : packet.out_link.empty()                    ? "local"
+                                                            : "unicast");
 }
 
 Operand operand_of(const Json& expression, const FilterPacket& packet) {
@@ -142,7 +148,7 @@ Operand operand_of(const Json& expression, const FilterPacket& packet) {
   return kUnknown;
 }
 
-// --- Values ----------------------------------------------------------------------------------------------------------------------
+// --- Values ----------------------------------------------------------------------------------------------------------
 
 Answer is_value(const Operand& operand, const Json& value);
 

@@ -25,7 +25,8 @@ std::optional<FilterPacket> multicast_packet(const MachineLink& link, bool ipv6)
   if (own.empty()) {
     return std::nullopt;
   }
-  return FilterPacket{"", "", own, ipv6 ? "ff02::fb" : "224.0.0.251", false, kMulticastDnsPort, kMulticastDnsPort, false};
+  return FilterPacket{"",   "", own, ipv6 ? "ff02::fb" : "224.0.0.251", false, kMulticastDnsPort, kMulticastDnsPort,
+                      false};
 }
 
 }  // namespace
@@ -46,8 +47,8 @@ std::optional<FilterPacket> multicast_to(const MachineLink& link, bool ipv6) {
   return packet;
 }
 
-std::vector<FilterPacket> client_packets(const MachineLink& clients, const std::string& service_link, const std::string& address,
-                                         std::uint16_t port, bool tcp) {
+std::vector<FilterPacket> client_packets(const MachineLink& clients, const std::string& service_link,
+                                         const std::string& address, std::uint16_t port, bool tcp) {
   const std::string client = own_address(clients, is_ipv6(address));
   if (client.empty()) {
     return {};
@@ -57,8 +58,9 @@ std::vector<FilterPacket> client_packets(const MachineLink& clients, const std::
 }
 
 std::string drop_text(const FilterJudgement& judgement, const std::string& what) {
-  return judgement.packets ? "nft counts " + std::to_string(*judgement.packets) + " packets dropped by " + judgement.place
-                           : what + " are dropped by " + judgement.place;
+  return judgement.packets
+             ? "nft counts " + std::to_string(*judgement.packets) + " packets dropped by " + judgement.place
+             : what + " are dropped by " + judgement.place;
 }
 
 std::string passing_command(const FilterJudgement& judgement, const FilterPacket& packet) {

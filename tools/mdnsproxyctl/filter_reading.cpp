@@ -53,7 +53,8 @@ std::optional<std::string> read_all(int input) {
   std::string text;
   const auto end = std::chrono::steady_clock::now() + kLongestRun;
   while (text.size() < kMostBytes) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()).count();
     pollfd ready = {input, POLLIN, 0};
     if (left <= 0 || poll(&ready, 1, static_cast<int>(left)) <= 0) {
       return std::nullopt;
@@ -116,7 +117,8 @@ void add_chain(const Json& chain, std::vector<FilterChain>& chains) {
 void add_rule(const Json& rule, std::vector<FilterChain>& chains) {
   const Json* const statements = member(rule, "expr");
   const auto chain = std::ranges::find_if(chains, [&](const FilterChain& each) {
-    return each.name == text_of(rule, "chain") && each.table == text_of(rule, "table") && each.family == text_of(rule, "family");
+    return each.name == text_of(rule, "chain") && each.table == text_of(rule, "table") &&
+           each.family == text_of(rule, "family");
   });
   if (chain != chains.end() && statements != nullptr && statements->is_array()) {
     chain->rules.push_back({static_cast<int>(number_of(rule, "handle")), *statements});
@@ -161,7 +163,8 @@ FilterReading read_filter() {
     return {FilterOutcome::needs_root, "not looked at: only root may read the packet filter", {}};
   }
   const char* const program = find_program();
-  const char* const old_tables = "not looked at: its rules are those of iptables-legacy, which iptables-legacy-save shows";
+  const char* const old_tables =
+      "not looked at: its rules are those of iptables-legacy, which iptables-legacy-save shows";
   if (program == nullptr && has_old_tables()) {
     return {FilterOutcome::failed, old_tables, {}};
   }

@@ -112,8 +112,9 @@ Effect effect_of(const FilterRule& rule, const FilterPacket& packet) {
 FilterJudgement place_of(const FilterChain& chain, const FilterRule* rule) {
   FilterJudgement place;
   place.chain = shown(chain.family) + " " + shown(chain.table) + " " + shown(chain.name);
-  place.place = "chain " + shown(chain.name) + " of table " + shown(chain.family) + " " + shown(chain.table) +
-                (rule != nullptr ? " (the rule with handle " + std::to_string(rule->handle) + ")" : std::string(" (its policy)"));
+  place.place =
+      "chain " + shown(chain.name) + " of table " + shown(chain.family) + " " + shown(chain.table) +
+      (rule != nullptr ? " (the rule with handle " + std::to_string(rule->handle) + ")" : std::string(" (its policy)"));
   return place;
 }
 
@@ -143,7 +144,8 @@ Act walk(Way& way, const FilterChain& chain, int depth) {
       continue;
     }
     const bool jumps = act == Act::jump || act == Act::go;
-    const FilterChain* const target = jumps && depth < kDeepestJump ? find_chain(way, chain, effect.verdict.target) : nullptr;
+    const FilterChain* const target =
+        jumps && depth < kDeepestJump ? find_chain(way, chain, effect.verdict.target) : nullptr;
     if (!effect.applies || (jumps && target == nullptr)) {
       note_doubt(way, chain, rule, act);
       continue;
@@ -191,7 +193,8 @@ std::vector<const FilterChain*> chains_on_way(const std::vector<FilterChain>& ch
         found.push_back(&each);
       }
     }
-    std::ranges::stable_sort(found.begin() + first, found.end(), {}, [](const FilterChain* each) { return each->priority; });
+    std::ranges::stable_sort(found.begin() + first, found.end(), {},
+                             [](const FilterChain* each) { return each->priority; });
   }
   return found;
 }

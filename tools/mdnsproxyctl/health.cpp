@@ -9,8 +9,8 @@ namespace {
 constexpr std::uint64_t kLongestPass = 5'000'000'000;
 constexpr std::uint64_t kLongestStep = 10'000'000'000;
 
-void add(std::vector<HealthFinding>& findings, HealthSeverity severity, const std::string& subject, const std::string& text,
-         const std::string& cure) {
+void add(std::vector<HealthFinding>& findings, HealthSeverity severity, const std::string& subject,
+         const std::string& text, const std::string& cure) {
   findings.push_back({severity, subject, text, cure});
 }
 
@@ -23,14 +23,17 @@ void judge_process(const Session& session, std::vector<HealthFinding>& findings)
         "process " + std::to_string(view.pid) + " is stopped (by a signal or a debugger)",
         "let it go on: kill -CONT " + std::to_string(view.pid));
   } else if (view.phase == StatePhase::running && !view.waiting && silent > kLongestPass) {
-    add(findings, HealthSeverity::error, "daemon", "it hangs: it has been busy with one thing for " + duration(silent), restart);
+    add(findings, HealthSeverity::error, "daemon", "it hangs: it has been busy with one thing for " + duration(silent),
+        restart);
   } else if (view.phase == StatePhase::starting && silent > kLongestStep) {
-    add(findings, HealthSeverity::error, "daemon", "it hangs: its start-up has not gone on for " + duration(silent), restart);
+    add(findings, HealthSeverity::error, "daemon", "it hangs: its start-up has not gone on for " + duration(silent),
+        restart);
   } else if (view.phase == StatePhase::ended) {
     add(findings, HealthSeverity::error, "daemon", "it is about to end with status " + std::to_string(view.exit_status),
         "look for the reason: journalctl -u mdnsproxy");
   } else if (view.phase == StatePhase::starting) {
-    add(findings, HealthSeverity::warning, "daemon", "it is still starting: rules are being installed", "wait for a few seconds");
+    add(findings, HealthSeverity::warning, "daemon", "it is still starting: rules are being installed",
+        "wait for a few seconds");
   }
 }
 
@@ -55,7 +58,8 @@ void judge_limit(const StateView& view, std::vector<HealthFinding>& findings) {
   }
   if (const std::uint64_t left_out = view.counter(StateCounter::left_out); left_out > 0) {
     add(findings, HealthSeverity::warning, "limit",
-        std::to_string(left_out) + " times a service had no room in the state file, and is not shown", "use fewer rules");
+        std::to_string(left_out) + " times a service had no room in the state file, and is not shown",
+        "use fewer rules");
   }
 }
 
@@ -75,7 +79,8 @@ std::vector<RuleLink> rule_links(const StateView& view) {
   return links;
 }
 
-std::vector<HealthFinding> link_findings(const std::string& name, int daemon_index, const std::vector<MachineLink>& links) {
+std::vector<HealthFinding> link_findings(const std::string& name, int daemon_index,
+                                         const std::vector<MachineLink>& links) {
   std::vector<HealthFinding> findings;
   const std::string subject = shown(name);
   const MachineLink* const link = find_link(links, name);
@@ -86,8 +91,8 @@ std::vector<HealthFinding> link_findings(const std::string& name, int daemon_ind
     add(findings, HealthSeverity::error, subject, dead + ", and there is no such interface",
         "make the interface again; then " + restart);
   } else if (link->index != daemon_index) {
-    add(findings, HealthSeverity::error, subject, dead + ", and it has been made anew with index " + std::to_string(link->index),
-        restart);
+    add(findings, HealthSeverity::error, subject,
+        dead + ", and it has been made anew with index " + std::to_string(link->index), restart);
   } else if (!link->multicast) {
     add(findings, HealthSeverity::error, subject, "it cannot multicast", "name another interface in the rules");
   } else if (!link->up) {
@@ -136,8 +141,8 @@ Json findings_json(const std::vector<HealthFinding>& findings) {
 std::string findings_text(const std::vector<HealthFinding>& findings) {
   std::string text;
   for (const HealthFinding& each : findings) {
-    text += std::string(each.severity == HealthSeverity::error ? "error: " : "warning: ") + each.subject + ": " + each.text +
-            "; cure: " + each.cure + "\n";
+    text += std::string(each.severity == HealthSeverity::error ? "error: " : "warning: ") + each.subject + ": " +
+            each.text + "; cure: " + each.cure + "\n";
   }
   return text;
 }

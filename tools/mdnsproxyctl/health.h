@@ -25,7 +25,8 @@ std::vector<HealthFinding> findings_of(const Session& session, const std::vector
 HealthFinding absence_finding(const Session& session);
 
 // The findings about one link that rules name, with the index that the daemon holds it by.
-std::vector<HealthFinding> link_findings(const std::string& name, int daemon_index, const std::vector<MachineLink>& links);
+std::vector<HealthFinding> link_findings(const std::string& name, int daemon_index,
+                                         const std::vector<MachineLink>& links);
 
 // The findings as the schema has them.
 Json findings_json(const std::vector<HealthFinding>& findings);

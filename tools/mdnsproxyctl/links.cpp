@@ -44,7 +44,8 @@ std::string others_text(const Session& session, const RuleLink& held) {
   if (figures == nullptr || figures->siblings.empty()) {
     return "";
   }
-  return shown(held.name) + ": " + joined(figures->siblings) + " announces the same services: another gateway, or a reflector\n";
+  return shown(held.name) + ": " + joined(figures->siblings) +
+         " announces the same services: another gateway, or a reflector\n";
 }
 
 void add_reflectors(Row& row, const std::vector<Repeater>& repeaters) {
@@ -64,7 +65,8 @@ int run_links(const Session& session, const std::string& only) {
   }
   const std::vector<MachineLink> links = machine_links();
   answer["links"] = Json::array();
-  std::vector<std::vector<std::string>> rows = {{"LINK", "INDEX", "STATE", "MULTICAST", "RECEIVED", "SENT", "LOST", "ADDRESSES"}};
+  std::vector<std::vector<std::string>> rows = {
+      {"LINK", "INDEX", "STATE", "MULTICAST", "RECEIVED", "SENT", "LOST", "ADDRESSES"}};
   std::vector<HealthFinding> all;
   std::string others;
   const std::vector<Repeater> repeaters =
@@ -80,7 +82,8 @@ int run_links(const Session& session, const std::string& only) {
     }
   }
   if (rows.size() == 1) {
-    const std::string what = only.empty() ? "There is no rule, and so no link.\n" : "No rule names " + in_quotes(only) + ".\n";
+    const std::string what =
+        only.empty() ? "There is no rule, and so no link.\n" : "No rule names " + in_quotes(only) + ".\n";
     return print_answer(session, answer, what, kWorthALook);
   }
   return print_answer(session, answer, table(rows) + others + findings_text(all), findings_status(all));

@@ -36,7 +36,8 @@ std::string where_text(const InstanceView& instance) {
     text += (text.empty() ? "" : "; ") + std::string("there as ") + in_quotes(instance.name_there);
   }
   if (!instance.host.empty()) {
-    text += (text.empty() ? "" : "; ") + shown(instance.host) + (instance.port != 0 ? ":" + std::to_string(instance.port) : "");
+    text += (text.empty() ? "" : "; ") + shown(instance.host) +
+            (instance.port != 0 ? ":" + std::to_string(instance.port) : "");
   }
   for (const std::string& address : instance.addresses) {
     text += " " + address;
@@ -56,8 +57,8 @@ int run_rules(const Session& session) {
     const RuleView& rule = view.rules[i];
     const StateCounts counts = count_states(view, i);
     answer["rules"].push_back(rule_json(view, i));
-    rows.push_back({line_text(rule), shown(rule.from), shown(rule.to), shown(rule.type), std::to_string(counts.forwarded),
-                    std::to_string(counts.waiting), std::to_string(counts.refused)});
+    rows.push_back({line_text(rule), shown(rule.from), shown(rule.to), shown(rule.type),
+                    std::to_string(counts.forwarded), std::to_string(counts.waiting), std::to_string(counts.refused)});
   }
   const bool none = view.rules.empty();
   return print_answer(session, answer, none ? "There is no rule.\n" : table(rows), none ? kWorthALook : kWell);

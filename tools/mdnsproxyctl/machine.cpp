@@ -63,8 +63,9 @@ const MachineLink* find_link(const std::vector<MachineLink>& links, const std::s
 }
 
 bool is_of_this_machine(const std::vector<MachineLink>& links, const std::string& address) {
-  return std::ranges::any_of(
-      links, [&](const MachineLink& each) { return std::ranges::find(each.addresses, address) != each.addresses.end(); });
+  return std::ranges::any_of(links, [&](const MachineLink& each) {
+    return std::ranges::find(each.addresses, address) != each.addresses.end();
+  });
 }
 
 // "PID (NAME) STATE ...", where the name may hold anything, parentheses too.

@@ -19,8 +19,9 @@ constexpr const char* kServicesFile = "/etc/mdnsservice-list.xml";
 constexpr const char* kRulesFile = "/etc/mdnsproxyrule-list.xml";
 constexpr const char* kRulesFileByHand = "/tmp/mdnsproxyrule-list.xml";
 
-const std::map<std::string, StateOfInstance> kStates = {
-    {"forwarded", StateOfInstance::forwarded}, {"waiting", StateOfInstance::waiting}, {"refused", StateOfInstance::refused}};
+const std::map<std::string, StateOfInstance> kStates = {{"forwarded", StateOfInstance::forwarded},
+                                                        {"waiting", StateOfInstance::waiting},
+                                                        {"refused", StateOfInstance::refused}};
 
 // What stands on the command line, of whichever command.
 struct Arguments {
@@ -39,7 +40,8 @@ void describe_options(CLI::App& app, Arguments& arguments) {
   app.set_version_flag("--version", MDNSPROXY_VERSION);
   app.fallthrough();
   app.require_subcommand(1);
-  app.add_option("--state-file", arguments.options.state_file, "the state file (default: by the settings)")->type_name("FILE");
+  app.add_option("--state-file", arguments.options.state_file, "the state file (default: by the settings)")
+      ->type_name("FILE");
   app.add_option("--services", arguments.options.services_file, "services list (default: /etc/mdnsservice-list.xml)")
       ->type_name("FILE");
   app.add_option("--rules", arguments.options.rules_file, "installed rules list")->type_name("FILE");
@@ -71,11 +73,13 @@ void describe_commands(CLI::App& app, Arguments& arguments) {
   CLI::App* metrics = app.add_subcommand("metrics", "figures for Prometheus");
   CLI::App* report = app.add_subcommand("report", "all of it as one page for a browser");
   for (CLI::App* each : {metrics, report}) {
-    each->add_option("-o,--output", arguments.output_file, "write to this file, which is replaced as a whole")->type_name("FILE");
+    each->add_option("-o,--output", arguments.output_file, "write to this file, which is replaced as a whole")
+        ->type_name("FILE");
   }
   CLI::App* what_if = app.add_subcommand("what-if", "what would come and go with another rules list");
   what_if->add_option("file", arguments.what_if_file, "the rules list")->type_name("FILE")->required();
-  CLI::App* apply = app.add_subcommand("apply", "check a rules list, install it and have the daemon read it (root only)");
+  CLI::App* apply =
+      app.add_subcommand("apply", "check a rules list, install it and have the daemon read it (root only)");
   apply->add_option("file", arguments.apply.file, "the rules list (default: the installed one)")->type_name("FILE");
   apply->add_flag("--dry-run", arguments.apply.dry_run, "check it and show the difference only");
 }
@@ -138,7 +142,8 @@ int main(int argc, char** argv) {
   Arguments arguments;
   describe_options(app, arguments);
   describe_commands(app, arguments);
-  if (argc >= 2 && std::strcmp(argv[1], "complete") == 0) {  // asked by shells alone, and so no command of the description
+  if (argc >= 2 && std::strcmp(argv[1], "complete") == 0) {  // asked by shells alone, and so no command of the
+                                                             // description
     arguments.options.state_file = configured_state_file(kSettingsFile);
     return run_complete(app, {argv + 2, argv + argc}, arguments.options);
   }

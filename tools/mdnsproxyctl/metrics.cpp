@@ -33,16 +33,20 @@ struct CounterMetric {
 };
 
 constexpr CounterMetric kCounters[] = {
-    {StateCounter::found, "mdnsproxy_services_found_total", "Services that appeared on a link where a rule looks for them."},
+    {StateCounter::found, "mdnsproxy_services_found_total",
+     "Services that appeared on a link where a rule looks for them."},
     {StateCounter::gone, "mdnsproxy_services_gone_total", "Services that went away again."},
-    {StateCounter::forwarded, "mdnsproxy_services_forwarded_total", "Services that came to be announced on another link."},
+    {StateCounter::forwarded, "mdnsproxy_services_forwarded_total",
+     "Services that came to be announced on another link."},
     {StateCounter::renamed, "mdnsproxy_services_renamed_total", "Services that were announced under another name."},
     {StateCounter::limit, "mdnsproxy_refused_limit_total", "Services refused since there were too many."},
     {StateCounter::through_gateway, "mdnsproxy_refused_through_gateway_total",
      "Services refused since they came through a gateway."},
     {StateCounter::conflict, "mdnsproxy_refused_conflict_total", "Services refused since their name was taken."},
-    {StateCounter::refused_otherwise, "mdnsproxy_refused_otherwise_total", "Services that the DNS-SD library did not take."},
-    {StateCounter::addresses, "mdnsproxy_addresses_changed_total", "Addresses of hosts that were announced or changed."},
+    {StateCounter::refused_otherwise, "mdnsproxy_refused_otherwise_total",
+     "Services that the DNS-SD library did not take."},
+    {StateCounter::addresses, "mdnsproxy_addresses_changed_total",
+     "Addresses of hosts that were announced or changed."},
     {StateCounter::left_out, "mdnsproxy_state_left_out_total", "Services that had no room in the state file."},
     {StateCounter::wakes, "mdnsproxy_wakes_total", "Passes of the event loop."},
 };
@@ -71,7 +75,8 @@ Metric services_metric(const StateView& view) {
       const auto count = std::ranges::count_if(
           view.instances, [&](const InstanceView& each) { return each.state == state && each.reason == reason; });
       if (count > 0 || i == 0) {
-        metric.samples.push_back({{{"state", state_word(state)}, {"reason", reason_word(reason)}}, static_cast<double>(count)});
+        metric.samples.push_back(
+            {{{"state", state_word(state)}, {"reason", reason_word(reason)}}, static_cast<double>(count)});
       }
     }
   }
@@ -79,7 +84,8 @@ Metric services_metric(const StateView& view) {
 }
 
 Metric links_metric(const StateView& view) {
-  Metric metric = {"mdnsproxy_link_well", "Whether a link that rules name is there, up, and able to multicast.", "gauge", {}};
+  Metric metric = {
+      "mdnsproxy_link_well", "Whether a link that rules name is there, up, and able to multicast.", "gauge", {}};
   const std::vector<MachineLink> links = machine_links();
   for (const RuleLink& each : rule_links(view)) {
     metric.samples.push_back({{{"link", each.name}}, link_findings(each.name, each.index, links).empty() ? 1.0 : 0.0});

@@ -42,7 +42,8 @@ bool replace_file(const std::string& path, const std::string& text) {
 
 }  // namespace
 
-int write_answer(const Session& session, const std::string& file, const Json& answer, const std::string& text, int status) {
+int write_answer(const Session& session, const std::string& file, const Json& answer, const std::string& text,
+                 int status) {
   if (file.empty() || file == "-") {
     return print_answer(session, answer, text, status);
   }

@@ -90,7 +90,8 @@ std::vector<UdpSocket> udp_sockets(const std::string& text) {
     const auto port = number_in<std::uint16_t>(words[1].substr(colon + 1), 16, 0);
     const auto inode = number_in<std::uint64_t>(words[9], 10, 0);
     if (port != 0 && inode != 0) {
-      sockets.push_back({port, number_in<std::uint32_t>(words[7], 10, 0), inode, number_in<std::uint64_t>(words[12], 10, 0)});
+      sockets.push_back(
+          {port, number_in<std::uint32_t>(words[7], 10, 0), inode, number_in<std::uint64_t>(words[12], 10, 0)});
     }
   }
   return sockets;
@@ -104,8 +105,9 @@ std::vector<PortHolder> holders_of_port(std::uint16_t port) {
   for (const UdpSocket& each : sockets) {
     const auto owner = processes.find(each.inode);
     const std::uint32_t process = owner != processes.end() ? owner->second : 0;
-    auto holder = std::ranges::find_if(
-        holders, [&](const PortHolder& one) { return one.process == process && (process != 0 || one.user == each.user); });
+    auto holder = std::ranges::find_if(holders, [&](const PortHolder& one) {
+      return one.process == process && (process != 0 || one.user == each.user);
+    });
     if (holder == holders.end()) {
       holders.push_back({process, process_name(process), each.user, 0, 0});
       holder = holders.end() - 1;

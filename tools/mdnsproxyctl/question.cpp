@@ -118,7 +118,8 @@ class Asker {
 
   void send(const std::vector<std::uint8_t>& message) const {
     if (socket_ != -1) {
-      sendto(socket_, message.data(), message.size(), 0, reinterpret_cast<const sockaddr*>(&group_.address), group_.size);
+      sendto(socket_, message.data(), message.size(), 0, reinterpret_cast<const sockaddr*>(&group_.address),
+             group_.size);
     }
   }
 
@@ -156,7 +157,8 @@ std::uint16_t random_id() {
 void send_all(const Asker& asker, const std::vector<DnsQuestion>& questions) {
   for (std::size_t first = 0; first < questions.size(); first += kQuestionsInPacket) {
     const auto begin = questions.begin() + static_cast<std::ptrdiff_t>(first);
-    const auto end = questions.begin() + static_cast<std::ptrdiff_t>(std::min(first + kQuestionsInPacket, questions.size()));
+    const auto end =
+        questions.begin() + static_cast<std::ptrdiff_t>(std::min(first + kQuestionsInPacket, questions.size()));
     asker.send(encode_query(random_id(), {begin, end}));
   }
 }

@@ -34,7 +34,8 @@ class Socket {
 bool is_ipv6(const std::string& address) { return address.find(':') != std::string::npos; }
 
 std::string setting_path(const std::string& address, const std::string& link) {
-  return is_ipv6(address) ? "/proc/sys/net/ipv6/conf/all/forwarding" : "/proc/sys/net/ipv4/conf/" + link + "/forwarding";
+  return is_ipv6(address) ? "/proc/sys/net/ipv6/conf/all/forwarding"
+                          : "/proc/sys/net/ipv4/conf/" + link + "/forwarding";
 }
 
 bool is_set(const std::string& path) {

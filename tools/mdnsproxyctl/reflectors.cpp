@@ -24,7 +24,9 @@ constexpr std::ptrdiff_t kSampleSize = 3;
 
 bool is_of_type(const DnsRecord& record, DnsType type) { return record.type == static_cast<std::uint16_t>(type); }
 
-const RuleView& rule_of(const Session& session, const InstanceView& service) { return session.state.view.rules[service.rule]; }
+const RuleView& rule_of(const Session& session, const InstanceView& service) {
+  return session.state.view.rules[service.rule];
+}
 
 DnsName name_of(const Session& session, const InstanceView& service) {
   DnsName name = dns_name(base_type(rule_of(session, service).type) + ".local");
@@ -105,8 +107,10 @@ void judge_answers(const Session& session, const std::vector<MachineLink>& links
   for (const DnsRecord& each : records) {
     // Another service of the same name has another host or port.
     if (is_of_type(each, DnsType::srv) && same_name(each.name, name) && each.port == service.port &&
-        same_name(each.target, host) && !is_of_this_machine(links, each.sender) && !is_its_host(service, each.sender, records)) {
-      add_repeater(repeaters, {each.sender, "", rule.from, rule.to, says_gateway(records, each.sender, name)}, to->index);
+        same_name(each.target, host) && !is_of_this_machine(links, each.sender) &&
+        !is_its_host(service, each.sender, records)) {
+      add_repeater(repeaters, {each.sender, "", rule.from, rule.to, says_gateway(records, each.sender, name)},
+                   to->index);
     }
   }
 }
@@ -172,7 +176,8 @@ std::vector<Repeater> find_all_repeaters(const Session& session, const std::vect
   return repeaters;
 }
 
-std::optional<Repeater> find_gateway(const Session& session, const std::vector<MachineLink>& links, const InstanceView& service) {
+std::optional<Repeater> find_gateway(const Session& session, const std::vector<MachineLink>& links,
+                                     const InstanceView& service) {
   const RuleView& rule = rule_of(session, service);
   const MachineLink* const link = find_link(links, rule.from);
   if (link == nullptr) {
@@ -182,7 +187,9 @@ std::optional<Repeater> find_gateway(const Session& session, const std::vector<M
   const auto is_copy = [&](const DnsRecord& each) {
     return each.through_gateway && same_name(each.name, name) && !is_of_this_machine(links, each.sender);
   };
-  const auto is_copy_over4 = [&](const DnsRecord& each) { return is_copy(each) && each.sender.find(':') == std::string::npos; };
+  const auto is_copy_over4 = [&](const DnsRecord& each) {
+    return is_copy(each) && each.sender.find(':') == std::string::npos;
+  };
   const std::vector<DnsRecord> records = ask(
       *link, {{name, DnsType::txt}}, [&](const auto& heard) { return std::ranges::any_of(heard, is_copy_over4); },
       kAnswerMilliseconds);
@@ -199,8 +206,8 @@ std::string host_text(const Repeater& repeater) {
 }
 
 std::string repeater_text(const Repeater& repeater) {
-  return repeater.gateway ? host_text(repeater) + " announces services of " + shown(repeater.from) + " on " + shown(repeater.to) +
-                                ", too: another gateway"
-                          : host_text(repeater) + " repeats packets of " + shown(repeater.from) + " on " + shown(repeater.to) +
-                                ": a reflector";
+  return repeater.gateway ? host_text(repeater) + " announces services of " + shown(repeater.from) + " on " +
+                                shown(repeater.to) + ", too: another gateway"
+                          : host_text(repeater) + " repeats packets of " + shown(repeater.from) + " on " +
+                                shown(repeater.to) + ": a reflector";
 }

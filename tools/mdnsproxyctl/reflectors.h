@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Other machines that carry services from one link to another: reflectors, which repeat packets, and other gateways.
 //
-// They are found by a question on the one link for what is on the other: a host that answers for it, and neither is this
-// machine nor has the service, repeats what it has heard there.
+// They are found by a question on the one link for what is on the other: a host that answers for it, and neither is
+// this machine nor has the service, repeats what it has heard there.
 #pragma once
 
 #include <optional>
@@ -31,9 +31,10 @@ std::vector<Repeater> find_repeaters(const Session& session, const std::vector<M
 // Those between any two links of the rules, by a few services of each two. All links are asked at the same time.
 std::vector<Repeater> find_all_repeaters(const Session& session, const std::vector<MachineLink>& links);
 
-// Who announces, on the link where the daemon has found it, this service that has come through a gateway. Nothing: nobody
-// answers any more.
-std::optional<Repeater> find_gateway(const Session& session, const std::vector<MachineLink>& links, const InstanceView& service);
+// Who announces, on the link where the daemon has found it, this service that has come through a gateway. Nothing:
+// nobody answers any more.
+std::optional<Repeater> find_gateway(const Session& session, const std::vector<MachineLink>& links,
+                                     const InstanceView& service);
 
 // "10.2.0.9 (02:00:5e:10:00:09) repeats packets of br10 on br20: a reflector", or what another gateway does.
 std::string repeater_text(const Repeater& repeater);

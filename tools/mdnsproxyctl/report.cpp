@@ -24,7 +24,8 @@ constexpr std::uint64_t kStep = 10 * kNsPerSecond;
 // --- Rules and services --------------------------------------------------------------------------------------------
 
 ReportWay& way_of(std::vector<ReportWay>& ways, const std::string& from, const std::string& to) {
-  const auto found = std::ranges::find_if(ways, [&](const ReportWay& each) { return each.from == from && each.to == to; });
+  const auto found =
+      std::ranges::find_if(ways, [&](const ReportWay& each) { return each.from == from && each.to == to; });
   return found != ways.end() ? *found : ways.emplace_back(ReportWay{from, to, {}});
 }
 
@@ -39,7 +40,8 @@ ReportRule& rule_of(std::vector<ReportWay>& ways, const RuleView& rule) {
 
 bool is_both_ways(const std::vector<ReportWay>& ways, const ReportWay& way, const ReportRule& rule) {
   return rule.line != 0 && std::ranges::any_of(ways, [&](const ReportWay& each) {
-           return each.from == way.to && each.to == way.from && std::ranges::count(each.rules, rule.line, &ReportRule::line) > 0;
+           return each.from == way.to && each.to == way.from &&
+                  std::ranges::count(each.rules, rule.line, &ReportRule::line) > 0;
          });
 }
 
@@ -66,7 +68,8 @@ void add_service(const StateView& view, const std::set<Place>& own, const Instan
   const RuleView& through = view.rules[instance.rule];
   if (instance.state == StateOfInstance::forwarded) {
     rule.forwarded.push_back(&instance);
-  } else if (instance.reason == StateReason::through_gateway && own.contains({through.type, through.from, instance.name})) {
+  } else if (instance.reason == StateReason::through_gateway &&
+             own.contains({through.type, through.from, instance.name})) {
     ++rule.own;
   } else {
     rule.not_forwarded.push_back(&instance);
@@ -162,12 +165,14 @@ void add_what_runs(const Report& report, Json& answer) {
   const StateView& view = report.session.state.view;
   answer["rules_file"] = view.rules_file;
   answer["limit"] = limit_json(view);
-  answer["links"] = list_of(
-      report.links, [&](const ReportLink& each) { return link_json(report.session, each.held, each.now, each.findings); });
+  answer["links"] = list_of(report.links, [&](const ReportLink& each) {
+    return link_json(report.session, each.held, each.now, each.findings);
+  });
   for (std::size_t i = 0; i < view.rules.size(); ++i) {
     answer["rules"].push_back(rule_json(view, i));
   }
-  answer["services"] = list_of(view.instances, [&](const InstanceView& each) { return service_json(report.session, each); });
+  answer["services"] =
+      list_of(view.instances, [&](const InstanceView& each) { return service_json(report.session, each); });
 }
 
 std::string host_name() {

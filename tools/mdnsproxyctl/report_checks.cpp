@@ -17,17 +17,21 @@ void add_well(std::vector<ReportCheck>& checks, const std::string& subject, cons
 }
 
 // What is well: each subject that no finding is about.
-void add_what_is_well(const Session& session, const std::vector<MachineLink>& machine, std::vector<ReportCheck>& checks) {
+void add_what_is_well(const Session& session, const std::vector<MachineLink>& machine,
+                      std::vector<ReportCheck>& checks) {
   const StateView& view = session.state.view;
   const std::vector<ReportCheck> findings = checks;
-  const auto is_well = [&](const char* subject) { return !std::ranges::count(findings, subject, &ReportCheck::subject); };
+  const auto is_well = [&](const char* subject) {
+    return !std::ranges::count(findings, subject, &ReportCheck::subject);
+  };
   if (is_well("daemon")) {
     add_well(checks, "daemon", "it runs, process " + std::to_string(view.pid));
   }
   for (const RuleLink& each : rule_links(view)) {
     if (link_findings(each.name, each.index, machine).empty()) {
       add_well(checks, shown(each.name),
-               "it is up, has index " + std::to_string(each.index) + " as the daemon knows it, an address, and can multicast");
+               "it is up, has index " + std::to_string(each.index) +
+                   " as the daemon knows it, an address, and can multicast");
     }
   }
   if (is_well("limit")) {

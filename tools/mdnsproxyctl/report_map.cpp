@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// For every way from a link to another: both links as boxes, the rules between them, and the services with an arrow,
-// or with the reason why there is none. How it looks is the style sheet's business; on a narrow screen the same parts stand
-// one below the other.
+// For every way from a link to another: both links as boxes, the rules between them, and the services with an arrow, or
+// with the reason why there is none. How it looks is the style sheet's business; on a narrow screen the same parts
+// stand one below the other.
 #include <algorithm>
 
 #include "mdnsproxyctl/report.h"
@@ -27,7 +27,8 @@ Html link_state(const ReportLink& link) {
 
 Html link_box(const Report& report, const std::string& name) {
   const auto link = std::ranges::find(report.links, name, [](const ReportLink& each) { return each.held.name; });
-  return html_element("div", html_element("h3", html_name(name)) + (link != report.links.end() ? link_state(*link) : Html()));
+  return html_element("div",
+                      html_element("h3", html_name(name)) + (link != report.links.end() ? link_state(*link) : Html()));
 }
 
 // --- Services ------------------------------------------------------------------------------------------------------
@@ -57,12 +58,14 @@ Html service_cell(const Report& report, const ReportRule& rule, const InstanceVi
 
 Html forwarded_row(const Report& report, const ReportRule& rule, const InstanceView& instance) {
   const bool renamed = !instance.name_there.empty() && instance.name_there != instance.name;
-  const Html there = renamed ? html_element("p class=\"new\"", html_name(instance.name_there) +
-                                                                   html_markup("<small>its own name was taken there</small>"))
-                             : html_element("p", html_name(instance.name));
-  return html_element("li", service_cell(report, rule, instance) +
-                                html_element("p", html_markup("forwarded") + since(report, instance) + html_markup("<i></i>")) +
-                                there) +
+  const Html there =
+      renamed ? html_element("p class=\"new\"", html_name(instance.name_there) +
+                                                    html_markup("<small>its own name was taken there</small>"))
+              : html_element("p", html_name(instance.name));
+  return html_element(
+             "li", service_cell(report, rule, instance) +
+                       html_element("p", html_markup("forwarded") + since(report, instance) + html_markup("<i></i>")) +
+                       there) +
          html_markup("\n");
 }
 
@@ -71,14 +74,16 @@ Html other_row(const Report& report, const ReportRule& rule, const InstanceView&
   const std::string reason = reason_sentence(instance.reason);
   const Html why = html_shown(!reason.empty() ? reason : "the DNS-SD library did not take it; the journal says why");
   const Html state = html_shown(state_word(instance.state)) + since(report, instance);
-  return html_element(refused ? HtmlConstant("li class=\"bad\"") : HtmlConstant("li class=\"open\""),
-                      service_cell(report, rule, instance) +
-                          html_element("p", html_markup("<i></i>") + html_element("span", why + html_element("small", state)))) +
+  return html_element(
+             refused ? HtmlConstant("li class=\"bad\"") : HtmlConstant("li class=\"open\""),
+             service_cell(report, rule, instance) +
+                 html_element("p", html_markup("<i></i>") + html_element("span", why + html_element("small", state)))) +
          html_markup("\n");
 }
 
 template <typename ToRow>
-Html rows_of(const Report& report, const ReportRule& rule, const std::vector<const InstanceView*>& services, ToRow to_row) {
+Html rows_of(const Report& report, const ReportRule& rule, const std::vector<const InstanceView*>& services,
+             ToRow to_row) {
   Html rows;
   for (const InstanceView* const each : services) {
     rows += to_row(report, rule, *each);
@@ -88,7 +93,8 @@ Html rows_of(const Report& report, const ReportRule& rule, const std::vector<con
 
 // The list as it is, or folded under its count when it is long.
 Html list_of(std::size_t count, const char* what, const Html& list) {
-  return count <= kServicesAtOnce ? list : html_element("details", html_element("summary", counted(count, what)) + list);
+  return count <= kServicesAtOnce ? list
+                                  : html_element("details", html_element("summary", counted(count, what)) + list);
 }
 
 // --- Rules ---------------------------------------------------------------------------------------------------------
@@ -132,8 +138,8 @@ Html rule_box(const Report& report, const ReportRule& rule) {
 }
 
 Html way_box(const Report& report, const ReportWay& way) {
-  Html box =
-      html_element("div class=\"ends\"", link_box(report, way.from) + html_markup("<p>\u2192</p>") + link_box(report, way.to));
+  Html box = html_element("div class=\"ends\"",
+                          link_box(report, way.from) + html_markup("<p>\u2192</p>") + link_box(report, way.to));
   for (const ReportRule& each : way.rules) {
     box += rule_box(report, each);
   }

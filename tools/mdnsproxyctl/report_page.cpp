@@ -24,21 +24,23 @@ Html head(const Report& report) {
   const Clocks& clocks = report.session.clocks;
   // Whatever a browser may find in the page, it runs none of it, and fetches nothing.
   return html_element(
-      "head", html_markup("<meta charset=\"utf-8\"/>"
-                          "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src 'unsafe-inline'; "
-                          "img-src data:; base-uri 'none'; form-action 'none'\"/>"
-                          "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>"
-                          "<meta name=\"color-scheme\" content=\"light dark\"/>"
-                          "<link rel=\"icon\" href=\"data:,\"/>") +
-                  html_element("title", html_markup("mdnsproxy on ") + html_text(report.host) + html_markup(", ") +
-                                            time_text(clocks.boottime, clocks)) +
-                  html_element("style", html_markup(kReportStyle)));
+      "head",
+      html_markup(
+          "<meta charset=\"utf-8\"/>"
+          "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src 'unsafe-inline'; "
+          "img-src data:; base-uri 'none'; form-action 'none'\"/>"
+          "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\"/>"
+          "<meta name=\"color-scheme\" content=\"light dark\"/>"
+          "<link rel=\"icon\" href=\"data:,\"/>") +
+          html_element("title", html_markup("mdnsproxy on ") + html_text(report.host) + html_markup(", ") +
+                                    time_text(clocks.boottime, clocks)) +
+          html_element("style", html_markup(kReportStyle)));
 }
 
 Html headline(const Report& report) {
   const Session& session = report.session;
-  Html facts =
-      html_element("span", html_markup("made ") + time_text(session.clocks.boottime, session.clocks) + html_markup(" UTC"));
+  Html facts = html_element(
+      "span", html_markup("made ") + time_text(session.clocks.boottime, session.clocks) + html_markup(" UTC"));
   const auto add = [&](const Html& fact) { facts += html_markup(" ") + html_element("span", fact); };
   if (session.is_running()) {
     const std::uint64_t started = session.state.view.started;
@@ -94,20 +96,21 @@ Html checks_tile(const std::vector<ReportCheck>& checks) {
   }
   const Html detail = html_markup("errors: ") + number(errors) + html_markup(", warnings: ") + number(warnings);
   return tile(errors > 0 ? HtmlConstant("li class=\"bad\"") : HtmlConstant("li class=\"open\""),
-              number(errors + warnings) + html_markup(" <small>/ ") + number(all) + html_markup("</small>"), "checks failed",
-              detail);
+              number(errors + warnings) + html_markup(" <small>/ ") + number(all) + html_markup("</small>"),
+              "checks failed", detail);
 }
 
 Html tiles(const Report& report) {
   const StateView& view = report.session.state.view;
   const StateCounts counts = count_states(view);
-  return html_element("ul class=\"tiles\"", tile(counts.forwarded > 0 ? HtmlConstant("li class=\"good\"") : HtmlConstant("li"),
-                                                 number(counts.forwarded), "forwarded", {}) +
-                                                tile(counts.waiting > 0 ? HtmlConstant("li class=\"open\"") : HtmlConstant("li"),
-                                                     number(counts.waiting), "waiting", reasons(view, StateOfInstance::waiting)) +
-                                                tile(counts.refused > 0 ? HtmlConstant("li class=\"bad\"") : HtmlConstant("li"),
-                                                     number(counts.refused), "refused", reasons(view, StateOfInstance::refused)) +
-                                                limit_tile(view) + checks_tile(report.checks));
+  return html_element("ul class=\"tiles\"",
+                      tile(counts.forwarded > 0 ? HtmlConstant("li class=\"good\"") : HtmlConstant("li"),
+                           number(counts.forwarded), "forwarded", {}) +
+                          tile(counts.waiting > 0 ? HtmlConstant("li class=\"open\"") : HtmlConstant("li"),
+                               number(counts.waiting), "waiting", reasons(view, StateOfInstance::waiting)) +
+                          tile(counts.refused > 0 ? HtmlConstant("li class=\"bad\"") : HtmlConstant("li"),
+                               number(counts.refused), "refused", reasons(view, StateOfInstance::refused)) +
+                          limit_tile(view) + checks_tile(report.checks));
 }
 
 // --- Checks --------------------------------------------------------------------------------------------------------
@@ -118,14 +121,16 @@ Html check_row(const ReportCheck& check) {
   const std::size_t result = static_cast<std::size_t>(check.result);
   return html_element("tr", html_element(kCells[result], html_shown(kWords[result])) +
                                 html_element("td", html_element("bdi", html_shown(check.subject))) +
-                                html_element("td", html_shown(check.text)) + html_element("td", html_shown(check.cure))) +
+                                html_element("td", html_shown(check.text)) +
+                                html_element("td", html_shown(check.cure))) +
          html_markup("\n");
 }
 
 Html checks_table(const Html& rows) {
-  return html_element("table class=\"checks\"",
-                      html_markup("<thead><tr><th>result</th><th>of</th><th>what was found</th><th>cure</th></tr></thead>") +
-                          html_element("tbody", rows));
+  return html_element(
+      "table class=\"checks\"",
+      html_markup("<thead><tr><th>result</th><th>of</th><th>what was found</th><th>cure</th></tr></thead>") +
+          html_element("tbody", rows));
 }
 
 Html checks_section(const Report& report) {
@@ -153,10 +158,11 @@ Html event_row(const Session& session, const EventView& event) {
   const RuleView& rule = session.state.view.rules[event.rule];
   const std::string reason = reason_sentence(event.reason);
   const std::string what = state_word(event.after) + (reason.empty() ? "" : ": " + reason);
-  return html_element("tr", html_element("td", time_text(event.time, session.clocks)) +
-                                html_element("td", html_name(event.name)) + html_element("td", html_text(rule.type)) +
-                                html_element("td", html_text(rule.from) + html_markup(" \u2192 ") + html_text(rule.to)) +
-                                html_element(kCells[static_cast<std::size_t>(event.after)], html_shown(what))) +
+  return html_element("tr",
+                      html_element("td", time_text(event.time, session.clocks)) +
+                          html_element("td", html_name(event.name)) + html_element("td", html_text(rule.type)) +
+                          html_element("td", html_text(rule.from) + html_markup(" \u2192 ") + html_text(rule.to)) +
+                          html_element(kCells[static_cast<std::size_t>(event.after)], html_shown(what))) +
          html_markup("\n");
 }
 
@@ -167,16 +173,18 @@ Html events_table(const Report& report, std::size_t first, std::size_t end) {
   }
   return html_element(
       "table class=\"events\"",
-      html_markup("<thead><tr><th>time (UTC)</th><th>service</th><th>type</th><th>way</th><th>state</th></tr></thead>") +
+      html_markup(
+          "<thead><tr><th>time (UTC)</th><th>service</th><th>type</th><th>way</th><th>state</th></tr></thead>") +
           html_element("tbody", rows));
 }
 
 Html events_section(const Report& report) {
   const std::size_t count = report.events.size();
   Html section = html_markup("<h2>Comings and goings of the last day</h2>");
-  section += html_element("p class=\"note\"", html_markup("Known from ") + time_text(report.events_from, report.session.clocks) +
-                                                  html_markup(" UTC on, the newest first. ") +
-                                                  html_markup(count == 0 ? HtmlConstant("There were none.") : HtmlConstant("")));
+  section += html_element("p class=\"note\"",
+                          html_markup("Known from ") + time_text(report.events_from, report.session.clocks) +
+                              html_markup(" UTC on, the newest first. ") +
+                              html_markup(count == 0 ? HtmlConstant("There were none.") : HtmlConstant("")));
   if (count > 0) {
     section += events_table(report, 0, std::min(count, kEventsAtOnce));
   }
@@ -195,9 +203,9 @@ std::string report_page(const Report& report) {
   if (session.is_running()) {
     body += tiles(report);
   } else {
-    body +=
-        html_element("p class=\"banner\"", html_markup(session.has_state() ? HtmlConstant("The daemon is not running.")
-                                                                           : HtmlConstant("Nothing is known of the daemon.")));
+    body += html_element("p class=\"banner\"",
+                         html_markup(session.has_state() ? HtmlConstant("The daemon is not running.")
+                                                         : HtmlConstant("Nothing is known of the daemon.")));
   }
   body += checks_section(report);
   if (session.is_running()) {

@@ -30,8 +30,8 @@ bool read_text(int file, RulesFile& read_file) {
     errno = S_ISREG(status.st_mode) ? EFBIG : EINVAL;
     return false;
   }
-  read_file = {std::string(static_cast<std::size_t>(status.st_size), '\0'), status.st_mode & kPermissions, status.st_uid,
-               status.st_gid};
+  read_file = {std::string(static_cast<std::size_t>(status.st_size), '\0'), status.st_mode & kPermissions,
+               status.st_uid, status.st_gid};
   std::size_t done = 0;
   while (done < read_file.text.size()) {
     const ssize_t got = read(file, read_file.text.data() + done, read_file.text.size() - done);
@@ -58,8 +58,8 @@ bool write_text(int file, const std::string& text) {
 
 // The owner first: a change of the owner takes bits of the mode away.
 bool fill(int file, const RulesFile& content) {
-  return write_text(file, content.text) && fchown(file, content.user, content.group) == 0 && fchmod(file, content.mode) == 0 &&
-         fsync(file) == 0;
+  return write_text(file, content.text) && fchown(file, content.user, content.group) == 0 &&
+         fchmod(file, content.mode) == 0 && fsync(file) == 0;
 }
 
 // So that the new name survives a power cut. Not every file system can do that, and the file is there all the same.

@@ -46,7 +46,8 @@ Json rule_json(const StateView& view, std::size_t rule) {
           {"refused", counts.refused}};
 }
 
-Json link_json(const Session& session, const RuleLink& held, const MachineLink* now, const std::vector<HealthFinding>& findings) {
+Json link_json(const Session& session, const RuleLink& held, const MachineLink* now,
+               const std::vector<HealthFinding>& findings) {
   Json link = {{"name", held.name},
                {"daemon_index", held.index},
                {"index", now != nullptr ? Json(now->index) : Json(nullptr)},

@@ -30,7 +30,8 @@ Json limit_json(const StateView& view);
 Json rule_json(const StateView& view, std::size_t rule);
 
 // A link as the daemon holds it and as it is now (null: gone), with what is wrong with it.
-Json link_json(const Session& session, const RuleLink& held, const MachineLink* now, const std::vector<HealthFinding>& findings);
+Json link_json(const Session& session, const RuleLink& held, const MachineLink* now,
+               const std::vector<HealthFinding>& findings);
 
 // An event, which must be one of the session's.
 Json event_json(const Session& session, const EventView& event);

@@ -54,7 +54,8 @@ std::string absence(const Session& session) {
   switch (session.state.outcome) {
     case StateOutcome::missing:
       return "There is no state file " + file +
-             ".\ncure: start the daemon (systemctl start mdnsproxy); started by hand it needs the directory to be there\n";
+             ".\ncure: start the daemon (systemctl start mdnsproxy); started by hand it needs the directory to be "
+             "there\n";
     case StateOutcome::unusable:
       return "The state file " + file + " cannot be used: " + session.state.message +
              ".\ncure: restart the daemon, which makes it anew, or name another file with --state-file\n";
@@ -76,7 +77,9 @@ std::string absence(const Session& session) {
          ".\ncure: look for the reason (journalctl -u mdnsproxy) and start it (systemctl start mdnsproxy)\n";
 }
 
-int base_status(const Session& session) { return !session.has_state() ? kNoState : session.is_running() ? kWell : kNotRunning; }
+int base_status(const Session& session) {
+  return !session.has_state() ? kNoState : session.is_running() ? kWell : kNotRunning;
+}
 
 std::string answer_output(const Session& session, const Json& answer, const std::string& text) {
   return session.options.json ? answer.dump(2, ' ', true, Json::error_handler_t::replace) + "\n" : text;

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 // The chief header of mdnsproxyctl: what every command starts from, and how it answers.
 //
-// Promises: but for `apply`, which only root may, nothing is changed on the machine or in the daemon, and whoever may log
-// in may ask. Every text of a stranger (names of services and hosts) goes through text.h or the JSON library before it is printed. In JSON every
-// answer is one object with "schema", 1, and "daemon"; the schema is in mdnsproxyctl(1).
+// Promises: but for `apply`, which only root may, nothing is changed on the machine or in the daemon, and whoever may
+// log in may ask. Every text of a stranger (names of services and hosts) goes through text.h or the JSON library before
+// it is printed. In JSON every answer is one object with "schema", 1, and "daemon"; the schema is in mdnsproxyctl(1).
 //
 // Read in this order: this header, state_reader.h, text.h, machine.h, health.h, commands.h and the source of each
 // command; for `why` then case.h, why.cpp, case_known.cpp, case_there.cpp, case_unknown.cpp, case_filter.cpp, and
 // question.h, dns_message.h, reflectors.h, census.h, reach.h and filter.h; for `doctor` doctor.h and its sources; for
-// `report` report.h; for `what-if` checked_file.h, forecast.h and discovery.h; for `apply` checked_file.h, rules_file.h,
-// difference.h and unit.h.
+// `report` report.h; for `what-if` checked_file.h, forecast.h and discovery.h; for `apply` checked_file.h,
+// rules_file.h, difference.h and unit.h.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -76,7 +76,8 @@ const char* state_word(StateOfInstance state);
 const char* reason_word(StateReason reason);      // "" for none
 const char* reason_sentence(StateReason reason);  // for a person, "" for none
 
-// What the daemon's DNS-SD library has counted on the link that the daemon holds by this index; null: it does not count.
+// What the daemon's DNS-SD library has counted on the link that the daemon holds by this index; null: it does not
+// count.
 const LinkView* link_figures(const Session& session, int index);
 
 // The same as the schema has it, each null when there is nothing.

@@ -71,7 +71,7 @@ Places places_of(const StateHead& head) {
   return places;
 }
 
-// --- Records that do not change while they are copied -----------------------------------------------------------------------
+// --- Records that do not change while they are copied ----------------------------------------------------------------
 
 std::uint32_t number_at(const Bytes& image, std::uint64_t offset) {
   std::uint32_t number = 0;
@@ -103,7 +103,8 @@ Copy settle(Images& images, std::uint64_t offset, std::uint32_t size) {
       return Copy::torn;
     }
     std::memcpy(&before, number, sizeof before);
-    if (!read_at(images.file, offset, std::span(images.records).subspan(offset, size)) || !read_at(images.file, offset, number)) {
+    if (!read_at(images.file, offset, std::span(images.records).subspan(offset, size)) ||
+        !read_at(images.file, offset, number)) {
       return Copy::torn;
     }
     std::memcpy(&after, number, sizeof after);
@@ -130,7 +131,7 @@ std::string text_of(const char (&field)[Size]) {
   return {field, strnlen(field, Size)};
 }
 
-// --- What the records say -----------------------------------------------------------------------------------------------------
+// --- What the records say --------------------------------------------------------------------------------------------
 
 // Each returns false when the record says what no daemon writes.
 
@@ -155,8 +156,8 @@ bool take_global(const StateGlobal& global, const StateHead& head, StateView& vi
 }
 
 bool take_rule(const StateRule& rule, StateView& view) {
-  view.rules.push_back(
-      {rule.line, text_of(rule.from), text_of(rule.to), rule.from_index, rule.to_index, text_of(rule.type), rule.since});
+  view.rules.push_back({rule.line, text_of(rule.from), text_of(rule.to), rule.from_index, rule.to_index,
+                        text_of(rule.type), rule.since});
   return true;
 }
 
@@ -186,8 +187,9 @@ bool take_instance(const StateInstance& instance, StateView& view) {
   if (!is_known(instance.state) || instance.reason > StateReason::conflict || instance.rule >= view.rules.size()) {
     return false;
   }
-  view.instances.push_back({instance.rule, instance.state, instance.reason, text_of(instance.name), text_of(instance.name_there),
-                            text_of(instance.host), addresses_of(instance), instance.port, instance.found, instance.since});
+  view.instances.push_back({instance.rule, instance.state, instance.reason, text_of(instance.name),
+                            text_of(instance.name_there), text_of(instance.host), addresses_of(instance), instance.port,
+                            instance.found, instance.since});
   return true;
 }
 
@@ -199,7 +201,8 @@ bool take_event(const StateEvent& event, StateView& view) {
       event.rule >= view.rules.size()) {
     return false;
   }
-  view.events.push_back({event.number, event.time, event.rule, event.before, event.after, event.reason, text_of(event.name)});
+  view.events.push_back(
+      {event.number, event.time, event.rule, event.before, event.after, event.reason, text_of(event.name)});
   return true;
 }
 
@@ -208,8 +211,13 @@ bool take_link(const StateLink& link, StateView& view) {
     return true;
   }
   const StateLinkFigures& figures = link.figures;
-  LinkView taken = {
-      static_cast<int>(link.index), figures.received, figures.ignored, figures.lost, figures.sent, figures.conflicts, {}};
+  LinkView taken = {static_cast<int>(link.index),
+                    figures.received,
+                    figures.ignored,
+                    figures.lost,
+                    figures.sent,
+                    figures.conflicts,
+                    {}};
   for (const StateHost& host : figures.siblings) {
     if (host.family == 4 || host.family == 6) {
       taken.siblings.push_back(address_text(host.family == 4 ? AF_INET : AF_INET6, host.address));
@@ -219,7 +227,7 @@ bool take_link(const StateLink& link, StateView& view) {
   return true;
 }
 
-// --- The whole ------------------------------------------------------------------------------------------------------------------
+// --- The whole -------------------------------------------------------------------------------------------------------
 
 struct Table {
   std::uint64_t place;
@@ -242,11 +250,12 @@ bool take_records(Images& images, const Table& table, StateView& view, bool (*ta
 
 bool take_tables(Images& images, const Places& places, std::uint32_t rules, StateView& view) {
   const StateHead& head = places.head;
-  const bool sound = take_records(images, {places.rules, head.rule_size, rules}, view, take_rule) &&
-                     view.rules.size() == rules &&  // the other records speak of rules by their place
-                     take_records(images, {places.instances, head.instance_size, head.instances}, view, take_instance) &&
-                     take_records(images, {places.events, head.event_size, head.events}, view, take_event) &&
-                     take_records(images, {places.links, head.link_size, head.links}, view, take_link);
+  const bool sound =
+      take_records(images, {places.rules, head.rule_size, rules}, view, take_rule) &&
+      view.rules.size() == rules &&  // the other records speak of rules by their place
+      take_records(images, {places.instances, head.instance_size, head.instances}, view, take_instance) &&
+      take_records(images, {places.events, head.event_size, head.events}, view, take_event) &&
+      take_records(images, {places.links, head.link_size, head.links}, view, take_link);
   std::ranges::stable_sort(view.instances, {}, &InstanceView::found);
   std::ranges::sort(view.events, {}, &EventView::number);
   return sound;
@@ -276,8 +285,9 @@ StateReading read_records(int file, const Places& places) {
   reading.view.writer_lives = images.writer_lives;
   StateGlobal global = {};
   if (!copy_record(images, places.global, places.head.global_size, reading.view, global)) {
-    return failed(StateOutcome::unusable, images.writer_lives ? "it is being changed all the time"
-                                                              : "the daemon was killed while it wrote its first record");
+    return failed(StateOutcome::unusable, images.writer_lives
+                                              ? "it is being changed all the time"
+                                              : "the daemon was killed while it wrote its first record");
   }
   if (!take_global(global, places.head, reading.view) || !take_tables(images, places, global.rules, reading.view)) {
     return failed(StateOutcome::unusable, "it is damaged: it says what no daemon writes");
@@ -310,14 +320,17 @@ StateReading read_state(int file) {
     return failed(StateOutcome::unusable, "it is no state file of mdnsproxy");
   }
   if (head.major != kStateMajor) {
-    return failed(StateOutcome::other_layout, "it has layout " + std::to_string(head.major) + "." + std::to_string(head.minor) +
-                                                  " and this program reads layout " + std::to_string(kStateMajor));
+    return failed(StateOutcome::other_layout, "it has layout " + std::to_string(head.major) + "." +
+                                                  std::to_string(head.minor) + " and this program reads layout " +
+                                                  std::to_string(kStateMajor));
   }
-  const bool sound = is_sound(head.head_size, 1) && is_sound(head.global_size, 1) && is_sound(head.rule_size, head.rules) &&
-                     is_sound(head.instance_size, head.instances) && is_sound(head.event_size, head.events) &&
+  const bool sound = is_sound(head.head_size, 1) && is_sound(head.global_size, 1) &&
+                     is_sound(head.rule_size, head.rules) && is_sound(head.instance_size, head.instances) &&
+                     is_sound(head.event_size, head.events) &&
                      (head.minor == 0 ? head.links == 0 : is_sound(head.link_size, head.links));
   const Places places = places_of(head);
-  if (!sound || head.head_size < sizeof head || head.global_size < offsetof(StateGlobal, counters) || places.end > kLargestFile) {
+  if (!sound || head.head_size < sizeof head || head.global_size < offsetof(StateGlobal, counters) ||
+      places.end > kLargestFile) {
     return failed(StateOutcome::unusable, "its head is damaged");
   }
   struct stat status = {};
@@ -340,7 +353,8 @@ StateReading read_state_file(const std::string& path) {
   if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
     reading = failed(StateOutcome::unusable, "it is no regular file");
   } else if (!is_trusted_owner(status, path)) {
-    reading = failed(StateOutcome::unusable, "it belongs to user " + std::to_string(status.st_uid) + ", who is not the daemon's");
+    reading = failed(StateOutcome::unusable,
+                     "it belongs to user " + std::to_string(status.st_uid) + ", who is not the daemon's");
   } else {
     reading = read_state(file);
   }

@@ -59,7 +59,8 @@ struct LinkView {
   std::uint64_t lost;
   std::uint64_t sent;
   std::uint64_t conflicts;
-  std::vector<std::string> siblings;  // addresses of hosts that said within the last hour what the daemon announces there
+  std::vector<std::string> siblings;  // addresses of hosts that said within the last hour what the daemon announces
+                                      // there
 };
 
 struct StateView {

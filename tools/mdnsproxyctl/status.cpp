@@ -27,11 +27,12 @@ std::string text_of(const Session& session, const std::vector<HealthFinding>& fi
   const StateCounts counts = count_states(view);
   return worst_text(findings) + "running   since " + utc_time(view.started, session.clocks) + " (" +
          duration(age(view.started, session.clocks)) + "), process " + std::to_string(view.pid) + ", version " +
-         shown(view.version) + "\n" + "rules     " + std::to_string(view.rules.size()) + " of " + shown(view.rules_file) + "\n" +
-         "services  " + std::to_string(counts.forwarded) + " forwarded, " + std::to_string(counts.waiting) + " waiting, " +
-         std::to_string(counts.refused) + " refused" + reasons_text(view) + "\n" + "limit     " +
-         std::to_string(count_living(view)) + " of " + std::to_string(view.limit) + ", at most " +
-         std::to_string(view.counter(StateCounter::high_water)) + " at a time until now\n";
+         shown(view.version) + "\n" + "rules     " + std::to_string(view.rules.size()) + " of " +
+         shown(view.rules_file) + "\n" + "services  " + std::to_string(counts.forwarded) + " forwarded, " +
+         std::to_string(counts.waiting) + " waiting, " + std::to_string(counts.refused) + " refused" +
+         reasons_text(view) + "\n" + "limit     " + std::to_string(count_living(view)) + " of " +
+         std::to_string(view.limit) + ", at most " + std::to_string(view.counter(StateCounter::high_water)) +
+         " at a time until now\n";
 }
 
 }  // namespace

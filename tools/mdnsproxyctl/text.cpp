@@ -47,8 +47,9 @@ Character first_character(std::string_view text) {
 constexpr struct {
   char32_t first;
   char32_t last;
-} kInvisible[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},       {0x600, 0x605},    {0x61C, 0x61C},   {0x6DD, 0x6DD},
-                  {0x70F, 0x70F},   {0x180E, 0x180E}, {0x200B, 0x200F},   {0x2028, 0x202E},  {0x2060, 0x206F}, {0xFEFF, 0xFEFF},
+} kInvisible[] = {{0x00, 0x1F},     {0x7F, 0x9F},     {0xAD, 0xAD},       {0x600, 0x605},
+                  {0x61C, 0x61C},   {0x6DD, 0x6DD},   {0x70F, 0x70F},     {0x180E, 0x180E},
+                  {0x200B, 0x200F}, {0x2028, 0x202E}, {0x2060, 0x206F},   {0xFEFF, 0xFEFF},
                   {0xFFF0, 0xFFFB}, {0xFFFE, 0xFFFF}, {0x1D173, 0x1D17A}, {0xE0000, 0xE0FFF}};
 
 bool is_invisible(char32_t point) {
@@ -155,7 +156,9 @@ Clocks clocks_now() {
   return {read(CLOCK_BOOTTIME), read(CLOCK_REALTIME)};
 }
 
-std::uint64_t age(std::uint64_t time, const Clocks& clocks) { return time < clocks.boottime ? clocks.boottime - time : 0; }
+std::uint64_t age(std::uint64_t time, const Clocks& clocks) {
+  return time < clocks.boottime ? clocks.boottime - time : 0;
+}
 
 std::string utc_time(std::uint64_t time, const Clocks& clocks) {
   const std::uint64_t ago = age(time, clocks);

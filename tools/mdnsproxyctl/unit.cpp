@@ -174,7 +174,8 @@ Reloaded wait_for_start(const UnitState& before, unsigned seconds, bool may_be_s
       return {true, "", now.pid};
     }
     if (started && has_ended(now)) {
-      return {false, "the daemon ended with exit status " + shown(now.exit_status) + "; journalctl -u mdnsproxy says why", 0};
+      return {false,
+              "the daemon ended with exit status " + shown(now.exit_status) + "; journalctl -u mdnsproxy says why", 0};
     }
     if (is_stopped(may_be_stopped)) {
       return {false, "a signal has stopped it", 0};

@@ -22,8 +22,9 @@ Json event_answer(const Session& session, const EventView& event) {
 std::string event_text(const Session& session, const EventView& event) {
   const RuleView& rule = session.state.view.rules[event.rule];
   const std::string reason = reason_sentence(event.reason);
-  return utc_time(event.time, session.clocks) + "  " + shown(rule.from) + " > " + shown(rule.to) + "  " + shown(rule.type) +
-         "  " + in_quotes(event.name) + "  " + state_word(event.after) + (reason.empty() ? "" : ": " + reason) + "\n";
+  return utc_time(event.time, session.clocks) + "  " + shown(rule.from) + " > " + shown(rule.to) + "  " +
+         shown(rule.type) + "  " + in_quotes(event.name) + "  " + state_word(event.after) +
+         (reason.empty() ? "" : ": " + reason) + "\n";
 }
 
 // A host's link-local address often comes a moment before its other one; that moment is not worth a line.

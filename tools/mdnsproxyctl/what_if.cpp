@@ -75,7 +75,8 @@ int status_of(const Session& session, const CheckedFile& checked, const Forecast
     return base;
   }
   const auto is_forwarded = [](const InstanceView& each) { return each.state == StateOfInstance::forwarded; };
-  const bool well = checked.findings.empty() && outlook.unasked.empty() && std::ranges::all_of(outlook.come, is_forwarded);
+  const bool well =
+      checked.findings.empty() && outlook.unasked.empty() && std::ranges::all_of(outlook.come, is_forwarded);
   return well ? kWell : kWorthALook;
 }
 

@@ -5,7 +5,8 @@
 #include "mdnsproxyctl/case.h"
 #include "mdnsproxyctl/commands.h"
 
-void add_step(Case& the_case, const char* name, std::optional<bool> ok, const std::string& detail, const std::string& cure) {
+void add_step(Case& the_case, const char* name, std::optional<bool> ok, const std::string& detail,
+              const std::string& cure) {
   the_case.steps.push_back({name, ok, detail, ok == false ? cure : ""});
 }
 
@@ -21,7 +22,8 @@ std::vector<RuleView> rules_of(const Session& session) {
   if (session.has_state()) {
     return session.state.view.rules;
   }
-  const CheckRequest request = {session.options.services_file, session.options.rules_file, "/nonexistent", false, std::nullopt};
+  const CheckRequest request = {session.options.services_file, session.options.rules_file, "/nonexistent", false,
+                                std::nullopt};
   std::vector<RuleView> rules;
   for (const Installation& each : check_files(request).installations) {
     rules.push_back({each.position.line, each.if_from, each.if_to, 0, 0, each.service_type, 0});
@@ -40,8 +42,9 @@ const InstanceView* find_instance(const Session& session, const WhyQuestion& que
   const InstanceView* found = nullptr;
   for (const InstanceView& each : session.state.view.instances) {
     const RuleView& rule = session.state.view.rules[each.rule];
-    const bool asked = is_type(question.subject) ? rule.type == question.subject || base_type(rule.type) == question.subject
-                                                 : each.name == question.subject || each.name_there == question.subject;
+    const bool asked = is_type(question.subject)
+                           ? rule.type == question.subject || base_type(rule.type) == question.subject
+                           : each.name == question.subject || each.name_there == question.subject;
     if (asked && is_between(rule, question) && (found == nullptr || found->state < each.state)) {
       found = &each;
     }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What has passed over the links that libdns_sd.so.1 works on. This is no part of the usual interface: a program that also runs
-// on other libraries declares the function weak, and looks whether it is there.
+// What has passed over the links that libdns_sd.so.1 works on. This is no part of the usual interface: a program that
+// also runs on other libraries declares the function weak, and looks whether it is there.
 #pragma once
 
 #include <stddef.h>  // NOLINT(modernize-deprecated-headers): for C, too
@@ -26,12 +26,14 @@ struct dns_sd_figures {
   uint64_t lost;       // datagrams that the system had no room for; known when the next one arrives
   uint64_t sent;       // datagrams
   uint64_t conflicts;  // names that turned out to be another host's
-  // Who said within the last hour what this process publishes there, which other gateways do, as a rule; the first have a family.
+  // Who said within the last hour what this process publishes there, which other gateways do, as a rule; the first have
+  // a family.
   struct dns_sd_host siblings[kDNSSDFiguresSiblings];
 };
 
-// Fills in the figures of each interface in use, by index, up to `room` of them, and returns how many it has filled in. Makes no
-// system call but for reading a clock; like all functions of dns_sd.h it must not run at the same time as another one.
+// Fills in the figures of each interface in use, by index, up to `room` of them, and returns how many it has filled in.
+// Makes no system call but for reading a clock; like all functions of dns_sd.h it must not run at the same time as
+// another one.
 size_t dns_sd_link_figures(struct dns_sd_figures* figures, size_t room);
 
 #if defined(__cplusplus)

@@ -121,8 +121,8 @@ void DNSSD_API DNSServiceRefDeallocate(DNSServiceRef sdRef);
 // An instance was found (kDNSServiceFlagsAdd) or is gone. `serviceName` is plain text; `regtype` and `replyDomain`
 // end in a dot.
 typedef void(DNSSD_API* DNSServiceBrowseReply)(DNSServiceRef sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
-                                               DNSServiceErrorType errorCode, const char* serviceName, const char* regtype,
-                                               const char* replyDomain, void* context);
+                                               DNSServiceErrorType errorCode, const char* serviceName,
+                                               const char* regtype, const char* replyDomain, void* context);
 
 // Looks for instances of a type: "_ipp._tcp", or of one subtype: "_ipp._tcp,_universal" or "_universal._ipp._tcp".
 DNSServiceErrorType DNSSD_API DNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
@@ -133,8 +133,9 @@ DNSServiceErrorType DNSSD_API DNSServiceBrowse(DNSServiceRef* sdRef, DNSServiceF
 // end in a dot; `port` is in network byte order; `txtRecord` holds the txtLen bytes of the TXT record, strings that
 // each begin with a length.
 typedef void(DNSSD_API* DNSServiceResolveReply)(DNSServiceRef sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
-                                                DNSServiceErrorType errorCode, const char* fullname, const char* hosttarget,
-                                                uint16_t port, uint16_t txtLen, const unsigned char* txtRecord, void* context);
+                                                DNSServiceErrorType errorCode, const char* fullname,
+                                                const char* hosttarget, uint16_t port, uint16_t txtLen,
+                                                const unsigned char* txtRecord, void* context);
 
 // Asks for the host, port and TXT data of an instance; `name`, `regtype` and `domain` as the browse has reported
 // them. Unlike elsewhere a null `domain` is kDNSServiceErr_BadParam.
@@ -145,21 +146,23 @@ DNSServiceErrorType DNSSD_API DNSServiceResolve(DNSServiceRef* sdRef, DNSService
 // A record was found; its end is not reported. `rdata` holds rdlen bytes in wire format, names in them uncompressed;
 // `ttl` is in seconds.
 typedef void(DNSSD_API* DNSServiceQueryRecordReply)(DNSServiceRef sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
-                                                    DNSServiceErrorType errorCode, const char* fullname, uint16_t rrtype,
-                                                    uint16_t rrclass, uint16_t rdlen, const void* rdata, uint32_t ttl,
-                                                    void* context);
+                                                    DNSServiceErrorType errorCode, const char* fullname,
+                                                    uint16_t rrtype, uint16_t rrclass, uint16_t rdlen,
+                                                    const void* rdata, uint32_t ttl, void* context);
 
 // Asks for the records of an escaped name, with or without the dot at its end, until it is released. rrtype 0 is
 // kDNSServiceErr_BadParam; kDNSServiceType_ANY and classes other than kDNSServiceClass_IN are
 // kDNSServiceErr_Unsupported.
-DNSServiceErrorType DNSSD_API DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
-                                                    const char* fullname, uint16_t rrtype, uint16_t rrclass,
-                                                    DNSServiceQueryRecordReply callBack, void* context);
+DNSServiceErrorType DNSSD_API DNSServiceQueryRecord(DNSServiceRef* sdRef, DNSServiceFlags flags,
+                                                    uint32_t interfaceIndex, const char* fullname, uint16_t rrtype,
+                                                    uint16_t rrclass, DNSServiceQueryRecordReply callBack,
+                                                    void* context);
 
 // The service is registered under this name (kDNSServiceErr_NoError), or with kDNSServiceFlagsNoAutoRename has lost it
 // (kDNSServiceErr_NameConflict). A new name after a conflict is reported again.
-typedef void(DNSSD_API* DNSServiceRegisterReply)(DNSServiceRef sdRef, DNSServiceFlags flags, DNSServiceErrorType errorCode,
-                                                 const char* name, const char* regtype, const char* domain, void* context);
+typedef void(DNSSD_API* DNSServiceRegisterReply)(DNSServiceRef sdRef, DNSServiceFlags flags,
+                                                 DNSServiceErrorType errorCode, const char* name, const char* regtype,
+                                                 const char* domain, void* context);
 
 // Announces a service.
 //
@@ -172,24 +175,27 @@ typedef void(DNSSD_API* DNSServiceRegisterReply)(DNSServiceRef sdRef, DNSService
 //
 // kDNSServiceErr_BadFlags: kDNSServiceFlagsNoAutoRename without a name or a callback.
 DNSServiceErrorType DNSSD_API DNSServiceRegister(DNSServiceRef* sdRef, DNSServiceFlags flags, uint32_t interfaceIndex,
-                                                 const char* name, const char* regtype, const char* domain, const char* host,
-                                                 uint16_t port, uint16_t txtLen, const void* txtRecord,
-                                                 DNSServiceRegisterReply callBack, void* context);
+                                                 const char* name, const char* regtype, const char* domain,
+                                                 const char* host, uint16_t port, uint16_t txtLen,
+                                                 const void* txtRecord, DNSServiceRegisterReply callBack,
+                                                 void* context);
 
 // --- Single records --------------------------------------------------------------------------------------------------
 
 // The record is registered, or somebody else has its name (kDNSServiceErr_NameConflict): then it is not published,
 // and is still to be removed.
-typedef void(DNSSD_API* DNSServiceRegisterRecordReply)(DNSServiceRef sdRef, DNSRecordRef RecordRef, DNSServiceFlags flags,
-                                                       DNSServiceErrorType errorCode, void* context);
+typedef void(DNSSD_API* DNSServiceRegisterRecordReply)(DNSServiceRef sdRef, DNSRecordRef RecordRef,
+                                                       DNSServiceFlags flags, DNSServiceErrorType errorCode,
+                                                       void* context);
 
 // Publishes one record on the connection sdRef, which is not written to; *RecordRef is the record. `rdata` holds
 // rdlen bytes in wire format, at least one; `ttl` is in seconds, 0 means the usual one of the type. The other
 // arguments and errors are those of an operation and of DNSServiceQueryRecord. kDNSServiceErr_BadFlags: not exactly
 // one of Shared and Unique. After an error *RecordRef is as it was.
-DNSServiceErrorType DNSSD_API DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* RecordRef, DNSServiceFlags flags,
-                                                       uint32_t interfaceIndex, const char* fullname, uint16_t rrtype,
-                                                       uint16_t rrclass, uint16_t rdlen, const void* rdata, uint32_t ttl,
+DNSServiceErrorType DNSSD_API DNSServiceRegisterRecord(DNSServiceRef sdRef, DNSRecordRef* RecordRef,
+                                                       DNSServiceFlags flags, uint32_t interfaceIndex,
+                                                       const char* fullname, uint16_t rrtype, uint16_t rrclass,
+                                                       uint16_t rdlen, const void* rdata, uint32_t ttl,
                                                        DNSServiceRegisterRecordReply callBack, void* context);
 
 // Gives a record other data, announced at once; with a null RecordRef the TXT record of the service that sdRef is. No
@@ -202,7 +208,8 @@ DNSServiceErrorType DNSSD_API DNSServiceUpdateRecord(DNSServiceRef sdRef, DNSRec
 
 // Withdraws a record of the connection sdRef. kDNSServiceErr_BadParam: one of the two is null.
 // kDNSServiceErr_BadReference: no such connection, or no such record on it.
-DNSServiceErrorType DNSSD_API DNSServiceRemoveRecord(DNSServiceRef sdRef, DNSRecordRef RecordRef, DNSServiceFlags flags);
+DNSServiceErrorType DNSSD_API DNSServiceRemoveRecord(DNSServiceRef sdRef, DNSRecordRef RecordRef,
+                                                     DNSServiceFlags flags);
 
 #if defined(__cplusplus)
 }

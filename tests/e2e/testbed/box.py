@@ -1,9 +1,9 @@
 # SPDX-License-Identifier: MIT
 """A box: one program's private world on the gateway.
 
-It has an /etc, a /tmp, a /run and a /dev of its own, of which the test sees every file (`box.path("/tmp/mdnsproxy.out")`), a
-process table in which process 1 is ours (box_init.py), and a /dev/log at which the test listens. When the box ends, or the
-test process does, every process in it is killed.
+It has an /etc, a /tmp, a /run and a /dev of its own, of which the test sees every file
+(`box.path("/tmp/mdnsproxy.out")`), a process table in which process 1 is ours (box_init.py), and a /dev/log at which
+the test listens. When the box ends, or the test process does, every process in it is killed.
 """
 
 import json
@@ -23,14 +23,16 @@ from .waiting import wait_until
 
 _INIT = pathlib.Path(__file__).with_name("box_init.py")
 # What programs look up in /etc; everything else of this machine's stays invisible.
-_ETC_FILES = ("ld.so.cache", "ld.so.conf", "localtime", "nsswitch.conf", "passwd", "group", "protocols", "services", "hosts")
+_ETC_FILES = ("ld.so.cache", "ld.so.conf", "localtime", "nsswitch.conf", "passwd", "group", "protocols", "services",
+              "hosts")
 
 
 class SyslogLine:
     """One message as it came to /dev/log."""
 
     def __init__(self, datagram):
-        match = re.match(rb"<(\d+)>(?:\w{3} [ \d]\d \d\d:\d\d:\d\d )?([^:\[]*)(?:\[(\d+)\])?: ?(.*)", datagram, re.DOTALL)
+        match = re.match(rb"<(\d+)>(?:\w{3} [ \d]\d \d\d:\d\d:\d\d )?([^:\[]*)(?:\[(\d+)\])?: ?(.*)", datagram,
+                         re.DOTALL)
         number = int(match[1]) if match else 0
         self.time = time.monotonic()
         self.priority = number & 7
@@ -93,10 +95,11 @@ class Box:
         self._stop_listening, self._stop = socket.socketpair()
         self._init_log = open(self.root / "log" / "init", "wb")  # pylint: disable=consider-using-with
         self._init = subprocess.Popen(  # pylint: disable=consider-using-with
-            namespace.command("unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc", "/usr/bin/python3", "-I",
-                              "-S", str(_INIT), str(self.root)),
+            namespace.command("unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc",
+                              "/usr/bin/python3", "-I", "-S", str(_INIT), str(self.root)),
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=self._init_log, text=True)
-        self._threads = [threading.Thread(target=self._listen, daemon=True), threading.Thread(target=self._follow, daemon=True)]
+        self._threads = [threading.Thread(target=self._listen, daemon=True),
+                         threading.Thread(target=self._follow, daemon=True)]
         for thread in self._threads:
             thread.start()
 
@@ -125,12 +128,13 @@ class Box:
     # --- processes
 
     def start(self, *arguments, environment=None, output="output", by_init=False):
-        """Starts a program. Its standard output and error go to the file log/<output>. Normally its parent is a process that
-        waits for it, as a shell would; `by_init` makes process 1 its parent."""
+        """Starts a program. Its standard output and error go to the file log/<output>. Normally its parent is a process
+        that waits for it, as a shell would; `by_init` makes process 1 its parent."""
         number = len(self.started)
         self.tell(start=[str(argument) for argument in arguments], environment=environment or {},
                   output=str(self.root / "log" / output), by_init=by_init)
-        wait_until(lambda: len(self.started) > number or self._init.poll() is not None, 10, "the start of a program in the box")
+        wait_until(lambda: len(self.started) > number or self._init.poll() is not None, 10,
+                   "the start of a program in the box")
         assert len(self.started) > number, f"the box is broken:\n{self.output('init')}"
         return Process(self, self.started[number])
 

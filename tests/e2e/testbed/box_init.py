@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
 """Process 1 of a box: makes its file system, starts programs on command and reports how each process ended.
 
-Commands come as JSON lines on standard input, reports go as JSON lines to standard output; the end of the input is the end of
-the box, since the kernel kills a process table with its process 1.
+Commands come as JSON lines on standard input, reports go as JSON lines to standard output; the end of the input is the
+end of the box, since the kernel kills a process table with its process 1.
 """
 
 import ctypes

@@ -35,7 +35,8 @@ class Browser:
         return list(there)
 
     def sees(self, name, within=5):
-        wait_until(lambda: name in self.names, within, lambda: f"{name!r} seen on link {self.link.name}, but {self.names}")
+        wait_until(lambda: name in self.names, within,
+                   lambda: f"{name!r} seen on link {self.link.name}, but {self.names}")
         return self.details(name)
 
     def loses(self, name, within=5):

@@ -19,7 +19,8 @@ class Running:
 
     def answers(self):
         lines = self._box.output(self._output).splitlines(keepends=True)
-        return [json.loads(line) for line in lines if line.startswith('{"') and line.endswith("\n") and '"event"' in line]
+        return [json.loads(line) for line in lines if line.startswith('{"') and line.endswith("\n")
+                and '"event"' in line]
 
     def answer(self, within=20):
         """(exit status, the answer), of a run that ends by itself, with --json."""

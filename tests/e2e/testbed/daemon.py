@@ -33,7 +33,8 @@ _SANITIZERS = {"ASAN_OPTIONS": f"detect_leaks=0:log_path=/tmp/{_SANITIZER_REPORT
 
 def services_list(**services):
     """The text of a services list: services_list(Printing=["_ipp._tcp"])."""
-    return "".join(f'<mdnsservice name="{name}">\n' + "".join(f'  <service type="{kind}"/>\n' for kind in kinds) + "</mdnsservice>\n"
+    return "".join(f'<mdnsservice name="{name}">\n' + "".join(f'  <service type="{kind}"/>\n'
+                                                              for kind in kinds) + "</mdnsservice>\n"
                    for name, kinds in services.items())
 
 
@@ -51,11 +52,12 @@ def rules_list(*rules):
 class Daemon:
     """One run (or several, one after another) of mdnsproxy on a gateway.
 
-    `library` takes the place of the DNS-SD library that stands beside the program; `environment` is added to the program's.
+    `library` takes the place of the DNS-SD library that stands beside the program; `environment` is added to the
+    program's.
     """
 
-    def __init__(self, namespace, rules="", services="<!-- no service has a name here -->\n", settings=None, library=None,
-                 environment=None, wrapper=(), name="mdnsproxy"):
+    def __init__(self, namespace, rules="", services="<!-- no service has a name here -->\n", settings=None,
+                 library=None, environment=None, wrapper=(), name="mdnsproxy"):
         self.box = Box(namespace, name)
         self.box.install(mdnsproxy_path(), library or build_directory() / "libdns_sd.so.1")
         self.environment = {**_SANITIZERS, **(environment or {})}
@@ -67,7 +69,8 @@ class Daemon:
 
     def start(self, *options, by_init=False, program="/mnt/program/mdnsproxy"):
         """Starts the program and returns at once."""
-        self.started_process = self.box.start(*self.wrapper, program, *options, environment=self.environment, by_init=by_init)
+        self.started_process = self.box.start(*self.wrapper, program, *options, environment=self.environment,
+                                              by_init=by_init)
         return self
 
     def start_and_wait(self, *options, within=20, **how):
@@ -112,8 +115,8 @@ class Daemon:
 
     @property
     def daemon_status(self):
-        """The wait status of the process that went on after the fork, None while it runs. Only after a start in which it
-        forks: the process whose parent is gone is the daemon."""
+        """The wait status of the process that went on after the fork, None while it runs. Only after a start in which
+        it forks: the process whose parent is gone is the daemon."""
         for pid, status in list(self.box.ended.items()):
             if pid not in self.box.started:
                 return status
@@ -121,7 +124,8 @@ class Daemon:
 
     def wait_for_exit(self, within=10):
         """The daemon's exit status (eight bits); fails when it was ended by a signal."""
-        wait_until(lambda: self.daemon_status is not None, within, lambda: f"the daemon's end; status file {self.status_file!r}")
+        wait_until(lambda: self.daemon_status is not None, within,
+                   lambda: f"the daemon's end; status file {self.status_file!r}")
         assert os.WIFEXITED(self.daemon_status), f"ended by signal {os.WTERMSIG(self.daemon_status)}"
         return os.WEXITSTATUS(self.daemon_status)
 

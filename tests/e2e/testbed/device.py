@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""A host on a link that says on the air exactly what the test tells it, and answers questions about it: for names, addresses
-and moments that a ready-made responder would not let through."""
+"""A host on a link that says on the air exactly what the test tells it, and answers questions about it: for names,
+addresses and moments that a ready-made responder would not let through."""
 
 import select
 import socket
@@ -41,8 +41,8 @@ class Service:
 
 
 class Device:
-    """`host`: the host name's first label. `addresses`: what the host claims to have; by default what it has. `address_ttl`: in
-    seconds."""
+    """`host`: the host name's first label. `addresses`: what the host claims to have; by default what it has.
+    `address_ttl`: in seconds."""
 
     def __init__(self, link, host="printer", addresses=None, address_ttl=dns.HOST_TTL):
         self.link = link
@@ -128,11 +128,13 @@ class Device:
         if message.is_response:
             return
         with self._lock:
-            known = [record for service in self.services for record in [*service.records, service.kind]] + self.address_records()
+            known = [record for service in self.services
+                     for record in [*service.records, service.kind]] + self.address_records()
         answers = [record for question in message.questions for record in known
                    if question.kind in (record.kind, dns.ANY) and dns.same_name(question.name, record.name)]
         answers = [record for record in dict.fromkeys(answers)
-                   if not any(dns.same_name(record.name, seen.name) and (record.kind, record.data) == (seen.kind, seen.data)
+                   if not any(dns.same_name(record.name, seen.name)
+                              and (record.kind, record.data) == (seen.kind, seen.data)
                               and seen.ttl * 2 >= record.ttl for seen in message.answers)]
         if answers and sender[1] == group[1]:
             opened.sendto(dns.encode(dns.Message(dns.RESPONSE, answers=answers)), group)

@@ -16,8 +16,8 @@ OTHER_TTL = 4500
 
 
 def labels(name):
-    """A name as a tuple of labels (bytes). Takes a tuple as it is, and splits a text at its dots; a label that holds a dot has
-    to come in a tuple: ("My.Printer", "_ipp", "_tcp", "local")."""
+    """A name as a tuple of labels (bytes). Takes a tuple as it is, and splits a text at its dots; a label that holds a
+    dot has to come in a tuple: ("My.Printer", "_ipp", "_tcp", "local")."""
     parts = name.rstrip(".").split(".") if isinstance(name, str) else name
     return tuple(part.encode() if isinstance(part, str) else part for part in parts)
 
@@ -40,7 +40,8 @@ class Question:
 
 @dataclass(frozen=True)
 class Record:
-    """`data`: an address text for A and AAAA, labels for PTR, (priority, weight, port, labels) for SRV, bytes otherwise."""
+    """`data`: an address text for A and AAAA, labels for PTR, (priority, weight, port, labels) for SRV, bytes
+    otherwise."""
     name: tuple
     kind: int
     data: object
@@ -49,7 +50,8 @@ class Record:
 
     def __repr__(self):
         data = text(self.data) if self.kind == PTR else self.data
-        return f"{text(self.name)} {TYPE_NAMES.get(self.kind, self.kind)} {data} ttl={self.ttl}{' flush' if self.flush else ''}"
+        return (f"{text(self.name)} {TYPE_NAMES.get(self.kind, self.kind)} {data} "
+                f"ttl={self.ttl}{' flush' if self.flush else ''}")
 
 
 @dataclass
@@ -85,10 +87,11 @@ def encode_data(record):
 
 def encode(message):
     """Uncompressed, which every receiver has to understand."""
-    parts = [struct.pack("!6H", 0, message.flags, len(message.questions), len(message.answers), len(message.authorities),
-                         len(message.additionals))]
+    parts = [struct.pack("!6H", 0, message.flags, len(message.questions), len(message.answers),
+                         len(message.authorities), len(message.additionals))]
     for question in message.questions:
-        parts.append(encode_name(question.name) + struct.pack("!HH", question.kind, CLASS_IN | TOP_BIT * question.unicast))
+        parts.append(encode_name(question.name) + struct.pack("!HH", question.kind,
+                                                              CLASS_IN | TOP_BIT * question.unicast))
     for record in message.answers + message.authorities + message.additionals:
         data = encode_data(record)
         parts.append(encode_name(record.name) +

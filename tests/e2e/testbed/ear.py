@@ -35,8 +35,10 @@ class Ear:
         self.link = link
         self.packets = []
         with link.ns.entered():
-            self._socket = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM | socket.SOCK_CLOEXEC, socket.htons(_ETH_P_ALL))
-            self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUFFORCE if hasattr(socket, "SO_RCVBUFFORCE") else 33, 1 << 24)
+            self._socket = socket.socket(socket.AF_PACKET, socket.SOCK_DGRAM | socket.SOCK_CLOEXEC,
+                                         socket.htons(_ETH_P_ALL))
+            self._socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUFFORCE if hasattr(socket, "SO_RCVBUFFORCE")
+                                    else 33, 1 << 24)
             self._socket.setsockopt(socket.SOL_SOCKET, _SO_TIMESTAMPNS, 1)
             self._socket.bind((link.interface, _ETH_P_ALL))
         self._socket.settimeout(0.1)
@@ -82,8 +84,8 @@ class Ear:
                           lambda: f"on link {self.link.name}: {dns.TYPE_NAMES.get(kind, kind)} of {name} {narrow}")[0]
 
     def held(self, sources, since=0.0):
-        """The records that a listener still holds from these senders: announced, and no goodbye since. Negative answers (NSEC)
-        do not count. As (name, kind, data), names as texts in lower case."""
+        """The records that a listener still holds from these senders: announced, and no goodbye since. Negative answers
+        (NSEC) do not count. As (name, kind, data), names as texts in lower case."""
         last = {}
         for _, record in self.records(sources, since):
             if record.kind != dns.NSEC:
@@ -91,13 +93,14 @@ class Ear:
         return [key for key, ttl in last.items() if ttl > 0]
 
     def cached(self, sources, since=0.0):
-        """As `held`, but of a listener that also goes by the cache-flush bit: a record that was heard more than a second ago
-        makes room for others of its name and type (RFC 6762 section 10.2)."""
+        """As `held`, but of a listener that also goes by the cache-flush bit: a record that was heard more than a
+        second ago makes room for others of its name and type (RFC 6762 section 10.2)."""
         heard = {}
         for packet, record in self.records(sources, since):
             key = dns.text(record.name).lower(), record.kind, record.data
             if record.flush:
-                for other in [other for other, time in heard.items() if other[:2] == key[:2] and packet.time - time > 1]:
+                for other in [other for other, time in heard.items() if other[:2] == key[:2]
+                              and packet.time - time > 1]:
                     del heard[other]
             if record.ttl > 0 and record.kind != dns.NSEC:
                 heard[key] = packet.time
@@ -161,5 +164,7 @@ def _read_packet(data, protocol):
 def _summary(message):
     if message is None:
         return "(no DNS message)"
-    questions = [f"{dns.text(question.name)} {dns.TYPE_NAMES.get(question.kind, question.kind)}?" for question in message.questions]
-    return "; ".join(questions + [repr(record) for record in message.answers + message.authorities + message.additionals])
+    questions = [f"{dns.text(question.name)} {dns.TYPE_NAMES.get(question.kind, question.kind)}?"
+                 for question in message.questions]
+    return "; ".join(questions + [repr(record)
+                                  for record in message.answers + message.authorities + message.additionals])

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
-"""Network namespaces without a name: a descriptor of this process is all that keeps one alive, so nothing of it can outlast
-the test, however the test ends."""
+"""Network namespaces without a name: a descriptor of this process is all that keeps one alive, so nothing of it can
+outlast the test, however the test ends."""
 
 import contextlib
 import ctypes

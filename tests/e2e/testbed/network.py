@@ -5,8 +5,8 @@
     [ br0 10.1.0.2 ]----[ a 10.1.0.1 | b 10.2.0.1 ]----[ br0 10.2.0.2 ]
       fd00:1::2            fd00:1::1   fd00:2::1           fd00:2::2
 
-A link is a namespace with a bridge in it: the bridge is the wire, and its own address is that of the one host that every link
-has. Further hosts and gateways are attached to the bridge.
+A link is a namespace with a bridge in it: the bridge is the wire, and its own address is that of the one host that
+every link has. Further hosts and gateways are attached to the bridge.
 """
 
 import json
@@ -64,7 +64,8 @@ class Link:
 
 
 class Network:
-    """Links by name, and one gateway (host `.1` of every link, interface named as the link) that routes between them."""
+    """Links by name, and one gateway (host `.1` of every link, interface named as the link) that routes between
+    them."""
 
     def __init__(self, *names, ipv4_only=(), ipv6_only=()):
         self.gateway = self.new_gateway("gateway")

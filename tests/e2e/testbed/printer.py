@@ -22,10 +22,11 @@ def close_zeroconf(opened):
 
 
 class Printer:
-    """Announced from its making on (python3-zeroconf probes first, which takes it about 0.7 s). Several services of one host
-    take the same `host`."""
+    """Announced from its making on (python3-zeroconf probes first, which takes it about 0.7 s). Several services of one
+    host take the same `host`."""
 
-    def __init__(self, link, name="Office Printer", kind="_ipp._tcp", port=631, txt=None, host="office-printer", addresses=None):
+    def __init__(self, link, name="Office Printer", kind="_ipp._tcp", port=631, txt=None, host="office-printer",
+                 addresses=None):
         self.zeroconf = zeroconf_on(link)
         self.info = self._describe(link, name, kind, port, txt, host, addresses)
         self.zeroconf.register_service(self.info)

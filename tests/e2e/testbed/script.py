@@ -49,7 +49,8 @@ class Script:
 
     def wait_for_call(self, function, number=1, within=5):
         """The line of that call."""
-        return wait_until(lambda: self.calls_of(function)[number - 1:], within, lambda: f"{function} {number}; {self.calls}")[0]
+        return wait_until(lambda: self.calls_of(function)[number - 1:], within,
+                          lambda: f"{function} {number}; {self.calls}")[0]
 
     def close(self):
         for fifo in self._fifos:

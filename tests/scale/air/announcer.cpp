@@ -1,21 +1,24 @@
 // SPDX-License-Identifier: MIT
-// air-announcer: thousands of devices on one link, each a host with one service. They announce themselves when told to, answer
-// what is asked as RFC 6762 says, and say goodbye when told to.
+// air-announcer: thousands of devices on one link, each a host with one service. They announce themselves when told to,
+// answer what is asked as RFC 6762 says, and say goodbye when told to.
 //
 //   air-announcer --interface NAME [--types _ipp._tcp,_smb._tcp] [--link NUMBER] [--addresses 4|6|46] [--txt BYTES]
 //                 [--rescue 1]
 //
-// Device number N is "Device N" of type N modulo the number of types, at port 1000 + N modulo 60000 of host device-N.local, with
-// the addresses 10.LINK.X.Y and fd00:LINK::N. Commands, one a line on standard input:
+// Device number N is "Device N" of type N modulo the number of types, at port 1000 + N modulo 60000 of host
+// device-N.local, with the addresses 10.LINK.X.Y and fd00:LINK::N. Commands, one a line on standard input:
 //
-//   announce FIRST COUNT SECONDS   evenly spread over that time, and once more a second later; says, at the end of the first
-//                                  round, "announced FIRST COUNT BEGIN END" (seconds of the real-time clock)
-//   withdraw FIRST COUNT SECONDS [4|6]   goodbyes, over that protocol alone or over both; says "withdrawn FIRST COUNT BEGIN END"
+//   announce FIRST COUNT SECONDS   evenly spread over that time, and once more a second later; says, at the end of the
+//                                  first round, "announced FIRST COUNT BEGIN END" (seconds of the real-time clock)
+//   withdraw FIRST COUNT SECONDS [4|6]   goodbyes, over that protocol alone or over both; says
+//                                  "withdrawn FIRST COUNT BEGIN END"
 //   change FIRST COUNT SECONDS     new TXT data, announced as in the first line; says "changed FIRST COUNT BEGIN END"
-//   move FIRST COUNT SECONDS       another IPv6 address for each host, announced likewise; says "moved FIRST COUNT BEGIN END"
+//   move FIRST COUNT SECONDS       another IPv6 address for each host, announced likewise; says
+//                                  "moved FIRST COUNT BEGIN END"
 //   vanish FIRST COUNT             they fall silent; says "vanished FIRST COUNT"
 //
-// With --rescue a device says its records again when somebody else takes one of them back (RFC 6762 sections 6.6 and 10.1).
+// With --rescue a device says its records again when somebody else takes one of them back (RFC 6762 sections 6.6 and
+// 10.1).
 //
 // New TXT data and new addresses bear the time at which they were first announced (stamps.h).
 //
@@ -227,7 +230,8 @@ void answer_unique(Town& town, std::size_t protocol, const Round& round, const a
   const double at = air::now();
   Writer writer(air::kResponse);
   Device* device = live_device(town, town.instance_index, question.name);
-  if (device != nullptr && lacks_service(round, question, *device) && at - device->service_sent_at[protocol] >= kRepeatGap) {
+  if (device != nullptr && lacks_service(round, question, *device) &&
+      at - device->service_sent_at[protocol] >= kRepeatGap) {
     device->service_sent_at[protocol] = at;
     add_service(writer, *device, &Writer::answer, false);
   }
@@ -282,7 +286,8 @@ void rescue(Town& town, std::size_t protocol, const air::Message& message) {
   for (const air::Record& record : message.answers) {
     Device* device = nullptr;
     if (record.ttl == 0)
-      device = live_device(town, town.instance_index, air::folded(record.type == air::kTypePtr ? record.target : record.name));
+      device = live_device(town, town.instance_index,
+                           air::folded(record.type == air::kTypePtr ? record.target : record.name));
     if (device != nullptr)
       send_whole(town, *device, false, protocol == 0 ? 4 : 6);
   }
@@ -293,8 +298,8 @@ void handle_packets(Town& town, std::size_t protocol) {
   for (;;) {
     sockaddr_storage from{};
     socklen_t from_size = sizeof from;
-    const ssize_t size =
-        recvfrom(town.sockets[protocol].descriptor, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &from_size);
+    const ssize_t size = recvfrom(town.sockets[protocol].descriptor, buffer, sizeof buffer, 0,
+                                  reinterpret_cast<sockaddr*>(&from), &from_size);
     if (size < 0)
       return;
     const auto message = air::read_message({buffer, static_cast<std::size_t>(size)});

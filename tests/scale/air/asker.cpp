@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: MIT
-// air-asker: how long a link's questions wait for their answers. It asks for one service after another, again and again, and
-// notes when the gateway's answer to each was on the link.
+// air-asker: how long a link's questions wait for their answers. It asks for one service after another, again and
+// again, and notes when the gateway's answer to each was on the link.
 //
 //   air-asker --interface NAME --type _ipp._tcp --from ADDRESS,ADDRESS
 //
-// The questions are for the SRV records of "Device N", over IPv4 and IPv6 in turn; such a record has one owner, so that it is
-// answered without delay. The same service should be asked for every two seconds at most: what has been said within a second is
-// not said again (RFC 6762 section 6). Commands, one a line on standard input:
+// The questions are for the SRV records of "Device N", over IPv4 and IPv6 in turn; such a record has one owner, so that
+// it is answered without delay. The same service should be asked for every two seconds at most: what has been said
+// within a second is not said again (RFC 6762 section 6). Commands, one a line on standard input:
 //
 //   go FIRST COUNT MILLISECONDS   asks for one of these every so many milliseconds from now on
-//   stop                          ends that; says, a second later, {"asked": N, "unanswered": N, "waits": [seconds, ...]} of all
-//                                 since "go", in the order of the questions; what has no answer by then has waited until then
+//   stop                          ends that; a second later says {"asked": N, "unanswered": N, "waits": [seconds,
+//                                 ...]} of all since "go", in the order of the questions; what has no answer by then
+//                                 has waited until then
 #include <algorithm>
 #include <cstdio>
 #include <limits>
@@ -36,7 +37,8 @@ struct Asker {
   std::string type;
   long first = 0, count = 0;
   double interval = 0, due = kNever, report_at = kNever;
-  long turn = 0;  // which is asked for next: goes on from one "go" to the next, so that none is asked for again too soon
+  long turn = 0;  // which is asked for next: goes on from one "go" to the next, so that none is asked for again too
+                  // soon
   std::vector<Asked> asked;
   std::unordered_map<std::string, std::size_t> waiting;  // folded instance name: its last question in `asked`
 };

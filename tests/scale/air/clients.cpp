@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: MIT
-// air-clients: the phones and laptops of a link. Each is awake for some sessions; in a session it browses some types of service,
-// and asks again after 1, 2, 4 ... seconds with what it knows by then, as RFC 6762 section 5.2 has it.
+// air-clients: the phones and laptops of a link. Each is awake for some sessions; in a session it browses some types of
+// service, and asks again after 1, 2, 4 ... seconds with what it knows by then, as RFC 6762 section 5.2 has it.
 //
 //   air-clients --interface NAME --types _ipp._tcp,_smb._tcp --clients N [--picks TYPES] [--sessions N] [--seed NUMBER]
 //               [--resolve 1]
 //
 // A client forgets everything between two sessions. The same seed gives the same sessions, so that every gateway under
-// comparison gets the same questions. Command on standard input: "go SECONDS" starts the sessions, spread over that time (with
-// one session: all of it, from the start); says "done QUERIES RESOLVED LAST" when it is over. With --resolve a client also asks
-// for the SRV, the TXT and the addresses of each service that it has found, as long as it lacks any of them, again after 1, 2, 4
-// ... seconds; RESOLVED is how many services the clients have had all of, each client's counted, and LAST when the last of these
-// was complete (seconds of the real-time clock).
+// comparison gets the same questions. Command on standard input: "go SECONDS" starts the sessions, spread over that
+// time (with one session: all of it, from the start); says "done QUERIES RESOLVED LAST" when it is over. With --resolve
+// a client also asks for the SRV, the TXT and the addresses of each service that it has found, as long as it lacks any
+// of them, again after 1, 2, 4 ... seconds; RESOLVED is how many services the clients have had all of, each client's
+// counted, and LAST when the last of these was complete (seconds of the real-time clock).
 //
-// What they do not do: hold a question back because another client has just asked it (RFC 6762 section 7.3), ask for unicast
-// answers, and, without --resolve, resolve: SRV, TXT and addresses come with the answers.
+// What they do not do: hold a question back because another client has just asked it (RFC 6762 section 7.3), ask for
+// unicast answers, and, without --resolve, resolve: SRV, TXT and addresses come with the answers.
 #include <algorithm>
 #include <cstdio>
 #include <limits>
@@ -80,12 +80,14 @@ std::vector<std::string> pick_types(Crowd& crowd) {
 Session make_session(Crowd& crowd, double begin, double end) {
   Session session{begin, end, {}};
   for (const std::string& type : pick_types(crowd)) {
-    session.browses.push_back({type, begin + random_between(crowd, kFirstDelayMin, kFirstDelayMax), kFirstInterval, {}});
+    session.browses.push_back(
+        {type, begin + random_between(crowd, kFirstDelayMin, kFirstDelayMax), kFirstInterval, {}});
   }
   return session;
 }
 
-// Each client's time is cut into one part per session; a session takes a random half of its part. A single session takes all.
+// Each client's time is cut into one part per session; a session takes a random half of its part. A single session
+// takes all.
 void plan(Crowd& crowd, double seconds) {
   const double begin = air::now(), part = seconds / static_cast<double>(crowd.sessions_each);
   for (long client = 0; client < crowd.clients; ++client) {
@@ -166,7 +168,8 @@ void review(Crowd& crowd, Resolve& resolve, double at) {
   crowd.last_resolved = at;
 }
 
-// A service is to be resolved from its PTR record on; another record of it may have come before, in the same packet or not.
+// A service is to be resolved from its PTR record on; another record of it may have come before, in the same packet or
+// not.
 void learn_service(Crowd& crowd, Browse& browse, const air::Record& record, double at) {
   if (record.type == air::kTypePtr && record.ttl > 0) {
     if (browse.resolves_due > at + kFirstDelayMax)

@@ -21,8 +21,8 @@ std::string packed_address(int family, const std::string& text) {
 
 std::string counted(const std::string& text) { return static_cast<char>(text.size()) + text; }
 
-// One TXT string "id=N", further `entries` (each with its length) and, where that is not enough, strings of filling up to the
-// wanted size.
+// One TXT string "id=N", further `entries` (each with its length) and, where that is not enough, strings of filling up
+// to the wanted size.
 std::string txt_rdata(long number, std::size_t size, const std::string& entries = "") {
   std::string rdata = counted("id=" + std::to_string(number)) + entries;
   while (rdata.size() < size) {

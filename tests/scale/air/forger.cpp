@@ -5,8 +5,10 @@
 //
 // Commands, one a line on standard input, each answered by "sent PACKETS BEGIN END" (seconds of the real-time clock):
 //
-//   goodbyes FIRST COUNT          goodbyes of the PTR records of "Device N", in as few packets as it takes, over both protocols
-//   invent FIRST COUNT SECONDS    services that do not exist, "Invented N" on hosts of their own, a packet each, evenly spread
+//   goodbyes FIRST COUNT          goodbyes of the PTR records of "Device N", in as few packets as it takes, over both
+//                                 protocols
+//   invent FIRST COUNT SECONDS    services that do not exist, "Invented N" on hosts of their own, a packet each, evenly
+//                                 spread
 //   flood SECONDS                 packets full of PTR records to instances of random names, as fast as they can be sent
 #include <poll.h>
 

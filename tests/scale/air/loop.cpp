@@ -74,10 +74,12 @@ void say(const std::string& line) {
   std::fflush(stdout);
 }
 
-Options::Options(int argc, char** argv, std::vector<std::string> known) : names_(std::move(known)), values_(names_.size()) {
+Options::Options(int argc, char** argv, std::vector<std::string> known)
+    : names_(std::move(known)), values_(names_.size()) {
   for (int index = 1; index < argc; index += 2) {
     const std::string option = argv[index];
-    const auto name = std::find_if(names_.begin(), names_.end(), [&](const std::string& it) { return "--" + it == option; });
+    const auto name =
+        std::find_if(names_.begin(), names_.end(), [&](const std::string& it) { return "--" + it == option; });
     if (name == names_.end() || index + 1 >= argc) {
       std::fprintf(stderr, "%s: bad option %s\n", argv[0], argv[index]);
       std::exit(2);

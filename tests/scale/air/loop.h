@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The one loop of each program here: packets, timers by deadline, and command lines on standard input, whose end ends it.
+// The one loop of each program here: packets, timers by deadline, and command lines on standard input, whose end ends
+// it.
 #pragma once
 
 #include <functional>
@@ -29,7 +30,8 @@ std::vector<std::string> words_of(const std::string& line);
 // Writes one line to standard output at once.
 void say(const std::string& line);
 
-// The values of the program's options "--name value", "" for one that is absent. An odd or unknown one ends the process (2).
+// The values of the program's options "--name value", "" for one that is absent. An odd or unknown one ends the process
+// (2).
 struct Options {
   Options(int argc, char** argv, std::vector<std::string> known);
   const std::string& text(const std::string& name) const;

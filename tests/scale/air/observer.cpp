@@ -4,16 +4,17 @@
 //   air-observer --interface NAME --from ADDRESS,ADDRESS [--grace MILLISECONDS]
 //
 // It sends nothing. Only packets from the addresses of --from count as the gateway's; of these the responses tell about
-// services. A service is there once its PTR, its SRV, its TXT and an address of its host have been seen with a TTL above 0, and
-// gone at the goodbye of its PTR. With --grace it is gone when any of them has been taken back that long ago and not been said
-// again meanwhile: RFC 6762 section 10.1 gives other hosts a second to do so. Commands, one a line on standard input, each
-// answered by one line of JSON:
+// services. A service is there once its PTR, its SRV, its TXT and an address of its host have been seen with a TTL
+// above 0, and gone at the goodbye of its PTR. With --grace it is gone when any of them has been taken back that long
+// ago and not been said again meanwhile: RFC 6762 section 10.1 gives other hosts a second to do so. Commands, one a
+// line on standard input, each answered by one line of JSON:
 //
 //   count     {"there": N, "listed": N (by their PTR alone), "at": T (last change)}
 //   services  {"Device 1": [first there, last gone], ...}    0: not yet; seconds of the real-time clock
 //   service NAME   the same for one: [first there, last gone]
 //   absences  {"Device 1": [how often, longest, all together (seconds)], ...}: services that were gone and came back
-//   lags      {"txt": [...], "address": [...]}: how long after its change each new TXT datum or address was first seen (stamps.h)
+//   lags      {"txt": [...], "address": [...]}: how long after its change each new TXT datum or address was first seen
+//             (stamps.h)
 //   traffic   {"gateway": {"packets", "bytes", "multicast", "queries", "unicast", "bytes4", "bytes6", "most_in_second",
 //             "most_in_20ms"}, "others": {...}} since the last reset
 //   reset     {}: forgets services and traffic
@@ -91,12 +92,11 @@ void handle_packets(Watcher& watcher) {
 
 std::string text_of(const Traffic& traffic) {
   char text[320];
-  std::snprintf(
-      text, sizeof text,
-      R"({"packets": %ld, "bytes": %ld, "multicast": %ld, "unicast": %ld, "queries": %ld, "bytes4": %ld, "bytes6": %ld, )"
-      R"("most_in_second": %ld, "most_in_20ms": %ld})",
-      traffic.packets, traffic.bytes, traffic.multicast, traffic.packets - traffic.multicast, traffic.queries, traffic.bytes4,
-      traffic.bytes6, traffic.pace.second.most, traffic.pace.moment.most);
+  std::snprintf(text, sizeof text,
+                R"({"packets": %ld, "bytes": %ld, "multicast": %ld, "unicast": %ld, "queries": %ld, )"
+                R"("bytes4": %ld, "bytes6": %ld, "most_in_second": %ld, "most_in_20ms": %ld})",
+                traffic.packets, traffic.bytes, traffic.multicast, traffic.packets - traffic.multicast, traffic.queries,
+                traffic.bytes4, traffic.bytes6, traffic.pace.second.most, traffic.pace.moment.most);
   return text;
 }
 
@@ -158,7 +158,8 @@ void obey(Watcher& watcher, const std::string& line) {
   } else if (line == "absences") {
     air::say(text_of_each(watcher, absences_of));
   } else if (line == "lags") {
-    air::say("{\"txt\": " + text_of_lags(watcher.txt_lags) + ", \"address\": " + text_of_lags(watcher.address_lags) + "}");
+    air::say("{\"txt\": " + text_of_lags(watcher.txt_lags) + ", \"address\": " + text_of_lags(watcher.address_lags) +
+             "}");
   } else if (line == "traffic") {
     air::say("{\"gateway\": " + text_of(watcher.from_gateway) + ", \"others\": " + text_of(watcher.from_others) + "}");
   } else if (line == "reset") {

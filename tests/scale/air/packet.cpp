@@ -90,8 +90,8 @@ bool read_target(Reader reader, std::size_t end, Record& record) {
 
 bool read_record(Reader& reader, Record& record) {
   std::uint16_t record_class = 0, length = 0;
-  if (!reader.name_here(record.name) || !reader.u16(record.type) || !reader.u16(record_class) || !reader.u32(record.ttl) ||
-      !reader.u16(length) || reader.data.size() - reader.at < length) {
+  if (!reader.name_here(record.name) || !reader.u16(record.type) || !reader.u16(record_class) ||
+      !reader.u32(record.ttl) || !reader.u16(length) || reader.data.size() - reader.at < length) {
     return false;
   }
   record.name = folded(std::move(record.name));
@@ -212,8 +212,8 @@ void Writer::answer(const std::string& record_name, std::uint16_t type, std::uin
   ++answers;
 }
 
-void Writer::additional(const std::string& record_name, std::uint16_t type, std::uint16_t record_class, std::uint32_t ttl,
-                        std::string_view rdata) {
+void Writer::additional(const std::string& record_name, std::uint16_t type, std::uint16_t record_class,
+                        std::uint32_t ttl, std::string_view rdata) {
   record(record_name, type, record_class, ttl, rdata);
   ++additionals;
 }
@@ -233,7 +233,8 @@ std::optional<Message> read_message(std::span<const std::uint8_t> data) {
   std::uint16_t id = 0, questions = 0, answers = 0, authorities = 0, additionals = 0;
   Message message;
   const bool whole = reader.u16(id) && reader.u16(message.flags) && reader.u16(questions) && reader.u16(answers) &&
-                     reader.u16(authorities) && reader.u16(additionals) && read_questions(reader, questions, message.questions) &&
+                     reader.u16(authorities) && reader.u16(additionals) &&
+                     read_questions(reader, questions, message.questions) &&
                      read_records(reader, answers, &message.answers) && read_records(reader, authorities, nullptr) &&
                      read_records(reader, additionals, &message.additionals);
   if (!whole)

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
-// Multicast DNS messages for programs that stand for thousands of devices: written with compression, read with every length
-// checked. Shares nothing with the programs under test.
+// Multicast DNS messages for programs that stand for thousands of devices: written with compression, read with every
+// length checked. Shares nothing with the programs under test.
 //
-// A name is held as its uncompressed wire form (RFC 1035 section 3.1), the zero at its end included, so that it can be compared,
-// hashed and sent without any escaping.
+// A name is held as its uncompressed wire form (RFC 1035 section 3.1), the zero at its end included, so that it can be
+// compared, hashed and sent without any escaping.
 #pragma once
 
 #include <cstddef>
@@ -47,7 +47,8 @@ std::string first_label(std::string_view name);
 struct Writer {
   explicit Writer(std::uint16_t flags);
   void question(const std::string& name, std::uint16_t type);
-  void answer(const std::string& name, std::uint16_t type, std::uint16_t record_class, std::uint32_t ttl, std::string_view rdata);
+  void answer(const std::string& name, std::uint16_t type, std::uint16_t record_class, std::uint32_t ttl,
+              std::string_view rdata);
   void additional(const std::string& name, std::uint16_t type, std::uint16_t record_class, std::uint32_t ttl,
                   std::string_view rdata);
   void truncated();
@@ -59,7 +60,8 @@ struct Writer {
 
  private:
   void name(const std::string& name);
-  void record(const std::string& name, std::uint16_t type, std::uint16_t record_class, std::uint32_t ttl, std::string_view rdata);
+  void record(const std::string& name, std::uint16_t type, std::uint16_t record_class, std::uint32_t ttl,
+              std::string_view rdata);
   std::unordered_map<std::string, std::uint16_t> suffixes_;
 };
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The services of a link as its packets tell of them. A service is there once its PTR, its SRV, its TXT and an address of its host
-// have been seen with a TTL above 0. Times are those of the packets.
+// The services of a link as its packets tell of them. A service is there once its PTR, its SRV, its TXT and an address
+// of its host have been seen with a TTL above 0. Times are those of the packets.
 #pragma once
 
 #include <deque>
@@ -32,13 +32,14 @@ struct Goodbye {
 };
 
 struct Services {
-  // Seconds in which a record that was taken back may be said again; any record that a service needs counts then. 0: a service is
-  // gone at the goodbye of its PTR, whatever becomes of the others.
+  // Seconds in which a record that was taken back may be said again; any record that a service needs counts then. 0: a
+  // service is gone at the goodbye of its PTR, whatever becomes of the others.
   double grace = 0;
-  std::unordered_map<std::string, Service> by_name = {};                   // by the folded instance name
-  std::unordered_map<std::string, std::string> labels = {};                // its first label as written
-  std::unordered_map<std::string, bool> hosts = {};                        // has an address; folded
-  std::unordered_map<std::string, std::vector<std::string>> waiting = {};  // host without an address: the instances on it
+  std::unordered_map<std::string, Service> by_name = {};     // by the folded instance name
+  std::unordered_map<std::string, std::string> labels = {};  // its first label as written
+  std::unordered_map<std::string, bool> hosts = {};          // has an address; folded
+  // host without an address: the instances on it
+  std::unordered_map<std::string, std::vector<std::string>> waiting = {};
   long there = 0, listed = 0;
   double changed_at = 0;
   // With a grace only:

@@ -42,7 +42,8 @@ int open_shared(int family, const std::string& interface) {
   set_option(descriptor, SOL_SOCKET, SO_REUSEADDR, 1);
   set_option(descriptor, SOL_SOCKET, SO_REUSEPORT, 1);
   set_option(descriptor, SOL_SOCKET, SO_RCVBUFFORCE, kReceiveBuffer);
-  if (setsockopt(descriptor, SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(), static_cast<socklen_t>(interface.size())) != 0) {
+  if (setsockopt(descriptor, SOL_SOCKET, SO_BINDTODEVICE, interface.c_str(),
+                 static_cast<socklen_t>(interface.size())) != 0) {
     fail("SO_BINDTODEVICE");
   }
   return descriptor;

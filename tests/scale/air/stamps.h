@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The moment of a change, written into the changed data itself: TXT data and IPv6 addresses that say when a device began to
-// announce them. Whoever sees them on another link knows how old they are, without any word between the two.
+// The moment of a change, written into the changed data itself: TXT data and IPv6 addresses that say when a device
+// began to announce them. Whoever sees them on another link knows how old they are, without any word between the two.
 #pragma once
 
 #include <optional>

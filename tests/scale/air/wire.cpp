@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-// air-wire: a wire that loses frames. It carries every frame from either of two interfaces to the other, except those that
-// chance takes.
+// air-wire: a wire that loses frames. It carries every frame from either of two interfaces to the other, except those
+// that chance takes.
 //
 //   air-wire --interface NAME --to NAME --loss PERCENT [--seed NUMBER]
 //
-// The same seed and the same frames lose the same ones. On "count", a line on standard input, it says "carried N lost N". Frames
-// keep their checksum offload (PACKET_VNET_HDR), so that both ends may have it as usual.
+// The same seed and the same frames lose the same ones. On "count", a line on standard input, it says "carried N lost
+// N". Frames keep their checksum offload (PACKET_VNET_HDR), so that both ends may have it as usual.
 #include <arpa/inet.h>
 #include <linux/if_ether.h>
 #include <linux/if_packet.h>
@@ -24,7 +24,8 @@ namespace {
 
 constexpr int kQueue = 64 << 20;  // bytes: the wire itself must lose nothing
 
-constexpr std::size_t kVnetHeader = 10;  // of virtio_net_hdr (packet(7), PACKET_VNET_HDR), which is carried along unread
+constexpr std::size_t kVnetHeader = 10;  // of virtio_net_hdr (packet(7), PACKET_VNET_HDR), which is carried along
+                                         // unread
 
 struct Wire {
   std::array<int, 2> ends{};
@@ -75,7 +76,8 @@ void carry(Wire& wire, std::size_t from) {
       continue;
     }
     ++wire.carried;
-    if (send(wire.ends[1 - from], buffer.data(), static_cast<std::size_t>(size), 0) < 0 && errno != ENOBUFS && errno != EAGAIN)
+    if (send(wire.ends[1 - from], buffer.data(), static_cast<std::size_t>(size), 0) < 0 && errno != ENOBUFS &&
+        errno != EAGAIN)
       air::fail("send");
   }
 }

@@ -128,7 +128,8 @@ std::size_t live_blocks_of_config() {
   zmk_visit_lines(
       [](const char* file, int, ZmkUsage usage, void* sum) {
         const std::string_view path(file);
-        if (path.ends_with("config_text.cpp") || path.ends_with("rules_file.cpp") || path.ends_with("services_file.cpp")) {
+        if (path.ends_with("config_text.cpp") || path.ends_with("rules_file.cpp") ||
+            path.ends_with("services_file.cpp")) {
           *static_cast<std::size_t*>(sum) += usage.blocks;
         }
       },
@@ -136,10 +137,10 @@ std::size_t live_blocks_of_config() {
   return blocks;
 }
 
-std::string rule(const std::string& service, const std::string& rule_type, const std::string& if_from, const std::string& if_to,
-                 const std::string& bidirectional) {
-  return "<mdnsproxyrule mdnsservice=\"" + service + "\" rule_type=\"" + rule_type + "\" if_from=\"" + if_from + "\" if_to=\"" +
-         if_to + "\" bidirectional=\"" + bidirectional + "\"/>\n";
+std::string rule(const std::string& service, const std::string& rule_type, const std::string& if_from,
+                 const std::string& if_to, const std::string& bidirectional) {
+  return "<mdnsproxyrule mdnsservice=\"" + service + "\" rule_type=\"" + rule_type + "\" if_from=\"" + if_from +
+         "\" if_to=\"" + if_to + "\" bidirectional=\"" + bidirectional + "\"/>\n";
 }
 
 std::vector<std::string> pauses() {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a test of the two files needs beside the tables: files of its own, rules that are only recorded, and pauses that are over
-// at once.
+// What a test of the two files needs beside the tables: files of its own, rules that are only recorded, and pauses that
+// are over at once.
 #pragma once
 
 #include <string>
@@ -40,8 +40,8 @@ std::vector<std::string> catalog();
 std::size_t live_blocks_of_config();
 
 // One rule tag.
-std::string rule(const std::string& service, const std::string& rule_type, const std::string& if_from, const std::string& if_to,
-                 const std::string& bidirectional);
+std::string rule(const std::string& service, const std::string& rule_type, const std::string& if_from,
+                 const std::string& if_to, const std::string& bidirectional);
 
 // The pauses so far, "usleep(500000)" each.
 std::vector<std::string> pauses();

@@ -72,9 +72,9 @@ TEST_F(InitConfig, InSyslogModeOnlyItsStartIsLoggedAndNothingIsDumped) {
   given_services("none");
   given_rules("none");
   init();
-  EXPECT_THAT(fake_syslog::lines(),
-              ElementsAre(fake_syslog::Line{LOG_DEBUG, "InitFromConfigFiles(): START: aConfigServicesFilename = " +
-                                                           services_path() + ", aConfigRulesFilename = " + rules_path()}));
+  EXPECT_THAT(fake_syslog::lines(), ElementsAre(fake_syslog::Line{
+                                        LOG_DEBUG, "InitFromConfigFiles(): START: aConfigServicesFilename = " +
+                                                       services_path() + ", aConfigRulesFilename = " + rules_path()}));
 }
 
 TEST_F(InitConfig, InDebugModeEveryStepIsShownAndTheTablesAreDumpedToTheSystemLog) {
@@ -83,13 +83,14 @@ TEST_F(InitConfig, InDebugModeEveryStepIsShownAndTheTablesAreDumpedToTheSystemLo
   switch_to_debug_mode();
   init();
   const std::string stars = " *******************************\n";
-  EXPECT_THAT(debug_messages(),
-              ElementsAre("InitFromConfigFiles(): START: aConfigServicesFilename = " + services_path() +
-                              ", aConfigRulesFilename = " + rules_path(),
-                          "\n*************   Init: Config File Parsing: " + services_path() + stars, "parse_servicefile(): START",
-                          "\n\n\n*************   Init: Config File Parsing: " + rules_path() + stars, "parse_rulesfile(): START",
-                          "\n\n\n\t ********************* DONE WITH RULES ******************\n\n",
-                          "debug_printOutAllHashInfo(): START....\n"));
+  EXPECT_THAT(debug_messages(), ElementsAre("InitFromConfigFiles(): START: aConfigServicesFilename = " +
+                                                services_path() + ", aConfigRulesFilename = " + rules_path(),
+                                            "\n*************   Init: Config File Parsing: " + services_path() + stars,
+                                            "parse_servicefile(): START",
+                                            "\n\n\n*************   Init: Config File Parsing: " + rules_path() + stars,
+                                            "parse_rulesfile(): START",
+                                            "\n\n\n\t ********************* DONE WITH RULES ******************\n\n",
+                                            "debug_printOutAllHashInfo(): START....\n"));
   EXPECT_THAT(fake_syslog::texts(LOG_DEBUG),
               Contains("\n\n*****>>>>>>>>>>> 0 total in the gHashServiceNameToServiceTypesArray:\n"));
 }
@@ -126,8 +127,9 @@ TEST_F(InitConfigDeath, InDebugModeAPlainLineComesFirst) {
   EXPECT_EXIT(init(), ExitedWithCode(exit_status(110)),
               ContainsRegex(":cannot find services config file: [^\n]*services.xml\nsyslog\\(4\\): ERROR 100130114"));
   given_services(kServices);
-  EXPECT_EXIT(init(), ExitedWithCode(exit_status(120)),
-              ContainsRegex(":cannot find rules config file: [^\n]*rules.xml\nsyslog\\(4\\): ERROR 12013011401: cannot find"));
+  EXPECT_EXIT(
+      init(), ExitedWithCode(exit_status(120)),
+      ContainsRegex(":cannot find rules config file: [^\n]*rules.xml\nsyslog\\(4\\): ERROR 12013011401: cannot find"));
 }
 
 TEST_F(InitConfigDeath, AServiceUnknownToAnEmptyServicesListEndsTheProcess) {

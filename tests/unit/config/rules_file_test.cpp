@@ -26,7 +26,8 @@ using testing::Not;
 using testing::StartsWith;
 
 constexpr const char* kServices =
-    "<mdnsservice name=\"Three\"><service type=\"_a._tcp\"/><service type=\"_b._tcp\"/><service type=\"_c._tcp\"/></mdnsservice>"
+    "<mdnsservice name=\"Three\"><service type=\"_a._tcp\"/><service type=\"_b._tcp\"/><service "
+    "type=\"_c._tcp\"/></mdnsservice>"
     "<mdnsservice name=\"Nothing\"></mdnsservice>";
 
 class RulesFile : public ConfigTest {
@@ -131,12 +132,13 @@ TEST_F(RulesFile, InDebugModeEachRuleIsShown) {
   switch_to_debug_mode();
   parse_rules(rule("_a._tcp", "1", "br1", "br0", "tomato") + rule("_b._tcp", "1", "br1", "br0", "no"));
   const std::string stars = "\n" + std::string(93, '*') + "\n\n\tFound mdnsproxyrule: mdnsservice = ";
-  EXPECT_THAT(debug_messages(), ElementsAre("parse_rulesfile(): START",
-                                            stars + "_a._tcp, rule_type = 1, if_from = br1, if_to = br0, bidirectional = tomato, "
-                                                    "bidirectional_boolAsInt = 1\n",
-                                            "\t BIDIRECTIONAL = 1, so adding inverse rule....",
-                                            stars + "_b._tcp, rule_type = 1, if_from = br1, if_to = br0, bidirectional = no, "
-                                                    "bidirectional_boolAsInt = 0\n"));
+  EXPECT_THAT(debug_messages(),
+              ElementsAre("parse_rulesfile(): START",
+                          stars + "_a._tcp, rule_type = 1, if_from = br1, if_to = br0, bidirectional = tomato, "
+                                  "bidirectional_boolAsInt = 1\n",
+                          "\t BIDIRECTIONAL = 1, so adding inverse rule....",
+                          stars + "_b._tcp, rule_type = 1, if_from = br1, if_to = br0, bidirectional = no, "
+                                  "bidirectional_boolAsInt = 0\n"));
 }
 
 TEST_F(RulesFile, InDebugModeTheInverseRuleIsShownBetweenTheTwo) {
@@ -147,9 +149,10 @@ TEST_F(RulesFile, InDebugModeTheInverseRuleIsShownBetweenTheTwo) {
   const std::string shown = testing::internal::GetCapturedStderr();
   for (const char* type : {"_a._tcp", "_b._tcp", "_c._tcp"}) {
     const std::string call = std::string("add_proxy_rule\\(") + type;
-    EXPECT_THAT(shown,
-                ContainsRegex(call + ", br1, br0\\)\nmdnsproxy.c:[0-9]+:\t BIDIRECTIONAL = 1, so adding inverse rule....\n" +
-                              call + ", br0, br1\\)\n"));
+    EXPECT_THAT(
+        shown,
+        ContainsRegex(call + ", br1, br0\\)\nmdnsproxy.c:[0-9]+:\t BIDIRECTIONAL = 1, so adding inverse rule....\n" +
+                      call + ", br0, br1\\)\n"));
   }
 }
 
@@ -182,30 +185,35 @@ TEST_F(RulesFileDeath, AnEmptyFileEndsTheProcess) {
 
 TEST_F(RulesFileDeath, ABufferThatFindsNoMemoryEndsTheProcess) {
   fake_zmk::fail_malloc(1);
-  EXPECT_EXIT(tell_status_at_exit();
-              parse_rules("none"), ExitedWithCode(exit_status(20)),
-              AllOf(says("syslog(4): ERROR 12013011401: cannot alloc buf for rules config file: " + rules_path() + "\n"),
-                    says("status file: 20\n"), says("stream closed"), Not(says("syslog(3): cannot"))));
+  EXPECT_EXIT(
+      tell_status_at_exit();
+      parse_rules("none"), ExitedWithCode(exit_status(20)),
+      AllOf(says("syslog(4): ERROR 12013011401: cannot alloc buf for rules config file: " + rules_path() + "\n"),
+            says("status file: 20\n"), says("stream closed"), Not(says("syslog(3): cannot"))));
 }
 
 TEST_F(RulesFileDeath, AStreamShorterThanItsPathEndsTheProcess) {
-  EXPECT_EXIT(tell_status_at_exit();
-              parse_rules_stream(std::string(4999, 'x'), std::string(5000, 'x')), ExitedWithCode(exit_status(120)),
-              AllOf(says("syslog(4): ERROR 12013011401: read error size :5000 bytes, rules config file " + rules_path() + "\n"),
-                    says("status file: 120\n"), says("stream closed"), says("text freed"), Not(says("syslog(3): read error"))));
+  EXPECT_EXIT(
+      tell_status_at_exit();
+      parse_rules_stream(std::string(4999, 'x'), std::string(5000, 'x')), ExitedWithCode(exit_status(120)),
+      AllOf(says("syslog(4): ERROR 12013011401: read error size :5000 bytes, rules config file " + rules_path() + "\n"),
+            says("status file: 120\n"), says("stream closed"), says("text freed"), Not(says("syslog(3): read error"))));
 }
 
 // The plain line is on the debug stream, which is standard error here, before the line that ends the process.
 TEST_F(RulesFileDeath, InDebugModeAPlainLineComesFirst) {
   gDBG = 1;
   gLogLevel = 2;
-  EXPECT_EXIT(parse_rules_of_missing_path(), ExitedWithCode(exit_status(120)),
-              ContainsRegex(":cannot find rules config file: [^\n]*rules.xml\nsyslog\\(4\\): ERROR 12013011401: rules config"));
-  EXPECT_EXIT(parse_rules_stream("x", "xx"), ExitedWithCode(exit_status(120)),
-              ContainsRegex(":read error size :2 bytes, rules config file [^\n]*rules.xml\nsyslog\\(4\\): ERROR 12013011401"));
+  EXPECT_EXIT(
+      parse_rules_of_missing_path(), ExitedWithCode(exit_status(120)),
+      ContainsRegex(":cannot find rules config file: [^\n]*rules.xml\nsyslog\\(4\\): ERROR 12013011401: rules config"));
+  EXPECT_EXIT(
+      parse_rules_stream("x", "xx"), ExitedWithCode(exit_status(120)),
+      ContainsRegex(":read error size :2 bytes, rules config file [^\n]*rules.xml\nsyslog\\(4\\): ERROR 12013011401"));
   fake_zmk::fail_malloc(1);
-  EXPECT_EXIT(parse_rules("none"), ExitedWithCode(exit_status(20)),
-              ContainsRegex(":cannot alloc buf for rules config file: [^\n]*rules.xml\nsyslog\\(4\\): ERROR 12013011401"));
+  EXPECT_EXIT(
+      parse_rules("none"), ExitedWithCode(exit_status(20)),
+      ContainsRegex(":cannot alloc buf for rules config file: [^\n]*rules.xml\nsyslog\\(4\\): ERROR 12013011401"));
 }
 
 // At this verbosity only the rule itself, which is a trace, is not seen.
@@ -223,12 +231,12 @@ TEST_F(RulesFileDeath, InDebugModeAnErrorOfARuleHasNoPlainLine) {
 }
 
 TEST_F(RulesFileDeath, AMissingServiceEndsTheProcess) {
-  EXPECT_EXIT(
-      tell_status_at_exit();
-      parse_rules("<r rule_type=\"1\" if_from=\"a\" if_to=\"b\" bidirectional=\"0\" mdnsservice=/>"),
-      ExitedWithCode(exit_status(120)),
-      AllOf(says("syslog(4): ERROR 12013011402: in " + rules_path() + ": missing mdnsservice attribute in <mdnsproxyrule> tag\n"),
-            says("status file: 120\n"), says("stream closed"), says("text freed")));
+  EXPECT_EXIT(tell_status_at_exit();
+              parse_rules("<r rule_type=\"1\" if_from=\"a\" if_to=\"b\" bidirectional=\"0\" mdnsservice=/>"),
+              ExitedWithCode(exit_status(120)),
+              AllOf(says("syslog(4): ERROR 12013011402: in " + rules_path() +
+                         ": missing mdnsservice attribute in <mdnsproxyrule> tag\n"),
+                    says("status file: 120\n"), says("stream closed"), says("text freed")));
 }
 
 TEST_F(RulesFileDeath, AMissingRuleTypeEndsTheProcess) {
@@ -280,43 +288,49 @@ TEST_F(RulesFileDeath, AValueWithoutItsClosingQuoteIsMissing) {
 
 TEST_F(RulesFileDeath, AnInvalidBooleanWordEndsTheProcessBeforeThePause) {
   for (const char* word : {"maybe", "2"}) {
-    EXPECT_EXIT(tell_status_at_exit();
-                parse_rules(rule("S", "9", "br0", "br1", word)), ExitedWithCode(exit_status(120)),
-                AllOf(says("syslog(4): ERROR 12013011407: in " + rules_path() +
-                           ": invalid value for bidirectional attribute for <mdnsproxyrule mdnsservice=\"S\"> -- value must be "
-                           "one of: { 1, YES, yes, TRUE, true, 0, no, NO, false, FALSE }, found value is: " +
-                           word + "\n"),
-                      says("status file: 120\n"), says("stream closed"), says("text freed"), Not(says("paused")),
-                      Not(says("add_proxy_rule"))));
+    EXPECT_EXIT(
+        tell_status_at_exit();
+        parse_rules(rule("S", "9", "br0", "br1", word)), ExitedWithCode(exit_status(120)),
+        AllOf(says("syslog(4): ERROR 12013011407: in " + rules_path() +
+                   ": invalid value for bidirectional attribute for <mdnsproxyrule mdnsservice=\"S\"> -- value must be "
+                   "one of: { 1, YES, yes, TRUE, true, 0, no, NO, false, FALSE }, found value is: " +
+                   word + "\n"),
+              says("status file: 120\n"), says("stream closed"), says("text freed"), Not(says("paused")),
+              Not(says("add_proxy_rule"))));
   }
 }
 
 TEST_F(RulesFileDeath, AnUnknownServiceEndsTheProcessAfterThePause) {
   gSettings.services_file = "/etc/configured.xml";
-  EXPECT_EXIT(tell_status_at_exit();
-              parse_rules(rule("three", "0", "br0", "br1", "1")), ExitedWithCode(exit_status(120)),
-              AllOf(says("syslog(4): ERROR 12013011408: in " + rules_path() +
-                         ": invalid value for mdnsservice attribute for <mdnsproxyrule mdnsservice=\"three\"> -- value does not "
-                         "appear in services config file /etc/configured.xml, exiting.\n"),
-                    says("status file: 120\n"), says("stream closed"), says("text freed"), says("paused: usleep(500000)"),
-                    Not(says("add_proxy_rule"))));
+  EXPECT_EXIT(
+      tell_status_at_exit();
+      parse_rules(rule("three", "0", "br0", "br1", "1")), ExitedWithCode(exit_status(120)),
+      AllOf(
+          says("syslog(4): ERROR 12013011408: in " + rules_path() +
+               ": invalid value for mdnsservice attribute for <mdnsproxyrule mdnsservice=\"three\"> -- value does not "
+               "appear in services config file /etc/configured.xml, exiting.\n"),
+          says("status file: 120\n"), says("stream closed"), says("text freed"), says("paused: usleep(500000)"),
+          Not(says("add_proxy_rule"))));
 }
 
 TEST_F(RulesFileDeath, AServiceCopyThatFindsNoMemoryEndsTheProcess) {
   fake_zmk::fail_strdup(1);
-  EXPECT_EXIT(tell_status_at_exit(); parse_rules(rule("_a._tcp", "1", "br0", "br1", "1")), ExitedWithCode(exit_status(20)),
-                                     AllOf(says("syslog(4): ERROR 131437: strdup failed, exiting.\n"), says("status file: 20\n"),
-                                           says("stream closed"), says("text freed"), Not(says("add_proxy_rule"))));
+  EXPECT_EXIT(tell_status_at_exit();
+              parse_rules(rule("_a._tcp", "1", "br0", "br1", "1")), ExitedWithCode(exit_status(20)),
+              AllOf(says("syslog(4): ERROR 131437: strdup failed, exiting.\n"), says("status file: 20\n"),
+                    says("stream closed"), says("text freed"), Not(says("add_proxy_rule"))));
 }
 
 TEST_F(RulesFileDeath, AnInvalidRuleTypeEndsTheProcessAfterThePause) {
-  EXPECT_EXIT(tell_status_at_exit();
-              parse_rules(rule("Three", "2", "br0", "br1", "1")), ExitedWithCode(exit_status(120)),
-              AllOf(says("syslog(4): ERROR 12013011409: in " + rules_path() +
-                         ": invalid value for rule_type for <mdnsproxyrule mdnsservice=\"Three\"> -- value must be one of: { 0, "
-                         "1 } -- the incorect value found is: 2\n"),
-                    says("status file: 120\n"), says("stream closed"), says("text freed"), says("paused: usleep(500000)"),
-                    Not(says("add_proxy_rule"))));
+  EXPECT_EXIT(
+      tell_status_at_exit();
+      parse_rules(rule("Three", "2", "br0", "br1", "1")), ExitedWithCode(exit_status(120)),
+      AllOf(
+          says("syslog(4): ERROR 12013011409: in " + rules_path() +
+               ": invalid value for rule_type for <mdnsproxyrule mdnsservice=\"Three\"> -- value must be one of: { 0, "
+               "1 } -- the incorect value found is: 2\n"),
+          says("status file: 120\n"), says("stream closed"), says("text freed"), says("paused: usleep(500000)"),
+          Not(says("add_proxy_rule"))));
 }
 
 TEST_F(RulesFileDeath, RulesBeforeTheErrorHaveBeenInstalled) {

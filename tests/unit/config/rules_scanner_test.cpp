@@ -20,16 +20,17 @@ constexpr const char* kEveryWord = " mdnsservice rule_type if_from if_to bidirec
 std::string without_any_word() { return std::string("other tag without") + kEveryWord; }
 
 TEST(RulesScanner, YieldsTheFiveValuesOfEachRuleInFileOrder) {
-  EXPECT_THAT(
-      scan_rules(
-          "<mdnsproxyrule mdnsservice=\"AirPlay\" rule_type=\"0\" if_from=\"br1\" if_to=\"br0\" bidirectional=\"false\"/>\n"
-          "<mdnsproxyrule mdnsservice=\"_ipp._tcp\" rule_type=\"1\" if_from=\"br0\" if_to=\"br2\" bidirectional=\"yes\"/>\n"),
-      ElementsAre("rule AirPlay|0|br1|br0|false", "rule _ipp._tcp|1|br0|br2|yes"));
+  EXPECT_THAT(scan_rules("<mdnsproxyrule mdnsservice=\"AirPlay\" rule_type=\"0\" if_from=\"br1\" if_to=\"br0\" "
+                         "bidirectional=\"false\"/>\n"
+                         "<mdnsproxyrule mdnsservice=\"_ipp._tcp\" rule_type=\"1\" if_from=\"br0\" if_to=\"br2\" "
+                         "bidirectional=\"yes\"/>\n"),
+              ElementsAre("rule AirPlay|0|br1|br0|false", "rule _ipp._tcp|1|br0|br2|yes"));
 }
 
 TEST(RulesScanner, AFileWithoutATagHoldsNothing) {
   EXPECT_THAT(scan_rules(""), IsEmpty());
-  EXPECT_THAT(scan_rules("mdnsservice=\"A\" rule_type=\"0\" if_from=\"a\" if_to=\"b\" bidirectional=\"0\"/>"), IsEmpty());
+  EXPECT_THAT(scan_rules("mdnsservice=\"A\" rule_type=\"0\" if_from=\"a\" if_to=\"b\" bidirectional=\"0\"/>"),
+              IsEmpty());
 }
 
 TEST(RulesScanner, AttributesMayStandInAnyOrderWithOrWithoutEqualsSignAndSlash) {
@@ -64,8 +65,9 @@ TEST(RulesScanner, WordsAreCaseSensitive) {
 }
 
 TEST(RulesScanner, ATagRunsToTheNextClosingBracketSoACommentBeforeItsRuleIsOneTagWithIt) {
-  EXPECT_THAT(scan_rules("<!-- <r mdnsservice=\"S\" rule_type=\"1\" if_from=\"a\" if_to=\"b\" bidirectional=\"0\"/> -->"),
-              ElementsAre("rule S|1|a|b|0"));
+  EXPECT_THAT(
+      scan_rules("<!-- <r mdnsservice=\"S\" rule_type=\"1\" if_from=\"a\" if_to=\"b\" bidirectional=\"0\"/> -->"),
+      ElementsAre("rule S|1|a|b|0"));
 }
 
 TEST(RulesScanner, AClosingBracketInsideAValueEndsTheTag) {
@@ -111,8 +113,9 @@ TEST(RulesScanner, AnEmptyLastValueIsMissing) {
 }
 
 TEST(RulesScanner, TheFirstOccurrenceOfAWordCounts) {
-  EXPECT_THAT(scan_rules("<r if_from=\"x\" mdnsservice=\"S\" rule_type=\"1\" if_from=\"a\" if_to=\"b\" bidirectional=\"0\"/>"),
-              ElementsAre("rule S|1|x|b|0"));
+  EXPECT_THAT(
+      scan_rules("<r if_from=\"x\" mdnsservice=\"S\" rule_type=\"1\" if_from=\"a\" if_to=\"b\" bidirectional=\"0\"/>"),
+      ElementsAre("rule S|1|x|b|0"));
 }
 
 TEST(RulesScanner, AWordInsideAValueTakenBeforeHasNoValueOfItsOwn) {
@@ -142,8 +145,9 @@ TEST(RulesScanner, TwoWordsBeforeOneValueShareItOnlyForTheFirstTaken) {
 TEST(RulesScanner, ABracketThatIsNeverClosedEndsTheScan) {
   EXPECT_THAT(scan_rules("<r mdnsservice=\"S\" rule_type=\"1\" if_from=\"a\" if_to=\"b\" bidirectional=\"0\""),
               ElementsAre("unclosed tag"));
-  EXPECT_THAT(scan_rules("<r mdnsservice=\"S\" rule_type=\"1\" if_from=\"a\" if_to=\"b\" bidirectional=\"0\"/>\n<r < <"),
-              ElementsAre("rule S|1|a|b|0", "unclosed tag"));
+  EXPECT_THAT(
+      scan_rules("<r mdnsservice=\"S\" rule_type=\"1\" if_from=\"a\" if_to=\"b\" bidirectional=\"0\"/>\n<r < <"),
+      ElementsAre("rule S|1|a|b|0", "unclosed tag"));
 }
 
 TEST(RulesScanner, AClosingBracketWithoutATagIsPassedOver) {
@@ -151,7 +155,9 @@ TEST(RulesScanner, AClosingBracketWithoutATagIsPassedOver) {
               ElementsAre("rule S|1|a|b|0"));
 }
 
-TEST(RulesScanner, AnEmptyTagIsATag) { EXPECT_THAT(scan_rules("<><>"), ElementsAre(without_any_word(), without_any_word())); }
+TEST(RulesScanner, AnEmptyTagIsATag) {
+  EXPECT_THAT(scan_rules("<><>"), ElementsAre(without_any_word(), without_any_word()));
+}
 
 TEST(RulesScanner, AfterAMissingValueTheNextTagCanBeRead) {
   EXPECT_THAT(scan_rules("<r mdnsservice=\"S\" rule_type=\"1\" if_from=\"a\" if_to=\"b\" bidirectional/>"

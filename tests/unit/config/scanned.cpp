@@ -9,7 +9,9 @@
 namespace {
 
 // The findings of one file are fewer than its bytes, so a scan that yields more has gone astray.
-bool goes_on_for_ever(const std::vector<std::string>& lines, const std::string& bytes) { return lines.size() > bytes.size() + 1; }
+bool goes_on_for_ever(const std::vector<std::string>& lines, const std::string& bytes) {
+  return lines.size() > bytes.size() + 1;
+}
 
 void expect_text_at(const std::string& bytes, std::size_t offset, const std::string& text) {
   ASSERT_LE(offset, bytes.size());

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Random files through both scanners, held against a second reading of the formats: the plainest program that could be written
-// for each, one loop of strstr and strtok_r over the buffer.
+// Random files through both scanners, held against a second reading of the formats: the plainest program that could be
+// written for each, one loop of strstr and strtok_r over the buffer.
 
 #include <gtest/gtest.h>
 
@@ -120,7 +120,8 @@ class RandomFiles {
 // MDNSPROXY_TEST_SEED repeats a run.
 unsigned seed() {
   const char* given = std::getenv("MDNSPROXY_TEST_SEED");
-  const unsigned value = given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device()();
+  const unsigned value =
+      given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device()();
   std::cout << "seed: MDNSPROXY_TEST_SEED=" << value << "\n";
   return value;
 }

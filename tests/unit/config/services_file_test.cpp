@@ -26,7 +26,8 @@ using ServicesFile = ConfigTest;
 using ServicesFileDeath = ConfigTest;
 
 constexpr const char* kAirPlay =
-    "<mdnsservice name=\"AirPlay\">\n<service type=\"_airplay._tcp\"/>\n<service type=\"_raop._tcp\"/>\n</mdnsservice>\n";
+    "<mdnsservice name=\"AirPlay\">\n<service type=\"_airplay._tcp\"/>\n<service "
+    "type=\"_raop._tcp\"/>\n</mdnsservice>\n";
 constexpr const char* kAirPrint = "<mdnsservice name=\"AirPrint\">\n<service type=\"_ipp._tcp\"/>\n</mdnsservice>\n";
 
 TEST_F(ServicesFile, FillsTheTableInFileOrder) {
@@ -94,17 +95,19 @@ TEST_F(ServicesFileDeath, AnEmptyFileEndsTheProcess) {
 
 TEST_F(ServicesFileDeath, ABufferThatFindsNoMemoryEndsTheProcess) {
   fake_zmk::fail_malloc(1);
-  EXPECT_EXIT(tell_status_at_exit();
-              parse_services(kAirPlay), ExitedWithCode(exit_status(20)),
-              AllOf(says("syslog(4): ERROR 100130114: cannot alloc buf for services config file: " + services_path() + "\n"),
-                    says("status file: 20\n"), says("stream closed"), Not(says("syslog(3): cannot alloc"))));
+  EXPECT_EXIT(
+      tell_status_at_exit();
+      parse_services(kAirPlay), ExitedWithCode(exit_status(20)),
+      AllOf(says("syslog(4): ERROR 100130114: cannot alloc buf for services config file: " + services_path() + "\n"),
+            says("status file: 20\n"), says("stream closed"), Not(says("syslog(3): cannot alloc"))));
 }
 
 TEST_F(ServicesFileDeath, AStreamShorterThanItsPathEndsTheProcess) {
   EXPECT_EXIT(
       tell_status_at_exit();
       parse_services_stream(std::string(4999, 'x'), std::string(5000, 'x')), ExitedWithCode(exit_status(110)),
-      AllOf(says("syslog(4): ERROR 100130114: read error size :5000 bytes, services config file " + services_path() + "\n"),
+      AllOf(says("syslog(4): ERROR 100130114: read error size :5000 bytes, services config file " + services_path() +
+                 "\n"),
             says("status file: 110\n"), says("stream closed"), says("text freed"), Not(says("syslog(3): read error"))));
 }
 
@@ -112,15 +115,17 @@ TEST_F(ServicesFileDeath, AStreamShorterThanItsPathEndsTheProcess) {
 TEST_F(ServicesFileDeath, InDebugModeAPlainLineComesFirst) {
   gDBG = 1;
   gLogLevel = 2;
-  EXPECT_EXIT(parse_services_of_missing_path(), ExitedWithCode(exit_status(110)),
-              testing::ContainsRegex(":services config file stat invalid: [^\n]*services.xml\nsyslog\\(4\\): ERROR 100130114"));
-  EXPECT_EXIT(parse_services_stream("x", "xx"), ExitedWithCode(exit_status(110)),
-              testing::ContainsRegex(
-                  ":read error size :2 bytes, services config file [^\n]*services.xml\nsyslog\\(4\\): ERROR 100130114"));
-  fake_zmk::fail_malloc(1);
   EXPECT_EXIT(
-      parse_services(kAirPlay), ExitedWithCode(exit_status(20)),
-      testing::ContainsRegex(":cannot alloc buf for services config file: [^\n]*services.xml\nsyslog\\(4\\): ERROR 100130114"));
+      parse_services_of_missing_path(), ExitedWithCode(exit_status(110)),
+      testing::ContainsRegex(":services config file stat invalid: [^\n]*services.xml\nsyslog\\(4\\): ERROR 100130114"));
+  EXPECT_EXIT(
+      parse_services_stream("x", "xx"), ExitedWithCode(exit_status(110)),
+      testing::ContainsRegex(
+          ":read error size :2 bytes, services config file [^\n]*services.xml\nsyslog\\(4\\): ERROR 100130114"));
+  fake_zmk::fail_malloc(1);
+  EXPECT_EXIT(parse_services(kAirPlay), ExitedWithCode(exit_status(20)),
+              testing::ContainsRegex(
+                  ":cannot alloc buf for services config file: [^\n]*services.xml\nsyslog\\(4\\): ERROR 100130114"));
 }
 
 TEST_F(ServicesFileDeath, InDebugModeAnErrorOfTheFormatHasNoPlainLine) {
@@ -130,14 +135,15 @@ TEST_F(ServicesFileDeath, InDebugModeAnErrorOfTheFormatHasNoPlainLine) {
               testing::StartsWith("syslog(4): ERROR 131155"));
   EXPECT_EXIT(parse_services("<mdnsservice name=\"A\">"), ExitedWithCode(exit_status(110)),
               testing::StartsWith("syslog(4): ERROR 131155"));
-  EXPECT_EXIT(parse_services("<mdnsservice name=\"A\"><service type=/></mdnsservice>"), ExitedWithCode(exit_status(110)),
-              testing::StartsWith("syslog(4): ERROR 131157"));
+  EXPECT_EXIT(parse_services("<mdnsservice name=\"A\"><service type=/></mdnsservice>"),
+              ExitedWithCode(exit_status(110)), testing::StartsWith("syslog(4): ERROR 131157"));
   EXPECT_EXIT(parse_services(std::string(kAirPlay) + kAirPlay), ExitedWithCode(exit_status(110)),
               testing::StartsWith("syslog(4): ERROR 131125"));
 }
 
 TEST_F(ServicesFileDeath, AServiceWithoutANameEndsTheProcess) {
-  EXPECT_EXIT(tell_status_at_exit(); parse_services("<mdnsservice name=></mdnsservice>"), ExitedWithCode(exit_status(110)),
+  EXPECT_EXIT(tell_status_at_exit(); parse_services("<mdnsservice name=></mdnsservice>"),
+                                     ExitedWithCode(exit_status(110)),
                                      AllOf(says("syslog(4): ERROR 131155: ERROR in " + services_path() +
                                                 ": missing name attribute in <mdnsservice> tag, exiting.\n"),
                                            says("status file: 110\n"), says("stream closed"), says("text freed")));
@@ -165,16 +171,16 @@ TEST_F(ServicesFileDeath, ATypesArrayThatFindsNoMemoryEndsTheProcess) {
 TEST_F(ServicesFileDeath, ATypeCopyThatFindsNoMemoryEndsTheProcess) {
   fake_zmk::fail_strdup(2);
   EXPECT_EXIT(tell_status_at_exit(); parse_services(kAirPlay), ExitedWithCode(exit_status(20)),
-                                     AllOf(says("syslog(4): ERROR 131158: strdup failed, exiting.\n"), says("status file: 20\n"),
-                                           says("stream closed"), says("text freed")));
+                                     AllOf(says("syslog(4): ERROR 131158: strdup failed, exiting.\n"),
+                                           says("status file: 20\n"), says("stream closed"), says("text freed")));
 }
 
 TEST_F(ServicesFileDeath, ATypeWithoutAValueEndsTheProcessWithTheServicesName) {
-  EXPECT_EXIT(
-      tell_status_at_exit();
-      parse_services("<mdnsservice name=\"AirPlay\"><service type=/></mdnsservice>"), ExitedWithCode(exit_status(110)),
-      AllOf(says("syslog(4): ERROR 131157: ERROR in " + services_path() + ": missing type= for <mdnsservice name=\"AirPlay\">\n"),
-            says("status file: 110\n"), says("stream closed"), says("text freed")));
+  EXPECT_EXIT(tell_status_at_exit(); parse_services("<mdnsservice name=\"AirPlay\"><service type=/></mdnsservice>"),
+                                     ExitedWithCode(exit_status(110)),
+                                     AllOf(says("syslog(4): ERROR 131157: ERROR in " + services_path() +
+                                                ": missing type= for <mdnsservice name=\"AirPlay\">\n"),
+                                           says("status file: 110\n"), says("stream closed"), says("text freed")));
 }
 
 TEST_F(ServicesFileDeath, ATypeWithoutItsClosingQuoteEndsTheProcess) {
@@ -184,17 +190,18 @@ TEST_F(ServicesFileDeath, ATypeWithoutItsClosingQuoteEndsTheProcess) {
 
 TEST_F(ServicesFileDeath, AMessageWhoseNameFindsNoMemoryComesWithoutIt) {
   fake_zmk::fail_strdup(1);
-  EXPECT_EXIT(parse_services("<mdnsservice name=\"AirPlay\"><service type=/></mdnsservice>"), ExitedWithCode(exit_status(110)),
-              says("missing type= for <mdnsservice name=\"(null)\">"));
+  EXPECT_EXIT(parse_services("<mdnsservice name=\"AirPlay\"><service type=/></mdnsservice>"),
+              ExitedWithCode(exit_status(110)), says("missing type= for <mdnsservice name=\"(null)\">"));
 }
 
 TEST_F(ServicesFileDeath, ADuplicateNameEndsTheProcessFromWithinTheTable) {
   gSettings.services_file = "/etc/configured.xml";
-  EXPECT_EXIT(tell_status_at_exit();
-              parse_services(std::string(kAirPlay) + kAirPrint + kAirPlay), ExitedWithCode(exit_status(110)),
-              AllOf(says("syslog(4): ERROR 131125: existing hash found for service_name = AirPlay (likely in config file: "
-                         "/etc/configured.xml), this is an unhandled case.  Exiting.\n"),
-                    says("status file: 110\n"), says("stream open"), says("text kept")));
+  EXPECT_EXIT(
+      tell_status_at_exit();
+      parse_services(std::string(kAirPlay) + kAirPrint + kAirPlay), ExitedWithCode(exit_status(110)),
+      AllOf(says("syslog(4): ERROR 131125: existing hash found for service_name = AirPlay (likely in config file: "
+                 "/etc/configured.xml), this is an unhandled case.  Exiting.\n"),
+            says("status file: 110\n"), says("stream open"), says("text kept")));
 }
 
 }  // namespace

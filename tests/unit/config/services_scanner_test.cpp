@@ -54,7 +54,8 @@ TEST(ServicesScanner, TypesBetweenAnEndTagAndTheNextStartBelongToNoService) {
 }
 
 TEST(ServicesScanner, AStartInsideAServiceIsPartOfIt) {
-  EXPECT_THAT(scan_services("<mdnsservice name=\"A\"><mdnsservice name=\"B\"><service type=\"t\"/></mdnsservice></mdnsservice>"),
+  EXPECT_THAT(scan_services(
+                  "<mdnsservice name=\"A\"><mdnsservice name=\"B\"><service type=\"t\"/></mdnsservice></mdnsservice>"),
               ElementsAre("begins A", "type t", "ends A"));
 }
 
@@ -70,7 +71,8 @@ TEST(ServicesScanner, WhatStandsBetweenAPhraseAndItsQuoteIsPassedOver) {
 
 TEST(ServicesScanner, MatchingIsCaseSensitive) {
   EXPECT_THAT(scan_services("<MDNSService name=\"A\"></mdnsservice>"), IsEmpty());
-  EXPECT_THAT(scan_services("<mdnsservice name=\"A\"><Service type=\"t\"/></mdnsservice>"), ElementsAre("begins A", "ends A"));
+  EXPECT_THAT(scan_services("<mdnsservice name=\"A\"><Service type=\"t\"/></mdnsservice>"),
+              ElementsAre("begins A", "ends A"));
   EXPECT_THAT(scan_services("<mdnsservice name=\"A\"></MDNSService>"), ElementsAre("missing end tag"));
 }
 
@@ -142,13 +144,16 @@ TEST(ServicesScanner, AfterAMissingNameTheNextServiceCanBeRead) {
 
 TEST(ServicesScanner, AZeroByteEndsTheText) {
   const std::string before = "<mdnsservice name=\"A\"></mdnsservice>";
-  EXPECT_THAT(scan_services(before + '\0' + "<mdnsservice name=\"B\"></mdnsservice>"), ElementsAre("begins A", "ends A"));
-  EXPECT_THAT(scan_services(std::string("<mdnsservice name=\"A\">") + '\0' + "</mdnsservice>"), ElementsAre("missing end tag"));
+  EXPECT_THAT(scan_services(before + '\0' + "<mdnsservice name=\"B\"></mdnsservice>"),
+              ElementsAre("begins A", "ends A"));
+  EXPECT_THAT(scan_services(std::string("<mdnsservice name=\"A\">") + '\0' + "</mdnsservice>"),
+              ElementsAre("missing end tag"));
 }
 
 TEST(ServicesScanner, LineBreaksAreWhitespaceOnlyOutsideThePhrases) {
   EXPECT_THAT(scan_services("<mdnsservice\nname=\"A\"></mdnsservice>"), IsEmpty());
-  EXPECT_THAT(scan_services("<mdnsservice name\r\n=\r\n\"A\"\r\n>\r\n</mdnsservice>"), ElementsAre("begins A", "ends A"));
+  EXPECT_THAT(scan_services("<mdnsservice name\r\n=\r\n\"A\"\r\n>\r\n</mdnsservice>"),
+              ElementsAre("begins A", "ends A"));
 }
 
 }  // namespace

@@ -17,8 +17,8 @@ const std::vector<std::vector<std::string>> kExpected = {
     {"AirTunes", "_raop._tcp.local"},
     {"AppleFileSharing", "_afpovertcp._tcp.local", "_smb._tcp.local"},
     {"AppleMobileDevices", "_apple-mobdev._tcp.local"},
-    {"AppleTV", "_appletv-v2._tcp.local", "_mediaremotetv._tcp.local", "_companion-link._tcp.local", "_sleep-proxy._udp.local",
-     "_touch-able._tcp.local"},
+    {"AppleTV", "_appletv-v2._tcp.local", "_mediaremotetv._tcp.local", "_companion-link._tcp.local",
+     "_sleep-proxy._udp.local", "_touch-able._tcp.local"},
     {"iCloudSync", "_ubd._tcp.local"},
     {"iTunesRemote", "_dacp._tcp.local"},
     {"iTunesSharing", "_daap._tcp.local"},
@@ -75,8 +75,9 @@ TEST(FencingCatalog, FindsEachTypeWithAndWithoutLocal) {
 }
 
 TEST(FencingCatalog, MatchesInNoOtherWay) {
-  for (const char* type : {"_IPP._tcp", "_ipp._tcp.", "_ipp._tcp.local.", "_ipp._tcp.LOCAL", "_ipp._tcp.local.local", "ipp._tcp",
-                           "_ipp", "_ipp._tc", "_ipp._tcpx", "_ipp._tcp ", " _ipp._tcp", "_color._sub._ipp._tcp"}) {
+  for (const char* type :
+       {"_IPP._tcp", "_ipp._tcp.", "_ipp._tcp.local.", "_ipp._tcp.LOCAL", "_ipp._tcp.local.local", "ipp._tcp", "_ipp",
+        "_ipp._tc", "_ipp._tcpx", "_ipp._tcp ", " _ipp._tcp", "_color._sub._ipp._tcp"}) {
     EXPECT_EQ(fencing_catalog_find_type(type), -1) << type;
   }
 }

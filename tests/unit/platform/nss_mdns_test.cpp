@@ -35,7 +35,8 @@ class HostLookup : public testing::Test {
  private:
   std::vector<std::string> Addresses() const {
     std::vector<std::string> texts;
-    for (char** address = result_ == 0 ? host_.h_addr_list : nullptr; address != nullptr && *address != nullptr; ++address) {
+    for (char** address = result_ == 0 ? host_.h_addr_list : nullptr; address != nullptr && *address != nullptr;
+         ++address) {
       char text[INET6_ADDRSTRLEN];
       texts.emplace_back(inet_ntop(host_.h_addrtype, *address, text, sizeof(text)));
     }
@@ -49,7 +50,9 @@ class HostLookup : public testing::Test {
 
 }  // namespace
 
-TEST_F(HostLookup, AsksTheLibraryForIpv4) { EXPECT_THAT(Ask("twohomes.local"), ElementsAre("169.254.1.2", "192.0.2.9")); }
+TEST_F(HostLookup, AsksTheLibraryForIpv4) {
+  EXPECT_THAT(Ask("twohomes.local"), ElementsAre("169.254.1.2", "192.0.2.9"));
+}
 
 TEST_F(HostLookup, AsksTheLibraryForOneFamily) {
   EXPECT_THAT(Ask("printer.local", AF_INET6), ElementsAre("fe80::7", "2001:db8::7"));

@@ -120,8 +120,8 @@ TEST_F(SettingsFile, IsReportedAnewWhenItsContentIsAnother) {
   EXPECT_THAT(TheHop(), Optional(1));
   GivenFile(std::string("; changed\n") + kMalformed);
   TheHop();
-  EXPECT_THAT(Reports(),
-              ElementsAre(":3: neither a section, a setting nor a comment", ":4: neither a section, a setting nor a comment"));
+  EXPECT_THAT(Reports(), ElementsAre(":3: neither a section, a setting nor a comment",
+                                     ":4: neither a section, a setting nor a comment"));
 }
 
 TEST_F(SettingsFile, ReportsAWrongValueOnceForEachContent) {

@@ -145,8 +145,9 @@ TEST_F(Vcm, LeavesOutCustomTypesBeyondTheMostOfOneProcess) {
     }
     GivenFile(text + "[fencing AirDisk]\nwireless_hop = 3\n");
     EXPECT_THAT(Hop(0, kVcmFencingWireless), Optional(3)) << "the rest is configured";
-    EXPECT_THAT(Reports(),
-                ElementsAre(testing::HasSubstr(": too many custom service types since the program began, not configured")));
+    EXPECT_THAT(
+        Reports(),
+        ElementsAre(testing::HasSubstr(": too many custom service types since the program began, not configured")));
     EXPECT_THAT(Hop(Custom("_c0._tcp"), kVcmFencingWireless), Optional(1));
     EXPECT_EQ(Custom(("_c" + std::to_string(kMostCustomServices + 5) + "._tcp").c_str()), -1);
   });
@@ -155,9 +156,12 @@ TEST_F(Vcm, LeavesOutCustomTypesBeyondTheMostOfOneProcess) {
 
 TEST_F(Vcm, TakesTheNamesOfSectionsAndKeysExactly) {
   GivenFile(
-      "[Mdnsproxy]\nlog_level = enable\n[mdnsproxy ]\nlog_level = enable\n[mdnsproxy]\nLog_level = enable\nlog_level2 = enable\n"
-      "[fencing airprint]\nwireless_hop = 1\n[Fencing AirPrint]\nwireless_hop = 1\n[fencingAirPrint]\nwireless_hop = 1\n"
-      "[fencing  AirPrint]\nwireless_hop = 1\n[fencing AirPrint]\nWireless_hop = 1\nwireless = 1\n[fencing ]\nwireless_hop = "
+      "[Mdnsproxy]\nlog_level = enable\n[mdnsproxy ]\nlog_level = enable\n[mdnsproxy]\nLog_level = enable\nlog_level2 "
+      "= enable\n"
+      "[fencing airprint]\nwireless_hop = 1\n[Fencing AirPrint]\nwireless_hop = 1\n[fencingAirPrint]\nwireless_hop = "
+      "1\n"
+      "[fencing  AirPrint]\nwireless_hop = 1\n[fencing AirPrint]\nWireless_hop = 1\nwireless = 1\n[fencing "
+      "]\nwireless_hop = "
       "1\n");
   EXPECT_EQ(LogLevel(), std::nullopt);
   EXPECT_EQ(Hop(kAirPrint, kVcmFencingWireless), std::nullopt);
@@ -166,12 +170,15 @@ TEST_F(Vcm, TakesTheNamesOfSectionsAndKeysExactly) {
 }
 
 TEST_F(Vcm, LetsTheLaterOfTwoSettingsCount) {
-  GivenFile("[fencing AirPrint]\nwireless_hop = 1\nwireless_hop = 2\n[fencing AirPlay]\n[fencing AirPrint]\nwireless_hop = 3\n");
+  GivenFile(
+      "[fencing AirPrint]\nwireless_hop = 1\nwireless_hop = 2\n[fencing AirPlay]\n[fencing AirPrint]\nwireless_hop = "
+      "3\n");
   EXPECT_THAT(Hop(kAirPrint, kVcmFencingWireless), Optional(3));
 }
 
 TEST_F(Vcm, ReadsHopsUpToTheLimitsOfThirtyTwoBits) {
-  GivenFile("[fencing AirDisk]\nwireless_hop = -2147483648\nwired_hop = 2147483647\n[fencing AirPlay]\nwireless_hop = -1\n");
+  GivenFile(
+      "[fencing AirDisk]\nwireless_hop = -2147483648\nwired_hop = 2147483647\n[fencing AirPlay]\nwireless_hop = -1\n");
   EXPECT_THAT(Hop(0, kVcmFencingWireless), Optional(INT32_MIN));
   EXPECT_THAT(Hop(0, kVcmFencingWired), Optional(INT32_MAX));
   EXPECT_THAT(Hop(1, kVcmFencingWireless), Optional(-1));

@@ -39,7 +39,9 @@ class Zmk : public testing::Test {
 
 void PrintTo(const ZmkUsage& usage, std::ostream* out);
 
-void PrintTo(const ZmkUsage& usage, std::ostream* out) { *out << usage.blocks << " blocks, " << usage.bytes << " bytes"; }
+void PrintTo(const ZmkUsage& usage, std::ostream* out) {
+  *out << usage.blocks << " blocks, " << usage.bytes << " bytes";
+}
 
 TEST_F(Zmk, CountsBlocksAndBytesUnderTheLineThatAsked) {
   void* first = zmk_malloc(10, kFile, 1);

@@ -37,9 +37,14 @@ using BrowseReplyDeathTest = BrowseReply;
 TEST_F(BrowseReply, AnAddedInstanceIsResolvedWhereItWasSeen) {
   GivenRule("_ipp._tcp");
   Forget();
-  Browses({.flags = kDNSServiceFlagsAdd, .interfaceIndex = 9, .name = "My Printer", .type = "_ipp._tcp.", .domain = "local."});
-  EXPECT_THAT(Calls(), ElementsAre("DNSServiceResolve on=connection1 flags=0x4000 if=9 name=My Printer regtype=_ipp._tcp. "
-                                   "domain=local. -> resolve1"));
+  Browses({.flags = kDNSServiceFlagsAdd,
+           .interfaceIndex = 9,
+           .name = "My Printer",
+           .type = "_ipp._tcp.",
+           .domain = "local."});
+  EXPECT_THAT(Calls(),
+              ElementsAre("DNSServiceResolve on=connection1 flags=0x4000 if=9 name=My Printer regtype=_ipp._tcp. "
+                          "domain=local. -> resolve1"));
   EXPECT_EQ(LastCall("DNSServiceResolve").context, Rule());
   ASSERT_NE(Instance("My Printer"), nullptr);
   EXPECT_EQ(Instance("My Printer")->resolve_service_ref, LastCall("DNSServiceResolve").ref);
@@ -58,11 +63,12 @@ TEST_F(BrowseReply, AnAddIsTraced) {
   GivenRule("_ipp._tcp");
   Forget();
   BrowseAdds("My Printer");
-  EXPECT_THAT(Traces(), AllOf(Contains(printed("\ncallback_ServiceBrowse(): START: sdref = %p, flags = 2, ifIndex = 2, errorCode "
-                                               "= 0, replyName = My Printer, replyType = _ipp._tcp., replyDomain = local. ...",
-                                               static_cast<const void*>(Rule()->ref))),
-                              Contains("callback_ServiceBrowse(): Operation: Add"),
-                              Contains("callback_ServiceBrowse(): ADD: Now attempting to DNSServiceResolve()...")));
+  EXPECT_THAT(Traces(),
+              AllOf(Contains(printed("\ncallback_ServiceBrowse(): START: sdref = %p, flags = 2, ifIndex = 2, errorCode "
+                                     "= 0, replyName = My Printer, replyType = _ipp._tcp., replyDomain = local. ...",
+                                     static_cast<const void*>(Rule()->ref))),
+                    Contains("callback_ServiceBrowse(): Operation: Add"),
+                    Contains("callback_ServiceBrowse(): ADD: Now attempting to DNSServiceResolve()...")));
 }
 
 TEST_F(BrowseReply, ASecondAddReplyForAKnownInstanceStartsNothing) {
@@ -126,7 +132,7 @@ TEST_F(BrowseReply, MoreComingMakesNoDifference) {
   EXPECT_EQ(Instance("My Printer"), nullptr);
 }
 
-// --- Removal --------------------------------------------------------------------------------------------------------------------
+// --- Removal ---------------------------------------------------------------------------------------------------------
 
 TEST_F(BrowseReply, ARemovedInstanceIsTornDown) {
   GivenRule("_ipp._tcp");
@@ -136,10 +142,11 @@ TEST_F(BrowseReply, ARemovedInstanceIsTornDown) {
   EXPECT_THAT(Calls(), ElementsAre("DNSServiceRefDeallocate resolve1"));
   EXPECT_EQ(Instance("My Printer"), nullptr);
   EXPECT_EQ(gResponderCount, 0);
-  EXPECT_THAT(Traces(), AllOf(Contains("callback_ServiceBrowse(): Operation: Rmv"),
-                              Contains("callback_ServiceBrowse(): REMOVE: Now attempting to remove the record and the service "
-                                       "register from the other interfaces..."),
-                              Not(Contains(HasSubstr("REMOVE:  failed")))));
+  EXPECT_THAT(Traces(),
+              AllOf(Contains("callback_ServiceBrowse(): Operation: Rmv"),
+                    Contains("callback_ServiceBrowse(): REMOVE: Now attempting to remove the record and the service "
+                             "register from the other interfaces..."),
+                    Not(Contains(HasSubstr("REMOVE:  failed")))));
 }
 
 TEST_F(BrowseReply, ARegisteredInstanceLeavesNothingBehind) {
@@ -151,9 +158,10 @@ TEST_F(BrowseReply, ARegisteredInstanceLeavesNothingBehind) {
   AddressAnswers("2001:db8::1");
   Forget();
   BrowseRemoves("My Printer");
-  EXPECT_THAT(Calls(), ElementsAre("DNSServiceRemoveRecord on=connection2 flags=0x0 record1",
-                                   "DNSServiceRemoveRecord on=connection2 flags=0x0 record2", "DNSServiceRefDeallocate query1",
-                                   "DNSServiceRefDeallocate query2", "DNSServiceRefDeallocate service1"));
+  EXPECT_THAT(Calls(),
+              ElementsAre("DNSServiceRemoveRecord on=connection2 flags=0x0 record1",
+                          "DNSServiceRemoveRecord on=connection2 flags=0x0 record2", "DNSServiceRefDeallocate query1",
+                          "DNSServiceRefDeallocate query2", "DNSServiceRefDeallocate service1"));
   EXPECT_EQ(zmk_usage().blocks, before.blocks);
   EXPECT_EQ(zmk_usage().bytes, before.bytes);
   EXPECT_EQ(fake_dns_sd::live_records(), 0U);
@@ -207,7 +215,7 @@ TEST_F(BrowseReply, AnInstanceComesBackAfterItsRemoval) {
   EXPECT_THAT(Calls("DNSServiceResolve"), SizeIs(2));
 }
 
-// --- A table that changes under the handler's hands: cannot happen, is noticed ----------------------------------------------------
+// --- A table that changes under the handler's hands: cannot happen, is noticed ---------------------------------------
 
 // Does something inside the nth message of all that begins so.
 void InsideMessage(const std::string& beginning, int nth, std::function<void()> action) {
@@ -240,7 +248,7 @@ TEST_F(BrowseReply, ARemovedInstanceThatIsStillFoundIsReported) {
   EXPECT_EQ(gResponderCount, 0);
 }
 
-// --- Several rules and the limit ------------------------------------------------------------------------------------------------
+// --- Several rules and the limit -------------------------------------------------------------------------------------
 
 TEST_F(BrowseReply, TwoRulesResolveTheSameInstanceTwiceAndCountItTwice) {
   const BridgeContext* first = GivenRule("_ipp._tcp", "br0", "br1");
@@ -319,23 +327,25 @@ TEST_F(BrowseReply, TheLimitComesFromTheSettings) {
   EXPECT_THAT(Errors(), ElementsAre("callback_ServiceBrowse(): Maxnum(2) of responder reached..."));
 }
 
-// --- Ends of the process --------------------------------------------------------------------------------------------------------
+// --- Ends of the process ---------------------------------------------------------------------------------------------
 
 TEST_F(BrowseReplyDeathTest, AMissingContextEndsTheProcessOnBothPaths) {
   const std::string message =
-      "syslog(4): ERROR 13013016491: callback_ServiceBrowse(): REMOVE: bridge_context_ptr == NULL, unhandled case, exiting.";
+      "syslog(4): ERROR 13013016491: callback_ServiceBrowse(): REMOVE: bridge_context_ptr == NULL, unhandled case, "
+      "exiting.";
   EXPECT_EXIT(callback_ServiceBrowse(nullptr, kDNSServiceFlagsAdd, 2, 0, "x", "_ipp._tcp.", "local.", nullptr),
               ExitedWithCode(exit_status(600)), says(message));
-  EXPECT_EXIT(callback_ServiceBrowse(nullptr, 0, 2, 0, "x", "_ipp._tcp.", "local.", nullptr), ExitedWithCode(exit_status(600)),
-              says(message));
+  EXPECT_EXIT(callback_ServiceBrowse(nullptr, 0, 2, 0, "x", "_ipp._tcp.", "local.", nullptr),
+              ExitedWithCode(exit_status(600)), says(message));
 }
 
 TEST_F(BrowseReplyDeathTest, ARefusedResolveEndsTheProcess) {
   GivenRule("_ipp._tcp");
   fake_dns_sd::fail_call("DNSServiceResolve", 1, kDNSServiceErr_NoMemory);
-  EXPECT_EXIT(BrowseAdds("My Printer"), ExitedWithCode(exit_status(600)),
-              says("syslog(4): ERROR 1301301638: INTERNAL ERROR:  DNSServiceResolve() call failed: -65539, CRITICAL ERROR, "
-                   "exiting."));
+  EXPECT_EXIT(
+      BrowseAdds("My Printer"), ExitedWithCode(exit_status(600)),
+      says("syslog(4): ERROR 1301301638: INTERNAL ERROR:  DNSServiceResolve() call failed: -65539, CRITICAL ERROR, "
+           "exiting."));
 }
 
 }  // namespace

@@ -31,7 +31,8 @@ class CallLayer : public ProxyTest {
   }
   DNSServiceErrorType Resolve() {
     DNSServiceRef ref = gDNSServiceRef_Shared;
-    return MyDNSServiceResolve(&ref, 0x4000, 2, "My Printer", "_ipp._tcp.", "local.", callback_ServiceResolve, &bridge_);
+    return MyDNSServiceResolve(&ref, 0x4000, 2, "My Printer", "_ipp._tcp.", "local.", callback_ServiceResolve,
+                               &bridge_);
   }
   DNSServiceErrorType Query() {
     DNSServiceRef ref = gDNSServiceRef_Shared;
@@ -81,7 +82,8 @@ TEST_F(CallLayer, PassesArgumentsAndResultThrough) {
       Calls(),
       ElementsAre(
           "DNSServiceBrowse on=connection1 flags=0x4000 if=2 regtype=_ipp._tcp domain=local -> browse1",
-          "DNSServiceResolve on=connection1 flags=0x4000 if=2 name=My Printer regtype=_ipp._tcp. domain=local. -> resolve1",
+          "DNSServiceResolve on=connection1 flags=0x4000 if=2 name=My Printer regtype=_ipp._tcp. domain=local. -> "
+          "resolve1",
           "DNSServiceQueryRecord on=connection1 flags=0x4500 if=2 name=printer.local. rrtype=28 rrclass=1 -> query1",
           "DNSServiceRegister on=connection1 flags=0x80004010 if=3 name=My Printer regtype=_ipp._tcp domain=local "
           "host=printer.local. port=631 txt=03613d62 -> service1",
@@ -97,7 +99,8 @@ TEST_F(CallLayer, GivesEveryOperationItsCallbackAndContext) {
   Query();
   Register();
   RegisterRecord();
-  for (const char* function : {"DNSServiceBrowse", "DNSServiceResolve", "DNSServiceQueryRecord", "DNSServiceRegister"}) {
+  for (const char* function :
+       {"DNSServiceBrowse", "DNSServiceResolve", "DNSServiceQueryRecord", "DNSServiceRegister"}) {
     EXPECT_EQ(LastCall(function).context, &bridge_) << function;
   }
   ForgetMessages();
@@ -134,12 +137,13 @@ TEST_F(CallLayer, TracesTheArgumentsOfEachCallAndNothingElse) {
           "domain = local....",
           "\nMyDNSServiceQueryRecord(): START: flags = 17664, interfaceIndex = 2, name = printer.local., rrtype = 28, "
           "rrclass = 1...",
-          printed(
-              "\nMyDNSServiceRegister(): START: flags = 80004010, interfaceIndex = 3, name = My Printer, regtype = _ipp._tcp, "
-              "domain = local, host = printer.local., port = %d, txtLen = 4, txtRecord = \x03"
-              "a=b",
-              htons(631)),
-          "\nMyDNSServiceRegisterRecord(): START: flags = 8000010, interfaceIndex = 3, fullname = printer.local., rrtype = 1, "
+          printed("\nMyDNSServiceRegister(): START: flags = 80004010, interfaceIndex = 3, name = My Printer, regtype = "
+                  "_ipp._tcp, "
+                  "domain = local, host = printer.local., port = %d, txtLen = 4, txtRecord = \x03"
+                  "a=b",
+                  htons(631)),
+          "\nMyDNSServiceRegisterRecord(): START: flags = 8000010, interfaceIndex = 3, fullname = printer.local., "
+          "rrtype = 1, "
           "rrclass = 1, rdlen = 4, ttl = 0",
           "MyDNSServiceUpdateRecord():flags = 0 ,rdlen = 4\n", "\nMyDNSServiceRemoveRecord(): START: flags = 0"));
   EXPECT_THAT(Warnings(), IsEmpty());

@@ -95,13 +95,14 @@ TEST_F(Fencing, WithoutMemoryForTheTransactionNothingIsConfiguredThisOnce) {
   GivenSettings("[fencing AirPrint]\nwireless_hop = 1\n");
   fake_zmk::fail_malloc(1);
   EXPECT_EQ(check_mdns_service_fencing("_ipp._tcp"), -1);
-  EXPECT_THAT(Traces(),
-              ElementsAre("check_mdns_service_fencing: Wireless fencing for service type: _ipp._tcp:3 not configured",
-                          "check_mdns_service_fencing: Wired fencing, Anchor AP for service type: _ipp._tcp:3 not "
-                          "configured",
-                          "check_mdns_service_fencing: Wired fencing, Anchor AP flag is 0 for service type: _ipp._tcp:3 ",
-                          "check_mdns_service_fencing: Wired fencing for service type: _ipp._tcp:3 not configured",
-                          "check_mdns_service_fencing: service type: _ipp._tcp:3 with hop -1\n"));
+  EXPECT_THAT(
+      Traces(),
+      ElementsAre("check_mdns_service_fencing: Wireless fencing for service type: _ipp._tcp:3 not configured",
+                  "check_mdns_service_fencing: Wired fencing, Anchor AP for service type: _ipp._tcp:3 not "
+                  "configured",
+                  "check_mdns_service_fencing: Wired fencing, Anchor AP flag is 0 for service type: _ipp._tcp:3 ",
+                  "check_mdns_service_fencing: Wired fencing for service type: _ipp._tcp:3 not configured",
+                  "check_mdns_service_fencing: service type: _ipp._tcp:3 with hop -1\n"));
   EXPECT_EQ(check_mdns_service_fencing("_ipp._tcp"), 1);
 }
 
@@ -123,9 +124,10 @@ TEST_F(Fencing, AChangeAppliesToTheNextCheck) {
 TEST_F(Fencing, TheLookUpOfAFullyConfiguredTypeIsTraced) {
   GivenSettings("[fencing AirPrint]\nwireless_hop = 1\nwired_hop = 0\nanchor_ap = 02:00:00:00:00:01\n");
   check_mdns_service_fencing("_ipp._tcp");
-  EXPECT_THAT(Traces(),
-              ElementsAre("check_mdns_service_fencing: Wired fencing, Anchor AP flag is 1 for service type: _ipp._tcp:3 ",
-                          "check_mdns_service_fencing: service type: _ipp._tcp:3 with hop 0\n"));
+  EXPECT_THAT(
+      Traces(),
+      ElementsAre("check_mdns_service_fencing: Wired fencing, Anchor AP flag is 1 for service type: _ipp._tcp:3 ",
+                  "check_mdns_service_fencing: service type: _ipp._tcp:3 with hop 0\n"));
 }
 
 TEST_F(Fencing, EverythingThatIsNotConfiguredIsTraced) {
@@ -133,7 +135,8 @@ TEST_F(Fencing, EverythingThatIsNotConfiguredIsTraced) {
   EXPECT_THAT(
       Traces(),
       ElementsAre(
-          "check_mdns_service_fencing: failed to find the service type : _nowhere._tcp in standard service. Checking for custom "
+          "check_mdns_service_fencing: failed to find the service type : _nowhere._tcp in standard service. Checking "
+          "for custom "
           "service type",
           "check_mdns_service_fencing: Wireless fencing for service type: _nowhere._tcp:-1 not configured",
           "check_mdns_service_fencing: Wired fencing, Anchor AP for service type: _nowhere._tcp:-1 not configured",
@@ -142,7 +145,7 @@ TEST_F(Fencing, EverythingThatIsNotConfiguredIsTraced) {
           "check_mdns_service_fencing: service type: _nowhere._tcp:-1 with hop -1\n"));
 }
 
-// --- The flags of the registrations ---------------------------------------------------------------------------------------------
+// --- The flags of the registrations ----------------------------------------------------------------------------------
 
 class FencedRegistration : public Fencing {
  protected:

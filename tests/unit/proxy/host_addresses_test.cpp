@@ -40,13 +40,15 @@ class AddressAnswer : public ProxyTest {
 using AddressAnswerDeathTest = AddressAnswer;
 
 constexpr const char* kRegisterA =
-    "DNSServiceRegisterRecord on=connection2 flags=0x10 if=3 name=printer.local. rrtype=1 rrclass=1 rdata=c0000201 ttl=0 -> "
+    "DNSServiceRegisterRecord on=connection2 flags=0x10 if=3 name=printer.local. rrtype=1 rrclass=1 rdata=c0000201 "
+    "ttl=0 -> "
     "record1";
 constexpr const char* kRegisterService =
-    "DNSServiceRegister on=connection1 flags=0x4010 if=3 name=My Printer regtype=_ipp._tcp domain=local host=printer.local. "
+    "DNSServiceRegister on=connection1 flags=0x4010 if=3 name=My Printer regtype=_ipp._tcp domain=local "
+    "host=printer.local. "
     "port=631 txt=0d76656e6465723d5a656e6d6f7209747874766572733d31 -> service1";
 
-// --- IPv4 -----------------------------------------------------------------------------------------------------------------------
+// --- IPv4 ------------------------------------------------------------------------------------------------------------
 
 TEST_F(AddressAnswer, TheFirstAddressRegistersTheRecordAndThenTheInstance) {
   AddressAnswers("192.0.2.1");
@@ -58,19 +60,21 @@ TEST_F(AddressAnswer, TheFirstAddressRegistersTheRecordAndThenTheInstance) {
 
 TEST_F(AddressAnswer, AnIpv4AnswerIsTraced) {
   AddressAnswers("192.0.2.1");
-  EXPECT_THAT(
-      Traces(),
-      AllOf(
-          Contains(around_line("-----callback_ServiceQueryRecord-----",
-                               printed("----process_queryrecord_hostaddr: %p--", Pointer(Instance()->query_addrv4_ref)))),
-          Contains(printed("\nprocess_queryrecord_hostaddr(): START: sdref = %p, flags = 2, ifIndex = 2, errorCode = 0, "
-                           "fullname = printer.local., rrtype = 1, rrclass = 1, rdlen = 4, ttl = 120 ...",
-                           Pointer(Instance()->query_addrv4_ref))),
-          Contains(around_line("&&&&&&&&&process_queryrecord_hostaddr-----", "----interface_index = 2---result->IfIndex = 2--")),
-          Contains(around_line("-----process_queryrecord_hostaddr-----", "---first query---"))));
+  EXPECT_THAT(Traces(),
+              AllOf(Contains(around_line(
+                        "-----callback_ServiceQueryRecord-----",
+                        printed("----process_queryrecord_hostaddr: %p--", Pointer(Instance()->query_addrv4_ref)))),
+                    Contains(printed(
+                        "\nprocess_queryrecord_hostaddr(): START: sdref = %p, flags = 2, ifIndex = 2, errorCode = 0, "
+                        "fullname = printer.local., rrtype = 1, rrclass = 1, rdlen = 4, ttl = 120 ...",
+                        Pointer(Instance()->query_addrv4_ref))),
+                    Contains(around_line("&&&&&&&&&process_queryrecord_hostaddr-----",
+                                         "----interface_index = 2---result->IfIndex = 2--")),
+                    Contains(around_line("-----process_queryrecord_hostaddr-----", "---first query---"))));
   std::vector<std::string> addresses = Traces();
   std::erase_if(addresses, [](const std::string& trace) { return !trace.starts_with("\nthe "); });
-  EXPECT_THAT(addresses, ElementsAre("\nthe query ipv4 string ():  192.0.2.1", "\nthe the old ipv4 string ():  0.0.0.0"));
+  EXPECT_THAT(addresses,
+              ElementsAre("\nthe query ipv4 string ():  192.0.2.1", "\nthe the old ipv4 string ():  0.0.0.0"));
 }
 
 TEST_F(AddressAnswer, ADifferentAddressUpdatesTheRecord) {
@@ -79,12 +83,13 @@ TEST_F(AddressAnswer, ADifferentAddressUpdatesTheRecord) {
   AddressAnswers("192.0.2.2");
   EXPECT_THAT(Calls(), ElementsAre("DNSServiceUpdateRecord on=connection2 flags=0x0 record1 rdata=c0000202 ttl=0"));
   EXPECT_EQ(HeldV4(), address_bytes("192.0.2.2"));
-  EXPECT_THAT(Traces(),
-              AllOf(Contains("\nthe the old ipv4 string ():  192.0.2.1"),
-                    Contains(around_line("MyDNSServiceUpdateRecord########process_queryrecord_hostaddr#############",
-                                         printed("----service_context = %p----service_context->dns_record_ptr = %p---sa_addr= "
-                                                 "20200c0---",
-                                                 Pointer(Instance()), Pointer(Instance()->dns_record_ptr))))));
+  EXPECT_THAT(
+      Traces(),
+      AllOf(Contains("\nthe the old ipv4 string ():  192.0.2.1"),
+            Contains(around_line("MyDNSServiceUpdateRecord########process_queryrecord_hostaddr#############",
+                                 printed("----service_context = %p----service_context->dns_record_ptr = %p---sa_addr= "
+                                         "20200c0---",
+                                         Pointer(Instance()), Pointer(Instance()->dns_record_ptr))))));
 }
 
 TEST_F(AddressAnswer, ARepeatedIpv4AddressDoesNothing) {
@@ -100,8 +105,9 @@ TEST_F(AddressAnswer, LinkLocalIpv4AddressesAreLoggedAndIgnored) {
   AddressAnswers("169.254.255.255");
   EXPECT_THAT(Calls(), IsEmpty());
   EXPECT_EQ(HeldV4(), address_bytes("0.0.0.0"));
-  EXPECT_THAT(Traces(),
-              Contains(around_line("-----process_queryrecord_hostaddr-----", "---ignore the link local addr---")).Times(3));
+  EXPECT_THAT(
+      Traces(),
+      Contains(around_line("-----process_queryrecord_hostaddr-----", "---ignore the link local addr---")).Times(3));
 }
 
 TEST_F(AddressAnswer, NeighboursOfTheLinkLocalRangeAreUsed) {
@@ -132,8 +138,9 @@ TEST_F(AddressAnswer, AfterAZeroAddressTheNextOneIsAFirstOneAgain) {
   EXPECT_EQ(HeldV4(), address_bytes("0.0.0.0"));
   Forget();
   AddressAnswers("192.0.2.2");
-  EXPECT_THAT(Calls(), ElementsAre("DNSServiceRegisterRecord on=connection2 flags=0x10 if=3 name=printer.local. rrtype=1 "
-                                   "rrclass=1 rdata=c0000202 ttl=0 -> record2"));
+  EXPECT_THAT(Calls(),
+              ElementsAre("DNSServiceRegisterRecord on=connection2 flags=0x10 if=3 name=printer.local. rrtype=1 "
+                          "rrclass=1 rdata=c0000202 ttl=0 -> record2"));
   EXPECT_EQ(Instance()->dns_record_ptr, LastCall("DNSServiceRegisterRecord").record);
 }
 
@@ -154,20 +161,22 @@ TEST_F(AddressAnswer, ARefusedIpv4UpdateIsReportedAndTriedAgain) {
   AddressAnswers("192.0.2.1");
   fake_dns_sd::fail_call("DNSServiceUpdateRecord", 1, kDNSServiceErr_BadReference);
   AddressAnswers("192.0.2.2");
-  EXPECT_THAT(Warnings(), ElementsAre("MyDNSServiceUpdateRecord(): FAIL: MyDNSServiceUpdateRecord  call failed: -65541"));
+  EXPECT_THAT(Warnings(),
+              ElementsAre("MyDNSServiceUpdateRecord(): FAIL: MyDNSServiceUpdateRecord  call failed: -65541"));
   EXPECT_EQ(HeldV4(), address_bytes("192.0.2.1"));
   AddressAnswers("192.0.2.2");
   EXPECT_THAT(Calls("DNSServiceUpdateRecord"), SizeIs(2));
   EXPECT_EQ(HeldV4(), address_bytes("192.0.2.2"));
 }
 
-// --- IPv6 -----------------------------------------------------------------------------------------------------------------------
+// --- IPv6 ------------------------------------------------------------------------------------------------------------
 
 TEST_F(AddressAnswer, AFirstIpv6AddressRegistersTheRecordAndThenTheInstance) {
   AddressAnswers("2001:db8::1");
-  EXPECT_THAT(Calls(), ElementsAre("DNSServiceRegisterRecord on=connection2 flags=0x10 if=3 name=printer.local. rrtype=28 "
-                                   "rrclass=1 rdata=20010db8000000000000000000000001 ttl=0 -> record1",
-                                   kRegisterService));
+  EXPECT_THAT(Calls(),
+              ElementsAre("DNSServiceRegisterRecord on=connection2 flags=0x10 if=3 name=printer.local. rrtype=28 "
+                          "rrclass=1 rdata=20010db8000000000000000000000001 ttl=0 -> record1",
+                          kRegisterService));
   EXPECT_EQ(Instance()->dns_recordv6_ptr, LastCall("DNSServiceRegisterRecord").record);
   EXPECT_STREQ(static_cast<const char*>(LastCall("DNSServiceRegisterRecord").context), "My Printer.local");
   EXPECT_EQ(HeldV6(), address_bytes("2001:db8::1"));
@@ -190,15 +199,17 @@ TEST_F(AddressAnswer, ADifferentIpv6AddressUpdatesTheRecord) {
   EXPECT_THAT(Calls(), ElementsAre("DNSServiceUpdateRecord on=connection2 flags=0x0 record1 "
                                    "rdata=20010db8000000000000000000000002 ttl=0"));
   EXPECT_EQ(HeldV6(), address_bytes("2001:db8::2"));
-  EXPECT_THAT(Traces(), Contains(around_line("-----process_queryrecord_hostaddr-----", "---the IPV6 address changed---")));
+  EXPECT_THAT(Traces(),
+              Contains(around_line("-----process_queryrecord_hostaddr-----", "---the IPV6 address changed---")));
 }
 
 TEST_F(AddressAnswer, ARepeatedIpv6AddressIsRegisteredOnceMore) {
   AddressAnswers("2001:db8::1");
   Forget();
   AddressAnswers("2001:db8::1");
-  EXPECT_THAT(Calls(), ElementsAre("DNSServiceRegisterRecord on=connection2 flags=0x10 if=3 name=printer.local. rrtype=28 "
-                                   "rrclass=1 rdata=20010db8000000000000000000000001 ttl=0 -> record2"));
+  EXPECT_THAT(Calls(),
+              ElementsAre("DNSServiceRegisterRecord on=connection2 flags=0x10 if=3 name=printer.local. rrtype=28 "
+                          "rrclass=1 rdata=20010db8000000000000000000000001 ttl=0 -> record2"));
   EXPECT_EQ(Instance()->dns_recordv6_ptr, LastCall("DNSServiceRegisterRecord").record);
 }
 
@@ -229,29 +240,32 @@ TEST_F(AddressAnswer, NeighboursOfTheIpv6LinkLocalRangeAreUsed) {
 
 TEST_F(AddressAnswerDeathTest, ARefusedAaaaRecordEndsTheProcess) {
   fake_dns_sd::fail_call("DNSServiceRegisterRecord", 1, kDNSServiceErr_BadParam);
-  EXPECT_EXIT(AddressAnswers("2001:db8::1"), ExitedWithCode(exit_status(600)),
-              says("syslog(4): callback_ServiceRegisterRecord(): FAIL: MyDNSServiceRegisterRecord(sdref_registerrecord) call "
-                   "failed: -65540\n"));
+  EXPECT_EXIT(
+      AddressAnswers("2001:db8::1"), ExitedWithCode(exit_status(600)),
+      says("syslog(4): callback_ServiceRegisterRecord(): FAIL: MyDNSServiceRegisterRecord(sdref_registerrecord) call "
+           "failed: -65540\n"));
 }
 
 TEST_F(AddressAnswer, ARefusedIpv6UpdateIsReportedAndTriedAgain) {
   AddressAnswers("2001:db8::1");
   fake_dns_sd::fail_call("DNSServiceUpdateRecord", 1, kDNSServiceErr_BadReference);
   AddressAnswers("2001:db8::2");
-  EXPECT_THAT(Warnings(), ElementsAre("MyDNSServiceUpdateRecord(): FAIL: MyDNSServiceUpdateRecord call failed: -65541"));
+  EXPECT_THAT(Warnings(),
+              ElementsAre("MyDNSServiceUpdateRecord(): FAIL: MyDNSServiceUpdateRecord call failed: -65541"));
   EXPECT_EQ(HeldV6(), address_bytes("2001:db8::1"));
   AddressAnswers("2001:db8::2");
   EXPECT_EQ(HeldV6(), address_bytes("2001:db8::2"));
 }
 
-// --- Both ----------------------------------------------------------------------------------------------------------------------
+// --- Both ------------------------------------------------------------------------------------------------------------
 
 TEST_F(AddressAnswer, ErrorCodeAndRemovalAreNotLookedAt) {
   const std::vector<std::uint8_t> address = address_bytes("192.0.2.1");
-  fake_dns_sd::deliver(
-      Instance()->query_addrv4_ref,
-      fake_dns_sd::QueryReply{
-          .flags = 0, .error = kDNSServiceErr_Unknown, .rrtype = kDNSServiceType_A, .rdlen = 4, .rdata = address.data()});
+  fake_dns_sd::deliver(Instance()->query_addrv4_ref, fake_dns_sd::QueryReply{.flags = 0,
+                                                                             .error = kDNSServiceErr_Unknown,
+                                                                             .rrtype = kDNSServiceType_A,
+                                                                             .rdlen = 4,
+                                                                             .rdata = address.data()});
   EXPECT_THAT(Calls(), ElementsAre(kRegisterA, kRegisterService));
 }
 
@@ -286,10 +300,11 @@ TEST_F(AddressAnswer, ForAnInstanceThatIsNotKnownIsReported) {
   Addr_query_context lost = {};
   lost.bridge_context_ptr = Rule();
   std::snprintf(lost.service_name, sizeof lost.service_name, "Lost");
-  callback_ServiceQueryRecord(nullptr, kDNSServiceFlagsAdd, 2, 0, "printer.local.", 1, 1, 4, "\xc0\x00\x02\x01", 120, &lost);
+  callback_ServiceQueryRecord(nullptr, kDNSServiceFlagsAdd, 2, 0, "printer.local.", 1, 1, 4, "\xc0\x00\x02\x01", 120,
+                              &lost);
   EXPECT_THAT(Calls(), IsEmpty());
-  EXPECT_THAT(Warnings(),
-              ElementsAre(around_line("--process_queryrecord_hostaddr---", "--- FAIL to find service context for  Lost")));
+  EXPECT_THAT(Warnings(), ElementsAre(around_line("--process_queryrecord_hostaddr---",
+                                                  "--- FAIL to find service context for  Lost")));
 }
 
 TEST_F(AddressAnswer, TheLabelOfALongNameIsCutTo511Characters) {

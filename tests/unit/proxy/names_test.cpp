@@ -63,7 +63,9 @@ TEST(CountLabels, StaysWithinATextThatEndsInABackslash) {
   EXPECT_EQ(count_labels(Exact("\\").data()), 1);
 }
 
-TEST(CountLabels, CopesWithALabelLongerThanAnyName) { EXPECT_EQ(count_labels(Exact(std::string(5000, 'x')).data()), 5); }
+TEST(CountLabels, CopesWithALabelLongerThanAnyName) {
+  EXPECT_EQ(count_labels(Exact(std::string(5000, 'x')).data()), 5);
+}
 
 TEST(CopyNextLabel, KeepsEscapesAndMovesBehindTheDot) {
   const char* cursor = "a\\.b._tcp.local.";
@@ -126,7 +128,8 @@ TEST(Unescape, UndoesThePresentationFormat) {
 }
 
 TEST(Unescape, TakesThreeCharactersBehindABackslashWhateverTheyAre) {
-  EXPECT_EQ(Unescaped("\\abcX"), (std::string{static_cast<char>(('a' - '0') * 100 + ('b' - '0') * 10 + ('c' - '0')), 'X'}));
+  EXPECT_EQ(Unescaped("\\abcX"),
+            (std::string{static_cast<char>(('a' - '0') * 100 + ('b' - '0') * 10 + ('c' - '0')), 'X'}));
   EXPECT_EQ(Unescaped("\\321x"), "Ax") << "321 modulo 256 is 65";
   EXPECT_EQ(Unescaped("\\000x"), std::string("\0x", 2));
 }
@@ -144,14 +147,17 @@ using UnescapeDeathTest = ProxyTest;
 
 TEST_F(UnescapeDeathTest, ALongerTextEndsTheProcess) {
   std::vector<char> room(2000);
-  EXPECT_EXIT(ConvertDomainNameToCString_UnEnsacpe(std::string(1010, 'x').c_str(), room.data()), ExitedWithCode(exit_status(600)),
+  EXPECT_EXIT(ConvertDomainNameToCString_UnEnsacpe(std::string(1010, 'x').c_str(), room.data()),
+              ExitedWithCode(exit_status(600)),
               says("syslog(4): ConvertDomainNameToCString_UnEnsacpe(): Error Invalid input parameters!\n"));
 }
 
 TEST_F(UnescapeDeathTest, AMissingTextOrRoomEndsTheProcess) {
   char room[4] = "";
-  EXPECT_EXIT(ConvertDomainNameToCString_UnEnsacpe(nullptr, room), ExitedWithCode(exit_status(600)), says("Invalid input"));
-  EXPECT_EXIT(ConvertDomainNameToCString_UnEnsacpe("x", nullptr), ExitedWithCode(exit_status(600)), says("Invalid input"));
+  EXPECT_EXIT(ConvertDomainNameToCString_UnEnsacpe(nullptr, room), ExitedWithCode(exit_status(600)),
+              says("Invalid input"));
+  EXPECT_EXIT(ConvertDomainNameToCString_UnEnsacpe("x", nullptr), ExitedWithCode(exit_status(600)),
+              says("Invalid input"));
 }
 
 TEST(TerminateAtFirstLabel, CutsAtTheFirstUnescapedDot) {
@@ -188,7 +194,8 @@ Converted ToText(const std::vector<std::uint8_t>& wire, std::size_t size = kName
 }
 
 TEST(WireNameToText, JoinsLabelsWithDots) {
-  EXPECT_EQ(ToText(wire_name({"My Printer", "_ipp", "_tcp", "local"})), (Converted{"My Printer._ipp._tcp.local.", 27, 0}));
+  EXPECT_EQ(ToText(wire_name({"My Printer", "_ipp", "_tcp", "local"})),
+            (Converted{"My Printer._ipp._tcp.local.", 27, 0}));
 }
 
 TEST(WireNameToText, EscapesNothing) { EXPECT_EQ(ToText(wire_name({"a.b\\c", "local"})).text, "a.b\\c.local."); }

@@ -51,7 +51,7 @@ ProxyTest::~ProxyTest() {
   gLogLevel = 2;
 }
 
-// --- What is there --------------------------------------------------------------------------------------------------------------
+// --- What is there ---------------------------------------------------------------------------------------------------
 
 BridgeContext* ProxyTest::GivenRule(const char* service_type, const char* if_from, const char* if_to) {
   const std::size_t before = Calls("DNSServiceBrowse").size();
@@ -79,24 +79,26 @@ void ProxyTest::GivenSilence(bool errors) {
   gLogLevel = errors ? 2 : 0;
 }
 
-// --- What happens ---------------------------------------------------------------------------------------------------------------
+// --- What happens ----------------------------------------------------------------------------------------------------
 
 void ProxyTest::BrowseAdds(const char* name, const BridgeContext* rule) {
   const BridgeContext* bridge = rule != nullptr ? rule : Rule();
   instance_ = name;
-  fake_dns_sd::deliver(bridge->ref, fake_dns_sd::BrowseReply{.flags = kDNSServiceFlagsAdd,
-                                                             .interfaceIndex = static_cast<std::uint32_t>(bridge->if_from),
-                                                             .name = name,
-                                                             .type = "_ipp._tcp.",
-                                                             .domain = "local."});
+  fake_dns_sd::deliver(bridge->ref,
+                       fake_dns_sd::BrowseReply{.flags = kDNSServiceFlagsAdd,
+                                                .interfaceIndex = static_cast<std::uint32_t>(bridge->if_from),
+                                                .name = name,
+                                                .type = "_ipp._tcp.",
+                                                .domain = "local."});
 }
 
 void ProxyTest::BrowseRemoves(const char* name, const BridgeContext* rule) {
   const BridgeContext* bridge = rule != nullptr ? rule : Rule();
-  fake_dns_sd::deliver(
-      bridge->ref,
-      fake_dns_sd::BrowseReply{
-          .interfaceIndex = static_cast<std::uint32_t>(bridge->if_from), .name = name, .type = "_ipp._tcp.", .domain = "local."});
+  fake_dns_sd::deliver(bridge->ref,
+                       fake_dns_sd::BrowseReply{.interfaceIndex = static_cast<std::uint32_t>(bridge->if_from),
+                                                .name = name,
+                                                .type = "_ipp._tcp.",
+                                                .domain = "local."});
 }
 
 void ProxyTest::ResolvesAs(const fake_dns_sd::ResolveReply& reply) {
@@ -132,7 +134,7 @@ void ProxyTest::AddressAnswers(const char* address) {
 
 void ProxyTest::SubtypeAnswers(const std::vector<std::uint8_t>& rdata) { QueryAnswers(kDNSServiceType_PTR, rdata); }
 
-// --- What came of it ------------------------------------------------------------------------------------------------------------
+// --- What came of it -------------------------------------------------------------------------------------------------
 
 ResponderContext* ProxyTest::Instance(const char* name, const BridgeContext* rule) const {
   const BridgeContext* bridge = rule != nullptr ? rule : Rule();
@@ -189,7 +191,8 @@ testing::Matcher<std::string> around_line(const std::string& before, const std::
   return testing::ResultOf(
       "the text without its line number",
       [before](const std::string& text) {
-        const std::size_t digits = text.rfind(before, 0) == 0 ? text.find_first_not_of("0123456789", before.size()) : text.npos;
+        const std::size_t digits =
+            text.rfind(before, 0) == 0 ? text.find_first_not_of("0123456789", before.size()) : text.npos;
         return digits != text.npos && digits > before.size() ? before + text.substr(digits) : text;
       },
       before + after);

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-// What a test of the proxy engine needs around it: interfaces br0 (2), br1 (3) and br2 (4), the two connections over the recording
-// DNS-SD library, and a few words to tell what happens on the links.
+// What a test of the proxy engine needs around it: interfaces br0 (2), br1 (3) and br2 (4), the two connections over
+// the recording DNS-SD library, and a few words to tell what happens on the links.
 //
-// Words without a rule are about the rule given last, words without an instance about the one that was added last. After each
-// test the library must have seen no misuse, and the teardown of every instance must leave no block of the engine behind.
+// Words without a rule are about the rule given last, words without an instance about the one that was added last.
+// After each test the library must have seen no misuse, and the teardown of every instance must leave no block of the
+// engine behind.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -28,11 +29,13 @@ class ProxyTest : public DaemonTest {
 
   // --- What is there ---
   BridgeContext* GivenRule(const char* service_type, const char* if_from = "br0", const char* if_to = "br1");
-  // An instance "My Printer" of "_ipp._tcp" that has been added and resolved to printer.local., port 631, with this TXT data.
+  // An instance "My Printer" of "_ipp._tcp" that has been added and resolved to printer.local., port 631, with this TXT
+  // data.
   void GivenResolvedInstance(const std::string& txt = std::string("\x09txtvers=1"));
   // ... and whose host has answered this address, so that it is registered.
   void GivenRegisteredInstance(const char* address = "192.0.2.1");
-  // From here on messages of every kind are swallowed, for a test with thousands of them. LOG_ERR stays when `errors` is set.
+  // From here on messages of every kind are swallowed, for a test with thousands of them. LOG_ERR stays when `errors`
+  // is set.
   void GivenSilence(bool errors = false);
 
   // --- What happens ---

@@ -111,7 +111,8 @@ TEST_F(RecordLabels, AnExhaustedPoolTakesOverTheLabelThatIsInUseForTheLongestTim
     order.push_back(nullptr);
   }
   const std::size_t pool = order.size();
-  EXPECT_GE(pool, 2U * (static_cast<std::size_t>(gSettings.responder_limit) + 1)) << "two for each instance that may live";
+  EXPECT_GE(pool, 2U * (static_cast<std::size_t>(gSettings.responder_limit) + 1))
+      << "two for each instance that may live";
   EXPECT_LE(pool, static_cast<std::size_t>(kMoreThanThePool));
   std::set<char*> second_round;
   for (std::size_t i = 0; i + 1 < pool; ++i) {

@@ -25,7 +25,7 @@ using testing::SizeIs;
 
 constexpr const char* kVendorEntry = "\rvender=Zenmor";
 
-// --- The proxied registration ---------------------------------------------------------------------------------------------------
+// --- The proxied registration ----------------------------------------------------------------------------------------
 
 class ProxiedRegistration : public ProxyTest {};
 
@@ -38,8 +38,9 @@ TEST_F(ProxiedRegistration, NamesHostPortAndTypeOfTheInstanceOnTheDestination) {
             "host=printer.local. port=631 txt=0d76656e6465723d5a656e6d6f7209747874766572733d31 -> service1");
   EXPECT_EQ(LastCall("DNSServiceRegister").context, Rule());
   EXPECT_EQ(Instance()->reg_service_ref, LastCall("DNSServiceRegister").ref);
-  EXPECT_THAT(Traces(), Contains("callback_ServiceResolve(): SUCCESS: DNSServiceRegister(sdref_bridge_reply) call returned "
-                                 "success."));
+  EXPECT_THAT(Traces(),
+              Contains("callback_ServiceResolve(): SUCCESS: DNSServiceRegister(sdref_bridge_reply) call returned "
+                       "success."));
 }
 
 TEST_F(ProxiedRegistration, PutsTheVendorEntryBeforeTheInstancesOwn) {
@@ -101,8 +102,9 @@ TEST_F(ProxiedRegistration, ARefusalIsReportedAndTriedAgainWithTheNextAddressRec
   GivenResolvedInstance();
   fake_dns_sd::fail_call("DNSServiceRegister", 1, kDNSServiceErr_NameConflict);
   AddressAnswers("192.0.2.1");
-  EXPECT_THAT(Warnings(), ElementsAre("\tcallback_ServiceResolve(): FAIL: DNSServiceRegister(sdref_bridge_reply) call failed: "
-                                      "-65548"));
+  EXPECT_THAT(Warnings(),
+              ElementsAre("\tcallback_ServiceResolve(): FAIL: DNSServiceRegister(sdref_bridge_reply) call failed: "
+                          "-65548"));
   EXPECT_EQ(Instance()->reg_service_ref, nullptr);
   AddressAnswers("192.0.2.2");
   EXPECT_THAT(Calls("DNSServiceRegister"), SizeIs(1)) << "an update registers no record";
@@ -124,8 +126,9 @@ TEST_F(ProxiedRegistration, ItsTxtBufferEndsInAZeroByte) {
   GivenResolvedInstance(std::string(100, 'x'));
   const std::size_t before = zmk_usage().bytes;
   static std::size_t held = 0;
-  fake_syslog::on_message(
-      [] { held = fake_syslog::lines().back().text.starts_with("\nMyDNSServiceRegister(): START") ? zmk_usage().bytes : held; });
+  fake_syslog::on_message([] {
+    held = fake_syslog::lines().back().text.starts_with("\nMyDNSServiceRegister(): START") ? zmk_usage().bytes : held;
+  });
   AddressAnswers("192.0.2.1");
   EXPECT_EQ(held - before, 14U + 100U + 1U);
 }
@@ -136,10 +139,11 @@ TEST_F(ProxiedRegistrationDeathTest, NoMemoryForTheTxtDataEndsTheProcess) {
     fake_zmk::fail_malloc(2);  // the first is the transaction of the fencing settings
     AddressAnswers("192.0.2.1");
   };
-  EXPECT_EXIT(answer_without_memory(), ExitedWithCode(20), says("syslog(4): ERROR 1301171518: malloc failed, exiting.\n"));
+  EXPECT_EXIT(answer_without_memory(), ExitedWithCode(20),
+              says("syslog(4): ERROR 1301171518: malloc failed, exiting.\n"));
 }
 
-// --- Replies to it --------------------------------------------------------------------------------------------------------------
+// --- Replies to it ---------------------------------------------------------------------------------------------------
 
 class RegisterReply : public ProxyTest {
  protected:
@@ -172,12 +176,13 @@ class RegisterReply : public ProxyTest {
 
 TEST_F(RegisterReply, IsTraced) {
   Replies(kDNSServiceFlagsAdd, kDNSServiceErr_NoError);
-  EXPECT_THAT(Traces(),
-              ElementsAre(printed("\ncallback_ServiceRegister(): START: sdref = %p, flags = 2, errorCode = 0, name = My "
-                                  "Printer, regtype = _ipp._tcp., domain = local. ...",
-                                  static_cast<const void*>(Instance()->reg_service_ref)),
-                          "callback_ServiceRegister(): Got a reply for service My Printer._ipp._tcp. local.: ",
-                          "callback_ServiceRegister(): Name now registered and active"));
+  EXPECT_THAT(
+      Traces(),
+      ElementsAre(printed("\ncallback_ServiceRegister(): START: sdref = %p, flags = 2, errorCode = 0, name = My "
+                          "Printer, regtype = _ipp._tcp., domain = local. ...",
+                          static_cast<const void*>(Instance()->reg_service_ref)),
+                  "callback_ServiceRegister(): Got a reply for service My Printer._ipp._tcp. local.: ",
+                  "callback_ServiceRegister(): Name now registered and active"));
 }
 
 TEST_F(RegisterReply, ASuccessChangesNothing) {
@@ -269,16 +274,17 @@ TEST_F(RegisterReply, PrintsATimestampAndFlushesOnceNoMoreIsComing) {
   EXPECT_THAT(after, MatchesRegex(std::string(kTimestamp) + kTimestamp));
 }
 
-// --- Replies to records ---------------------------------------------------------------------------------------------------------
+// --- Replies to records ----------------------------------------------------------------------------------------------
 
 using RecordReply = RegisterReply;
 using RecordReplyDeathTest = RegisterReply;
 
 TEST_F(RecordReply, ASuccessIsLoggedWithTheInstancesLabel) {
   fake_dns_sd::deliver_record(Instance()->dns_record_ptr, kDNSServiceFlagsAdd, kDNSServiceErr_NoError);
-  EXPECT_THAT(Traces(), ElementsAre("\ncallback_ServiceRegisterRecord(): START:...",
-                                    "callback_ServiceRegisterRecord(): Got a reply for record My Printer.local: ",
-                                    "callback_ServiceRegisterRecord(): Name now registered and active: My Printer.local"));
+  EXPECT_THAT(Traces(),
+              ElementsAre("\ncallback_ServiceRegisterRecord(): START:...",
+                          "callback_ServiceRegisterRecord(): Got a reply for record My Printer.local: ",
+                          "callback_ServiceRegisterRecord(): Name now registered and active: My Printer.local"));
   ExpectNothingChanged();
 }
 
@@ -303,17 +309,19 @@ TEST_F(RecordReplyDeathTest, AConflictEndsTheProcess) {
         fake_dns_sd::deliver_record(Instance()->dns_record_ptr, kDNSServiceFlagsAdd, kDNSServiceErr_NameConflict);
       },
       ExitedWithCode(exit_status(600)),
-      AllOf(says("syslog(4): ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: name = My "
+      AllOf(says("syslog(4): ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: "
+                 "name = My "
                  "Printer.local, errorCode = -65548\n"),
             says("status file: 600")));
 }
 
 TEST_F(RecordReplyDeathTest, AConflictOverAnAaaaRecordEndsTheProcess) {
   AddressAnswers("2001:db8::1");
-  EXPECT_EXIT(
-      fake_dns_sd::deliver_record(Instance()->dns_recordv6_ptr, 0, kDNSServiceErr_NameConflict), ExitedWithCode(exit_status(600)),
-      says("syslog(4): ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: name = My "
-           "Printer.local, errorCode = -65548\n"));
+  EXPECT_EXIT(fake_dns_sd::deliver_record(Instance()->dns_recordv6_ptr, 0, kDNSServiceErr_NameConflict),
+              ExitedWithCode(exit_status(600)),
+              says("syslog(4): ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose "
+                   "another: name = My "
+                   "Printer.local, errorCode = -65548\n"));
 }
 
 TEST_F(RecordReplyDeathTest, AnyOtherErrorEndsTheProcess) {
@@ -350,7 +358,8 @@ TEST_F(RecordReply, ARecordThatStaysKeepsItsLabel) {
   }
   switch_to_debug_mode();
   fake_dns_sd::deliver_record(record, kDNSServiceFlagsAdd, kDNSServiceErr_NoError);
-  EXPECT_THAT(debug_messages(), Contains("callback_ServiceRegisterRecord(): Got a reply for record My Printer.local: "));
+  EXPECT_THAT(debug_messages(),
+              Contains("callback_ServiceRegisterRecord(): Got a reply for record My Printer.local: "));
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Replies in every order that a library could deliver them in, likely or not: whatever comes, no reference is released twice,
-// none is forgotten, no context outlives its instance.
+// Replies in every order that a library could deliver them in, likely or not: whatever comes, no reference is released
+// twice, none is forgotten, no context outlives its instance.
 
 #include <cstdlib>
 #include <random>
@@ -17,7 +17,7 @@ using testing::SizeIs;
 
 class ReplyChain : public ProxyTest {};
 
-// --- Replies that name another instance than the one that was asked about -----------------------------------------------------------
+// --- Replies that name another instance than the one that was asked about --------------------------------------------
 
 TEST_F(ReplyChain, AResolveThatAnswersForAnotherInstanceLeavesBothInOrder) {
   GivenRule("_ipp._tcp");
@@ -61,8 +61,9 @@ TEST_F(ReplyChain, RulesInBothDirectionsForwardNothingTwice) {
   const BridgeContext* there = GivenRule("_ipp._tcp", "br0", "br1");
   const BridgeContext* back = GivenRule("_ipp._tcp", "br1", "br0");
   BrowseAdds("My Printer", there);
-  fake_dns_sd::deliver(Instance("My Printer", there)->resolve_service_ref,
-                       fake_dns_sd::ResolveReply{.fullname = "My\\032Printer._ipp._tcp.local.", .hosttarget = "printer.local."});
+  fake_dns_sd::deliver(
+      Instance("My Printer", there)->resolve_service_ref,
+      fake_dns_sd::ResolveReply{.fullname = "My\\032Printer._ipp._tcp.local.", .hosttarget = "printer.local."});
   fake_dns_sd::deliver(Instance("My Printer", there)->query_addrv4_ref,
                        fake_dns_sd::QueryReply{.rrtype = kDNSServiceType_A, .rdlen = 4, .rdata = "\xc0\x00\x02\x01"});
   const std::vector<std::uint8_t> txt = LastCall("DNSServiceRegister").data;
@@ -77,7 +78,7 @@ TEST_F(ReplyChain, RulesInBothDirectionsForwardNothingTwice) {
   EXPECT_EQ(gResponderCount, 1);
 }
 
-// --- Random chains --------------------------------------------------------------------------------------------------------------
+// --- Random chains ---------------------------------------------------------------------------------------------------
 
 // One seed, one chain. Instances are few, so that replies meet each other; names are of the kinds that mislead.
 class RandomChain {
@@ -128,7 +129,8 @@ class RandomChain {
   // An instance of the rule, or null.
   ResponderContext* Some(const BridgeContext* rule) {
     std::vector<ResponderContext*> all;
-    for (ResponderContext* at = rule->responder_contexts; at != nullptr; at = static_cast<ResponderContext*>(at->hh.next)) {
+    for (ResponderContext* at = rule->responder_contexts; at != nullptr;
+         at = static_cast<ResponderContext*>(at->hh.next)) {
       all.push_back(at);
     }
     return all.empty() ? nullptr : all[Below(all.size())];
@@ -148,12 +150,13 @@ class RandomChain {
       return;
     }
     const std::string txt(Below(10) == 0 ? "\rvender=Zenmor" : std::string(Below(1200), 'x'));
-    fake_dns_sd::deliver(instance->resolve_service_ref,
-                         fake_dns_sd::ResolveReply{.error = Below(10) == 0 ? kDNSServiceErr_Unknown : kDNSServiceErr_NoError,
-                                                   .fullname = OneOf(kFullnames),
-                                                   .hosttarget = "host.local.",
-                                                   .txtLen = static_cast<std::uint16_t>(txt.size()),
-                                                   .txt = reinterpret_cast<const unsigned char*>(txt.data())});
+    fake_dns_sd::deliver(
+        instance->resolve_service_ref,
+        fake_dns_sd::ResolveReply{.error = Below(10) == 0 ? kDNSServiceErr_Unknown : kDNSServiceErr_NoError,
+                                  .fullname = OneOf(kFullnames),
+                                  .hosttarget = "host.local.",
+                                  .txtLen = static_cast<std::uint16_t>(txt.size()),
+                                  .txt = reinterpret_cast<const unsigned char*>(txt.data())});
   }
 
   void Answer(const BridgeContext* rule) {
@@ -167,7 +170,9 @@ class RandomChain {
                                             : instance->query_subtype_ref;
     if (query != nullptr) {
       const std::vector<std::uint8_t> rdata = kind == 2 ? Pointer() : Bytes(kind == 0 ? 4 : 16);
-      const std::uint16_t rrtype = kind == 0 ? kDNSServiceType_A : kind == 1 ? kDNSServiceType_AAAA : kDNSServiceType_PTR;
+      const std::uint16_t rrtype = kind == 0   ? kDNSServiceType_A
+                                   : kind == 1 ? kDNSServiceType_AAAA
+                                               : kDNSServiceType_PTR;
       fake_dns_sd::deliver(query, fake_dns_sd::QueryReply{.flags = kDNSServiceFlagsAdd,
                                                           .rrtype = rrtype,
                                                           .rdlen = static_cast<std::uint16_t>(rdata.size()),
@@ -195,7 +200,8 @@ class RandomChain {
     return wire;
   }
 
-  // The next call of some function is refused. Refusals that end the process are left out: of browses, resolves and AAAA records.
+  // The next call of some function is refused. Refusals that end the process are left out: of browses, resolves and
+  // AAAA records.
   void Refuse() {
     constexpr const char* kMayFail[] = {"DNSServiceQueryRecord", "DNSServiceRegister", "DNSServiceUpdateRecord",
                                         "DNSServiceRemoveRecord"};
@@ -207,9 +213,11 @@ class RandomChain {
 
 TEST_F(ReplyChain, NoOrderOfRepliesReleasesTwiceOrForgets) {
   const char* chosen = std::getenv("MDNSPROXY_SEED");
-  const unsigned first = chosen != nullptr ? static_cast<unsigned>(std::strtoul(chosen, nullptr, 10)) : std::random_device()();
+  const unsigned first =
+      chosen != nullptr ? static_cast<unsigned>(std::strtoul(chosen, nullptr, 10)) : std::random_device()();
   std::printf("seed %u (MDNSPROXY_SEED)\n", first);
-  const std::vector<BridgeContext*> rules = {GivenRule("_ipp._tcp", "br0", "br1"), GivenRule("_u._ipp._tcp", "br0", "br2")};
+  const std::vector<BridgeContext*> rules = {GivenRule("_ipp._tcp", "br0", "br1"),
+                                             GivenRule("_u._ipp._tcp", "br0", "br2")};
   GivenSilence();
   RandomChain chain(first);
   for (int step = 0; step < 20000; ++step) {

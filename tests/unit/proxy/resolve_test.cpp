@@ -39,16 +39,17 @@ class ResolveReply : public ProxyTest {
 
 using ResolveReplyDeathTest = ResolveReply;
 
-// --- The two address queries ----------------------------------------------------------------------------------------------------
+// --- The two address queries -----------------------------------------------------------------------------------------
 
 TEST_F(ResolveReply, EndsTheResolveAndAsksForBothKindsOfAddress) {
   ResolvesAs({.interfaceIndex = 9, .fullname = kFullname, .hosttarget = "printer.local.", .port = 631});
   EXPECT_THAT(
       Calls(),
-      ElementsAre("DNSServiceRefDeallocate resolve1",
-                  "DNSServiceQueryRecord on=connection1 flags=0x4500 if=9 name=printer.local. rrtype=1 rrclass=1 -> query1",
-                  "DNSServiceQueryRecord on=connection1 flags=0x4500 if=9 name=printer.local. rrtype=28 rrclass=1 -> "
-                  "query2"));
+      ElementsAre(
+          "DNSServiceRefDeallocate resolve1",
+          "DNSServiceQueryRecord on=connection1 flags=0x4500 if=9 name=printer.local. rrtype=1 rrclass=1 -> query1",
+          "DNSServiceQueryRecord on=connection1 flags=0x4500 if=9 name=printer.local. rrtype=28 rrclass=1 -> "
+          "query2"));
   EXPECT_EQ(Instance()->resolve_service_ref, nullptr);
   EXPECT_EQ(Instance()->query_addrv4_ref, Calls("DNSServiceQueryRecord")[0].ref);
   EXPECT_EQ(Instance()->query_addrv6_ref, Calls("DNSServiceQueryRecord")[1].ref);
@@ -90,11 +91,13 @@ TEST_F(ResolveReply, TracesItsSteps) {
   Resolves(kFullname);
   EXPECT_THAT(
       Traces(),
-      AllOf(Contains(printed("\ncallback_ServiceResolve(): START: sdref = %p, flags = 0, ifIndex = 2, errorCode = 0, fullname = "
-                             "My\\032Printer._ipp._tcp.local., hosttarget = printer.local., opaqueport = %d, txtLen = 0 ...",
-                             Pointer(resolve), htons(631))),
+      AllOf(Contains(printed(
+                "\ncallback_ServiceResolve(): START: sdref = %p, flags = 0, ifIndex = 2, errorCode = 0, fullname = "
+                "My\\032Printer._ipp._tcp.local., hosttarget = printer.local., opaqueport = %d, txtLen = 0 ...",
+                Pointer(resolve), htons(631))),
             Contains("callback_ServiceResolve(): (BridgeContext*)context->if_from = 2, ->if_to = 3"),
-            Contains(printed("callback_ServiceResolve(): calling DNSServiceRefDeallocate(sdref = %p)...", Pointer(resolve))),
+            Contains(
+                printed("callback_ServiceResolve(): calling DNSServiceRefDeallocate(sdref = %p)...", Pointer(resolve))),
             Contains(around_line(
                 "callback_ServiceResolve,",
                 printed(", vSvcQueIPV4RecRef=%p vSvcQueIPV6RecRef=%p result= %p", Pointer(Instance()->query_addrv4_ref),
@@ -129,7 +132,7 @@ TEST_F(ResolveReply, AFullNameThatEndsEarlyLeavesTheTypeShort) {
   EXPECT_STREQ(Instance("x")->Addr_query_context->service_type, "_ipp");
 }
 
-// --- TXT data -------------------------------------------------------------------------------------------------------------------
+// --- TXT data --------------------------------------------------------------------------------------------------------
 
 TEST_F(ResolveReply, TxtDataOf1008BytesIsKept) {
   Resolves(kFullname, "printer.local.", std::string(1008, 'x'));
@@ -204,7 +207,7 @@ TEST_F(ResolveReply, TheVendorEntryIsFoundInTxtDataThatIsTooLongToKeep) {
   EXPECT_THAT(Calls("DNSServiceQueryRecord"), IsEmpty());
 }
 
-// --- Replies that lead nowhere --------------------------------------------------------------------------------------------------
+// --- Replies that lead nowhere ---------------------------------------------------------------------------------------
 
 TEST_F(ResolveReply, AnErrorReplyIsReportedAndChangesNothing) {
   const DNSServiceRef resolve = Instance()->resolve_service_ref;
@@ -230,7 +233,7 @@ TEST_F(ResolveReply, AReplyWithoutNamesIsIgnored) {
   EXPECT_NE(Instance()->resolve_service_ref, nullptr);
 }
 
-// --- Refused queries ------------------------------------------------------------------------------------------------------------
+// --- Refused queries -------------------------------------------------------------------------------------------------
 
 TEST_F(ResolveReply, ARefusedAQueryIsReportedAndTheOtherFamilyGoesOn) {
   fake_dns_sd::fail_call("DNSServiceQueryRecord", 1, kDNSServiceErr_Refused);
@@ -263,8 +266,9 @@ TEST_F(ResolveReply, WithBothFamiliesRefusedTheInstanceStaysWithoutQueries) {
   Resolves(kFullname);
   EXPECT_THAT(Calls("DNSServiceQueryRecord"), SizeIs(2)) << "none for the subtype";
   EXPECT_THAT(Warnings(), SizeIs(2));
-  EXPECT_THAT(Traces(), Contains(around_line("callback_ServiceResolve,",
-                                             printed(",free result, result=%p", LastCall("DNSServiceQueryRecord").context))));
+  EXPECT_THAT(Traces(),
+              Contains(around_line("callback_ServiceResolve,",
+                                   printed(",free result, result=%p", LastCall("DNSServiceQueryRecord").context))));
   ASSERT_NE(Instance(), nullptr);
   EXPECT_EQ(Instance()->Addr_query_context, nullptr);
   EXPECT_EQ(zmk_usage().blocks, before.blocks);
@@ -277,12 +281,14 @@ TEST_F(ResolveReplyDeathTest, ALackOfMemoryEndsTheProcess) {
     fake_zmk::fail_malloc(nth);
     Resolves(kFullname);
   };
-  EXPECT_EXIT(resolve_without_memory(1), ExitedWithCode(20), says("syslog(4): ERROR 1301171518: malloc failed, exiting.\n"));
+  EXPECT_EXIT(resolve_without_memory(1), ExitedWithCode(20),
+              says("syslog(4): ERROR 1301171518: malloc failed, exiting.\n"));
   Start("_universal._ipp._tcp");
-  EXPECT_EXIT(resolve_without_memory(2), ExitedWithCode(20), says("syslog(4): ERROR 1301171518: malloc failed, exiting.\n"));
+  EXPECT_EXIT(resolve_without_memory(2), ExitedWithCode(20),
+              says("syslog(4): ERROR 1301171518: malloc failed, exiting.\n"));
 }
 
-// --- The subtype query ----------------------------------------------------------------------------------------------------------
+// --- The subtype query -----------------------------------------------------------------------------------------------
 
 class ResolveReplyOfASubtype : public ResolveReply {
  protected:
@@ -292,7 +298,8 @@ class ResolveReplyOfASubtype : public ResolveReply {
 TEST_F(ResolveReplyOfASubtype, AsksForTheSubtypesPointers) {
   ResolvesAs({.interfaceIndex = 9, .fullname = kFullname, .hosttarget = "printer.local."});
   EXPECT_EQ(LastCall("DNSServiceQueryRecord").text,
-            "DNSServiceQueryRecord on=connection1 flags=0x4500 if=9 name=_universal._sub._ipp._tcp.local. rrtype=12 rrclass=1 -> "
+            "DNSServiceQueryRecord on=connection1 flags=0x4500 if=9 name=_universal._sub._ipp._tcp.local. rrtype=12 "
+            "rrclass=1 -> "
             "query3");
   const subtype_query_context* record_PTR = Instance()->subtype_query_context;
   ASSERT_NE(record_PTR, nullptr);
@@ -305,23 +312,25 @@ TEST_F(ResolveReplyOfASubtype, AsksForTheSubtypesPointers) {
 
 TEST_F(ResolveReplyOfASubtype, TracesItsSteps) {
   Resolves(kFullname);
-  EXPECT_THAT(Traces(),
-              AllOf(Contains(around_line("callback_ServiceResolve,",
-                                         ",query PTR record,servicetype:_universal._sub._ipp._tcp.local. on interface:2")),
-                    Contains(around_line("callback_ServiceResolve,",
-                                         ",save record_PTR, service_name:My Printer._ipp._tcp.local., "
-                                         "service_type:_universal._sub._ipp._tcp.local., on interface:2")),
-                    Contains(around_line("callback_ServiceResolve,", printed(",query PTR record, ref=%p record_PTR=%p",
-                                                                             Pointer(Instance()->query_subtype_ref),
-                                                                             Pointer(Instance()->subtype_query_context))))));
+  EXPECT_THAT(
+      Traces(),
+      AllOf(Contains(around_line("callback_ServiceResolve,",
+                                 ",query PTR record,servicetype:_universal._sub._ipp._tcp.local. on interface:2")),
+            Contains(around_line("callback_ServiceResolve,",
+                                 ",save record_PTR, service_name:My Printer._ipp._tcp.local., "
+                                 "service_type:_universal._sub._ipp._tcp.local., on interface:2")),
+            Contains(around_line("callback_ServiceResolve,", printed(",query PTR record, ref=%p record_PTR=%p",
+                                                                     Pointer(Instance()->query_subtype_ref),
+                                                                     Pointer(Instance()->subtype_query_context))))));
 }
 
 TEST_F(ResolveReplyOfASubtype, ARefusalIsReportedAndTheAddressesGoOn) {
   fake_dns_sd::fail_call("DNSServiceQueryRecord", 3, kDNSServiceErr_Refused);
   Resolves(kFullname);
-  EXPECT_THAT(Warnings(), ElementsAre(printed("MyDNSServiceQueryRecord(): FAIL: DNSServiceQueryRecord(PTR query) call failed: "
-                                              "-65553 record_PTR=%p",
-                                              LastCall("DNSServiceQueryRecord").context)));
+  EXPECT_THAT(Warnings(),
+              ElementsAre(printed("MyDNSServiceQueryRecord(): FAIL: DNSServiceQueryRecord(PTR query) call failed: "
+                                  "-65553 record_PTR=%p",
+                                  LastCall("DNSServiceQueryRecord").context)));
   EXPECT_EQ(Instance()->query_subtype_ref, nullptr);
   EXPECT_EQ(Instance()->subtype_query_context, nullptr);
   AddressAnswers("192.0.2.1");

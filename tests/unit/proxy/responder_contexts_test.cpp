@@ -43,22 +43,23 @@ class ResponderContexts : public ProxyTest {
     instance->dns_recordv6_ptr = Recorded(kDNSServiceType_AAAA);
     instance->subtype_record_ptr = Recorded(kDNSServiceType_PTR);
     instance->Addr_query_context = NewAddrQueryContext();
-    instance->subtype_query_context =
-        static_cast<struct subtype_query_context*>(zmk_malloc(sizeof(struct subtype_query_context), __FILE__, __LINE__));
+    instance->subtype_query_context = static_cast<struct subtype_query_context*>(
+        zmk_malloc(sizeof(struct subtype_query_context), __FILE__, __LINE__));
     MarkCalls();
     ForgetMessages();
     return instance;
   }
 
   static struct Addr_query_context* NewAddrQueryContext() {
-    auto* result = static_cast<struct Addr_query_context*>(zmk_malloc(sizeof(struct Addr_query_context), __FILE__, __LINE__));
+    auto* result =
+        static_cast<struct Addr_query_context*>(zmk_malloc(sizeof(struct Addr_query_context), __FILE__, __LINE__));
     *result = {};
     return result;
   }
   static DNSServiceRef Registered() {
     DNSServiceRef ref = gDNSServiceRef_Shared;
-    DNSServiceRegister(&ref, kFlagsShareConnection, 3, "x", "_ipp._tcp", "local", "h", 0, 0, nullptr, callback_ServiceRegister,
-                       nullptr);
+    DNSServiceRegister(&ref, kFlagsShareConnection, 3, "x", "_ipp._tcp", "local", "h", 0, 0, nullptr,
+                       callback_ServiceRegister, nullptr);
     return ref;
   }
   static DNSServiceRef Resolved() {
@@ -73,20 +74,22 @@ class ResponderContexts : public ProxyTest {
   }
   static DNSRecordRef Recorded(std::uint16_t rrtype) {
     DNSRecordRef record = nullptr;
-    DNSServiceRegisterRecord(gDNSServiceRef_RegisterRecord, &record, kFlagsProxiedRecord, 3, "h", rrtype, 1, 0, nullptr, 0,
-                             callback_ServiceRegisterRecord, nullptr);
+    DNSServiceRegisterRecord(gDNSServiceRef_RegisterRecord, &record, kFlagsProxiedRecord, 3, "h", rrtype, 1, 0, nullptr,
+                             0, callback_ServiceRegisterRecord, nullptr);
     return record;
   }
 
   // Everything that an instance owns but its name and its labels, in the order of its teardown.
   static std::vector<const void*> Holdings(const ResponderContext& instance) {
-    return {instance.dns_record_ptr,     instance.dns_recordv6_ptr,     instance.subtype_record_ptr, instance.query_addrv4_ref,
-            instance.query_addrv6_ref,   instance.resolve_service_ref,  instance.query_subtype_ref,  instance.reg_service_ref,
-            instance.Addr_query_context, instance.subtype_query_context};
+    return {instance.dns_record_ptr,       instance.dns_recordv6_ptr, instance.subtype_record_ptr,
+            instance.query_addrv4_ref,     instance.query_addrv6_ref, instance.resolve_service_ref,
+            instance.query_subtype_ref,    instance.reg_service_ref,  instance.Addr_query_context,
+            instance.subtype_query_context};
   }
 
   // What the instance holds at each release that its teardown traces.
-  static std::vector<std::vector<const void*>> HoldingsDuringTeardown(BridgeContext* bridge, ResponderContext* instance) {
+  static std::vector<std::vector<const void*>> HoldingsDuringTeardown(BridgeContext* bridge,
+                                                                      ResponderContext* instance) {
     std::vector<std::vector<const void*>> seen;
     fake_syslog::on_message([&seen, instance] {
       if (fake_syslog::lines().back().text.starts_with("del_responder_context(): REMOVE:")) {
@@ -103,16 +106,18 @@ class ResponderContexts : public ProxyTest {
 
 using ResponderContextsDeathTest = ResponderContexts;
 
-// --- Finding and adding ---------------------------------------------------------------------------------------------------------
+// --- Finding and adding ----------------------------------------------------------------------------------------------
 
 TEST_F(ResponderContexts, AnEmptyTableHoldsNothing) {
   EXPECT_EQ(get_responder_context_by_name(bridge_, "My Printer"), nullptr);
   EXPECT_THAT(
       Traces(),
-      ElementsAre(printed("get_responder_context_by_name(): start bridge_context_ptr=%p, name=My Printer", Pointer(bridge_)),
-                  printed("get_responder_context_by_name(): START: bridge_context_ptr=%p, service_context=%p, if_from=2 if_to=3, "
-                          "name = My Printer, ref=%p...  ",
-                          Pointer(bridge_), Pointer(nullptr), Pointer(bridge_->ref))));
+      ElementsAre(
+          printed("get_responder_context_by_name(): start bridge_context_ptr=%p, name=My Printer", Pointer(bridge_)),
+          printed(
+              "get_responder_context_by_name(): START: bridge_context_ptr=%p, service_context=%p, if_from=2 if_to=3, "
+              "name = My Printer, ref=%p...  ",
+              Pointer(bridge_), Pointer(nullptr), Pointer(bridge_->ref))));
 }
 
 TEST_F(ResponderContexts, AMissingNameIsNeverFound) {
@@ -135,9 +140,10 @@ TEST_F(ResponderContexts, AnAddedInstanceIsFoundWithEverythingButItsNameEmpty) {
   EXPECT_EQ(instance->Addr_query_context, nullptr);
   EXPECT_EQ(instance->subtype_query_context, nullptr);
   EXPECT_EQ(instance->subtype_record_label, nullptr);
-  EXPECT_THAT(Traces(), Contains(printed("add_responder_context(): bridge_context_ptr=%p, service_context=%p,if_from = 2, "
-                                         "if_to = 3, name=My Printer, ref=%p... ",
-                                         Pointer(bridge_), Pointer(instance), Pointer(bridge_->ref))));
+  EXPECT_THAT(Traces(),
+              Contains(printed("add_responder_context(): bridge_context_ptr=%p, service_context=%p,if_from = 2, "
+                               "if_to = 3, name=My Printer, ref=%p... ",
+                               Pointer(bridge_), Pointer(instance), Pointer(bridge_->ref))));
 }
 
 TEST_F(ResponderContexts, TheNameIsACopy) {
@@ -191,11 +197,13 @@ TEST_F(ResponderContextsDeathTest, ALackOfMemoryEndsTheProcess) {
     order(1);
     add_responder_context(bridge_, "My Printer");
   };
-  EXPECT_EXIT(add_without(fake_zmk::fail_malloc), ExitedWithCode(20), says("syslog(4): ERROR 102046: malloc failed, exiting."));
-  EXPECT_EXIT(add_without(fake_zmk::fail_strdup), ExitedWithCode(20), says("syslog(4): ERROR 102047: strdup failed, exiting."));
+  EXPECT_EXIT(add_without(fake_zmk::fail_malloc), ExitedWithCode(20),
+              says("syslog(4): ERROR 102046: malloc failed, exiting."));
+  EXPECT_EXIT(add_without(fake_zmk::fail_strdup), ExitedWithCode(20),
+              says("syslog(4): ERROR 102047: strdup failed, exiting."));
 }
 
-// --- Taking apart ---------------------------------------------------------------------------------------------------------------
+// --- Taking apart ----------------------------------------------------------------------------------------------------
 
 TEST_F(ResponderContexts, EverythingIsReleasedInTheFixedOrder) {
   del_responder_context(bridge_, Full("My Printer"));
@@ -222,7 +230,8 @@ TEST_F(ResponderContexts, EachReleaseIsTraced) {
   EXPECT_THAT(
       own,
       ElementsAre(
-          printed("del_responder_context(): bridge_context_ptr=%p, service_context=%p,if_from = 2, if_to = 3, name=My Printer, "
+          printed("del_responder_context(): bridge_context_ptr=%p, service_context=%p,if_from = 2, if_to = 3, name=My "
+                  "Printer, "
                   "ref=%d ... ",
                   Pointer(bridge_), Pointer(instance), static_cast<int>(reinterpret_cast<std::intptr_t>(bridge_->ref))),
           printed("del_responder_context(): REMOVE:  dns_record_ptr :%p", Pointer(was.dns_record_ptr)),
@@ -242,8 +251,8 @@ TEST_F(ResponderContexts, EachReleaseIsTracedBeforeItHappens) {
   const std::size_t first = fake_dns_sd::calls().size();
   const std::vector<std::size_t>& calls = WatchCallsAt("del_responder_context(): REMOVE:");
   del_responder_context(bridge_, instance);
-  EXPECT_THAT(calls, ElementsAre(first, first + 1, first + 2, first + 3, first + 4, first + 5, first + 6, first + 7, first + 8,
-                                 first + 8))
+  EXPECT_THAT(calls, ElementsAre(first, first + 1, first + 2, first + 3, first + 4, first + 5, first + 6, first + 7,
+                                 first + 8, first + 8))
       << "eight calls, then the two contexts";
 }
 
@@ -286,9 +295,9 @@ TEST_F(ResponderContexts, WithoutTheServiceItsAddressRecordsStayAndItsSubtypeRec
   instance->reg_service_ref = nullptr;
   MarkCalls();
   del_responder_context(bridge_, instance);
-  EXPECT_THAT(Calls(), ElementsAre("DNSServiceRemoveRecord on=connection2 flags=0x0 record3", "DNSServiceRefDeallocate query1",
-                                   "DNSServiceRefDeallocate query2", "DNSServiceRefDeallocate resolve1",
-                                   "DNSServiceRefDeallocate query3"));
+  EXPECT_THAT(Calls(), ElementsAre("DNSServiceRemoveRecord on=connection2 flags=0x0 record3",
+                                   "DNSServiceRefDeallocate query1", "DNSServiceRefDeallocate query2",
+                                   "DNSServiceRefDeallocate resolve1", "DNSServiceRefDeallocate query3"));
   EXPECT_THAT(Traces(), Not(Contains(AnyOf(HasSubstr("dns_record_ptr"), HasSubstr("dns_recordv6_ptr")))));
   EXPECT_EQ(fake_dns_sd::live_records(), 2U) << "they go with the connection";
 }
@@ -314,8 +323,9 @@ TEST_F(ResponderContexts, AFreshInstanceOnlyEndsItsResolve) {
   ForgetMessages();
   del_responder_context(bridge_, instance);
   EXPECT_THAT(Calls(), ElementsAre("DNSServiceRefDeallocate resolve1"));
-  EXPECT_THAT(Traces(), ElementsAre(HasSubstr("name=My Printer"),
-                                    printed("del_responder_context(): REMOVE:  resolve_service_ref=%p", Pointer(resolve))));
+  EXPECT_THAT(Traces(),
+              ElementsAre(HasSubstr("name=My Printer"),
+                          printed("del_responder_context(): REMOVE:  resolve_service_ref=%p", Pointer(resolve))));
   EXPECT_EQ(zmk_usage().blocks, before.blocks);
 }
 

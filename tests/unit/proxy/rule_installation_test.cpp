@@ -68,8 +68,9 @@ using AddProxyRuleDeathTest = AddProxyRule;
 
 TEST_F(AddProxyRule, BrowsesOnTheSourceInterface) {
   const BridgeContext* bridge = GivenRule("_ipp._tcp", "br0", "br1");
-  EXPECT_THAT(Calls(),
-              ElementsAre("DNSServiceBrowse on=connection1 flags=0x4000 if=2 regtype=_ipp._tcp domain=local -> browse1"));
+  EXPECT_THAT(
+      Calls(),
+      ElementsAre("DNSServiceBrowse on=connection1 flags=0x4000 if=2 regtype=_ipp._tcp domain=local -> browse1"));
   EXPECT_EQ(bridge->ref, LastCall("DNSServiceBrowse").ref);
   EXPECT_EQ(bridge->if_from, kBr0);
   EXPECT_EQ(bridge->if_to, kBr1);
@@ -92,16 +93,17 @@ TEST_F(AddProxyRule, TracesEachStepOfAFirstRule) {
       own.push_back(trace);
     }
   }
-  EXPECT_THAT(own,
-              ElementsAre("add_proxy_rule(): START: service_type = _ipp._tcp, if_from = br0, if_to = br1",
-                          "add_proxy_rule(): couldn't find existing gHashRulesIfFrom_t if_from_index = 2, creating one now...",
-                          "add_proxy_rule(): couldn't find existing svctype hash for service_type_index = 1 inside of main hash "
-                          "for if_from_index = 2, creating one now...",
-                          "add_proxy_rule(): adding new if_to_index = 3 to array...",
-                          "add_proxy_rule(): No registering BROWSE for _ipp._tcp.local if_from_index = 2, if_to_index = 3",
-                          printed("add_proxy_rule(): SUCCESS: MyDNSServiceBrowse(sdref_airplay) call returned success for "
-                                  "sdref=%p _ipp._tcp.local if_from_index = 2, if_to_index = 3\n",
-                                  static_cast<const void*>(bridge->ref))));
+  EXPECT_THAT(
+      own, ElementsAre(
+               "add_proxy_rule(): START: service_type = _ipp._tcp, if_from = br0, if_to = br1",
+               "add_proxy_rule(): couldn't find existing gHashRulesIfFrom_t if_from_index = 2, creating one now...",
+               "add_proxy_rule(): couldn't find existing svctype hash for service_type_index = 1 inside of main hash "
+               "for if_from_index = 2, creating one now...",
+               "add_proxy_rule(): adding new if_to_index = 3 to array...",
+               "add_proxy_rule(): No registering BROWSE for _ipp._tcp.local if_from_index = 2, if_to_index = 3",
+               printed("add_proxy_rule(): SUCCESS: MyDNSServiceBrowse(sdref_airplay) call returned success for "
+                       "sdref=%p _ipp._tcp.local if_from_index = 2, if_to_index = 3\n",
+                       static_cast<const void*>(bridge->ref))));
 }
 
 TEST_F(AddProxyRule, GivesEachDestinationABrowseOfItsOwn) {
@@ -133,7 +135,8 @@ TEST_F(AddProxyRule, ReportsARepeatedRuleAndSkipsIt) {
               ElementsAre("WARNING 111727: POSSIBLE ERROR: found existing if_to = br1 (if_to_index = 3) in array when "
                           "adding for if_from = br0 (if_from_index = 2) and service_type = _ipp._tcp "
                           "(service_type_index = 1)."));
-  EXPECT_THAT(Traces(), Contains("add_proxy_rule(): adding new if_to_index = 3 to array...")) << "said before the check";
+  EXPECT_THAT(Traces(), Contains("add_proxy_rule(): adding new if_to_index = 3 to array..."))
+      << "said before the check";
   EXPECT_THAT(Calls("DNSServiceBrowse"), SizeIs(1));
   EXPECT_TRUE(fake_dns_sd::is_live(Rule()->ref)) << "the first rule stays in force";
   EXPECT_THAT(Destinations(kBr0, "_ipp._tcp"), ElementsAre(kBr1));
@@ -150,10 +153,11 @@ TEST_F(AddProxyRule, HoldsTheRuleSemaphoreOnlyToFindOrCreateTheTypesRecord) {
   GivenRule("_ipp._tcp", "br0", "br1");
   fake_semaphore::reset();
   GivenRule("_ipp._tcp", "br0", "br2");
-  EXPECT_THAT(fake_semaphore::calls(),
-              ElementsAre("wait gServiceTypeToIdSemaphore", "post gServiceTypeToIdSemaphore", "wait gIfNameToIndexSemaphore",
-                          "post gIfNameToIndexSemaphore", "wait gIfNameToIndexSemaphore", "post gIfNameToIndexSemaphore",
-                          "wait gRulesSemaphore", "post gRulesSemaphore", "wait gRulesSemaphore", "post gRulesSemaphore"));
+  EXPECT_THAT(
+      fake_semaphore::calls(),
+      ElementsAre("wait gServiceTypeToIdSemaphore", "post gServiceTypeToIdSemaphore", "wait gIfNameToIndexSemaphore",
+                  "post gIfNameToIndexSemaphore", "wait gIfNameToIndexSemaphore", "post gIfNameToIndexSemaphore",
+                  "wait gRulesSemaphore", "post gRulesSemaphore", "wait gRulesSemaphore", "post gRulesSemaphore"));
 }
 
 // The outer record is there already; nothing but its inner table is guarded here.
@@ -177,7 +181,7 @@ TEST_F(AddProxyRule, MakesTheTypesRecordUnderTheSemaphoreAndGrowsItsListWithoutI
                                 "add_proxy_rule(): SUCCESS: MyDNSServiceBrowse( [free]"));
 }
 
-// --- Subtypes -------------------------------------------------------------------------------------------------------------------
+// --- Subtypes --------------------------------------------------------------------------------------------------------
 
 TEST_F(AddProxyRule, KeepsATypeOfThreeLabelsAsTheSubtype) {
   EXPECT_STREQ(GivenRule("_universal._ipp._tcp")->subtype_service_type, "_universal._ipp._tcp");
@@ -202,15 +206,16 @@ TEST_F(AddProxyRule, CutsALongTypeToTheRoomOfTheSubtype) {
   EXPECT_STREQ(GivenRule(longest.c_str())->subtype_service_type, "");
 }
 
-// --- Retries --------------------------------------------------------------------------------------------------------------------
+// --- Retries ---------------------------------------------------------------------------------------------------------
 
 TEST_F(AddProxyRule, TriesARefusedBrowseFourTimesHalfASecondApart) {
   fake_dns_sd::fail_next("DNSServiceBrowse", 3, kDNSServiceErr_Unknown);
   const BridgeContext* bridge = GivenRule("_ipp._tcp");
   EXPECT_THAT(Calls("DNSServiceBrowse"), SizeIs(4));
   EXPECT_TRUE(fake_dns_sd::is_live(bridge->ref));
-  EXPECT_THAT(Retries(), ElementsAre("******browser request send 1 times failed", "******browser request send 2 times failed",
-                                     "******browser request send 3 times failed"));
+  EXPECT_THAT(Retries(),
+              ElementsAre("******browser request send 1 times failed", "******browser request send 2 times failed",
+                          "******browser request send 3 times failed"));
   EXPECT_THAT(fake_process::calls_of("usleep"), ElementsAre("usleep(500000)", "usleep(500000)", "usleep(500000)"));
 }
 
@@ -246,8 +251,8 @@ TEST_F(AddProxyRule, APromptBrowsePausesNothing) {
 TEST_F(AddProxyRuleDeathTest, AFourthRefusalEndsTheProcess) {
   fake_dns_sd::fail_next("DNSServiceBrowse", 4, kDNSServiceErr_Unknown);
   EXPECT_EXIT(add_proxy_rule("_ipp._tcp", "br0", "br1"), ExitedWithCode(exit_status(600)),
-              AllOf(says("syslog(4): ERROR 131813: MyDNSServiceBrowse  call failed: -65537"), says("send 3 times failed"),
-                    Not(says("send 4 times failed"))));
+              AllOf(says("syslog(4): ERROR 131813: MyDNSServiceBrowse  call failed: -65537"),
+                    says("send 3 times failed"), Not(says("send 4 times failed"))));
 }
 
 TEST_F(AddProxyRuleDeathTest, WithoutASharedConnectionTheProcessEnds) {
@@ -257,23 +262,28 @@ TEST_F(AddProxyRuleDeathTest, WithoutASharedConnectionTheProcessEnds) {
         add_proxy_rule("_ipp._tcp", "br0", "br1");
       },
       ExitedWithCode(exit_status(600)),
-      says("syslog(4): ERROR 131811: (gDNSServiceRef_Shared == NULL), this should never happen.  Critical error, exiting."));
+      says("syslog(4): ERROR 131811: (gDNSServiceRef_Shared == NULL), this should never happen.  Critical error, "
+           "exiting."));
 }
 
-// --- Interfaces and memory ------------------------------------------------------------------------------------------------------
+// --- Interfaces and memory -------------------------------------------------------------------------------------------
 
 TEST_F(AddProxyRuleDeathTest, AnUnknownSourceEndsTheProcess) {
-  EXPECT_EXIT(add_proxy_rule("_ipp._tcp", "wlan7", "nowhere"), ExitedWithCode(exit_status(40)),
-              says("syslog(4): INTERFACE LOOKUP ERROR 111833: Could not find interface named 'wlan7' on this system, please "
-                   "double-check the accuracy of the mdnsproxy rules config file: /tmp/mdnsproxyrule-list.xml.  Critical error, "
-                   "exiting."));
+  EXPECT_EXIT(
+      add_proxy_rule("_ipp._tcp", "wlan7", "nowhere"), ExitedWithCode(exit_status(40)),
+      says(
+          "syslog(4): INTERFACE LOOKUP ERROR 111833: Could not find interface named 'wlan7' on this system, please "
+          "double-check the accuracy of the mdnsproxy rules config file: /tmp/mdnsproxyrule-list.xml.  Critical error, "
+          "exiting."));
 }
 
 TEST_F(AddProxyRuleDeathTest, AnUnknownDestinationEndsTheProcess) {
   gSettings.rules_file = "/elsewhere/rules";
-  EXPECT_EXIT(add_proxy_rule("_ipp._tcp", "br0", "wlan7"), ExitedWithCode(exit_status(40)),
-              says("syslog(4): INTERFACE LOOKUP ERROR 111834: Could not find interface named 'wlan7' on this system, please "
-                   "double-check the accuracy of the mdnsproxy rules config file: /elsewhere/rules.  Critical error, exiting."));
+  EXPECT_EXIT(
+      add_proxy_rule("_ipp._tcp", "br0", "wlan7"), ExitedWithCode(exit_status(40)),
+      says(
+          "syslog(4): INTERFACE LOOKUP ERROR 111834: Could not find interface named 'wlan7' on this system, please "
+          "double-check the accuracy of the mdnsproxy rules config file: /elsewhere/rules.  Critical error, exiting."));
 }
 
 TEST_F(AddProxyRuleDeathTest, AnInterfaceOfIndexZeroCountsAsUnknown) {
@@ -288,8 +298,8 @@ TEST_F(AddProxyRule, AnInterfaceOfIndexOneIsOneLikeAnyOther) {
   EXPECT_EQ(GivenRule("_ipp._tcp", "br0", "odd1")->if_to, 1);
 }
 
-// The allocations of a further rule, its source and its type being known: the type's record, its list, the list's room, the
-// context.
+// The allocations of a further rule, its source and its type being known: the type's record, its list, the list's room,
+// the context.
 TEST_F(AddProxyRuleDeathTest, AnyLackOfMemoryEndsTheProcess) {
   GivenRule("_ipp._tcp", "br1", "br0");
   GivenRule("_raop._tcp", "br0", "br1");

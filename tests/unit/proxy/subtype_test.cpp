@@ -44,11 +44,12 @@ using SubtypeAnswerDeathTest = SubtypeAnswer;
 TEST_F(SubtypeAnswer, ThatNamesTheInstanceIsRegisteredAndEndsTheQuery) {
   const ZmkUsage before = zmk_usage();
   SubtypeAnswers(kMyPrinter);
-  EXPECT_THAT(Calls(),
-              ElementsAre("DNSServiceRegisterRecord on=connection2 flags=0x10 if=3 name=_universal._sub._ipp._tcp.local. "
-                          "rrtype=12 rrclass=1 rdata=0a4d79205072696e746572045f697070045f746370056c6f63616c00 ttl=0 -> "
-                          "record1",
-                          "DNSServiceRefDeallocate query3"));
+  EXPECT_THAT(
+      Calls(),
+      ElementsAre("DNSServiceRegisterRecord on=connection2 flags=0x10 if=3 name=_universal._sub._ipp._tcp.local. "
+                  "rrtype=12 rrclass=1 rdata=0a4d79205072696e746572045f697070045f746370056c6f63616c00 ttl=0 -> "
+                  "record1",
+                  "DNSServiceRefDeallocate query3"));
   EXPECT_EQ(LastCall("DNSServiceRegisterRecord").data, kMyPrinter);
   EXPECT_EQ(Instance()->subtype_record_ptr, LastCall("DNSServiceRegisterRecord").record);
   EXPECT_EQ(Instance()->query_subtype_ref, nullptr);
@@ -61,10 +62,12 @@ TEST_F(SubtypeAnswer, IsTraced) {
   SubtypeAnswers(kMyPrinter);
   EXPECT_THAT(
       Traces(),
-      AllOf(Contains(around_line("-----callback_ServiceQueryRecord-----", printed("----process_queryrecord_PTR: %p--", query))),
-            Contains(printed("\nprocess_queryrecord_PTR(): START: sdref = %p, flags = 2, ifIndex = 2, errorCode = 0, fullname = "
-                             "printer.local., rrtype = 12, rrclass = 1, rdlen = 28, ttl = 120 ...",
-                             query)),
+      AllOf(Contains(around_line("-----callback_ServiceQueryRecord-----",
+                                 printed("----process_queryrecord_PTR: %p--", query))),
+            Contains(printed(
+                "\nprocess_queryrecord_PTR(): START: sdref = %p, flags = 2, ifIndex = 2, errorCode = 0, fullname = "
+                "printer.local., rrtype = 12, rrclass = 1, rdlen = 28, ttl = 120 ...",
+                query)),
             Contains("process_queryrecord_PTR(): +++++++++hostname = My Printer++++++++"),
             Contains(around_line("process_queryrecord_PTR,",
                                  ",register PTR record,service type:_universal._sub._ipp._tcp.local., service name:My "
@@ -93,10 +96,10 @@ TEST_F(SubtypeAnswer, ForAnotherKnownInstanceIsIgnored) {
   Forget();
   SubtypeAnswers(wire_name({"Other", "_ipp", "_tcp", "local"}));
   ExpectQueryGoesOn();
-  EXPECT_THAT(Traces(),
-              Contains(around_line("process_queryrecord_PTR,",
-                                   ",don't register PTR record because of different service name:Other._ipp._tcp.local. "
-                                   "vs My Printer._ipp._tcp.local.")));
+  EXPECT_THAT(Traces(), Contains(around_line(
+                            "process_queryrecord_PTR,",
+                            ",don't register PTR record because of different service name:Other._ipp._tcp.local. "
+                            "vs My Printer._ipp._tcp.local.")));
   EXPECT_THAT(Warnings(), IsEmpty());
   SubtypeAnswers(kMyPrinter);
   EXPECT_NE(Instance()->subtype_record_ptr, nullptr);
@@ -158,7 +161,8 @@ TEST_F(SubtypeAnswer, AnInstanceNameMayHoldADot) {
   EXPECT_NE(Instance("a.b")->subtype_record_ptr, nullptr);
 }
 
-// "a" and "b" as two labels read like "a.b" as one; the record must not become that of "a", nor the context of "a.b" be lost.
+// "a" and "b" as two labels read like "a.b" as one; the record must not become that of "a", nor the context of "a.b" be
+// lost.
 TEST_F(SubtypeAnswer, ATextThatIsEqualByChanceIsAnotherInstance) {
   BrowseAdds("a");
   Resolves("a._ipp._tcp.local.");
@@ -240,11 +244,13 @@ TEST_F(SubtypeAnswer, TheReplyToTheRecordCarriesTheQueryName) {
   SubtypeAnswers(kMyPrinter);
   const DNSRecordRef record = Instance()->subtype_record_ptr;
   fake_dns_sd::deliver_record(record, kDNSServiceFlagsAdd, kDNSServiceErr_NoError);
-  EXPECT_THAT(Traces(), Contains("callback_ServiceRegisterRecord(): Got a reply for record _universal._sub._ipp._tcp.local.: "));
+  EXPECT_THAT(Traces(),
+              Contains("callback_ServiceRegisterRecord(): Got a reply for record _universal._sub._ipp._tcp.local.: "));
   BrowseRemoves("My Printer");
   ForgetMessages();
   fake_dns_sd::deliver_record(record, kDNSServiceFlagsAdd, kDNSServiceErr_NoError);
-  EXPECT_THAT(Traces(), Contains("callback_ServiceRegisterRecord(): Got a reply for record _universal._sub._ipp._tcp.local.: "));
+  EXPECT_THAT(Traces(),
+              Contains("callback_ServiceRegisterRecord(): Got a reply for record _universal._sub._ipp._tcp.local.: "));
 }
 
 // More records come and go, or are refused, than there are labels.
@@ -267,10 +273,11 @@ TEST_F(SubtypeAnswer, TheLabelOfARecordIsNotTakenByOthersThatComeAndGo) {
 
 TEST_F(SubtypeAnswerDeathTest, AConflictOverTheRecordEndsTheProcess) {
   SubtypeAnswers(kMyPrinter);
-  EXPECT_EXIT(fake_dns_sd::deliver_record(Instance()->subtype_record_ptr, 0, kDNSServiceErr_NameConflict),
-              ExitedWithCode(exit_status(600)),
-              says("syslog(4): ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: name = "
-                   "_universal._sub._ipp._tcp.local., errorCode = -65548\n"));
+  EXPECT_EXIT(
+      fake_dns_sd::deliver_record(Instance()->subtype_record_ptr, 0, kDNSServiceErr_NameConflict),
+      ExitedWithCode(exit_status(600)),
+      says("syslog(4): ERROR: 1301171622: callback_ServiceRegisterRecord(): Name in use, please choose another: name = "
+           "_universal._sub._ipp._tcp.local., errorCode = -65548\n"));
 }
 
 TEST_F(SubtypeAnswer, TheRecordBearsNoFencingFlag) {

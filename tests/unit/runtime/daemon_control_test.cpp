@@ -72,10 +72,10 @@ TEST_F(Daemonize, GoesThroughItsStepsInOrder) {
   const ChildProcess child = run_in_child([] {
     GivenHarmlessProcess();
     Run();
-    EXPECT_THAT(CallsSoFar(),
-                HoldsInOrder({"getppid()\n", "sigaction(1)\n", "sigaction(2)\n", "sigaction(15)\n", "sigaction(3)\n",
-                              "sigaction(10)\n", "sigaction(12)\n", "sigaction(29)\nfork()\nsetsid()\n", "open(\"/dev/null\"",
-                              "dup2(", "dup2(", "dup2(", "close(", "chdir(", "open(", "write(", "fsync(", "close("}));
+    EXPECT_THAT(CallsSoFar(), HoldsInOrder({"getppid()\n", "sigaction(1)\n", "sigaction(2)\n", "sigaction(15)\n",
+                                            "sigaction(3)\n", "sigaction(10)\n", "sigaction(12)\n",
+                                            "sigaction(29)\nfork()\nsetsid()\n", "open(\"/dev/null\"", "dup2(", "dup2(",
+                                            "dup2(", "close(", "chdir(", "open(", "write(", "fsync(", "close("}));
     EXPECT_EQ(fake_process::calls_of("sigaction").size(), 7u);
     EXPECT_EQ(gDaemonPID, 0);
     EXPECT_EQ(gSID, 77);
@@ -88,16 +88,17 @@ TEST_F(Daemonize, IsTracedStepByStepInTheChild) {
     GivenHarmlessProcess();
     Run();
     const std::string self = std::to_string(getpid());
-    EXPECT_THAT(Messages(), ElementsAre("daemonize(): aRundir = /logged/directory, aPIDfile = /logged/file ...",
-                                        "daemonize(): checking if we're already a child process  ...",
-                                        "daemonize(): getppid() returned 4242, so NOT already a child process, fork()'ing now...",
-                                        "daemonize(): child process processing START (getpid() = " + self + ") ...",
-                                        "daemonize(): get new process group: gSID = setsid() = 77 ...",
-                                        "daemonize(): Route I/O connections: gDBG = 0 ...",
-                                        "daemonize(): change running directory to: " + run_directory_ + " ...",
-                                        "daemonize(): creating PID file ...",
-                                        "create_PID_file(): START: attempting to create aPIDfilename = " + pid_path_ + " ...",
-                                        HasSubstr("create_PID_file(): FINISH: ")));
+    EXPECT_THAT(Messages(),
+                ElementsAre("daemonize(): aRundir = /logged/directory, aPIDfile = /logged/file ...",
+                            "daemonize(): checking if we're already a child process  ...",
+                            "daemonize(): getppid() returned 4242, so NOT already a child process, fork()'ing now...",
+                            "daemonize(): child process processing START (getpid() = " + self + ") ...",
+                            "daemonize(): get new process group: gSID = setsid() = 77 ...",
+                            "daemonize(): Route I/O connections: gDBG = 0 ...",
+                            "daemonize(): change running directory to: " + run_directory_ + " ...",
+                            "daemonize(): creating PID file ...",
+                            "create_PID_file(): START: attempting to create aPIDfilename = " + pid_path_ + " ...",
+                            HasSubstr("create_PID_file(): FINISH: ")));
     EXPECT_THAT(Priorities(), ElementsAre(LOG_DEBUG));
   });
   EXPECT_EQ(child.exit_status, 0) << describe(child);
@@ -112,8 +113,9 @@ TEST_F(Daemonize, EndsTheParentWithoutTheExitPath) {
     ADD_FAILURE() << "came back";
   });
   EXPECT_EQ(child.exit_status, 0);
-  EXPECT_THAT(child.err, testing::ContainsRegex("syslog\\(7\\): daemonize\\(\\): fork\\(\\) returned PID: 4242, child process "
-                                                "created ok, so exit parent process \\(getpid\\(\\) = [0-9]+\\)\\.\\.\\.\n$"))
+  EXPECT_THAT(child.err,
+              testing::ContainsRegex("syslog\\(7\\): daemonize\\(\\): fork\\(\\) returned PID: 4242, child process "
+                                     "created ok, so exit parent process \\(getpid\\(\\) = [0-9]+\\)\\.\\.\\.\n$"))
       << "with the parent's own parent where one expects the child, and as its last words";
   EXPECT_FALSE(directory_.has("status"));
   EXPECT_FALSE(directory_.has("pid"));
@@ -139,7 +141,8 @@ TEST_F(Daemonize, ReallyForksAndBecomesASessionLeader) {
     raise(SIGKILL);  // the scratch directory is the test's to remove
   });
   EXPECT_EQ(child.exit_status, 0) << "that is the parent";
-  // The child lives on for a moment. Its standard error is /dev/null, so that it is this pipe that tells when it has ended.
+  // The child lives on for a moment. Its standard error is /dev/null, so that it is this pipe that tells when it has
+  // ended.
   close(life[1]);
   char nothing = 0;
   EXPECT_EQ(read(life[0], &nothing, sizeof(nothing)), 0);
@@ -156,11 +159,13 @@ TEST_F(Daemonize, FailsWithoutAChild) {
   EXPECT_EQ(child.exit_status, 999 % 256);
   EXPECT_THAT(
       child.err,
-      HoldsInOrder({warning_line("ERROR 9991301141911: fork(): returned PID = -1, could not start the child process, exiting."),
-                    critical_line("ERROR 301903: Could not unlink (delete) PID lock file " + pid_path_ +
-                                  ", (did you run sudo or as root?), exiting")}));
-  EXPECT_EQ(StatusFile(),
-            "999\nERROR 9991301141911: fork(): returned PID = 2147483647, could not start the child process, exiting.\n");
+      HoldsInOrder(
+          {warning_line("ERROR 9991301141911: fork(): returned PID = -1, could not start the child process, exiting."),
+           critical_line("ERROR 301903: Could not unlink (delete) PID lock file " + pid_path_ +
+                         ", (did you run sudo or as root?), exiting")}));
+  EXPECT_EQ(
+      StatusFile(),
+      "999\nERROR 9991301141911: fork(): returned PID = 2147483647, could not start the child process, exiting.\n");
 }
 
 TEST_F(Daemonize, FailsWithoutASession) {
@@ -170,8 +175,9 @@ TEST_F(Daemonize, FailsWithoutASession) {
     Run();
   });
   EXPECT_EQ(child.exit_status, 999 % 256);
-  EXPECT_THAT(child.err, HoldsInOrder({debug_line("daemonize(): get new process group: gSID = setsid() = -1 ..."),
-                                       warning_line("ERROR 99901141905: setsid(): returned -1, this is unhandled, exiting.")}));
+  EXPECT_THAT(child.err,
+              HoldsInOrder({debug_line("daemonize(): get new process group: gSID = setsid() = -1 ..."),
+                            warning_line("ERROR 99901141905: setsid(): returned -1, this is unhandled, exiting.")}));
   EXPECT_EQ(StatusFile(), "999\nERROR 99901141905: setsid(): returned 2147483647, this is unhandled, exiting.\n");
 }
 
@@ -229,7 +235,8 @@ TEST_F(Daemonize, BlocksTheJobControlSignalsAndHoldsTheHandledOnes) {
     fake_syslog::on_message([] { EXPECT_TRUE(AreBlocked({SIGCHLD}) || fake_process::calls_of("fork").empty()); });
     fake_process::on_call("sigaction", [] {
       EXPECT_TRUE(AreBlocked({SIGCHLD, SIGTSTP, SIGTTOU, SIGTTIN}));
-      EXPECT_TRUE(AreBlocked({SIGHUP, SIGINT, SIGTERM, SIGQUIT, SIGUSR1, SIGUSR2, SIGIO})) << "before any has its handler";
+      EXPECT_TRUE(AreBlocked({SIGHUP, SIGINT, SIGTERM, SIGQUIT, SIGUSR1, SIGUSR2, SIGIO}))
+          << "before any has its handler";
     });
     Run();
     EXPECT_TRUE(AreBlocked({SIGCHLD, SIGTSTP, SIGTTOU, SIGTTIN}));

@@ -30,8 +30,9 @@ TEST(DetachedMessage, ShowsOneNumberForEveryNumber) {
 TEST(DetachedMessage, ShowsOneTextForTextsAndPointers) { EXPECT_EQ(Detached("<%s> <%p>"), "<(list)> <(list)>"); }
 
 TEST(DetachedMessage, PassesOverWhatShapesAValue) {
-  EXPECT_EQ(Detached("%5d|%-5d|%05d|%+d|% d|%#x|%.3d|%*d|%.*s|%-20s|%'d"),
-            "2147483647|2147483647|2147483647|2147483647|2147483647|7fffffff|2147483647|2147483647|(list)|(list)|2147483647");
+  EXPECT_EQ(
+      Detached("%5d|%-5d|%05d|%+d|% d|%#x|%.3d|%*d|%.*s|%-20s|%'d"),
+      "2147483647|2147483647|2147483647|2147483647|2147483647|7fffffff|2147483647|2147483647|(list)|(list)|2147483647");
 }
 
 TEST(DetachedMessage, ShowsAPercentSignAsOne) { EXPECT_EQ(Detached("100%% of %d"), "100% of 2147483647"); }

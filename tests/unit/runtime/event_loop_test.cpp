@@ -61,8 +61,8 @@ class EventLoop : public RuntimeTest {
 TEST_F(EventLoop, CountsItsPassesUpToTheMaximum) {
   fake_process::always("pselect", 0);
   HandleEvents(3);
-  EXPECT_THAT(Messages(), ElementsAre(kStart, LoopLine(1, 3), kTimedOut, "myTimerCallBack(): START ...\n", LoopLine(2, 3),
-                                      kTimedOut, "myTimerCallBack(): START ...\n"));
+  EXPECT_THAT(Messages(), ElementsAre(kStart, LoopLine(1, 3), kTimedOut, "myTimerCallBack(): START ...\n",
+                                      LoopLine(2, 3), kTimedOut, "myTimerCallBack(): START ...\n"));
   EXPECT_THAT(Priorities(), ElementsAre(LOG_DEBUG));
 }
 
@@ -135,8 +135,8 @@ TEST_F(EventLoop, WatchesBothSocketsWhicheverIsGreater) {
   const int shared = DNSServiceRefSockFD(gDNSServiceRef_Shared);
   const int records = DNSServiceRefSockFD(gDNSServiceRef_RegisterRecord);
   const auto [lower, higher] = std::minmax(shared, records);
-  const std::string expected =
-      "pselect(" + std::to_string(higher + 1) + ", {" + std::to_string(lower) + " " + std::to_string(higher) + "}, 100000000)";
+  const std::string expected = "pselect(" + std::to_string(higher + 1) + ", {" + std::to_string(lower) + " " +
+                               std::to_string(higher) + "}, 100000000)";
   Pass(1);
   std::swap(gDNSServiceRef_Shared, gDNSServiceRef_RegisterRecord);
   Pass(1);
@@ -173,7 +173,8 @@ TEST_F(EventLoop, WaitsForNoSocketBeyondTheRoomOfASet) {
     ASSERT_GE(DNSServiceRefSockFD(gDNSServiceRef_RegisterRecord), FD_SETSIZE);
     Pass(1);
     const int shared = DNSServiceRefSockFD(gDNSServiceRef_Shared);
-    EXPECT_THAT(Waits(), ElementsAre("pselect(" + std::to_string(shared + 1) + ", {" + std::to_string(shared) + "}, 100000000)"));
+    EXPECT_THAT(Waits(), ElementsAre("pselect(" + std::to_string(shared + 1) + ", {" + std::to_string(shared) +
+                                     "}, 100000000)"));
   });
   EXPECT_EQ(child.exit_status, 0) << describe(child);
 }
@@ -248,8 +249,8 @@ TEST_F(EventLoop, LetsASignalInterruptItsWait) {
     });
     HandleEvents(0);
     EXPECT_THAT(Messages(), ElementsAre(kStart, LoopLine(1, 0), "signal_handler(): aSignal = 10 ...",
-                                        "select() returned -1 errno 4 Interrupted system call\n", LoopLine(2, 0), kTimedOut,
-                                        "myTimerCallBack(): START ...\n"));
+                                        "select() returned -1 errno 4 Interrupted system call\n", LoopLine(2, 0),
+                                        kTimedOut, "myTimerCallBack(): START ...\n"));
     EXPECT_THAT(fake_syslog::masks(), ElementsAre(255));
   });
   EXPECT_EQ(child.exit_status, 0) << describe(child);

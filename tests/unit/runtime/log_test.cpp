@@ -38,8 +38,8 @@ int __wrap_gettimeofday(timeval* now, void*) {
 TEST_F(Log, GoesToSyslogWithItsPriorityInNormalMode) {
   log_message(LOG_DEBUG, "number %d and text %s", 7, "seven");
   log_message(LOG_ERR, "constant");
-  EXPECT_THAT(fake_syslog::lines(),
-              ElementsAre(fake_syslog::Line{LOG_DEBUG, "number 7 and text seven"}, fake_syslog::Line{LOG_ERR, "constant"}));
+  EXPECT_THAT(fake_syslog::lines(), ElementsAre(fake_syslog::Line{LOG_DEBUG, "number 7 and text seven"},
+                                                fake_syslog::Line{LOG_ERR, "constant"}));
 }
 
 TEST_F(Log, GoesToSyslogInNormalModeWhateverTheLogLevel) {

@@ -33,10 +33,12 @@ class PidFileTest : public RuntimeTest {
   static std::vector<std::string> Warnings() { return fake_syslog::texts(LOG_WARNING); }
 
   std::string Warning301802() const {
-    return "WARNING 301802: PID lock file " + pid_path_ + " exists -- reading for PID and then will try to issue kill signal....";
+    return "WARNING 301802: PID lock file " + pid_path_ +
+           " exists -- reading for PID and then will try to issue kill signal....";
   }
   std::string Warning301803(const std::string& pid) const {
-    return "WARNING 301803: Found existing PID file " + pid_path_ + " with PID - " + pid + ", calling kill(" + pid + ").";
+    return "WARNING 301803: Found existing PID file " + pid_path_ + " with PID - " + pid + ", calling kill(" + pid +
+           ").";
   }
   std::string Warning301804() const {
     return "WARNING 301804: Found existing PID file " + pid_path_ + ", but could not read PID from it, ignoring.";
@@ -56,9 +58,10 @@ TEST_F(PidFileTest, HoldsTheOwnProcessIdForTheOwnerAlone) {
 
 TEST_F(PidFileTest, IsTracedFromStartToFinish) {
   Create();
-  EXPECT_THAT(Messages(),
-              ElementsAre("create_PID_file(): START: attempting to create aPIDfilename = " + pid_path_ + " ...",
-                          "create_PID_file(): FINISH: wrote PID: " + OwnPid() + " to aPIDfilename: " + pid_path_ + "."));
+  EXPECT_THAT(
+      Messages(),
+      ElementsAre("create_PID_file(): START: attempting to create aPIDfilename = " + pid_path_ + " ...",
+                  "create_PID_file(): FINISH: wrote PID: " + OwnPid() + " to aPIDfilename: " + pid_path_ + "."));
 }
 
 TEST_F(PidFileTest, IsSilentInNormalModeUnlessSomethingIsWrong) {
@@ -74,8 +77,8 @@ TEST_F(PidFileTest, IsCreatedOnlyIfThereIsNoneWrittenAtOnceSyncedAndClosed) {
   char flags[16];
   std::snprintf(flags, sizeof(flags), "%#o", static_cast<unsigned>(O_WRONLY | O_CREAT | O_EXCL));
   EXPECT_THAT(fake_process::calls(),
-              ElementsAre("open(\"" + pid_path_ + "\", " + flags + ", 0600)", "write(" + file + ", \"" + OwnPid() + "\")",
-                          "fsync(" + file + ")", "close(" + file + ")"));
+              ElementsAre("open(\"" + pid_path_ + "\", " + flags + ", 0600)",
+                          "write(" + file + ", \"" + OwnPid() + "\")", "fsync(" + file + ")", "close(" + file + ")"));
 }
 
 TEST_F(PidFileTest, OfARunningInstanceHasItKilledAndIsOverwritten) {
@@ -95,11 +98,12 @@ TEST_F(PidFileTest, OfAnEarlierInstanceIsTakenOverInThisOrder) {
   EXPECT_THAT(Priorities(), ElementsAre(LOG_WARNING, LOG_DEBUG));
   EXPECT_THAT(
       testing::PrintToString(Messages()),
-      HoldsInOrder({"\"create_PID_file(): attempting to create PID file: " + pid_path_ +
-                        ": ( gConfigPIDFilehandle == -1 ) -- so couldn't open file with O_WRONLY|O_CREAT|O_EXCL, so checking if "
-                        "the file already exists...\"",
-                    "WARNING 301802", "\"create_PID_file(): successfully read previous PID = 4321, trying to kill now...\"",
-                    "WARNING 301803", "create_PID_file(): FINISH"}));
+      HoldsInOrder(
+          {"\"create_PID_file(): attempting to create PID file: " + pid_path_ +
+               ": ( gConfigPIDFilehandle == -1 ) -- so couldn't open file with O_WRONLY|O_CREAT|O_EXCL, so checking if "
+               "the file already exists...\"",
+           "WARNING 301802", "\"create_PID_file(): successfully read previous PID = 4321, trying to kill now...\"",
+           "WARNING 301803", "create_PID_file(): FINISH"}));
 }
 
 TEST_F(PidFileTest, LeavesNoDescriptorBehindWhetherItExistedOrNot) {
@@ -138,8 +142,9 @@ TEST_F(PidFileTest, WithoutANumberKillsNobodyAndIsOverwritten) {
     Create();
     EXPECT_THAT(Kills(), IsEmpty()) << content;
     EXPECT_THAT(Warnings(), ElementsAre(Warning301802(), Warning301804())) << content;
-    EXPECT_THAT(fake_syslog::texts(LOG_DEBUG),
-                testing::Contains("create_PID_file(): could successfully read previous PID = 0, trying to kill now..."));
+    EXPECT_THAT(
+        fake_syslog::texts(LOG_DEBUG),
+        testing::Contains("create_PID_file(): could successfully read previous PID = 0, trying to kill now..."));
     EXPECT_THAT(Priorities(), ElementsAre(LOG_WARNING, LOG_DEBUG));
     EXPECT_EQ(PidFile(), OwnPid());
   }
@@ -196,8 +201,9 @@ TEST_F(PidFileTest, ThatCannotBeReopenedEndsTheProcess) {
     Create();
   });
   EXPECT_EQ(child.exit_status, 30);
-  EXPECT_THAT(child.err, HoldsInOrder({"WARNING 301803",
-                                       warning_line("ERROR 301901: PID lock file could not be open for writing, exiting.")}));
+  EXPECT_THAT(child.err,
+              HoldsInOrder({"WARNING 301803",
+                            warning_line("ERROR 301901: PID lock file could not be open for writing, exiting.")}));
   EXPECT_EQ(StatusFile(), "30\nERROR 301901: PID lock file could not be open for writing, exiting.\n");
 }
 

@@ -23,7 +23,9 @@ void reset_globals() {
   gDaemonPID = gSID = stopNow = gOptionChar = gConfigPIDFilehandle = 0;
 }
 
-std::string line_of(int priority, const std::string& text) { return "syslog(" + std::to_string(priority) + "): " + text + "\n"; }
+std::string line_of(int priority, const std::string& text) {
+  return "syslog(" + std::to_string(priority) + "): " + text + "\n";
+}
 
 }  // namespace
 
@@ -132,4 +134,6 @@ MATCHER_P(HoldsEachAfterTheOther, texts, "") {
 
 }  // namespace
 
-testing::Matcher<const std::string&> HoldsInOrder(std::vector<std::string> texts) { return HoldsEachAfterTheOther(texts); }
+testing::Matcher<const std::string&> HoldsInOrder(std::vector<std::string> texts) {
+  return HoldsEachAfterTheOther(texts);
+}

@@ -35,7 +35,8 @@ class RuntimeTest : public testing::Test {
   // As daemonize leaves them.
   static void GivenHeldSignals();
 
-  // A fork that returns in the "child", a new session, a parent that is not init, standard streams that stay, and no sleeps.
+  // A fork that returns in the "child", a new session, a parent that is not init, standard streams that stay, and no
+  // sleeps.
   static void GivenHarmlessProcess();
 
   // What the files and the debug stream hold now.

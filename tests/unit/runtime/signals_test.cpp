@@ -57,18 +57,20 @@ TEST_P(EndingSignal, EndsTheProcessThroughTheWholeExitPath) {
     signal_handler(GetParam().signal_number);
   });
   EXPECT_EQ(child.exit_status, 10);
-  EXPECT_THAT(child.err,
-              HoldsInOrder({debug_line("signal_handler(): aSignal = " + std::to_string(GetParam().signal_number) + " ..."),
-                            warning_line(GetParam().message),
-                            error_line("handle_error(): aMyStatusCode = 10 != MYSTATUS__RUNNING__OK, calling "
-                                       "exit_clean()..."),
-                            "EXITING CLEAN with status = 10"}));
+  EXPECT_THAT(
+      child.err,
+      HoldsInOrder({debug_line("signal_handler(): aSignal = " + std::to_string(GetParam().signal_number) + " ..."),
+                    warning_line(GetParam().message),
+                    error_line("handle_error(): aMyStatusCode = 10 != MYSTATUS__RUNNING__OK, calling "
+                               "exit_clean()..."),
+                    "EXITING CLEAN with status = 10"}));
   EXPECT_EQ(StatusFile(), std::string("10\n") + GetParam().status_line + "\n");
   EXPECT_FALSE(directory_.has("pid"));
 }
 
 INSTANTIATE_TEST_SUITE_P(EachOfThem, EndingSignal,
-                         testing::Values(Ending{SIGHUP, "SIGHUP", "Received SIGHUP signal (1) -- currently unhandled, exiting.",
+                         testing::Values(Ending{SIGHUP, "SIGHUP",
+                                                "Received SIGHUP signal (1) -- currently unhandled, exiting.",
                                                 "Received SIGHUP signal (2147483647) -- currently unhandled, exiting."},
                                          Ending{SIGINT, "SIGINT", "Received SIGINT signal (2), exiting.",
                                                 "Received SIGINT signal (2147483647), exiting."},
@@ -94,10 +96,11 @@ TEST_F(SignalHandler, WidensTheMaskOnUsr1AndRestoresItOnUsr2) {
 TEST_F(SignalHandler, GoesOnAfterSigio) {
   const ChildProcess child = run_in_child([] {
     signal_handler(SIGIO);
-    EXPECT_THAT(Messages(), ElementsAre("signal_handler(): aSignal = 29 ...", "sig_sigpoll(): GOT SIGNAL: 29",
-                                        HasSubstr("handle_error(): aMyStatusCode = 0"),
-                                        "Received SIGPOLL signal (29), unhandled, ignoring and continuing execution as normal.",
-                                        HasSubstr("continuing execution...")));
+    EXPECT_THAT(Messages(),
+                ElementsAre("signal_handler(): aSignal = 29 ...", "sig_sigpoll(): GOT SIGNAL: 29",
+                            HasSubstr("handle_error(): aMyStatusCode = 0"),
+                            "Received SIGPOLL signal (29), unhandled, ignoring and continuing execution as normal.",
+                            HasSubstr("continuing execution...")));
     EXPECT_THAT(fake_syslog::texts(LOG_WARNING), testing::SizeIs(1));
     EXPECT_THAT(Priorities(), ElementsAre(LOG_WARNING, LOG_DEBUG));
   });
@@ -107,7 +110,8 @@ TEST_F(SignalHandler, GoesOnAfterSigio) {
 TEST_F(SignalHandler, GoesOnAfterASignalThatItDoesNotKnow) {
   const ChildProcess child = run_in_child([] {
     signal_handler(SIGALRM);
-    EXPECT_THAT(fake_syslog::texts(LOG_WARNING), ElementsAre("WARNING 9991001151036: Received Unhandled signal (14), ignoring."));
+    EXPECT_THAT(fake_syslog::texts(LOG_WARNING),
+                ElementsAre("WARNING 9991001151036: Received Unhandled signal (14), ignoring."));
     EXPECT_THAT(fake_syslog::texts(LOG_DEBUG), testing::SizeIs(3));
   });
   EXPECT_EQ(child.exit_status, 0) << describe(child);

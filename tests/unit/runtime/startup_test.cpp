@@ -49,7 +49,8 @@ class Option : public RuntimeTest {
     arguments.push_back(nullptr);
     optind = 0;  // glibc: from the very beginning
     opterr = 0;
-    return getfirstoption(static_cast<int>(arguments.size()) - 1, const_cast<char**>(arguments.data()), "dDvV", &index_);
+    return getfirstoption(static_cast<int>(arguments.size()) - 1, const_cast<char**>(arguments.data()), "dDvV",
+                          &index_);
   }
 
   int index_ = -1;
@@ -62,12 +63,15 @@ std::string Address(const void* semaphore) {
 }
 
 constexpr const char* kTrywaitFailed =
-    "ERROR 99913011403: sem_trywait() FAILED, are POSIX semaphores available on this system?  Unrecoverable error, exiting.";
+    "ERROR 99913011403: sem_trywait() FAILED, are POSIX semaphores available on this system?  Unrecoverable error, "
+    "exiting.";
 constexpr const char* kSecondTrywaitSucceeded =
-    "ERROR 99913011402: sem_trywait() FAILED to error on second attempt to lock, are POSIX semaphores available on this system?  "
+    "ERROR 99913011402: sem_trywait() FAILED to error on second attempt to lock, are POSIX semaphores available on "
+    "this system?  "
     "Unrecoverable error, exiting.";
 constexpr const char* kSemInitFailed =
-    "ERROR 99913011401: sem_init returned -1, are POSIX semaphores available on this system?  Unrecoverable error, exiting.";
+    "ERROR 99913011401: sem_init returned -1, are POSIX semaphores available on this system?  Unrecoverable error, "
+    "exiting.";
 
 }  // namespace
 
@@ -75,14 +79,15 @@ TEST_F(MainInit, GoesThroughItsStepsInOrder) {
   const ChildProcess child = Run(
       [] {},
       [] {
-        EXPECT_THAT(testing::PrintToString(Messages()),
-                    HoldsInOrder({"\"main_init...\"", "\"daemonize(): aRundir = ", "\"create_PID_file(): FINISH",
-                                  "\"vupdate_status_file(): aNewMYSTATUS = 1 ...\"", "\"main_init(): testing semaphores...  \"",
-                                  "\"main_init(): sem_trywait() works...  testing if sem_trywait() fails now...  \"",
-                                  "\"main_init(): sem_trywait() failed second time (correctly)...  \"",
-                                  "\"main_init(): calling sem_post()...  \"", "\"main_init(): trying sem_wait()... \"",
-                                  "\"main_init(): sem_wait() succeded, calling sem_post()... \"",
-                                  "\"main_init(): semaphore testing complete.\"", "\"main_init(): FINISHED.\\n\\n\""}));
+        EXPECT_THAT(
+            testing::PrintToString(Messages()),
+            HoldsInOrder({"\"main_init...\"", "\"daemonize(): aRundir = ", "\"create_PID_file(): FINISH",
+                          "\"vupdate_status_file(): aNewMYSTATUS = 1 ...\"", "\"main_init(): testing semaphores...  \"",
+                          "\"main_init(): sem_trywait() works...  testing if sem_trywait() fails now...  \"",
+                          "\"main_init(): sem_trywait() failed second time (correctly)...  \"",
+                          "\"main_init(): calling sem_post()...  \"", "\"main_init(): trying sem_wait()... \"",
+                          "\"main_init(): sem_wait() succeded, calling sem_post()... \"",
+                          "\"main_init(): semaphore testing complete.\"", "\"main_init(): FINISHED.\\n\\n\""}));
         EXPECT_EQ(Messages().front(), "main_init...");
         EXPECT_THAT(Priorities(), ElementsAre(LOG_DEBUG));
       });
@@ -90,9 +95,11 @@ TEST_F(MainInit, GoesThroughItsStepsInOrder) {
 }
 
 TEST_F(MainInit, DaemonizesWithTheSettings) {
-  const ChildProcess child = Run(
-      [] {},
-      [this] { EXPECT_EQ(Messages()[1], "daemonize(): aRundir = " + run_directory_ + ", aPIDfile = " + pid_path_ + " ..."); });
+  const ChildProcess child =
+      Run([] {},
+          [this] {
+            EXPECT_EQ(Messages()[1], "daemonize(): aRundir = " + run_directory_ + ", aPIDfile = " + pid_path_ + " ...");
+          });
   EXPECT_EQ(child.exit_status, 0) << describe(child);
 }
 
@@ -103,21 +110,23 @@ TEST_F(MainInit, LeavesStatusOneAndTheDaemonsPidAsForkReturnedIt) {
 }
 
 TEST_F(MainInit, CreatesTheFourSemaphoresInOrderBeforeItForks) {
-  const ChildProcess child = Run(
-      [] {},
-      [] {
-        EXPECT_THAT(fake_process::calls_of("sem_init"), ElementsAre("sem_init(" + Address(&gIfNameToIndexSemaphore) + ", 0, 1)",
-                                                                    "sem_init(" + Address(&gServiceTypeToIdSemaphore) + ", 0, 1)",
-                                                                    "sem_init(" + Address(&gRulesSemaphore) + ", 0, 1)",
-                                                                    "sem_init(" + Address(&gStatusFileSemaphore) + ", 0, 1)"));
-        EXPECT_THAT(fake_process::calls()[4], "getppid()");
-        EXPECT_TRUE(gStatusFileSemaphoreCreated);
-        for (sem_t* semaphore : {&gIfNameToIndexSemaphore, &gServiceTypeToIdSemaphore, &gRulesSemaphore, &gStatusFileSemaphore}) {
-          int value = -1;
-          sem_getvalue(semaphore, &value);
-          EXPECT_EQ(value, 1) << "at the end as at the beginning";
-        }
-      });
+  const ChildProcess child =
+      Run([] {},
+          [] {
+            EXPECT_THAT(fake_process::calls_of("sem_init"),
+                        ElementsAre("sem_init(" + Address(&gIfNameToIndexSemaphore) + ", 0, 1)",
+                                    "sem_init(" + Address(&gServiceTypeToIdSemaphore) + ", 0, 1)",
+                                    "sem_init(" + Address(&gRulesSemaphore) + ", 0, 1)",
+                                    "sem_init(" + Address(&gStatusFileSemaphore) + ", 0, 1)"));
+            EXPECT_THAT(fake_process::calls()[4], "getppid()");
+            EXPECT_TRUE(gStatusFileSemaphoreCreated);
+            for (sem_t* semaphore :
+                 {&gIfNameToIndexSemaphore, &gServiceTypeToIdSemaphore, &gRulesSemaphore, &gStatusFileSemaphore}) {
+              int value = -1;
+              sem_getvalue(semaphore, &value);
+              EXPECT_EQ(value, 1) << "at the end as at the beginning";
+            }
+          });
   EXPECT_EQ(child.exit_status, 0) << describe(child);
 }
 
@@ -252,26 +261,29 @@ TEST_F(MainInit, FailsWithoutTheResponderAfterThePidFileAndStatusOne) {
   });
   EXPECT_EQ(child.out, "looked");
   EXPECT_EQ(child.exit_status, 600 % 256);
-  EXPECT_THAT(child.err,
-              HasSubstr(warning_line("ERROR 1301181516: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: -65563, "
-                                     "CRITICAL ERROR, exiting.")));
-  EXPECT_EQ(
-      StatusFile(),
-      "600\nERROR 1301181516: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: 2147483647, CRITICAL ERROR, exiting.\n");
+  EXPECT_THAT(child.err, HasSubstr(warning_line(
+                             "ERROR 1301181516: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: -65563, "
+                             "CRITICAL ERROR, exiting.")));
+  EXPECT_EQ(StatusFile(),
+            "600\nERROR 1301181516: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: 2147483647, CRITICAL "
+            "ERROR, exiting.\n");
   EXPECT_FALSE(directory_.has("pid"));
 }
 
 TEST_F(MainInit, FailsWithoutTheSecondConnectionAndShowsTheResultOfTheFirst) {
   const ChildProcess child = Run([] { fake_dns_sd::fail_call("DNSServiceCreateConnection", 2, -65537); });
   EXPECT_EQ(child.exit_status, 600 % 256);
-  EXPECT_THAT(child.err, HasSubstr(warning_line("ERROR 1301301624: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: 0, "
-                                                "CRITICAL ERROR, exiting.")));
-  EXPECT_EQ(
-      StatusFile(),
-      "600\nERROR 1301301624: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: 2147483647, CRITICAL ERROR, exiting.\n");
+  EXPECT_THAT(child.err,
+              HasSubstr(warning_line("ERROR 1301301624: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: 0, "
+                                     "CRITICAL ERROR, exiting.")));
+  EXPECT_EQ(StatusFile(),
+            "600\nERROR 1301301624: INTERNAL ERROR:  DNSServiceCreateConnection() call failed: 2147483647, CRITICAL "
+            "ERROR, exiting.\n");
 }
 
-TEST_F(MainInit, WidensTheMaskWhenTheSettingsEnableIt) { EXPECT_EQ(MasksWith("[mdnsproxy]\nlog_level = enable\n"), "{ 255 }"); }
+TEST_F(MainInit, WidensTheMaskWhenTheSettingsEnableIt) {
+  EXPECT_EQ(MasksWith("[mdnsproxy]\nlog_level = enable\n"), "{ 255 }");
+}
 
 TEST_F(MainInit, LooksAtTheFirstSixCharactersOfTheLevelAlone) {
   EXPECT_EQ(MasksWith("[mdnsproxy]\nlog_level = enabled\n"), "{ 255 }");

@@ -89,19 +89,20 @@ TEST_F(HandleError, EndsTheProcessWithAnyOtherStatusStepByStep) {
     handle_error(30, LOG_WARNING, "ERROR 9: file %s, number %d", "name", 5);
   });
   EXPECT_EQ(child.exit_status, 30) << describe(child);
-  EXPECT_EQ(child.err,
-            debug_line("handle_error(): aMyStatusCode = 30, aSyslogLevel = 4, (aFormat and va_list omitted) ...") +
-                warning_line("ERROR 9: file name, number 5") +
-                error_line("handle_error(): aMyStatusCode = 30 != MYSTATUS__RUNNING__OK, calling exit_clean()...") +
-                debug_line("exit_clean(): exit_status = 30 ...") + debug_line("vexit_clean(): exit_status = 30 ...") +
-                debug_line("update_status_file(): aNewMYSTATUS = 30 ...") +
-                debug_line("update_status_file(): (gMyStatusFilehandle == NULL), attempting to open the file: " + status_path_ +
-                           " ...") +
-                debug_line("exit_clean_no_update_status_file(): exit_status = 30 ...") +
-                debug_line("mdnsproxy (version 1.0.0) EXITING CLEAN with status = 30 from verbose debug logging mode.") +
-                debug_line("close_and_delete_PID_file(): aPIDfilename = " + pid_path_ + " ...") +
-                debug_line("close_and_delete_PID_file(): " + pid_path_ + " unlocked and remove()'d.") +
-                debug_line("mdnsproxy (version 1.0.0) EXITING CLEAN with status = 30 from verbose debug logging mode."));
+  EXPECT_EQ(
+      child.err,
+      debug_line("handle_error(): aMyStatusCode = 30, aSyslogLevel = 4, (aFormat and va_list omitted) ...") +
+          warning_line("ERROR 9: file name, number 5") +
+          error_line("handle_error(): aMyStatusCode = 30 != MYSTATUS__RUNNING__OK, calling exit_clean()...") +
+          debug_line("exit_clean(): exit_status = 30 ...") + debug_line("vexit_clean(): exit_status = 30 ...") +
+          debug_line("update_status_file(): aNewMYSTATUS = 30 ...") +
+          debug_line("update_status_file(): (gMyStatusFilehandle == NULL), attempting to open the file: " +
+                     status_path_ + " ...") +
+          debug_line("exit_clean_no_update_status_file(): exit_status = 30 ...") +
+          debug_line("mdnsproxy (version 1.0.0) EXITING CLEAN with status = 30 from verbose debug logging mode.") +
+          debug_line("close_and_delete_PID_file(): aPIDfilename = " + pid_path_ + " ...") +
+          debug_line("close_and_delete_PID_file(): " + pid_path_ + " unlocked and remove()'d.") +
+          debug_line("mdnsproxy (version 1.0.0) EXITING CLEAN with status = 30 from verbose debug logging mode."));
   EXPECT_FALSE(directory_.has("pid"));
 }
 
@@ -131,10 +132,12 @@ TEST_F(HandleError, EndsTheProcessWithANegativeStatusToo) {
 }
 
 TEST_F(HandleError, SaysWhatAFatalErrorSays) {
-  const ChildProcess fatal = run_in_child([] { fatal_error(30, LOG_WARNING, "ERROR 9: file %s, number %d", "name", 5); });
+  const ChildProcess fatal =
+      run_in_child([] { fatal_error(30, LOG_WARNING, "ERROR 9: file %s, number %d", "name", 5); });
   EXPECT_EQ(fatal.exit_status, 30);
   EXPECT_EQ(StatusFile(), "30\nERROR 9: file (list), number 2147483647\n");
-  const ChildProcess handled = run_in_child([] { handle_error(30, LOG_WARNING, "ERROR 9: file %s, number %d", "name", 5); });
+  const ChildProcess handled =
+      run_in_child([] { handle_error(30, LOG_WARNING, "ERROR 9: file %s, number %d", "name", 5); });
   EXPECT_EQ(fatal.err, handled.err);
 }
 
@@ -144,19 +147,21 @@ TEST_F(ExitPath, ReleasesBothConnectionsBeforeItsLastMessagesAndThePidFileBetwee
   const ChildProcess child = run_in_child([this] {
     GivenConnections();
     fake_syslog::on_message([this] {
-      std::fprintf(stderr, "[released %zu, closelog %u, pid file %d]\n", fake_dns_sd::calls("DNSServiceRefDeallocate").size(),
-                   fake_syslog::closings(), directory_.has("pid"));
+      std::fprintf(stderr, "[released %zu, closelog %u, pid file %d]\n",
+                   fake_dns_sd::calls("DNSServiceRefDeallocate").size(), fake_syslog::closings(),
+                   directory_.has("pid"));
     });
     exit_clean_no_update_status_file(10);
   });
   EXPECT_EQ(child.exit_status, 10);
   EXPECT_THAT(
       child.err,
-      HoldsInOrder({"exit_clean_no_update_status_file(): exit_status = 10 ...\n[released 0, closelog 0, pid file 1]",
-                    "EXITING CLEAN with status = 10 from verbose debug logging mode.\n[released 2, closelog 0, pid file 1]",
-                    "close_and_delete_PID_file(): aPIDfilename = " + pid_path_ + " ...\n[released 2, closelog 1, pid file 1]",
-                    " unlocked and remove()'d.\n[released 2, closelog 1, pid file 0]",
-                    "EXITING CLEAN with status = 10 from verbose debug logging mode.\n[released 2, closelog 1, pid file 0]"}));
+      HoldsInOrder(
+          {"exit_clean_no_update_status_file(): exit_status = 10 ...\n[released 0, closelog 0, pid file 1]",
+           "EXITING CLEAN with status = 10 from verbose debug logging mode.\n[released 2, closelog 0, pid file 1]",
+           "close_and_delete_PID_file(): aPIDfilename = " + pid_path_ + " ...\n[released 2, closelog 1, pid file 1]",
+           " unlocked and remove()'d.\n[released 2, closelog 1, pid file 0]",
+           "EXITING CLEAN with status = 10 from verbose debug logging mode.\n[released 2, closelog 1, pid file 0]"}));
 }
 
 TEST_F(ExitPath, ReleasesTheSharedConnectionFirst) {
@@ -164,8 +169,8 @@ TEST_F(ExitPath, ReleasesTheSharedConnectionFirst) {
     GivenConnections();
     std::atexit([] {
       const auto released = fake_dns_sd::calls("DNSServiceRefDeallocate");
-      const bool in_order =
-          released.size() == 2 && released[0].ref == gDNSServiceRef_Shared && released[1].ref == gDNSServiceRef_RegisterRecord;
+      const bool in_order = released.size() == 2 && released[0].ref == gDNSServiceRef_Shared &&
+                            released[1].ref == gDNSServiceRef_RegisterRecord;
       std::printf("in order: %d, globals kept: %d", in_order, gDNSServiceRef_Shared != nullptr);
     });
     exit_clean_no_update_status_file(0);
@@ -319,8 +324,9 @@ TEST_F(Status, ThatCannotBeOpenedEndsTheProcessWithoutOne) {
   GivenStatusFileThatCannotBeOpened();
   const ChildProcess child = run_in_child([] { vupdate_status_file(1, "text"); });
   EXPECT_EQ(child.exit_status, 30);
-  EXPECT_THAT(child.err, HoldsInOrder({error_line("ERROR 30130117011910: Could not open status file " + missing_ + ", exiting"),
-                                       debug_line("exit_clean_no_update_status_file(): exit_status = 30 ...")}));
+  EXPECT_THAT(child.err,
+              HoldsInOrder({error_line("ERROR 30130117011910: Could not open status file " + missing_ + ", exiting"),
+                            debug_line("exit_clean_no_update_status_file(): exit_status = 30 ...")}));
   EXPECT_THAT(child.err, Not(HasSubstr(" exit_clean(): ")));
   EXPECT_FALSE(directory_.has("pid"));
 }
@@ -334,8 +340,9 @@ TEST_F(Status, ThatCannotBeWrittenEndsTheProcessWithoutOne) {
   gSettings.status_file = kFull;
   const ChildProcess child = run_in_child([] { vupdate_status_file(1, "text"); });
   EXPECT_EQ(child.exit_status, 30);
-  EXPECT_THAT(child.err, HoldsInOrder({error_line("ERROR 30130117011911: Could not write to status file /dev/full, exiting"),
-                                       debug_line("exit_clean_no_update_status_file(): exit_status = 30 ...")}));
+  EXPECT_THAT(child.err,
+              HoldsInOrder({error_line("ERROR 30130117011911: Could not write to status file /dev/full, exiting"),
+                            debug_line("exit_clean_no_update_status_file(): exit_status = 30 ...")}));
 }
 
 TEST_F(Status, WhoseMessageCannotBeWrittenEndsTheProcessToo) {

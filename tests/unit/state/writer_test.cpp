@@ -26,7 +26,8 @@ std::vector<std::string> told(const StateView& view) {
   constexpr const char* kStates[] = {"none", "forwarded", "waiting", "refused"};
   std::vector<std::string> texts;
   for (const EventView& each : view.events) {
-    texts.push_back(each.name + " " + kStates[static_cast<int>(each.before)] + ">" + kStates[static_cast<int>(each.after)]);
+    texts.push_back(each.name + " " + kStates[static_cast<int>(each.before)] + ">" +
+                    kStates[static_cast<int>(each.after)]);
   }
   return texts;
 }
@@ -85,7 +86,8 @@ TEST_F(StateFile, IsNotMadeThroughALinkAtItsFirstName) {
 
 TEST_F(StateFile, IsSilentlyAbsentWhereItCannotBe) {
   gStateImage = nullptr;
-  for (const std::string& place : {directory_.path_of("nowhere/state"), std::string("relative"), "/" + std::string(600, 'x')}) {
+  for (const std::string& place :
+       {directory_.path_of("nowhere/state"), std::string("relative"), "/" + std::string(600, 'x')}) {
     state_open(place.c_str(), {"1.2.3", "/etc/rules", 2001});
     EXPECT_EQ(gStateImage, nullptr) << place;
   }
@@ -187,8 +189,8 @@ TEST_F(StateOfInstances, FollowsOneFromItsDiscoveryToItsEnd) {
   EXPECT_EQ(Instance().name_there, "A");
   state_instance_gone(rule(), "A");
   EXPECT_THAT(Read().instances, IsEmpty());
-  EXPECT_THAT(told(Read()),
-              ElementsAre("A none>waiting", "A waiting>waiting", "A waiting>waiting", "A waiting>forwarded", "A forwarded>none"));
+  EXPECT_THAT(told(Read()), ElementsAre("A none>waiting", "A waiting>waiting", "A waiting>waiting",
+                                        "A waiting>forwarded", "A forwarded>none"));
 }
 
 TEST_F(StateOfInstances, KeepsNothingOfOneThatIsGone) {
@@ -317,7 +319,8 @@ TEST_F(StateFile, HasTheLastFiguresOfEachLink) {
   ASSERT_THAT(view.links, SizeIs(2));
   const LinkView& link = view.links.front();
   EXPECT_EQ(link.index, 7);
-  EXPECT_THAT((std::vector{link.received, link.ignored, link.lost, link.sent, link.conflicts}), ElementsAre(11U, 2U, 3U, 4U, 5U));
+  EXPECT_THAT((std::vector{link.received, link.ignored, link.lost, link.sent, link.conflicts}),
+              ElementsAre(11U, 2U, 3U, 4U, 5U));
   EXPECT_THAT(link.siblings, ElementsAre("192.0.2.9", "fe80::"));
   EXPECT_THAT(view.links.back().siblings, IsEmpty());
 }

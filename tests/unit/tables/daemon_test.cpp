@@ -50,7 +50,8 @@ const Settings& program_settings() {
 }
 
 void init_semaphores() {
-  for (sem_t* semaphore : {&gIfNameToIndexSemaphore, &gServiceTypeToIdSemaphore, &gRulesSemaphore, &gStatusFileSemaphore}) {
+  for (sem_t* semaphore :
+       {&gIfNameToIndexSemaphore, &gServiceTypeToIdSemaphore, &gRulesSemaphore, &gStatusFileSemaphore}) {
     sem_init(semaphore, 0, 1);
   }
 }

@@ -92,11 +92,12 @@ TEST_F(InterfaceTable, EveryOperationLeavesItsTraceAtDebugLevel) {
 
 TEST_F(InterfaceTableDeath, ANameThatIsThereEndsTheProcess) {
   hash_add_IfNameToIndex("br0", 0);
-  EXPECT_EXIT(tell_status_at_exit();
-              hash_add_IfNameToIndex("br0", 7), ExitedWithCode(exit_status(40)),
-              AllOf(says("syslog(4): ERROR 102048: found two network interfaces with the same name (br0) -- this case is not "
-                         "currently handled, exiting.\n"),
-                    says("status file: 40\n")));
+  EXPECT_EXIT(
+      tell_status_at_exit();
+      hash_add_IfNameToIndex("br0", 7), ExitedWithCode(exit_status(40)),
+      AllOf(says("syslog(4): ERROR 102048: found two network interfaces with the same name (br0) -- this case is not "
+                 "currently handled, exiting.\n"),
+            says("status file: 40\n")));
 }
 
 TEST_F(InterfaceTableDeath, ARecordThatFindsNoMemoryEndsTheProcess) {
@@ -164,25 +165,27 @@ TEST_F(InterfaceTable, InDebugModeEveryEntryIsShownTheTerminatingOneToo) {
   fake_if_nameindex::set({{5, "br0"}});
   switch_to_debug_mode();
   FindInterfaces();
-  EXPECT_THAT(debug_messages(), ElementsAre("\nFindInterfaces(): START: Finding interfaces and names...\n",
-                                            "\n\tInterface #0: if_index = 5, if_name = >>br0<<\n",
-                                            "hash_add_IfNameToIndex(): START: if_name = br0, if_index = 5...  ",
-                                            "hash_getIndex_IfNameToIndex(): START: if_name = br0...  ",
-                                            "hash_getIndex_IfNameToIndex(): returning if_index = -1 for if_name = br0\n",
-                                            "hash_add_IfNameToIndex(): returning if_index = 5 for if_name = br0\n",
-                                            "\n\tInterface #1: if_index = 0, if_name = >>(null)<<\n",
-                                            "\n\t>>> 1 Total interfaces found.\n", "hash_count_ifNameToIndex(): START...\n",
-                                            "\t>>> 1 total keys in hash via: hash_count_ifNameToIndex()\n\n"));
+  EXPECT_THAT(debug_messages(),
+              ElementsAre("\nFindInterfaces(): START: Finding interfaces and names...\n",
+                          "\n\tInterface #0: if_index = 5, if_name = >>br0<<\n",
+                          "hash_add_IfNameToIndex(): START: if_name = br0, if_index = 5...  ",
+                          "hash_getIndex_IfNameToIndex(): START: if_name = br0...  ",
+                          "hash_getIndex_IfNameToIndex(): returning if_index = -1 for if_name = br0\n",
+                          "hash_add_IfNameToIndex(): returning if_index = 5 for if_name = br0\n",
+                          "\n\tInterface #1: if_index = 0, if_name = >>(null)<<\n",
+                          "\n\t>>> 1 Total interfaces found.\n", "hash_count_ifNameToIndex(): START...\n",
+                          "\t>>> 1 total keys in hash via: hash_count_ifNameToIndex()\n\n"));
   EXPECT_THAT(fake_syslog::lines(), IsEmpty());
 }
 
 TEST_F(InterfaceTable, InDebugModeASystemWithoutInterfacesSumsUpToZero) {
   switch_to_debug_mode();
   FindInterfaces();
-  EXPECT_THAT(debug_messages(), ElementsAre("\nFindInterfaces(): START: Finding interfaces and names...\n",
-                                            "\n\tInterface #0: if_index = 0, if_name = >>(null)<<\n",
-                                            "\n\t>>> 0 Total interfaces found.\n", "hash_count_ifNameToIndex(): START...\n",
-                                            "\t>>> 0 total keys in hash via: hash_count_ifNameToIndex()\n\n"));
+  EXPECT_THAT(debug_messages(),
+              ElementsAre("\nFindInterfaces(): START: Finding interfaces and names...\n",
+                          "\n\tInterface #0: if_index = 0, if_name = >>(null)<<\n",
+                          "\n\t>>> 0 Total interfaces found.\n", "hash_count_ifNameToIndex(): START...\n",
+                          "\t>>> 0 total keys in hash via: hash_count_ifNameToIndex()\n\n"));
 }
 
 TEST_F(InterfaceTable, EveryEntryIsShownAtTheHighestVerbosityOnly) {
@@ -195,19 +198,21 @@ TEST_F(InterfaceTable, EveryEntryIsShownAtTheHighestVerbosityOnly) {
 
 TEST_F(InterfaceTableDeath, AMissingInterfaceListEndsTheProcessWithItsReason) {
   fake_if_nameindex::fail(ENOBUFS);
-  EXPECT_EXIT(tell_status_at_exit();
-              FindInterfaces(), ExitedWithCode(exit_status(40)),
-              AllOf(says("syslog(4): ERROR 401301141912: if_nameindex() failed with errno =  " + std::to_string(ENOBUFS) + " " +
-                         std::strerror(ENOBUFS) + ", can't find interfaces so exiting.\n"),
-                    says("status file: 40\n")));
+  EXPECT_EXIT(
+      tell_status_at_exit();
+      FindInterfaces(), ExitedWithCode(exit_status(40)),
+      AllOf(says("syslog(4): ERROR 401301141912: if_nameindex() failed with errno =  " + std::to_string(ENOBUFS) + " " +
+                 std::strerror(ENOBUFS) + ", can't find interfaces so exiting.\n"),
+            says("status file: 40\n")));
 }
 
 TEST_F(InterfaceTableDeath, TwoInterfacesOfOneNameEndTheProcessAtTheSecond) {
   fake_if_nameindex::set({{5, "br0"}, {6, "br1"}, {7, "br0"}, {8, "br2"}});
-  EXPECT_EXIT(tell_status_at_exit(); FindInterfaces(), ExitedWithCode(exit_status(40)),
-                                     AllOf(says("returning if_index = 6 for if_name = br1"),
-                                           says("syslog(4): ERROR 102048: found two network interfaces with the same name (br0)"),
-                                           Not(says("br2")), says("status file: 40\n")));
+  EXPECT_EXIT(tell_status_at_exit();
+              FindInterfaces(), ExitedWithCode(exit_status(40)),
+              AllOf(says("returning if_index = 6 for if_name = br1"),
+                    says("syslog(4): ERROR 102048: found two network interfaces with the same name (br0)"),
+                    Not(says("br2")), says("status file: 40\n")));
 }
 
 }  // namespace

@@ -72,7 +72,8 @@ TEST_F(RuleTable, ANullSourceAndOneWithoutTypesHaveNoInnerRecordAndTakeNoSemapho
   EXPECT_THAT(fake_semaphore::calls(), IsEmpty());
   const char* start = "hash_get_ServiceTypeToIfToArray(): START: service_type_index = 1 ...";
   const char* nothing =
-      "hash_get_ServiceTypeToIfToArray(): (inHash == NULL) || (inHash->serviceType_to_ifTo_hash == NULL), returning NULL...";
+      "hash_get_ServiceTypeToIfToArray(): (inHash == NULL) || (inHash->serviceType_to_ifTo_hash == NULL), returning "
+      "NULL...";
   EXPECT_THAT(fake_syslog::texts(LOG_DEBUG), ElementsAre(start, nothing, start, nothing));
 }
 
@@ -82,13 +83,15 @@ TEST_F(RuleTable, EveryOperationIsOneCriticalSectionAndLeavesItsTrace) {
   hash_find_gHashRulesIfFrom(3);
   hash_count_RulesIfFrom();
   hash_get_ServiceTypeToIfToArray(source, 1);
-  EXPECT_THAT(fake_semaphore::calls(),
-              ElementsAre("wait gRulesSemaphore", "post gRulesSemaphore", "wait gRulesSemaphore", "post gRulesSemaphore",
-                          "wait gRulesSemaphore", "post gRulesSemaphore", "wait gRulesSemaphore", "post gRulesSemaphore"));
-  EXPECT_THAT(fake_syslog::texts(LOG_DEBUG),
-              ElementsAre("hash_add_RulesIfFrom(): START: if_index = 3...\n",
-                          "hash_find_gHashRulesIfFrom(): START: if_index = 3...", "hash_count_RulesIfFrom(): START...\n",
-                          "hash_get_ServiceTypeToIfToArray(): START: service_type_index = 1 ..."));
+  EXPECT_THAT(
+      fake_semaphore::calls(),
+      ElementsAre("wait gRulesSemaphore", "post gRulesSemaphore", "wait gRulesSemaphore", "post gRulesSemaphore",
+                  "wait gRulesSemaphore", "post gRulesSemaphore", "wait gRulesSemaphore", "post gRulesSemaphore"));
+  EXPECT_THAT(
+      fake_syslog::texts(LOG_DEBUG),
+      ElementsAre("hash_add_RulesIfFrom(): START: if_index = 3...\n",
+                  "hash_find_gHashRulesIfFrom(): START: if_index = 3...", "hash_count_RulesIfFrom(): START...\n",
+                  "hash_get_ServiceTypeToIfToArray(): START: service_type_index = 1 ..."));
 }
 
 TEST_F(RuleTableDeath, ARecordThatFindsNoMemoryEndsTheProcess) {

@@ -196,44 +196,50 @@ TEST_F(ServiceNameTable, AMissIsLoggedAndAHitIsNot) {
   hash_getArray_ServiceNameToServiceTypesArray("AirPlay");
   hash_getArray_ServiceNameToServiceTypesArray("Other");
   hash_count_ServiceNameToServiceTypesArray();
-  EXPECT_THAT(fake_syslog::texts(LOG_DEBUG),
-              ElementsAre("hash_getArray_ServiceNameToServiceTypesArray(): START: aServiceName = AirPlay ...",
-                          "hash_getArray_ServiceNameToServiceTypesArray(): START: aServiceName = Other ...",
-                          "hash_getArray_ServiceNameToServiceTypesArray(): could not find a hash entry for ServiceName = Other, "
-                          "returning NULL...",
-                          "hash_count_ServiceNameToServiceTypesArray(): START...\n"));
+  EXPECT_THAT(
+      fake_syslog::texts(LOG_DEBUG),
+      ElementsAre(
+          "hash_getArray_ServiceNameToServiceTypesArray(): START: aServiceName = AirPlay ...",
+          "hash_getArray_ServiceNameToServiceTypesArray(): START: aServiceName = Other ...",
+          "hash_getArray_ServiceNameToServiceTypesArray(): could not find a hash entry for ServiceName = Other, "
+          "returning NULL...",
+          "hash_count_ServiceNameToServiceTypesArray(): START...\n"));
 }
 
 TEST_F(ServiceNameTable, AnAdditionIsLoggedUnderTheTypeTablesFunction) {
   UT_array* airplay = types({"_airplay._tcp", "_raop._tcp"});
   hash_add_ServiceNameToServiceTypesArray("AirPlay", airplay);
   char start[200];
-  std::snprintf(start, sizeof(start),
-                "hash_add_ServiceTypeToId(): START: aServiceName = AirPlay, aServiceTypesArray = %p (ptr) with values: ",
-                static_cast<void*>(airplay));
+  std::snprintf(
+      start, sizeof(start),
+      "hash_add_ServiceTypeToId(): START: aServiceName = AirPlay, aServiceTypesArray = %p (ptr) with values: ",
+      static_cast<void*>(airplay));
   EXPECT_THAT(
       fake_syslog::texts(LOG_DEBUG),
-      ElementsAre(start, "\taServiceTypesArray[0]: _airplay._tcp", "\taServiceTypesArray[1]: _raop._tcp",
-                  "hash_getArray_ServiceNameToServiceTypesArray(): START: aServiceName = AirPlay ...",
-                  "hash_getArray_ServiceNameToServiceTypesArray(): could not find a hash entry for ServiceName = AirPlay, "
-                  "returning NULL..."));
+      ElementsAre(
+          start, "\taServiceTypesArray[0]: _airplay._tcp", "\taServiceTypesArray[1]: _raop._tcp",
+          "hash_getArray_ServiceNameToServiceTypesArray(): START: aServiceName = AirPlay ...",
+          "hash_getArray_ServiceNameToServiceTypesArray(): could not find a hash entry for ServiceName = AirPlay, "
+          "returning NULL..."));
 }
 
 TEST_F(ServiceNameTableDeath, ANameThatIsThereEndsTheProcessEvenWithTheSameTypes) {
   gSettings.services_file = "/etc/configured.xml";
   hash_add_ServiceNameToServiceTypesArray("AirPlay", types({"_airplay._tcp"}));
   UT_array* again = given_types({"_airplay._tcp"});
-  EXPECT_EXIT(tell_status_at_exit();
-              hash_add_ServiceNameToServiceTypesArray("AirPlay", again), ExitedWithCode(exit_status(110)),
-              AllOf(says("syslog(4): ERROR 131125: existing hash found for service_name = AirPlay (likely in config file: "
-                         "/etc/configured.xml), this is an unhandled case.  Exiting.\n"),
-                    says("status file: 110\n")));
+  EXPECT_EXIT(
+      tell_status_at_exit();
+      hash_add_ServiceNameToServiceTypesArray("AirPlay", again), ExitedWithCode(exit_status(110)),
+      AllOf(says("syslog(4): ERROR 131125: existing hash found for service_name = AirPlay (likely in config file: "
+                 "/etc/configured.xml), this is an unhandled case.  Exiting.\n"),
+            says("status file: 110\n")));
 }
 
 TEST_F(ServiceNameTableDeath, AnEmptyServiceCountsAsThereToo) {
   hash_add_ServiceNameToServiceTypesArray("Nothing", types({}));
   UT_array* again = given_types({});
-  EXPECT_EXIT(hash_add_ServiceNameToServiceTypesArray("Nothing", again), ExitedWithCode(exit_status(110)), says("ERROR 131125"));
+  EXPECT_EXIT(hash_add_ServiceNameToServiceTypesArray("Nothing", again), ExitedWithCode(exit_status(110)),
+              says("ERROR 131125"));
 }
 
 TEST_F(ServiceNameTableDeath, ARecordThatFindsNoMemoryEndsTheProcess) {
@@ -255,7 +261,8 @@ TEST_F(ServiceNameTableDeath, ANameCopyThatFindsNoMemoryEndsTheProcess) {
 TEST_F(ServiceNameTableDeath, AHashTableThatFindsNoMemoryEndsTheProcessWithoutAWord) {
   UT_array* airplay = given_types({"_airplay._tcp"});
   fake_zmk::fail_malloc(2);
-  EXPECT_EXIT(tell_status_at_exit(); hash_add_ServiceNameToServiceTypesArray("AirPlay", airplay), ExitedWithCode(exit_status(-1)),
+  EXPECT_EXIT(tell_status_at_exit(); hash_add_ServiceNameToServiceTypesArray("AirPlay", airplay),
+                                     ExitedWithCode(exit_status(-1)),
                                      AllOf(Not(says("syslog(4)")), Not(says("syslog(3)")), says("status file: \n")));
 }
 

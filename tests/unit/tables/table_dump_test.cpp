@@ -46,8 +46,9 @@ TEST_F(TableDump, EmptyTablesHaveOnlyTheirHeadings) {
       ElementsAre("hash_count_ifNameToIndex(): START...\n", "\n\n*****>>>>>>>>>>> 0 total in the gHashIfNameToIndex:\n",
                   "hash_count_ServiceNameToServiceTypesArray(): START...\n",
                   "\n\n*****>>>>>>>>>>> 0 total in the gHashServiceNameToServiceTypesArray:\n",
-                  "hash_count_ServiceTypeToId(): START...\n", "\n\n*****>>>>>>>>>>> 0 total in the gHashServiceTypeToId:\n",
-                  "hash_count_RulesIfFrom(): START...\n", "\n\n*****>>>>>>>>>>> 0 total ifFrom's in the gHashRulesIfFrom\n"));
+                  "hash_count_ServiceTypeToId(): START...\n",
+                  "\n\n*****>>>>>>>>>>> 0 total in the gHashServiceTypeToId:\n", "hash_count_RulesIfFrom(): START...\n",
+                  "\n\n*****>>>>>>>>>>> 0 total ifFrom's in the gHashRulesIfFrom\n"));
 }
 
 TEST_F(TableDump, EveryRecordHasItsLineInTheOrderOfInsertion) {
@@ -61,16 +62,17 @@ TEST_F(TableDump, EveryRecordHasItsLineInTheOrderOfInsertion) {
   switch_to_debug_mode();
   fake_syslog::reset();
   debug_printOutAllHashInfo();
-  EXPECT_THAT(dumped_lines(),
-              ElementsAre("\n\n*****>>>>>>>>>>> 2 total in the gHashIfNameToIndex:\n", "\t>>> (0) if_name = lo >>> if_index = 1",
-                          "\t>>> (1) if_name = br0 >>> if_index = 5",
-                          "\n\n*****>>>>>>>>>>> 3 total in the gHashServiceNameToServiceTypesArray:\n",
-                          "\t>>> (0) service_name = AirPlay >>> service_type = _airplay._tcp",
-                          "\t>>> (0) service_name = AirPlay >>> service_type = _raop._tcp",
-                          "\t>>> (2) service_name = AirPrint >>> service_type = _ipp._tcp",
-                          "\n\n*****>>>>>>>>>>> 2 total in the gHashServiceTypeToId:\n",
-                          "\t>>> (0) service_type = _ipp._tcp >>> id = 1", "\t>>> (1) service_type = _airplay._tcp >>> id = 2",
-                          "\n\n*****>>>>>>>>>>> 0 total ifFrom's in the gHashRulesIfFrom\n"));
+  EXPECT_THAT(
+      dumped_lines(),
+      ElementsAre("\n\n*****>>>>>>>>>>> 2 total in the gHashIfNameToIndex:\n",
+                  "\t>>> (0) if_name = lo >>> if_index = 1", "\t>>> (1) if_name = br0 >>> if_index = 5",
+                  "\n\n*****>>>>>>>>>>> 3 total in the gHashServiceNameToServiceTypesArray:\n",
+                  "\t>>> (0) service_name = AirPlay >>> service_type = _airplay._tcp",
+                  "\t>>> (0) service_name = AirPlay >>> service_type = _raop._tcp",
+                  "\t>>> (2) service_name = AirPrint >>> service_type = _ipp._tcp",
+                  "\n\n*****>>>>>>>>>>> 2 total in the gHashServiceTypeToId:\n",
+                  "\t>>> (0) service_type = _ipp._tcp >>> id = 1", "\t>>> (1) service_type = _airplay._tcp >>> id = 2",
+                  "\n\n*****>>>>>>>>>>> 0 total ifFrom's in the gHashRulesIfFrom\n"));
 }
 
 TEST_F(TableDump, RulesAreNumberedByLevelAndTheThirdNumberIsAlwaysZero) {
@@ -84,11 +86,12 @@ TEST_F(TableDump, RulesAreNumberedByLevelAndTheThirdNumberIsAlwaysZero) {
   debug_printOutAllHashInfo();
   std::vector<std::string> lines = dumped_lines();
   lines.erase(lines.begin(), lines.begin() + 3);
-  EXPECT_THAT(lines, ElementsAre("\n\n*****>>>>>>>>>>> 3 total ifFrom's in the gHashRulesIfFrom\n",
-                                 "\t>>> (0) if_index = 3: ", "\t\t>>> (0, 0) service_type_index = 1: ", "\t\t\t(0, 0, 0): 5",
-                                 "\t\t\t(0, 0, 0): 6", "\t\t>>> (0, 1) service_type_index = 4: ", "\t\t\t(0, 1, 0): 6",
-                                 "\t>>> (1) if_index = 6: ", "\t\t>>> (1, 0) service_type_index = 1: ", "\t\t\t(1, 0, 0): 3",
-                                 "\t>>> (2) if_index = 9: "));
+  EXPECT_THAT(lines,
+              ElementsAre("\n\n*****>>>>>>>>>>> 3 total ifFrom's in the gHashRulesIfFrom\n",
+                          "\t>>> (0) if_index = 3: ", "\t\t>>> (0, 0) service_type_index = 1: ", "\t\t\t(0, 0, 0): 5",
+                          "\t\t\t(0, 0, 0): 6", "\t\t>>> (0, 1) service_type_index = 4: ", "\t\t\t(0, 1, 0): 6",
+                          "\t>>> (1) if_index = 6: ", "\t\t>>> (1, 0) service_type_index = 1: ", "\t\t\t(1, 0, 0): 3",
+                          "\t>>> (2) if_index = 9: "));
 }
 
 TEST_F(TableDump, InDebugModeOnlyItsStartLineIsOnTheDebugStreamWhichThenGoesOn) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Random files through the checker and through the daemon's own initialisation: accepted by one, accepted by the other, with the
-// same rules in the same order; refused by one, refused by the other, with the same status and message.
+// Random files through the checker and through the daemon's own initialisation: accepted by one, accepted by the other,
+// with the same rules in the same order; refused by one, refused by the other, with the same status and message.
 
 #include <gtest/gtest.h>
 
@@ -45,8 +45,8 @@ std::ostream& operator<<(std::ostream& stream, const Outcome& outcome) {
   return stream;
 }
 
-// A file of random pieces: whole constructs, so that it gets deep into the format, and fragments that break it. Most files hold
-// whole constructs only, or few would be accepted.
+// A file of random pieces: whole constructs, so that it gets deep into the format, and fragments that break it. Most
+// files hold whole constructs only, or few would be accepted.
 class RandomFiles {
  public:
   RandomFiles(std::vector<std::string> constructs, std::vector<std::string> fragments, unsigned seed)
@@ -76,28 +76,29 @@ class RandomFiles {
 // MDNSPROXY_TEST_SEED repeats a run.
 unsigned seed() {
   const char* given = std::getenv("MDNSPROXY_TEST_SEED");
-  const unsigned value = given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device()();
+  const unsigned value =
+      given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device()();
   std::cout << "seed: MDNSPROXY_TEST_SEED=" << value << "\n";
   return value;
 }
 
 RandomFiles services_files(unsigned seed) {
-  return {
-      {"<mdnsservice name=\"A\"><service type=\"_a._tcp\"/><service type=\"_b._udp\"/></mdnsservice>\n",
-       "<mdnsservice name=\"B\">\n<service type=\"_b._udp\"/>\n</mdnsservice>\n", "<mdnsservice name=\"C\"></mdnsservice>\n",
-       "<!-- <mdnsservice name=\"D\"></mdnsservice> -->\n", "<mdnsservice  name=\"E\"><service type=\"_e._tcp\"/></mdnsservice>",
-       "<service type=\"_lost._tcp\"/>", " ", "\n", "<list a='1'>"},
-      {"mdnsservice name", "service type", "<mdnsservice name=\"F\">", "</mdnsservice>", "\"", "\"\"", "=", "'", ">",
-       std::string(1, '\0')},
-      seed};
+  return {{"<mdnsservice name=\"A\"><service type=\"_a._tcp\"/><service type=\"_b._udp\"/></mdnsservice>\n",
+           "<mdnsservice name=\"B\">\n<service type=\"_b._udp\"/>\n</mdnsservice>\n",
+           "<mdnsservice name=\"C\"></mdnsservice>\n", "<!-- <mdnsservice name=\"D\"></mdnsservice> -->\n",
+           "<mdnsservice  name=\"E\"><service type=\"_e._tcp\"/></mdnsservice>", "<service type=\"_lost._tcp\"/>", " ",
+           "\n", "<list a='1'>"},
+          {"mdnsservice name", "service type", "<mdnsservice name=\"F\">", "</mdnsservice>", "\"", "\"\"", "=", "'",
+           ">", std::string(1, '\0')},
+          seed};
 }
 
 RandomFiles rules_files(unsigned seed) {
   std::vector<std::string> rules;
   for (const char* service : {"\"A\" rule_type=\"0\"", "\"B\" rule_type=\"0x\"", "\"C\" rule_type=\"0\"",
                               "\"_a._tcp\" rule_type=\"1\"", "\"_c._tcp\" rule_type=\"10\""}) {
-    for (const char* interfaces :
-         {"if_from=\"br0\" if_to=\"br1\" bidirectional=\"no\"", "if_to=\"br0\" bidirectional=\"Yes\" if_from=\"br1\""}) {
+    for (const char* interfaces : {"if_from=\"br0\" if_to=\"br1\" bidirectional=\"no\"",
+                                   "if_to=\"br0\" bidirectional=\"Yes\" if_from=\"br1\""}) {
       rules.push_back(std::string("<mdnsproxyrule mdnsservice=") + service + " " + interfaces + "/>\n");
     }
   }
@@ -164,8 +165,8 @@ Outcome Agreement::DaemonOutcome() const {
   return outcome;
 }
 
-// Refused types are left out: the DNS-SD library refuses them, and here rules are only recorded. Findings come in the order in
-// which the daemon would meet them.
+// Refused types are left out: the DNS-SD library refuses them, and here rules are only recorded. Findings come in the
+// order in which the daemon would meet them.
 Outcome Agreement::CheckOutcome() const {
   const CheckRequest request = {services_, rules_, directory().path_of("no-settings"), false, std::nullopt};
   Findings findings;
@@ -183,7 +184,8 @@ Outcome Agreement::CheckOutcome() const {
   return outcome;
 }
 
-// Whether `whole` begins with `part`: what the daemon installed before its end is the beginning of what the checker lists.
+// Whether `whole` begins with `part`: what the daemon installed before its end is the beginning of what the checker
+// lists.
 bool begins_with(const std::vector<std::string>& whole, const std::vector<std::string>& part) {
   return part.size() <= whole.size() && std::equal(part.begin(), part.end(), whole.begin());
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What the checker foretells of rule installation, held against the daemon's own: unknown interfaces, types that the DNS-SD
-// library refuses, and rules that are there already.
+// What the checker foretells of rule installation, held against the daemon's own: unknown interfaces, types that the
+// DNS-SD library refuses, and rules that are there already.
 
 #include <gmock/gmock.h>
 
@@ -33,16 +33,18 @@ class Installing : public DaemonTest {
   }
 
   void GivenRule(const char* type, const char* if_from, const char* if_to, const char* bidirectional = "no") {
-    rules_text_ += std::string("<r mdnsservice=\"") + type + "\" rule_type=\"1\" if_from=\"" + if_from + "\" if_to=\"" + if_to +
-                   "\" bidirectional=\"" + bidirectional + "\">\n";
+    rules_text_ += std::string("<r mdnsservice=\"") + type + "\" rule_type=\"1\" if_from=\"" + if_from + "\" if_to=\"" +
+                   if_to + "\" bidirectional=\"" + bidirectional + "\">\n";
     directory().write("rules", rules_text_);
   }
 
   Verdict Check() const {
-    return check_files({services_, rules_, directory().path_of("no-settings"), false, std::vector<std::string>{"br0", "br1"}});
+    return check_files(
+        {services_, rules_, directory().path_of("no-settings"), false, std::vector<std::string>{"br0", "br1"}});
   }
 
-  // Runs the daemon's initialisation in a process of its own. Its standard output holds the text of its end, or its browses.
+  // Runs the daemon's initialisation in a process of its own. Its standard output holds the text of its end, or its
+  // browses.
   ChildProcess Install(DNSServiceErrorType browse_error = kDNSServiceErr_NoError) const;
 
   std::string services_;

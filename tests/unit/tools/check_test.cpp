@@ -42,10 +42,10 @@ std::vector<std::string> CheckTest::Forwarded() {
   return lines;
 }
 
-std::string rule(const std::string& service, const std::string& rule_type, const std::string& if_from, const std::string& if_to,
-                 const std::string& bidirectional) {
-  return "<mdnsproxyrule mdnsservice=\"" + service + "\" rule_type=\"" + rule_type + "\" if_from=\"" + if_from + "\" if_to=\"" +
-         if_to + "\" bidirectional=\"" + bidirectional + "\"/>\n";
+std::string rule(const std::string& service, const std::string& rule_type, const std::string& if_from,
+                 const std::string& if_to, const std::string& bidirectional) {
+  return "<mdnsproxyrule mdnsservice=\"" + service + "\" rule_type=\"" + rule_type + "\" if_from=\"" + if_from +
+         "\" if_to=\"" + if_to + "\" bidirectional=\"" + bidirectional + "\"/>\n";
 }
 
 std::string service(const std::string& name, const std::vector<std::string>& types) {
@@ -89,7 +89,8 @@ TEST_F(CheckTest, TheErrorThatTheDaemonMeetsFirstIsTheOneItEndsWith) {
 }
 
 TEST_F(CheckTest, FindingsOfAFileComeInTheOrderOfItsLines) {
-  GivenServices("<mdnsservice  name=\"Skipped\"></mdnsservice>\n" + service("Empty", {}) + "<service type=\"_lost._tcp\"/>\n");
+  GivenServices("<mdnsservice  name=\"Skipped\"></mdnsservice>\n" + service("Empty", {}) +
+                "<service type=\"_lost._tcp\"/>\n");
   EXPECT_THAT(Findings(), ElementsAre(HasSubstr("services:1:1"), HasSubstr("services:2:2"), HasSubstr("services:4:1")));
 }
 

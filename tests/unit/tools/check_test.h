@@ -19,7 +19,8 @@ class CheckTest : public testing::Test {
   void GivenRules(const std::string& text) { directory_.write("rules", text); }
   void GivenSettings(const std::string& text) { directory_.write("settings", text); }
 
-  // What a check finds, one line each: "rules:3:1: warning: text; cure: text", paths shortened to "services", "rules", "settings".
+  // What a check finds, one line each: "rules:3:1: warning: text; cure: text", paths shortened to "services", "rules",
+  // "settings".
   std::vector<std::string> Findings();
 
   // What will be forwarded: "_ipp._tcp br0->br1".

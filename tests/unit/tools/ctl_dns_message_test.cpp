@@ -16,7 +16,9 @@ std::vector<std::uint8_t> bytes(const std::string& text) { return {text.begin(),
 std::string response(char answers) { return std::string("\0\0\x84\0\0\0\0", 7) + answers + std::string(4, '\0'); }
 
 // The fields between a record's name and its data.
-std::string fields(char type, char size) { return std::string(1, '\0') + type + std::string("\0\1\0\0\0\x78\0", 7) + size; }
+std::string fields(char type, char size) {
+  return std::string(1, '\0') + type + std::string("\0\1\0\0\0\x78\0", 7) + size;
+}
 
 const std::string kType("\4_ipp\4_tcp\5local\0", 17);
 
@@ -48,9 +50,9 @@ TEST(DnsResponse, FollowsCompression) {
 }
 
 TEST(DnsResponse, KnowsAddressesPortsAndTheEntryOfAGateway) {
-  const auto records =
-      decode_response(bytes(response(3) + kType + fields(1, 4) + std::string("\x0a\1\0\2", 4) + "\xc0\x0c" + fields(33, 8) +
-                            std::string("\0\0\0\0\2\x77\xc0\x0c", 8) + "\xc0\x0c" + fields(16, 18) + "\3a=1\x0dvender=Zenmor"));
+  const auto records = decode_response(bytes(response(3) + kType + fields(1, 4) + std::string("\x0a\1\0\2", 4) +
+                                             "\xc0\x0c" + fields(33, 8) + std::string("\0\0\0\0\2\x77\xc0\x0c", 8) +
+                                             "\xc0\x0c" + fields(16, 18) + "\3a=1\x0dvender=Zenmor"));
   ASSERT_TRUE(records);
   ASSERT_THAT(*records, SizeIs(3));
   EXPECT_EQ((*records)[0].address, "10.1.0.2");
@@ -86,7 +88,8 @@ TEST(DnsResponse, APointerToItselfEnds) {
 }
 
 TEST(DnsResponse, DataOfAWrongSizeIsLeftOut) {
-  const auto records = decode_response(bytes(response(2) + kType + fields(28, 4) + "\1\2\3\4\xc0\x0c" + fields(33, 1) + "x"));
+  const auto records =
+      decode_response(bytes(response(2) + kType + fields(28, 4) + "\1\2\3\4\xc0\x0c" + fields(33, 1) + "x"));
   ASSERT_TRUE(records);
   EXPECT_THAT(*records, IsEmpty());
 }

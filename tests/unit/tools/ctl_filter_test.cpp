@@ -9,17 +9,20 @@ using testing::HasSubstr;
 namespace {
 
 constexpr const char* kFrom = R"({"match":{"op":"==","left":{"meta":{"key":"iifname"}},"right":"br10"}})";
-constexpr const char* kUdp5353 = R"({"match":{"op":"==","left":{"payload":{"protocol":"udp","field":"dport"}},"right":5353}})";
+constexpr const char* kUdp5353 =
+    R"({"match":{"op":"==","left":{"payload":{"protocol":"udp","field":"dport"}},"right":5353}})";
 constexpr const char* kDrop = R"({"counter":{"packets":19,"bytes":1900}},{"drop":null})";
 constexpr const char* kAccept = R"({"accept":null})";
 
 // A ruleset with a base chain of this hook and policy, and a chain "other" beside it.
 class Filter : public testing::Test {
  protected:
-  void Hook(const std::string& hook, const std::string& policy = "accept", int priority = 0, const std::string& family = "inet") {
+  void Hook(const std::string& hook, const std::string& policy = "accept", int priority = 0,
+            const std::string& family = "inet") {
     objects += R"(,{"chain":{"family":")" + family + R"(","table":"filter","name":")" + hook +
-               R"(","handle":1,"type":"filter","hook":")" + hook + R"(","prio":)" + std::to_string(priority) + R"(,"policy":")" +
-               policy + R"("}},{"chain":{"family":")" + family + R"(","table":"filter","name":"other","handle":2}})";
+               R"(","handle":1,"type":"filter","hook":")" + hook + R"(","prio":)" + std::to_string(priority) +
+               R"(,"policy":")" + policy + R"("}},{"chain":{"family":")" + family +
+               R"(","table":"filter","name":"other","handle":2}})";
   }
   void Rule(const std::string& chain, const std::string& statements, const std::string& family = "inet") {
     objects += R"(,{"rule":{"family":")" + family + R"(","table":"filter","chain":")" + chain + R"(","handle":)" +
@@ -65,7 +68,8 @@ TEST_F(Filter, ADropIsNamedWithItsCounter) {
   EXPECT_EQ(judgement.packets, 19U);
   EXPECT_EQ(drop_text(judgement, "they"),
             "nft counts 19 packets dropped by chain input of table inet filter (the rule with handle 101)");
-  EXPECT_EQ(passing_command(judgement, multicast), "nft insert rule inet filter input iifname \"br10\" udp dport 5353 accept");
+  EXPECT_EQ(passing_command(judgement, multicast),
+            "nft insert rule inet filter input iifname \"br10\" udp dport 5353 accept");
   EXPECT_EQ(Fate(*multicast_from(br20, false)), FilterFate::passes) << "another link";
   EXPECT_EQ(Fate(*multicast_from(br10, true)), FilterFate::dropped) << "inet is both families";
 }
@@ -83,8 +87,9 @@ TEST_F(Filter, ThePolicyDecidesAtTheEnd) {
   const FilterJudgement judgement = Judge(client[0]);
   EXPECT_EQ(judgement.fate, FilterFate::dropped);
   EXPECT_THAT(judgement.place, HasSubstr("(its policy)"));
-  EXPECT_EQ(passing_command(judgement, client[0]),
-            "nft insert rule inet filter forward iifname \"br20\" oifname \"br10\" ip daddr 10.1.0.2 tcp dport 631 accept");
+  EXPECT_EQ(
+      passing_command(judgement, client[0]),
+      "nft insert rule inet filter forward iifname \"br20\" oifname \"br10\" ip daddr 10.1.0.2 tcp dport 631 accept");
   EXPECT_EQ(Fate(client[1]), FilterFate::passes) << "the answers belong to a connection";
 }
 
@@ -139,8 +144,8 @@ TEST_F(Filter, PortsAreComparedWithSetsRangesAndOrder) {
 
 TEST_F(Filter, AVerdictMapIsLookedUp) {
   Hook("input", "drop");
-  Rule("input",
-       R"({"vmap":{"key":{"ct":{"key":"state"}},"data":{"set":[["invalid",{"drop":null}],["established",{"accept":null}]]}}})");
+  Rule("input", R"({"vmap":{"key":{"ct":{"key":"state"}},"data":{"set":[["invalid",{"drop":null}],)"
+                R"(["established",{"accept":null}]]}}})");
   Rule("input", R"({"vmap":{"key":{"meta":{"key":"iifname"}},"data":{"set":[["br10",{"jump":{"target":"other"}}]]}}})");
   Rule("other", std::string(kUdp5353) + "," + kAccept);
   EXPECT_EQ(Fate(multicast), FilterFate::passes);

@@ -24,7 +24,9 @@ class ForecastTest : public testing::Test {
                     StateReason reason = StateReason::none) {
     session.state.view.instances.push_back({rule, state, reason, name, name, "lp.local.", {"192.0.2.1"}, 631, 5, 7});
   }
-  RuleView rule(const char* from, const char* to, const char* type = "_ipp._tcp") { return {1, from, to, 0, 0, type, 0}; }
+  RuleView rule(const char* from, const char* to, const char* type = "_ipp._tcp") {
+    return {1, from, to, 0, 0, type, 0};
+  }
 
   // "+name state from>to" and "-name from>to", and "?link".
   std::vector<std::string> Changes(const std::vector<RuleView>& rules) {
@@ -89,7 +91,8 @@ TEST_F(ForecastTest, BeyondTheLimitNothingIsForwarded) {
   for (const char* name : {"A", "B"}) {
     GivenService(0, name);
   }
-  EXPECT_THAT(Changes({rule("br0", "br1"), rule("br0", "br2")}), ElementsAre("+A forwarded br0>br2", "+B refused br0>br2"));
+  EXPECT_THAT(Changes({rule("br0", "br1"), rule("br0", "br2")}),
+              ElementsAre("+A forwarded br0>br2", "+B refused br0>br2"));
 }
 
 TEST_F(ForecastTest, WithoutADaemonNothingGoes) {
@@ -100,7 +103,8 @@ TEST_F(ForecastTest, WithoutADaemonNothingGoes) {
 
 TEST(LinkLocal, IsWhatMeansNothingOnAnotherLink) {
   EXPECT_TRUE(is_link_local("169.254.7.7") && is_link_local("fe80::1") && is_link_local("febf::1"));
-  EXPECT_FALSE(is_link_local("169.253.7.7") || is_link_local("192.0.2.1") || is_link_local("fd00::1") || is_link_local(""));
+  EXPECT_FALSE(is_link_local("169.253.7.7") || is_link_local("192.0.2.1") || is_link_local("fd00::1") ||
+               is_link_local(""));
 }
 
 }  // namespace

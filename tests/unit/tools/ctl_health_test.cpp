@@ -31,7 +31,8 @@ class Health : public testing::Test {
   std::vector<std::string> Findings() {
     std::vector<std::string> texts;
     for (const HealthFinding& each : findings_of(session, links)) {
-      texts.push_back((each.severity == HealthSeverity::error ? "error: " : "warning: ") + each.subject + ": " + each.text);
+      texts.push_back((each.severity == HealthSeverity::error ? "error: " : "warning: ") + each.subject + ": " +
+                      each.text);
     }
     return texts;
   }
@@ -67,7 +68,8 @@ TEST_F(Health, ALinkIsDeadWhenItsIndexIsAnotherOne) {
   EXPECT_THAT(Findings(),
               ElementsAre("error: br1: DEAD: the daemon holds it by index 3, and it has been made anew with index 9"));
   links.pop_back();
-  EXPECT_THAT(Findings(), ElementsAre("error: br1: DEAD: the daemon holds it by index 3, and there is no such interface"));
+  EXPECT_THAT(Findings(),
+              ElementsAre("error: br1: DEAD: the daemon holds it by index 3, and there is no such interface"));
 }
 
 TEST_F(Health, ALinkHasToBeUpAndToMulticastAndToHaveAnAddress) {

@@ -24,7 +24,8 @@ TEST(HtmlText, ShowsWhatCannotBeSeen) {
   EXPECT_EQ(html_text("\u202e\u200f").markup, "\\226\\128\\174\\226\\128\\143");
   EXPECT_EQ(html_text("\xff").markup, "\\255");
   EXPECT_EQ(html_text(std::string("a\0b", 3)).markup, "a\\000b");
-  EXPECT_EQ(html_text("\ufffe\uffff").markup, "\\239\\191\\190\\239\\191\\191") << "no characters, and not allowed in XML";
+  EXPECT_EQ(html_text("\ufffe\uffff").markup, "\\239\\191\\190\\239\\191\\191")
+      << "no characters, and not allowed in XML";
 }
 
 TEST(HtmlText, LeavesEveryScriptAsItIs) {

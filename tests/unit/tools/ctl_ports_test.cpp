@@ -15,17 +15,20 @@ using testing::SizeIs;
 namespace {
 
 const std::string kHead =
-    "   sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode ref pointer drops\n";
+    "   sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode ref pointer "
+    "drops\n";
 
 }  // namespace
 
 TEST(UdpSockets, AreReadFromTheKernelsTable) {
-  const std::vector<UdpSocket> sockets = udp_sockets(
-      kHead +
-      " 3085: 00000000:14E9 00000000:0000 07 00000000:00000000 00:00000000 00000000   104        0 17310 2 0000000000000000 7\n" +
-      "  12: 00000000000000000000000000000000:14E9 00000000000000000000000000000000:0000 07 00000000:00000000 00:00000000 "
-      "00000000" +
-      "     0        0 99 2 0000000000000000 0\n");
+  const std::vector<UdpSocket> sockets =
+      udp_sockets(kHead +
+                  " 3085: 00000000:14E9 00000000:0000 07 00000000:00000000 00:00000000 00000000   104        0 17310 2 "
+                  "0000000000000000 7\n" +
+                  "  12: 00000000000000000000000000000000:14E9 00000000000000000000000000000000:0000 07 "
+                  "00000000:00000000 00:00000000 "
+                  "00000000" +
+                  "     0        0 99 2 0000000000000000 0\n");
   ASSERT_THAT(sockets, SizeIs(2));
   EXPECT_EQ(sockets[0].port, 5353);
   EXPECT_EQ(sockets[0].user, 104U);
@@ -37,7 +40,8 @@ TEST(UdpSockets, AreReadFromTheKernelsTable) {
 TEST(UdpSockets, LeavesOutWhatIsNotWellFormed) {
   EXPECT_THAT(udp_sockets(""), IsEmpty());
   EXPECT_THAT(udp_sockets(kHead), IsEmpty());
-  EXPECT_THAT(udp_sockets("1: nothing\n1: 2 3 4 5 6 7 8 9 10 11 12 13 14\n1: 0:XYZ 3 4 5 6 7 8 9 10 11 12 13\n"), IsEmpty());
+  EXPECT_THAT(udp_sockets("1: nothing\n1: 2 3 4 5 6 7 8 9 10 11 12 13 14\n1: 0:XYZ 3 4 5 6 7 8 9 10 11 12 13\n"),
+              IsEmpty());
 }
 
 TEST(PortHolders, KnowThisProcessAndItsRights) {

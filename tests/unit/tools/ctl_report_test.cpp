@@ -93,14 +93,15 @@ class ReportTest : public testing::Test {
 // --- What it says
 
 TEST_F(ReportTest, SaysWhoseItIsAndWhenItWasMade) {
-  EXPECT_THAT(Text(),
-              AllOf(StartsWith("\nmdnsproxy on gw1, 2023-11-14 22:13:20"), HasSubstr("version 1.2.3"),
-                    HasSubstr("rules of /etc/rules"), HasSubstr("state file /run/state"), HasSubstr("running for 2 d 7 h")));
+  EXPECT_THAT(Text(), AllOf(StartsWith("\nmdnsproxy on gw1, 2023-11-14 22:13:20"), HasSubstr("version 1.2.3"),
+                            HasSubstr("rules of /etc/rules"), HasSubstr("state file /run/state"),
+                            HasSubstr("running for 2 d 7 h")));
 }
 
 TEST_F(ReportTest, WithoutServicesShowsLinksAndRules) {
-  EXPECT_THAT(Text(), AllOf(HasSubstr("br0up, index 2 \u00b7 192.0.2.1"), HasSubstr("br1up, index 3 \u00b7 198.51.100.1"),
-                            HasSubstr("line 2, one way: _ipp._tcpno service"), HasSubstr("There were none.")));
+  EXPECT_THAT(Text(),
+              AllOf(HasSubstr("br0up, index 2 \u00b7 192.0.2.1"), HasSubstr("br1up, index 3 \u00b7 198.51.100.1"),
+                    HasSubstr("line 2, one way: _ipp._tcpno service"), HasSubstr("There were none.")));
 }
 
 TEST_F(ReportTest, ShowsEachServiceWithAnArrowOrTheReason) {
@@ -108,13 +109,13 @@ TEST_F(ReportTest, ShowsEachServiceWithAnArrowOrTheReason) {
   GivenService("Twice", StateOfInstance::forwarded, StateReason::none, "Twice (2)");
   GivenService("Ghost", StateOfInstance::waiting, StateReason::no_address);
   GivenService("Local", StateOfInstance::refused, StateReason::link_local_only);
-  EXPECT_THAT(Text(),
-              AllOf(HasSubstr("Wellhost.local. \u00b7 port 631 \u00b7 192.0.2.7forwarded for 1 minWell"),
-                    HasSubstr("forwarded for 1 minTwice (2)its own name was taken there"),
-                    HasSubstr("its host has no addresswaiting for 1 min"),
-                    HasSubstr("its host has only link-local addressesrefused for 1 min"), HasSubstr("2 forwarded, 2 not")));
-  EXPECT_THAT(Text(), AllOf(HasSubstr("2 forwarded"), HasSubstr("1 waiting1 no address"), HasSubstr("1 refused1 link local only"),
-                            HasSubstr("4 / 2001 of the limit")));
+  EXPECT_THAT(Text(), AllOf(HasSubstr("Wellhost.local. \u00b7 port 631 \u00b7 192.0.2.7forwarded for 1 minWell"),
+                            HasSubstr("forwarded for 1 minTwice (2)its own name was taken there"),
+                            HasSubstr("its host has no addresswaiting for 1 min"),
+                            HasSubstr("its host has only link-local addressesrefused for 1 min"),
+                            HasSubstr("2 forwarded, 2 not")));
+  EXPECT_THAT(Text(), AllOf(HasSubstr("2 forwarded"), HasSubstr("1 waiting1 no address"),
+                            HasSubstr("1 refused1 link local only"), HasSubstr("4 / 2001 of the limit")));
   EXPECT_LT(reading.text.find("Local"), reading.text.find("Ghost")) << "the worst first";
   EXPECT_LT(reading.text.find("Ghost"), reading.text.find("Well"));
 }
@@ -128,8 +129,9 @@ TEST_F(ReportTest, ARuleOfSeveralTypesIsOneBoxForEachDirection) {
   GivenService("Well", StateOfInstance::forwarded);
   EXPECT_EQ(Tags("div class=\"way\""), 2);
   EXPECT_EQ(Tags("div class=\"rule\""), 3);
-  EXPECT_THAT(reading.text, AllOf(HasSubstr("line 2, both ways: _ipp._tcp, _ipps._tcp"), HasSubstr("line 5, one way: _http._tcp"),
-                                  HasSubstr("Well_ipp._tcp \u00b7 host.local.")));
+  EXPECT_THAT(reading.text,
+              AllOf(HasSubstr("line 2, both ways: _ipp._tcp, _ipps._tcp"), HasSubstr("line 5, one way: _http._tcp"),
+                    HasSubstr("Well_ipp._tcp \u00b7 host.local.")));
 }
 
 TEST_F(ReportTest, WhatTheDaemonItselfHasForwardedIsCountedAndNotListedTheOtherWay) {
@@ -199,9 +201,9 @@ TEST_F(ReportTest, SaysThatTheDaemonIsGoneAndWhatCameBefore) {
   GivenEvent("Visitor", 60, StateOfInstance::forwarded);
   view().writer_lives = false;
   links.clear();
-  EXPECT_THAT(Text(),
-              AllOf(HasSubstr("The daemon is not running."), HasSubstr("errordaemonThe daemon is not running: it was killed"),
-                    HasSubstr("Visitor"), Not(HasSubstr("Printer 0"))));
+  EXPECT_THAT(Text(), AllOf(HasSubstr("The daemon is not running."),
+                            HasSubstr("errordaemonThe daemon is not running: it was killed"), HasSubstr("Visitor"),
+                            Not(HasSubstr("Printer 0"))));
   EXPECT_EQ(Answer()["services"], Json::array());
   EXPECT_EQ(Answer()["limit"], nullptr);
   EXPECT_EQ(overall_status(session, {}), kNotRunning);
@@ -209,7 +211,8 @@ TEST_F(ReportTest, SaysThatTheDaemonIsGoneAndWhatCameBefore) {
 
 TEST_F(ReportTest, SaysThatNothingIsKnownWithoutAStateFile) {
   session.state = {StateOutcome::missing, "No such file or directory", {}};
-  EXPECT_THAT(Text(), AllOf(HasSubstr("Nothing is known of the daemon."), HasSubstr("There is no state file /run/state")));
+  EXPECT_THAT(Text(),
+              AllOf(HasSubstr("Nothing is known of the daemon."), HasSubstr("There is no state file /run/state")));
   EXPECT_EQ(Answer()["problem"], "/run/state: No such file or directory");
   EXPECT_EQ(Answer()["events_from"], nullptr);
   EXPECT_EQ(overall_status(session, {}), kNoState);
@@ -259,7 +262,8 @@ TEST_F(ReportTest, NamesOfStrangersAreText) {
   const std::string controls = "a\nb\x1b[31m\u202eright";
   const std::string japanese = "プリンタプリンタプリンタプリンタプリンタプ";
   for (const std::string& name : {script, controls, japanese}) {
-    for (const StateOfInstance state : {StateOfInstance::forwarded, StateOfInstance::waiting, StateOfInstance::refused}) {
+    for (const StateOfInstance state :
+         {StateOfInstance::forwarded, StateOfInstance::waiting, StateOfInstance::refused}) {
       GivenService(name, state, StateReason::none, name + "2");
     }
     view().instances.back().host = name;
@@ -269,7 +273,8 @@ TEST_F(ReportTest, NamesOfStrangersAreText) {
   view().version = view().rules_file = session.options.state_file = script;
   view().rules[0].type = view().rules[0].from = script;
   const std::string page = Page();
-  EXPECT_THAT(reading.isolated, AllOf(Contains(script), Contains("a\\010b\\027[31m\\226\\128\\174right"), Contains(japanese)));
+  EXPECT_THAT(reading.isolated,
+              AllOf(Contains(script), Contains("a\\010b\\027[31m\\226\\128\\174right"), Contains(japanese)));
   EXPECT_THAT(reading.tags, Each(Not(AnyOf(StartsWith("script"), StartsWith("img")))));
   EXPECT_THAT(page, Not(HasSubstr("\u202e")));
   EXPECT_EQ(Answer()["services"][0]["service"], script) << "JSON escapes by itself";

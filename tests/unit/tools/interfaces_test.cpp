@@ -29,7 +29,9 @@ TEST(InterfaceFaults, OfThisMachineTheLoopbackInterfaceHasOne) {
 
 class InterfaceWarnings : public CheckTest {
  protected:
-  InterfaceWarnings() { request_.interface_faults = {fault_of("lo", IFF_UP | IFF_LOOPBACK), fault_of("br1", IFF_MULTICAST)}; }
+  InterfaceWarnings() {
+    request_.interface_faults = {fault_of("lo", IFF_UP | IFF_LOOPBACK), fault_of("br1", IFF_MULTICAST)};
+  }
 };
 
 TEST_F(InterfaceWarnings, OneThatARuleNamesIsWarnedOfOnce) {

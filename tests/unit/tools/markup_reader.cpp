@@ -79,8 +79,8 @@ bool read_tag(Reader& reader) {
     return fail(reader, "a tag without an end");
   }
   const std::string tag(reader.rest.substr(1, end - 1));
-  const bool good =
-      tag == "!DOCTYPE html" || (tag.starts_with("/") ? read_end_tag(reader, tag.substr(1)) : read_start_tag(reader, tag));
+  const bool good = tag == "!DOCTYPE html" ||
+                    (tag.starts_with("/") ? read_end_tag(reader, tag.substr(1)) : read_start_tag(reader, tag));
   reader.rest.remove_prefix(good ? end + 1 : 0);
   return good;
 }
@@ -119,7 +119,9 @@ MarkupReading read_markup(std::string_view markup) {
   Reader reader = {markup, {}, {}};
   bool good = true;
   while (good && !reader.rest.empty()) {
-    good = reader.rest.front() == '<' ? read_tag(reader) : reader.rest.front() == '&' ? read_escape(reader) : read_text(reader);
+    good = reader.rest.front() == '<'   ? read_tag(reader)
+           : reader.rest.front() == '&' ? read_escape(reader)
+                                        : read_text(reader);
   }
   if (good && !reader.open.empty()) {
     fail(reader, "<" + reader.open.back() + "> is not closed");

@@ -13,7 +13,7 @@ struct MarkupReading {
   std::vector<std::string> tags;      // each start tag as it stands, without the angle brackets
 };
 
-// Reads markup up to its end or to the first fault. A fault is: a tag that is not closed in its order, an attribute that
-// is not name="value", a "<" or "&" that is no tag and none of the five escapes of XML, a control character but the
-// newline.
+// Reads markup up to its end or to the first fault. A fault is: a tag that is not closed in its order, an attribute
+// that is not name="value", a "<" or "&" that is no tag and none of the five escapes of XML, a control character but
+// the newline.
 MarkupReading read_markup(std::string_view markup);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Lists that root can read and the daemon's user cannot. Root's tests ask as nobody; for other users there is nothing to
-// try, and everything counts as readable.
+// Lists that root can read and the daemon's user cannot. Root's tests ask as nobody; for other users there is nothing
+// to try, and everything counts as readable.
 #include "mdnsproxy-check/reader.h"
 
 #include <sys/stat.h>
@@ -32,7 +32,8 @@ TEST_F(ReaderTest, ListsForEverybodyAreInOrder) {
 TEST_F(ReaderTest, ARulesListForRootAloneEndsTheDaemon) {
   GivenMode("rules", 0600);
   if (is_root()) {
-    EXPECT_THAT(Findings(), ElementsAre(HasSubstr("rules:1:1: error: ERROR 12013011401: cannot find rules config file")));
+    EXPECT_THAT(Findings(),
+                ElementsAre(HasSubstr("rules:1:1: error: ERROR 12013011401: cannot find rules config file")));
     EXPECT_EQ(Check().end->status, 120);
   } else {
     EXPECT_THAT(Findings(), IsEmpty());

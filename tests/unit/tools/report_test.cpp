@@ -31,7 +31,8 @@ TEST_F(Report, WithoutARuleTextSaysThatNothingWillBeForwarded) {
 
 TEST_F(Report, WithAnErrorTextSaysHowTheDaemonEnds) {
   GivenRules(rule("_a._tcp", "1") + rule("Missing", "0"));
-  EXPECT_THAT(text_report(Check(), request_), EndsWith("Nothing will be forwarded: the daemon ends with status 120.\n"));
+  EXPECT_THAT(text_report(Check(), request_),
+              EndsWith("Nothing will be forwarded: the daemon ends with status 120.\n"));
 }
 
 TEST_F(Report, AFindingIsOneLineWhateverItsValueHolds) {

@@ -25,8 +25,9 @@ TEST_F(RulesCheck, FileErrorsAreTheDaemonsOwn) {
 
 TEST_F(RulesCheck, AWordWithoutAValueIsAnErrorAtTheWord) {
   GivenRules("\n<mdnsproxyrule mdnsservice=\"_a._tcp\" rule_type=\"1\" if_from=\"br0\" if_to bidirectional=yes/>\n");
-  EXPECT_THAT(Findings(), Contains(AllOf(StartsWith("rules:2:66: error: ERROR 12013011405: in rules: missing if_to attribute"),
-                                         HasSubstr("cure: write a value between double quotes: if_to="))));
+  EXPECT_THAT(Findings(),
+              Contains(AllOf(StartsWith("rules:2:66: error: ERROR 12013011405: in rules: missing if_to attribute"),
+                             HasSubstr("cure: write a value between double quotes: if_to="))));
 }
 
 TEST_F(RulesCheck, EachWordHasItsOwnError) {
@@ -38,8 +39,10 @@ TEST_F(RulesCheck, EachWordHasItsOwnError) {
   EXPECT_EQ(first_error("<r rule_type if_from if_to bidirectional mdnsservice/>"), "ERROR 12013011402");
   EXPECT_EQ(first_error("<r if_from if_to bidirectional mdnsservice=\"a\" rule_type/>"), "ERROR 12013011403");
   EXPECT_EQ(first_error("<r if_to bidirectional mdnsservice=\"a\" rule_type=\"1\" if_from/>"), "ERROR 12013011404");
-  EXPECT_EQ(first_error("<r bidirectional mdnsservice=\"a\" rule_type=\"1\" if_from=\"b\" if_to/>"), "ERROR 12013011405");
-  EXPECT_EQ(first_error("<r mdnsservice=\"a\" rule_type=\"1\" if_from=\"b\" if_to=\"c\" bidirectional/>"), "ERROR 12013011406");
+  EXPECT_EQ(first_error("<r bidirectional mdnsservice=\"a\" rule_type=\"1\" if_from=\"b\" if_to/>"),
+            "ERROR 12013011405");
+  EXPECT_EQ(first_error("<r mdnsservice=\"a\" rule_type=\"1\" if_from=\"b\" if_to=\"c\" bidirectional/>"),
+            "ERROR 12013011406");
 }
 
 TEST_F(RulesCheck, AValueThatIsNoBooleanWordIsAnErrorAtTheValue) {
@@ -52,7 +55,8 @@ TEST_F(RulesCheck, AValueThatIsNoBooleanWordIsAnErrorAtTheValue) {
 TEST_F(RulesCheck, AnUnknownServiceIsAnErrorThatNamesTheKnownOnes) {
   GivenServices(service("Printing", {"_ipp._tcp"}) + service("Casting", {"_googlecast._tcp"}));
   GivenRules(rule("Printers", "0"));
-  EXPECT_THAT(Findings(), ElementsAre(AllOf(StartsWith("rules:1:29: error: ERROR 12013011408"), HasSubstr("Printing, Casting"))));
+  EXPECT_THAT(Findings(),
+              ElementsAre(AllOf(StartsWith("rules:1:29: error: ERROR 12013011408"), HasSubstr("Printing, Casting"))));
 }
 
 TEST_F(RulesCheck, AnUnknownRuleTypeIsAnErrorOnceTheBooleanWordIsRight) {
@@ -107,7 +111,8 @@ TEST_F(RulesCheck, AGreaterThanSignInAValueEndsTheRule) {
 
 TEST_F(RulesCheck, OtherTagsAreNotCommentedOn) {
   GivenRules(
-      "<?xml version=\"1.0\"?>\n<mdnsproxyrules if_from=\"x\">\n<!-- if_from and if_to are interfaces, bidirectional a word "
+      "<?xml version=\"1.0\"?>\n<mdnsproxyrules if_from=\"x\">\n<!-- if_from and if_to are interfaces, bidirectional a "
+      "word "
       "-->\n</mdnsproxyrules>\n");
   EXPECT_THAT(Findings(), IsEmpty());
 }
@@ -133,7 +138,8 @@ TEST_F(RulesCheck, AnEmptyValueIsAWarningThatSaysWhatIsTakenInstead) {
 }
 
 TEST_F(RulesCheck, SingleQuotesAreAWarning) {
-  GivenRules("<mdnsproxyrule mdnsservice='_a._tcp' rule_type=\"1\" if_from=\"br0\" if_to=\"br1\" bidirectional=\"no\"/>\n");
+  GivenRules(
+      "<mdnsproxyrule mdnsservice='_a._tcp' rule_type=\"1\" if_from=\"br0\" if_to=\"br1\" bidirectional=\"no\"/>\n");
   EXPECT_THAT(Findings(), Contains(StartsWith("rules:1:28: warning: single quotes do not delimit a value")));
 }
 
@@ -152,11 +158,13 @@ TEST_F(RulesCheck, ADuplicateRuleIsOneWarningThatNamesTheFirstOnesLine) {
 
 TEST_F(RulesCheck, ARuleWhoseInverseIsThereAlreadyIsAWarning) {
   GivenRules(rule("_a._tcp", "1", "br0", "br1", "yes") + rule("_a._tcp", "1", "br1", "br0"));
-  EXPECT_THAT(Findings(),
-              ElementsAre(StartsWith("rules:2:1: warning: of this pair of rules one contains the inverse of the other")));
+  EXPECT_THAT(
+      Findings(),
+      ElementsAre(StartsWith("rules:2:1: warning: of this pair of rules one contains the inverse of the other")));
   GivenRules(rule("_a._tcp", "1", "br1", "br0") + rule("_a._tcp", "1", "br0", "br1", "yes"));
-  EXPECT_THAT(Findings(),
-              ElementsAre(StartsWith("rules:2:1: warning: of this pair of rules one contains the inverse of the other")));
+  EXPECT_THAT(
+      Findings(),
+      ElementsAre(StartsWith("rules:2:1: warning: of this pair of rules one contains the inverse of the other")));
 }
 
 TEST_F(RulesCheck, TwoRulesInOppositeDirectionsAreInOrder) {

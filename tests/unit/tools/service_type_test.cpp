@@ -10,8 +10,8 @@ using testing::HasSubstr;
 namespace {
 
 TEST(ServiceType, TypesInUseHaveNoFault) {
-  for (const char* type :
-       {"_ipp._tcp", "_sleep-proxy._udp", "_universal._ipp._tcp", "_nvstream_dbd._tcp", "_6in4._udp", "a\\.b._ipp._tcp"}) {
+  for (const char* type : {"_ipp._tcp", "_sleep-proxy._udp", "_universal._ipp._tcp", "_nvstream_dbd._tcp", "_6in4._udp",
+                           "a\\.b._ipp._tcp"}) {
     EXPECT_FALSE(find_type_fault(type).has_value()) << type;
     EXPECT_TRUE(library_accepts_type(type)) << type;
   }

@@ -14,14 +14,16 @@ using ServicesCheck = CheckTest;
 
 TEST_F(ServicesCheck, AMissingFileIsTheDaemonsOwnError) {
   request_.services_file = directory_.path_of("nowhere");
-  EXPECT_THAT(Findings(),
-              ElementsAre(AllOf(StartsWith("nowhere:1:1: error: ERROR 100130114: cannot find services config file: nowhere"),
-                                HasSubstr("status 110"), HasSubstr("cure: create the file"))));
+  EXPECT_THAT(
+      Findings(),
+      ElementsAre(AllOf(StartsWith("nowhere:1:1: error: ERROR 100130114: cannot find services config file: nowhere"),
+                        HasSubstr("status 110"), HasSubstr("cure: create the file"))));
 }
 
 TEST_F(ServicesCheck, AnEmptyFileIsTheDaemonsOwnError) {
   GivenServices("");
-  EXPECT_THAT(Findings(), ElementsAre(HasSubstr("error: ERROR 100130114: services config file stat invalid: services")));
+  EXPECT_THAT(Findings(),
+              ElementsAre(HasSubstr("error: ERROR 100130114: services config file stat invalid: services")));
 }
 
 TEST_F(ServicesCheck, ADirectoryIsTheDaemonsOwnError) {
@@ -37,13 +39,14 @@ TEST_F(ServicesCheck, AnUnreadableListLeavesServiceNamesOfRulesAlone) {
 
 TEST_F(ServicesCheck, AServiceWithoutANameIsAnErrorAtItsLine) {
   GivenServices("\n<mdnsservice name=></mdnsservice>\n");
-  EXPECT_THAT(Findings(), ElementsAre(AllOf(StartsWith("services:2:2: error: ERROR 131155"), HasSubstr("cure: write its name"))));
+  EXPECT_THAT(Findings(),
+              ElementsAre(AllOf(StartsWith("services:2:2: error: ERROR 131155"), HasSubstr("cure: write its name"))));
 }
 
 TEST_F(ServicesCheck, AServiceWithoutItsEndIsAnErrorAtItsLine) {
   GivenServices(service("A", {"_a._tcp"}) + "<mdnsservice name=\"B\">\n<service type=\"_b._tcp\"/>\n");
-  EXPECT_THAT(Findings(),
-              ElementsAre(AllOf(StartsWith("services:4:2: error: ERROR 131155"), HasSubstr("cure: write </mdnsservice>"))));
+  EXPECT_THAT(Findings(), ElementsAre(AllOf(StartsWith("services:4:2: error: ERROR 131155"),
+                                            HasSubstr("cure: write </mdnsservice>"))));
 }
 
 TEST_F(ServicesCheck, ATypeWithoutAValueIsAnErrorThatNamesTheService) {
@@ -53,9 +56,9 @@ TEST_F(ServicesCheck, ATypeWithoutAValueIsAnErrorThatNamesTheService) {
 
 TEST_F(ServicesCheck, TheSecondServiceOfANameIsTheTablesOwnError) {
   GivenServices(service("A", {"_a._tcp"}) + service("A", {"_b._tcp"}));
-  EXPECT_THAT(Findings(),
-              ElementsAre(StartsWith("services:4:2: error: ERROR 131125: existing hash found for service_name = A (likely "
-                                     "in config file: services)")));
+  EXPECT_THAT(Findings(), ElementsAre(StartsWith(
+                              "services:4:2: error: ERROR 131125: existing hash found for service_name = A (likely "
+                              "in config file: services)")));
 }
 
 TEST_F(ServicesCheck, AStartWithTwoBlanksIsAWarningThatSaysHowToWriteIt) {
@@ -75,15 +78,17 @@ TEST_F(ServicesCheck, ATypeOutsideOfAnyServiceIsAWarning) {
 }
 
 TEST_F(ServicesCheck, ATypeWithTwoBlanksIsAWarning) {
-  GivenServices("<mdnsservice name=\"A\">\n<service type=\"_a._tcp\"/>\n<service  type=\"_b._tcp\"/>\n</mdnsservice>\n");
+  GivenServices(
+      "<mdnsservice name=\"A\">\n<service type=\"_a._tcp\"/>\n<service  type=\"_b._tcp\"/>\n</mdnsservice>\n");
   EXPECT_THAT(Findings(),
               ElementsAre(AllOf(StartsWith("services:3:1: warning: this is no type"), HasSubstr("exactly one blank"))));
 }
 
 TEST_F(ServicesCheck, SingleQuotesAreAWarningAtTheQuote) {
   GivenServices("<mdnsservice name=\"A\">\n<service type=\"_a._tcp\"/>\n<service id='1'/>\n</mdnsservice>\n");
-  EXPECT_THAT(Findings(),
-              Contains(StartsWith("services:3:13: warning: single quotes do not delimit a value; cure: use double quotes")));
+  EXPECT_THAT(
+      Findings(),
+      Contains(StartsWith("services:3:13: warning: single quotes do not delimit a value; cure: use double quotes")));
 }
 
 TEST_F(ServicesCheck, AnEmptyNameIsAWarningThatSaysWhatIsTakenInstead) {
@@ -112,7 +117,8 @@ TEST_F(ServicesCheck, ATypeOf64CharactersIsAWarningAndOneOf63IsNone) {
 
 TEST_F(ServicesCheck, ATypeInTwoServicesIsAWarningAtTheSecond) {
   GivenServices(service("A", {"_a._tcp"}) + service("B", {"_a._tcp"}));
-  EXPECT_THAT(Findings(), ElementsAre(StartsWith("services:5:16: warning: the type \"_a._tcp\" is also in service \"A\"")));
+  EXPECT_THAT(Findings(),
+              ElementsAre(StartsWith("services:5:16: warning: the type \"_a._tcp\" is also in service \"A\"")));
 }
 
 TEST_F(ServicesCheck, ATypeTwiceInOneServiceIsAWarning) {
@@ -137,7 +143,8 @@ TEST_F(ServicesCheck, AZeroByteIsAWarningAtIt) {
 
 TEST_F(ServicesCheck, ATextOfOtherElementsIsNotCommentedOn) {
   GivenServices(
-      "<services version=\"2\">\n<!-- the service types of this list -->\n<description>'quoted'</description>\n</services>\n");
+      "<services version=\"2\">\n<!-- the service types of this list "
+      "-->\n<description>'quoted'</description>\n</services>\n");
   EXPECT_THAT(Findings(), IsEmpty());
 }
 

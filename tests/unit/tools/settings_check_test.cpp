@@ -26,12 +26,14 @@ TEST_F(SettingsCheck, EverySettingThatTheDaemonKnowsIsInOrder) {
 
 TEST_F(SettingsCheck, AMalformedLineCostsTheWholeFile) {
   GivenSettings("[mdnsproxy]\nlog_level = enable\nnonsense\n");
-  EXPECT_THAT(Findings(), ElementsAre(AllOf(StartsWith("settings:3:1: warning:"), HasSubstr("takes nothing from this file"))));
+  EXPECT_THAT(Findings(),
+              ElementsAre(AllOf(StartsWith("settings:3:1: warning:"), HasSubstr("takes nothing from this file"))));
 }
 
 TEST_F(SettingsCheck, AHopThatIsNoNumberIsAWarningAtItsLine) {
   GivenSettings("[fencing AirPrint]\n\n  wireless_hop = near\n");
-  EXPECT_THAT(Findings(), ElementsAre(AllOf(StartsWith("settings:3:3: warning: wireless_hop is no number"), HasSubstr("near"))));
+  EXPECT_THAT(Findings(),
+              ElementsAre(AllOf(StartsWith("settings:3:3: warning: wireless_hop is no number"), HasSubstr("near"))));
 }
 
 TEST_F(SettingsCheck, UnknownSettingsAndSectionsAreWarnings) {
@@ -60,14 +62,14 @@ TEST_F(SettingsCheck, AStateFileThatIsNoAbsolutePathIsNone) {
   GivenSettings("[mdnsproxy]\nstate_file = /run/elsewhere/state\n");
   EXPECT_THAT(Findings(), IsEmpty());
   GivenSettings("[mdnsproxy]\nstate_file = run/state\n");
-  EXPECT_THAT(Findings(),
-              ElementsAre(AllOf(StartsWith("settings:2:1: warning: state_file \"run/state\""), HasSubstr("begins with /"))));
+  EXPECT_THAT(Findings(), ElementsAre(AllOf(StartsWith("settings:2:1: warning: state_file \"run/state\""),
+                                            HasSubstr("begins with /"))));
 }
 
 TEST_F(SettingsCheck, ALogLevelThatIsNoneIsAWarning) {
   GivenSettings("[mdnsproxy]\nlog_level = debug\n");
-  EXPECT_THAT(Findings(),
-              ElementsAre(AllOf(StartsWith("settings:2:1: warning: log_level \"debug\""), HasSubstr("write enable or disable"))));
+  EXPECT_THAT(Findings(), ElementsAre(AllOf(StartsWith("settings:2:1: warning: log_level \"debug\""),
+                                            HasSubstr("write enable or disable"))));
 }
 
 TEST_F(SettingsCheck, AZeroByteCostsTheWholeFile) {
