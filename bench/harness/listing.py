@@ -38,6 +38,8 @@ def _run(subject, count, clients, seconds, seed):
         else:
             time.sleep(5)  # a reflector may have lost some for good
         crowd = [field.client("b", seed + number) for number in range(clients)]
+        for client in crowd:
+            client.yield_processor()
         before, meter, begin = watcher.traffic, Meter(process), time.time()
         queries, resolved, last = _list_all(crowd, seconds)
         after = watcher.traffic
