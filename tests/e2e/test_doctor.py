@@ -98,6 +98,15 @@ def test_what_is_wrong_is_named_with_its_cure(scene, net, daemon):
     assert status == 2 and elsewhere in findings and ("b", "it is down") in findings
 
 
+def test_a_rule_for_the_loopback_interface(scene, net):
+    made = scene.daemon(net.gateway, rule("_ipp._tcp", "lo", "b"))
+    made.box.path("/run/mdnsproxy").mkdir()
+    daemon = made.start_and_wait()
+    for user in (0, NOBODY):
+        status, findings, *_ = look(daemon, user)
+        assert status == 2 and ("lo", "it cannot multicast") in findings
+
+
 def test_another_socket_other_rules_than_the_lists_hold_and_an_older_packet_filter(net, daemon):
     net.gateway.run("iptables-legacy -A INPUT -p udp --dport 5353 -j ACCEPT")
     daemon.box.write(RULES_FILE, rule("_http._tcp", "a", "b"))

@@ -333,10 +333,11 @@ def test_one_too_many(scene):
     ctl = Ctl(daemon)
     wait_until(lambda: ctl("services", "Device 2001")[0] == 1 and "refused" in ctl("services", "Device 2001")[1], 20,
                "the last one")
-    status, answer = ctl.json("why", "Device 2001", "--no-network")
-    assert (status, answer["verdict"]["reason"], answer["verdict"]["step"]) == (1, "limit", "limit")
-    assert step(answer, "limit")["detail"] == "there were 2001 services already"
-    assert "use fewer or narrower rules" in answer["verdict"]["cure"]
+    for user in (0, 65534):
+        status, answer = Ctl(daemon, user=user).json("why", "Device 2001", "--no-network")
+        assert (status, answer["verdict"]["reason"], answer["verdict"]["step"]) == (1, "limit", "limit")
+        assert step(answer, "limit")["detail"] == "there were 2001 services already"
+        assert "use fewer or narrower rules" in answer["verdict"]["cure"]
     status, answer = ctl.json("status")
     assert (status, answer["findings"][0]["text"]) == (2, "the limit of 2001 services is reached; refused: 1")
 

@@ -20,12 +20,12 @@ struct dns_sd_host {
 
 // Numbers count from when the library began to use the interface.
 struct dns_sd_figures {
-  uint32_t interface_index;
   uint64_t received;   // datagrams of others
   uint64_t ignored;    // of these, beyond what one host may say
   uint64_t lost;       // datagrams that the system had no room for; known when the next one arrives
   uint64_t sent;       // datagrams
   uint64_t conflicts;  // names that turned out to be another host's
+  uint32_t interface_index;
   // Who said within the last hour what this process publishes there, which other gateways do, as a rule; the first have
   // a family.
   struct dns_sd_host siblings[kDNSSDFiguresSiblings];
