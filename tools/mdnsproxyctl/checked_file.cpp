@@ -127,7 +127,7 @@ std::string answer_of_child(const Session& session, int file, const std::string&
     check_as(session, file, path, reader, ends[1]);
   }
   close(ends[1]);
-  const std::string answer = child != -1 ? read_all(ends[0]) : "";
+  std::string answer = child != -1 ? read_all(ends[0]) : "";
   close(ends[0]);
   while (child != -1 && waitpid(child, nullptr, 0) == -1 && errno == EINTR) {
   }

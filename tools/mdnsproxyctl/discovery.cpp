@@ -165,6 +165,7 @@ bool is_link_local(const std::string& address) {
 
 std::vector<FoundService> discover(const MachineLink& link, const std::vector<std::string>& types) {
   std::vector<DnsQuestion> listings;
+  listings.reserve(types.size());
   for (const std::string& type : types) {
     listings.push_back({listing_name(type), DnsType::ptr});
   }
@@ -178,6 +179,7 @@ std::vector<FoundService> discover(const MachineLink& link, const std::vector<st
   ask_for_missing(link, details, records);
   ask_for_hosts(link, sightings, records);
   std::vector<FoundService> found;
+  found.reserve(sightings.size());
   for (const Sighting& each : sightings) {
     found.push_back(described(each, records));
   }

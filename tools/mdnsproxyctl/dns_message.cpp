@@ -110,13 +110,13 @@ std::vector<std::uint8_t> encode_query(std::uint16_t id, const std::vector<DnsQu
   return mdns::writer_take(writer);
 }
 
-std::optional<std::vector<DnsRecord>> decode_response(std::span<const std::uint8_t> bytes) {
-  const std::optional<mdns::Message> message = mdns::read_message(bytes);
-  if (!message || !message->is_response) {
+std::optional<std::vector<DnsRecord>> decode_response(std::span<const std::uint8_t> message) {
+  const std::optional<mdns::Message> read = mdns::read_message(message);
+  if (!read || !read->is_response) {
     return std::nullopt;
   }
   std::vector<DnsRecord> records;
-  for (const std::vector<mdns::Record>* section : {&message->answers, &message->authorities, &message->additionals}) {
+  for (const std::vector<mdns::Record>* section : {&read->answers, &read->authorities, &read->additionals}) {
     for (const mdns::Record& each : *section) {
       if (std::optional<DnsRecord> record = record_of(each)) {
         records.push_back(std::move(*record));
