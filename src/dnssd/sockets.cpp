@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "dnssd/interface.h"
+#include "dnssd/receive_buffer.h"
 
 namespace dnssd {
 namespace {
@@ -15,9 +16,6 @@ constexpr mdns::Endpoint kGroups[] = {
     {mdns::kIpv4, mdns::kPort, {224, 0, 0, 251}},
     {mdns::kIpv6, mdns::kPort, {0xFF, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFB}},
 };
-
-// Room for the burst of a full link: 2000 services announced within a second; the default loses packets then.
-constexpr int kReceiveBufferBytes = 8 * 1024 * 1024;
 
 constexpr int kHopLimit = 255;  // RFC 6762 section 11
 

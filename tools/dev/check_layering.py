@@ -23,8 +23,9 @@ SYSTEM_HEADERS = (
     (re.compile(r"CLI/|nlohmann/"), {"tools"}),
 )
 
-# A tool that foretells what the library will take asks the library's own code, and so does one that reads messages.
-OF_THE_LIBRARY_FOR_TOOLS = {"dnssd/names.h", "mdns/name.h", "mdns/reader.h", "mdns/writer.h"}
+# A tool that foretells what the library will take or ask for asks the library's own code, and so does one that reads
+# messages.
+OF_THE_LIBRARY_FOR_TOOLS = {"dnssd/names.h", "dnssd/receive_buffer.h", "mdns/name.h", "mdns/reader.h", "mdns/writer.h"}
 
 # The library's own folders, and what each of them may include.
 OF_THE_LIBRARY = {"mdns": {"mdns"}, "dnssd": {"dnssd", "mdns"}}

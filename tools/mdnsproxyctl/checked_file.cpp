@@ -10,14 +10,13 @@
 
 #include "mdnsproxy-check/report.h"
 #include "mdnsproxy-check/verdict.h"
+#include "mdnsproxyctl/rules_file.h"
 
 namespace {
 
-constexpr const char* kSettingsFile = "/etc/mdnsproxy.conf";
-
 CheckRequest request_for(const Session& session, const std::string& rules_file) {
   const Interfaces here = interfaces_here();
-  return {session.options.services_file, rules_file, kSettingsFile, false, here.names, here.faults};
+  return {session.options.services_file, rules_file, session.options.settings_file, false, here.names, here.faults};
 }
 
 CheckedFile result_of(const Verdict& verdict, const CheckRequest& request) {
@@ -56,18 +55,6 @@ CheckedFile unpacked(const std::string& bytes) {
                              each[3].get<std::string>(), 0});
   }
   return checked;
-}
-
-bool write_all(int file, const std::string& bytes) {
-  std::size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t written = write(file, bytes.data() + done, bytes.size() - done);
-    if (written < 0 && errno != EINTR) {
-      return false;
-    }
-    done += written > 0 ? static_cast<std::size_t>(written) : 0;
-  }
-  return true;
 }
 
 std::string read_all(int file) {

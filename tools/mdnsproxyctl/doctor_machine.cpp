@@ -6,6 +6,8 @@
 #include <iterator>
 #include <set>
 
+#include "dnssd/receive_buffer.h"
+#include "mdnsproxyctl/address.h"
 #include "mdnsproxyctl/doctor.h"
 #include "mdnsproxyctl/ports.h"
 #include "mdnsproxyctl/reach.h"
@@ -14,11 +16,7 @@ namespace {
 
 constexpr std::uint16_t kPort = 5353;
 
-// What the DNS-SD library asks for, for each of its sockets (dnssd/sockets.cpp).
-constexpr long kReceiveBufferBytes = 8 * 1024 * 1024;
 constexpr const char* kBufferSetting = "/proc/sys/net/core/rmem_max";
-constexpr const char* kBufferCure =
-    "sysctl -w net.core.rmem_max=8388608, keep that in /etc/sysctl.d, and restart the daemon";
 
 // More say nothing more.
 constexpr int kMostRouteFindings = 5;
@@ -29,6 +27,11 @@ constexpr const char* kResponderSettings = "/etc/avahi/avahi-daemon.conf";
 bool is_of_the_daemon(const PortHolder& holder, const Session& session, const ProcessRights& rights) {
   return session.is_running() && (holder.process == session.state.view.pid ||
                                   (holder.process == 0 && rights.known && holder.user == rights.user));
+}
+
+std::string buffer_cure() {
+  return "sysctl -w net.core.rmem_max=" + std::to_string(dnssd::kReceiveBufferBytes) +
+         ", keep that in /etc/sysctl.d, and restart the daemon";
 }
 
 std::string holder_text(const PortHolder& holder) {
@@ -71,9 +74,8 @@ void examine_holders(Examination& examination, const std::vector<PortHolder>& ho
 // The families in which both links have addresses that a client can use.
 std::vector<std::string> families_of(const MachineLink& one, const MachineLink& other) {
   const auto has = [](const MachineLink& link, bool ipv6) {
-    return std::ranges::any_of(link.addresses, [&](const std::string& each) {
-      return (each.find(':') != std::string::npos) == ipv6 && !each.starts_with("fe80:");
-    });
+    return std::ranges::any_of(
+        link.addresses, [&](const std::string& each) { return is_ipv6(each) == ipv6 && !each.starts_with("fe80:"); });
   };
   std::vector<std::string> families;
   if (has(one, false) && has(other, false)) {
@@ -114,7 +116,7 @@ void examine_port(Examination& examination) {
   if (dropped > 0) {
     add_finding(examination, HealthSeverity::warning, "port 5353",
                 std::to_string(dropped) + " packets were lost since the daemon's receive buffers were full",
-                kBufferCure);
+                buffer_cure());
   }
 }
 
@@ -127,17 +129,17 @@ void examine_buffer(Examination& examination) {
     return;
   }
   const bool unlimited = session.is_running() && rights_of(session.state.view.pid).network_admin;
-  if (limit < kReceiveBufferBytes && !unlimited) {
+  if (limit < dnssd::kReceiveBufferBytes && !unlimited) {
     add_finding(examination, HealthSeverity::warning, "buffers",
                 "net.core.rmem_max is " + std::to_string(limit) + ", and the daemon asks for " +
-                    std::to_string(kReceiveBufferBytes) +
+                    std::to_string(dnssd::kReceiveBufferBytes) +
                     " for each socket: of a burst of announcements some may be lost",
-                kBufferCure);
+                buffer_cure());
     return;
   }
   examination.well.push_back({"buffers", "the daemon may have receive buffers of " +
-                                             std::to_string(kReceiveBufferBytes) + " bytes" +
-                                             (limit < kReceiveBufferBytes ? ", by its capability" : "")});
+                                             std::to_string(dnssd::kReceiveBufferBytes) + " bytes" +
+                                             (limit < dnssd::kReceiveBufferBytes ? ", by its capability" : "")});
 }
 
 void examine_forwarding(Examination& examination) {

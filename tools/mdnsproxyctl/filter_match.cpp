@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "mdnsproxyctl/filter_match.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-
 #include <algorithm>
 #include <array>
 #include <cstring>
+
+#include "mdnsproxyctl/address.h"
 
 namespace {
 
@@ -20,9 +19,8 @@ struct Address {
 
 Address address_of(const std::string& text) {
   Address address;
-  const bool ipv6 = text.find(':') != std::string::npos;
-  if (inet_pton(ipv6 ? AF_INET6 : AF_INET, text.c_str(), address.bytes.data()) == 1) {
-    address.size = ipv6 ? 16 : 4;
+  if (inet_pton(family_of(text), text.c_str(), address.bytes.data()) == 1) {
+    address.size = is_ipv6(text) ? 16 : 4;
   }
   return address;
 }
@@ -72,8 +70,6 @@ Operand port(std::uint16_t number) {
       Operand::Kind::known, number == 5353 ? std::vector<std::string>{"mdns"} : std::vector<std::string>{}, number, {}};
 }
 
-bool is_ipv6(const FilterPacket& packet) { return packet.destination.find(':') != std::string::npos; }
-
 Operand meta_operand(const std::string& key, const FilterPacket& packet) {
   if (key == "iifname" || key == "iif") {
     return named(packet.in_link);
@@ -85,10 +81,10 @@ Operand meta_operand(const std::string& key, const FilterPacket& packet) {
     return transport(packet);
   }
   if (key == "nfproto") {
-    return is_ipv6(packet) ? named("ipv6", AF_INET6) : named("ipv4", AF_INET);
+    return is_ipv6(packet.destination) ? named("ipv6", AF_INET6) : named("ipv4", AF_INET);
   }
   if (key == "protocol") {
-    return is_ipv6(packet) ? named("ip6", 0x86DD) : named("ip", 0x0800);
+    return is_ipv6(packet.destination) ? named("ip6", 0x86DD) : named("ip", 0x0800);
   }
   if (key == "pkttype") {
     return is_multicast(address_of(packet.destination)) ? named("multicast")
@@ -114,7 +110,7 @@ Operand payload_operand(const Json& payload, const FilterPacket& packet) {
     return field == "dport" ? port(packet.destination_port) : field == "sport" ? port(packet.source_port) : kUnknown;
   }
   if (protocol == "ip" || protocol == "ip6") {
-    return (protocol == "ip6") == is_ipv6(packet) ? ip_operand(field, packet) : kAbsent;
+    return (protocol == "ip6") == is_ipv6(packet.destination) ? ip_operand(field, packet) : kAbsent;
   }
   constexpr const char* kOthers[] = {"icmp", "icmpv6", "igmp", "sctp", "dccp", "udplite", "esp", "ah", "comp", "arp"};
   return std::ranges::any_of(kOthers, [&](const char* each) { return protocol == each; }) ? kAbsent : kUnknown;

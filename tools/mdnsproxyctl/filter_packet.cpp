@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "mdnsproxyctl/address.h"
 #include "mdnsproxyctl/filter.h"
 
 namespace {
@@ -11,8 +12,6 @@ constexpr std::uint16_t kMulticastDnsPort = 5353;
 
 // Any of those that the kernel gives to clients.
 constexpr std::uint16_t kEphemeralPort = 49152;
-
-bool is_ipv6(const std::string& address) { return address.find(':') != std::string::npos; }
 
 // The link's own address of the family; empty when it has none.
 std::string own_address(const MachineLink& link, bool ipv6) {

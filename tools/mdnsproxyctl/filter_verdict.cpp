@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 
+#include "mdnsproxyctl/address.h"
 #include "mdnsproxyctl/filter.h"
 #include "mdnsproxyctl/filter_match.h"
 
@@ -166,14 +167,13 @@ Act walk(Way& way, const FilterChain& chain, int depth) {
 }
 
 bool is_met(const FilterChain& chain, const std::string& hook, const FilterPacket& packet) {
-  const bool ipv6 = packet.destination.find(':') != std::string::npos;
   if (chain.hook != hook) {
     return false;
   }
   if (hook == "ingress") {
     return std::ranges::find(chain.devices, packet.in_link) != chain.devices.end();
   }
-  return chain.family == "inet" || chain.family == (ipv6 ? "ip6" : "ip");
+  return chain.family == "inet" || chain.family == (is_ipv6(packet.destination) ? "ip6" : "ip");
 }
 
 // The base chains that the packet meets, in their order.

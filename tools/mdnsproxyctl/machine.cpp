@@ -1,27 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "mdnsproxyctl/machine.h"
 
-#include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <net/if.h>
-#include <netinet/in.h>
 
 #include <algorithm>
 #include <fstream>
 #include <memory>
 
-namespace {
+#include "mdnsproxyctl/address.h"
 
-// The address as text; empty for one of another family.
-std::string address_text(const sockaddr* address) {
-  char text[INET6_ADDRSTRLEN] = {};
-  if (address != nullptr && address->sa_family == AF_INET) {
-    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in*>(address)->sin_addr, text, sizeof text);
-  } else if (address != nullptr && address->sa_family == AF_INET6) {
-    inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6*>(address)->sin6_addr, text, sizeof text);
-  }
-  return text;
-}
+namespace {
 
 MachineLink& link_of(std::vector<MachineLink>& links, const std::string& name) {
   for (MachineLink& link : links) {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "mdnsproxyctl/question.h"
 
-#include <arpa/inet.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -13,6 +12,8 @@
 #include <chrono>
 #include <cstring>
 
+#include "mdnsproxyctl/address.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -23,56 +24,27 @@ constexpr std::size_t kLargestMessage = 9000;
 constexpr std::size_t kMostRecords = 4096;
 constexpr int kHopLimit = 255;
 
-// Where questions of a family go.
-struct Group {
-  sockaddr_storage address = {};
-  socklen_t size = 0;
-};
-
-Group prepare4(int socket, unsigned link_index) {
+SocketAddress prepare4(int socket, unsigned link_index) {
   ip_mreqn by = {};
   by.imr_ifindex = static_cast<int>(link_index);
   const int on = 1;
   setsockopt(socket, IPPROTO_IP, IP_MULTICAST_IF, &by, sizeof by);
   setsockopt(socket, IPPROTO_IP, IP_MULTICAST_TTL, &kHopLimit, sizeof kHopLimit);
   setsockopt(socket, IPPROTO_IP, IP_PKTINFO, &on, sizeof on);
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(kPort);
-  inet_pton(AF_INET, "224.0.0.251", &address.sin_addr);
-  Group group;
-  std::memcpy(&group.address, &address, group.size = sizeof address);
-  return group;
+  return socket_address("224.0.0.251", kPort);
 }
 
-Group prepare6(int socket, unsigned link_index) {
+SocketAddress prepare6(int socket, unsigned link_index) {
   const int on = 1;
   setsockopt(socket, IPPROTO_IPV6, IPV6_MULTICAST_IF, &link_index, sizeof link_index);
   setsockopt(socket, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, &kHopLimit, sizeof kHopLimit);
   setsockopt(socket, IPPROTO_IPV6, IPV6_RECVPKTINFO, &on, sizeof on);
-  sockaddr_in6 address = {};
-  address.sin6_family = AF_INET6;
-  address.sin6_port = htons(kPort);
-  address.sin6_scope_id = link_index;
-  inet_pton(AF_INET6, "ff02::fb", &address.sin6_addr);
-  Group group;
-  std::memcpy(&group.address, &address, group.size = sizeof address);
-  return group;
+  return socket_address("ff02::fb", kPort, link_index);
 }
 
 std::uint16_t port_of(const sockaddr_storage& address) {
   return address.ss_family == AF_INET6 ? ntohs(reinterpret_cast<const sockaddr_in6&>(address).sin6_port)
                                        : ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
-}
-
-std::string address_text(const sockaddr_storage& address) {
-  char text[INET6_ADDRSTRLEN] = {};
-  if (address.ss_family == AF_INET6) {
-    inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6&>(address).sin6_addr, text, sizeof text);
-  } else if (address.ss_family == AF_INET) {
-    inet_ntop(AF_INET, &reinterpret_cast<const sockaddr_in&>(address).sin_addr, text, sizeof text);
-  }
-  return text;
 }
 
 // The interface that a datagram came in by; 0: it does not say.
@@ -118,8 +90,7 @@ class Asker {
 
   void send(const std::vector<std::uint8_t>& message) const {
     if (socket_ != -1) {
-      sendto(socket_, message.data(), message.size(), 0, reinterpret_cast<const sockaddr*>(&group_.address),
-             group_.size);
+      sendto(socket_, message.data(), message.size(), 0, group_.get(), group_.size);
     }
   }
 
@@ -140,13 +111,13 @@ class Asker {
     const unsigned arrived_by = size > 0 ? interface_of(header) : 0;
     const bool believed = port_of(sender) == kPort && (arrived_by == link_index_ || arrived_by == if_nametoindex("lo"));
     message.resize(size > 0 && believed ? static_cast<std::size_t>(size) : 0);
-    return {message, address_text(sender)};
+    return {message, address_text(reinterpret_cast<const sockaddr*>(&sender))};
   }
 
  private:
   int socket_;
   unsigned link_index_ = 0;
-  Group group_;
+  SocketAddress group_;
 };
 
 std::uint16_t random_id() {

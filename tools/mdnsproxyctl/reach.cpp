@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "mdnsproxyctl/reach.h"
 
-#include <arpa/inet.h>
-#include <linux/netlink.h>
-#include <linux/rtnetlink.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,6 +8,9 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+
+#include "mdnsproxyctl/address.h"
+#include "mdnsproxyctl/rtnetlink.h"
 
 namespace {
 
@@ -31,8 +30,6 @@ class Socket {
   const int number;
 };
 
-bool is_ipv6(const std::string& address) { return address.find(':') != std::string::npos; }
-
 std::string setting_path(const std::string& address, const std::string& link) {
   return is_ipv6(address) ? "/proc/sys/net/ipv6/conf/all/forwarding"
                           : "/proc/sys/net/ipv4/conf/" + link + "/forwarding";
@@ -43,72 +40,6 @@ bool is_set(const std::string& path) {
   char value = '0';
   file >> value;
   return value != '0';
-}
-
-// A question for the route to one address (rtnetlink(7)).
-struct RouteQuestion {
-  nlmsghdr header;
-  rtmsg route;
-  rtattr attribute;
-  std::uint8_t address[16];
-};
-
-RouteQuestion route_question(const std::string& address) {
-  const int family = is_ipv6(address) ? AF_INET6 : AF_INET;
-  const unsigned short size = family == AF_INET6 ? 16 : 4;
-  RouteQuestion question = {};
-  question.header.nlmsg_len = static_cast<std::uint32_t>(offsetof(RouteQuestion, address)) + size;
-  question.header.nlmsg_type = RTM_GETROUTE;
-  question.header.nlmsg_flags = NLM_F_REQUEST;
-  question.route.rtm_family = static_cast<unsigned char>(family);
-  question.route.rtm_dst_len = static_cast<unsigned char>(size * 8);
-  question.attribute.rta_len = static_cast<unsigned short>(RTA_LENGTH(size));
-  question.attribute.rta_type = RTA_DST;
-  inet_pton(family, address.c_str(), question.address);
-  return question;
-}
-
-// The interface of the kernel's answer; 0 when it is an error, or names none.
-int outgoing_interface(const char* answer, std::size_t size) {
-  nlmsghdr header = {};
-  rtmsg route = {};
-  if (size < NLMSG_LENGTH(sizeof route)) {
-    return 0;
-  }
-  std::memcpy(&header, answer, sizeof header);
-  std::memcpy(&route, answer + NLMSG_HDRLEN, sizeof route);
-  if (header.nlmsg_type != RTM_NEWROUTE || route.rtm_type != RTN_UNICAST) {
-    return 0;
-  }
-  std::size_t at = NLMSG_LENGTH(sizeof route);
-  rtattr attribute = {};
-  while (at + sizeof attribute <= size) {
-    std::memcpy(&attribute, answer + at, sizeof attribute);
-    int index = 0;
-    if (attribute.rta_type == RTA_OIF && at + RTA_LENGTH(sizeof index) <= size) {
-      std::memcpy(&index, answer + at + RTA_LENGTH(0), sizeof index);
-      return index;
-    }
-    at += std::max<std::size_t>(RTA_ALIGN(attribute.rta_len), sizeof attribute);
-  }
-  return 0;
-}
-
-socklen_t socket_address(const std::string& address, std::uint16_t port, sockaddr_storage& result) {
-  if (is_ipv6(address)) {
-    sockaddr_in6 made = {};
-    made.sin6_family = AF_INET6;
-    made.sin6_port = htons(port);
-    inet_pton(AF_INET6, address.c_str(), &made.sin6_addr);
-    std::memcpy(&result, &made, sizeof made);
-    return sizeof made;
-  }
-  sockaddr_in made = {};
-  made.sin_family = AF_INET;
-  made.sin_port = htons(port);
-  inet_pton(AF_INET, address.c_str(), &made.sin_addr);
-  std::memcpy(&result, &made, sizeof made);
-  return sizeof made;
 }
 
 Connection outcome_of(int error) {
@@ -128,14 +59,17 @@ Connection outcome_of(int error) {
 }  // namespace
 
 int route_to(const std::string& address) {
-  const Socket netlink(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE);
-  const RouteQuestion question = route_question(address);
-  alignas(nlmsghdr) char answer[4096];
-  if (netlink.number == -1 || send(netlink.number, &question, question.header.nlmsg_len, 0) < 0) {
-    return 0;
+  rtmsg route = {};
+  route.rtm_family = static_cast<unsigned char>(family_of(address));
+  route.rtm_dst_len = is_ipv6(address) ? 128 : 32;
+  const std::vector<std::uint8_t> answer = ask_kernel(RTM_GETROUTE, route, RTA_DST, address);
+  int index = 0;
+  if (read_body(answer, RTM_NEWROUTE, route) && route.rtm_type == RTN_UNICAST) {
+    if (const NetlinkBytes held = find_attribute<rtmsg>(answer, RTA_OIF); held.size() == sizeof index) {
+      std::memcpy(&index, held.data(), sizeof index);
+    }
   }
-  const ssize_t size = recv(netlink.number, answer, sizeof answer, 0);
-  return size > 0 ? outgoing_interface(answer, static_cast<std::size_t>(size)) : 0;
+  return index;
 }
 
 bool is_forwarded(const std::string& address, const std::string& from_link, const std::string& to_link) {
@@ -147,10 +81,9 @@ std::string forwarding_setting(const std::string& address, const std::string& li
 }
 
 Connection connect_to(const std::string& address, std::uint16_t port) {
-  const Socket tcp(is_ipv6(address) ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-  sockaddr_storage where = {};
-  const socklen_t size = socket_address(address, port, where);
-  if (connect(tcp.number, reinterpret_cast<const sockaddr*>(&where), size) == 0) {
+  const Socket tcp(family_of(address), SOCK_STREAM | SOCK_NONBLOCK, 0);
+  const SocketAddress where = socket_address(address, port);
+  if (connect(tcp.number, where.get(), where.size) == 0) {
     return Connection::open;
   }
   if (errno != EINPROGRESS) {

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "mdnsproxyctl/reflectors.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -11,6 +9,7 @@
 #include <cstring>
 #include <future>
 
+#include "mdnsproxyctl/address.h"
 #include "mdnsproxyctl/case.h"
 #include "mdnsproxyctl/neighbours.h"
 #include "mdnsproxyctl/question.h"
@@ -51,23 +50,13 @@ bool says_gateway(const std::vector<DnsRecord>& records, const std::string& send
 
 // Makes the kernel look for the host's hardware address, by a question to it alone (RFC 6762 section 5.5).
 void nudge(const std::string& address, int link_index) {
-  const bool ipv6 = address.find(':') != std::string::npos;
-  const int opened = socket(ipv6 ? AF_INET6 : AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const int opened = socket(family_of(address), SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (opened == -1) {
     return;
   }
-  sockaddr_in6 to6 = {};
-  to6.sin6_family = AF_INET6;
-  to6.sin6_port = htons(5353);
-  to6.sin6_scope_id = static_cast<std::uint32_t>(link_index);
-  sockaddr_in to4 = {};
-  to4.sin_family = AF_INET;
-  to4.sin_port = htons(5353);
-  inet_pton(ipv6 ? AF_INET6 : AF_INET, address.c_str(), ipv6 ? static_cast<void*>(&to6.sin6_addr) : &to4.sin_addr);
+  const SocketAddress to = socket_address(address, 5353, static_cast<unsigned>(link_index));
   const std::vector<std::uint8_t> query = encode_query(0, {{dns_name("_services._dns-sd._udp.local"), DnsType::ptr}});
-  const sockaddr* const to = ipv6 ? reinterpret_cast<const sockaddr*>(&to6) : reinterpret_cast<const sockaddr*>(&to4);
-  const auto size = static_cast<socklen_t>(ipv6 ? sizeof to6 : sizeof to4);
-  if (sendto(opened, query.data(), query.size(), 0, to, size) >= 0) {
+  if (sendto(opened, query.data(), query.size(), 0, to.get(), to.size) >= 0) {
     pollfd answer = {opened, POLLIN, 0};
     poll(&answer, 1, kNudgeMilliseconds);
   }
@@ -93,7 +82,7 @@ void add_repeater(std::vector<Repeater>& repeaters, Repeater repeater, int link_
       repeaters, [&](const Repeater& each) { return !each.hardware.empty() && each.hardware == repeater.hardware; });
   if (same == repeaters.end()) {
     repeaters.push_back(repeater);
-  } else if (same->address.find(':') != std::string::npos && repeater.address.find(':') == std::string::npos) {
+  } else if (is_ipv6(same->address) && !is_ipv6(repeater.address)) {
     same->address = repeater.address;
   }
 }
@@ -187,9 +176,7 @@ std::optional<Repeater> find_gateway(const Session& session, const std::vector<M
   const auto is_copy = [&](const DnsRecord& each) {
     return each.through_gateway && same_name(each.name, name) && !is_of_this_machine(links, each.sender);
   };
-  const auto is_copy_over4 = [&](const DnsRecord& each) {
-    return is_copy(each) && each.sender.find(':') == std::string::npos;
-  };
+  const auto is_copy_over4 = [&](const DnsRecord& each) { return is_copy(each) && !is_ipv6(each.sender); };
   const std::vector<DnsRecord> records = ask(
       *link, {{name, DnsType::txt}}, [&](const auto& heard) { return std::ranges::any_of(heard, is_copy_over4); },
       kAnswerMilliseconds);

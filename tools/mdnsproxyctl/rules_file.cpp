@@ -44,21 +44,9 @@ bool read_text(int file, RulesFile& read_file) {
   return true;
 }
 
-bool write_text(int file, const std::string& text) {
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t written = write(file, text.data() + done, text.size() - done);
-    if (written < 0 && errno != EINTR) {
-      return false;
-    }
-    done += written > 0 ? static_cast<std::size_t>(written) : 0;
-  }
-  return true;
-}
-
 // The owner first: a change of the owner takes bits of the mode away.
 bool fill(int file, const RulesFile& content) {
-  return write_text(file, content.text) && fchown(file, content.user, content.group) == 0 &&
+  return write_all(file, content.text) && fchown(file, content.user, content.group) == 0 &&
          fchmod(file, content.mode) == 0 && fsync(file) == 0;
 }
 
@@ -72,6 +60,37 @@ void sync_directory(const std::string& path) {
 }
 
 }  // namespace
+
+bool write_all(int file, const std::string& text) {
+  std::size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t written = write(file, text.data() + done, text.size() - done);
+    if (written < 0 && errno != EINTR) {
+      return false;
+    }
+    done += written > 0 ? static_cast<std::size_t>(written) : 0;
+  }
+  return true;
+}
+
+bool replace_file(const std::string& path, const std::function<bool(int file)>& fill) {
+  std::string fresh = path + ".XXXXXX";
+  const int file = mkostemp(fresh.data(), O_CLOEXEC);
+  if (file == -1) {
+    return false;
+  }
+  const bool filled = fill(file);
+  const int why_not_filled = errno;
+  const bool closed = close(file) == 0;
+  errno = filled ? errno : why_not_filled;
+  const bool replaced = filled && closed && rename(fresh.c_str(), path.c_str()) == 0;
+  if (!replaced) {
+    const int why = errno;
+    unlink(fresh.c_str());
+    errno = why;
+  }
+  return replaced;
+}
 
 std::optional<RulesFile> read_rules_file(const std::string& path) {
   const int file = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
@@ -87,23 +106,11 @@ std::optional<RulesFile> read_rules_file(const std::string& path) {
 }
 
 bool replace_rules_file(const std::string& path, const RulesFile& file) {
-  std::string fresh = path + ".XXXXXX";
-  const int made = mkostemp(fresh.data(), O_CLOEXEC);
-  if (made == -1) {
-    return false;
+  const bool replaced = replace_file(path, [&](int fresh) { return fill(fresh, file); });
+  if (replaced) {
+    sync_directory(directory_of(path));
   }
-  const bool filled = fill(made, file);
-  const int why_not_filled = errno;
-  const bool closed = close(made) == 0;
-  errno = filled ? errno : why_not_filled;
-  if (!filled || !closed || rename(fresh.c_str(), path.c_str()) != 0) {
-    const int why = errno;
-    unlink(fresh.c_str());
-    errno = why;
-    return false;
-  }
-  sync_directory(directory_of(path));
-  return true;
+  return replaced;
 }
 
 DirectoryLock::DirectoryLock(const std::string& path_of_file)
