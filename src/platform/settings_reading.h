@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/vcm.h"
+#include "platform/mac_address.h"
 
 // Longest line that is understood, its zero included; also bounds every value. The longest sensible one is a third of
 // it.

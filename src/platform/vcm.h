@@ -17,6 +17,8 @@
 
 #include <cstdint>
 
+#include "platform/mac_address.h"
+
 // The file behind the store. Tests point it elsewhere.
 extern const char* gVcmSettingsFile;
 
@@ -27,9 +29,6 @@ using VcmXact = VcmTransaction*;
 // Which hop setting is asked for.
 inline constexpr int kVcmFencingWireless = 1;
 inline constexpr int kVcmFencingWired = 2;
-
-// Room for a MAC address as text, "02:00:00:00:00:01" and its zero.
-inline constexpr int kMacAddressTextSize = 18;
 
 // Opens a transaction over the settings as they stand now and stores it in *xact. 0; non-zero (and *xact null) when
 // there is no memory.

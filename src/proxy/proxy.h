@@ -5,8 +5,8 @@
 // Promises: an instance is advertised on if_to only once its host has an address there, and everything made for it is
 // taken back, in a fixed order, when its browse reports it gone. A peer's misbehaviour is logged. What ends the process
 // once it runs: a DNS-SD call that must not fail (a resolve, an AAAA record), an error in the reply to a record's
-// registration, a lack of memory. Needs: the two connections of runtime/startup.h, the tables, the fencing settings of
-// the platform.
+// registration, a lack of memory. Needs: the two connections of runtime/connections.h, the tables, the fencing settings
+// of the platform.
 //
 // Sources, in the order in which a service instance meets them: call_layer, rule_installation, responder_contexts,
 // browse, resolve, host_addresses, fencing, registration, subtype; beside them names (label helpers), record_labels and

@@ -9,7 +9,9 @@
 
 #include <cstdlib>
 
+#include "runtime/held_signals.h"
 #include "runtime/log.h"
+#include "runtime/pid_file.h"
 #include "runtime/settings.h"
 #include "runtime/signals.h"
 #include "runtime/status.h"

@@ -5,8 +5,9 @@
 #include <cstring>
 #include <initializer_list>
 
+#include "runtime/connections.h"
+#include "runtime/held_signals.h"
 #include "runtime/log.h"
-#include "runtime/signals.h"
 #include "runtime/startup.h"
 #include "state/state.h"
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-// The PID file: made at start-up, removed on the way out. Nothing holds a lock on it; one instance a device rests on
-// O_EXCL and on killing the process that an existing file names.
+// Nothing holds a lock on the PID file; one instance a device rests on O_EXCL and on killing the process that an
+// existing file names.
+#include "runtime/pid_file.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,10 +12,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "runtime/daemon_control.h"
+#include "runtime/held_signals.h"
 #include "runtime/log.h"
 #include "runtime/settings.h"
-#include "runtime/signals.h"
 #include "runtime/status.h"
 
 int gConfigPIDFilehandle = 0;
@@ -117,14 +118,4 @@ void create_PID_file(const char* aPIDfilename) {
   write_PID_text(text, aPIDfilename);
   sync_and_close(aPIDfilename);
   log_message(LOG_DEBUG, "create_PID_file(): FINISH: wrote PID: %s to aPIDfilename: %s.", text, aPIDfilename);
-}
-
-void close_and_delete_PID_file(const char* aPIDfilename) {
-  log_message(LOG_DEBUG, "close_and_delete_PID_file(): aPIDfilename = %s ...", aPIDfilename);
-  if (unlink(aPIDfilename) != 0) {
-    syslog(LOG_CRIT,
-           "ERROR 301903: Could not unlink (delete) PID lock file %s, (did you run sudo or as root?), exiting",
-           aPIDfilename);
-  }
-  log_message(LOG_DEBUG, "close_and_delete_PID_file(): %s unlocked and remove()'d.", aPIDfilename);
 }

@@ -7,11 +7,15 @@
 // signal that has no handler. What goes past log_message to syslog: a PID file that cannot be removed, mistakes in the
 // settings file (settings_file.h), the crash report. Needs: the platform folder, the DNS-SD client library.
 //
-// Read in this order: settings.h, log.h, status.h, signals.h, daemon_control.h, startup.h.
+// Read in this order: settings.h, log.h, held_signals.h, connections.h, status.h, signals.h, pid_file.h,
+// daemon_control.h, startup.h.
 #pragma once
 
+#include "runtime/connections.h"
 #include "runtime/daemon_control.h"
+#include "runtime/held_signals.h"
 #include "runtime/log.h"
+#include "runtime/pid_file.h"
 #include "runtime/settings.h"
 #include "runtime/signals.h"
 #include "runtime/startup.h"

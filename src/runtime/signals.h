@@ -1,24 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Signals: the handler, and where it may run.
-//
-// The seven handled signals are held back while the daemon works and let through only where it waits: in the event
-// loop's pselect (with the mask of wait_signal_mask), in the two pauses, and while a FIFO's other end is awaited. So
-// the handler never runs in the middle of malloc or syslog, and of a status update only where that waits. Before
-// daemonize has held them back nothing is held, and these functions do nothing special.
+// The signal handler. held_signals.h says where it may run.
 #pragma once
-
-#include <sys/types.h>
-
-#include <csignal>
-
-// The steps of daemonize, in its order. The first two come before the handler, so that it cannot run before it is
-// wanted.
-
-// Blocks SIGCHLD, SIGTSTP, SIGTTOU and SIGTTIN for the life of the process.
-void block_job_control_signals();
-
-// Blocks the seven handled signals from here on, and remembers the mask to wait with.
-void hold_handled_signals();
 
 // Installs signal_handler for the seven handled signals. No SA_RESTART: a signal ends a wait.
 void install_signal_handler();
@@ -26,23 +8,3 @@ void install_signal_handler();
 // The one handler of every signal that daemonize installs. Ends the process with status 10 for SIGHUP, SIGINT, SIGQUIT
 // and SIGTERM. Runs only where held signals are let through, so it may use what is not async-signal-safe.
 void signal_handler(int aSignal);
-
-// The mask to wait with: the one the process had before its handled signals were held back. Null before that.
-const sigset_t* wait_signal_mask();
-
-// Lets the handler run for the held signals that are pending now. May end the process (10).
-void deliver_held_signals();
-
-// Sleeps with the held signals let through. One that arrives during the pause and does not end the process cuts it
-// short, as it does sleep's and usleep's; one that is pending already is handled first, and the pause then takes its
-// whole time. May end the process (10).
-void pause_microseconds(unsigned microseconds);
-void pause_seconds(unsigned seconds);
-
-// As open(2), with the held signals let through: a FIFO lets it wait for its other end. A signal that does not end the
-// process does not end the wait. Returns the descriptor, or -1 and errno. May end the process (10).
-int open_letting_signals_through(const char* path, int flags, mode_t mode = 0);
-
-// Waits, with the held signals let through, until `file` has something to read or is at its end; a regular file always
-// is ready. May end the process (10).
-void wait_until_readable(int file);

@@ -7,13 +7,12 @@
 #include <cstring>
 
 #include "platform/vcm.h"
+#include "runtime/connections.h"
 #include "runtime/daemon_control.h"
 #include "runtime/log.h"
 #include "runtime/settings.h"
 #include "runtime/status.h"
 
-DNSServiceRef gDNSServiceRef_Shared = nullptr;
-DNSServiceRef gDNSServiceRef_RegisterRecord = nullptr;
 int gOptionChar = 0;
 sem_t gIfNameToIndexSemaphore;
 sem_t gServiceTypeToIdSemaphore;

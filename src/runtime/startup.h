@@ -2,7 +2,6 @@
 // Start-up's first half and the event loop.
 #pragma once
 
-#include <dns_sd.h>
 #include <semaphore.h>
 
 // Configuration-store log switch, semaphores and their self-test, daemonizing, status 1, the two DNS-SD connections.
@@ -22,10 +21,6 @@ void report_link_figures();
 
 // Called when a wait of the event loop times out.
 void myTimerCallBack();
-
-// The two connections to the responder; null before main_init has made them. Never cleared.
-extern DNSServiceRef gDNSServiceRef_Shared;          // browses, resolves, queries, service registrations
-extern DNSServiceRef gDNSServiceRef_RegisterRecord;  // individually registered records
 
 extern int stopNow;         // set by the event loop to end itself
 extern int gSelectTimeout;  // seconds; read afresh on every pass

@@ -1,21 +1,21 @@
 // SPDX-License-Identifier: MIT
 // The way out, in reading order: handle_error and fatal_error, exit_clean, vexit_clean, update_status_file,
-// exit_clean_no_update_status_file.
+// close_and_delete_PID_file, exit_clean_no_update_status_file.
 #include "runtime/status.h"
 
 #include <dns_sd.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cassert>
 #include <cerrno>
 #include <cstdlib>
 
-#include "runtime/daemon_control.h"
+#include "runtime/connections.h"
+#include "runtime/held_signals.h"
 #include "runtime/log.h"
 #include "runtime/settings.h"
-#include "runtime/signals.h"
-#include "runtime/startup.h"
 #include "state/state.h"
 
 std::FILE* gMyStatusFilehandle = nullptr;
@@ -179,6 +179,16 @@ void vupdate_status_file(int status, const char* format, ...) {
   va_start(args, format);
   update_status_file(status, format, args);
   va_end(args);
+}
+
+void close_and_delete_PID_file(const char* aPIDfilename) {
+  log_message(LOG_DEBUG, "close_and_delete_PID_file(): aPIDfilename = %s ...", aPIDfilename);
+  if (unlink(aPIDfilename) != 0) {
+    syslog(LOG_CRIT,
+           "ERROR 301903: Could not unlink (delete) PID lock file %s, (did you run sudo or as root?), exiting",
+           aPIDfilename);
+  }
+  log_message(LOG_DEBUG, "close_and_delete_PID_file(): %s unlocked and remove()'d.", aPIDfilename);
 }
 
 void exit_clean_no_update_status_file(int status) {

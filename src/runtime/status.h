@@ -38,6 +38,9 @@ void handle_error(int aMyStatusCode, int aSyslogLevel, const char* aFormat, ...)
 [[noreturn]] void exit_clean(int status, const char* format, ...) __attribute__((format(printf, 2, 3)));
 [[noreturn]] void vexit_clean(int status, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 
+// Removes the PID file; a failure is reported to syslog at LOG_CRIT and changes nothing else.
+void close_and_delete_PID_file(const char* aPIDfilename);
+
 // Releases both DNS-SD connections that exist, closes syslog, removes the PID file, exits. The status file stays as it
 // is.
 [[noreturn]] void exit_clean_no_update_status_file(int status);

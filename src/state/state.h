@@ -4,7 +4,7 @@
 // Promises: nothing here logs, waits, allocates or ends the process. No function reports an error: without a file every
 // function does nothing. After state_open the only system call is the reading of a clock. Names are stored as received,
 // cut to the size of their field; a program that shows them must escape them. Everything runs on the daemon's one
-// thread, and no handled signal interrupts it (runtime/signals.h), so that only a process that is killed leaves a
+// thread, and no handled signal interrupts it (runtime/held_signals.h), so that only a process that is killed leaves a
 // record half-written. Needs: nothing of the daemon; rules and registrations are identified by addresses of the
 // caller's data.
 //

@@ -8,7 +8,7 @@
 #include <csignal>
 #include <utility>
 
-#include "runtime/signals.h"
+#include "runtime/held_signals.h"
 #include "unit/runtime/runtime_fixture.h"
 
 using testing::Contains;

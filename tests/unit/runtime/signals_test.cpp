@@ -10,6 +10,7 @@
 #include <csignal>
 #include <ostream>
 
+#include "runtime/held_signals.h"
 #include "unit/runtime/runtime_fixture.h"
 
 using testing::ElementsAre;
