@@ -13,6 +13,7 @@
 #include "mdnsproxyctl/checked_file.h"
 #include "mdnsproxyctl/commands.h"
 #include "mdnsproxyctl/difference.h"
+#include "mdnsproxyctl/json.h"
 #include "mdnsproxyctl/rules_file.h"
 #include "mdnsproxyctl/unit.h"
 

@@ -10,6 +10,7 @@
 
 #include "mdnsproxy-check/report.h"
 #include "mdnsproxy-check/verdict.h"
+#include "mdnsproxyctl/json.h"
 #include "mdnsproxyctl/rules_file.h"
 
 namespace {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "mdnsproxy-check/reader.h"
+#include "mdnsproxyctl/json.h"
 #include "mdnsproxyctl/session.h"
 
 struct CheckedFile {

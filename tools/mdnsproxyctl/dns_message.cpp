@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <string_view>
 
-#include "mdns/name.h"
-#include "mdns/reader.h"
-#include "mdns/writer.h"
+#include "mdns/wire/name.h"
+#include "mdns/wire/reader.h"
+#include "mdns/wire/writer.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "mdnsproxyctl/commands.h"
+#include "mdnsproxyctl/json.h"
 
 namespace {
 

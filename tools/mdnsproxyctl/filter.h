@@ -7,16 +7,17 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "mdnsproxyctl/json_fwd.h"
 #include "mdnsproxyctl/machine.h"
-#include "mdnsproxyctl/session.h"
 
 struct FilterRule {
   int handle = 0;
-  Json statements;  // as libnftables-json(5) has them
+  std::shared_ptr<const Json> statements;  // as libnftables-json(5) has them
 };
 
 struct FilterChain {

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "mdnsproxyctl/address.h"
+#include "mdnsproxyctl/json.h"
 
 namespace {
 

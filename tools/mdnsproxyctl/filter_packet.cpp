@@ -5,6 +5,7 @@
 
 #include "mdnsproxyctl/address.h"
 #include "mdnsproxyctl/filter.h"
+#include "mdnsproxyctl/text.h"
 
 namespace {
 

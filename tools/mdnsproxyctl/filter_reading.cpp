@@ -15,6 +15,7 @@
 
 #include "mdnsproxyctl/filter.h"
 #include "mdnsproxyctl/filter_match.h"
+#include "mdnsproxyctl/json.h"
 
 namespace {
 
@@ -121,7 +122,7 @@ void add_rule(const Json& rule, std::vector<FilterChain>& chains) {
            each.family == text_of(rule, "family");
   });
   if (chain != chains.end() && statements != nullptr && statements->is_array()) {
-    chain->rules.push_back({static_cast<int>(number_of(rule, "handle")), *statements});
+    chain->rules.push_back({static_cast<int>(number_of(rule, "handle")), std::make_shared<const Json>(*statements)});
   }
 }
 

@@ -7,6 +7,8 @@
 #include "mdnsproxyctl/address.h"
 #include "mdnsproxyctl/filter.h"
 #include "mdnsproxyctl/filter_match.h"
+#include "mdnsproxyctl/json.h"
+#include "mdnsproxyctl/text.h"
 
 namespace {
 
@@ -82,7 +84,7 @@ void apply_map(const Json& map, const FilterPacket& packet, Effect& effect) {
 
 Effect effect_of(const FilterRule& rule, const FilterPacket& packet) {
   Effect effect;
-  for (const Json& statement : rule.statements) {
+  for (const Json& statement : *rule.statements) {
     if (!statement.is_object() || statement.empty()) {
       continue;
     }

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "mdnsproxyctl/json.h"
+
 namespace {
 
 // A pass of the event loop takes milliseconds, and a step of start-up half a second.

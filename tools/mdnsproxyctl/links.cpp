@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "mdnsproxyctl/commands.h"
 #include "mdnsproxyctl/health.h"
+#include "mdnsproxyctl/json.h"
 #include "mdnsproxyctl/reflectors.h"
 #include "mdnsproxyctl/schema.h"
 

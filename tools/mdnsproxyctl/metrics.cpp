@@ -8,6 +8,7 @@
 
 #include "mdnsproxyctl/commands.h"
 #include "mdnsproxyctl/health.h"
+#include "mdnsproxyctl/json.h"
 #include "mdnsproxyctl/output_file.h"
 
 namespace {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "mdnsproxyctl/json.h"
 #include "mdnsproxyctl/rules_file.h"
 
 int write_answer(const Session& session, const std::string& file, const Json& answer, const std::string& text,

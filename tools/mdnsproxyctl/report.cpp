@@ -10,6 +10,7 @@
 #include <tuple>
 
 #include "mdnsproxyctl/commands.h"
+#include "mdnsproxyctl/json.h"
 #include "mdnsproxyctl/output_file.h"
 
 namespace {

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "mdnsproxyctl/json.h"
+
 namespace {
 
 template <typename IsWanted>

@@ -3,6 +3,8 @@
 
 #include <cstdio>
 
+#include "mdnsproxyctl/json.h"
+
 namespace {
 
 constexpr int kSchema = 1;

@@ -12,13 +12,11 @@
 // rules_file.h, difference.h and unit.h.
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <string>
 
+#include "mdnsproxyctl/json_fwd.h"
 #include "mdnsproxyctl/state_reader.h"
 #include "mdnsproxyctl/text.h"
-
-using Json = nlohmann::ordered_json;
 
 enum ExitStatus : int {
   kWell = 0,

@@ -3,6 +3,7 @@
 
 #include "mdnsproxyctl/commands.h"
 #include "mdnsproxyctl/health.h"
+#include "mdnsproxyctl/json.h"
 #include "mdnsproxyctl/schema.h"
 
 namespace {

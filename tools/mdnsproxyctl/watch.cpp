@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "mdnsproxyctl/commands.h"
+#include "mdnsproxyctl/json.h"
 #include "mdnsproxyctl/schema.h"
 
 namespace {

@@ -4,6 +4,7 @@
 #include "mdnsproxyctl/checked_file.h"
 #include "mdnsproxyctl/commands.h"
 #include "mdnsproxyctl/forecast.h"
+#include "mdnsproxyctl/json.h"
 #include "mdnsproxyctl/lists.h"
 
 namespace {

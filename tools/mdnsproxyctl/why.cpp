@@ -4,6 +4,7 @@
 #include "mdnsproxy-check/verdict.h"
 #include "mdnsproxyctl/case.h"
 #include "mdnsproxyctl/commands.h"
+#include "mdnsproxyctl/json.h"
 
 void add_step(Case& the_case, const char* name, std::optional<bool> ok, const std::string& detail,
               const std::string& cure) {

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include "mdnsproxyctl/json.h"
 #include "unit/scratch_directory.h"
 
 using testing::HasSubstr;

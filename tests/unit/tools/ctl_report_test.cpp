@@ -7,6 +7,7 @@
 
 #include <regex>
 
+#include "mdnsproxyctl/json.h"
 #include "unit/tools/markup_reader.h"
 
 using testing::AllOf;
