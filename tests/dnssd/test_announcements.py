@@ -143,8 +143,8 @@ def test_what_is_published_again_at_once_stays_whoever_has_asked(link):
     d.wait_for(lambda: len(addresses(air)) >= 2, "both announcements")
     air.ask(HOST, dns.A)
     publisher.remove("r")
-    publisher.record("again", link.near_index, HOST, d.A, v4(7))
     again = time.monotonic()
+    publisher.record("again", link.near_index, HOST, d.A, v4(7))
     d.wait_for(lambda: len(addresses(air, since=again)) >= 2, "both announcements")
     d.stays_true(lambda: [key[2] for key in air.held(air.near)] == [address(7)], again + 1.5 - time.monotonic(),
                  "it is held")
