@@ -4,11 +4,11 @@
 //
 // Claims: what is read can be written and read again, and holds only records that can be published.
 
-#include "dnssd/handover_file.h"
+#include "dnssd/operations/handover_file.h"
 
 #include <functional>
 
-#include "dnssd/dnssd.h"
+#include "dnssd/base/publishable.h"
 #include "fuzz.h"
 
 using namespace dnssd;

@@ -3,7 +3,7 @@
 //
 // Claims: what is accepted obeys the limits of DNS, and comes back unchanged from every form that it is written in.
 
-#include "dnssd/names.h"
+#include "dnssd/base/names.h"
 
 #include "fuzz.h"
 

@@ -13,9 +13,9 @@
 #include "fuzz.h"
 #include "mdns/link_counts.h"
 #include "mdns/mdns.h"
-#include "mdns/name.h"
-#include "mdns/reader.h"
-#include "mdns/writer.h"
+#include "mdns/wire/name.h"
+#include "mdns/wire/reader.h"
+#include "mdns/wire/writer.h"
 
 using namespace mdns;
 

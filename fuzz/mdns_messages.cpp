@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "fuzz.h"
-#include "mdns/name.h"
-#include "mdns/reader.h"
-#include "mdns/writer.h"
+#include "mdns/wire/name.h"
+#include "mdns/wire/reader.h"
+#include "mdns/wire/writer.h"
 
 using namespace mdns;
 

@@ -5,7 +5,12 @@
 #include <arpa/inet.h>
 #include <unistd.h>
 
-#include "dnssd/interface.h"
+#include "dnssd/base/publishable.h"
+#include "dnssd/dnssd.h"
+#include "dnssd/links/interfaces.h"
+#include "dnssd/operations/lookup.h"
+#include "dnssd/operations/operations.h"
+#include "dnssd/operations/publish.h"
 
 using namespace dnssd;
 

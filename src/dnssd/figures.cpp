@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "dnssd/interface.h"
+#include "dnssd/state/engine.h"
 
 namespace dnssd {
 namespace {

@@ -1,7 +1,21 @@
 // SPDX-License-Identifier: MIT
-#include "mdns/link.h"
-
+// A link as a whole: how a datagram and a deadline run through its parts.
+//
+// A datagram's way in (link_receive): its source's allowance, the recognition of our own, the reader; then a response's
+// records one by one to the prober (conflicts), the responder (duplicates and corrections) and the cache, and a query
+// to the querier (duplicate questions), the prober (simultaneous probes) and the responder. A deadline's way
+// (link_advance): cache, querier, prober, responder; at last the sender, which sends what its pace allows. No part
+// calls back into the caller; what it is to be told stands in `events`.
 #include <algorithm>
+
+#include "mdns/exchange/prober.h"
+#include "mdns/exchange/querier.h"
+#include "mdns/exchange/responder.h"
+#include "mdns/exchange/sender.h"
+#include "mdns/schedule/outbox.h"
+#include "mdns/schedule/sources.h"
+#include "mdns/store/cache.h"
+#include "mdns/store/publications.h"
 
 namespace mdns {
 namespace {
@@ -61,7 +75,7 @@ LinkPtr link_new(std::uint64_t seed, Protocols protocols) {
 void link_advance(Link& link, Time now) {
   link.now = now;
   if (link.is_closing) {
-    outbox_advance(link);
+    sender_advance(link);
     return;
   }
   cache_advance(link);
@@ -69,17 +83,17 @@ void link_advance(Link& link, Time now) {
   prober_advance(link);
   responder_advance(link);
   sources_advance(link);
-  outbox_advance(link);
+  sender_advance(link);
 }
 
 Time link_deadline(const Link& link) {
   if (link.is_closing) {
-    return outbox_deadline(link);
+    return sender_deadline(link);
   }
   const Cache& cache = link.cache;
   return std::min({cache.asked.next(), cache.other.next(), cache.watches.next(), link.querier.due.next(),
                    link.prober.ending.next(), responder_deadline(link), link.sources.idle.next(),
-                   outbox_deadline(link)});
+                   sender_deadline(link)});
 }
 
 void link_receive(Link& link, Time now, const Received& received) {
@@ -142,7 +156,7 @@ void link_restart(Link& link, Time now, bool was_down) {
     cache_keep_protocols(link, kNoProtocol);
   }
   link.outbox.urgent.clear();  // these packets answer queries of before the restart
-  zone_restart(link);
+  publications_restart(link);
   querier_restart(link);
 }
 

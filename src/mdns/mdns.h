@@ -20,10 +20,12 @@
 //   Calls may be made at any time between; none calls back. Names and rdata are plain wire format without compression
 //   (name.h, record.h).
 //
-// Reading order: this header; types.h, name.h, record.h, reader.h, writer.h, heap.h (the wire and the ground); link.h
-// (the parts of a link and how a datagram and a deadline run through them); names.h, cache.h and querier.h (records of
-// other hosts, and questions for them); zone.h, prober.h, announcer.h and responder.h (published records); outbox.h and
-// sources.h (the rate limits of sent and received datagrams).
+// Reading order: this header; wire/ (names, records and messages as bytes); state/link.h and what it includes (what a
+// link knows); link.cpp (how a datagram and a deadline run through the parts). Then by subject. Records of other hosts:
+// store/cache.h, schedule/questions.h, exchange/querier.h. Published records: store/zone.h, store/publications.h,
+// schedule/probes.h and announcements.h, exchange/prober.h and announcer.h. Answers: schedule/answers.h,
+// exchange/responder.h. What bounds the datagrams: schedule/outbox.h and sources.h. The times are in schedule, the
+// messages in exchange.
 #pragma once
 
 #include <array>
@@ -34,8 +36,8 @@
 #include <string_view>
 #include <vector>
 
-#include "mdns/record.h"
-#include "mdns/types.h"
+#include "mdns/wire/record.h"
+#include "mdns/wire/types.h"
 
 namespace mdns {
 
@@ -51,7 +53,7 @@ using LinkPtr = std::unique_ptr<Link, LinkDeleter>;
 // hosts of a link should have the same.
 LinkPtr link_new(std::uint64_t seed, Protocols protocols);
 
-// --- Time
+// --- Time (link.cpp)
 
 // Does what is due.
 void link_advance(Link& link, Time now);
@@ -59,7 +61,7 @@ void link_advance(Link& link, Time now);
 // When link_advance is to be called next; kNever when nothing is planned. A time that is past: at once.
 Time link_deadline(const Link& link);
 
-// --- Datagrams
+// --- Datagrams (link.cpp)
 
 struct Received {
   Endpoint source;
@@ -80,7 +82,7 @@ struct Datagram {
 // What is to be sent, in this order.
 std::vector<Datagram> link_take_datagrams(Link& link);
 
-// --- The link itself
+// --- The link itself (link.cpp)
 
 // The link has an address of these protocols, and of no others. Records that were received only over a protocol that is
 // gone are reported as removed. With a new protocol everything that is published is probed for and announced again, and
@@ -103,7 +105,7 @@ struct LinkFigures {
 
 LinkFigures link_figures(const Link& link, Time now);
 
-// --- Queries
+// --- Queries (exchange/querier.cpp, store/cache.cpp)
 
 // 0 is none.
 using QueryId = std::uint64_t;
@@ -127,7 +129,7 @@ void link_reconfirm(Link& link, Time now, std::string_view name, std::uint16_t t
 // Events of the query that have not been taken yet are dropped. 0: nothing happens.
 void query_stop(Link& link, Time now, QueryId id);
 
-// --- Publications
+// --- Publications (store/publications.cpp)
 
 // Whose the name of a publication is.
 enum class Claim {
@@ -177,7 +179,7 @@ void link_hold_goodbyes(Link& link, Time now, Time until);
 // them over.
 void link_withdraw_all(Link& link, Time now, bool hands_over = false);
 
-// --- Handing over: published records that another process of the machine takes over
+// --- Handing over: published records that another process of the machine takes over (store/publications.cpp)
 
 // A record that is published and established.
 struct Published {

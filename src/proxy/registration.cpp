@@ -69,7 +69,8 @@ void note_registration_removed() {
 
 }  // namespace
 
-// Only reports: a registration that was refused or is in conflict keeps its reference until the instance goes.
+// Only reports: a registration that was refused or is in conflict keeps its reference until the instance goes. Our
+// DNS-SD library chooses another name by itself, so only another library reports a conflict here.
 void DNSSD_API callback_ServiceRegister(DNSServiceRef sdRef, DNSServiceFlags flags, DNSServiceErrorType errorCode,
                                         const char* name, const char* regtype, const char* domain, void* context) {
   log_message(LOG_DEBUG,

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "dnssd/handover_file.h"
+#include "dnssd/operations/handover_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "dnssd/names.h"
+#include "dnssd/base/names.h"
 
 namespace dnssd {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "dnssd/names.h"
+#include "dnssd/base/names.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The epoll descriptor: when it is readable, and whom it calls.
-#include "dnssd/poll.h"
+#include "dnssd/base/poll.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>

@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "dnssd/interface.h"
+#include "dnssd/base/publishable.h"
+#include "dnssd/operations/lookup.h"
+#include "dnssd/state/interface.h"
 
 namespace dnssd {
 namespace {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "mdns/heap.h"
+#include "mdns/state/heap.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <array>
 
-#include "mdns/random.h"
 #include "mdns/seed.h"
+#include "mdns/state/random.h"
 
 namespace mdns {
 namespace {

@@ -2,7 +2,7 @@
 // The sizes of a link's tables, and counts of what it has done so far.
 #pragma once
 
-#include "mdns/link.h"
+#include "mdns/state/link.h"
 
 namespace mdns {
 

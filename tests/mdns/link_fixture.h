@@ -12,8 +12,8 @@
 
 #include "mdns/link_counts.h"
 #include "mdns/mdns.h"
-#include "mdns/reader.h"
 #include "mdns/wire.h"
+#include "mdns/wire/reader.h"
 
 namespace mdns {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "mdns/name.h"
+#include "mdns/wire/name.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "mdns/record.h"
+#include "mdns/wire/record.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "mdns/name.h"
 #include "mdns/wire.h"
+#include "mdns/wire/name.h"
 
 namespace mdns {
 namespace {

@@ -3,12 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "mdns/name.h"
-#include "mdns/random.h"
-#include "mdns/reader.h"
 #include "mdns/seed.h"
+#include "mdns/state/random.h"
 #include "mdns/wire.h"
-#include "mdns/writer.h"
+#include "mdns/wire/name.h"
+#include "mdns/wire/reader.h"
+#include "mdns/wire/writer.h"
 
 namespace mdns {
 namespace {

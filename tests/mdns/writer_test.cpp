@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "mdns/writer.h"
+#include "mdns/wire/writer.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "mdns/reader.h"
 #include "mdns/wire.h"
+#include "mdns/wire/reader.h"
 
 namespace mdns {
 namespace {

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "mdns/types.h"
+#include "mdns/wire/types.h"
 
 namespace simulation {
 

@@ -13,7 +13,7 @@ import sys
 from sources import report
 
 TABLE = pathlib.Path("docs/rfc6762.md")
-ENGINE = pathlib.Path("src/mdns")  # of files without a folder
+ENGINE = pathlib.Path("src/mdns")  # files without a folder are somewhere below it
 TESTS = (pathlib.Path("tests/mdns"), pathlib.Path("tests/dnssd"))
 COLUMNS = 4
 NO_TEST = "–"
@@ -29,6 +29,11 @@ class Tree:
 
     def __init__(self, root):
         self.root, self._texts = root, {}
+        self._engine = {path.name: path.relative_to(root) for path in (root / ENGINE).rglob("*")}
+
+    def of_engine(self, name):
+        """The path of the engine's file of that name."""
+        return self._engine.get(name, ENGINE / name)
 
     def text(self, path):
         """The file's content, or None when there is no such file."""
@@ -44,12 +49,12 @@ def of_place(tree, cell):
     if not places and not cell.startswith(NOT_KEPT):
         yield "says neither where the rule is kept nor why it is not"
     for file, names in places:
-        text = tree.text(pathlib.Path(file) if "/" in file else ENGINE / file)
+        text = tree.text(pathlib.Path(file) if "/" in file else tree.of_engine(file))
         if text is None:
             yield f"there is no {file}"
             continue
         for name in filter(None, names.split(", ")):
-            if not re.search(rf"\b{name.rsplit('::', maxsplit=1)[-1]}\b", text):
+            if not all(re.search(rf"\b{part}\b", text) for part in name.split("::")):
                 yield f"there is no {name} in {file}"
 
 

@@ -141,11 +141,8 @@ def is_trace(source, mutant):
 
 def all_mutants(root, folders):
     for folder in folders:
-        directory = os.path.join(root, "src", folder)
-        for name in sorted(os.listdir(directory)):
-            if not name.endswith(".cpp"):
-                continue
-            path = os.path.join("src", folder, name)
+        for path in sorted(pathlib.Path(root, "src", folder).rglob("*.cpp")):
+            path = str(path.relative_to(root))
             with open(os.path.join(root, path), encoding="utf-8") as file:
                 source = file.read()
             for mutant in list(token_mutants(path, source)) + list(order_mutants(path, source)):

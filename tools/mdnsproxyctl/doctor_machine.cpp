@@ -6,7 +6,7 @@
 #include <iterator>
 #include <set>
 
-#include "dnssd/receive_buffer.h"
+#include "dnssd/base/receive_buffer.h"
 #include "mdnsproxyctl/address.h"
 #include "mdnsproxyctl/doctor.h"
 #include "mdnsproxyctl/ports.h"
