@@ -39,7 +39,7 @@ struct FilterReading {
   std::vector<FilterChain> chains;
 };
 
-// Runs nft, of a fixed path, in an environment of its own and without a shell, for five seconds at most. Everybody but
+// Runs nft (program.h) for five seconds at most. Everybody but
 // root gets `needs_root`, and nothing is run.
 FilterReading read_filter();
 

@@ -1,108 +1,37 @@
 // SPDX-License-Identifier: MIT
-// systemctl is started without a shell, by fixed paths and with an environment of its own, so that nothing of the
-// caller's decides what runs as root.
 #include "mdnsproxyctl/unit.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <chrono>
 #include <csignal>
+#include <utility>
 #include <vector>
 
+#include "mdnsproxyctl/program.h"
 #include "mdnsproxyctl/text.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Arguments = std::vector<const char*>;
-
-constexpr std::array<const char*, 2> kPrograms = {"/usr/bin/systemctl", "/bin/systemctl"};
-constexpr std::array<const char*, 5> kEnvironment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C.UTF-8",
-                                                     "SYSTEMD_PAGER=", "SYSTEMD_COLORS=0", nullptr};
 
 // Well beyond what systemd itself waits for a unit's commands.
 constexpr std::chrono::seconds kLongestCommand(120);
 constexpr std::chrono::milliseconds kBetweenLooks(200);
-constexpr std::size_t kMostOutput = 65536;
 
-// --- One command ---------------------------------------------------------------------------------------------------
-
-struct Command {
-  int status = -1;  // as an exit status; -1: it was ended, or could not be run
-  std::string output;
-};
-
-// Never returns. The signals that the caller holds back are this program's own business.
-[[noreturn]] void become_systemctl(const Arguments& arguments, int output) {
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-  const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
-  dup2(null, STDIN_FILENO);
-  dup2(output, STDOUT_FILENO);
-  dup2(output, STDERR_FILENO);
-  std::vector<char*> texts;
-  for (const char* each : arguments) {
-    texts.push_back(const_cast<char*>(each));
-  }
-  texts.push_back(nullptr);
-  for (const char* program : kPrograms) {
-    execve(program, texts.data(), const_cast<char* const*>(kEnvironment.data()));
-  }
-  _exit(127);
-}
-
-// Reads until the other end is closed. False: that took too long.
-bool read_until_end(int input, std::string& output) {
-  const Clock::time_point end = Clock::now() + kLongestCommand;
-  std::array<char, 4096> part;
-  while (true) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
-    pollfd ready = {input, POLLIN, 0};
-    if (left <= 0 || poll(&ready, 1, static_cast<int>(left)) == 0) {
-      return false;
-    }
-    const ssize_t got = read(input, part.data(), part.size());
-    if (got == 0 || (got < 0 && errno != EINTR)) {
-      return true;
-    }
-    if (got > 0 && output.size() < kMostOutput) {
-      output.append(part.data(), static_cast<std::size_t>(got));
-    }
-  }
-}
-
-Command systemctl(Arguments arguments) {
-  Command command;
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) {
-    return command;
-  }
+ProgramRun systemctl(std::vector<const char*> arguments) {
   arguments.insert(arguments.begin(), "systemctl");
-  const pid_t child = fork();
-  if (child == 0) {
-    become_systemctl(arguments, ends[1]);
-  }
-  close(ends[1]);
-  if (child != -1 && !read_until_end(ends[0], command.output)) {
-    kill(child, SIGKILL);
-  }
-  close(ends[0]);
-  int status = 0;
-  while (child != -1 && waitpid(child, &status, 0) == -1 && errno == EINTR) {
-  }
-  command.status = child != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return command;
+  return run_program(
+      {.paths = {"/usr/bin/systemctl", "/bin/systemctl"},
+       .arguments = std::move(arguments),
+       .environment = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C.UTF-8", "SYSTEMD_PAGER=", "SYSTEMD_COLORS=0"},
+       .keeps_errors = true,
+       .longest = kLongestCommand});
 }
-
-// --- The unit ------------------------------------------------------------------------------------------------------
 
 struct UnitState {
   std::string active;
@@ -196,7 +125,7 @@ bool systemd_runs() {
 
 Reloaded reload_unit(unsigned seconds, bool may_be_stopped) {
   const UnitState before = unit_state();
-  const Command reload = systemctl({"reload-or-restart", "--", kUnit});
+  const ProgramRun reload = systemctl({"reload-or-restart", "--", kUnit});
   if (reload.status != 0) {
     const std::string output = reload.output.substr(0, reload.output.find('\n'));
     const std::string words = reload.status == 127 ? "there is no systemctl" : shown(output);
