@@ -27,6 +27,7 @@ inline constexpr char kRulesNotFound[] = "ERROR 12013011401: cannot find rules c
 inline constexpr char kRulesStatInvalid[] = "ERROR 12013011401: rules config file stat invalid: %s";  // path
 inline constexpr char kRulesReadError[] =
     "ERROR 12013011401: read error size :%d bytes, rules config file %s";  // size, path
+// "missing": the word is there and has no value. A tag without the word is no rule, and nothing is said of it.
 inline constexpr char kRulesMissingService[] =
     "ERROR 12013011402: in %s: missing mdnsservice attribute in <mdnsproxyrule> tag";  // path
 inline constexpr char kRulesMissingRuleType[] =

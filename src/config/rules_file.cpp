@@ -16,7 +16,7 @@ static_assert(kRulesListStatus == MYSTATUS__RULES_FILE);
 
 namespace {
 
-// Every rule is followed by a browse; this keeps them from reaching the responder in one burst.
+// Every rule is followed by a browse; this keeps them from being asked on the link in one burst.
 constexpr unsigned kPauseBeforeRule = 500000;  // microseconds
 
 // The file that a rule stands in.

@@ -68,8 +68,8 @@
 // includes src/mdns and nothing else of this source tree.
 //
 // Its folders are its layers: base (names, descriptors, signals), state (the records of operations, interfaces and the
-// engine), links (sockets, what the kernel reports, interfaces, the file of a restart), operations (what each kind of
-// them does), and on top this header, dnssd.cpp and api.cpp.
+// engine), links (sockets, what the kernel reports, interfaces), operations (what each kind of them does, and the file
+// of a restart), and on top this header, dnssd.cpp and api.cpp.
 //
 // Reading order: api.cpp (each dns_sd.h function: what is checked, which operation starts); state/operation.h,
 // interface.h and engine.h (the records); dnssd.cpp (one pass, and the delivery of replies); then what the operations

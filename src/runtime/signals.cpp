@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+// A daemon that was started by hand has this handler. Under init, and so as a unit, it is not installed (daemonize):
+// there the DNS-SD library sends the goodbyes before a signal ends the process (dnssd/base/signals.cpp).
+//
 // Lifecycle of a handled signal:
 // 1. It arrives while the daemon works: the kernel keeps it pending.
 // 2. The daemon comes to a wait (pselect, a pause, the open of what may be a FIFO) and lets it through: signal_handler

@@ -126,6 +126,7 @@ void operation_event(Operation& operation, Registration& registration, const mdn
     }
     return;
   }
+  // A conflict, which another host has won.
   registration.service = 0;
   withdraw_ptr_records(operation, registration, false);
   if (registration.auto_rename) {

@@ -173,7 +173,7 @@ void send_answers(Link& link, const std::vector<DueAnswer>& answers, Protocols o
   Batch batch{link, over};
   ++link.responder.batches;
   for (const DueAnswer& answer : answers) {
-    // Otherwise an earlier packet has had the record as an additional one.
+    // Otherwise it is due over other protocols, or an earlier packet has had it as an additional record.
     if ((answer.over & answer.record->answer_over) == over) {
       add_rrset(batch, batch.answers, *answer.record);
     }

@@ -165,7 +165,7 @@ void mark_known_answers(Link& link, const Message& message) {
 
 // Takes one answer from the querier's token bucket, and from the common one unless it asks for a few. Returns when the
 // answer may be sent: now, or when the limit is exceeded the time that the common bucket gives; kNever in the latter
-// case if the record is due already.
+// case if the record is due already, whose deadline then stays as it is (answer_at).
 Time take_answer_tokens(Link& link, const CurrentQuery& current, const OwnedRecord& record) {
   Time& answers_full_at = current.source.answers_full_at;
   answers_full_at = std::clamp(answers_full_at, link.now, link.now + kManyAnswers) + kPerAnswer;

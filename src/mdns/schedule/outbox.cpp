@@ -8,8 +8,8 @@ namespace mdns {
 namespace {
 
 // The token bucket: one datagram each 1050 microseconds, with a burst of eight. So at most 8 + 952 are sent in any
-// second, and 8 + 19 in any 20 ms. Even if a busy machine sends the datagrams of two such bursts at once, these are at
-// most 32.
+// second, and 8 + 19 in any 20 ms. A busy machine may send late, together with what follows: 33 are the most that were
+// received within 20 ms.
 constexpr Time kPerDatagram = 1'050;
 constexpr Time kBurst = 8 * kPerDatagram;
 
