@@ -18,9 +18,9 @@ import statistics
 import time
 import typing
 
-from crowd import Asker, Clients, Crowd, Forger, Watcher, Wire
-from testbed import Namespace, Network, addresses_on, wait_until
-from testbed.network import quiet_interfaces
+from testbed import Network, addresses_on, wait_until
+from testbed.crowd import Asker, Clients, Crowd, Forger, Watcher, Wire
+from testbed.network import Host
 
 KIND = "_ipp._tcp"
 # of the services that questions wait for: nobody else asks for them, and nobody forges them
@@ -51,21 +51,6 @@ class Settings:
 
     def seconds(self, full, quick):
         return quick if self.quick else full
-
-
-class Host:
-    """A host of its own on a link, with its own addresses."""
-
-    interface = "eth0"
-
-    def __init__(self, link, number):
-        self.ns = Namespace(f"host {number} of link {link.name}")
-        self.number = link.number
-        quiet_interfaces(self.ns)
-        link.attach(self.ns, self.interface, number)
-
-    def close(self):
-        self.ns.close()
 
 
 class Field:
@@ -121,8 +106,7 @@ class Field:
         here.ns.run(f"ip link add far type veth peer name {link} netns {self.network.gateway.path}")
         here.ns.run("ip link set dev far up")
         self.network.gateway.run(f"ip link set dev {link} up")
-        self.network.gateway.run(f"ip addr add {self.network[link].address4(1)}/24 dev {link}")
-        self.network.gateway.run(f"ip addr add {self.network[link].address6(1)}/64 dev {link} nodad")
+        self.network[link].give_addresses(self.network.gateway, link, 1)
         return self.keep(Wire(here, "far", loss, seed))
 
     def __enter__(self):
@@ -136,7 +120,7 @@ class _Outlet:
     """A link whose port for the gateway is free again, for a namespace without any address of its own."""
 
     def __init__(self, link):
-        self.link, self.name, self.number = link, link.name, link.number
+        self.link, self.name, self.number, self.ipv4, self.ipv6 = link, link.name, link.number, False, False
 
     def attach(self, namespace, interface, host):
         namespace.set("net/ipv6/conf/default/disable_ipv6", 1)

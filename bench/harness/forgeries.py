@@ -71,7 +71,7 @@ def _run(subject, genuine, act, calm):
             packets, first, last = attack.result()
         figures = {"packets": packets, "lasted": last - first} | _aftermath(process, watcher, genuine + ASKED_COUNT,
                                                                             usual_share)
-        seen, _ = watcher.ask(f"service Device {_NEW}")
+        seen, _ = watcher.figures(f"service Device {_NEW}")
         asked_for, cpu = waits(asker.stop()), meter.cpu - usual_share * (time.time() - begin)
         return figures | {"otherwise": usual, "waits": asked_for, "cpu": max(0.0, cpu), "growth": meter.growth,
                           "new_visible": seen - announced if seen else None, "pace": pace(watcher),

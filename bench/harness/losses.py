@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""A link that loses packets: link b, link a, or both. The wire (tests/scale/air/wire.cpp) drops frames of both
+"""A link that loses packets: link b, link a, or both. The wire (tests/support/air/wire.cpp) drops frames of both
 directions by chance, the same chance for each subject; no module of the kernel is needed. A client on link b browses
 and resolves."""
 

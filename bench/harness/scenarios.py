@@ -13,8 +13,8 @@ import contextlib
 import statistics
 import time
 
-from crowd import Clients, Crowd, Watcher
 from testbed import Network, addresses_on
+from testbed.crowd import Clients, Crowd, Watcher
 
 from .field import BURST_SECONDS, KIND, TXT_BYTES, wait_up_to
 from .subjects import Floor

@@ -12,14 +12,11 @@ all of them), `gateway` on which of the network's gateways. The daemon keeps a s
 """
 
 import pathlib
-import queue
-import subprocess
-import threading
 
-from crowd import build_directory
 from testbed import Box, Daemon, rule, rules_list, wait_until
-
-from .process import Process, descendant
+from testbed.daemon import build_directory
+from testbed.dialogue import Dialogue
+from testbed.figures import Figures
 
 _AVAHI = "/usr/sbin/avahi-daemon"
 # Debian's avahi-daemon.conf as the package installs it, without its comments, and without D-Bus, which a box has not.
@@ -50,7 +47,7 @@ class Mdnsproxy:
         if state_file:  # which it keeps where it finds the directory
             self.daemon.box.path("/run/mdnsproxy").mkdir()
         self.daemon.start_and_wait(within=30 + len(rules))
-        self.process = Process(_find(self.daemon.box, "mdnsproxy"))
+        self.process = Figures(self.daemon.box.find("mdnsproxy"))
 
     def logs(self):
         return self.daemon.logs()
@@ -70,7 +67,7 @@ class Reflector:
         self.box.write("/etc/avahi/avahi-daemon.conf", _AVAHI_CONF.format(filters=filters))
         self.box.start(_AVAHI, "--no-drop-root", "--no-chroot", "--no-rlimits")
         wait_until(lambda: "Server startup complete" in self.box.output(), 30, "avahi-daemon started")
-        self.process = Process(_find(self.box, "avahi-daemon"))
+        self.process = Figures(self.box.find("avahi-daemon"))
 
     def logs(self):
         return self.box.logs()
@@ -84,21 +81,13 @@ class ReflectorFiltered(Reflector):
     filters = True
 
 
-class Floor:
+class Floor(Dialogue):
     name = "floor"
 
     def __init__(self, network, kinds):
         path = build_directory() / "bench" / "register_floor"
-        self._program = subprocess.Popen(  # pylint: disable=consider-using-with
-            network.gateway.command(str(path), "b", *kinds), stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-        self._lines = queue.Queue()
-        threading.Thread(target=self._read, daemon=True).start()
-        assert self._lines.get(timeout=10).strip() == "ready"
-        self.process = Process(self._program.pid)  # nsenter has become the program
-
-    def _read(self):
-        for line in self._program.stdout:
-            self._lines.put(line)
+        super().__init__(self.name, network.gateway.command(str(path), "b", *kinds))
+        self.process = Figures(self.pid)  # nsenter has become the program
 
     def announce(self, first, count, seconds=0.0):  # pylint: disable=unused-argument
         return self._command("register", first, count)
@@ -107,22 +96,11 @@ class Floor:
         return self._command("release", first, count)
 
     def _command(self, word, first, count):
-        self._program.stdin.write(f"{word} {first} {count}\n")
-        self._program.stdin.flush()
-        begin, end = self._lines.get(timeout=60).split()[-2:]
+        begin, end = self.ask(word, first, count, within=60).split()[-2:]
         return float(begin), float(end)
 
     def logs(self):
         return ""
-
-    def close(self):
-        self._program.stdin.close()
-        try:
-            self._program.wait(20)
-        except subprocess.TimeoutExpired:
-            self._program.kill()
-            self._program.wait()
-        self._program.stdout.close()
 
 
 SUBJECTS = {subject.name: subject for subject in (Mdnsproxy, Reflector, ReflectorFiltered, Floor)}
@@ -130,9 +108,3 @@ SUBJECTS = {subject.name: subject for subject in (Mdnsproxy, Reflector, Reflecto
 
 def has_reflector():
     return pathlib.Path(_AVAHI).exists()
-
-
-def _find(box, name):
-    """The machine's id of the process `name` in a box."""
-    init = box._init.pid  # pylint: disable=protected-access
-    return wait_until(lambda: descendant(init, name), 10, f"the process {name}")

@@ -4,15 +4,11 @@
 import contextlib
 import ctypes
 import os
-import pathlib
-import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
-
-from testbed import dns  # noqa: E402
-from testbed.ear import Ear  # noqa: E402
-from testbed.sockets import open_on  # noqa: E402
-from testbed.waiting import wait_until  # noqa: E402
+from testbed import dns
+from testbed.ear import Ear
+from testbed.sockets import open_on
+from testbed.waiting import wait_until
 
 _CLONE_NEWNET = 0x40000000
 _libc = ctypes.CDLL(None, use_errno=True)

@@ -7,6 +7,7 @@
 
 import pytest
 from testbed import dns, rule, wait_until
+from testbed.scene import Scene
 
 TYPE, NAME, HOST = "_ipp._tcp.local", "Printer._ipp._tcp.local", "printer.local"
 HOST_TTL, OTHER_TTL = 120, 4500  # RFC 6762 section 10
@@ -15,7 +16,6 @@ HOST_TTL, OTHER_TTL = 120, 4500  # RFC 6762 section 10
 @pytest.fixture(scope="module")
 def heard():
     """(packets of the gateway on link b, its addresses there) of one run: start, a printer, its goodbye, stop."""
-    from conftest import Scene  # pylint: disable=import-outside-toplevel
     scene = Scene()
     try:
         net = scene.network("a", "b")

@@ -12,8 +12,8 @@ tests.
 import signal
 
 import pytest
-from conftest import Scene
 from testbed import Ctl, rule, rules_list, wait_until
+from testbed.scene import Scene
 
 FILE = "/tmp/new.xml"
 OFFICE = ("Office Printer", "a", "b", "forwarded", None)

@@ -198,7 +198,7 @@ class ShyHost(threading.Thread):
             packet, sender = self.opened.recvfrom(9000)
             message = dns.decode(packet)
             if sender[1] != 5353 and any(each.name == self.record.name for each in message.questions):
-                self.opened.sendto(dns.encode(dns.Message(dns.RESPONSE, answers=[self.record])), sender)
+                self.opened.sendto(dns.response(self.record), sender)
 
     def close(self):
         self.stop.send(b".")

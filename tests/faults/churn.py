@@ -4,13 +4,12 @@
 import random
 import time
 
-from client import Client
-from process_figures import Figures
-from testbed import chosen_seed, mdnsproxy_path, rule, wait_until
+from testbed import Client, chosen_seed, mdnsproxy_path, rule, wait_until
+from testbed.figures import DaemonFigures
 
 HOSTS = 4
 # Memory that the C library keeps in pieces although nothing is in them, and tables that grow but do not shrink.
-RESIDENT_SLACK_KIB = 4096
+RESIDENT_SLACK = 4 << 20  # bytes
 # An idle Avahi cache still holds what was said goodbye to for a second; addresses live two minutes without their host.
 SETTLES_WITHIN = 10
 # So that a failure shows whether memory grew all the while or rose to what the busiest moment took.
@@ -26,7 +25,7 @@ class Churn:
         self.client = scene.keep(Client(network["b"], scene.ear(network["b"]), network.gateway))
         self.devices = [scene.device(network["a"], host=f"host-{number}", addresses=self._addresses())
                         for number in range(HOSTS)]
-        self.figures = Figures(self.daemon.box, mdnsproxy_path())
+        self.figures = DaemonFigures(self.daemon.box.find("mdnsproxy"), mdnsproxy_path())
         self.events = 0
 
     def _addresses(self):
@@ -74,7 +73,7 @@ def returns_to_where_it_started(scene, seconds):
     churn.goes_on(min(10, seconds / 2))
     churn.everything_goes()
     figures = churn.figures
-    blocks, descriptors, resident = figures.blocks, figures.descriptors, figures.resident
+    blocks, descriptors, resident = figures.blocks, figures.descriptors, figures.memory
     print(f"at first: {figures}")
     churn.goes_on(seconds)
     print(f"at work: {figures}")
@@ -82,6 +81,6 @@ def returns_to_where_it_started(scene, seconds):
     print(f"at last, after {churn.events} events: {figures}")
     wait_until(lambda: (figures.blocks, figures.descriptors) == (blocks, descriptors), SETTLES_WITHIN,
                lambda: f"{blocks} blocks and {descriptors} descriptors, but {figures}")
-    assert figures.is_sanitized or figures.resident <= resident + RESIDENT_SLACK_KIB, (
-        f"{resident} KiB, then {figures.resident}")
+    assert figures.is_sanitized or figures.memory <= resident + RESIDENT_SLACK, (
+        f"{resident} bytes, then {figures.memory}")
     assert churn.daemon.stop() == 10

@@ -6,8 +6,7 @@ import threading
 import time
 
 import testbed
-from client import Client
-from testbed import chosen_seed, rule, rules_list, wait_until
+from testbed import Client, chosen_seed, rule, rules_list, wait_until
 
 RULES = rules_list(rule("_ipp._tcp", "a", "b"), rule("_http._tcp", "a", "b"))
 SERVICES = 40

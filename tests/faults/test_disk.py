@@ -8,8 +8,7 @@ The box's /tmp is where the status file goes; a small file system is mounted the
 """
 
 import pytest
-from client import Client
-from testbed import rule, wait_until
+from testbed import Client, rule, wait_until
 
 RULES = "/tmp/mdnsproxyrule-list.xml"
 STATUS = "/tmp/mdnsproxy.out"

@@ -8,8 +8,7 @@
 import os
 import signal
 
-from client import Client
-from testbed import dns, rule, wait_until
+from testbed import Client, dns, rule, wait_until
 
 
 

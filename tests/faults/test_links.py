@@ -7,8 +7,7 @@
 """
 
 import pytest
-from client import Client
-from testbed import dns, rule, wait_until
+from testbed import Client, dns, rule, wait_until
 
 SERVICE = "Office Printer._ipp._tcp.local"
 SRV = (0, 0, 631, dns.labels("printer.local"))
@@ -43,9 +42,7 @@ class Gateway:
 
     def give_addresses(self, name):
         """What the kernel took away when the interface went down."""
-        link = self.network[name]
-        self.ns.run(f"ip addr replace {link.address4(1)}/24 dev {name}")
-        self.ns.run(f"ip addr replace {link.address6(1)}/64 dev {name} nodad")
+        self.network[name].give_addresses(self.ns, name, host=1)
 
 
 @pytest.fixture

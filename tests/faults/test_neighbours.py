@@ -5,8 +5,7 @@ service came to the moment when nobody has said anything for a while."""
 import time
 
 import pytest
-from client import Client
-from testbed import Network, addresses_on, dns, rule, wait_until
+from testbed import Client, Network, addresses_on, dns, rule, wait_until
 
 PTR_NAME = "_ipp._tcp.local"
 PRINTER = "Office Printer._ipp._tcp.local"

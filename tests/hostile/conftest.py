@@ -1,17 +1,5 @@
 # SPDX-License-Identifier: MIT
-"""The scene of the end-to-end tests, and their vocabulary, for the tests of this folder too."""
+"""The scene of the tests in network namespaces, for those of this folder."""
 
-import importlib.util
-import pathlib
-import sys
-
-_E2E = pathlib.Path(__file__).resolve().parents[1] / "e2e"
-sys.path.insert(0, str(_E2E))
-_specification = importlib.util.spec_from_file_location("e2e_conftest", _E2E / "conftest.py")
-_conftest = importlib.util.module_from_spec(_specification)
-_specification.loader.exec_module(_conftest)
-
-scene = _conftest.scene
-pytest_collection_modifyitems = _conftest.pytest_collection_modifyitems
-pytest_runtest_makereport = _conftest.pytest_runtest_makereport
-pytest_sessionstart = _conftest.pytest_sessionstart
+from testbed.scene import (  # noqa: F401
+    pytest_collection_modifyitems, pytest_runtest_makereport, pytest_sessionstart, scene)

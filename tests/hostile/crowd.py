@@ -3,9 +3,8 @@
 
 import time
 
-import adversary
 from flooded import GENUINE, Flooded
-from testbed import dns, wait_until
+from testbed import adversary, dns, wait_until
 
 LIMIT = 2001
 # A link that is flooded is served late, not wrongly: what was taken in has to be worked off first.

@@ -3,9 +3,8 @@
 
 import time
 
-from adversary import Adversary
-from client import Client
-from testbed import dns, rule, wait_until
+from testbed import Client, dns, rule, wait_until
+from testbed.adversary import Adversary
 
 GENUINE = "Genuine._ipp._tcp.local"
 

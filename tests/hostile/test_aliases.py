@@ -7,10 +7,9 @@ asks for.
     [ adversary       ]----+
 """
 
-import adversary
 import pytest
 from flooded import Flooded
-from testbed import dns, wait_until
+from testbed import adversary, dns, wait_until
 from testbed.device import Service
 
 HOST = ("h", "local")

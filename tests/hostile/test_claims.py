@@ -9,9 +9,8 @@
 import threading
 import time
 
-from adversary import Adversary, addresses_of
-from client import Client
-from testbed import dns, rule, wait_until
+from testbed import Client, dns, rule, wait_until
+from testbed.adversary import Adversary, addresses_of
 
 
 class Claimant:
@@ -30,7 +29,7 @@ class Claimant:
             packets = self.client.heard_packets()
             for packet in packets[answered:]:
                 for answer in self._answers(packet.message):
-                    self.adversary.say(dns.encode(dns.Message(dns.RESPONSE, answers=answer)))
+                    self.adversary.say(dns.response(*answer))
             answered = len(packets)
 
     @staticmethod

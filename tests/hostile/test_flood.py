@@ -12,10 +12,9 @@ the flood's first packet to the moment when the gateway has been silent on link 
 
 import itertools
 
-import adversary
 import pytest
 from flooded import GENUINE, Flooded
-from testbed import chosen_seed, wait_until
+from testbed import adversary, chosen_seed, wait_until
 
 
 @pytest.fixture

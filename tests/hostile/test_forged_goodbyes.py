@@ -8,9 +8,8 @@
 
 import time
 
-from adversary import Adversary
-from client import Client
-from testbed import dns, rule, wait_until
+from testbed import Client, dns, rule, wait_until
+from testbed.adversary import Adversary
 
 KIND = "_ipp._tcp.local"
 INSTANCES = [dns.labels(f"Printer {number}.{KIND}") for number in range(60)]
@@ -19,8 +18,7 @@ BELIEVED_AFTER = 1.0  # seconds (RFC 6762 section 10.1)
 
 
 def goodbyes():
-    return dns.encode(dns.Message(dns.RESPONSE,
-                                  answers=[dns.Record(dns.labels(KIND), dns.PTR, each, 0) for each in FORGED]))
+    return dns.response(*(dns.Record(dns.labels(KIND), dns.PTR, each, 0) for each in FORGED))
 
 
 def contradicted(ear, client, forged):

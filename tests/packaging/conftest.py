@@ -2,14 +2,9 @@
 """What the packaging tests share: the vocabulary of the end-to-end tests, one build of the package, one Debian root."""
 
 import os
-import pathlib
-import sys
 
 import pytest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
-
-# pylint: disable=wrong-import-position
 from debian_root import DebianRoot
 from package import Package
 

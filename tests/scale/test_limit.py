@@ -10,9 +10,8 @@ The deadlines are those of a machine that does other things as well; bench/ judg
 import syslog
 
 import pytest
-from crowd import Crowd, Watcher
-from testbed import addresses_on, rule, wait_until
-from testbed.waiting import stays_true
+from testbed import addresses_on, rule, stays_true, wait_until
+from testbed.crowd import Crowd, Watcher
 
 LIMIT = 2001  # instances that the daemon forwards at a time
 ONE_MORE = LIMIT  # the number of the first device beyond it: they count from 0

@@ -8,8 +8,8 @@ import signal
 import time
 
 import pytest
-from crowd import Crowd
 from testbed import addresses_on, dns, rule, wait_until
+from testbed.crowd import Crowd
 
 COUNT = 500
 KIND = "_ipp._tcp"

@@ -2,7 +2,7 @@
 """What ./demo shows: a printer on link A before, while and after mdnsproxy makes it usable on link B.
 
 Everything happens in network namespaces that this process alone keeps alive, and the daemon has a file system and a
-process table of its own (tests/e2e/testbed), so nothing is left when it ends, however it ends.
+process table of its own (tests/support/testbed), so nothing is left when it ends, however it ends.
 """
 
 import os
@@ -13,7 +13,7 @@ import sys
 import threading
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tests" / "e2e"))
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tests" / "support"))
 
 from testbed import Browser, Daemon, Network, Printer, rule  # noqa: E402  pylint: disable=wrong-import-position
 

@@ -8,49 +8,34 @@ import struct
 import threading
 import time
 
-from testbed import dns
-from testbed.namespace import Namespace
-from testbed.network import quiet_interfaces
-from testbed.sockets import open_on
+from . import dns
+from .network import Host
+from .voice import Voice
 
 KIND = "_ipp._tcp.local"
 HEADER = struct.Struct("!6H")
-
-
 _HOST_NUMBER = 66
-
-
-class Seat:
-    """A host of its own on the link: what it says comes from its own addresses."""
-
-    interface, ipv4, ipv6 = "eth0", True, True
-
-    def __init__(self, link):
-        self.ns = Namespace("adversary")
-        quiet_interfaces(self.ns)
-        link.attach(self.ns, self.interface, _HOST_NUMBER)
 
 
 class Adversary:
     """Sends from a host of its own on a link, over IPv4 and IPv6 in turn. `sent` counts packets."""
 
     def __init__(self, link):
-        self.link = Seat(link)
+        self.link = Host(link, _HOST_NUMBER)
         self.addresses = link.addresses(_HOST_NUMBER)
         self.sent = 0
-        self._sockets = open_on(self.link)
+        self._voice = Voice(self.link)
         self._stopped = threading.Event()
         self._thread = None
 
     def send(self, packet):
-        opened, group = self._sockets[self.sent % len(self._sockets)]
+        opened, group = self._voice.sockets[self.sent % len(self._voice.sockets)]
         opened.sendto(packet, group)
         self.sent += 1
 
     def say(self, packet):
         """Sends it over both protocols."""
-        for opened, group in self._sockets:
-            opened.sendto(packet, group)
+        self._voice.send(packet)
 
     def flood(self, packets, per_second):
         """Sends them all, at that pace or slower, and returns when it is done."""
@@ -75,9 +60,8 @@ class Adversary:
         self._stopped.set()
         if self._thread:
             self._thread.join()
-        for opened, _ in self._sockets:
-            opened.close()
-        self.link.ns.close()
+        self._voice.close()
+        self.link.close()
 
 
 # --- What it sends ----------------------------------------------------------------------------------------------------
@@ -96,8 +80,7 @@ def announcement(name, target, port=631, txt=b"\x09txtvers=1", addresses=(), ttl
     records = [dns.Record(dns.labels(KIND), dns.PTR, dns.labels(name), ttl),
                dns.Record(dns.labels(name), dns.SRV, (0, 0, port, dns.labels(target)), min(ttl, dns.HOST_TTL), True),
                dns.Record(dns.labels(name), dns.TXT, txt, ttl, True)]
-    return dns.encode(dns.Message(dns.RESPONSE,
-                                  answers=records + addresses_of(target, *addresses, ttl=min(ttl, dns.HOST_TTL))))
+    return dns.response(*records, *addresses_of(target, *addresses, ttl=min(ttl, dns.HOST_TTL)))
 
 
 def addresses_of(target, *addresses, ttl=dns.HOST_TTL, flush=True):
@@ -128,6 +111,7 @@ def record(name, kind, data, ttl=dns.OTHER_TTL, length=None):
 
 
 def response(*records, count=None):
+    """A message of raw records, whose count of them may lie."""
     return HEADER.pack(0, dns.RESPONSE, 0, count if count is not None else len(records), 0, 0) + b"".join(records)
 
 
@@ -275,8 +259,7 @@ def changing_addresses(target, count, odd=True):
     for number in range(count):
         ordinary = (f"10.1.{number // 250 % 250 + 1}.{number % 250 + 1}", f"fd00:1::{number + 16:x}")
         strange = choices[number % len(choices)] if odd and number % 3 == 0 else None
-        yield dns.encode(dns.Message(dns.RESPONSE,
-                                     answers=addresses_of(target, *((strange,) if strange else ordinary))))
+        yield dns.response(*addresses_of(target, *((strange,) if strange else ordinary)))
 
 
 def conflicting_srv(name, count):
@@ -284,7 +267,7 @@ def conflicting_srv(name, count):
     for number in range(count):
         srv = dns.Record(dns.labels(name), dns.SRV, (0, 0, number % 65536, dns.labels(host(number))), dns.HOST_TTL,
                          True)
-        yield dns.encode(dns.Message(dns.RESPONSE, answers=[srv, *addresses_of(host(number), "10.1.0.66")]))
+        yield dns.response(srv, *addresses_of(host(number), "10.1.0.66"))
 
 
 def noise(seed, count):

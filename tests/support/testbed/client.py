@@ -3,8 +3,9 @@
 
 import time
 
-from testbed import addresses_on, dns
-from testbed.sockets import open_on
+from . import dns
+from .network import addresses_on
+from .voice import Voice
 
 
 class Client:
@@ -19,12 +20,7 @@ class Client:
         # (name, kind, data) of what other hosts have announced: theirs as much as the gateway's
         self._vouched_for = set()
         self._taken_in = 0
-        self._sockets = open_on(link)
-
-    def ask(self, name, kind):
-        question = dns.encode(dns.Message(questions=[dns.Question(dns.labels(name), kind)]))
-        for opened, group in self._sockets:
-            opened.sendto(question, group)
+        self._voice = Voice(link)
 
     def finds(self, name, kind=dns.SRV, within=5):
         """The data of the gateway's answer. Asks again every second, since a responder need not repeat what it has just
@@ -32,7 +28,7 @@ class Client:
         started = time.monotonic()
         deadline = started + within
         while time.monotonic() < deadline:
-            self.ask(name, kind)
+            self._voice.ask(name, kind)
             again = time.monotonic() + 1
             while time.monotonic() < again:
                 heard = [record for _, record in self.ear.heard(name, kind, sources=self.gateway, since=started)
@@ -87,5 +83,4 @@ class Client:
         return set(self._held.get((kind, dns.PTR), ()))
 
     def close(self):
-        for opened, _ in self._sockets:
-            opened.close()
+        self._voice.close()

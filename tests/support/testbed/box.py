@@ -19,6 +19,7 @@ import tempfile
 import threading
 import time
 
+from .figures import descendant
 from .waiting import wait_until
 
 _INIT = pathlib.Path(__file__).with_name("box_init.py")
@@ -137,6 +138,10 @@ class Box:
                    "the start of a program in the box")
         assert len(self.started) > number, f"the box is broken:\n{self.output('init')}"
         return Process(self, self.started[number])
+
+    def find(self, name):
+        """The id, as this machine counts, of the process called `name` that runs in the box or is about to."""
+        return wait_until(lambda: descendant(self._init.pid, name), 10, f"the process {name}")
 
     def run(self, *arguments):
         """Runs a program in the box to its end and returns what it wrote; it has to succeed."""

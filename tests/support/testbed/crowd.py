@@ -1,76 +1,30 @@
 # SPDX-License-Identifier: MIT
 """The vocabulary of a crowded link, beside that of the end-to-end tests.
 
-    Crowd     thousands of devices on a link, each with one service (air/announcer.cpp)
-    Clients   phones and laptops that browse there and ask again (air/clients.cpp)
-    Watcher   which services of a link could be used, and what the gateway's packets weigh (air/observer.cpp)
-    Asker     how long the questions of a link wait for their answers (air/asker.cpp)
-    Forger    a host that says what is not so (air/forger.cpp)
-    Wire      a wire that loses frames (air/wire.cpp)
+    Crowd     thousands of devices on a link, each with one service (../air/announcer.cpp)
+    Clients   phones and laptops that browse there and ask again (../air/clients.cpp)
+    Watcher   which services of a link could be used, and what the gateway's packets weigh (../air/observer.cpp)
+    Asker     how long the questions of a link wait for their answers (../air/asker.cpp)
+    Forger    a host that says what is not so (../air/forger.cpp)
+    Wire      a wire that loses frames (../air/wire.cpp)
 
-Each is a program of its own, on the far side of a pipe: it ends with the test process, however that ends. Times are
-seconds of the real-time clock, by which the kernel stamps the packets.
+Each is a program of its own, on the far side of a pipe. Times are seconds of the real-time clock, by which the kernel
+stamps the packets.
 """
 
 import json
-import pathlib
-import os
-import queue
-import subprocess
-import sys
-import threading
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "e2e"))
-
-from testbed.daemon import build_directory  # noqa: E402  pylint: disable=wrong-import-position
-from testbed.waiting import wait_until  # noqa: E402  pylint: disable=wrong-import-position
+from .daemon import build_directory
+from .dialogue import Dialogue
+from .waiting import wait_until
 
 
-class _Program:
-    """One of the programs in air/: takes lines, answers with lines."""
+class _Program(Dialogue):
+    """One of the programs in ../air."""
 
     def __init__(self, name, link, *arguments):
         path = build_directory() / "air" / name
-        self.name = name
-        self._process = subprocess.Popen(  # pylint: disable=consider-using-with
-            link.ns.command(str(path), "--interface", link.interface, *map(str, arguments)), stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE, text=True)
-        self._lines = queue.Queue()
-        threading.Thread(target=self._read, daemon=True).start()
-        assert self.answer(10) == "ready"
-
-    def _read(self):
-        for line in self._process.stdout:
-            self._lines.put(line.rstrip("\n"))
-
-    def yield_processor(self):
-        """Many hosts on the few cores of one machine must not take the time of those that are measured."""
-        os.setpriority(os.PRIO_PROCESS, self._process.pid, 15)
-
-    def tell(self, *words):
-        self._process.stdin.write(" ".join(map(str, words)) + "\n")
-        self._process.stdin.flush()
-
-    def answer(self, within):
-        try:
-            return self._lines.get(timeout=within)
-        except queue.Empty:
-            raise AssertionError(f"{self.name} has not answered within {within} s") from None
-
-    def close(self):
-        self._process.stdin.close()
-        try:
-            self._process.wait(5)
-        except subprocess.TimeoutExpired:
-            self._process.kill()
-            self._process.wait()
-        self._process.stdout.close()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()
+        super().__init__(name, link.ns.command(str(path), "--interface", link.interface, *map(str, arguments)))
 
 
 class Crowd(_Program):
@@ -100,12 +54,10 @@ class Crowd(_Program):
 
     def vanish(self, first, count):
         """They fall silent."""
-        self.tell("vanish", first, count)
-        self.answer(5)
+        self.ask("vanish", first, count, within=5)
 
     def _wave(self, word, first, count, seconds, *more):
-        self.tell(word, first, count, seconds, *more)
-        begin, end = self.answer(seconds + 30).split()[-2:]
+        begin, end = self.ask(word, first, count, seconds, *more, within=seconds + 30).split()[-2:]
         return float(begin), float(end)
 
 
@@ -139,54 +91,53 @@ class Watcher(_Program):
         super().__init__("air-observer", link, "--from", ",".join(gateway_addresses), "--grace", int(grace * 1000))
         self.link = link
 
-    def ask(self, word):
-        self.tell(word)
-        return json.loads(self.answer(30))
+    def figures(self, word):
+        return json.loads(self.ask(word, within=30))
 
     @property
     def there(self):
         """How many services could be used now."""
-        return self.ask("count")["there"]
+        return self.figures("count")["there"]
 
     @property
     def listed(self):
         """How many have a PTR record now."""
-        return self.ask("count")["listed"]
+        return self.figures("count")["listed"]
 
     @property
     def services(self):
         """{instance name: (when it could be used first, when it went last)}, 0 for not yet."""
-        return {name: tuple(times) for name, times in self.ask("services").items()}
+        return {name: tuple(times) for name, times in self.figures("services").items()}
 
     def is_there(self, name):
         """Whether the instance of that name could be used now."""
-        seen, gone = self.ask(f"service {name}")
+        seen, gone = self.figures(f"service {name}")
         return seen > gone
 
     @property
     def absences(self):
         """{instance name: (how often it was gone and came back, for how long at most, for how long all together)}."""
-        return {name: tuple(figures) for name, figures in self.ask("absences").items()}
+        return {name: tuple(figures) for name, figures in self.figures("absences").items()}
 
     @property
     def lags(self):
         """{"txt": [seconds, ...], "address": [...]}: how long after its change each new datum was first seen."""
-        return self.ask("lags")
+        return self.figures("lags")
 
     @property
     def traffic(self):
-        return self.ask("traffic")
+        return self.figures("traffic")
 
     def reset(self):
-        self.ask("reset")
+        self.figures("reset")
 
     def sees(self, count, within):
         wait_until(lambda: self.there >= count, within,
-                   lambda: f"{count} services on link {self.link.name}: {self.ask('count')}")
+                   lambda: f"{count} services on link {self.link.name}: {self.figures('count')}")
 
     def loses_all(self, within):
         wait_until(lambda: self.listed == 0, within,
-                   lambda: f"no service on link {self.link.name}: {self.ask('count')}")
+                   lambda: f"no service on link {self.link.name}: {self.figures('count')}")
 
 
 class Asker(_Program):
@@ -199,8 +150,7 @@ class Asker(_Program):
 
     def stop(self):
         """{"asked": N, "unanswered": N, "waits": [seconds, ...]} of the questions since `go`."""
-        self.tell("stop")
-        return json.loads(self.answer(30))
+        return json.loads(self.ask("stop", within=30))
 
 
 class Forger(_Program):
@@ -222,8 +172,7 @@ class Forger(_Program):
         return self._send(seconds + 30, "flood", seconds)
 
     def _send(self, within, *words):
-        self.tell(*words)
-        _, packets, begin, end = self.answer(within).split()
+        _, packets, begin, end = self.ask(*words, within=within).split()
         return int(packets), float(begin), float(end)
 
 
@@ -237,6 +186,5 @@ class Wire(_Program):
     @property
     def counts(self):
         """(frames carried, frames lost)."""
-        self.tell("count")
-        words = self.answer(5).split()
+        words = self.ask("count", within=5).split()
         return int(words[1]), int(words[3])

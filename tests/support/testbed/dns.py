@@ -99,6 +99,16 @@ def encode(message):
     return b"".join(parts)
 
 
+def response(*records):
+    """A multicast response with these answers, as bytes."""
+    return encode(Message(RESPONSE, answers=list(records)))
+
+
+def query(*questions, known=()):
+    """A query, as bytes; `known`: the answers that the querier has already (RFC 6762 section 7.1)."""
+    return encode(Message(questions=list(questions), answers=list(known)))
+
+
 class _Reader:
     def __init__(self, data):
         self.data = data

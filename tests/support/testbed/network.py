@@ -56,8 +56,27 @@ class Link:
         self.ns.run(f"ip link add {port} type veth peer name {interface} netns {other.path}")
         self.ns.run(f"ip link set dev {port} master {self.interface} up")
         other.run(f"ip link set dev {interface} up")
-        other.run(f"ip addr add {self.address4(host)}/24 dev {interface}")
-        other.run(f"ip addr add {self.address6(host)}/64 dev {interface} nodad")
+        self.give_addresses(other, interface, host)
+
+    def give_addresses(self, other, interface, host):
+        """Also once more: the kernel takes some of them away when the interface goes down."""
+        other.run(f"ip addr replace {self.address4(host)}/24 dev {interface}")
+        other.run(f"ip addr replace {self.address6(host)}/64 dev {interface} nodad")
+
+    def close(self):
+        self.ns.close()
+
+
+class Host:
+    """A further host on a link, with addresses of its own. It is a place to open sockets at, as a link is."""
+
+    interface = "eth0"
+
+    def __init__(self, link, number):
+        self.ns = Namespace(f"host {number} of link {link.name}")
+        self.name, self.number, self.ipv4, self.ipv6 = link.name, link.number, link.ipv4, link.ipv6
+        quiet_interfaces(self.ns)
+        link.attach(self.ns, self.interface, number)
 
     def close(self):
         self.ns.close()

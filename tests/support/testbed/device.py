@@ -7,7 +7,7 @@ import socket
 import threading
 
 from . import dns
-from .sockets import open_on
+from .voice import Voice
 
 
 class Service:
@@ -51,7 +51,7 @@ class Device:
         self.addresses = list(link.addresses() if addresses is None else addresses)
         self.services = []
         self._lock = threading.Lock()
-        self._sockets = open_on(link)
+        self._voice = Voice(link)
         self._stop_reading, self._stop = socket.socketpair()
         self._thread = threading.Thread(target=self._serve, daemon=True)
         self._thread.start()
@@ -92,7 +92,7 @@ class Device:
         self.say([record for service in services for record in service.records] + self.address_records())
 
     def say(self, records):
-        self.send(dns.Message(dns.RESPONSE, answers=list(records)))
+        self._voice.respond(records)
 
     def say_goodbye(self, records):
         self.say([dns.Record(record.name, record.kind, record.data, 0, record.flush) for record in records])
@@ -101,8 +101,7 @@ class Device:
         self.send_bytes(dns.encode(message))
 
     def send_bytes(self, data):
-        for opened, group in self._sockets:
-            opened.sendto(data, group)
+        self._voice.send(data)
 
     def address_records(self):
         return [dns.Record(self.host, dns.AAAA if ":" in address else dns.A, address, self.address_ttl, True)
@@ -112,10 +111,10 @@ class Device:
 
     def _serve(self):
         while True:
-            ready = select.select([opened for opened, _ in self._sockets] + [self._stop_reading], [], [])[0]
+            ready = select.select([opened for opened, _ in self._voice.sockets] + [self._stop_reading], [], [])[0]
             if self._stop_reading in ready:
                 return
-            for opened, group in self._sockets:
+            for opened, group in self._voice.sockets:
                 if opened in ready:
                     self._answer(opened, group)
 
@@ -137,7 +136,7 @@ class Device:
                               and (record.kind, record.data) == (seen.kind, seen.data)
                               and seen.ttl * 2 >= record.ttl for seen in message.answers)]
         if answers and sender[1] == group[1]:
-            opened.sendto(dns.encode(dns.Message(dns.RESPONSE, answers=answers)), group)
+            opened.sendto(dns.response(*answers), group)
         elif answers:
             # A question from another port wants its answer there, with its number and itself (RFC 6762 section 6.7).
             answer = dns.Message(dns.RESPONSE, questions=message.questions, answers=answers)
@@ -147,8 +146,7 @@ class Device:
         """Vanishes without a word."""
         self._stop.send(b".")
         self._thread.join()
-        for opened, _ in self._sockets:
-            opened.close()
+        self._voice.close()
         self._stop.close()
         self._stop_reading.close()
 
