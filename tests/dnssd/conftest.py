@@ -2,15 +2,15 @@
 """Fixtures: a link of two hosts for each file, and drivers that a failing test prints the logs of."""
 
 import contextlib
-import os
-import sys
 
 import pytest
 
-sys.path.insert(0, os.path.dirname(__file__))
-
-import driver as d  # noqa: E402
-from air import Air  # noqa: E402
+import driver as d
+from air import Air
+from testbed import Namespace
+from testbed.dialogue import Program
+from testbed.network import wire
+from testbed.scene import pytest_collection_modifyitems, pytest_sessionstart  # noqa: F401
 
 
 class Link:
@@ -23,7 +23,7 @@ class Link:
         self.hosts, self.drivers, self.processes, self.airs = [], [], [], []
         try:
             self.near, self.far = self.host("near"), self.host("far")
-            d.link(self.near, "eth0", self.far, "eth0", **protocols)
+            wire(self.near, "eth0", self.far, "eth0", **protocols)
             self.near_index, self.far_index = self.near.index("eth0"), self.far.index("eth0")
         except BaseException:
             self.remove()
@@ -31,7 +31,7 @@ class Link:
 
     def host(self, name):
         """A host that is there as long as the link, whatever happens."""
-        self.hosts.append(d.Host(name))
+        self.hosts.append(Namespace(name))
         return self.hosts[-1]
 
     def driver(self, host, connect=True, **options):
@@ -50,6 +50,11 @@ class Link:
     def air(self):
         self.airs.append(Air(self))
         return self.airs[-1]
+
+    def program(self, *command):
+        """A program that ends with the test; its output is in `lines`."""
+        self.processes.append(Program(command))
+        return self.processes[-1]
 
     def wipe(self):
         """Ends the drivers, so that the next test finds a link on which nothing is published. No sanitizer may have
@@ -70,7 +75,7 @@ class Link:
             self.wipe()
         finally:
             for host in self.hosts:
-                host.remove()
+                host.close()
 
 
 @pytest.fixture(scope="module")

@@ -3,7 +3,7 @@
 
 
 import driver as d
-from air import dns
+from testbed import dns, wait_until
 
 SHORT_OF = 0.02  # seconds by which two packets may seem nearer than they were sent
 
@@ -30,7 +30,7 @@ class Place:
 
     def __init__(self, link):
         for host in (link.near, link.far):
-            d.wait_for(lambda h=host: "fe80:" in h.sh("ip", "addr", "show", "dev", "eth0").stdout,
+            wait_until(lambda h=host: "fe80:" in h.run("ip addr show dev eth0"), d.DEADLINE,
                        "the link's own addresses")
         self.link, self.air, self.near = link, link.air(), link.publisher()
 
@@ -50,8 +50,8 @@ class Place:
         """Until each of the types has been asked for so many times, over both protocols."""
         for regtype in regtypes:
             for protocol in ("IPv4", "IPv6"):
-                d.wait_for(lambda r=regtype, p=protocol: len(self.times(r, p, since)) >= count,
-                           f"{count} questions for {regtype} over {protocol}\n{self.air.story()}", deadline)
+                wait_until(lambda r=regtype, p=protocol: len(self.times(r, p, since)) >= count, deadline,
+                           f"{count} questions for {regtype} over {protocol}\n{self.air.story()}")
 
     def say(self, *records):
         self.air.say(*records, over="IPv4")
@@ -59,12 +59,12 @@ class Place:
     def ask(self, *regtypes, known=(), unicast=False):
         """The stranger's question, over IPv4."""
         questions = [dns.Question(type_name(regtype), dns.PTR, unicast) for regtype in regtypes]
-        self.air.send(dns.encode(dns.Message(questions=questions, answers=list(known))), "IPv4")
+        self.air.send(dns.query(*questions, known=known), "IPv4")
 
     def replies(self, name, instance, is_added):
         return [reply for reply in self.near.of(name) if d.text_of(reply.fields[0]) == instance
                 and d.add_flag(reply) == is_added]
 
     def wait_reply(self, name, instance, is_added=True):
-        return d.wait_for(lambda: self.replies(name, instance, is_added),
+        return wait_until(lambda: self.replies(name, instance, is_added), d.DEADLINE,
                           f"{instance} {'found' if is_added else 'lost'} by {name}\n{self.near.dump()}")[0]

@@ -4,12 +4,13 @@
 import glob
 import ipaddress
 import os
+import pathlib
 import shutil
 import subprocess
 import tempfile
 
 import driver as d
-from air import dns
+from testbed import dns, wait_until
 
 # tools/dev/install-packages unpacks the packages there. To install this one would take over the machine's name
 # resolution.
@@ -60,6 +61,10 @@ wait
 MANAGER = ("org.freedesktop.resolve1", "/org/freedesktop/resolve1", "org.freedesktop.resolve1.Manager")
 
 
+def _run(command, check=True):
+    return subprocess.run(command, check=check, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+
+
 class Resolved:
     """systemd-resolved on the near host, with these services from the start: (file name, name, type, port) each. It
     looks up and answers on the link only from `listen` or `publish` on."""
@@ -79,9 +84,9 @@ class Resolved:
             self._write(f"systemd/dnssd/{file}.dnssd",
                         SERVICE.format(name=name, regtype=regtype, port=port, txt="path=/"))
         script = START.format(hostname=hostname, directory=self.directory, library=self._library, program=PROGRAM)
-        self._process = self._start("ip", "netns", "exec", link.near.name, "unshare", "--mount", "--uts", "--pid",
-                                    "--fork", "--kill-child", "--mount-proc", "sh", "-c", script)
-        d.wait_for(lambda: self.ctl("status").returncode == 0, "systemd-resolved on its bus")
+        self._process = self._start(*link.near.command("unshare", "--mount", "--uts", "--pid", "--fork", "--kill-child",
+                                                       "--mount-proc", "sh", "-c", script))
+        wait_until(lambda: self.ctl("status").returncode == 0, d.DEADLINE, "systemd-resolved on its bus")
 
     def _write(self, name, text):
         path = f"{self.directory}/{name}"
@@ -90,23 +95,19 @@ class Resolved:
             file.write(text)
 
     def _start(self, *command):
-        process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                   text=True)
-        process.lines = []
-        d.Reader(process.stdout, lambda line, _: process.lines.append(line)).start()
-        self.link.processes.append(process)
-        return process
+        return self.link.program(*command)
 
     def _inside(self, *command):
         """A command as one that is run in its namespaces."""
-        init = d.sh("cat", f"/proc/{self._process.pid}/task/{self._process.pid}/children").stdout.strip()
+        pid = self._process.pid
+        init = pathlib.Path(f"/proc/{pid}/task/{pid}/children").read_text().strip()
         return ("nsenter", "--all", "--target", init, *command)
 
     def _control(self, *arguments):
         return self._inside("env", f"LD_LIBRARY_PATH={self._library}", CONTROL, "--no-pager", "--legend=no", *arguments)
 
     def ctl(self, *arguments):
-        return d.sh(*self._control(*arguments), check=False)
+        return _run(self._control(*arguments), check=False)
 
     def look_up(self, *arguments):
         """What resolvectl prints about something that is found."""
@@ -138,10 +139,10 @@ class Resolved:
     def register(self, file, name, regtype, port):
         """A service that comes later."""
         arguments = (file, name, regtype, str(port), "0", "0", "0")  # no priority, no weight, no TXT data
-        d.sh(*self._inside("busctl", "call", *MANAGER, "RegisterService", "sssqqqaa{say}", *arguments))
+        _run(self._inside("busctl", "call", *MANAGER, "RegisterService", "sssqqqaa{say}", *arguments))
 
     def unregister(self, file):
-        d.sh(*self._inside("busctl", "call", *MANAGER, "UnregisterService", "o", f"{MANAGER[1]}/dnssd/{file}"))
+        _run(self._inside("busctl", "call", *MANAGER, "UnregisterService", "o", f"{MANAGER[1]}/dnssd/{file}"))
 
     def close(self):
         self._process.kill()

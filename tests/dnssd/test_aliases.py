@@ -2,12 +2,10 @@
 """Aliases (CNAME records) that lead nowhere, round in a circle or far: whoever looks a host up lives on, and finds its
 address."""
 
-import struct
-
 import pytest
 
 import driver as d
-from air import dns
+from testbed import dns, wait_until
 
 CNAME = 5
 HOST = "h.local"
@@ -16,7 +14,7 @@ ROW = 3000
 
 
 def alias(name, target, ttl=120):
-    return dns.Record(dns.labels(name), CNAME, d.rdata_name(target), ttl, True)
+    return dns.Record(dns.labels(name), CNAME, dns.encode_name(target), ttl, True)
 
 
 def row(names):
@@ -55,10 +53,9 @@ def looks_up(link, air):
     looker.query("a", link.near_index, f"{HOST}.", d.A)
     looker.query("aaaa", link.near_index, f"{HOST}.", d.AAAA)
     looker.query("any", link.near_index, f"{HOST}.", 255)
-    d.wait_for(lambda: any(dns.same_name(question.name, HOST) and question.kind == dns.A
+    wait_until(lambda: any(dns.same_name(question.name, HOST) and question.kind == dns.A
                            for packet in air.sent_by(*air.near) if packet.message
-                           for question in packet.message.questions),
-               "a question for the address")
+                           for question in packet.message.questions), d.DEADLINE, "a question for the address")
     return looker
 
 
@@ -71,8 +68,8 @@ def finds(looker, air):
             dns.Record(dns.labels(HOST), dns.A, ADDRESS, dns.HOST_TTL, True))
     looker.wait("br")
     looker.wait("rs")
-    d.wait_for(lambda: any(reply.fields[3] == bytes(map(int, ADDRESS.split("."))).hex() for reply in looker.of("a")),
-               "the address")
+    wait_until(lambda: any(reply.fields[3] == bytes(map(int, ADDRESS.split("."))).hex() for reply in looker.of("a")),
+               d.DEADLINE, "the address")
 
 
 @pytest.mark.parametrize("packets", PACKETS.values(), ids=PACKETS.keys())
@@ -109,10 +106,10 @@ def test_an_alias_beside_a_service(link, air):
     air.say(dns.Record(dns.labels("_ipp._tcp.local"), dns.PTR, service), srv, txt, alias("alias.local", HOST))
     looker.wait("br")
     looker.resolve("rs", link.near_index, "Printer", "_ipp._tcp")
-    d.wait_for(lambda: looker.of("rs") or any(question.kind in (dns.SRV, dns.ANY)
+    wait_until(lambda: looker.of("rs") or any(question.kind in (dns.SRV, dns.ANY)
                                               and dns.same_name(question.name, service)
                                               for packet in air.sent_by(*air.near) if packet.message
-                                              for question in packet.message.questions),
+                                              for question in packet.message.questions), d.DEADLINE,
                "a question, unless it is known")
     air.say(srv, txt)
     looker.wait("rs")
@@ -122,12 +119,12 @@ def test_an_alias_beside_a_service(link, air):
 @pytest.mark.parametrize("kind", (CNAME, 39, 41, 47, 65300), ids=("CNAME", "DNAME", "OPT", "NSEC", "unknown"))
 def test_records_of_types_that_nobody_asks_for(link, air, kind):
     looker = looks_up(link, air)
-    host = d.rdata_name(HOST)
+    host = dns.encode_name(HOST)
     for owner in (host, b"\0"):
         for data in (b"", b"\0", host, host[:-1], host[:3], b"\x3f", b"\xc0", b"\xc0\x0c", b"\xff\xff",
                      host + b"\0\4\x40\0\0\x08", host + b"\0\xff\1", bytes(range(256)), b"\0" * 8000):
             for length in (len(data), len(data) + 1, max(len(data) - 1, 0), 0xFFFF):
-                record = owner + struct.pack("!HHIH", kind, 0x8001, 120, length) + data
-                air.send(struct.pack("!6H", 0, dns.RESPONSE, 0, 1, 0, 1) + record + record)
+                record = dns.raw_record(owner, kind, data, ttl=120, length=length)
+                air.send(dns.HEADER.pack(0, dns.RESPONSE, 0, 1, 0, 1) + record + record)
     finds(looker, air)
     assert looker.end() == 0

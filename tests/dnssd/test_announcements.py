@@ -6,7 +6,8 @@ import time
 import pytest
 
 import driver as d
-from air import dns
+from testbed import dns, let_pass_until, stays_true, wait_until
+from testbed.waiting import wait_for_silence
 
 HOST = "printer.local."
 INSTANCE = ("My Printer", "_ipp", "_tcp", "local")
@@ -22,10 +23,8 @@ def address(last):
 
 def quiet(air, name, kind, seconds):
     """Until nothing has been said of a record for that long."""
-    def latest():
-        said = air.said(name, kind)
-        return said and time.monotonic() - said[-1][0].time > seconds
-    d.wait_for(latest, f"{seconds} s of silence about {name}")
+    wait_for_silence(lambda: max((packet.time for packet, _ in air.said(name, kind)), default=None), seconds,
+                     d.DEADLINE, f"{seconds} s of silence about {name}")
 
 
 def addresses(air, live=True, since=0.0):
@@ -39,14 +38,14 @@ def test_each_record_of_a_service_is_announced_twice_and_withdrawn_once(link):
     publisher.wait("reg")
     records = [(INSTANCE, dns.SRV), (INSTANCE, dns.TXT), ("_ipp._tcp.local", dns.PTR), (HOST, dns.A),
                ("_services._dns-sd._udp.local", dns.PTR)]
-    d.wait_for(lambda: all(len(air.said(*record)) >= 2 for record in records), "two announcements of each")
+    wait_until(lambda: all(len(air.said(*record)) >= 2 for record in records), d.DEADLINE, "two announcements of each")
     quiet(air, INSTANCE, dns.SRV, 2.5)
     assert [len(air.said(*record)) for record in records] == [2] * len(records)
     times = [packet.time for packet, _ in air.said(INSTANCE, dns.SRV)]
     assert times[1] - times[0] >= 0.99
     assert all(record.flush == (record.kind in (dns.SRV, dns.TXT)) for each in records for _, record in air.said(*each))
     publisher.release("c")
-    d.wait_for(lambda: all(air.said(*record, ttl=0) for record in records), "goodbyes")
+    wait_until(lambda: all(air.said(*record, ttl=0) for record in records), d.DEADLINE, "goodbyes")
     quiet(air, INSTANCE, dns.SRV, 1.5)
     assert [len(air.said(*record, ttl=0)) for record in records] == [1] * len(records)
     assert not air.held(air.near)
@@ -55,12 +54,12 @@ def test_each_record_of_a_service_is_announced_twice_and_withdrawn_once(link):
 def test_what_is_superseded_before_its_announcement_is_never_announced(link):
     air, publisher = link.air(), link.publisher()
     publisher.record("r", link.near_index, HOST, d.A, v4(7))
-    d.wait_for(lambda: len(addresses(air)) >= 2, "the first address")
+    wait_until(lambda: len(addresses(air)) >= 2, d.DEADLINE, "the first address")
     publisher.do("serve", "no")  # nothing falls due
     for last in (8, 9, 10, 11):
         assert publisher.update("r", v4(last)) == 0
     publisher.do("serve", "yes")
-    d.wait_for(lambda: addresses(air).count(address(11)) == 2, "the last address")
+    wait_until(lambda: addresses(air).count(address(11)) == 2, d.DEADLINE, "the last address")
     quiet(air, HOST, dns.A, 1.5)
     assert addresses(air) == [address(7)] * 2 + [address(11)] * 2
     assert address(7) in addresses(air, live=False) and address(11) not in addresses(air, live=False)
@@ -69,9 +68,9 @@ def test_what_is_superseded_before_its_announcement_is_never_announced(link):
 def test_the_old_data_is_not_withdrawn_before_the_new_is_announced(link):
     air, publisher = link.air(), link.publisher()
     publisher.record("r", link.near_index, HOST, d.A, v4(7))
-    d.wait_for(lambda: len(addresses(air)) >= 2, "the first address")
+    wait_until(lambda: len(addresses(air)) >= 2, d.DEADLINE, "the first address")
     assert publisher.update("r", v4(8)) == 0
-    d.wait_for(lambda: address(7) in addresses(air, live=False), "the goodbye")
+    wait_until(lambda: address(7) in addresses(air, live=False), d.DEADLINE, "the goodbye")
     new = air.said(HOST, dns.A, data=address(8))[0][0]
     old = air.said(HOST, dns.A, data=address(7), ttl=0)[0][0]
     assert new.time <= old.time < new.time + 0.5
@@ -80,23 +79,23 @@ def test_the_old_data_is_not_withdrawn_before_the_new_is_announced(link):
 def test_what_is_superseded_and_comes_back_is_announced(link):
     air, publisher = link.air(), link.publisher()
     publisher.record("r", link.near_index, HOST, d.A, v4(7))
-    d.wait_for(lambda: len(addresses(air)) >= 2, "the first address")
+    wait_until(lambda: len(addresses(air)) >= 2, d.DEADLINE, "the first address")
     publisher.do("serve", "no")
     for last in (8, 9, 8):
         assert publisher.update("r", v4(last)) == 0
     publisher.do("serve", "yes")
-    d.wait_for(lambda: addresses(air).count(address(8)) == 2, "the second address")
+    wait_until(lambda: addresses(air).count(address(8)) == 2, d.DEADLINE, "the second address")
     quiet(air, HOST, dns.A, 1.5)
     assert address(9) not in addresses(air) and address(8) not in addresses(air, live=False)
     assert address(7) in addresses(air, live=False)
     publisher.release("c")
-    d.wait_for(lambda: not air.held(air.near), "goodbyes")
+    wait_until(lambda: not air.held(air.near), d.DEADLINE, "goodbyes")
 
 
 def test_one_that_changes_all_the_time_is_announced_meanwhile(link):
     air, publisher = link.air(), link.publisher()
     publisher.record("r", link.near_index, HOST, d.A, v4(7))
-    d.wait_for(lambda: len(addresses(air)) >= 2, "the first address")
+    wait_until(lambda: len(addresses(air)) >= 2, d.DEADLINE, "the first address")
     end = time.monotonic() + 0.5
     changes = 0
     while time.monotonic() < end:
@@ -105,7 +104,7 @@ def test_one_that_changes_all_the_time_is_announced_meanwhile(link):
     last = address(8 + changes % 200)
     meanwhile = [record.data for packet, record in air.said(HOST, dns.A) if record.ttl and packet.time < end]
     assert len(set(meanwhile)) > 2, f"nothing of {changes} changes"
-    d.wait_for(lambda: addresses(air)[-1] == last, "the last of them")
+    wait_until(lambda: addresses(air)[-1] == last, d.DEADLINE, "the last of them")
     quiet(air, HOST, dns.A, 1.5)
     assert [held[2] for held in air.held(air.near)] == [last, last][:len(air.held(air.near))] and air.held(air.near)
 
@@ -116,7 +115,8 @@ def test_an_answer_that_was_due_when_it_was_withdrawn_does_not_bring_it_back(lin
     publisher.register("reg", link.near_index, "My Printer")
     publisher.record("r", link.near_index, HOST, d.A, v4(7))
     publisher.wait("reg")
-    d.wait_for(lambda: len(air.said(INSTANCE, dns.SRV)) >= 2 and len(addresses(air)) >= 2, "both announcements")
+    wait_until(lambda: len(air.said(INSTANCE, dns.SRV)) >= 2 and len(addresses(air)) >= 2, d.DEADLINE,
+               "both announcements")
     quiet(air, HOST, dns.A, 1.2)  # said less than a second ago, it would not be answered with
     air.ask("_ipp._tcp.local", dns.PTR)
     air.ask(HOST, dns.A)
@@ -129,24 +129,24 @@ def test_an_answer_that_was_due_when_it_was_withdrawn_does_not_bring_it_back(lin
         publisher.release("reg")
     if kind == "all":
         publisher.release("c")
-    d.sleep_until(withdrawn + 0.3)  # an answer that was under way has come
+    let_pass_until(withdrawn + 0.3)  # an answer that was under way has come
 
     def held():
         return [name for name, _, _ in air.held(air.near) if kind != "record" or name == HOST.rstrip(".")]
 
-    d.wait_for(lambda: not held(), "nothing of it to be left", 3)
+    wait_until(lambda: not held(), 3, "nothing of it to be left")
 
 
 def test_what_is_published_again_at_once_stays_whoever_has_asked(link):
     air, publisher = link.air(), link.publisher()
     publisher.record("r", link.near_index, HOST, d.A, v4(7))
-    d.wait_for(lambda: len(addresses(air)) >= 2, "both announcements")
+    wait_until(lambda: len(addresses(air)) >= 2, d.DEADLINE, "both announcements")
     air.ask(HOST, dns.A)
     publisher.remove("r")
     again = time.monotonic()
     publisher.record("again", link.near_index, HOST, d.A, v4(7))
-    d.wait_for(lambda: len(addresses(air, since=again)) >= 2, "both announcements")
-    d.stays_true(lambda: [key[2] for key in air.held(air.near)] == [address(7)], again + 1.5 - time.monotonic(),
+    wait_until(lambda: len(addresses(air, since=again)) >= 2, d.DEADLINE, "both announcements")
+    stays_true(lambda: [key[2] for key in air.held(air.near)] == [address(7)], again + 1.5 - time.monotonic(),
                  "it is held")
 
 
@@ -155,9 +155,9 @@ def test_what_comes_back_and_goes_again_gets_a_goodbye_each_time(link):
     for goodbyes in (1, 2, 3):
         announced = len(addresses(air))
         publisher.record("r", link.near_index, HOST, d.A, v4(7))
-        d.wait_for(lambda: len(addresses(air)) > announced, "an announcement")
+        wait_until(lambda: len(addresses(air)) > announced, d.DEADLINE, "an announcement")
         publisher.remove("r")
-        d.wait_for(lambda: len(addresses(air, live=False)) >= goodbyes, f"{goodbyes} goodbyes")
+        wait_until(lambda: len(addresses(air, live=False)) >= goodbyes, d.DEADLINE, f"{goodbyes} goodbyes")
     quiet(air, HOST, dns.A, 1.5)
     assert len(addresses(air, live=False)) == 3
     assert not air.held(air.near)
@@ -168,11 +168,11 @@ def test_what_another_host_has_just_said_is_not_said_again(link):
     air, publisher = link.air(), link.publisher()
     kinds = "_services._dns-sd._udp.local"
     publisher.register("reg", link.near_index, "My Printer")
-    d.wait_for(lambda: len(air.said(kinds, dns.PTR)) >= 2, "both announcements")
+    wait_until(lambda: len(air.said(kinds, dns.PTR)) >= 2, d.DEADLINE, "both announcements")
     quiet(air, kinds, dns.PTR, 1.2)
     asked = time.monotonic()
     air.ask(kinds, dns.PTR)
     air.say(dns.Record(dns.labels(kinds), dns.PTR, dns.labels("_ipp._tcp.local"), 4500))
-    d.stays_true(lambda: not air.said(kinds, dns.PTR, asked), 1.2, "nothing is said")
+    stays_true(lambda: not air.said(kinds, dns.PTR, asked), 1.2, "nothing is said")
     air.ask(kinds, dns.PTR)
-    d.wait_for(lambda: air.said(kinds, dns.PTR, asked), "the answer that nobody else gave")
+    wait_until(lambda: air.said(kinds, dns.PTR, asked), d.DEADLINE, "the answer that nobody else gave")

@@ -4,7 +4,7 @@
 import pytest
 
 import driver as d
-from air import dns
+from testbed import dns
 
 
 def names(driver, name):

@@ -6,8 +6,8 @@ import time
 import pytest
 
 import driver as d
-from air import dns
 from pointer_place import events
+from testbed import dns, stays_true, wait_until
 
 KIND = dns.labels("_ipp._tcp.local")
 INSTANCE = (b"Device", *KIND)
@@ -39,7 +39,7 @@ def make_place(link):
         def find(self):
             """Browses, resolves once, and releases the resolve, as the daemon does."""
             self.near.browse("br", self.index, "_ipp._tcp")
-            d.wait_for(lambda: self.air.heard(KIND, dns.PTR) or self.asked(KIND), "a question")
+            wait_until(lambda: self.air.heard(KIND, dns.PTR) or self.asked(KIND), d.DEADLINE, "a question")
             self.air.say_first(pointer(), server(), text(b"\x03a=1"), address(7, self.address_ttl))
             self.near.wait("br")
             self.near.resolve("rs", self.index, "Device", "_ipp._tcp")
@@ -95,8 +95,8 @@ def test_what_is_withdrawn_and_registered_again_with_other_data_is_an_update(pla
     publisher, name = place.near, ("Device", "_http", "_tcp", "local")
     publisher.register("reg", link.near_index, "Device", regtype="_http._tcp", txt=b"\x03a=1")
     publisher.record("r", link.near_index, "printer.local.", d.A, bytes([10, 9, 0, 7]))
-    d.wait_for(lambda: len(place.air.said(name, dns.SRV)) >= 2 and len(place.air.said("printer.local", dns.A)) >= 2,
-               "announcements")
+    wait_until(lambda: len(place.air.said(name, dns.SRV)) >= 2 and len(place.air.said("printer.local", dns.A)) >= 2,
+               d.DEADLINE, "announcements")
     since = time.monotonic()
     publisher.when("br", "release", "reg")
     place.air.say(text(b"\x03a=2"))
@@ -104,7 +104,7 @@ def test_what_is_withdrawn_and_registered_again_with_other_data_is_an_update(pla
     publisher.remove("r")
     publisher.register("reg", link.near_index, "Device", regtype="_http._tcp", txt=b"\x03a=2")
     publisher.record("r", link.near_index, "printer.local.", d.A, bytes([10, 9, 0, 7]))
-    d.wait_for(lambda: len(place.air.said(name, dns.TXT, since, data=b"\x03a=2")) >= 2,
+    wait_until(lambda: len(place.air.said(name, dns.TXT, since, data=b"\x03a=2")) >= 2, d.DEADLINE,
                "both announcements of the new data")
     assert place.air.said(name, dns.TXT, since, data=b"\x03a=2")[0][0].time - since < 0.3
     assert not place.air.probes(name, since)
@@ -132,9 +132,9 @@ def test_a_host_that_falls_silent_takes_its_services_with_it(place):
 
 def test_a_service_that_is_confirmed_stays(place):
     silent = found_for_the_last_time(place, 3)
-    d.wait_for(lambda: place.asked(KIND, silent + 2.9), "a question for the service")
+    wait_until(lambda: place.asked(KIND, silent + 2.9), d.DEADLINE, "a question for the service")
     place.air.say(pointer())
-    d.stays_true(lambda: events(place.near, "br") == [(True, "Device")], silent + 15 - time.monotonic(), "it is there")
+    stays_true(lambda: events(place.near, "br") == [(True, "Device")], silent + 15 - time.monotonic(), "it is there")
 
 
 def test_data_that_comes_back_within_a_second_is_a_change_too(place):

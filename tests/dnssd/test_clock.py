@@ -6,6 +6,7 @@ import os
 import pytest
 
 import driver as d
+from testbed import wait_until
 
 HOUR = 3600
 YEARS = 100_000_000  # seconds
@@ -35,7 +36,7 @@ def test_what_was_being_probed_for_when_the_clock_was_set_is_published(link, clo
     looker.browse("br", link.far_index, "_ipp._tcp")
     publisher.register("reg", link.near_index, "My Printer")
     publisher.record("r", link.near_index, "printer.local.", d.A, bytes([10, 9, 0, 7]), flags=d.UNIQUE)
-    d.wait_for(lambda: air.probes(("My Printer", "_ipp", "_tcp", "local")), "the first probe")
+    wait_until(lambda: air.probes(("My Printer", "_ipp", "_tcp", "local")), d.DEADLINE, "the first probe")
     clock.set(seconds)
     assert publisher.wait("reg")[0].error == publisher.wait("r")[0].error == 0
     looker.wait("br")
@@ -90,4 +91,4 @@ def test_a_looker_whose_clock_was_set_forward_finds_everything_again(link, clock
             (present.add if d.add_flag(reply) else present.discard)(d.text_of(reply.fields[0]))
         return present
 
-    d.wait_for(lambda: found() == {"My Printer", "After"}, "both to be present")
+    wait_until(lambda: found() == {"My Printer", "After"}, d.DEADLINE, "both to be present")

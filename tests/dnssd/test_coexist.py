@@ -1,25 +1,18 @@
 # SPDX-License-Identifier: MIT
 """Other implementations: python3-zeroconf on the other side of the link, avahi-daemon on the same machine."""
 
-import os
-import subprocess
-import sys
 import textwrap
 
 import pytest
 
 import driver as d
+from testbed import dns, wait_until
+from testbed.avahi import Avahi, service_file
 
 
 def zeroconf(link, host, program):
-    """Runs a Python program with zeroconf on a host; its lines are collected in `lines`."""
-    process = subprocess.Popen(["ip", "netns", "exec", host.name, "/usr/bin/python3", "-u", "-c",
-                                textwrap.dedent(program)],
-                               stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-    process.lines = []
-    d.Reader(process.stdout, lambda line, _: process.lines.append(line)).start()
-    link.processes.append(process)
-    return process
+    """Runs a Python program with zeroconf on a host."""
+    return link.program(*host.command("/usr/bin/python3", "-u", "-c", textwrap.dedent(program)))
 
 
 PUBLISH = """
@@ -62,7 +55,7 @@ def test_a_service_of_another_implementation_is_found_resolved_followed_and_lost
     looker = link.looker()
     looker.browse("br", link.far_index, "_ipp._tcp")
     other = zeroconf(link, link.near, PUBLISH)
-    d.wait_for(lambda: "up" in other.lines, "zeroconf to be up", 20)
+    wait_until(lambda: "up" in other.lines, 20, "zeroconf to be up")
     reply = looker.wait("br")[0]
     assert d.text_of(reply.fields[0]) == "Büro im Stock"
     looker.resolve("rs", link.far_index, "Büro im Stock", "_ipp._tcp.")
@@ -71,51 +64,36 @@ def test_a_service_of_another_implementation_is_found_resolved_followed_and_lost
     assert d.text_of(resolved.fields[1]) == "printer.local." and bytes.fromhex(resolved.fields[3]) == b"\x08rp=print"
     looker.query("q", link.far_index, "printer.local.", d.A)
     looker.wait("q")
-    other.stdin.write("change\n")
-    other.stdin.flush()
+    other.tell("change")
     looker.wait("q", 2)
     assert [reply.fields[3] for reply in looker.of("q")] == ["0a09004d", "0a09004e"]
-    other.stdin.write("end\n")
-    other.stdin.flush()
+    other.tell("end")
     assert not d.add_flag(looker.wait("br", 2)[1])
 
 
 def test_another_implementation_finds_resolves_and_loses_our_service(link):
     publisher = link.looker()
     other = zeroconf(link, link.near, BROWSE)
-    d.wait_for(lambda: "up" in other.lines, "zeroconf to be up", 20)
+    wait_until(lambda: "up" in other.lines, 20, "zeroconf to be up")
     publisher.record("r", link.far_index, "printer.local.", d.A, bytes([10, 9, 0, 77]))
     publisher.record("r6", link.far_index, "printer.local.", d.AAAA, bytes([0xFD, 9] + [0] * 13 + [77]))
-    publisher.register("reg", link.far_index, "My Printer", txt=d.txt_data("rp=print"))
-    d.wait_for(lambda: any(line.startswith("add My Printer._ipp._tcp.local.") for line in other.lines), "add", 20)
+    publisher.register("reg", link.far_index, "My Printer", txt=dns.txt_data(["rp=print"]))
+    wait_until(lambda: any(line.startswith("add My Printer._ipp._tcp.local.") for line in other.lines), 20, "add")
     line = next(line for line in other.lines if line.startswith("add"))
     assert "printer.local." in line and "631" in line and "10.9.0.77" in line and "fd09::4d" in line and "print" in line
     publisher.end()
-    d.wait_for(lambda: "remove My Printer._ipp._tcp.local." in other.lines, "remove")
+    wait_until(lambda: "remove My Printer._ipp._tcp.local." in other.lines, d.DEADLINE, "remove")
 
 
 @pytest.fixture
 def avahi_daemon(link):
-    """avahi-daemon on the near host, in directories of its own, with a service of its own."""
-    directory = f"/tmp/dnssd-avahi-{os.getpid()}"
-    services = f"{directory}/services"
-    os.makedirs(services, exist_ok=True)
-    with open(f"{directory}/avahi-daemon.conf", "w", encoding="ascii") as conf:
-        conf.write("[server]\nhost-name=gateway\nenable-dbus=no\nallow-interfaces=eth0\n"
-                   "[publish]\npublish-workstation=no\n")
-    with open(f"{services}/web.service", "w", encoding="ascii") as service:
-        service.write("<service-group><name>Gateway Web</name><service><type>_http._tcp</type><port>80</port></service>"
-                      "<service><type>_ipp._tcp</type><port>81</port></service></service-group>")
-    script = (f"mkdir -p /etc/avahi/services && mount --bind {services} /etc/avahi/services && mount -t tmpfs none "
-              f"/run && "
-              f"exec avahi-daemon --no-drop-root --no-chroot --no-rlimits -f {directory}/avahi-daemon.conf")
-    process = subprocess.Popen(["ip", "netns", "exec", link.near.name, "unshare", "-m", "sh", "-c", script],
-                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-    process.lines = []
-    d.Reader(process.stdout, lambda line, _: process.lines.append(line)).start()
-    link.processes.append(process)
-    yield process
-    sys.stdout.write("\n".join(process.lines))
+    """avahi-daemon on the near host, with services of its own."""
+    made = Avahi(link.near, [service_file("Gateway Web", _http=80, _ipp=81)],
+                 server={"host-name": "gateway", "allow-interfaces": "eth0"})
+    made.start()
+    yield made
+    print(made.logs())
+    made.close()
 
 
 def test_avahi_daemon_on_the_same_machine_goes_on_working_and_is_found(link, avahi_daemon):
@@ -128,7 +106,7 @@ def test_avahi_daemon_on_the_same_machine_goes_on_working_and_is_found(link, ava
     far.wait("br", 2)
     far.resolve("rs", link.far_index, "Gateway Web", "_http._tcp")
     assert d.text_of(far.wait("rs")[0].fields[1]) == "gateway.local."
-    assert avahi_daemon.poll() is None
+    assert avahi_daemon.program.status is None
 
 
 def test_a_name_that_avahi_daemon_has_is_not_taken_from_it(link, avahi_daemon):

@@ -5,8 +5,8 @@
 import threading
 
 import driver as d
-from air import dns
 from pointer_place import SHORT_OF
+from testbed import dns, wait_until
 
 REGTYPE = dns.labels("_ipp._tcp.local")
 CONFLICTS_MAX = 15
@@ -54,7 +54,7 @@ def test_after_fifteen_conflicts_each_further_try_waits_for_five_seconds(link):
     air.say_first(dns.Record(dns.labels("hello.local"), dns.TXT, b"\x01a"), over="IPv4")
     with Greedy(air) as greedy:
         publisher.register("reg", link.near_index, "My Printer")
-        d.wait_for(lambda: len(greedy.claims) >= CONFLICTS_MAX + 2, f"further tries\n{air.story()}", 3 * PAUSE + 15)
+        wait_until(lambda: len(greedy.claims) >= CONFLICTS_MAX + 2, 3 * PAUSE + 15, f"further tries\n{air.story()}")
     times = [time for _, time in greedy.claims]
     gaps = [after - before for before, after in zip(times, times[1:])]
     assert max(gaps[:CONFLICTS_MAX - 1]) < 2, "the first conflicts cost no pause"

@@ -8,7 +8,7 @@ import time
 import pytest
 
 import driver as d
-from air import dns
+from testbed import dns, stays_true, wait_until
 
 COUNT = 210  # services: more than two hundred answers go without additional records
 TYPE = dns.labels("_ipp._tcp.local")
@@ -34,7 +34,7 @@ def make_crowd(link):
                           if record.ttl > 0)
 
         def lists(self, names, since):
-            d.wait_for(lambda: self.listed(since) == sorted(names), lambda: f"{len(names)} names")
+            wait_until(lambda: self.listed(since) == sorted(names), d.DEADLINE, lambda: f"{len(names)} names")
 
         def ask(self, *questions, known=(), flags=0):
             """Over IPv4; returns when."""
@@ -46,14 +46,14 @@ def make_crowd(link):
             return now
 
         def lists_no_more(self, names, since):
-            d.stays_true(lambda: self.listed(since) == sorted(names), 0.5, "these and no others are listed")
+            stays_true(lambda: self.listed(since) == sorted(names), 0.5, "these and no others are listed")
 
     crowd = Crowd()
     for number in range(COUNT):
         assert crowd.near.register(f"s{number}", link.near_index, name(number)) == 0
-    d.wait_for(lambda: len(crowd.listed(0)) == 2 * COUNT, lambda: f"{len(crowd.listed(0))} announcements", 30)
+    wait_until(lambda: len(crowd.listed(0)) == 2 * COUNT, 30, lambda: f"{len(crowd.listed(0))} announcements")
     # Nothing is said again within a second (RFC 6762 section 6).
-    d.stays_true(lambda: len(crowd.listed(0)) == 2 * COUNT, 1.1, "all is announced")
+    stays_true(lambda: len(crowd.listed(0)) == 2 * COUNT, 1.1, "all is announced")
     return crowd
 
 
@@ -84,13 +84,13 @@ def test_other_questions_of_the_packet_are_answered_too(crowd):
     instance = (name(7), "_ipp", "_tcp", "local")
     asked = crowd.ask(("_ipp._tcp.local", dns.PTR), (instance, dns.SRV))
     crowd.lists(ALL, asked)
-    d.wait_for(lambda: crowd.air.said(dns.labels(instance), dns.SRV, since=asked), "the other answer")
+    wait_until(lambda: crowd.air.said(dns.labels(instance), dns.SRV, since=asked), d.DEADLINE, "the other answer")
 
 
 def test_a_question_for_one_of_them_is_answered_as_ever(crowd):
     instance = dns.labels((name(7), "_ipp", "_tcp", "local"))
     asked = crowd.ask((instance, dns.SRV))
-    d.wait_for(lambda: crowd.air.said(instance, dns.SRV, since=asked), "the answer")
+    wait_until(lambda: crowd.air.said(instance, dns.SRV, since=asked), d.DEADLINE, "the answer")
     assert crowd.listed(asked) == []
 
 
@@ -121,7 +121,7 @@ def test_an_asker_without_a_port_of_multicast_dns_is_answered_directly(crowd):
     with asker:
         asker.settimeout(d.DEADLINE)
         asker.bind(("10.9.0.2", 0))
-        asker.sendto(dns.encode(dns.Message(questions=[dns.Question(TYPE, dns.PTR)])), ("224.0.0.251", 5353))
+        asker.sendto(dns.query(dns.Question(TYPE, dns.PTR)), ("224.0.0.251", 5353))
         answer = dns.decode(asker.recv(65536))
     pointers = [record for record in answer.answers if record.kind == dns.PTR]
     assert pointers

@@ -1,13 +1,13 @@
 # SPDX-License-Identifier: MIT
 """A stranger claims what is ours (RFC 6762 section 9): we ask whether he means it, and give way if he does."""
 
-import threading
 import time
 
 import pytest
 
 import driver as d
-from air import dns
+from testbed import dns, wait_until
+from testbed.waiting import Meanwhile
 
 INSTANCE = ("My Printer", "_ipp", "_tcp", "local")
 HOST = "printer.local."
@@ -31,27 +31,22 @@ class Stranger:
 
     def __init__(self, air, name, claim):
         self.air, self.name, self.claim = air, name, claim
-        self.insists = True
-        self.thread = threading.Thread(target=self._insist, daemon=True)
+        self.answered = 0
 
     def __enter__(self):
         self.began = time.monotonic()
         self.air.say(*self.claim)
-        self.thread.start()
+        self.claims = Meanwhile(self._insist)
         return self
 
     def _insist(self):
-        answered = 0
-        while self.insists:
-            probes = len(self.air.probes(self.name, self.began))
-            if probes > answered:
-                answered = probes
-                self.air.say(*self.claim)
-            time.sleep(0.01)
+        probes = len(self.air.probes(self.name, self.began))
+        if probes > self.answered:
+            self.answered = probes
+            self.air.say(*self.claim)
 
     def __exit__(self, *_):
-        self.insists = False
-        self.thread.join()
+        self.claims.close()
 
 
 def registered(driver, name, count=1):
@@ -61,7 +56,7 @@ def registered(driver, name, count=1):
 
 
 def announced_twice(air, name, kind, since=0.0):
-    d.wait_for(lambda: len(air.said(name, kind, since, ttl=120)) >= 2, "both announcements")
+    wait_until(lambda: len(air.said(name, kind, since, ttl=120)) >= 2, d.DEADLINE, "both announcements")
     return time.monotonic()
 
 
@@ -84,11 +79,11 @@ def test_a_claim_that_nobody_upholds_costs_nobody_the_name(link):
     publisher.register("reg", link.near_index, "My Printer")
     claimed = announced_twice(air, INSTANCE, dns.SRV)
     air.say(*strangers_service())
-    d.wait_for(lambda: len(air.probes(INSTANCE, claimed)) >= 3, "three probes")
+    wait_until(lambda: len(air.probes(INSTANCE, claimed)) >= 3, d.DEADLINE, "three probes")
     announced_twice(air, INSTANCE, dns.SRV, claimed)  # over what the stranger has left in everybody's memory
     assert len(publisher.of("reg")) == 1
     publisher.release("reg")
-    d.wait_for(lambda: air.said(INSTANCE, dns.SRV, claimed, ttl=0), "the goodbye")
+    wait_until(lambda: air.said(INSTANCE, dns.SRV, claimed, ttl=0), d.DEADLINE, "the goodbye")
 
 
 def test_without_renaming_the_loss_of_an_established_name_is_reported(link):
@@ -109,7 +104,7 @@ def test_the_loss_of_a_unique_record_is_reported(link, updated):
     assert publisher.wait("r")[0].error == 0
     if updated:
         assert publisher.update("r", v4(8)) == 0
-    d.wait_for(lambda: len(air.said(HOST, dns.A, data="10.9.0.8" if updated else "10.9.0.7", ttl=120)) >= 2,
+    wait_until(lambda: len(air.said(HOST, dns.A, data="10.9.0.8" if updated else "10.9.0.7", ttl=120)) >= 2, d.DEADLINE,
                "announcements")
     with Stranger(air, HOST, strangers_address()):
         assert publisher.wait("r", 2)[1].error == d.NAME_CONFLICT
@@ -126,8 +121,8 @@ def test_an_update_is_no_claim_of_a_stranger(link):
     for last in (8, 9):
         assert publisher.update("r", v4(last)) == 0
         assert publisher.update("reg", bytes([1, last])) == 0
-        d.wait_for(lambda last=last: len(air.said(HOST, dns.A, updated, data=f"10.9.0.{last}", ttl=120)) >= 2,
-                   "announcements")
+        wait_until(lambda last=last: len(air.said(HOST, dns.A, updated, data=f"10.9.0.{last}", ttl=120)) >= 2,
+                   d.DEADLINE, "announcements")
     assert not air.probes(HOST, updated) and not air.probes(INSTANCE, updated)
     assert len(publisher.of("r")) == len(publisher.of("reg")) == 1
 

@@ -7,7 +7,7 @@ import time
 import pytest
 
 import driver as d
-from air import dns
+from testbed import dns, wait_until
 
 TYPE = "_ipp._tcp.local."
 HOST, OTHER_HOST = "printer.local.", "printer-2.local."
@@ -54,7 +54,8 @@ class Machine:
     def announced(self, *names):
         """Waits until all of them have been announced twice, as everything is."""
         for name in names:
-            d.wait_for(lambda: len(self.air.said(instance(name), d.SRV)) >= 2, f"the second announcement of {name}")
+            wait_until(lambda: len(self.air.said(instance(name), d.SRV)) >= 2, d.DEADLINE,
+                       f"the second announcement of {name}")
 
 
 def instance(name):
@@ -75,7 +76,7 @@ def test_what_is_registered_again_is_neither_taken_back_nor_probed_for_nor_annou
     ended = machine.hand_over("Same", "Left out")
     next_one = machine.start()
     machine.publish(next_one, "Same")
-    d.wait_for(lambda: goodbyes(machine, ended), "the goodbye of what was left out", OVER)
+    wait_until(lambda: goodbyes(machine, ended), OVER, "the goodbye of what was left out")
     gone = {dns.text(record.name) if record.kind != d.PTR else dns.text(record.data)
             for record in goodbyes(machine, ended)}
     assert gone == {instance("Left out").rstrip(".")}
@@ -89,7 +90,7 @@ def test_it_answers_from_its_first_pass(machine):
     ended = machine.hand_over("Same")
     machine.start()
     machine.air.ask(instance("Same"), d.SRV)
-    d.wait_for(lambda: machine.air.said(instance("Same"), d.SRV, since=ended), "the answer", 3)
+    wait_until(lambda: machine.air.said(instance("Same"), d.SRV, since=ended), 3, "the answer")
     assert not machine.air.probes(instance("Same"), since=ended)
 
 
@@ -97,7 +98,7 @@ def test_other_data_is_an_update(machine):
     ended = machine.hand_over("Same")
     next_one = machine.start()
     machine.publish(next_one, "Same", txt=b"\x03a=2")
-    d.wait_for(lambda: machine.air.said(instance("Same"), d.TXT, since=ended), "the other data")
+    wait_until(lambda: machine.air.said(instance("Same"), d.TXT, since=ended), d.DEADLINE, "the other data")
     assert not machine.air.probes(instance("Same"), since=ended) and not goodbyes(machine, ended)
 
 
@@ -105,13 +106,13 @@ def test_a_host_keeps_the_name_that_it_had_to_take(machine):
     former = machine.start()
     machine.publish(former, "Same")
     machine.air.say(dns.Record(dns.labels(HOST), dns.A, OWNER, 120, flush=True))
-    d.wait_for(lambda: len(machine.air.said(OTHER_HOST, d.A)) >= 2, "the other name")
+    wait_until(lambda: len(machine.air.said(OTHER_HOST, d.A)) >= 2, d.DEADLINE, "the other name")
     machine.announced("Same")
     machine.want()
     ended = machine.end(former)
     next_one = machine.start()
     machine.publish(next_one, "Same", "Marker")
-    d.wait_for(lambda: machine.air.said(instance("Marker"), d.SRV, since=ended), "the next process")
+    wait_until(lambda: machine.air.said(instance("Marker"), d.SRV, since=ended), d.DEADLINE, "the next process")
     assert not machine.air.probes(HOST, since=ended) and not goodbyes(machine, ended)
     assert not machine.air.said(instance("Same"), d.SRV, since=ended)
     assert {dns.text(record.data[3]) for _, record in machine.air.said(instance("Marker"), d.SRV, since=ended)} == {
@@ -124,7 +125,7 @@ def test_without_a_wish_it_ends_as_always(machine):
     machine.announced("Same")
     ended = time.monotonic()
     machine.end(former)
-    d.wait_for(lambda: len(goodbyes(machine, ended)) >= 4, "its goodbyes")
+    wait_until(lambda: len(goodbyes(machine, ended)) >= 4, d.DEADLINE, "its goodbyes")
     assert not machine.path.exists()
 
 
@@ -136,7 +137,7 @@ def test_a_wish_that_was_for_another_process_is_none(machine):
     machine.announced("Same")
     ended = time.monotonic()
     machine.end(process)
-    d.wait_for(lambda: goodbyes(machine, ended), "its goodbyes")
+    wait_until(lambda: goodbyes(machine, ended), d.DEADLINE, "its goodbyes")
 
 
 @pytest.mark.parametrize("spoil", [lambda whole: whole[:-9],
@@ -154,4 +155,4 @@ def test_a_file_that_is_not_whole_is_ignored(machine, spoil):
 def test_who_ends_before_anything_is_registered_again_takes_all_of_it_back(machine):
     ended = machine.hand_over("Same")
     machine.end(machine.start())
-    d.wait_for(lambda: len(goodbyes(machine, ended)) >= 4, "its goodbyes")
+    wait_until(lambda: len(goodbyes(machine, ended)) >= 4, d.DEADLINE, "its goodbyes")

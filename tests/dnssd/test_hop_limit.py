@@ -7,7 +7,7 @@ import socket
 import pytest
 
 import driver as d
-from air import Side, dns
+from testbed import dns, wait_until
 from testbed.sockets import GROUP4, GROUP6, PORT
 
 INSTANCE = ("My Printer", "_ipp", "_tcp", "local")
@@ -20,7 +20,7 @@ def sent(air, protocol, wanted):
         return [packet for packet in air.sent_by(*air.near) if (":" in packet.source) == (protocol == "IPv6")
                 and packet.message
                 and wanted(packet)]
-    d.wait_for(packets, f"a packet over {protocol}\n{air.story()}")
+    wait_until(packets, d.DEADLINE, f"a packet over {protocol}\n{air.story()}")
     return packets()
 
 
@@ -57,7 +57,7 @@ def test_probes_announcements_questions_and_goodbyes_have_255(link, protocol):
 def test_answers_to_the_asker_alone_have_255(link, protocol):
     air = link.air()
     established(link, air)
-    air.send(dns.encode(dns.Message(questions=[dns.Question(dns.labels(INSTANCE), dns.SRV, unicast=True)])), protocol)
+    air.send(dns.query(dns.Question(dns.labels(INSTANCE), dns.SRV, unicast=True)), protocol)
     replies = sent(air, protocol, lambda packet: not is_multicast(packet))
     assert {packet.hop_limit for packet in replies} == {255}
     assert all(packet.message.is_response for packet in replies)
@@ -68,11 +68,11 @@ def test_answers_to_ordinary_resolvers_have_255(link, protocol):
     air = link.air()
     established(link, air)
     family = socket.AF_INET6 if protocol == "IPv6" else socket.AF_INET
-    with Side(link.far).entered(), socket.socket(family, socket.SOCK_DGRAM | socket.SOCK_CLOEXEC) as asker:
+    with link.far.entered(), socket.socket(family, socket.SOCK_DGRAM | socket.SOCK_CLOEXEC) as asker:
         scope = (0, link.far_index) if protocol == "IPv6" else ()
         asker.setsockopt(socket.SOL_SOCKET, socket.SO_BINDTODEVICE, b"eth0")
         asker.settimeout(d.DEADLINE)
-        asker.sendto(dns.encode(dns.Message(questions=[dns.Question(dns.labels(INSTANCE), dns.SRV)])),
+        asker.sendto(dns.query(dns.Question(dns.labels(INSTANCE), dns.SRV)),
                      (GROUPS[protocol], PORT, *scope))
         asker.recv(9000)
     replies = sent(air, protocol, lambda packet: not is_multicast(packet))

@@ -4,59 +4,43 @@
 import random
 import re
 import socket
-import struct
-import subprocess
-import textwrap
 
 import pytest
 
 import driver as d
-
-SENDER = """
-    import socket, sys
-    sender = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    sender.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    sender.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
-    sender.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_TTL, 255)
-    sender.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF, socket.inet_aton("10.9.0.1"))
-    sender.bind(("", 5353))
-    for line in sys.stdin:
-        sender.sendto(bytes.fromhex(line), ("224.0.0.251", 5353))
-    print("sent", flush=True)
-"""
+from testbed import Voice, dns, wait_until
+from testbed.dns import raw_response
+from testbed.network import End
 
 
 def send(link, packets):
-    """Sends packets from the near host's port 5353, and returns when all have been sent."""
-    done = subprocess.run(["ip", "netns", "exec", link.near.name, "/usr/bin/python3", "-c", textwrap.dedent(SENDER)],
-                          input="".join(packet.hex() + "\n" for packet in packets), text=True, stdout=subprocess.PIPE,
-                          check=True)
-    assert done.stdout == "sent\n"
+    """Sends packets from the near host's port 5353, over IPv4."""
+    near = Voice(End(link.near, "eth0"))
+    for packet in packets:
+        near.send(packet, "IPv4")
+    near.close()
 
 
-def response(*records):
-    return struct.pack(">6H", 0, 0x8400, 0, len(records), 0, 0) + b"".join(records)
-
-
-def record(name, rrtype, rdata, ttl=120, rrclass=1):
-    return d.rdata_name(name) + struct.pack(">HHIH", rrtype, rrclass, ttl, len(rdata)) + rdata
+def record(name, rrtype, rdata, rrclass=1):
+    return dns.raw_record(dns.encode_name(name), rrtype, rdata, ttl=120, klass=rrclass)
 
 
 def hostile_packets(seed):
     chance = random.Random(seed)
-    pointer = d.rdata_name("_ipp._tcp.local")
+    pointer = dns.encode_name("_ipp._tcp.local")
     yield b""
     yield b"\0" * 11
-    yield struct.pack(">6H", 0, 0x8400, 0, 0xFFFF, 0xFFFF, 0xFFFF)
-    yield response(b"\xc0\x0c" + struct.pack(">HHIH", 12, 1, 120, 2) + b"\xc0\x0c")  # a name that points at itself
-    yield response(record("_ipp._tcp.local", 12, b"\x3fshort"))
-    yield response(record("_ipp._tcp.local", 12, b"\x03a\0b" + pointer))  # a zero byte in a label
-    yield response(record("_ipp._tcp.local", 12, b"\0"))
-    yield response(record("_ipp._tcp.local", 12, (b"\x3f" + b"x" * 63) * 3 + b"\x3e" + b"y" * 62 + b"\0"))
-    yield response(record("_ipp._tcp.local", 16, b"\xff" * 8000))
-    yield response(record("_ipp._tcp.local", 33, b"\0\0"))
-    yield response(*[record("_ipp._tcp.local", 12, b"\x01" + bytes([65 + i % 26]) + pointer) for i in range(100)])
-    good = response(record("_ipp._tcp.local", 12, b"\x07Hostile" + pointer), record("h.local", 1, b"abcd"))
+    yield dns.HEADER.pack(0, dns.RESPONSE, 0, 0xFFFF, 0xFFFF, 0xFFFF)
+    pointer_to_itself = b"\xc0\x0c"
+    yield raw_response(dns.raw_record(pointer_to_itself, dns.PTR, pointer_to_itself, 120, dns.CLASS_IN))
+    yield raw_response(record("_ipp._tcp.local", 12, b"\x3fshort"))
+    yield raw_response(record("_ipp._tcp.local", 12, b"\x03a\0b" + pointer))  # a zero byte in a label
+    yield raw_response(record("_ipp._tcp.local", 12, b"\0"))
+    yield raw_response(record("_ipp._tcp.local", 12, (b"\x3f" + b"x" * 63) * 3 + b"\x3e" + b"y" * 62 + b"\0"))
+    yield raw_response(record("_ipp._tcp.local", 16, b"\xff" * 8000))
+    yield raw_response(record("_ipp._tcp.local", 33, b"\0\0"))
+    yield raw_response(*[record("_ipp._tcp.local", 12, b"\x01" + bytes([65 + i % 26]) + pointer) for i in range(100)])
+    good = raw_response(record("_ipp._tcp.local", 12, b"\x07Hostile" + pointer), record("h.local", 1, b"abcd"))
     for _ in range(300):
         damaged = bytearray(good)
         for _ in range(chance.randrange(1, 6)):
@@ -75,8 +59,8 @@ def test_malformed_packets_do_no_harm(link, seed):
     looker.wait("mine")
     send(link, list(hostile_packets(seed)))
     publisher.register("reg", link.near_index, "Genuine")
-    d.wait_for(lambda: any(d.text_of(reply.fields[0]) == "Genuine" for reply in looker.of("br")
-                           if "f" * 6 not in reply.fields[0]), "the genuine service")
+    wait_until(lambda: any(d.text_of(reply.fields[0]) == "Genuine" for reply in looker.of("br")
+                           if "f" * 6 not in reply.fields[0]), d.DEADLINE, "the genuine service")
     assert looker.end() == 0
 
 
@@ -85,9 +69,9 @@ def test_a_flood_of_invented_instances_leaves_the_genuine_ones_alone(link):
     looker.browse("br", link.far_index, "_ipp._tcp")
     publisher.register("reg", link.near_index, "Genuine")
     looker.wait("br")
-    pointer = d.rdata_name("_ipp._tcp.local")
-    flood = [response(*[record("_ipp._tcp.local", 12, bytes([9]) + f"{i:04d}{j:05d}".encode() + pointer)
-                        for j in range(30)])
+    pointer = dns.encode_name("_ipp._tcp.local")
+    flood = [raw_response(*[record("_ipp._tcp.local", 12, bytes([9]) + f"{i:04d}{j:05d}".encode() + pointer)
+                            for j in range(30)])
              for i in range(300)]
     send(link, flood)
     looker.resolve("rs", link.far_index, "Genuine", "_ipp._tcp")
@@ -100,10 +84,10 @@ def test_a_flood_of_invented_instances_leaves_the_genuine_ones_alone(link):
 def test_an_address_that_changes_all_the_time_is_followed(link):
     looker = link.looker()
     looker.query("q", link.far_index, "h.local.", d.A)
-    packets = [response(record("h.local", 1, socket.inet_aton(f"10.9.1.{i % 250 + 1}"), rrclass=0x8001))
+    packets = [raw_response(record("h.local", 1, socket.inet_aton(f"10.9.1.{i % 250 + 1}"), rrclass=0x8001))
                for i in range(500)]
     send(link, packets)
-    d.wait_for(lambda: looker.of("q") and looker.of("q")[-1].fields[3] == "0a0901fa", "the last address")
+    wait_until(lambda: looker.of("q") and looker.of("q")[-1].fields[3] == "0a0901fa", d.DEADLINE, "the last address")
 
 
 VALGRIND = ["valgrind", "-q", "--error-exitcode=99", "--leak-check=full", "--show-leak-kinds=definite,indirect",
@@ -116,7 +100,7 @@ def test_a_whole_life_without_a_wrong_access_or_a_leak(link):
     looker = link.looker()
     publisher = link.publisher(connect=False, prefix=[] if d.is_sanitized() else VALGRIND)
     publisher.send("connect", "c")
-    d.wait_for(lambda: not publisher.answers.empty(), "valgrind to have started", 60)
+    wait_until(lambda: not publisher.answers.empty(), 60, "valgrind to have started")
     publisher.answers.get()
     looker.browse("br", link.far_index, "_ipp._tcp")
     looker.register("theirs", link.far_index, "My Printer", host="theirs.local")

@@ -5,7 +5,7 @@ it."""
 import pytest
 
 import driver as d
-from air import dns
+from testbed import dns, wait_until
 
 OWN, OTHER = "printer.local.", "printer-2.local."
 OWNER = "10.9.0.99"
@@ -30,15 +30,14 @@ def test_an_address_that_another_gateway_has_for_the_same_host_is_no_owner(link,
     publisher.record("a", link.near_index, OWN, d.A, rdata(first))
     publisher.wait("a")
     air.say(address(OWNER, flush=True))
-    d.wait_for(lambda: air.said(OTHER, dns.A), "the other name", PATIENCE)
+    wait_until(lambda: air.said(OTHER, dns.A), PATIENCE, "the other name")
     air.say(address(FORWARDED))
     air.say(address(OWNER, ttl=0))
     if first != FORWARDED:
         assert publisher.update("a", rdata(FORWARDED)) == 0
     began = air.said(OTHER, dns.A)[-1][0].time
-    d.wait_for(lambda: [record for _, record in air.said(OWN, dns.A, since=began) if record.data == FORWARDED
-                        and record.ttl],
-               "the host's own name", PATIENCE)
-    d.wait_for(lambda: [record for _, record in air.said(OTHER, dns.A, since=began) if record.ttl == 0], "the goodbye",
-               PATIENCE)
+    wait_until(lambda: [record for _, record in air.said(OWN, dns.A, since=began) if record.data == FORWARDED
+                        and record.ttl], PATIENCE, "the host's own name")
+    wait_until(lambda: [record for _, record in air.said(OTHER, dns.A, since=began) if record.ttl == 0], PATIENCE,
+               "the goodbye")
     assert publisher.end() == 0

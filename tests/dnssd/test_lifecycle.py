@@ -6,6 +6,7 @@ import time
 import pytest
 
 import driver as d
+from testbed import stays_true, wait_until
 
 
 def text(value):
@@ -118,7 +119,7 @@ def test_all_may_be_released_in_the_callback_of_any(seen, link, kind):
     looker.when(kind, "release", "c")
     every_kind(link, looker)
     looker.wait(kind)
-    d.wait_for(lambda: looker.log.count("did\t0") == 6, "the releases")
+    wait_until(lambda: looker.log.count("did\t0") == 6, d.DEADLINE, "the releases")
     replies = len(looker.replies)
     looker.connect("anew")
     looker.browse("after", link.far_index, "_ipp._tcp", connection="anew")
@@ -150,7 +151,7 @@ def test_a_whole_connection_may_be_released_in_a_callback(link):
     looker.browse("br", link.far_index, "_ipp._tcp")
     looker.browse("br2", link.far_index, "_ipp._tcp")
     looker.wait("br")
-    d.wait_for(lambda: "did\t0" in looker.log, "the release")
+    wait_until(lambda: "did\t0" in looker.log, d.DEADLINE, "the release")
     assert looker.do("socket", "c") == looker.do("socket", "br2") == -1
     assert looker.replies[-1].name == "br"
     assert looker.connect("c") == 0  # and a new engine works
@@ -175,7 +176,7 @@ def test_processing_inside_a_callback_is_a_bad_state(link):
     looker.browse("br", link.far_index, "_ipp._tcp")
     publisher.register("reg", link.near_index, "My Printer")
     looker.wait("br")
-    d.wait_for(lambda: f"did\t{d.BAD_STATE}" in looker.log, "the command in the callback")
+    wait_until(lambda: f"did\t{d.BAD_STATE}" in looker.log, d.DEADLINE, "the command in the callback")
 
 
 def test_nothing_is_delivered_for_what_was_released_while_replies_waited(link):
@@ -215,7 +216,7 @@ def test_a_forked_child_says_no_goodbyes_for_its_parent(seen, link):
     assert publisher.do("fork", "socket|c") == 0
     looker.resolve("rs", link.far_index, "My Printer", "_ipp._tcp")
     looker.wait("rs")
-    d.stays_true(lambda: len(looker.of("br")) == 1, 2, "no goodbye has an effect")
+    stays_true(lambda: len(looker.of("br")) == 1, 2, "no goodbye has an effect")
     publisher.register("still", link.near_index, "Still alive")  # the parent's engine is untouched
     looker.wait("br", 2)
 

@@ -6,7 +6,8 @@ import time
 import pytest
 
 import driver as d
-from air import dns
+from testbed import dns, wait_until
+from testbed.network import wire
 
 
 @pytest.mark.parametrize("protocols", [{"ipv6": None}, {"ipv4": None}], ids=["IPv4 only", "IPv6 only"])
@@ -35,11 +36,11 @@ def test_services_are_announced_again_when_the_link_comes_back(own_link):
     looker.query("q", link.far_index, "printer.local.", d.A)
     looker.wait("q")
     for host in (link.near, link.far):
-        host.sh("ip", "link", "set", "eth0", "down")
+        host.run("ip link set eth0 down")
     looker.wait("br", 2)
     for host in (link.far, link.near):
-        host.sh("ip", "addr", "replace", "10.9.0.1/24" if host is link.near else "10.9.0.2/24", "dev", "eth0")
-        host.sh("ip", "link", "set", "eth0", "up")
+        host.run(f"ip addr replace 10.9.0.{1 if host is link.near else 2}/24 dev eth0")
+        host.run("ip link set eth0 up")
     looker.wait("br", 3, deadline=20)
     looker.resolve("rs", link.far_index, "My Printer", "_ipp._tcp")
     looker.wait("rs")
@@ -52,24 +53,25 @@ def test_what_is_withdrawn_while_it_is_probed_for_anew_gets_its_goodbye(own_link
     air, publisher = link.air(), link.publisher()
     publisher.register("reg", link.near_index, "My Printer")
     name = ("My Printer", "_ipp", "_tcp", "local")
-    d.wait_for(lambda: len(air.said(name, dns.SRV)) >= 2, "both announcements")
-    link.near.sh("ip", "link", "set", "eth0", "down")
+    wait_until(lambda: len(air.said(name, dns.SRV)) >= 2, d.DEADLINE, "both announcements")
+    link.near.run("ip link set eth0 down")
     again = time.monotonic()
-    link.near.sh("ip", "link", "set", "eth0", "up")
-    d.wait_for(lambda: air.probes(name, again), "a probe")
+    link.near.run("ip link set eth0 up")
+    wait_until(lambda: air.probes(name, again), d.DEADLINE, "a probe")
     publisher.release("reg")
-    d.wait_for(lambda: air.said(name, dns.SRV, again, ttl=0) and air.said(name, dns.TXT, again, ttl=0), "the goodbye")
+    wait_until(lambda: air.said(name, dns.SRV, again, ttl=0) and air.said(name, dns.TXT, again, ttl=0), d.DEADLINE,
+               "the goodbye")
 
 
 def test_what_was_registered_while_the_link_was_down_is_announced_when_it_comes_up(own_link):
     link = own_link()
-    link.near.sh("ip", "link", "set", "eth0", "down")
+    link.near.run("ip link set eth0 down")
     looker, publisher = link.looker(), link.publisher()
     looker.browse("br", link.far_index, "_ipp._tcp")
     publisher.register("reg", link.near_index, "My Printer")
     publisher.record("r", link.near_index, "printer.local.", d.A, bytes([10, 9, 0, 7]))
     publisher.wait("reg")
-    link.near.sh("ip", "link", "set", "eth0", "up")
+    link.near.run("ip link set eth0 up")
     looker.wait("br", deadline=20)
     looker.query("q", link.far_index, "printer.local.", d.A)
     looker.wait("q")
@@ -81,7 +83,7 @@ def test_an_interface_may_vanish(own_link):
     looker.browse("br", link.far_index, "_ipp._tcp")
     publisher.register("reg", link.near_index, "My Printer")
     looker.wait("br")
-    link.near.sh("ip", "link", "del", "eth0")  # takes the other end with it
+    link.near.run("ip link del eth0")  # takes the other end with it
     looker.wait("br", 2)
     assert not d.add_flag(looker.of("br")[1])
     assert publisher.register("late", link.near_index, "Late") == 0  # its server is still there, and talks to nobody
@@ -92,7 +94,7 @@ def test_an_interface_may_vanish(own_link):
 def test_no_operation_starts_on_an_interface_that_has_vanished(own_link):
     link = own_link()
     publisher = link.publisher()
-    link.near.sh("ip", "link", "del", "eth0")
+    link.near.run("ip link del eth0")
     assert publisher.browse("br", link.near_index, "_ipp._tcp") == d.BAD_INTERFACE
 
 
@@ -100,7 +102,7 @@ def test_interfaces_do_not_hear_each_other(own_link):
     """near is on two links; what is published on one is not seen on the other."""
     link = own_link()
     third = link.host("third")
-    d.link(link.near, "eth1", third, "eth0", ipv4="10.8.0", ipv6="fd08::")
+    wire(link.near, "eth1", third, "eth0", ipv4="10.8.0", ipv6="fd08::")
     publisher, looker, other = link.publisher(), link.looker(), link.driver(third)
     other.browse("br", third.index("eth0"), "_ipp._tcp")
     looker.browse("br", link.far_index, "_ipp._tcp")
@@ -135,7 +137,7 @@ def test_an_idle_server_lingers_and_the_last_connection_ends_it(link):
     looker.browse("br", link.far_index, "_ipp._tcp")
 
     def bound():
-        return looker.host.sh("ss", "-Hlunp").stdout.count("dns_sd_driver")
+        return looker.host.run("ss -Hlunp").count("dns_sd_driver")
 
     assert bound() >= 2
     looker.release("br")

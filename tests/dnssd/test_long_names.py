@@ -7,7 +7,7 @@ import time
 import pytest
 
 import driver as d
-from air import dns
+from testbed import dns, stays_true, wait_until
 
 # With "._ipp._tcp.local" behind it, the escaped length is 248, 254, 255, 256, 257, 265 and 268 characters.
 NAMES = {248: "é" * 29, 254: "é" * 29 + "x" * 2 + " ", 255: "é" * 29 + "x" * 3 + " ", 256: "é" * 30,
@@ -24,7 +24,7 @@ def established(link, name, **options):
     air, publisher = link.air(), link.publisher()
     publisher.register("reg", link.near_index, name, **options)
     assert d.text_of(publisher.wait("reg")[0].fields[0]) == name
-    d.wait_for(lambda: min(over_each(air.heard(instance(name), dns.SRV))) >= 2, "both announcements")
+    wait_until(lambda: min(over_each(air.heard(instance(name), dns.SRV))) >= 2, d.DEADLINE, "both announcements")
     return air, publisher
 
 
@@ -54,7 +54,7 @@ def test_a_service_is_resolved_by_who_came_late(link, length):
         return over_each(air.heard(name, dns.SRV, since=began))
 
     # The first answer, which may be that over IPv6, is enough to resolve it; whoever asks, asks over both.
-    d.wait_for(lambda: sum(answers()), "an answer")
+    wait_until(lambda: sum(answers()), d.DEADLINE, "an answer")
     assert max(answers()) <= max(over_each(asked(air, name, dns.SRV, began))), "two answers to a question"
 
 
@@ -77,15 +77,15 @@ def test_two_that_want_the_same_name_at_the_same_time_do_not_both_keep_it(link):
     def last(driver):
         return d.text_of(driver.wait("reg")[-1].fields[0]) if driver.of("reg") else None
 
-    d.wait_for(lambda: last(first) and last(second) and first.of("reg")[-1].fields[0] != second.of("reg")[-1].fields[0],
-               "two different names")
+    wait_until(lambda: last(first) and last(second) and first.of("reg")[-1].fields[0] != second.of("reg")[-1].fields[0],
+               d.DEADLINE, "two different names")
 
 
 def test_the_address_of_a_host_is_found_by_who_came_late(link):
     host = LONG + ".local."
     air, publisher = link.air(), link.publisher()
     publisher.record("r", link.near_index, host, d.A, bytes([10, 9, 0, 7]))
-    d.wait_for(lambda: len(air.said((LONG, "local"), dns.A)) >= 2, "both announcements")
+    wait_until(lambda: len(air.said((LONG, "local"), dns.A)) >= 2, d.DEADLINE, "both announcements")
     late = link.looker()
     late.query("q", link.far_index, host, d.A)
     assert late.wait("q", deadline=5)[0].fields[3] == "0a090007"
@@ -99,7 +99,7 @@ def test_the_same_is_said_once_a_second_at_most(link):
         air.ask(instance(LONG), dns.SRV)
         return len(air.said(instance(LONG), dns.SRV, began)) <= 1 + time.monotonic() - began
 
-    d.stays_true(is_said_calmly, 2, lambda: air.story())
+    stays_true(is_said_calmly, 2, lambda: air.story())
     assert air.said(instance(LONG), dns.SRV, began)
 
 
@@ -108,7 +108,7 @@ def test_what_is_withdrawn_is_answered_for_no_more(link):
     publisher.register("other", link.near_index, "Other")
     publisher.wait("other")
     publisher.release("reg")
-    d.wait_for(lambda: air.said(instance(LONG), dns.SRV, ttl=0), "the goodbye")
+    wait_until(lambda: air.said(instance(LONG), dns.SRV, ttl=0), d.DEADLINE, "the goodbye")
     released = time.monotonic()
     air.ask(instance(LONG), dns.SRV)
     late = link.looker()

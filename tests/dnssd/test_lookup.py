@@ -4,7 +4,7 @@
 import time
 
 import driver as d
-from air import dns
+from testbed import dns, stays_true
 
 
 def answers(driver, name):
@@ -29,7 +29,7 @@ def settle(driver, name, link_index, publisher, near_index):
 
 def test_a_service_is_resolved_to_host_port_and_txt(link):
     looker, publisher = link.looker(), link.publisher()
-    txt = d.txt_data("rp=print", "note=2. Stock", "flag")
+    txt = dns.txt_data(["rp=print", "note=2. Stock", "flag"])
     publisher.register("reg", link.near_index, "Dr. Smith\\x", host="My\\.Host\\032x.local", port=9100, txt=txt)
     publisher.wait("reg")
     assert looker.resolve("rs", link.far_index, "Dr. Smith\\x", "_ipp._tcp.", "local.") == 0
@@ -52,7 +52,7 @@ def test_an_empty_txt_record_is_one_zero_byte(link):
 def test_a_resolve_without_an_answer_keeps_trying(link):
     looker, publisher = link.looker(), link.publisher()
     looker.resolve("rs", link.far_index, "Late", "_ipp._tcp")
-    d.stays_true(lambda: looker.of("rs") == [], 6, "no answer")  # after which other resolvers give up
+    stays_true(lambda: looker.of("rs") == [], 6, "no answer")  # after which other resolvers give up
     publisher.register("reg", link.near_index, "Late")
     looker.wait("rs")
 
@@ -91,7 +91,7 @@ def test_a_changed_address_is_one_answer(link):
     assert looker.wait("q", 2)[1].time - changed < 2
     settle(looker, "m1", link.far_index, publisher, link.near_index)
     # While the old address is forgotten.
-    d.stays_true(lambda: answers(looker, "q") == [v4(7), v4(8)], 2, "both are told once")
+    stays_true(lambda: answers(looker, "q") == [v4(7), v4(8)], 2, "both are told once")
 
 
 def test_the_loss_of_one_of_two_addresses_is_followed_by_the_other(link):
@@ -115,7 +115,7 @@ def test_an_expired_address_is_silence_and_so_is_its_return(link):
     looker.query("q", link.far_index, "printer.local.", d.A)
     looker.wait("q")
     publisher.remove("r")
-    d.stays_true(lambda: answers(looker, "q") == [v4(7)], 2, "that it is forgotten is not told")
+    stays_true(lambda: answers(looker, "q") == [v4(7)], 2, "that it is forgotten is not told")
     publisher.record("again", link.near_index, "printer.local.", d.A, v4(7))
     settle(looker, "m1", link.far_index, publisher, link.near_index)
     assert answers(looker, "q") == [v4(7)]
@@ -136,14 +136,14 @@ def test_an_unspecified_address_is_nobodys(link):
 def test_each_pointer_is_told_once_in_uncompressed_form(link):
     looker, publisher = link.looker(), link.publisher()
     name = "_universal._sub._ipp._tcp.local."
-    first, second = (d.rdata_name(f"{one}._ipp._tcp.local") for one in ("One", "Two"))
+    first, second = (dns.encode_name(f"{one}._ipp._tcp.local") for one in ("One", "Two"))
     looker.query("q", link.far_index, name, d.PTR)
     publisher.record("one", link.near_index, name, d.PTR, first)
     looker.wait("q")
     publisher.record("two", link.near_index, name, d.PTR, second)
     looker.wait("q", 2)
     publisher.remove("one")
-    d.stays_true(lambda: answers(looker, "q") == [first, second], 2, "that the first is forgotten is not told")
+    stays_true(lambda: answers(looker, "q") == [first, second], 2, "that the first is forgotten is not told")
     publisher.record("one again", link.near_index, name, d.PTR, first)
     looker.wait("q", 3)  # it lives anew
     assert answers(looker, "q")[2] == first
@@ -173,7 +173,7 @@ def test_an_srv_record_is_told_in_uncompressed_form(link):
     publisher.wait("reg")
     looker.query("q", link.far_index, "My\\032Printer._ipp._tcp.local.", d.SRV)
     looker.wait("q")
-    assert answers(looker, "q") == [b"\0\0\0\0" + (631).to_bytes(2, "big") + d.rdata_name("printer.local")]
+    assert answers(looker, "q") == [b"\0\0\0\0" + (631).to_bytes(2, "big") + dns.encode_name("printer.local")]
     assert d.text_of(looker.of("q")[0].fields[0]) == "My\\032Printer._ipp._tcp.local."
 
 

@@ -10,8 +10,8 @@ import time
 import pytest
 
 import driver as d
-from air import dns
 from pointer_place import SHORT_OF, Place, events, is_over, pointer, type_name
+from testbed import dns, let_pass_until, wait_until
 
 TRUNCATED = 0x0200
 CROWD = [b"Service number %03d" % number for number in range(300)]
@@ -31,7 +31,7 @@ class Story(Place):
         self.first_question()
         self.second_question()
         self.others_ask()
-        d.sleep_until(self.said_at + 3.7)
+        let_pass_until(self.said_at + 3.7)
         self.browsed_again_at = time.monotonic()
         self.browse(BACK + " again", BACK)
         self.growing_old()
@@ -65,26 +65,26 @@ class Story(Place):
         self.second_at = max(self.times(regtype, protocol)[1] for regtype in ASKED for protocol in ("IPv4", "IPv6"))
         self.air.say(pointer("_known._tcp", "Four"), pointer("_known._tcp", "Brief", 3), over="IPv4")
         self.air.say(pointer("_known._tcp", "Six"), over="IPv6")
-        d.sleep_until(self.asked_at + 1.05)
+        let_pass_until(self.asked_at + 1.05)
         self.ask(*MISSED)
         self.say(*[pointer(regtype, "Answering") for regtype in MISSED])
 
     def others_ask(self):
         """Half a second before the third question is due. And the others' third and fourth for what is missed."""
-        d.sleep_until(self.second_at + 1.4)
+        let_pass_until(self.second_at + 1.4)
         self.others_asked_at = time.monotonic()
         self.ask("_asked._tcp")
         self.ask("_knowing._tcp", known=[pointer("_knowing._tcp", "Theirs")])
         self.ask("_unicast._tcp", unicast=True)
         self.ask(*MISSED)
-        d.sleep_until(self.others_asked_at + 1.05)
+        let_pass_until(self.others_asked_at + 1.05)
         self.fourth_at = time.monotonic()
         self.ask("_four._tcp")
 
     def growing_old(self):
-        d.sleep_until(self.said_at + 7.8)
+        let_pass_until(self.said_at + 7.8)
         since = time.monotonic()
-        d.wait_for(lambda: self.times("_ageing._tcp", "IPv4", since), "a question for what grows old")
+        wait_until(lambda: self.times("_ageing._tcp", "IPv4", since), d.DEADLINE, "a question for what grows old")
         self.say(pointer("_ageing._tcp", "Answering", 10))
         self.wait_reply("_ageing._tcp", "Silent", False)
 

@@ -6,8 +6,8 @@ import time
 import pytest
 
 import driver as d
-from air import dns
 from pointer_place import SHORT_OF, Place, events, pointer
+from testbed import dns, let_pass_until, wait_until
 
 
 @pytest.fixture(name="place")
@@ -24,11 +24,11 @@ def test_a_goodbye_removes_and_a_rescue_keeps(place):
     place.near.wait("br", 2)
     said = time.monotonic()
     place.say(pointer("_ipp._tcp", "Leaving", 0), pointer("_ipp._tcp", "Staying", 0))
-    d.sleep_until(said + 0.3)
+    let_pass_until(said + 0.3)
     place.say(pointer("_ipp._tcp", "Staying"))
     lost = place.wait_reply("br", "Leaving", False)
     assert lost.time - said >= 1 - SHORT_OF  # RFC 6762 section 10.1
-    d.sleep_until(said + 1.1)
+    let_pass_until(said + 1.1)
     place.browse("later")
     place.wait_reply("later", "Staying")
     place.say(pointer("_ipp._tcp", "Marker"))
@@ -42,7 +42,7 @@ def test_the_cache_flush_bit_ends_what_was_said_before_that_second(place):
     place.wait_asked(1, "_ipp._tcp")
     said = time.monotonic()
     place.say(pointer("_ipp._tcp", "Old"))
-    d.sleep_until(said + 1.1)
+    let_pass_until(said + 1.1)
     place.say(pointer("_ipp._tcp", "Recent"))
     place.near.wait("br", 2)
     flushed = time.monotonic()
@@ -65,7 +65,7 @@ def test_what_is_said_to_this_machine_alone_is_no_news(place):
     place.say(pointer("_ipp._tcp", "Marker", 0))
     place.wait_reply("br", "Marker", False)
     said = time.monotonic()
-    d.sleep_until(said + 0.5)  # a goodbye is reported sooner than the pointer itself ends
+    let_pass_until(said + 0.5)  # a goodbye is reported sooner than the pointer itself ends
     place.say(pointer("_ipp._tcp", "Last"))
     place.wait_reply("br", "Last")
     assert events(place.near, "br") == [(True, "Printer"), (True, "Marker"), (False, "Marker"), (True, "Last")]
@@ -91,18 +91,18 @@ def test_what_was_heard_over_a_protocol_goes_with_its_address_and_all_with_the_l
     place.air.say_first(pointer("_ipp._tcp", "Both"), pointer("_ipp._tcp", "Six"), over="IPv6")
     place.near.wait("br", 3)
     gone = time.monotonic()
-    link.near.sh("ip", "addr", "del", "10.9.0.1/24", "dev", "eth0")
+    link.near.run("ip addr del 10.9.0.1/24 dev eth0")
     place.wait_reply("br", "Four", False)
     place.air.say(pointer("_ipp._tcp", "Marker"), over="IPv6")
     place.wait_reply("br", "Marker")
     assert [name for added, name in events(place.near, "br") if not added] == ["Four"]
-    d.wait_for(lambda: len(place.times("_ipp._tcp", "IPv6", gone)) >= 3, "questions that have become rare")
-    link.near.sh("ip", "link", "set", "eth0", "down")
+    wait_until(lambda: len(place.times("_ipp._tcp", "IPv6", gone)) >= 3, d.DEADLINE, "questions that have become rare")
+    link.near.run("ip link set eth0 down")
     place.near.wait("br", 8)
     assert sorted(name for added, name in events(place.near, "br") if not added) == ["Both", "Four", "Marker", "Six"]
-    link.near.sh("ip", "addr", "add", "10.9.0.1/24", "dev", "eth0")
-    link.near.sh("ip", "link", "set", "eth0", "up")
-    d.wait_for(lambda: place.times("_ipp._tcp", "IPv4", gone), f"a question\n{place.air.story()}")
+    link.near.run("ip addr add 10.9.0.1/24 dev eth0")
+    link.near.run("ip link set eth0 up")
+    wait_until(lambda: place.times("_ipp._tcp", "IPv4", gone), d.DEADLINE, f"a question\n{place.air.story()}")
     # If nothing had happened, the next one would have followed four seconds after the third.
     assert place.times("_ipp._tcp", "IPv4", gone)[0] - place.times("_ipp._tcp", "IPv6", gone)[2] < 3.5
     place.air.say_first(pointer("_ipp._tcp", "Both"), over="IPv4")
@@ -149,7 +149,7 @@ def test_a_query_for_pointers_tells_the_same(place):
     replies = place.near.wait("q", 2)
     place.near.wait("br", 2)
     assert sorted(bytes.fromhex(reply.fields[3]) for reply in replies) == [
-        d.rdata_name("One._ipp._tcp.local"), d.rdata_name("Other._ipp._tcp.local")]
+        dns.encode_name("One._ipp._tcp.local"), dns.encode_name("Other._ipp._tcp.local")]
     place.near.query("late", place.link.near_index, "_IPP._tcp.local.", d.PTR)
     assert len(place.near.wait("late", 2)) == 2
     place.say(pointer("_ipp._tcp", "Marker"))
@@ -173,13 +173,15 @@ def test_beside_something_registered_all_is_the_same(place):
     assert sorted(d.text_of(reply.fields[0]) for reply in place.near.wait("second", 3)) == ["After", "Before", "Mine"]
     mine = dns.labels(("Mine", "_ipp", "_tcp", "local"))
     place.wait_asked(2, "_ipp._tcp", since=asked)
-    d.wait_for(lambda: len(place.air.said("_ipp._tcp.local", dns.PTR, data=mine)) >= 2, "both announcements")
+    wait_until(lambda: len(place.air.said("_ipp._tcp.local", dns.PTR, data=mine)) >= 2, d.DEADLINE,
+               "both announcements")
     said = place.air.said("_ipp._tcp.local", dns.PTR, data=mine)[-1][0].time
-    d.sleep_until(said + 1)  # within which nothing is said once more (RFC 6762 section 6)
+    let_pass_until(said + 1)  # within which nothing is said once more (RFC 6762 section 6)
     since = time.monotonic()
     place.say(pointer("_ipp._tcp", "After", 0), pointer("_ipp._tcp", "Mine", 0))
     # Ours by mistake, which is put right (RFC 6762 section 6.6), not only in answer to the next question.
-    right = d.wait_for(lambda: place.air.said("_ipp._tcp.local", dns.PTR, since, data=mine), "Mine said again")[0][0]
+    right = wait_until(lambda: place.air.said("_ipp._tcp.local", dns.PTR, since, data=mine), d.DEADLINE,
+                       "Mine said again")[0][0]
     assert not [at for at in place.times("_ipp._tcp", "IPv4", since) if at < right.time]
     place.wait_reply("br", "After", False)
     place.say(pointer("_ipp._tcp", "Before", 0))
@@ -194,7 +196,8 @@ def test_beside_something_registered_all_is_the_same(place):
 def test_what_was_registered_before_is_found_by_a_browse_that_begins_later(place):
     place.near.register("reg", place.link.near_index, "Mine")
     mine = dns.labels(("Mine", "_ipp", "_tcp", "local"))
-    d.wait_for(lambda: len(place.air.said("_ipp._tcp.local", dns.PTR, data=mine)) >= 2, "both announcements")
+    wait_until(lambda: len(place.air.said("_ipp._tcp.local", dns.PTR, data=mine)) >= 2, d.DEADLINE,
+               "both announcements")
     place.browse("br")
     place.wait_reply("br", "Mine")
     place.near.release("reg")

@@ -9,7 +9,7 @@ import time
 import pytest
 
 import driver as d
-from air import dns
+from testbed import dns, stays_true, wait_until
 
 HOST = dns.labels("host.local")
 INSTANCE = (b"Device", b"_ipp", b"_tcp", b"local")
@@ -45,11 +45,11 @@ def make_place(link):
             return [bytes.fromhex(reply.fields[3])[-1] for reply in self.near.of(name)]
 
         def is_told(self, name, *lasts):
-            d.wait_for(lambda: self.told(name) == list(lasts), f"{lasts} told")
+            wait_until(lambda: self.told(name) == list(lasts), d.DEADLINE, f"{lasts} told")
 
         def stays_told(self, name, *lasts, seconds=2.5):
             """By then what was there before the last address is gone (RFC 6762 section 10.2)."""
-            d.stays_true(lambda: self.told(name) == list(lasts), seconds, f"{lasts} told")
+            stays_true(lambda: self.told(name) == list(lasts), seconds, f"{lasts} told")
 
     return Place()
 
@@ -57,7 +57,7 @@ def make_place(link):
 def browse_and_wait(place, ttl=120):
     """The browse runs, and the service has been announced and found."""
     place.near.browse("br", place.index, "_ipp._tcp")
-    d.wait_for(lambda: len(place.questions("_ipp._tcp.local", dns.PTR)) >= 2,
+    wait_until(lambda: len(place.questions("_ipp._tcp.local", dns.PTR)) >= 2, d.DEADLINE,
                "the browse's question over both protocols")
     place.air.say_first(*service(ttl))
     place.near.wait("br")
@@ -74,13 +74,13 @@ def test_what_was_announced_is_not_asked_for(place):
         return not (place.questions(HOST, dns.A) or place.questions(INSTANCE, dns.SRV)
                     or place.questions(INSTANCE, dns.TXT))
 
-    d.stays_true(is_quiet, 4, "nothing is asked for")
+    stays_true(is_quiet, 4, "nothing is asked for")
     assert len(place.near.of("rs")) == 1 and place.told("q") == [7]
 
 
 def test_what_was_not_announced_is_asked_for(place):
     place.near.query("q", place.index, "host.local.", d.A)
-    d.wait_for(lambda: len(place.questions(HOST, dns.A)) >= 4, "two questions over both protocols")
+    wait_until(lambda: len(place.questions(HOST, dns.A)) >= 4, d.DEADLINE, "two questions over both protocols")
     place.air.say(address(7))
     place.is_told("q", 7)
 
@@ -111,7 +111,7 @@ def test_a_resolve_that_goes_on_hears_of_a_change(place):
     browse_and_wait(place)
     place.near.resolve("rs", place.index, "Device", "_ipp._tcp")
     place.near.wait("rs")
-    d.stays_true(lambda: len(place.near.of("rs")) == 1, 2.5, "it is told once")
+    stays_true(lambda: len(place.near.of("rs")) == 1, 2.5, "it is told once")
     place.air.say(text(b"\x03a=c"))
     place.near.wait("rs", 2)
     assert [bytes.fromhex(reply.fields[3]) for reply in place.near.of("rs")] == [b"\x03a=b", b"\x03a=c"]
@@ -123,14 +123,14 @@ def test_a_goodbye_ends_the_rest(place):
     place.is_told("q", 7)
     since = time.monotonic()
     place.air.say(address(7, ttl=0))
-    d.wait_for(lambda: place.questions(HOST, dns.A, since), "a question after the goodbye")
+    wait_until(lambda: place.questions(HOST, dns.A, since), d.DEADLINE, "a question after the goodbye")
 
 
 def test_a_short_lived_address_is_asked_for_as_ever(place):
     browse_and_wait(place, ttl=10)
     place.near.query("q", place.index, "host.local.", d.A)
     place.is_told("q", 7)
-    d.wait_for(lambda: place.questions(HOST, dns.A), "a question")
+    wait_until(lambda: place.questions(HOST, dns.A), d.DEADLINE, "a question")
 
 
 def test_an_address_is_asked_for_before_its_lifetime_is_over(place):
@@ -138,13 +138,13 @@ def test_an_address_is_asked_for_before_its_lifetime_is_over(place):
     place.near.query("q", place.index, "host.local.", d.A)
     place.is_told("q", 7)
     began = time.monotonic()
-    d.wait_for(lambda: place.questions(HOST, dns.A), "a question", 55)
+    wait_until(lambda: place.questions(HOST, dns.A), 55, "a question")
     assert 35 < time.monotonic() - began < 50
 
 
 def test_a_name_with_very_many_records_is_told_whole(place):
     place.near.query("q", place.index, "many.local.", d.TXT)
-    d.wait_for(lambda: len(place.questions("many.local", dns.TXT)) >= 2, "the question over both protocols")
+    wait_until(lambda: len(place.questions("many.local", dns.TXT)) >= 2, d.DEADLINE, "the question over both protocols")
     many = dns.labels("many.local")
     for first in range(0, 200, 20):
         place.air.say_first(*[dns.Record(many, dns.TXT, b"\x04n%03d" % number, 4500)
@@ -161,7 +161,7 @@ def test_of_what_is_remembered_the_newest_is_told_last(place):
     browse_and_wait(place)
     place.near.query("known", place.index, "host.local.", d.A)
     announce_addresses(place, 7, 8, 9)
-    d.wait_for(lambda: place.told("known")[-1:] == [9], "the newest address")
+    wait_until(lambda: place.told("known")[-1:] == [9], d.DEADLINE, "the newest address")
     place.near.query("q", place.index, "host.local.", d.A)
     place.is_told("q", 7, 8, 9)
 
@@ -170,17 +170,17 @@ def test_of_very_many_addresses_the_newest_is_told_last_and_the_next_newest_when
     browse_and_wait(place)
     place.near.query("known", place.index, "host.local.", d.A)
     announce_addresses(place, *range(101, 141))
-    d.wait_for(lambda: place.told("known")[-1:] == [140], "the newest address")
+    wait_until(lambda: place.told("known")[-1:] == [140], d.DEADLINE, "the newest address")
     place.near.query("q", place.index, "host.local.", d.A)
-    d.wait_for(lambda: place.told("q")[-1:] == [140], "the newest address")
+    wait_until(lambda: place.told("q")[-1:] == [140], d.DEADLINE, "the newest address")
     place.air.say(*[address(last, ttl=0) for last in range(125, 141)])
-    d.wait_for(lambda: place.told("q")[-1:] == [124], "the next newest")
+    wait_until(lambda: place.told("q")[-1:] == [124], d.DEADLINE, "the next newest")
 
 
 def test_what_is_said_over_the_other_protocol_is_not_missed(place):
     place.near.query("q", place.index, "host.local.", d.A)
-    d.wait_for(lambda: len(place.questions(HOST, dns.A)) >= 2, "the question over both protocols")
-    d.wait_for(lambda: not place.air.say(address(7), over="IPv4") and place.told("q"), "the address told")
+    wait_until(lambda: len(place.questions(HOST, dns.A)) >= 2, d.DEADLINE, "the question over both protocols")
+    wait_until(lambda: not place.air.say(address(7), over="IPv4") and place.told("q"), d.DEADLINE, "the address told")
     place.stays_told("q", 7)
     place.air.say(address(8), over="IPv6")
     place.is_told("q", 7, 8)
@@ -192,8 +192,8 @@ def test_what_happens_to_other_interfaces_disturbs_no_rest(place, link):
     place.is_told("q", 7)
     place.stays_told("q", 7, seconds=1)
     since = time.monotonic()
-    link.near.sh("ip", "link", "add", "other0", "type", "veth", "peer", "name", "other1")
-    link.near.sh("ip", "link", "set", "other0", "up")
-    link.near.sh("ip", "link", "del", "other0")
-    link.near.sh("ip", "addr", "change", "fd09::1/64", "dev", "eth0", "valid_lft", "5000", "preferred_lft", "4000")
-    d.stays_true(lambda: not place.questions(HOST, dns.A, since), 3, "nothing is asked for")
+    link.near.run("ip link add other0 type veth peer name other1")
+    link.near.run("ip link set other0 up")
+    link.near.run("ip link del other0")
+    link.near.run("ip addr change fd09::1/64 dev eth0 valid_lft 5000 preferred_lft 4000")
+    stays_true(lambda: not place.questions(HOST, dns.A, since), 3, "nothing is asked for")

@@ -6,6 +6,7 @@ import time
 import pytest
 
 import driver as d
+from testbed import dns, stays_true
 
 
 def v4(last):
@@ -18,7 +19,7 @@ def told(looker, name):
 
 def stays_told(looker, count, seconds=2):
     """Nothing more is told, while a goodbye has its effect."""
-    d.stays_true(lambda: len(looker.of("q")) == count, seconds, lambda: told(looker, "q"))
+    stays_true(lambda: len(looker.of("q")) == count, seconds, lambda: told(looker, "q"))
 
 
 def test_a_shared_record_is_established_at_once(link):
@@ -67,7 +68,7 @@ def test_two_shared_records_of_one_name_stand_side_by_side(link):
 
 @pytest.mark.parametrize("rrtype, rdata, ttl, expected", [
     (d.A, v4(7), 0, 120), (d.AAAA, bytes([0xFD, 9] + [0] * 13 + [7]), 0, 120), (d.TXT, b"\x01a", 0, 4500),
-    (d.PTR, d.rdata_name("x.local"), 0, 4500), (d.SRV, b"\0\0\0\0\0\x01" + d.rdata_name("x.local"), 0, 120),
+    (d.PTR, dns.encode_name("x.local"), 0, 4500), (d.SRV, b"\0\0\0\0\0\x01" + dns.encode_name("x.local"), 0, 120),
     (d.A, v4(7), 77, 77)])
 def test_a_lifetime_of_zero_means_the_usual_one(link, rrtype, rdata, ttl, expected):
     looker, publisher = link.looker(), link.publisher()
@@ -80,7 +81,7 @@ def test_a_lifetime_of_zero_means_the_usual_one(link, rrtype, rdata, ttl, expect
 def test_the_same_record_twice_is_one_with_two_holders(link):
     looker, publisher = link.looker(), link.publisher()
     looker.query("q", link.far_index, "printer.local.", d.PTR)
-    rdata = d.rdata_name("x.local")
+    rdata = dns.encode_name("x.local")
     publisher.record("one", link.near_index, "printer.local.", d.PTR, rdata)
     publisher.record("two", link.near_index, "PRINTER.local.", d.PTR, rdata)
     assert publisher.wait("one")[0].error == publisher.wait("two")[0].error == 0
@@ -129,7 +130,7 @@ def test_an_update_announces_the_new_and_withdraws_the_old(link, flags):
     fresh = link.looker()
     fresh.query("q", link.far_index, "printer.local.", d.A)
     fresh.wait("q")
-    d.stays_true(lambda: told(fresh, "q") == [v4(8).hex()], 0.5, "the new data alone")
+    stays_true(lambda: told(fresh, "q") == [v4(8).hex()], 0.5, "the new data alone")
 
 
 def test_an_update_back_to_the_former_data_sticks(link):
@@ -138,10 +139,10 @@ def test_an_update_back_to_the_former_data_sticks(link):
     publisher.wait("r")
     for last in (8, 7, 9, 7, 8, 7):
         assert publisher.update("r", v4(last)) == 0
-    d.stays_true(lambda: len(publisher.of("r")) == 1, 2.5, "it stays established")
+    stays_true(lambda: len(publisher.of("r")) == 1, 2.5, "it stays established")
     looker.query("q", link.far_index, "printer.local.", d.A)
     looker.wait("q")
-    d.stays_true(lambda: told(looker, "q") == [v4(7).hex()], 0.5, "the last data alone")
+    stays_true(lambda: told(looker, "q") == [v4(7).hex()], 0.5, "the last data alone")
 
 
 def test_an_update_of_a_record_that_is_not_yet_established_counts(link):
@@ -149,7 +150,7 @@ def test_an_update_of_a_record_that_is_not_yet_established_counts(link):
     publisher.record("r", link.near_index, "printer.local.", d.A, v4(7), flags=d.UNIQUE)
     assert publisher.update("r", v4(8)) == 0
     assert publisher.wait("r")[0].error == 0
-    d.stays_true(lambda: len(publisher.of("r")) == 1, 2, "it stays established")
+    stays_true(lambda: len(publisher.of("r")) == 1, 2, "it stays established")
     looker.query("q", link.far_index, "printer.local.", d.A)
     looker.wait("q")
     assert told(looker, "q") == [v4(8).hex()]
@@ -157,7 +158,7 @@ def test_an_update_of_a_record_that_is_not_yet_established_counts(link):
 
 def test_a_removed_record_is_gone_within_two_seconds(link):
     looker, publisher = link.looker(), link.publisher()
-    rdata = d.rdata_name("My Printer._ipp._tcp.local")
+    rdata = dns.encode_name("My Printer._ipp._tcp.local")
     looker.browse("br", link.far_index, "_universal._ipp._tcp")
     publisher.record("r", link.near_index, "_universal._sub._ipp._tcp.local.", d.PTR, rdata)
     looker.wait("br")

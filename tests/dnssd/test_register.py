@@ -6,6 +6,7 @@ import time
 import pytest
 
 import driver as d
+from testbed import dns, stays_true, wait_until
 
 
 def registered(driver, name, count=1):
@@ -36,7 +37,7 @@ def test_the_type_is_enumerated_while_anything_of_it_is_registered(link):
     looker, publisher = link.looker(), link.publisher()
     looker.query("q", link.far_index, "_services._dns-sd._udp.local.", d.PTR)
     publisher.register("one", link.near_index, "One")
-    assert bytes.fromhex(looker.wait("q")[0].fields[3]) == d.rdata_name("_ipp._tcp.local")
+    assert bytes.fromhex(looker.wait("q")[0].fields[3]) == dns.encode_name("_ipp._tcp.local")
     publisher.register("two", link.near_index, "Two")
     publisher.wait("two")
     publisher.release("one")
@@ -47,7 +48,7 @@ def test_the_type_is_enumerated_while_anything_of_it_is_registered(link):
 
 def test_nothing_of_this_machine_is_published(link):
     looker, publisher = link.looker(), link.publisher()
-    host = link.near.sh("hostname").stdout.strip().split(".")[0]
+    host = link.near.run("hostname").strip().split(".")[0]
     for name in (f"{host}.local.", "unused.local."):
         for rrtype in (d.A, d.AAAA):
             looker.query(f"{name}{rrtype}", link.far_index, name, rrtype)
@@ -138,19 +139,19 @@ def test_two_identical_registrations_are_one_service_until_the_last_is_released(
 def test_a_name_that_is_lost_later_is_given_up_for_another(own_link):
     link = own_link()
     looker, first, second = link.looker(), link.looker(), link.publisher()
-    link.near.sh("ip", "link", "set", "eth0", "down")
-    link.far.sh("ip", "link", "set", "eth0", "down")
+    link.near.run("ip link set eth0 down")
+    link.far.run("ip link set eth0 down")
     first.register("reg", link.far_index, "My Printer", host="first.local")
     second.register("reg", link.near_index, "My Printer", host="second.local")
     assert registered(first, "reg") == registered(second, "reg") == "My Printer"
     looker.browse("br", link.far_index, "_ipp._tcp")
-    link.far.sh("ip", "link", "set", "eth0", "up")
-    link.near.sh("ip", "link", "set", "eth0", "up")
-    d.wait_for(lambda: len(first.of("reg")) + len(second.of("reg")) >= 3, "one of the two to be renamed", 30)
+    link.far.run("ip link set eth0 up")
+    link.near.run("ip link set eth0 up")
+    wait_until(lambda: len(first.of("reg")) + len(second.of("reg")) >= 3, 30, "one of the two to be renamed")
     assert {registered(first, "reg", len(first.of("reg"))), registered(second, "reg", len(second.of("reg")))} == {
         "My Printer", "My Printer (2)"}
-    d.wait_for(lambda: {d.text_of(reply.fields[0]) for reply in looker.of("br")} >= {"My Printer", "My Printer (2)"},
-               "both names to be found")
+    wait_until(lambda: {d.text_of(reply.fields[0]) for reply in looker.of("br")} >= {"My Printer", "My Printer (2)"},
+               d.DEADLINE, "both names to be found")
 
 
 def test_a_long_name_is_cut_unless_it_may_not_be(link):
@@ -179,7 +180,7 @@ def test_new_txt_data_replaces_the_old(link):
     assert publisher.update("reg", b"\x01b") == 0
     assert bytes.fromhex(looker.wait("q", 2)[1].fields[3]) == b"\x01b"
     assert publisher.update("reg", b"\x05b") == d.BAD_PARAM
-    d.stays_true(lambda: len(looker.of("q")) == 2, 2, "nothing more is told")  # and the old data is forgotten meanwhile
+    stays_true(lambda: len(looker.of("q")) == 2, 2, "nothing more is told")  # and the old data is forgotten meanwhile
     fresh = link.looker()
     fresh.resolve("rs", link.far_index, "My Printer", "_ipp._tcp")
     assert fresh.wait("rs")[0].fields[3] == b"\x01b".hex()

@@ -10,8 +10,8 @@ import struct
 import pytest
 
 import driver as d
-from air import Side, dns
 from resolved import Resolved
+from testbed import dns, wait_until
 
 WEB = ("web", "Gateway Web", "_http._tcp", 80)
 OURS, ITS = "10.9.0.2", "10.9.0.1"
@@ -43,8 +43,8 @@ def register_printer(link, instance="My Printer"):
         kind = d.A if name == "r" else d.AAAA
         publisher.record(name, link.far_index, "printer.local.", kind, rdata(address), flags=d.UNIQUE)
     reverse = ipaddress.ip_address("10.9.0.77").reverse_pointer
-    publisher.record("rev", link.far_index, reverse, d.PTR, d.rdata_name("printer.local"), flags=d.UNIQUE)
-    publisher.register("reg", link.far_index, instance, txt=d.txt_data("rp=print"))
+    publisher.record("rev", link.far_index, reverse, d.PTR, dns.encode_name("printer.local"), flags=d.UNIQUE)
+    publisher.register("reg", link.far_index, instance, txt=dns.txt_data(["rp=print"]))
     assert [publisher.wait(name)[0].error for name in ("r", "r6", "rev", "reg")] == [0] * 4
     return publisher
 
@@ -58,7 +58,7 @@ def instances(driver, name):
 
 
 def wait_instances(driver, name, expected):
-    d.wait_for(lambda: instances(driver, name) == sorted(expected), f"{expected}\n{driver.dump()}")
+    wait_until(lambda: instances(driver, name) == sorted(expected), d.DEADLINE, f"{expected}\n{driver.dump()}")
 
 
 def announcements(air, name, kind):
@@ -106,14 +106,14 @@ def test_its_host_and_its_service_are_found_by_us_and_known_in_our_questions(lin
     assert looker.wait("q")[0].fields[3] == rdata(ITS).hex()
     its_ipv6 = {rdata(address).hex() for address in resolved.air.near if ":" in address}
     assert {reply.fields[3] for reply in looker.wait("q6", 2)} == its_ipv6
-    assert bytes.fromhex(looker.wait("rev")[0].fields[3]) == d.rdata_name("gateway.local")
-    assert bytes.fromhex(looker.wait("types")[0].fields[3]) == d.rdata_name("_http._tcp.local")
+    assert bytes.fromhex(looker.wait("rev")[0].fields[3]) == dns.encode_name("gateway.local")
+    assert bytes.fromhex(looker.wait("types")[0].fields[3]) == dns.encode_name("_http._tcp.local")
 
     def known():
         asked = questions(resolved.air, OURS, "_http._tcp.local", dns.PTR)
         return [record for packet in asked for record in packet.message.answers]
 
-    record = d.wait_for(known, "a further question that tells what we know")[0]
+    record = wait_until(known, d.DEADLINE, "a further question that tells what we know")[0]
     assert dns.text(record.data[:1]) == "Büro von gateway"
     assert dns.HOST_TTL / 2 < record.ttl <= dns.HOST_TTL and not record.flush
 
@@ -129,7 +129,7 @@ def test_what_it_withdraws_is_reported_gone_and_what_it_keeps_is_there(link, sta
     def announced():  # before that there is no goodbye
         return resolved.air.heard("Passing Web._http._tcp.local", dns.SRV, sources=resolved.air.near)
 
-    d.wait_for(lambda: len({":" in packet.source for packet, _ in announced()}) == 2,
+    wait_until(lambda: len({":" in packet.source for packet, _ in announced()}) == 2, d.DEADLINE,
                "its announcement over both protocols")
     resolved.unregister("passing")  # it says goodbye to everything, and announces what is left
     goodbye, _ = resolved.air.wait_for("_http._tcp.local", dns.PTR, d.DEADLINE, sources=[ITS], ttl=0)
@@ -142,15 +142,16 @@ def test_what_we_change_and_withdraw_is_changed_and_given_up_by_its_cache(link, 
     resolved.listen()
     publisher = register_printer(link)
     instance = "My\\032Printer._ipp._tcp.local"
-    d.wait_for(lambda: "rp=print" in resolved.has_cached(instance, "TXT"), "our TXT record in its cache")
-    publisher.update("reg", d.txt_data("rp=scan"))
-    d.wait_for(lambda: "rp=scan" in resolved.has_cached(instance, "TXT"), "the change in its cache")
+    wait_until(lambda: "rp=print" in resolved.has_cached(instance, "TXT"), d.DEADLINE, "our TXT record in its cache")
+    publisher.update("reg", dns.txt_data(["rp=scan"]))
+    wait_until(lambda: "rp=scan" in resolved.has_cached(instance, "TXT"), d.DEADLINE, "the change in its cache")
     assert "rp=print" not in resolved.has_cached(instance, "TXT")  # the cache-flush bit has done that
     ours = [("printer.local", "A"), ("printer.local", "AAAA"), (instance, "SRV"), (instance, "TXT"),
             ("_ipp._tcp.local", "PTR")]
     assert all(resolved.has_cached(*record) for record in ours)
     publisher.end()
-    d.wait_for(lambda: not any(resolved.has_cached(*record) for record in ours), "our records to leave its cache")
+    wait_until(lambda: not any(resolved.has_cached(*record) for record in ours), d.DEADLINE,
+               "our records to leave its cache")
 
 
 def test_it_takes_other_names_than_the_host_and_the_service_that_we_have(link, start):
@@ -195,8 +196,9 @@ def test_of_two_that_probe_at_once_the_later_data_has_the_name(link, start):
     resolved = start(WEB)
     publisher, looker = link.looker(), link.looker()
     resolved.listen()
-    d.wait_for(lambda: questions(resolved.air, ITS, "Gateway Web._http._tcp.local", dns.ANY), "its first probe")
-    txt = d.txt_data("z=longer")  # is later than its own, and a TXT record is compared before an SRV record
+    wait_until(lambda: questions(resolved.air, ITS, "Gateway Web._http._tcp.local", dns.ANY), d.DEADLINE,
+               "its first probe")
+    txt = dns.txt_data(["z=longer"])  # is later than its own, and a TXT record is compared before an SRV record
     publisher.register("reg", link.far_index, "Gateway Web", "_http._tcp", host="ours.local.", port=99, txt=txt)
     publisher.wait("reg")
     looker.browse("br", link.far_index, "_http._tcp")
@@ -207,7 +209,7 @@ def test_of_two_that_probe_at_once_the_later_data_has_the_name(link, start):
     # it was too late on a slow machine
     ours = "Gateway Web" if not claimed or probed < claimed[0] else "Gateway Web (2)"
     assert d.text_of(publisher.of("reg")[0].fields[0]) == ours
-    d.wait_for(lambda: len(instances(looker, "br")) == 2, f"both services\n{looker.dump()}")
+    wait_until(lambda: len(instances(looker, "br")) == 2, d.DEADLINE, f"both services\n{looker.dump()}")
     its, = set(instances(looker, "br")) - {ours}
     looker.resolve("ours", link.far_index, ours, "_http._tcp")
     looker.resolve("its", link.far_index, its, "_http._tcp")
@@ -218,10 +220,11 @@ def test_an_answer_that_it_knows_is_not_given_to_it(link, start):
     resolved = start()
     resolved.listen()
     register_printer(link)
-    d.wait_for(lambda: len(announcements(resolved.air, "_ipp._tcp.local", dns.PTR)) == 2, "our announcements")
-    d.wait_for(lambda: resolved.has_cached("_ipp._tcp.local", "PTR"), "our pointer in its cache")
+    wait_until(lambda: len(announcements(resolved.air, "_ipp._tcp.local", dns.PTR)) == 2, d.DEADLINE,
+               "our announcements")
+    wait_until(lambda: resolved.has_cached("_ipp._tcp.local", "PTR"), d.DEADLINE, "our pointer in its cache")
     resolved.look_up_meanwhile("query", "--cache=no", "--type=PTR", "_ipp._tcp.local")
-    asked = d.wait_for(lambda: questions(resolved.air, ITS, "_ipp._tcp.local", dns.PTR)[1:],
+    asked = wait_until(lambda: questions(resolved.air, ITS, "_ipp._tcp.local", dns.PTR)[1:], d.DEADLINE,
                        "its question and the next")[-1]
     assert "My Printer" in [dns.text(record.data[:1]) for record in asked.message.answers if record.kind == dns.PTR]
     assert len(announcements(resolved.air, "_ipp._tcp.local", dns.PTR)) == 2, resolved.air.story()
@@ -245,8 +248,8 @@ def test_a_record_that_it_announces_with_a_short_life_is_announced_again_by_us(l
 def ask_once(asker, address, name, kind):
     """A one-shot query from a port of its own; the answer, which comes to that port alone."""
     identity = os.urandom(2)
-    question = dns.encode(dns.Message(questions=[dns.Question(dns.labels(name), kind)]))
-    with Side(asker).entered():
+    question = dns.query(dns.Question(dns.labels(name), kind))
+    with asker.entered():
         asking = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     with asking:
         asking.bind((address, 0))

@@ -8,6 +8,7 @@ import time
 import pytest
 
 import driver as d
+from testbed import wait_until
 
 ENDINGS = [signal.SIGTERM, signal.SIGINT, signal.SIGHUP, signal.SIGQUIT]
 
@@ -52,7 +53,7 @@ def test_a_program_with_a_handler_keeps_its_signal(link):
     assert publisher.do("blocked", int(signal.SIGTERM)) == 0
     assert publisher.do("blocked", int(signal.SIGINT)) == 1
     publisher.process.send_signal(signal.SIGTERM)
-    d.wait_for(lambda: publisher.do("handled") == 1, "the handler to have run")
+    wait_until(lambda: publisher.do("handled") == 1, d.DEADLINE, "the handler to have run")
     assert publisher.process.poll() is None and len(looker.of("br")) == 1
 
 
@@ -64,7 +65,7 @@ def test_a_handler_installed_later_gets_the_signal(link):
     publisher.process.send_signal(signal.SIGTERM)
     publisher.do("handle", int(signal.SIGTERM), "count")
     publisher.do("serve", "yes")
-    d.wait_for(lambda: publisher.do("handled") == 1, "the handler to have run")
+    wait_until(lambda: publisher.do("handled") == 1, d.DEADLINE, "the handler to have run")
     assert publisher.do("blocked", int(signal.SIGTERM)) == 0
     assert len(looker.of("br")) == 1
 
@@ -85,7 +86,8 @@ def test_no_handler_runs_inside_the_library_or_a_callback(link):
         publisher.when("r", *command)
     publisher.record("r", link.near_index, "h.local.", d.A, bytes([10, 9, 0, 7]))
     publisher.wait("r")
-    d.wait_for(lambda: publisher.log[-4:] == ["did\t0", "did\t0", "did\t1", "did\t0"], "the callback's commands")
+    wait_until(lambda: publisher.log[-4:] == ["did\t0", "did\t0", "did\t1", "did\t0"], d.DEADLINE,
+               "the callback's commands")
     assert publisher.do("handled") == 1  # it ran as soon as the library was left
     assert publisher.do("blocked", int(signal.SIGUSR1)) == 0
 

@@ -44,16 +44,16 @@ def stands(flooded, packets):
 
 def test_a_printer_whose_host_is_another_name_of_itself(scene, flooded):
     asks_for_address(scene, flooded)
-    flooded.adversary.say(adversary.response(adversary.alias(HOST, HOST)))
+    flooded.adversary.say(dns.raw_response(adversary.alias(HOST, HOST)))
     forwards_another(flooded)
     flooded.ends_clean()
 
 
 def test_a_printer_that_says_so_in_its_announcement(flooded):
     service = adversary.announcement(adversary.instance("alias"), HOST)
-    counts = list(adversary.HEADER.unpack_from(service))
+    counts = list(dns.HEADER.unpack_from(service))
     counts[3] += 1
-    flooded.adversary.say(adversary.HEADER.pack(*counts) + service[adversary.HEADER.size:] + adversary.alias(HOST,
+    flooded.adversary.say(dns.HEADER.pack(*counts) + service[dns.HEADER.size:] + adversary.alias(HOST,
                                                                                                              HOST))
     forwards_another(flooded)
     flooded.ends_clean()

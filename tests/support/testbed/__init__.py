@@ -18,8 +18,8 @@ from .printer import Printer
 from .script import Script, scripted_library
 from .seed import chosen_seed
 from .voice import Voice
-from .waiting import stays_true, wait_until
+from .waiting import let_pass, let_pass_until, stays_true, wait_until
 
 __all__ = ["Box", "Browser", "Client", "Ctl", "Daemon", "Device", "Ear", "Host", "Link", "Namespace", "Network",
-           "Printer", "Script", "Voice", "addresses_on", "chosen_seed", "mdnsproxy_path", "rule", "rules_list",
-           "scripted_library", "services_list", "stays_true", "wait_until"]
+           "Printer", "Script", "Voice", "addresses_on", "chosen_seed", "let_pass", "let_pass_until", "mdnsproxy_path",
+           "rule", "rules_list", "scripted_library", "services_list", "stays_true", "wait_until"]

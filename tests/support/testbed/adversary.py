@@ -9,11 +9,13 @@ import threading
 import time
 
 from . import dns
+from .dns import HEADER
+from .dns import raw_record as record
+from .dns import raw_response as response
 from .network import Host
 from .voice import Voice
 
 KIND = "_ipp._tcp.local"
-HEADER = struct.Struct("!6H")
 _HOST_NUMBER = 66
 
 
@@ -105,20 +107,10 @@ def truncated():
         yield HEADER.pack(0, dns.RESPONSE, *counts) + whole[HEADER.size:]
 
 
-def record(name, kind, data, ttl=dns.OTHER_TTL, length=None):
-    """One record of raw bytes, whose length field may lie."""
-    return name + struct.pack("!HHIH", kind, 0x8001, ttl, len(data) if length is None else length) + data
-
-
-def response(*records, count=None):
-    """A message of raw records, whose count of them may lie."""
-    return HEADER.pack(0, dns.RESPONSE, 0, count if count is not None else len(records), 0, 0) + b"".join(records)
-
-
 def compression_loops():
     """Pointers to themselves, to each other, forward, past the end, and a chain of a thousand."""
     start = HEADER.size
-    kind = dns.encode_name(dns.labels(KIND))
+    kind = dns.encode_name(KIND)
     for target in (start, start + 1, 0, start + 40, 0x3FFF):
         pointer = struct.pack("!H", 0xC000 | target)
         yield response(record(pointer, dns.PTR, pointer))
@@ -169,19 +161,19 @@ def odd_txt():
 def odd_lengths():
     """Record data shorter and longer than its type has it."""
     name = dns.encode_name(instance(1))
-    at_host = dns.encode_name(dns.labels(host(1)))
+    at_host = dns.encode_name(host(1))
     for data in (b"", b"\x0a", b"\x0a\x01\x00\x09\x00", b"\0" * 15, b"\0" * 17):
         yield response(record(at_host, dns.A, data), record(at_host, dns.AAAA, data), record(name, dns.SRV, data),
-                       record(name, dns.TXT, data), record(dns.encode_name(dns.labels(KIND)), dns.PTR, data))
+                       record(name, dns.TXT, data), record(dns.encode_name(KIND), dns.PTR, data))
         yield response(record(at_host, dns.A, data, length=0xFFFF))
 
 
-CNAME, DNAME, OPT, NSEC, UNKNOWN = 5, 39, 41, 47, 65300
+CNAME, DNAME, OPT, UNKNOWN = 5, 39, 41, 65300
 
 
 def alias(name, target, ttl=dns.HOST_TTL):
     """`name` is another name of `target`."""
-    return record(dns.encode_name(dns.labels(name)), CNAME, dns.encode_name(dns.labels(target)), ttl)
+    return record(dns.encode_name(name), CNAME, dns.encode_name(target), ttl)
 
 
 def aliases(name):
@@ -189,7 +181,7 @@ def aliases(name):
     thousand, each of which is another name of the next and the last of `name` again: many of them in a packet, and
     one."""
     yield response(alias(name, name))
-    yield response(alias(name, name), *(record(dns.encode_name(dns.labels(name)), dns.A, b"\x0a\x01\0\x09")
+    yield response(alias(name, name), *(record(dns.encode_name(name), dns.A, b"\x0a\x01\0\x09")
                                         for _ in range(2)))
     other = ("other", *dns.labels(name))
     yield response(alias(name, other), alias(other, name))
@@ -206,7 +198,7 @@ def hidden_aliases(name):
     more than one way, in each section, with wrong counts and flags, at the end of the longest message and beyond it, in
     odd classes."""
     loop = alias(name, name)
-    itself = dns.encode_name(dns.labels(name))
+    itself = dns.encode_name(name)
     forward = struct.pack("!H", 0xC000 | (HEADER.size + 2 + 10 + 4))  # to the owner of the record behind it
     pointer_to_itself = struct.pack("!H", 0xC000 | HEADER.size)
     for owner in (b"\x03a\0b\x05local\0", b"\x01\0\0", forward, pointer_to_itself, b"\xff\xff", b"\x02\xff\xfe\0",
@@ -229,15 +221,15 @@ def hidden_aliases(name):
         filling = record(b"\0", UNKNOWN, b"x" * (room - HEADER.size - 11 - len(loop)))
         yield response(filling, loop)
     for class_of in (0x0001, 0x8001, 0x00FF, 0x80FF, 0x0003):
-        yield response(itself + struct.pack("!HHIH", CNAME, class_of, dns.HOST_TTL, len(itself)) + itself)
+        yield response(record(itself, CNAME, itself, dns.HOST_TTL, class_of))
 
 
 def odd_types(name):
     """Records of types that nobody asks for: whole, without data, with data cut short, with names that run out of the
     data."""
-    itself = dns.encode_name(dns.labels(name))
+    itself = dns.encode_name(name)
     whole = {CNAME: itself, DNAME: itself, OPT: b"\0\x04\0\x0e\0\0" + b"\x02\0\0\0\0\x01" * 2 + b"\0" * 4,
-             NSEC: itself + b"\0\x04\x40\0\0\x08", UNKNOWN: bytes(range(256)), 0: b"", 0xFFFF: b"\xff"}
+             dns.NSEC: itself + b"\0\x04\x40\0\0\x08", UNKNOWN: bytes(range(256)), 0: b"", 0xFFFF: b"\xff"}
     for kind, data in whole.items():
         yield response(record(itself, kind, data))
         yield response(record(b"\0", kind, data))
@@ -249,7 +241,7 @@ def odd_types(name):
             yield response(record(itself, kind, run_out))
             yield response(record(itself, kind, run_out), record(itself, dns.A, b"\x0a\x01\0\x09"))
     for bits in (b"\0\0", b"\0\x21" + b"\xff" * 33, b"\0\xff\x01", b"\xff\x01\xff\0\x01\xff", b"\0\x20" + b"\xff" * 32):
-        yield response(record(itself, NSEC, itself + bits))
+        yield response(record(itself, dns.NSEC, itself + bits))
 
 
 def changing_addresses(target, count, odd=True):

@@ -6,6 +6,7 @@ import time
 from . import dns
 from .network import addresses_on
 from .voice import Voice
+from .waiting import wait_until
 
 
 class Client:
@@ -25,18 +26,17 @@ class Client:
     def finds(self, name, kind=dns.SRV, within=5):
         """The data of the gateway's answer. Asks again every second, since a responder need not repeat what it has just
         said."""
-        started = time.monotonic()
-        deadline = started + within
-        while time.monotonic() < deadline:
-            self._voice.ask(name, kind)
-            again = time.monotonic() + 1
-            while time.monotonic() < again:
-                heard = [record for _, record in self.ear.heard(name, kind, sources=self.gateway, since=started)
-                         if record.ttl]
-                if heard:
-                    return heard[-1].data
-                time.sleep(0.01)
-        raise AssertionError(f"{dns.text(dns.labels(name))} is not to be found on link {self.link.name}")
+        started = again = time.monotonic()
+
+        def answers():
+            nonlocal again
+            if time.monotonic() >= again:
+                self._voice.ask(name, kind)
+                again = time.monotonic() + 1
+            return [record for _, record in self.ear.heard(name, kind, sources=self.gateway, since=started)
+                    if record.ttl]
+
+        return wait_until(answers, within, f"{dns.text(dns.labels(name))} found on link {self.link.name}")[-1].data
 
     def heard_packets(self, since=0.0):
         """What the gateway has put on the link."""

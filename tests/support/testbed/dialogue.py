@@ -17,6 +17,19 @@ def collect(stream, sink):
     return thread
 
 
+class Program(subprocess.Popen):
+    """A program whose output is collected, line by line, in `lines`."""
+
+    def __init__(self, command):
+        super().__init__(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        self.lines = []
+        collect(self.stdout, self.lines.append)
+
+    def tell(self, line):
+        self.stdin.write(line + "\n")
+        self.stdin.flush()
+
+
 class Dialogue:
     """A program that takes lines and answers with lines. It begins with the line "ready"."""
 

@@ -11,6 +11,8 @@ CLASS_IN = 1
 TOP_BIT = 0x8000  # of a class: unicast answer wanted (question), cache flush (record)
 RESPONSE = 0x8400  # flags of every multicast answer: a response, authoritative
 
+HEADER = struct.Struct("!6H")  # identifier, flags, and the counts of questions, answers, authorities and additionals
+
 HOST_TTL = 120    # RFC 6762 section 10
 OTHER_TTL = 4500
 
@@ -72,7 +74,7 @@ class Message:
 
 
 def encode_name(name):
-    return b"".join(bytes([len(label)]) + label for label in name) + b"\0"
+    return b"".join(bytes([len(label)]) + label for label in labels(name)) + b"\0"
 
 
 def encode_data(record):
@@ -87,16 +89,24 @@ def encode_data(record):
 
 def encode(message):
     """Uncompressed, which every receiver has to understand."""
-    parts = [struct.pack("!6H", 0, message.flags, len(message.questions), len(message.answers),
-                         len(message.authorities), len(message.additionals))]
-    for question in message.questions:
-        parts.append(encode_name(question.name) + struct.pack("!HH", question.kind,
-                                                              CLASS_IN | TOP_BIT * question.unicast))
-    for record in message.answers + message.authorities + message.additionals:
-        data = encode_data(record)
-        parts.append(encode_name(record.name) +
-                     struct.pack("!HHIH", record.kind, CLASS_IN | TOP_BIT * record.flush, record.ttl, len(data)) + data)
+    parts = [HEADER.pack(0, message.flags, len(message.questions), len(message.answers), len(message.authorities),
+                         len(message.additionals))]
+    parts += [encode_name(question.name) + struct.pack("!HH", question.kind, CLASS_IN | TOP_BIT * question.unicast)
+              for question in message.questions]
+    parts += [raw_record(encode_name(record.name), record.kind, encode_data(record), record.ttl,
+                         CLASS_IN | TOP_BIT * record.flush)
+              for record in message.answers + message.authorities + message.additionals]
     return b"".join(parts)
+
+
+def raw_record(name, kind, data, ttl=OTHER_TTL, klass=CLASS_IN | TOP_BIT, length=None):
+    """A record of name and data as they are on the wire; its length field may lie."""
+    return name + struct.pack("!HHIH", kind, klass, ttl, len(data) if length is None else length) + data
+
+
+def raw_response(*records, count=None):
+    """A response of raw records as its answers, whose count may lie."""
+    return HEADER.pack(0, RESPONSE, 0, len(records) if count is None else count, 0, 0) + b"".join(records)
 
 
 def response(*records):
@@ -155,7 +165,7 @@ def decode(data):
     """The message; ValueError for what is none."""
     try:
         reader = _Reader(data)
-        _, flags, questions, answers, authorities, additionals = reader.take("!6H")
+        _, flags, questions, answers, authorities, additionals = reader.take(HEADER.format)
         message = Message(flags)
         for _ in range(questions):
             name = reader.name()

@@ -5,6 +5,7 @@ outlast the test, however the test ends."""
 import contextlib
 import ctypes
 import os
+import socket
 import subprocess
 import threading
 
@@ -63,6 +64,10 @@ class Namespace:
         if done.returncode != 0:
             raise AssertionError(f"{self.name}: {command}: status {done.returncode}\n{done.stdout}{done.stderr}")
         return done.stdout
+
+    def index(self, interface):
+        with self.entered():
+            return socket.if_nametoindex(interface)
 
     def set(self, setting, value):
         """Writes one kernel setting, as net/ipv4/ip_forward."""

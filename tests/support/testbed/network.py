@@ -128,6 +128,29 @@ class Network:
         self.close()
 
 
+class End:
+    """One end of a wire: a place to open sockets at, as a link is."""
+
+    ipv4, ipv6 = True, True
+
+    def __init__(self, namespace, interface):
+        self.ns, self.name, self.interface = namespace, namespace.name, interface
+
+
+def wire(one, interface1, other, interface2, ipv4="10.9.0", ipv6="fd09::"):
+    """A veth pair between two namespaces, host `.1` on the first and `.2` on the second; None leaves a protocol out."""
+    one.run(f"ip link add {interface1} type veth peer name {interface2} netns {other.path}")
+    for namespace, interface, number in ((one, interface1, 1), (other, interface2, 2)):
+        if ipv6 is None:
+            namespace.set(f"net/ipv6/conf/{interface}/disable_ipv6", 1)
+        else:
+            namespace.set(f"net/ipv6/conf/{interface}/accept_dad", 0)
+            namespace.run(f"ip addr add {ipv6}{number}/64 dev {interface} nodad")
+        if ipv4 is not None:
+            namespace.run(f"ip addr add {ipv4}.{number}/24 dev {interface}")
+        namespace.run(f"ip link set {interface} up")
+
+
 def quiet_interfaces(namespace):
     """Addresses are usable at once (no duplicate detection), and no router is looked for."""
     namespace.set("net/ipv6/conf/default/accept_dad", 0)

@@ -1,17 +1,14 @@
 # SPDX-License-Identifier: MIT
 """A service on a link, published by python3-zeroconf."""
 
-import socket
-
 import zeroconf
 
 
 def zeroconf_on(link):
     version = zeroconf.IPVersion.All if link.ipv4 and link.ipv6 else (
         zeroconf.IPVersion.V4Only if link.ipv4 else zeroconf.IPVersion.V6Only)
+    interfaces = [link.address4(2)] * link.ipv4 + [link.ns.index(link.interface)] * link.ipv6
     with link.ns.entered():
-        index = socket.if_nametoindex(link.interface)
-        interfaces = ([link.address4(2)] if link.ipv4 else []) + ([index] if link.ipv6 else [])
         return zeroconf.Zeroconf(interfaces=interfaces, ip_version=version)
 
 

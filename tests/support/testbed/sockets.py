@@ -38,8 +38,8 @@ def open_ipv6(interface_index):
 
 def open_on(link):
     """The sockets of a host on a link, with the address that each sends to."""
+    index = link.ns.index(link.interface)
     with link.ns.entered():
-        index = socket.if_nametoindex(link.interface)
         opened = []
         if link.ipv4:
             opened.append((open_ipv4(index), (GROUP4, PORT)))
