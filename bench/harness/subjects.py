@@ -13,29 +13,16 @@ all of them), `gateway` on which of the network's gateways. The daemon keeps a s
 
 import pathlib
 
-from testbed import Box, Daemon, rule, rules_list, wait_until
+from testbed import Daemon, rule, rules_list
+from testbed.avahi import PROGRAM as AVAHI_DAEMON
+from testbed.avahi import Avahi
 from testbed.daemon import build_directory
 from testbed.dialogue import Dialogue
 from testbed.figures import Figures
 
-_AVAHI = "/usr/sbin/avahi-daemon"
-# Debian's avahi-daemon.conf as the package installs it, without its comments, and without D-Bus, which a box has not.
-_AVAHI_CONF = """[server]
-use-ipv4=yes
-use-ipv6=yes
-enable-dbus=no
-ratelimit-interval-usec=1000000
-ratelimit-burst=1000
-[wide-area]
-enable-wide-area=yes
-[publish]
-publish-hinfo=no
-publish-workstation=no
-[reflector]
-enable-reflector=yes
-{filters}
-[rlimits]
-"""
+# Debian's avahi-daemon.conf as the package installs it, beside what avahi.py has of it already.
+_PACKAGED = {"server": {"ratelimit-interval-usec": 1000000, "ratelimit-burst": 1000},
+             "wide-area": {"enable-wide-area": "yes"}, "rlimits": {}}
 
 
 class Mdnsproxy:
@@ -43,9 +30,7 @@ class Mdnsproxy:
 
     def __init__(self, network, kinds, pairs=(("a", "b"),), both_ways=False, gateway=None, state_file=False):
         rules = [rule(kind, source, target, bidirectional=both_ways) for kind in kinds for source, target in pairs]
-        self.daemon = Daemon(gateway or network.gateway, rules_list(*rules))
-        if state_file:  # which it keeps where it finds the directory
-            self.daemon.box.path("/run/mdnsproxy").mkdir()
+        self.daemon = Daemon(gateway or network.gateway, rules_list(*rules), state_file=state_file)
         self.daemon.start_and_wait(within=30 + len(rules))
         self.process = Figures(self.daemon.box.find("mdnsproxy"))
 
@@ -56,24 +41,15 @@ class Mdnsproxy:
         self.daemon.close()
 
 
-class Reflector:
+class Reflector(Avahi):
     name = "reflector"
     filters = False
 
     def __init__(self, network, kinds, pairs=(), both_ways=True, gateway=None):  # pylint: disable=unused-argument
-        self.box = Box(gateway or network.gateway, self.name)
-        (self.box.root / "etc" / "avahi").mkdir()
-        filters = f"reflect-filters={','.join(f'{kind}.local' for kind in kinds)}" if self.filters else ""
-        self.box.write("/etc/avahi/avahi-daemon.conf", _AVAHI_CONF.format(filters=filters))
-        self.box.start(_AVAHI, "--no-drop-root", "--no-chroot", "--no-rlimits")
-        wait_until(lambda: "Server startup complete" in self.box.output(), 30, "avahi-daemon started")
+        filters = {"reflect-filters": ",".join(f"{kind}.local" for kind in kinds)} if self.filters else {}
+        super().__init__(gateway or network.gateway, reflector={"enable-reflector": "yes", **filters}, **_PACKAGED)
+        self.start(within=30)
         self.process = Figures(self.box.find("avahi-daemon"))
-
-    def logs(self):
-        return self.box.logs()
-
-    def close(self):
-        self.box.close()
 
 
 class ReflectorFiltered(Reflector):
@@ -107,4 +83,4 @@ SUBJECTS = {subject.name: subject for subject in (Mdnsproxy, Reflector, Reflecto
 
 
 def has_reflector():
-    return pathlib.Path(_AVAHI).exists()
+    return pathlib.Path(AVAHI_DAEMON).exists()

@@ -28,8 +28,8 @@ HIDDEN = ["Zz line\nbreak", "-rf", "Zz \u202eback"]
 def state(tmp_path_factory):
     """A state file with all of these names, of a daemon that is gone."""
     file = tmp_path_factory.mktemp("completion") / "state"
-    with Network("a", "b") as network, Daemon(network.gateway, rules_list(rule("_ipp._tcp", "a", "b"))) as daemon:
-        daemon.box.path("/run/mdnsproxy").mkdir()
+    with Network("a", "b") as network, Daemon(
+            network.gateway, rules_list(rule("_ipp._tcp", "a", "b")), state_file=True) as daemon:
         daemon.start_and_wait()
         device = Device(network["a"])
         for port, name in enumerate([*NAMES, *HIDDEN], start=1000):

@@ -15,20 +15,9 @@ import socket
 import pytest
 from testbed import Ctl, rule, wait_until
 
+LINKS = "a", "b", "c"
 RULES_FILE = "/tmp/mdnsproxyrule-list.xml"
 NOBODY = 65534
-
-
-@pytest.fixture
-def net(scene):
-    return scene.network("a", "b", "c")
-
-
-@pytest.fixture
-def daemon(scene, net):
-    made = scene.daemon(net.gateway, rule("_ipp._tcp", "a", "b"))
-    made.box.path("/run/mdnsproxy").mkdir()
-    return made.start_and_wait()
 
 
 def look(daemon, user=0):
@@ -99,9 +88,7 @@ def test_what_is_wrong_is_named_with_its_cure(scene, net, daemon):
 
 
 def test_a_rule_for_the_loopback_interface(scene, net):
-    made = scene.daemon(net.gateway, rule("_ipp._tcp", "lo", "b"))
-    made.box.path("/run/mdnsproxy").mkdir()
-    daemon = made.start_and_wait()
+    daemon = scene.daemon(net.gateway, rule("_ipp._tcp", "lo", "b"), state_file=True).start_and_wait()
     for user in (0, NOBODY):
         status, findings, *_ = look(daemon, user)
         assert status == 2 and ("lo", "it cannot multicast") in findings

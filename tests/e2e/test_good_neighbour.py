@@ -5,23 +5,13 @@
     [ device ]----- a [ mdnsproxy (two) ] b -----[ avahi-daemon, client ]
 """
 
+import signal
 import time
 
 import pytest
-from testbed import Box, Network, addresses_on, dns, rule, stays_true, wait_until
+from testbed import Network, addresses_on, dns, rule, stays_true, wait_until
+from testbed.avahi import Avahi
 
-CONFIGURATION = """\
-[server]
-host-name=printer
-use-ipv4={ipv4}
-use-ipv6={ipv6}
-enable-dbus=no
-[publish]
-publish-workstation=no
-publish-hinfo=no
-publish-aaaa-on-ipv4={ipv6}
-publish-a-on-ipv6={ipv4}
-"""
 OWN, OTHER = "printer.local", "printer-2.local"
 SERVICE = "Office Printer"
 INSTANCE = f"{SERVICE}._ipp._tcp.local"
@@ -33,22 +23,20 @@ class Guest:
     """avahi-daemon on a link, with the host name "printer"."""
 
     def __init__(self, scene, link, ipv4=True, ipv6=True):
-        self.link = link
-        self.addresses = [address for address in link.addresses() if (ipv6 if ":" in address else ipv4)]
-        self.box = scene.keep(Box(link.ns, "avahi-daemon"))
-        self.box.path("/etc/avahi/services").mkdir(parents=True)
-        self.box.path("/run/avahi-daemon").mkdir()
-        yes_or_no = {"ipv4": "yes" if ipv4 else "no", "ipv6": "yes" if ipv6 else "no"}
-        self.box.write("/etc/avahi/avahi-daemon.conf", CONFIGURATION.format(**yes_or_no))
-
-    def start(self):
-        self.process = self.box.start("/usr/sbin/avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits",
-                                      by_init=True)
-        wait_until(lambda: "Server startup complete" in self.box.output(), 10, "avahi-daemon on the link")
-        return self
+        has4, has6 = ("yes" if has else "no" for has in (ipv4, ipv6))
+        self.avahi = scene.keep(Avahi(link.ns, server={"host-name": "printer", "use-ipv4": has4, "use-ipv6": has6},
+                                      publish={"publish-aaaa-on-ipv4": has6, "publish-a-on-ipv6": has4}))
+        self.avahi.start()
 
     def is_undisturbed(self):
-        return "conflict" not in self.box.output().lower() and "printer-2" not in self.box.output()
+        return "conflict" not in self.story().lower() and "printer-2" not in self.story()
+
+    def story(self):
+        return self.avahi.said
+
+    def goes(self):
+        """With a goodbye."""
+        self.avahi.program.kill(signal.SIGTERM)
 
 
 def forward(scene, net):
@@ -78,7 +66,7 @@ def addresses_said(ear, gateways, host, since=0.0):
 
 @pytest.mark.parametrize("families", [{}, {"ipv6": False}, {"ipv4": False}], ids=["both", "ipv4", "ipv6"])
 def test_who_was_there_first_keeps_the_name_and_the_printer_can_be_opened(scene, net, ear, families):
-    guest = Guest(scene, net["b"], **families).start()
+    guest = Guest(scene, net["b"], **families)
     gateway = net.gateway_addresses("b")
     forward(scene, net)
     wait_usable(ear, gateway, OTHER, 8)
@@ -87,7 +75,7 @@ def test_who_was_there_first_keeps_the_name_and_the_printer_can_be_opened(scene,
     found = client.sees(SERVICE)
     assert found.server == f"{OTHER}." and found.port == 631
     assert client.resolve(f"{OTHER}.") == DEVICE_ADDRESSES
-    stays_true(guest.is_undisturbed, 2, guest.box.output)
+    stays_true(guest.is_undisturbed, 2, guest.story)
 
 
 def test_who_comes_later_gets_the_name_without_a_rename_and_gives_it_back_when_it_goes(scene, net, ear):
@@ -96,14 +84,14 @@ def test_who_comes_later_gets_the_name_without_a_rename_and_gives_it_back_when_i
     wait_usable(ear, gateway, OWN, 8)
     client = scene.browser(net["b"])
     assert client.sees(SERVICE).server == f"{OWN}."
-    guest = Guest(scene, net["b"]).start()
+    guest = Guest(scene, net["b"])
     came = time.monotonic()
     wait_usable(ear, gateway, OTHER, 4)
-    stays_true(guest.is_undisturbed, 3, guest.box.output)
+    stays_true(guest.is_undisturbed, 3, guest.story)
     assert not addresses_said(ear, gateway, OWN, since=came + 1), ear.story()
     assert client.details(SERVICE).server == f"{OTHER}."
     assert client.resolve(f"{OTHER}.") == DEVICE_ADDRESSES
-    guest.process.kill(15)  # it says goodbye
+    guest.goes()
     wait_usable(ear, gateway, OWN, BACK_WITHIN)
     wait_until(lambda: not [key for key in ear.cached(gateway) if key[0] == OTHER], 3, "nothing of the other name")
     assert client.details(SERVICE).server == f"{OWN}."
@@ -126,6 +114,6 @@ def test_two_gateways_keep_the_hosts_name_while_its_addresses_change_and_both_gi
                                                                      since=changed)} >= set(addresses), 5,
                    "the new addresses")
     wait_usable(ear, gateways, OWN, 5)
-    guest = Guest(scene, net["b"]).start()
+    guest = Guest(scene, net["b"])
     wait_usable(ear, gateways, OTHER, 6)
-    stays_true(guest.is_undisturbed, 2, guest.box.output)
+    stays_true(guest.is_undisturbed, 2, guest.story)

@@ -10,7 +10,6 @@ import signal
 import socket
 import xml.etree.ElementTree
 
-import pytest
 from testbed import Ctl, rule, wait_until
 
 SCRIPT = "</bdi><script>alert('1')</script>"
@@ -18,13 +17,7 @@ CONTROLS = 'quote " & tick\n\x1b[31m\u202eright'
 CONTROLS_SHOWN = r'quote " & tick\010\027[31m\226\128\174right'
 JAPANESE = "プリンタ" * 5 + "プ"
 PAGE = "/tmp/report.html"
-
-
-@pytest.fixture
-def daemon(scene, net):
-    made = scene.daemon(net.gateway, rule("_ipp._tcp", "a", "b", bidirectional=True))
-    made.box.path("/run/mdnsproxy").mkdir()
-    return made.start_and_wait()
+RULES = [rule("_ipp._tcp", "a", "b", bidirectional=True)]
 
 
 class Page:

@@ -6,39 +6,15 @@
 """
 
 import pytest
-from testbed import Box, dns, rule, stays_true, wait_until
-
-CONFIGURATION = """\
-[server]
-host-name=gateway
-use-ipv4=yes
-use-ipv6=yes
-enable-dbus=no
-[publish]
-publish-workstation=no
-publish-hinfo=no
-"""
-SERVICE = """\
-<?xml version="1.0" standalone='no'?>
-<!DOCTYPE service-group SYSTEM "avahi-service.dtd">
-<service-group>
-  <name>Files of the gateway</name>
-  <service><type>_ssh._tcp</type><port>4711</port></service>
-</service-group>
-"""
-
+from testbed import dns, rule, stays_true
+from testbed.avahi import Avahi, service_file
 
 @pytest.fixture
 def avahi(scene, net):
-    box = scene.keep(Box(net.gateway, "avahi-daemon"))
-    box.path("/etc/avahi/services").mkdir(parents=True)
-    box.path("/run/avahi-daemon").mkdir()
-    box.write("/etc/avahi/avahi-daemon.conf", CONFIGURATION)
-    box.write("/etc/avahi/services/files.service", SERVICE)
-    box.start("/usr/sbin/avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits", by_init=True)
-    wait_until(lambda: 'Service "Files of the gateway"' in box.output() and "successfully established" in box.output(),
-               10, "avahi-daemon's own service")
-    return box
+    name = "Files of the gateway"
+    made = scene.keep(Avahi(net.gateway, [service_file(name, _ssh=4711)], server={"host-name": "gateway"}))
+    made.start().establishes(name)
+    return made
 
 
 @pytest.mark.usefixtures("avahi")
@@ -56,8 +32,7 @@ def test_both_work_and_neither_renames_anything(scene, net, avahi):
     client.loses("Printer")
     stays_true(lambda: client.names == [], 1, lambda: client.names)
     assert daemon.stop() == 10
-    said = avahi.output() + "".join(line.text for line in avahi.syslog)
-    assert "onflict" not in said and "withdrawing" not in said.lower(), said
+    assert "onflict" not in avahi.said and "withdrawing" not in avahi.said.lower(), avahi.said
     renamed = [record for ear in ears.values() for _, record in ear.records()
                if record.name[0].startswith((b"gateway-2", b"Printer (2)", b"Printer #2", b"Files of the gateway (2)",
                                              b"Files of the gateway #2"))]
@@ -72,5 +47,5 @@ def test_its_own_service_keeps_its_name_when_a_rule_forwards_it_to_where_it_is_a
     client = scene.browser(net["b"], "_ssh._tcp")
     for name in ("Files of the gateway", "Files of the gateway (2)"):
         assert client.sees(name).port == 4711
-    assert "onflict" not in avahi.output()
+    assert "onflict" not in avahi.said
     assert ear.heard("Files of the gateway._ssh._tcp.local", dns.PTR, ttl=0) == []

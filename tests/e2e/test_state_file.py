@@ -20,14 +20,7 @@ STATE_FILE = "/run/mdnsproxy/state"
 CONTROLS = 'quote " tick ` $(reboot) <script>\n\x1b[31m\u202e\\'
 JAPANESE = "プリンタ" * 5 + "プ"
 VENDOR_ENTRY = "vender=Zenmor"
-
-
-@pytest.fixture
-def daemon(scene, net):
-    """Running, with one rule on the second line of its list."""
-    made = scene.daemon(net.gateway, "<!-- office -->\n" + rule("_ipp._tcp", "a", "b"))
-    made.box.path("/run/mdnsproxy").mkdir()
-    return made.start_and_wait()
+RULES = ("<!-- office -->\n", rule("_ipp._tcp", "a", "b"))  # the rule stands on the second line
 
 
 def known(ctl, name):
@@ -232,8 +225,7 @@ def test_a_daemon_that_is_gone(daemon, number, words):
 
 
 def test_a_start_that_fails_is_told(scene, net):
-    made = scene.daemon(net.gateway, rule("_ipp._tcp", "a", "nonsense"))
-    made.box.path("/run/mdnsproxy").mkdir()
+    made = scene.daemon(net.gateway, rule("_ipp._tcp", "a", "nonsense"), state_file=True)
     made.start()
     made.wait_for_exit()
     assert "it ended with status 40" in Ctl(made)("status")[1]
@@ -277,9 +269,7 @@ def life(scene, with_directory):
     """A daemon that has met one service, from its start to its end, with or without a place for the file; the lines
     that strace wrote of it."""
     daemon = scene.scripted_daemon(rule("_ipp._tcp", "a", "b"), settings="[mdnsproxy]\nlog_level = enable\n",
-                                   wrapper=["strace", "-f", "-o", "/tmp/calls"])
-    if with_directory:
-        daemon.box.path("/run/mdnsproxy").mkdir()
+                                   wrapper=["strace", "-f", "-o", "/tmp/calls"], state_file=with_directory)
     daemon.start_and_wait()
     script = daemon.script
     script.says("browse", 1, ADD, 2, 0, "Printer", "_ipp._tcp.", "local.")

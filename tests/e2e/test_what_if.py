@@ -34,8 +34,7 @@ def network(stage):  # pylint: disable=redefined-outer-name
 @pytest.fixture(scope="module")
 def daemon(stage, network):  # pylint: disable=redefined-outer-name
     """With one printer that is forwarded, and some services on a link that it does not watch."""
-    made = stage.daemon(network.gateway, rule("_ipp._tcp", "a", "b"))
-    made.box.path("/run/mdnsproxy").mkdir()
+    made = stage.daemon(network.gateway, rule("_ipp._tcp", "a", "b"), state_file=True)
     made.start_and_wait()
     stage.device(network["a"], host="office").publish("Office Printer", port=6310)
     cellar = stage.device(network["c"], host="cellar", addresses=["10.3.0.2"])

@@ -16,34 +16,13 @@ import socket
 import threading
 
 import pytest
-from testbed import Box, Ctl, Network, dns, rule, wait_until
+from testbed import Ctl, Network, dns, rule, wait_until
+from testbed.avahi import Avahi
 from testbed.script import ADD
 
+LINKS = "a", "b", "c"
 STEPS = {"daemon", "link_from", "link_to", "heard", "rule", "limit", "gateway", "resolved", "address", "announced",
          "name_there", "found_there", "found_from", "reflector", "route", "forwarding", "filter", "connect"}
-REFLECTOR_CONFIGURATION = """\
-[server]
-use-ipv4=yes
-use-ipv6=yes
-enable-dbus=no
-[publish]
-publish-workstation=no
-publish-hinfo=no
-[reflector]
-enable-reflector=yes
-"""
-
-
-@pytest.fixture
-def net(scene):
-    return scene.network("a", "b", "c")
-
-
-@pytest.fixture
-def daemon(scene, net):
-    made = scene.daemon(net.gateway, rule("_ipp._tcp", "a", "b"))
-    made.box.path("/run/mdnsproxy").mkdir()
-    return made.start_and_wait()
 
 
 @pytest.fixture
@@ -312,18 +291,12 @@ def test_a_reflector_beside_the_gateway(scene, net, daemon, why):
 def start_reflector(scene, net):
     """avahi-daemon in a namespace of its own between the links a and b, where it is host 9."""
     namespace = scene.keep(Network.new_gateway("reflector", [net["a"], net["b"]], host=9))
-    box = scene.keep(Box(namespace, "avahi-daemon"))
-    box.path("/etc/avahi").mkdir()
-    box.path("/run/avahi-daemon").mkdir()
-    box.write("/etc/avahi/avahi-daemon.conf", REFLECTOR_CONFIGURATION)
-    box.start("/usr/sbin/avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits")
-    wait_until(lambda: "Server startup complete" in box.output(), 20, "avahi-daemon between the links")
+    scene.keep(Avahi(namespace, reflector={"enable-reflector": "yes"})).start()
     return namespace
 
 
 def test_one_too_many(scene):
-    daemon = scene.scripted_daemon(rule("_ipp._tcp", "a", "b"))
-    daemon.box.path("/run/mdnsproxy").mkdir()
+    daemon = scene.scripted_daemon(rule("_ipp._tcp", "a", "b"), state_file=True)
     for link, address in (("a", "10.1.0.1/24"), ("b", "10.2.0.1/24")):
         daemon.box.run("ip", "addr", "add", address, "dev", link)
         daemon.box.run("ip", "link", "set", "dev", link, "up")

@@ -53,16 +53,18 @@ class Daemon:
     """One run (or several, one after another) of mdnsproxy on a gateway.
 
     `library` takes the place of the DNS-SD library that stands beside the program; `environment` is added to the
-    program's.
+    program's. With `state_file` the directory is there in which the daemon keeps one.
     """
 
     def __init__(self, namespace, rules="", services="<!-- no service has a name here -->\n", settings=None,
-                 library=None, environment=None, wrapper=(), name="mdnsproxy"):
+                 library=None, environment=None, wrapper=(), name="mdnsproxy", state_file=False):
         self.box = Box(namespace, name)
         self.box.install(mdnsproxy_path(), library or build_directory() / "libdns_sd.so.1")
         self.environment = {**_SANITIZERS, **(environment or {})}
         self.wrapper = list(wrapper)  # a program and its options that run mdnsproxy, such as valgrind
         self.started_process = None
+        if state_file:
+            self.box.path("/run/mdnsproxy").mkdir()
         for file, content in ((SERVICES_FILE, services), (RULES_FILE, rules), (SETTINGS_FILE, settings)):
             if content is not None:
                 self.box.write(file, content)

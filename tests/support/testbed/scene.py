@@ -10,7 +10,7 @@ import os
 import pytest
 
 from .browser import Browser
-from .daemon import Daemon, rules_list
+from .daemon import Daemon, rule, rules_list
 from .device import Device
 from .ear import Ear
 from .namespace import Namespace
@@ -79,9 +79,17 @@ def scene(request):
 
 
 @pytest.fixture
-def net(scene):
-    """The gateway between link a and link b; a test that wants others has a fixture of its own."""
-    return scene.network("a", "b")
+def net(scene, request):
+    """The gateway between link a and link b, or the links that the file names: LINKS = "a", "b", "c"."""
+    return scene.network(*getattr(request.module, "LINKS", ("a", "b")))
+
+
+@pytest.fixture
+def daemon(scene, net, request):
+    """mdnsproxy on the gateway, running, with a state file. It forwards _ipp._tcp from a to b, or has the rules that
+    the file names: RULES = (rule(...), ...)."""
+    rules = getattr(request.module, "RULES", [rule("_ipp._tcp", "a", "b")])
+    return scene.daemon(net.gateway, *rules, state_file=True).start_and_wait()
 
 
 @pytest.fixture
