@@ -5,7 +5,9 @@ link b."""
 
 import time
 
-from .field import BURST_SECONDS, KIND, Field, Meter, all_visible, pace, pace_targets, pace_text, summary
+from testbed import let_pass
+
+from .field import (BURST_SECONDS, KIND, Field, Meter, pace, pace_targets, pace_text, settled, sleep_until, summary)
 from .results import SUBJECT_TITLES, text_of
 from .subjects import SUBJECTS as ALL
 
@@ -37,7 +39,7 @@ def _move(devices, hosts, seconds):
     for _ in range(seconds):
         begin = time.time()
         devices.move(0, hosts, BURST_SECONDS)
-        time.sleep(max(0.0, begin + 1 - time.time()))
+        sleep_until(begin + 1)
 
 
 def _run(subject, addresses, count, what, act):
@@ -46,13 +48,10 @@ def _run(subject, addresses, count, what, act):
         process = field.subject(subject, KIND).process
         devices, watcher = field.crowd("a", addresses=addresses), field.watcher("b")
         devices.announce(0, count, BURST_SECONDS)
-        if subject.name == "mdnsproxy":
-            all_visible(watcher, count)
-        else:
-            time.sleep(5)  # a reflector may have lost some for good
+        settled(subject, watcher, count)
         there, meter = watcher.there, Meter(process)
         act(devices)
-        time.sleep(_AFTERWARDS)
+        let_pass(_AFTERWARDS)
         return {"services": count, "there": there, "lag": summary(watcher.lags[what]), "cpu": meter.cpu,
                 "growth": meter.growth, "pace": pace(watcher)}
 

@@ -18,7 +18,7 @@ import statistics
 import time
 import typing
 
-from testbed import Network, addresses_on, wait_until
+from testbed import Network, addresses_on, let_pass, let_pass_until, wait_until
 from testbed.crowd import Asker, Clients, Crowd, Forger, Watcher, Wire
 from testbed.network import Host
 
@@ -150,21 +150,37 @@ class Meter:
 
 # --- Waiting
 
-def wait_up_to(condition, seconds):
+def wait_up_to(condition, seconds, interval=0.01):
     """True as soon as the condition is; False when it never was."""
     with contextlib.suppress(AssertionError):
-        return bool(wait_until(condition, seconds))
+        return bool(wait_until(condition, seconds, interval=interval))
     return False
 
 
 def sleep_until(moment):
-    time.sleep(max(0.0, moment - time.time()))
+    let_pass_until(moment, time.time)
 
 
 def all_visible(watcher, count):
     """Waits for them, and until the second announcements are over; fails when they never come."""
     watcher.sees(count, within=_PATIENCE)
-    time.sleep(2.5)
+    let_pass(2.5)
+
+
+def settled(subject, watcher, count):
+    """The same for any subject: a reflector may have lost some of them for good, and gets five seconds."""
+    if subject.name == "mdnsproxy":
+        all_visible(watcher, count)
+    else:
+        let_pass(5)
+
+
+def samples(look, seconds, interval):
+    """What `look` returns, looked at so often and so long."""
+    end = time.time() + seconds
+    while time.time() < end:
+        yield look()
+        let_pass(interval)
 
 
 def at_once(*calls):

@@ -7,8 +7,10 @@ midst of it. The genuine devices say again what others take back, as RFC 6762 se
 import concurrent.futures
 import time
 
+from testbed import let_pass
+
 from .field import (ASKED_COUNT, ASKED_FIRST, ASKED_INTERVAL, ASKED_KIND, BURST_SECONDS, GOODBYE_GRACE, KIND, Field,
-                    Meter, all_visible, pace, pace_targets, pace_text, wait_up_to, waits)
+                    Meter, all_visible, pace, pace_targets, pace_text, sleep_until, wait_up_to, waits)
 from .results import text_of
 from .subjects import SUBJECTS as ALL
 
@@ -27,7 +29,7 @@ def _cases(count, seconds):
         for _ in range(seconds):
             begin = time.time()
             rounds.append(forger.goodbyes(0, count))
-            time.sleep(max(0.0, begin + 1 - time.time()))
+            sleep_until(begin + 1)
         return sum(packets for packets, _, _ in rounds), rounds[0][1], rounds[-1][2]
     return {"50 goodbyes in a packet": lambda forger: forger.goodbyes(0, 50),
             f"{count} goodbyes": lambda forger: forger.goodbyes(0, count),
@@ -59,14 +61,14 @@ def _run(subject, genuine, act, calm):
         all_visible(watcher, genuine + ASKED_COUNT)
         before = Meter(process)
         asker.go(ASKED_FIRST, ASKED_COUNT, ASKED_INTERVAL)
-        time.sleep(calm)
+        let_pass(calm)
         usual, usual_share = waits(asker.stop()), before.cpu / calm
         meter = Meter(process)
         asker.go(ASKED_FIRST, ASKED_COUNT, ASKED_INTERVAL)
         begin = time.time()
         with concurrent.futures.ThreadPoolExecutor(1) as pool:
             attack = pool.submit(act, forger)
-            time.sleep(0.5)
+            let_pass(0.5)
             announced, _ = newcomer.announce(_NEW, 1)
             packets, first, last = attack.result()
         figures = {"packets": packets, "lasted": last - first} | _aftermath(process, watcher, genuine + ASKED_COUNT,
@@ -84,7 +86,7 @@ def _aftermath(process, watcher, genuine, usual_share):
     deadline = ended + _PATIENCE
     while time.time() < deadline:
         cpu, begin = process.cpu, time.time()
-        time.sleep(_CALM)
+        let_pass(_CALM)
         busy = (process.cpu - cpu) / (time.time() - begin) > 1.5 * usual_share + 0.02
         if busy or _genuine_there(watcher) < genuine:
             calm_since = None

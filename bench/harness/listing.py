@@ -4,8 +4,10 @@ and then resolves every service that it finds. Another asks for single services 
 
 import time
 
+from testbed import let_pass
+
 from .field import (ASKED_COUNT, ASKED_FIRST, ASKED_INTERVAL, ASKED_KIND, BURST_SECONDS, KIND, Field, Meter,
-                    all_visible, pace, pace_targets, pace_text, waits)
+                    pace, pace_targets, pace_text, settled, waits)
 from .results import SUBJECT_TITLES, text_of
 from .subjects import SUBJECTS as ALL
 
@@ -33,10 +35,7 @@ def _run(subject, count, clients, seconds, seed):
         devices, asked = field.crowd("a"), field.crowd("a", ASKED_KIND)
         devices.announce(0, count, BURST_SECONDS)
         asked.announce(ASKED_FIRST, ASKED_COUNT, BURST_SECONDS)
-        if subject.name == "mdnsproxy":
-            all_visible(watcher, count + ASKED_COUNT)
-        else:
-            time.sleep(5)  # a reflector may have lost some for good
+        settled(subject, watcher, count + ASKED_COUNT)
         crowd = [field.client("b", seed + number) for number in range(clients)]
         for client in crowd:
             client.yield_processor()
@@ -49,7 +48,7 @@ def _run(subject, count, clients, seconds, seed):
                    "packets": {who: after[who]["packets"] - before[who]["packets"] for who in ("gateway", "others")}}
         # Once more, with the questions of others beside it: their answers would have been counted.
         asker.go(ASKED_FIRST, ASKED_COUNT, ASKED_INTERVAL)
-        time.sleep(3)
+        let_pass(3)
         usual = waits(asker.stop())
         asker.go(ASKED_FIRST, ASKED_COUNT, ASKED_INTERVAL)
         _list_all(crowd, seconds)

@@ -36,11 +36,11 @@ def _run(subject, count):
         figures = {"count": count}
         for group, only in enumerate((4, 6)):
             begin, _ = devices.withdraw(group * count, count, only=only)
-            wait_up_to(lambda group=group: _all_gone(watchers, group, count), _GOODBYE_PATIENCE)
+            wait_up_to(lambda group=group: _all_gone(watchers, group, count), _GOODBYE_PATIENCE, 0.1)
             figures[f"goodbye over IPv{only}"] = _times(watchers, group, count, begin)
         begin = time.time()
         devices.vanish(2 * count, count)
-        wait_up_to(lambda: _all_gone(watchers, 2, count), _PATIENCE)
+        wait_up_to(lambda: _all_gone(watchers, 2, count), _PATIENCE, 0.1)
         figures["no goodbye"] = _times(watchers, 2, count, begin)
         return figures
 
@@ -50,7 +50,6 @@ def _numbers(group, count):
 
 
 def _all_gone(watchers, group, count):
-    time.sleep(0.1)
     return not any(watcher.is_there(f"Device {number}") for watcher in watchers.values()
                    for number in _numbers(group, count))
 

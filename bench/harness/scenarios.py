@@ -11,12 +11,11 @@ at which the device announced it.
 
 import contextlib
 import statistics
-import time
 
-from testbed import Network, addresses_on
+from testbed import Network, addresses_on, let_pass
 from testbed.crowd import Clients, Crowd, Watcher
 
-from .field import BURST_SECONDS, KIND, TXT_BYTES, wait_up_to
+from .field import BURST_SECONDS, KIND, TXT_BYTES, sleep_until, wait_up_to
 from .subjects import Floor
 
 SINGLE_KIND = KIND
@@ -63,7 +62,7 @@ def single(subject, repeats):
             begin, _ = scene.devices.announce(number, 1)
             if not wait_up_to(lambda: scene.watcher.there == 1, 10):
                 lost += 1
-            time.sleep(1.5)  # until the device's second announcement is out, which must not follow its goodbye
+            let_pass(1.5)  # until the device's second announcement is out, which must not follow its goodbye
             end, _ = scene.devices.withdraw(number, 1)
             wait_up_to(lambda: scene.watcher.listed == 0, 10)
             seen, gone = scene.watcher.services.get(f"Device {number}", (0, 0))
@@ -80,7 +79,7 @@ def scale(subject, count, window, ask):
     with Scene(subject, (SINGLE_KIND,), (SINGLE_KIND,)) as scene:
         cpu, memory = scene.process.cpu, scene.process.memory
         begin, end = scene.devices.announce(0, count, BURST_SECONDS)
-        time.sleep(max(0.0, begin + window - time.time()))
+        sleep_until(begin + window)
         figures = {"count": count, "announced_in": end - begin, "cpu": scene.process.cpu - cpu,
                    "there": scene.watcher.there, "traffic": scene.watcher.traffic["gateway"]}
         times = sorted(seen - begin for seen, _ in scene.watcher.services.values() if seen)

@@ -3,10 +3,11 @@
 
 import re
 import statistics
-import time
 
-from .field import (BURST_SECONDS, GOODBYE_GRACE, KIND, Field, Meter, pace, pace_targets, pace_text, seen_times,
-                    sleep_until)
+from testbed import let_pass
+
+from .field import (BURST_SECONDS, GOODBYE_GRACE, KIND, Field, Meter, pace, pace_targets, pace_text, samples,
+                    seen_times, sleep_until)
 from .results import middle, text_of
 from .subjects import Mdnsproxy
 
@@ -55,7 +56,7 @@ def _together(count, window, first_to_end):
                    "there_of_each": [watcher.there for watcher in each], "absences_before": len(both.absences)}
         figures |= _ends(daemons[first_to_end].daemon, both, count, figures["absences_before"])
         daemons[1 - first_to_end].daemon.stop()
-        time.sleep(GOODBYE_GRACE + 3)
+        let_pass(GOODBYE_GRACE + 3)
         return figures | {"left": both.listed, "renamed": sum(1 for name in both.services if _RENAMED.search(name)),
                           "pace": [pace(watcher) for watcher in each]}
 
@@ -65,11 +66,7 @@ def _ends(daemon, watcher, count, absences_before):
     daemon.stop()
     # A service that is missing now comes back within the second in which the gateway that stays may ask and answer, or
     # not at all.
-    worst = 0
-    end = time.time() + 10
-    while time.time() < end:
-        worst = max(worst, count - watcher.there)
-        time.sleep(0.05)
+    worst = max(samples(lambda: count - watcher.there, 10, 0.05))
     absences = watcher.absences
     return {"missing_at_worst": worst, "missing_for_good": count - watcher.there,
             "missing_for_a_while": len(absences) - absences_before,

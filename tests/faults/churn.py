@@ -4,7 +4,7 @@
 import random
 import time
 
-from testbed import Client, chosen_seed, mdnsproxy_path, rule, wait_until
+from testbed import Client, chosen_seed, let_pass, mdnsproxy_path, rule, wait_until
 from testbed.figures import DaemonFigures
 
 HOSTS = 4
@@ -56,7 +56,7 @@ class Churn:
                 print(f"after {self.events} events: {self.figures}")
             self._event()
             assert self.daemon.daemon_status is None, self.daemon.logs()
-            time.sleep(self.dice.expovariate(per_second))
+            let_pass(self.dice.expovariate(per_second))
 
     def everything_goes(self):
         for device in self.devices:

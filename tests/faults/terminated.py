@@ -6,7 +6,7 @@ import threading
 import time
 
 import testbed
-from testbed import Client, chosen_seed, rule, rules_list, wait_until
+from testbed import Client, chosen_seed, let_pass, rule, rules_list, wait_until
 
 RULES = rules_list(rule("_ipp._tcp", "a", "b"), rule("_http._tcp", "a", "b"))
 SERVICES = 40
@@ -39,7 +39,7 @@ class Station:
                 self.device.withdraw(service)
                 self.device.publish(service.name[0].decode(), service.type[0].decode() + "._tcp",
                                     self.dice.randint(1, 9999))
-            time.sleep(min(0.05, max(0.0, until - time.monotonic())))
+            let_pass(min(0.05, until - time.monotonic()))
 
     def terminate_once(self):
         delay = self.dice.uniform(0, LATEST)

@@ -2,10 +2,9 @@
 """More than one gateway, and names that are taken. What a gateway puts on a link is counted from the moment when the
 service came to the moment when nobody has said anything for a while."""
 
-import time
-
 import pytest
 from testbed import Client, Network, addresses_on, dns, rule, wait_until
+from testbed.waiting import wait_for_silence
 
 PTR_NAME = "_ipp._tcp.local"
 PRINTER = "Office Printer._ipp._tcp.local"
@@ -31,9 +30,8 @@ class Counter:
 
 def falls_silent(counters, quiet=2.5, within=20):
     """Announcements are a second or two apart; a loop or a quarrel over a name is never silent."""
-    wait_until(lambda: all(not counter.packets or time.monotonic() - counter.packets[-1].time > quiet
-                           for counter in counters),
-               within, lambda: f"silence; {[len(counter.packets) for counter in counters]} packets so far")
+    wait_for_silence(lambda: max((counter.packets[-1].time for counter in counters if counter.packets), default=0.0),
+                     quiet, within, lambda: f"silence; {[len(counter.packets) for counter in counters]} packets so far")
 
 
 def start_all(*daemons):

@@ -5,6 +5,7 @@ import time
 
 from testbed import Client, dns, rule, wait_until
 from testbed.adversary import Adversary
+from testbed.waiting import wait_for_silence
 
 GENUINE = "Genuine._ipp._tcp.local"
 
@@ -49,10 +50,7 @@ class Flooded:
 
     def falls_silent(self, within, quiet=1.2):
         """A responder that has something left to announce does so within a second."""
-        def is_silent():
-            sent = self.client.heard_packets()
-            return time.monotonic() - sent[-1].time > quiet
-        wait_until(is_silent, within, "silence on link B")
+        wait_for_silence(lambda: self.client.heard_packets()[-1].time, quiet, within, "silence on link B")
 
     def ends_clean(self):
         assert self.daemon.stop(within=10) == 10

@@ -10,6 +10,7 @@ import time
 import pytest
 from testbed import addresses_on, dns, rule, wait_until
 from testbed.crowd import Crowd
+from testbed.waiting import wait_for_silence
 
 COUNT = 500
 KIND = "_ipp._tcp"
@@ -30,11 +31,11 @@ class Town:
                                    environment={"MDNSPROXY_HANDOVER": HANDOVER}).start_and_wait()
         self.devices.announce(0, COUNT, seconds=0.5)
         wait_until(lambda: len(self.instances(0.0)) == COUNT, PATIENCE, "all services on link b")
-        wait_until(lambda: time.monotonic() - self.last() > 3, PATIENCE, "everything announced")
+        wait_for_silence(self.last, 3, PATIENCE, "everything announced")
         self.list = scene.browser(self.net["b"])
         wait_until(lambda: len(self.list.names) == COUNT, PATIENCE,
                    lambda: f"all in the client's list, and not {len(self.list.names)}")
-        wait_until(lambda: time.monotonic() - self.last() > 3, PATIENCE, "the client answered")
+        wait_for_silence(self.last, 3, PATIENCE, "the client answered")
 
     def last(self):
         return max(packet.time for packet in self.ear.sent_by(*self.gateway))

@@ -15,7 +15,8 @@ import time
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tests" / "support"))
 
-from testbed import Browser, Daemon, Network, Printer, rule  # noqa: E402  pylint: disable=wrong-import-position
+# pylint: disable-next=wrong-import-position
+from testbed import Browser, Daemon, Network, Printer, rule, stays_true  # noqa: E402
 
 PRINTER = "Office Printer"
 HOST = "office-printer.local."
@@ -88,7 +89,7 @@ def reach(link, address, port):
 def show_before(browser):
     chapter("Before")
     say(f'The printer announces "{PRINTER}" on link A (by python3-zeroconf, an independent program).')
-    time.sleep(2)  # long enough to be convincing: there is nothing to wait for
+    stays_true(lambda: not browser.names, 2, "nothing to be seen on link B")
     say(f"Link B has asked for printers for two seconds and sees: {', '.join(browser.names) or 'nothing'}.")
 
 
