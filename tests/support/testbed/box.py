@@ -19,6 +19,7 @@ import tempfile
 import threading
 import time
 
+from .closing import Closing
 from .figures import descendant
 from .waiting import wait_until
 
@@ -75,7 +76,7 @@ class Process:
         return self.status
 
 
-class Box:
+class Box(Closing):
     def __init__(self, namespace, name="box"):
         self.name = name
         self.root = pathlib.Path(tempfile.mkdtemp(prefix="mdnsproxy-"))
@@ -229,9 +230,3 @@ class Box:
         self._init.stdout.close()
         self._init_log.close()
         shutil.rmtree(self.root, ignore_errors=True)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()

@@ -7,11 +7,12 @@ import time
 import zeroconf
 from zeroconf import const
 
+from .closing import Closing
 from .printer import close_zeroconf, zeroconf_on
 from .waiting import wait_until
 
 
-class Browser:
+class Browser(Closing):
     def __init__(self, link, kind="_ipp._tcp"):
         self.link = link
         self.kind = f"{kind}.local."
@@ -68,9 +69,3 @@ class Browser:
     def close(self):
         self._browser.cancel()
         close_zeroconf(self.zeroconf)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()

@@ -6,6 +6,7 @@ import pathlib
 import signal
 
 from .box import Box
+from .closing import Closing
 from .waiting import wait_until
 
 STATUS_FILE = "/tmp/mdnsproxy.out"
@@ -49,7 +50,7 @@ def rules_list(*rules):
     return "".join(rules) or "<!-- no rule -->\n"
 
 
-class Daemon:
+class Daemon(Closing):
     """One run (or several, one after another) of mdnsproxy on a gateway.
 
     `library` takes the place of the DNS-SD library that stands beside the program; `environment` is added to the
@@ -150,9 +151,3 @@ class Daemon:
         reports = self.sanitizer_reports()
         self.box.close()
         assert reports == "", reports
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()

@@ -7,6 +7,7 @@ import socket
 import threading
 
 from . import dns
+from .closing import Closing
 from .voice import Voice
 
 
@@ -40,7 +41,7 @@ class Service:
         return [*self.pointers, self.srv, self.txt]
 
 
-class Device:
+class Device(Closing):
     """`host`: the host name's first label. `addresses`: what the host claims to have; by default what it has.
     `address_ttl`: in seconds."""
 
@@ -149,9 +150,3 @@ class Device:
         self._voice.close()
         self._stop.close()
         self._stop_reading.close()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()

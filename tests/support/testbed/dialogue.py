@@ -6,6 +6,8 @@ import queue
 import subprocess
 import threading
 
+from .closing import Closing
+
 
 def collect(stream, sink):
     """Hands each line of `stream` to `sink`, until the stream ends, in a thread, which is returned."""
@@ -30,7 +32,7 @@ class Program(subprocess.Popen):
         self.stdin.flush()
 
 
-class Dialogue:
+class Dialogue(Closing):
     """A program that takes lines and answers with lines. It begins with the line "ready"."""
 
     def __init__(self, name, command):
@@ -72,9 +74,3 @@ class Dialogue:
             self._process.kill()
             self._process.wait()
         self._process.stdout.close()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()

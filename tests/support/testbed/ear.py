@@ -9,6 +9,7 @@ import time
 from dataclasses import dataclass
 
 from . import dns
+from .closing import Closing
 from .sockets import PORT
 from .waiting import wait_until
 
@@ -28,7 +29,7 @@ class Packet:
     message: object      # dns.Message, or None when it is none
 
 
-class Ear:
+class Ear(Closing):
     """Listens from its making on."""
 
     def __init__(self, link):
@@ -117,12 +118,6 @@ class Ear:
         self._closed = True
         self._thread.join()
         self._socket.close()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()
 
 
 def _arrival(ancillary):

@@ -11,6 +11,7 @@ every link has. Further hosts and gateways are attached to the bridge.
 
 import json
 
+from .closing import Closing
 from .namespace import Namespace
 
 
@@ -82,7 +83,7 @@ class Host:
         self.ns.close()
 
 
-class Network:
+class Network(Closing):
     """Links by name, and one gateway (host `.1` of every link, interface named as the link) that routes between
     them."""
 
@@ -120,12 +121,6 @@ class Network:
         for link in self.links.values():
             link.close()
         self.gateway.close()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()
 
 
 class End:

@@ -3,6 +3,8 @@
 
 import zeroconf
 
+from .closing import Closing
+
 
 def zeroconf_on(link):
     version = zeroconf.IPVersion.All if link.ipv4 and link.ipv6 else (
@@ -18,7 +20,7 @@ def close_zeroconf(opened):
     opened.loop.close()
 
 
-class Printer:
+class Printer(Closing):
     """Announced from its making on (python3-zeroconf probes first, which takes it about 0.7 s). Several services of one
     host take the same `host`."""
 
@@ -39,9 +41,3 @@ class Printer:
     def close(self):
         """Says goodbye, if that was not done, and ends."""
         close_zeroconf(self.zeroconf)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.close()
