@@ -16,6 +16,7 @@
 #include "mdns/wire/name.h"
 #include "mdns/wire/reader.h"
 #include "mdns/wire/writer.h"
+#include "support/wire.h"
 
 using namespace mdns;
 
@@ -25,21 +26,10 @@ constexpr Time kLongest = 2 * 3600 * kSecond;
 constexpr int kTurnsAtMost = 200;  // that one moment may take: packets are paced, so that nothing has to be done more
                                    // often
 
-std::string wire_name(std::string_view text) {
-  std::string name;
-  while (!text.empty()) {
-    const std::string_view label = text.substr(0, text.find('.'));
-    name += static_cast<char>(label.size());
-    name += label;
-    text.remove_prefix(std::min(text.size(), label.size() + 1));
-  }
-  return name + '\0';
-}
-
-const std::string kNames[] = {wire_name("_ipp._tcp.local"),     wire_name("One._ipp._tcp.local"),
-                              wire_name("Two._ipp._tcp.local"), wire_name("_services._dns-sd._udp.local"),
-                              wire_name("host.local"),          wire_name("HOST.local"),
-                              wire_name("other.local"),         wire_name("local")};
+const std::string kNames[] = {wire::name("_ipp._tcp.local"),     wire::name("One._ipp._tcp.local"),
+                              wire::name("Two._ipp._tcp.local"), wire::name("_services._dns-sd._udp.local"),
+                              wire::name("host.local"),          wire::name("HOST.local"),
+                              wire::name("other.local"),         wire::name("local")};
 constexpr std::uint16_t kTypes[] = {kTypeA,     kTypePtr,  kTypeTxt,   kTypeAaaa, kTypeSrv,
                                     kTypeCname, kTypeNsec, kTypeHinfo, 300};
 constexpr std::uint32_t kTtls[] = {0, 1, 2, 10, 60, 119, 120, 4500, 75, 0x7FFFFFFF, 0xFFFFFFFF};

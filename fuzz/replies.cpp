@@ -18,6 +18,7 @@
 #include "proxy/call_layer.h"
 #include "proxy/proxy.h"
 #include "runtime/runtime.h"
+#include "support/wire.h"
 #include "way_out.h"
 
 namespace {
@@ -166,11 +167,8 @@ void resolve_reply(Run& run, fuzz::Input& input) {
 }
 
 Rdata wire_name(const std::string& first_label) {
-  Rdata wire = {static_cast<std::uint8_t>(std::min<std::size_t>(first_label.size(), 63))};
-  wire.insert(wire.end(), first_label.begin(), first_label.begin() + wire[0]);
-  constexpr std::string_view kRest("\4_ipp\4_tcp\5local\0", 17);
-  wire.insert(wire.end(), kRest.begin(), kRest.end());
-  return wire;
+  const std::string name = wire::label(first_label.substr(0, 63)) + wire::name("_ipp._tcp.local");
+  return {name.begin(), name.end()};
 }
 
 Rdata any_rdata(fuzz::Input& input, std::uint16_t rrtype) {

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <array>
 
-#include "mdns/seed.h"
 #include "mdns/state/random.h"
+#include "support/seed.h"
 
 namespace mdns {
 namespace {
@@ -57,7 +57,7 @@ TEST(Heap, TakesOut) {
 
 TEST(Heap, AgreesWithASearchAfterAnyChanges) {
   Random random;
-  random_seed(random, test_seed());
+  random_seed(random, support::chosen_seed());
   std::array<Item, 50> items;
   Items heap;
   for (int i = 0; i < 20'000; ++i) {
@@ -90,7 +90,7 @@ TEST(Random, TakesZeroForASeed) {
 
 TEST(Random, ReachesBothEndsAndNothingBeyond) {
   Random random;
-  random_seed(random, test_seed());
+  random_seed(random, support::chosen_seed());
   std::array<int, 5> counts{};
   for (int i = 0; i < 1000; ++i) {
     const Time time = random_between(random, 20, 24);

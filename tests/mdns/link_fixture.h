@@ -12,8 +12,8 @@
 
 #include "mdns/link_counts.h"
 #include "mdns/mdns.h"
-#include "mdns/wire.h"
 #include "mdns/wire/reader.h"
+#include "support/wire.h"
 
 namespace mdns {
 
@@ -25,6 +25,9 @@ void PrintTo(const Question& question, std::ostream* out);
 }  // namespace mdns
 
 namespace mdns::test {
+
+using wire::bytes, wire::Counts, wire::header, wire::label, wire::name, wire::number16, wire::number32, wire::record,
+    wire::srv, wire::text;
 
 constexpr Time operator""_ms(unsigned long long n) { return static_cast<Time>(n) * kMillisecond; }
 constexpr Time operator""_s(unsigned long long n) { return static_cast<Time>(n) * kSecond; }

@@ -1,18 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "mdns/wire/name.h"
+#include "support/wire.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <set>
 
-#include "mdns/wire.h"
-
 namespace mdns {
 namespace {
 
-using test::label;
-using test::name;
+using wire::label;
+using wire::name;
 
 const std::string kRoot(1, '\0');
 

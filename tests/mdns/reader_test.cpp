@@ -4,24 +4,24 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "mdns/wire.h"
 #include "mdns/wire/name.h"
+#include "support/wire.h"
 
 namespace mdns {
 namespace {
 
-using test::bytes;
-using test::header;
-using test::label;
-using test::name;
-using test::number16;
-using test::pointer;
-using test::record;
-using test::srv;
 using ::testing::ElementsAre;
 using ::testing::Field;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
+using wire::bytes;
+using wire::header;
+using wire::label;
+using wire::name;
+using wire::number16;
+using wire::pointer;
+using wire::record;
+using wire::srv;
 
 constexpr unsigned kResponse = 0x8400;
 constexpr std::size_t kBody = 12;  // where it begins

@@ -4,16 +4,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "mdns/wire.h"
 #include "mdns/wire/name.h"
+#include "support/wire.h"
 
 namespace mdns {
 namespace {
 
-using test::label;
-using test::name;
-using test::number16;
-using test::srv;
+using wire::label;
+using wire::name;
+using wire::number16;
+using wire::srv;
 
 const std::string kTwoNames = name("a.local") + name("b.local");
 

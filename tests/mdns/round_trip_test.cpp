@@ -3,12 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "mdns/seed.h"
 #include "mdns/state/random.h"
-#include "mdns/wire.h"
 #include "mdns/wire/name.h"
 #include "mdns/wire/reader.h"
 #include "mdns/wire/writer.h"
+#include "support/seed.h"
+#include "support/wire.h"
 
 namespace mdns {
 namespace {
@@ -33,7 +33,7 @@ struct Maker {
     static const std::string kLabels[] = {"a", "A", "local", "_tcp", "_ipp", std::string(63, 'x')};
     std::string wire;
     for (std::size_t labels = below(6); labels > 0; --labels) {
-      const std::string next = test::label(below(8) == 0 ? bytes(1 + below(20)) : kLabels[below(6)]);
+      const std::string next = wire::label(below(8) == 0 ? bytes(1 + below(20)) : kLabels[below(6)]);
       wire += wire.size() + next.size() < kNameMax ? next : "";
     }
     return wire + '\0';
@@ -60,10 +60,10 @@ struct Maker {
       case kTypeSoa:
         return rdata + bytes(20);
       case kTypeNsec:
-        return rdata + std::string(1, '\0') + test::label(bytes(1 + below(32)));
+        return rdata + std::string(1, '\0') + wire::label(bytes(1 + below(32)));
       case kTypeHinfo:
       case kTypeTxt:
-        return test::label(bytes(below(30))) + test::label(bytes(below(30)));
+        return wire::label(bytes(below(30))) + wire::label(bytes(below(30)));
       case 65280:
         return bytes(1 + below(40));
       default:
@@ -73,13 +73,13 @@ struct Maker {
 };
 
 std::string shown(const Question& question) {
-  return question.name + test::number16(question.type) + (question.unicast_response ? "QU" : "QM") +
-         test::number16(question.klass);
+  return question.name + wire::number16(question.type) + (question.unicast_response ? "QU" : "QM") +
+         wire::number16(question.klass);
 }
 
 std::string shown(const Record& record) {
-  return record.name + test::number16(record.type) + test::number16(record.klass) + (record.cache_flush ? "!" : "") +
-         test::number32(record.ttl) + record.rdata;
+  return record.name + wire::number16(record.type) + wire::number16(record.klass) + (record.cache_flush ? "!" : "") +
+         wire::number32(record.ttl) + record.rdata;
 }
 
 // The questions and records of a message as texts, by section.
@@ -138,7 +138,7 @@ Written write_any(Maker& maker) {
 
 TEST(RoundTrip, WhatIsWrittenIsRead) {
   Maker maker;
-  random_seed(maker.random, test_seed());
+  random_seed(maker.random, support::chosen_seed());
   for (int i = 0; i < 3000; ++i) {
     const Written written = write_any(maker);
     const std::optional<Message> message = read_message(written.bytes);
@@ -149,7 +149,7 @@ TEST(RoundTrip, WhatIsWrittenIsRead) {
 
 TEST(RoundTrip, WhatIsLeftOfADamagedMessageIsWellFormed) {
   Maker maker;
-  random_seed(maker.random, test_seed());
+  random_seed(maker.random, support::chosen_seed());
   for (int i = 0; i < 10'000; ++i) {
     std::vector<std::uint8_t> bytes = write_any(maker).bytes;
     for (std::size_t changes = 1 + maker.below(4); changes > 0; --changes) {

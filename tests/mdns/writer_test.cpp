@@ -4,21 +4,21 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "mdns/wire.h"
 #include "mdns/wire/reader.h"
+#include "support/wire.h"
 
 namespace mdns {
 namespace {
 
-using test::header;
-using test::label;
-using test::name;
-using test::number16;
-using test::pointer;
-using test::record;
-using test::srv;
-using test::text;
 using ::testing::SizeIs;
+using wire::header;
+using wire::label;
+using wire::name;
+using wire::number16;
+using wire::pointer;
+using wire::record;
+using wire::srv;
+using wire::text;
 
 constexpr unsigned kResponse = 0x8400;
 constexpr std::size_t kBody = 12;

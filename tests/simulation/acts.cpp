@@ -67,7 +67,7 @@ Offer* any_offer(Life& life) {
 void change_text(Life& life) {
   Offer* const offer = any_offer(life);
   if (offer != nullptr && offer->service != 0) {
-    offer_change(*offer, offer->srv, txt_rdata(new_label(life, "v=")));
+    offer_change(*offer, offer->srv, wire::label(new_label(life, "v=")));
   }
 }
 

@@ -21,7 +21,7 @@ ForwardedHost* find(const Port& port, const std::string& original) {
 
 std::string name_of(const ForwardedHost& host, int attempt) {
   const std::size_t length = static_cast<std::uint8_t>(host.original[0]);
-  return prepend(numbered(host.original.substr(1, length), attempt, "-", ""), host.original.substr(1 + length));
+  return wire::label(numbered(host.original.substr(1, length), attempt, "-", "")) + host.original.substr(1 + length);
 }
 
 // Whether the gateway itself has another host of that name: their shared records under one name could not be

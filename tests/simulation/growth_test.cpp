@@ -16,12 +16,12 @@ using mdns::Event;
 
 constexpr int kFew = 300, kMany = 1200;
 constexpr double kTimesAtMost = 4.6;  // they are four times as many; the rest is for packets that are not filled evenly
-const std::string kType = wire_name("_ipp._tcp.local");
+const std::string kType = wire::name("_ipp._tcp.local");
 constexpr std::string_view kMark = "forwarded";
 
-std::string instance_of(int number) { return prepend("Service " + std::to_string(number), kType); }
+std::string instance_of(int number) { return wire::label("Service " + std::to_string(number)) + kType; }
 
-std::string host_of(int number) { return wire_name("host-" + std::to_string(number) + ".local"); }
+std::string host_of(int number) { return wire::name("host-" + std::to_string(number) + ".local"); }
 
 std::string address_of(int number, int version) {
   return {10, static_cast<char>(version), static_cast<char>(number >> 8), static_cast<char>(number)};
@@ -67,7 +67,7 @@ void offer(Lister& lister, const std::string& instance, Found& found) {
     return;
   }
   const mdns::RecordData address{mdns::kTypeA, 0, found.address};
-  const mdns::RecordData txt{mdns::kTypeTxt, 0, found.txt + txt_rdata(kMark)};
+  const mdns::RecordData txt{mdns::kTypeTxt, 0, found.txt + wire::label(kMark)};
   if (found.offered_service != 0) {
     EXPECT_TRUE(bare_update(*lister.to, found.offered_address, address));
     EXPECT_TRUE(bare_update(*lister.to, found.offered_service, txt));
@@ -121,8 +121,8 @@ void announce(Devices& devices, int count) {
   for (int number = devices.first; number < devices.first + count; ++number) {
     const std::string instance = instance_of(number);
     const mdns::RecordData address{mdns::kTypeA, 0, address_of(number, 1)};
-    const mdns::RecordData service[] = {{mdns::kTypeSrv, 0, srv_rdata(631, host_of(number))},
-                                        {mdns::kTypeTxt, 0, txt_rdata("v=1")}};
+    const mdns::RecordData service[] = {{mdns::kTypeSrv, 0, wire::srv_of(631, host_of(number))},
+                                        {mdns::kTypeTxt, 0, wire::label("v=1")}};
     const mdns::RecordData pointer{mdns::kTypePtr, 0, instance};
     Offered& offered = devices.offered.emplace_back();
     offered.address = bare_publish(*devices.link, host_of(number), {&address, 1}, mdns::Claim::unique);
@@ -262,10 +262,10 @@ void ForgeGoodbyes(Crowd& crowd, int medium, mdns::Protocols protocols) {
     for (const int until = number + 6; number < until; ++number) {
       const std::string instance = instance_of(number);
       builder.record(Part::answer, kType, mdns::kTypePtr, mdns::kClassIn, 0, instance);
-      builder.record(Part::answer, instance, mdns::kTypeSrv, mdns::kClassIn, 0, srv_rdata(631, host_of(number)));
+      builder.record(Part::answer, instance, mdns::kTypeSrv, mdns::kClassIn, 0, wire::srv_of(631, host_of(number)));
       builder.record(Part::answer, host_of(number), mdns::kTypeA, mdns::kClassIn, 0, address_of(number, 1));
     }
-    bare_inject(crowd.bare, medium, protocols, builder.bytes);
+    bare_inject(crowd.bare, medium, protocols, builder.bytes());
   }
 }
 
@@ -297,11 +297,11 @@ TEST(Growth, OfTextsThatChange) {
     crowd.Mark();
     const Devices& devices = crowd.devices.back();
     for (const Offered& offered : devices.offered) {
-      EXPECT_TRUE(bare_update(*devices.link, offered.service, {mdns::kTypeTxt, 0, txt_rdata("v=2")}));
+      EXPECT_TRUE(bare_update(*devices.link, offered.service, {mdns::kTypeTxt, 0, wire::label("v=2")}));
     }
     crowd.Seconds(5);
     for (const auto& [instance, found] : crowd.listers.back().found) {
-      ASSERT_EQ(found.txt, txt_rdata("v=2") + txt_rdata(kMark)) << text_of(instance);
+      ASSERT_EQ(found.txt, wire::label("v=2") + wire::label(kMark)) << text_of(instance);
     }
   });
 }

@@ -50,17 +50,17 @@ std::string some_bytes(Dice& dice, std::size_t size) {
 }
 
 std::string some_name(Dice& dice) {
-  return prepend(some_bytes(dice, 1 + dice.below(20)), wire_name(dice.chance(50) ? "_http._tcp.local" : "local"));
+  return wire::label(some_bytes(dice, 1 + dice.below(20))) + wire::name(dice.chance(50) ? "_http._tcp.local" : "local");
 }
 
 std::string other_rdata(Dice& dice, const mdns::RecordData& record) {
   switch (record.type) {
     case mdns::kTypeSrv:
-      return srv_rdata(static_cast<std::uint16_t>(dice.next()), some_name(dice));
+      return wire::srv_of(static_cast<std::uint16_t>(dice.next()), some_name(dice));
     case mdns::kTypePtr:
       return some_name(dice);
     case mdns::kTypeTxt:
-      return txt_rdata(some_bytes(dice, dice.below(40)));
+      return wire::label(some_bytes(dice, dice.below(40)));
     default:
       return some_bytes(dice, record.rdata.size());
   }
@@ -100,7 +100,7 @@ void forged_response(Attack& attack) {
     builder.record(Part::answer, target.publication->name, record.type,
                    attack.dice.chance(50) ? kFlush : mdns::kClassIn, kTtls[attack.dice.below(std::size(kTtls))], rdata);
   }
-  send(attack, std::move(builder.bytes));
+  send(attack, builder.bytes());
 }
 
 // A service that does not exist, with a host that is its own alias, and records of kinds that should not be here.
@@ -108,8 +108,8 @@ void invented(Attack& attack) {
   Builder builder;
   builder.flags(0x8400);
   const std::string name = some_name(attack.dice), host = some_name(attack.dice);
-  builder.record(Part::answer, wire_name("_http._tcp.local"), mdns::kTypePtr, mdns::kClassIn, 0xFFFFFFFF, name);
-  builder.record(Part::answer, name, mdns::kTypeSrv, kFlush, 120, srv_rdata(80, host));
+  builder.record(Part::answer, wire::name("_http._tcp.local"), mdns::kTypePtr, mdns::kClassIn, 0xFFFFFFFF, name);
+  builder.record(Part::answer, name, mdns::kTypeSrv, kFlush, 120, wire::srv_of(80, host));
   builder.record(Part::answer, host, mdns::kTypeCname, kFlush, 120, attack.dice.chance(50) ? host : name);
   builder.record(Part::answer, name, mdns::kTypeCname, mdns::kClassIn, 120, host);
   const Target target = choose(attack);
@@ -121,7 +121,7 @@ void invented(Attack& attack) {
                    some_bytes(attack.dice, 9));
   }
   builder.record(Part::additional, std::string(1, '\0'), mdns::kTypeOpt, 1440, 0, "");
-  send(attack, std::move(builder.bytes));
+  send(attack, builder.bytes());
 }
 
 // A query for something genuine: legacy, with QU, ANY, TC, false known answers or as a probe.
@@ -147,7 +147,7 @@ void odd_query(Attack& attack) {
                    attack.dice.chance(30) ? record.rdata : other_rdata(attack.dice, record));
   }
   attack.forged.source.port = attack.dice.chance(30) ? 40000 : mdns::kPort;
-  send(attack, std::move(builder.bytes));
+  send(attack, builder.bytes());
 }
 
 using Act = void (*)(Attack&);

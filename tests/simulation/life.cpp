@@ -64,9 +64,9 @@ void populate(Life& life) {
     Medium& medium = add_medium(world, some_weather(life));
     medium.calm_since = life.misfortune == Misfortune::none ? -1000 * kSecond : kNever;
   }
-  life.types.push_back(wire_name("_http._tcp.local"));
+  life.types.push_back(wire::name("_http._tcp.local"));
   if (dice.chance(50)) {
-    life.types.push_back(wire_name("_ipp._tcp.local"));
+    life.types.push_back(wire::name("_ipp._tcp.local"));
   }
   life.size = dice.chance(90) ? 1 + dice.below(4) : 5 + dice.below(12);
   for (std::size_t each = 0; each < life.size; ++each) {

@@ -24,7 +24,7 @@ namespace {
 
 void offer_established(Offer& offer) {
   if (offer.pointer == 0) {
-    static const std::string kMeta = wire_name("_services._dns-sd._udp.local");
+    static const std::string kMeta = wire::name("_services._dns-sd._udp.local");
     offer.pointer = publish(*offer.port, offer.type, {{mdns::kTypePtr, 0, instance_of(offer)}}, Claim::shared);
     offer.meta = publish(*offer.port, kMeta, {{mdns::kTypePtr, 0, offer.type}}, Claim::shared);
   }
@@ -41,7 +41,7 @@ void offer_lost(Offer& offer) {
 }  // namespace
 
 std::string instance_of(const Offer& offer) {
-  return prepend(numbered(offer.label, offer.attempt, " (", ")"), offer.type);
+  return wire::label(numbered(offer.label, offer.attempt, " (", ")")) + offer.type;
 }
 
 void offer_start(Offer& offer) {
@@ -80,7 +80,7 @@ void offer_stop(Offer& offer) {
 }
 
 std::string host_name_of(const Device& device) {
-  return prepend(numbered(device.label, device.attempt, "-", ""), wire_name("local"));
+  return wire::label(numbered(device.label, device.attempt, "-", "")) + wire::name("local");
 }
 
 namespace {
@@ -90,7 +90,7 @@ void device_lost(Device& device) {
   ++device.attempt;
   device_start(device);
   for (const std::unique_ptr<Offer>& offer : device.offers) {
-    offer_change(*offer, srv_rdata(80, host_name_of(device)), offer->txt);
+    offer_change(*offer, wire::srv_of(80, host_name_of(device)), offer->txt);
   }
 }
 
@@ -120,8 +120,8 @@ Offer& device_offer(Device& device, std::string_view label, const std::string& t
   offer.port = device.port;
   offer.label = label;
   offer.type = type;
-  offer.srv = srv_rdata(80, host_name_of(device));
-  offer.txt = txt_rdata(text);
+  offer.srv = wire::srv_of(80, host_name_of(device));
+  offer.txt = wire::label(text);
   offer_start(offer);
   return offer;
 }

@@ -44,18 +44,18 @@ TEST_F(Scene, TheStaleCopyOfOnesOwnProbeCostsASecondAtMost) {
 
 TEST_F(Scene, ASecondHolderSavesARecordInTheLastMomentOfItsGoodbye) {
   Browser& looker = GivenLooker(*a_);
-  const std::string instance = prepend("Lent", kType);
+  const std::string instance = wire::label("Lent") + kType;
   Builder announcement = Response();
   announcement.record(Part::answer, kType, mdns::kTypePtr, mdns::kClassIn, 4500, instance);
-  Forges(*a_, Builder(announcement));
+  Forges(*a_, announcement);
   Seconds(0.1);
   ASSERT_EQ(Seen(looker).size(), 1U);
   const std::shared_ptr<int> ends = CountsEnds(looker);
   Builder goodbye = Response();
   goodbye.record(Part::answer, kType, mdns::kTypePtr, mdns::kClassIn, 0, instance);
-  Forges(*a_, std::move(goodbye));
+  Forges(*a_, goodbye);
   Seconds(0.95);
-  Forges(*a_, std::move(announcement), 67);
+  Forges(*a_, announcement, 67);
   Seconds(2);
   EXPECT_EQ(*ends, 0);
   EXPECT_EQ(Seen(looker).size(), 1U);
@@ -86,9 +86,9 @@ TEST_F(Scene, ForgedGoodbyesOfTwoHundredNamesAreContradictedInTime) {
     Builder goodbyes = Response();
     for (const std::size_t until = each + 25; each < until; ++each) {
       goodbyes.record(Part::answer, kType, mdns::kTypePtr, mdns::kClassIn, 0,
-                      prepend("Service " + std::to_string(each), kType));
+                      wire::label("Service " + std::to_string(each)) + kType);
     }
-    Forges(*a_, std::move(goodbyes));
+    Forges(*a_, goodbyes);
   }
   Seconds(4);
   EXPECT_EQ(*ends, 0);
@@ -182,10 +182,10 @@ TEST_F(Scene, AFloodFromOneSourceHidesNobody) {
     call_at(world_, each * kMillisecond / 2, [this, each] {
       Builder builder = Response();
       for (int record = 0; record < 20; ++record) {
-        const std::string name = prepend("x" + std::to_string(each * 20 + record), kType);
-        builder.record(Part::answer, name, mdns::kTypeTxt, 0x8001, 4500, txt_rdata("y"));
+        const std::string name = wire::label("x" + std::to_string(each * 20 + record)) + kType;
+        builder.record(Part::answer, name, mdns::kTypeTxt, 0x8001, 4500, wire::label("y"));
       }
-      Forges(*a_, std::move(builder));
+      Forges(*a_, builder);
     });
   }
   Seconds(2);
@@ -202,9 +202,9 @@ TEST_F(Scene, ChangedTextIsOnTheOtherLinkAtOnceAndNothingBlinks) {
   Seconds(10);
   ASSERT_EQ(Seen(looker).size(), 1U);
   const std::shared_ptr<int> ends = CountsEnds(looker);
-  offer_change(*device.offers[0], device.offers[0]->srv, txt_rdata("v=2"));
+  offer_change(*device.offers[0], device.offers[0]->srv, wire::label("v=2"));
   Seconds(0.3);
-  EXPECT_EQ(looker.findings.begin()->second->txt.back(), std::string(kMark) + txt_rdata("v=2"));
+  EXPECT_EQ(looker.findings.begin()->second->txt.back(), std::string(kMark) + wire::label("v=2"));
   Seconds(3);
   EXPECT_EQ(*ends, 0);
   EXPECT_EQ(looker.findings.begin()->second->txt.size(), 1U);

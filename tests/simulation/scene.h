@@ -11,7 +11,7 @@
 
 namespace simulation {
 
-inline const std::string kType = wire_name("_http._tcp.local");
+inline const std::string kType = wire::name("_http._tcp.local");
 
 class Scene : public testing::Test {
  protected:
@@ -103,7 +103,7 @@ class Scene : public testing::Test {
   }
 
   static std::string HostSeen(const Browser& looker) {
-    const auto found = looker.findings.find(folded(prepend("Forwarded", kType)));
+    const auto found = looker.findings.find(folded(wire::label("Forwarded") + kType));
     std::string text = found == looker.findings.end() ? "none" : text_of(found->second->target);
     for (const Address& address : found == looker.findings.end() ? std::set<Address>() : found->second->addresses) {
       text += " " + std::to_string(static_cast<std::uint8_t>(address.second.back()));
@@ -111,11 +111,11 @@ class Scene : public testing::Test {
     return text;
   }
 
-  void Forges(Medium& medium, Builder&& builder, std::uint8_t number = 66) {
+  void Forges(Medium& medium, const Builder& builder, std::uint8_t number = 66) {
     Forged forged;
     forged.source.port = mdns::kPort;
     forged.source.address = {10, 0, 0, number};
-    forged.bytes = std::move(builder.bytes);
+    forged.bytes = builder.bytes();
     inject(world_, medium, forged);
   }
 

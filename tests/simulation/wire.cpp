@@ -35,25 +35,7 @@ std::size_t names_begin(std::uint16_t type) {
   }
 }
 
-void append16(std::vector<std::uint8_t>& bytes, std::uint32_t value) {
-  bytes.push_back(static_cast<std::uint8_t>(value >> 8U));
-  bytes.push_back(static_cast<std::uint8_t>(value));
-}
-
 }  // namespace
-
-std::string prepend(std::string_view label, std::string_view parent) {
-  return std::string(1, static_cast<char>(label.size())).append(label).append(parent);
-}
-
-std::string wire_name(std::string_view dotted) {
-  if (dotted.empty()) {
-    return {'\0'};
-  }
-  const std::size_t dot = dotted.find('.');
-  return prepend(dotted.substr(0, dot),
-                 wire_name(dot == std::string_view::npos ? std::string_view() : dotted.substr(dot + 1)));
-}
 
 std::string text_of(std::string_view name) {
   std::string text;
@@ -82,13 +64,6 @@ std::string text_of(std::uint16_t type, std::string_view rdata) {
   }
   return text;
 }
-
-std::string srv_rdata(std::uint16_t port, std::string_view target) {
-  const char head[] = {0, 0, 0, 0, static_cast<char>(port >> 8U), static_cast<char>(port & 0xFFU)};
-  return std::string(head, sizeof head).append(target);
-}
-
-std::string txt_rdata(std::string_view text) { return std::string(1, static_cast<char>(text.size())).append(text); }
 
 std::string srv_target(std::string_view rdata) {
   return std::string(rdata.size() > 6 ? rdata.substr(6) : std::string_view("\0", 1));
@@ -277,30 +252,6 @@ std::string text_of(const WireMessage& message) {
     text += std::string(" FAULT: ") + message.fault;
   }
   return text;
-}
-
-void Builder::flags(std::uint16_t flags) {
-  bytes[2] = static_cast<std::uint8_t>(flags >> 8U);
-  bytes[3] = static_cast<std::uint8_t>(flags);
-}
-
-void Builder::question(std::string_view name, std::uint16_t type, std::uint16_t klass) {
-  ++bytes[5];
-  bytes.insert(bytes.end(), name.begin(), name.end());
-  append16(bytes, type);
-  append16(bytes, klass);
-}
-
-void Builder::record(Part part, std::string_view name, std::uint16_t type, std::uint16_t klass, std::uint32_t ttl,
-                     std::string_view rdata) {
-  ++bytes[static_cast<std::size_t>(7 + 2 * static_cast<int>(part))];
-  bytes.insert(bytes.end(), name.begin(), name.end());
-  append16(bytes, type);
-  append16(bytes, klass);
-  append16(bytes, ttl >> 16U);
-  append16(bytes, ttl & 0xFFFFU);
-  append16(bytes, static_cast<std::uint32_t>(rdata.size()));
-  bytes.insert(bytes.end(), rdata.begin(), rdata.end());
 }
 
 }  // namespace simulation

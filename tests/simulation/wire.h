@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// The simulator's own view of what is on the wire: names, a reader that judges every byte, and a builder for what no
-// honest host would send. It shares nothing with the engine's reader and writer, so that a mistake of theirs is seen.
+// The simulator's own view of what is on the wire: names, and a reader that judges every byte. It shares nothing with
+// the reader and writer of the engine, so that a mistake of theirs is seen.
 #pragma once
 
 #include <cstdint>
@@ -9,24 +9,18 @@
 #include <vector>
 
 #include "mdns/wire/types.h"
+#include "support/wire.h"
 
 namespace simulation {
 
-// The wire form of `label` in front of the whole name `parent`.
-std::string prepend(std::string_view label, std::string_view parent);
-
-// The wire form of "a.b.local" (labels without dots in them).
-std::string wire_name(std::string_view dotted);
+using wire::Builder;
+using wire::Part;
 
 // A wire name as text, for messages only.
 std::string text_of(std::string_view name);
 
 // A record's data as text, for messages only.
 std::string text_of(std::uint16_t type, std::string_view rdata);
-
-// SRV data for port 80+`port`; TXT data with one string; address data.
-std::string srv_rdata(std::uint16_t port, std::string_view target);
-std::string txt_rdata(std::string_view text);
 
 // The whole name that stands at the end of SRV data.
 std::string srv_target(std::string_view rdata);
@@ -45,8 +39,6 @@ struct WireQuestion {
   std::uint16_t type = 0, klass = 0;  // the class without its top bit
   bool unicast = false;               // the top bit
 };
-
-enum class Part { answer, authority, additional };
 
 struct WireRecord {
   std::string name, rdata;  // nothing in them is compressed
@@ -76,16 +68,5 @@ bool is_probe_for(const WireMessage& message, const WireQuestion& question);
 
 // A message as one line of text.
 std::string text_of(const WireMessage& message);
-
-// Builds any message, without compression.
-struct Builder {
-  std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(12);
-
-  void flags(std::uint16_t flags);
-  void question(std::string_view name, std::uint16_t type, std::uint16_t klass = 1);
-  // `klass` with its top bit. Parts are added in their order.
-  void record(Part part, std::string_view name, std::uint16_t type, std::uint16_t klass, std::uint32_t ttl,
-              std::string_view rdata);
-};
 
 }  // namespace simulation

@@ -6,13 +6,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <cstring>
-#include <iostream>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "support/seed.h"
 #include "unit/config/scanned.h"
 
 namespace {
@@ -117,15 +116,6 @@ class RandomFiles {
   std::mt19937 random_;
 };
 
-// MDNSPROXY_TEST_SEED repeats a run.
-unsigned seed() {
-  const char* given = std::getenv("MDNSPROXY_TEST_SEED");
-  const unsigned value =
-      given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device()();
-  std::cout << "seed: MDNSPROXY_TEST_SEED=" << value << "\n";
-  return value;
-}
-
 std::string shown(std::string text) {
   for (char& character : text) {
     character = character == '\0' ? '?' : character;
@@ -167,7 +157,7 @@ TEST(ScannerProperty, ServicesAreReadAsThePlainLoopReadsThem) {
                      "'",
                      "&amp;",
                      std::string(1, '\0')},
-                    seed());
+                    static_cast<unsigned>(support::chosen_seed()));
   int with_types = 0;
   int with_missing_types = 0;
   for (int i = 0; i < kFiles; ++i) {
@@ -208,7 +198,7 @@ TEST(ScannerProperty, RulesAreReadAsThePlainLoopReadsThem) {
                      "x",
                      "<!-- ",
                      std::string(1, '\0')},
-                    seed());
+                    static_cast<unsigned>(support::chosen_seed()));
   int with_rules = 0;
   int with_missing_values = 0;
   for (int i = 0; i < kFiles; ++i) {
@@ -223,7 +213,7 @@ TEST(ScannerProperty, RulesAreReadAsThePlainLoopReadsThem) {
 }
 
 TEST(ScannerProperty, TagsThatHoldEveryWordInAnyOrderAreReadAsThePlainLoopReadsThem) {
-  std::mt19937 random(seed());
+  std::mt19937 random(static_cast<unsigned>(support::chosen_seed()));
   std::vector<std::string> pieces = {" mdnsservice=\"S\"",
                                      " rule_type=\"1\"",
                                      " if_from=\"br0\"",

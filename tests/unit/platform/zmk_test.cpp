@@ -12,6 +12,7 @@
 #include <string>
 
 #include "fakes/failing_memory.h"
+#include "support/seed.h"
 
 using testing::HasSubstr;
 
@@ -194,9 +195,7 @@ TEST_F(Zmk, StaysConsistentWhenItsOwnTableCannotGrow) {
 }
 
 TEST_F(Zmk, AgreesWithAPlainModelOverManyRandomCalls) {
-  const unsigned seed = std::random_device{}();
-  SCOPED_TRACE("seed " + std::to_string(seed));
-  std::mt19937 random(seed);
+  std::mt19937 random(static_cast<unsigned>(support::chosen_seed()));
   struct Block {
     std::size_t size;
     int line;

@@ -10,6 +10,7 @@
 
 #include "fakes/fake_syslog.h"
 #include "runtime/runtime.h"
+#include "support/wire.h"
 #include "tables/tables.h"
 
 using testing::AllOf;
@@ -199,13 +200,12 @@ testing::Matcher<std::string> around_line(const std::string& before, const std::
 }
 
 std::vector<std::uint8_t> wire_name(const std::vector<std::string>& labels) {
-  std::vector<std::uint8_t> wire;
+  std::string name;
   for (const std::string& label : labels) {
-    wire.push_back(static_cast<std::uint8_t>(label.size()));
-    wire.insert(wire.end(), label.begin(), label.end());
+    name += wire::label(label);
   }
-  wire.push_back(0);
-  return wire;
+  name += '\0';
+  return {name.begin(), name.end()};
 }
 
 std::vector<std::uint8_t> address_bytes(const char* address) {

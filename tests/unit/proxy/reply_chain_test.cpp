@@ -2,10 +2,10 @@
 // Replies in every order that a library could deliver them in, likely or not: whatever comes, no reference is released
 // twice, none is forgotten, no context outlives its instance.
 
-#include <cstdlib>
 #include <random>
 
 #include "runtime/runtime.h"
+#include "support/seed.h"
 #include "unit/proxy/proxy_test.h"
 
 namespace {
@@ -83,7 +83,7 @@ TEST_F(ReplyChain, RulesInBothDirectionsForwardNothingTwice) {
 // One seed, one chain. Instances are few, so that replies meet each other; names are of the kinds that mislead.
 class RandomChain {
  public:
-  explicit RandomChain(unsigned seed) : random_(seed) {}
+  explicit RandomChain(std::uint64_t seed) : random_(seed) {}
 
   void Step(const std::vector<BridgeContext*>& rules) {
     BridgeContext* rule = rules[Below(rules.size())];
@@ -208,14 +208,11 @@ class RandomChain {
     fake_dns_sd::fail_call(OneOf(kMayFail), 1, kDNSServiceErr_Unknown);
   }
 
-  std::mt19937 random_;
+  std::mt19937_64 random_;
 };
 
 TEST_F(ReplyChain, NoOrderOfRepliesReleasesTwiceOrForgets) {
-  const char* chosen = std::getenv("MDNSPROXY_SEED");
-  const unsigned first =
-      chosen != nullptr ? static_cast<unsigned>(std::strtoul(chosen, nullptr, 10)) : std::random_device()();
-  std::printf("seed %u (MDNSPROXY_SEED)\n", first);
+  const std::uint64_t first = support::chosen_seed();
   const std::vector<BridgeContext*> rules = {GivenRule("_ipp._tcp", "br0", "br1"),
                                              GivenRule("_u._ipp._tcp", "br0", "br2")};
   GivenSilence();

@@ -5,8 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
-#include <iostream>
 #include <random>
 
 #include "config/config.h"
@@ -16,6 +14,7 @@
 #include "mdnsproxy-check/daemon_messages.h"
 #include "mdnsproxy-check/verdict.h"
 #include "runtime/runtime.h"
+#include "support/seed.h"
 #include "unit/child_process.h"
 #include "unit/tables/daemon_test.h"
 
@@ -72,15 +71,6 @@ class RandomFiles {
   std::vector<std::string> fragments_;
   std::mt19937 random_;
 };
-
-// MDNSPROXY_TEST_SEED repeats a run.
-unsigned seed() {
-  const char* given = std::getenv("MDNSPROXY_TEST_SEED");
-  const unsigned value =
-      given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device()();
-  std::cout << "seed: MDNSPROXY_TEST_SEED=" << value << "\n";
-  return value;
-}
 
 RandomFiles services_files(unsigned seed) {
   return {{"<mdnsservice name=\"A\"><service type=\"_a._tcp\"/><service type=\"_b._udp\"/></mdnsservice>\n",
@@ -191,7 +181,7 @@ bool begins_with(const std::vector<std::string>& whole, const std::vector<std::s
 }
 
 TEST_F(Agreement, CheckerAndDaemonJudgeRandomFilesAlike) {
-  const unsigned first_seed = seed();
+  const unsigned first_seed = static_cast<unsigned>(support::chosen_seed());
   RandomFiles services = services_files(first_seed);
   RandomFiles rules = rules_files(first_seed + 1);
   int accepted = 0;

@@ -4,8 +4,9 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdlib>
 #include <random>
+
+#include "support/seed.h"
 
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -72,10 +73,7 @@ TEST(LineChanges, TextsWithoutCommonLinesThatAreVeryLongAreReplaced) {
 }
 
 TEST(LineChanges, MakeTheOneTextOfTheOther) {
-  const char* const given = std::getenv("MDNSPROXY_TEST_SEED");
-  const unsigned seed = given != nullptr ? static_cast<unsigned>(std::atoi(given)) : std::random_device()();
-  std::cout << "MDNSPROXY_TEST_SEED=" << seed << "\n";
-  std::mt19937 random(seed);
+  std::mt19937_64 random(support::chosen_seed());
   for (int round = 0; round < 300; ++round) {
     std::vector<std::string> before(random() % 12);
     std::vector<std::string> after(random() % 12);

@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include "support/wire.h"
+
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -13,20 +15,18 @@ namespace {
 std::vector<std::uint8_t> bytes(const std::string& text) { return {text.begin(), text.end()}; }
 
 // A response with this many answers, which follow.
-std::string response(char answers) { return std::string("\0\0\x84\0\0\0\0", 7) + answers + std::string(4, '\0'); }
+std::string response(unsigned answers) { return wire::header(0x8400, {.answers = answers}); }
 
-// The fields between a record's name and its data.
-std::string fields(char type, char size) {
-  return std::string(1, '\0') + type + std::string("\0\1\0\0\0\x78\0", 7) + size;
-}
+const std::string kType = wire::name("_ipp._tcp.local");
+const std::string kFirstName = wire::pointer(12);  // the name behind the header
 
-const std::string kType("\4_ipp\4_tcp\5local\0", 17);
+constexpr unsigned kA = 1, kPtr = 12, kTxt = 16, kAaaa = 28, kSrv = 33;
 
 }  // namespace
 
 TEST(DnsQuery, IsAskedInTheWordsOfTheStandard) {
   EXPECT_EQ(encode_query(0x1234, {{{"a.b", "_ipp", "_tcp", "local"}, DnsType::srv}}),
-            bytes(std::string("\x12\x34\0\0\0\1\0\0\0\0\0\0", 12) + "\3a.b" + kType + std::string("\0\x21\0\1", 4)));
+            bytes(wire::header(0, {.questions = 1}, 0x1234) + wire::question(wire::label("a.b") + kType, kSrv)));
 }
 
 TEST(DnsQuery, CutsALabelThatIsTooLong) {
@@ -42,7 +42,7 @@ TEST(DnsName, IsComparedWithoutCase) {
 }
 
 TEST(DnsResponse, FollowsCompression) {
-  const auto records = decode_response(bytes(response(1) + kType + fields(12, 4) + "\1A\xc0\x0c"));
+  const auto records = decode_response(bytes(response(1) + wire::record(kType, kPtr, wire::label("A") + kFirstName)));
   ASSERT_TRUE(records);
   ASSERT_THAT(*records, SizeIs(1));
   EXPECT_THAT(records->front().name, ElementsAre("_ipp", "_tcp", "local"));
@@ -50,9 +50,10 @@ TEST(DnsResponse, FollowsCompression) {
 }
 
 TEST(DnsResponse, KnowsAddressesPortsAndTheEntryOfAGateway) {
-  const auto records = decode_response(bytes(response(3) + kType + fields(1, 4) + std::string("\x0a\1\0\2", 4) +
-                                             "\xc0\x0c" + fields(33, 8) + std::string("\0\0\0\0\2\x77\xc0\x0c", 8) +
-                                             "\xc0\x0c" + fields(16, 18) + "\3a=1\x0dvender=Zenmor"));
+  const auto records =
+      decode_response(bytes(response(3) + wire::record(kType, kA, std::string("\x0a\1\0\2", 4)) +
+                            wire::record(kFirstName, kSrv, wire::srv_of(631, kFirstName)) +
+                            wire::record(kFirstName, kTxt, wire::label("a=1") + wire::label("vender=Zenmor"))));
   ASSERT_TRUE(records);
   ASSERT_THAT(*records, SizeIs(3));
   EXPECT_EQ((*records)[0].address, "10.1.0.2");
@@ -61,7 +62,7 @@ TEST(DnsResponse, KnowsAddressesPortsAndTheEntryOfAGateway) {
 }
 
 TEST(DnsResponse, ALongerEntryIsNotTheGateways) {
-  const auto records = decode_response(bytes(response(1) + kType + fields(16, 15) + "\x0evender=Zenmor2"));
+  const auto records = decode_response(bytes(response(1) + wire::record(kType, kTxt, wire::label("vender=Zenmor2"))));
   ASSERT_TRUE(records);
   ASSERT_THAT(*records, SizeIs(1));
   EXPECT_FALSE(records->front().through_gateway);
@@ -73,8 +74,9 @@ TEST(DnsResponse, IsNoQuestionAndNoPieceOfAHeader) {
 }
 
 TEST(DnsResponse, KeepsWhatStoodBeforeTheDamage) {
-  const std::string good = kType + fields(1, 4) + "\1\2\3\4";
-  for (const std::string& damage : {std::string("\xc0\xff"), std::string("\x40"), kType + fields(1, 4) + "\1", kType}) {
+  const std::string good = wire::record(kType, kA, "\1\2\3\4");
+  const std::string cut_short = good.substr(0, good.size() - 3);
+  for (const std::string& damage : {std::string("\xc0\xff"), std::string("\x40"), cut_short, kType}) {
     const auto records = decode_response(bytes(response(2) + good + damage));
     ASSERT_TRUE(records);
     EXPECT_THAT(*records, SizeIs(1));
@@ -82,14 +84,14 @@ TEST(DnsResponse, KeepsWhatStoodBeforeTheDamage) {
 }
 
 TEST(DnsResponse, APointerToItselfEnds) {
-  const auto records = decode_response(bytes(response(1) + "\xc0\x0c" + fields(1, 4) + "\1\2\3\4"));
+  const auto records = decode_response(bytes(response(1) + wire::record(kFirstName, kA, "\1\2\3\4")));
   ASSERT_TRUE(records);
   EXPECT_THAT(*records, IsEmpty());
 }
 
 TEST(DnsResponse, DataOfAWrongSizeIsLeftOut) {
-  const auto records =
-      decode_response(bytes(response(2) + kType + fields(28, 4) + "\1\2\3\4\xc0\x0c" + fields(33, 1) + "x"));
+  const auto records = decode_response(
+      bytes(response(2) + wire::record(kType, kAaaa, "\1\2\3\4") + wire::record(kFirstName, kSrv, "x")));
   ASSERT_TRUE(records);
   EXPECT_THAT(*records, IsEmpty());
 }

@@ -4,8 +4,8 @@
 
 #include <gmock/gmock.h>
 
-#include "mdns/seed.h"
 #include "mdnsproxyctl/text.h"
+#include "support/seed.h"
 #include "unit/tools/markup_reader.h"
 
 using testing::ElementsAre;
@@ -47,7 +47,7 @@ TEST(HtmlElement, IsClosedByItsTag) {
 }
 
 TEST(HtmlName, IsWellFormedWhateverTheBytes) {
-  std::mt19937_64 random(mdns::test_seed());
+  std::mt19937_64 random(support::chosen_seed());
   constexpr std::string_view kFavourites = "<>&\"'/=!-[]\\ \n\x1b\xe2\x80\xae\xef\xbf\xbf";
   for (int round = 0; round < 2000; ++round) {
     std::string name(random() % 64, ' ');

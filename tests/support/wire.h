@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Names and messages in wire format for tests.
+// DNS names and messages in wire format, for every test and fuzz target that says something to a reader. Shares nothing
+// with the readers and writers of the project, so that a mistake of theirs is seen. Nothing is compressed unless
+// `pointer` does it, and nothing is checked: what no honest host would send is built as well.
 #pragma once
 
 #include <algorithm>
@@ -7,8 +9,9 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
-namespace mdns::test {
+namespace wire {
 
 // A label with its length byte.
 inline std::string label(std::string_view text) { return static_cast<char>(text.size()) + std::string(text); }
@@ -29,7 +32,9 @@ inline std::string number32(std::uint32_t number) { return number16(number >> 16
 
 inline std::string pointer(std::size_t at) { return number16(0xC000 | static_cast<unsigned>(at)); }
 
-inline std::string srv(unsigned port, std::string_view target) { return number32(0) + number16(port) + name(target); }
+// SRV data: the target's name in wire format, or as labels with dots between them.
+inline std::string srv_of(unsigned port, const std::string& target) { return number32(0) + number16(port) + target; }
+inline std::string srv(unsigned port, std::string_view target) { return srv_of(port, name(target)); }
 
 // A message's header; `counts` are of questions, answers, authorities and additionals.
 struct Counts {
@@ -40,7 +45,10 @@ inline std::string header(unsigned flags, Counts counts, unsigned id = 0) {
          number16(counts.authorities) + number16(counts.additionals);
 }
 
-// A record; its name is given in wire format.
+// A question and a record; their names are given in wire format.
+inline std::string question(const std::string& name, unsigned type, unsigned klass = 1) {
+  return name + number16(type) + number16(klass);
+}
 inline std::string record(const std::string& owner, unsigned type, const std::string& rdata, unsigned klass = 1,
                           std::uint32_t ttl = 120) {
   return owner + number16(type) + number16(klass) + number32(ttl) + number16(static_cast<unsigned>(rdata.size())) +
@@ -56,4 +64,26 @@ std::string text(const Bytes& from) {
   return {from.begin(), from.end()};
 }
 
-}  // namespace mdns::test
+// Builds a message part by part. Parts are added in the order of their sections; the header counts them.
+enum class Part { answer, authority, additional };
+
+struct Builder {
+  std::string text = header(0, {});
+
+  void flags(unsigned flags) { text.replace(2, 2, number16(flags)); }
+
+  // Names are in wire format here; `klass` is with its top bit.
+  void question(const std::string& name, unsigned type, unsigned klass = 1) {
+    ++text[5];
+    text += wire::question(name, type, klass);
+  }
+  void record(Part part, const std::string& name, unsigned type, unsigned klass, std::uint32_t ttl,
+              const std::string& rdata) {
+    ++text[static_cast<std::size_t>(7 + 2 * static_cast<int>(part))];
+    text += wire::record(name, type, rdata, klass, ttl);
+  }
+
+  std::vector<std::uint8_t> bytes() const { return {text.begin(), text.end()}; }
+};
+
+}  // namespace wire
