@@ -94,4 +94,21 @@ class Input {
   std::span<const std::uint8_t> rest_;
 };
 
+// Takes a scanner of one of the daemon's lists through the text, and hands each finding to `check_item`, with the text.
+template <typename Kind, typename Scanner, typename Item>
+void scan(Scanner new_scanner(char*), void check_item(std::string_view, const Item&), const std::uint8_t* data,
+          std::size_t size) {
+  Text buffer(data, size);
+  const std::string text = buffer.data();  // what a scanner sees ends at the first zero
+  Scanner scanner = new_scanner(buffer.data());
+  for (std::size_t findings = 0;; ++findings) {
+    const Item item = next_item(scanner);
+    check_item(text, item);
+    if (item.kind == Kind::end)
+      break;
+    claim(findings <= text.size(), "there are no more findings than bytes");
+  }
+  claim(next_item(scanner).kind == Kind::end, "the end stays the end");
+}
+
 }  // namespace fuzz

@@ -57,16 +57,6 @@ void check_item(std::string_view original, const RulesItem& item) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  fuzz::Text buffer(data, size);
-  const std::string text = buffer.data();  // what a scanner sees ends at the first zero
-  RulesScanner scanner = rules_scanner(buffer.data());
-  for (std::size_t findings = 0;; ++findings) {
-    const RulesItem item = next_item(scanner);
-    check_item(text, item);
-    if (item.kind == RulesItemKind::end)
-      break;
-    fuzz::claim(findings <= text.size(), "there are no more findings than bytes");
-  }
-  fuzz::claim(next_item(scanner).kind == RulesItemKind::end, "the end stays the end");
+  fuzz::scan<RulesItemKind>(rules_scanner, check_item, data, size);
   return 0;
 }

@@ -52,16 +52,6 @@ void check_item(std::string_view original, const ServicesItem& item) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  fuzz::Text buffer(data, size);
-  const std::string text = buffer.data();  // what a scanner sees ends at the first zero
-  ServicesScanner scanner = services_scanner(buffer.data());
-  for (std::size_t findings = 0;; ++findings) {
-    const ServicesItem item = next_item(scanner);
-    check_item(text, item);
-    if (item.kind == ServicesItemKind::end)
-      break;
-    fuzz::claim(findings <= text.size(), "there are no more findings than bytes");
-  }
-  fuzz::claim(next_item(scanner).kind == ServicesItemKind::end, "the end stays the end");
+  fuzz::scan<ServicesItemKind>(services_scanner, check_item, data, size);
   return 0;
 }

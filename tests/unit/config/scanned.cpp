@@ -135,34 +135,27 @@ std::string line_of(const std::string& bytes, const RulesItem& item) {
   return "end";
 }
 
+// What a scanner finds, up to the end, which it has to repeat.
+template <typename Kind, typename Scanner>
+std::vector<std::string> scan(Scanner new_scanner(char*), const std::string& bytes) {
+  std::string buffer = bytes;
+  Scanner scanner = new_scanner(buffer.data());
+  std::vector<std::string> lines;
+  for (auto item = next_item(scanner); item.kind != Kind::end; item = next_item(scanner)) {
+    lines.push_back(line_of(bytes, item));
+    if (goes_on_for_ever(lines, bytes)) {
+      ADD_FAILURE() << "more findings than bytes";
+      break;
+    }
+  }
+  expect_end(next_item(scanner));
+  return lines;
+}
+
 }  // namespace
 
 std::vector<std::string> scan_services(const std::string& bytes) {
-  std::string buffer = bytes;
-  ServicesScanner scanner = services_scanner(buffer.data());
-  std::vector<std::string> lines;
-  for (ServicesItem item = next_item(scanner); item.kind != ServicesItemKind::end; item = next_item(scanner)) {
-    lines.push_back(line_of(bytes, item));
-    if (goes_on_for_ever(lines, bytes)) {
-      ADD_FAILURE() << "more findings than bytes";
-      break;
-    }
-  }
-  expect_end(next_item(scanner));
-  return lines;
+  return scan<ServicesItemKind>(services_scanner, bytes);
 }
 
-std::vector<std::string> scan_rules(const std::string& bytes) {
-  std::string buffer = bytes;
-  RulesScanner scanner = rules_scanner(buffer.data());
-  std::vector<std::string> lines;
-  for (RulesItem item = next_item(scanner); item.kind != RulesItemKind::end; item = next_item(scanner)) {
-    lines.push_back(line_of(bytes, item));
-    if (goes_on_for_ever(lines, bytes)) {
-      ADD_FAILURE() << "more findings than bytes";
-      break;
-    }
-  }
-  expect_end(next_item(scanner));
-  return lines;
-}
+std::vector<std::string> scan_rules(const std::string& bytes) { return scan<RulesItemKind>(rules_scanner, bytes); }
