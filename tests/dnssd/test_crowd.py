@@ -2,13 +2,13 @@
 """Questions that very many services answer. Here the library publishes on the near host, and a stranger on the far one
 asks."""
 
-import socket
 import time
 
 import pytest
 
 import driver as d
 from testbed import dns, stays_true, wait_until
+from testbed.voice import ask_from_other_port
 
 COUNT = 210  # services: more than two hundred answers go without additional records
 TYPE = dns.labels("_ipp._tcp.local")
@@ -116,13 +116,7 @@ def test_who_looks_up_itself_finds_all(crowd, link):
 
 
 def test_an_asker_without_a_port_of_multicast_dns_is_answered_directly(crowd):
-    with crowd.air.link.ns.entered():
-        asker = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    with asker:
-        asker.settimeout(d.DEADLINE)
-        asker.bind(("10.9.0.2", 0))
-        asker.sendto(dns.query(dns.Question(TYPE, dns.PTR)), ("224.0.0.251", 5353))
-        answer = dns.decode(asker.recv(65536))
+    answer = dns.decode(ask_from_other_port(crowd.air.link, dns.query(dns.Question(TYPE, dns.PTR)))[0])
     pointers = [record for record in answer.answers if record.kind == dns.PTR]
     assert pointers
     assert {record.data[0].decode() for record in pointers} <= set(ALL)

@@ -2,13 +2,12 @@
 """Whatever is sent has a TTL or hop limit of 255 (RFC 6762 section 11): a receiver may take anything else for what a
 router has forwarded."""
 
-import socket
-
 import pytest
 
 import driver as d
 from testbed import dns, wait_until
-from testbed.sockets import GROUP4, GROUP6, PORT
+from testbed.sockets import GROUP4, GROUP6
+from testbed.voice import ask_from_other_port
 
 INSTANCE = ("My Printer", "_ipp", "_tcp", "local")
 GROUPS = {"IPv4": GROUP4, "IPv6": GROUP6}
@@ -67,13 +66,6 @@ def test_answers_to_the_asker_alone_have_255(link, protocol):
 def test_answers_to_ordinary_resolvers_have_255(link, protocol):
     air = link.air()
     established(link, air)
-    family = socket.AF_INET6 if protocol == "IPv6" else socket.AF_INET
-    with link.far.entered(), socket.socket(family, socket.SOCK_DGRAM | socket.SOCK_CLOEXEC) as asker:
-        scope = (0, link.far_index) if protocol == "IPv6" else ()
-        asker.setsockopt(socket.SOL_SOCKET, socket.SO_BINDTODEVICE, b"eth0")
-        asker.settimeout(d.DEADLINE)
-        asker.sendto(dns.query(dns.Question(dns.labels(INSTANCE), dns.SRV)),
-                     (GROUPS[protocol], PORT, *scope))
-        asker.recv(9000)
+    ask_from_other_port(air.link, dns.query(dns.Question(dns.labels(INSTANCE), dns.SRV)), protocol)
     replies = sent(air, protocol, lambda packet: not is_multicast(packet))
     assert {packet.hop_limit for packet in replies} == {255}

@@ -4,7 +4,6 @@ name."""
 
 import ipaddress
 import os
-import socket
 import struct
 
 import pytest
@@ -12,6 +11,8 @@ import pytest
 import driver as d
 from resolved import Resolved
 from testbed import dns, wait_until
+from testbed.network import End
+from testbed.voice import ask_from_other_port
 
 WEB = ("web", "Gateway Web", "_http._tcp", 80)
 OURS, ITS = "10.9.0.2", "10.9.0.1"
@@ -245,18 +246,11 @@ def test_a_record_that_it_announces_with_a_short_life_is_announced_again_by_us(l
                           data=record.data)
 
 
-def ask_once(asker, address, name, kind):
+def ask_once(asker, name, kind):
     """A one-shot query from a port of its own; the answer, which comes to that port alone."""
     identity = os.urandom(2)
     question = dns.query(dns.Question(dns.labels(name), kind))
-    with asker.entered():
-        asking = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    with asking:
-        asking.bind((address, 0))
-        asking.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF, socket.inet_aton(address))
-        asking.settimeout(d.DEADLINE)
-        asking.sendto(identity + question[2:], ("224.0.0.251", 5353))
-        data, source = asking.recvfrom(9000)
+    data, source = ask_from_other_port(End(asker, "eth0"), identity + question[2:])
     message = dns.decode(data)
     assert data[:2] == identity and struct.unpack_from("!H", data, 2)[0] & 0x8000
     assert [(item.name, item.kind) for item in message.questions] == [(dns.labels(name), kind)]
@@ -267,8 +261,8 @@ def test_one_shot_queries_are_answered_both_ways(link, start):
     resolved = start(WEB)
     resolved.publish()
     register_printer(link)
-    source, answers = ask_once(link.near, ITS, "printer.local", dns.A)
+    source, answers = ask_once(link.near, "printer.local", dns.A)
     assert source == (OURS, 5353) and [(record.data, record.flush) for record in answers] == [("10.9.0.77", False)]
     assert answers[0].ttl <= 10
-    source, answers = ask_once(link.far, OURS, "gateway.local", dns.A)
+    source, answers = ask_once(link.far, "gateway.local", dns.A)
     assert source == (ITS, 5353) and [record.data for record in answers] == [ITS]

@@ -10,13 +10,11 @@
 
 import contextlib
 import json
-import select
 import signal
 import socket
-import threading
 
 import pytest
-from testbed import Ctl, Network, dns, rule, wait_until
+from testbed import Ctl, Network, rule, wait_until
 from testbed.avahi import Avahi
 from testbed.script import ADD
 
@@ -154,40 +152,9 @@ def test_nobody_has_it(net, daemon, why):  # pylint: disable=unused-argument
     assert answer["failure"]["detail"] == "nobody answers on a, b, c"
 
 
-class ShyHost(threading.Thread):
-    """Answers the questions of other ports than 5353 alone: as if the gateway's filter dropped what goes to that
-    port."""
-
-    def __init__(self, link, name):
-        super().__init__(daemon=True)
-        self.record = dns.Record(dns.labels((name,)) + dns.labels("_ipp._tcp.local"), dns.SRV,
-                                 (0, 0, 631, dns.labels("shy.local")), dns.HOST_TTL, False)
-        with link.ns.entered():
-            self.opened = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-            index = socket.if_nametoindex(link.interface)
-            group = socket.inet_aton("224.0.0.251") + bytes(4) + index.to_bytes(4, "little")
-            self.opened.setsockopt(socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, group)
-            self.opened.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-            self.opened.bind(("", 5353))
-        self.stop, self.stopped = socket.socketpair()
-        self.start()
-
-    def run(self):
-        while select.select([self.opened, self.stopped], [], [])[0] == [self.opened]:
-            packet, sender = self.opened.recvfrom(9000)
-            message = dns.decode(packet)
-            if sender[1] != 5353 and any(each.name == self.record.name for each in message.questions):
-                self.opened.sendto(dns.response(self.record), sender)
-
-    def close(self):
-        self.stop.send(b".")
-        self.join()
-        for each in (self.opened, self.stop, self.stopped):
-            each.close()
-
-
 def test_a_daemon_that_does_not_hear_what_is_there(scene, net, daemon, why):  # pylint: disable=unused-argument
-    scene.keep(ShyHost(net["a"], "Shy Printer"))
+    # As if the gateway's filter dropped what goes to the port of multicast DNS.
+    scene.device(net["a"], host="shy", is_shy=True).publish("Shy Printer")
     answer = why("Shy Printer")
     assert answer["failure"]["step"] == "heard"
     assert "the daemon has heard nothing of it" in answer["failure"]["detail"]

@@ -43,11 +43,12 @@ class Service:
 
 class Device(Closing):
     """`host`: the host name's first label. `addresses`: what the host claims to have; by default what it has.
-    `address_ttl`: in seconds."""
+    `address_ttl`: in seconds. A shy one says nothing to port 5353, and answers the questions of other ports alone."""
 
-    def __init__(self, link, host="printer", addresses=None, address_ttl=dns.HOST_TTL):
+    def __init__(self, link, host="printer", addresses=None, address_ttl=dns.HOST_TTL, is_shy=False):
         self.link = link
         self.address_ttl = address_ttl
+        self.is_shy = is_shy
         self.host = dns.labels((host, "local"))
         self.addresses = list(link.addresses() if addresses is None else addresses)
         self.services = []
@@ -93,7 +94,7 @@ class Device(Closing):
         self.say([record for service in services for record in service.records] + self.address_records())
 
     def say(self, records):
-        self._voice.respond(records)
+        self.send_bytes(dns.response(*records))
 
     def say_goodbye(self, records):
         self.say([dns.Record(record.name, record.kind, record.data, 0, record.flush) for record in records])
@@ -102,7 +103,8 @@ class Device(Closing):
         self.send_bytes(dns.encode(message))
 
     def send_bytes(self, data):
-        self._voice.send(data)
+        if not self.is_shy:
+            self._voice.send(data)
 
     def address_records(self):
         return [dns.Record(self.host, dns.AAAA if ":" in address else dns.A, address, self.address_ttl, True)
@@ -137,7 +139,8 @@ class Device(Closing):
                               and (record.kind, record.data) == (seen.kind, seen.data)
                               and seen.ttl * 2 >= record.ttl for seen in message.answers)]
         if answers and sender[1] == group[1]:
-            opened.sendto(dns.response(*answers), group)
+            if not self.is_shy:
+                opened.sendto(dns.response(*answers), group)
         elif answers:
             # A question from another port wants its answer there, with its number and itself (RFC 6762 section 6.7).
             answer = dns.Message(dns.RESPONSE, questions=message.questions, answers=answers)
