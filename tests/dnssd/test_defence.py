@@ -91,6 +91,7 @@ def test_without_renaming_the_loss_of_an_established_name_is_reported(link):
     publisher.register("reg", link.near_index, "My Printer", flags=d.SHARE | d.NO_AUTO_RENAME)
     registered(publisher, "reg")
     announced_twice(air, INSTANCE, dns.SRV)
+    assert publisher.update("reg", b"\x01a") == 0
     with Stranger(air, INSTANCE, strangers_service()):
         assert publisher.wait("reg", 2)[1].error == d.NAME_CONFLICT
     assert publisher.update("reg", b"\x01b") == d.BAD_STATE

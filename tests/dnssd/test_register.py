@@ -59,6 +59,15 @@ def test_nothing_of_this_machine_is_published(link):
     assert {reply.name for reply in looker.replies} == {"rs"}
 
 
+def test_a_machine_without_a_name_is_called_localhost(link):
+    without_name = ("unshare", "--uts", "sh", "-c", 'echo >/proc/sys/kernel/hostname; exec "$@"', "sh")
+    looker, publisher = link.looker(), link.publisher(setup=without_name)
+    publisher.register("reg", link.near_index, None, host=None)
+    assert registered(publisher, "reg") == "localhost"
+    looker.resolve("rs", link.far_index, "localhost", "_ipp._tcp")
+    assert d.text_of(looker.wait("rs")[0].fields[1]) == "localhost.local."
+
+
 @pytest.mark.parametrize("host", ["printer.local", "printer.local."])
 def test_the_host_is_named_with_or_without_its_last_dot(link, host):
     looker, publisher = link.looker(), link.publisher()

@@ -82,6 +82,20 @@ TEST_F(Prober, ProbesForManyNamesInOnePacket) {
   EXPECT_THAT(Queries()[0].message.authorities, SizeIs(10));
 }
 
+// The packet is full but for the room that another domain would take, which is 17 bytes here.
+TEST_F(Prober, ProbesForAsManyNamesAsFitInOnePacket) {
+  const auto publish = [this](int i, std::size_t size) {  // 70 bytes for a text of 47
+    Publish(Claim::unique, {Txt("P" + std::to_string(i) + "._ipp._tcp.local", std::string(size, 'x'))});
+  };
+  for (int i = 10; i < 29; ++i) {
+    publish(i, 47);
+  }
+  publish(29, 53);
+  ASSERT_TRUE(AfterUntil(250_ms, [this] { return !Queries().empty(); }));
+  ASSERT_THAT(Queries(), SizeIs(1));
+  EXPECT_GE(Queries()[0].bytes.size(), kDatagramMax - 20);
+}
+
 TEST_F(Prober, DoesNotConsultTheCache) {
   GivenAsked("P._ipp._tcp.local", kTypeSrv, {Unique(Srv("P._ipp._tcp.local", "other.local"))});
   const PublicationId id = Publish(Claim::unique, {kSrv});
@@ -334,6 +348,18 @@ TEST_F(Prober, ProbesAndAnnouncesAnewWhenTheLinkComesBack) {
   EXPECT_THAT(ProbedAt(), SizeIs(3));
   EXPECT_THAT(SentAt(kSaidSrv), SizeIs(2));
   EXPECT_THAT(reported, IsEmpty());
+}
+
+TEST_F(Prober, DoesNotProbeForAWithdrawnNameWhoseGoodbyeWaitsWhenTheLinkComesBack) {
+  const PublicationId id = Publish(Claim::unique, {kSrv});
+  After(12_s);
+  Mark();
+  link_hold_goodbyes(*link, now, now + 300_ms);
+  Withdraw(id);
+  link_restart(*link, now, true);
+  After(5_s);
+  EXPECT_THAT(ProbedAt(), IsEmpty());
+  EXPECT_THAT(SentRecords(), ElementsAre(Goodbye(kSrv)));
 }
 
 TEST_F(Prober, ProbesAndAnnouncesAnewWhenAProtocolComes) {

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <filesystem>
 
+#include "platform/custom_services.h"
 #include "platform/settings_file.h"
 #include "platform/settings_reading.h"
 #include "unit/platform/settings_fixture.h"
@@ -251,6 +252,22 @@ TEST_F(SettingsFile, IsTriedAgainAfterALackOfMemory) {
     GivenFile(kHopOne);
   }
   EXPECT_TRUE(found);
+}
+
+TEST_F(SettingsFile, IsNotTakenWithoutMemoryForACustomService) {
+  custom_service_find_or_add("_first._tcp");  // the table has its own memory from here on
+  bool no_memory = true;
+  for (unsigned nth = 1; nth < 20 && no_memory; ++nth) {
+    const std::string type = "_memory" + std::to_string(nth) + "._tcp";
+    const std::string text = "[fencing " + type + "]\nwireless_hop = 1\n";
+    failing_memory::fail_call(nth);
+    SettingsReading* reading = settings_read(text.data(), text.size(), nullptr, nullptr, &no_memory);
+    failing_memory::reset();
+    ASSERT_EQ(reading == nullptr, no_memory) << "failure at " << nth;
+    EXPECT_TRUE(no_memory || custom_service_find(type) != -1) << "failure at " << nth;
+    settings_release(reading);
+  }
+  EXPECT_FALSE(no_memory);
 }
 
 TEST_F(SettingsFile, IsReadFromMemoryWithoutAFile) {
