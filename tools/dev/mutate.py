@@ -3,17 +3,20 @@
 """Mutation check: changes one condition, constant, text or order at a time and asks whether a test notices.
 
 usage: tools/dev/mutate.py [--count N] [--seed S] [--folders proxy,mdns,...] [--work DIR] [--jobs N] [--list]
-                          [--only K,...]
+                          [--only K,...] [--reuse]
 
 Copies the tree to a scratch folder, builds the tests there once, then for each of N mutants (chosen at random by the
 seed, which is printed; those of equivalent_mutants.txt are left out) edits one place, rebuilds and runs the tests that
 can notice: the unit tests of the folder; for the engine, the simulation as well; for the DNS-SD library, which is
-sockets and timers for the most part, its network tests (root). A mutant is killed when a test fails or hangs; one that
-does not compile does not count; one that nothing notices survives and is printed. Exit status 1 when fewer than 95 of
-100 were killed. No mutant only changes how much blank there is in a text, and none changes the text of a debug trace.
+sockets and timers for the most part, its network tests (root), those of the changed file first, then those that are
+quick or have noticed many. A mutant is killed when a test fails or hangs; one that does not compile does not count; one
+that nothing notices survives and is printed. Exit status 1 when fewer than 95 of 100 were killed. No mutant changes
+only how much blank there is in a text, and none changes the text of a debug trace.
 """
 
 import argparse
+import filecmp
+import json
 import os
 import pathlib
 import random
@@ -45,9 +48,11 @@ PROGRAMS = {
 NETWORK_FOLDERS = ["dnssd"]
 NETWORK_TARGETS = ["dns_sd", "dns_sd_driver", "dns_sd_set_clock"]
 NETWORK_TIMEOUT_SECONDS = 300
+LIKE_NAME = 4  # so many letters in common: test_links.py tests link_monitor.cpp
 # As many lives as are worth their time: those that notice do so early.
 ENVIRONMENT = {**os.environ, "MDNSPROXY_TEST_LIVES": "100"}
 FOLDERS = list(PROGRAMS)
+NETWORK_TESTS = {}  # what is known of them, by work folder
 
 TOKEN = re.compile(
     r"""(?P<comment>//[^\n]*|/\*.*?\*/)
@@ -171,44 +176,83 @@ def outcome(name, command, timeout, work):
     return f"{name} failed" if status != 0 else None
 
 
-def run_tests(work, folders):
-    """What noticed; None when everything passes. The cheapest tests come first; nothing runs behind one that
-    notices."""
+def run_tests(work, folders, changed=""):
+    """What noticed the change of this source; None when everything passes. The cheapest tests come first; nothing runs
+    behind one that notices."""
     programs = dict.fromkeys(program for folder in folders for program in PROGRAMS[folder])
     for program in programs:
         command = [os.path.join(work, "build", "tests", program), "--gtest_brief=1", "--gtest_filter=-Growth.*"]
         noticed = outcome(program, command, TEST_TIMEOUT_SECONDS, work)
         if noticed:
             return noticed
-    return run_network_tests(work) if set(folders) & set(NETWORK_FOLDERS) else None
+    return run_network_tests(work, changed) if set(folders) & set(NETWORK_FOLDERS) else None
 
 
-def run_network_tests(work):
+class NetworkTests:
+    """What is known of the network tests: how long each file takes, written down for a later run, and how often it
+    noticed a mutant."""
+
+    def __init__(self, work):
+        self.kept = os.path.join(work, "build", "network_seconds.json")
+        self.seconds, self.noticed = {}, {}
+        if os.path.exists(self.kept):
+            with open(self.kept, encoding="utf-8") as file:
+                self.seconds = json.load(file)
+
+    def passed(self, name, seconds):
+        self.seconds[name] = seconds
+        with open(self.kept, "w", encoding="utf-8") as file:
+            json.dump(self.seconds, file)
+
+    def ordered(self, names, changed):
+        """Those that are named like the changed source first, then those that notice most in their time."""
+        stem = pathlib.Path(changed).stem
+
+        def rank(name):
+            is_own = len(os.path.commonprefix([name.removeprefix("test_"), stem])) >= LIKE_NAME
+            return not is_own, self.seconds.get(name, 0) / (1 + self.noticed.get(name, 0)), name
+
+        return sorted(names, key=rank)
+
+
+def run_network_tests(work, changed):
     build_directory = os.path.join(work, "build")
     ENVIRONMENT.update(DNS_SD_DRIVER=os.path.join(build_directory, "tests/dns_sd_driver"),
                        DNS_SD_LIBRARY=os.path.join(build_directory, "libdns_sd.so.1.0.0"),
                        DNS_SD_SET_CLOCK=os.path.join(build_directory, "tests/dns_sd_set_clock.so"),
                        PYTHONDONTWRITEBYTECODE="1")
     folder = os.path.join(work, "tests", "dnssd")
-    for name in sorted(os.listdir(folder)):
-        if name.startswith("test_") and name.endswith(".py"):
-            command = ["/usr/bin/python3", "-m", "pytest", "-q", "-x", "-p", "no:cacheprovider"]
-            noticed = outcome(name, [*command, os.path.join(folder, name)], NETWORK_TIMEOUT_SECONDS, work)
-            if noticed:
-                return noticed
+    known = NETWORK_TESTS.setdefault(work, NetworkTests(work))
+    names = [name for name in os.listdir(folder) if name.startswith("test_") and name.endswith(".py")]
+    for name in known.ordered(names, changed):
+        command = ["/usr/bin/python3", "-m", "pytest", "-q", "-x", "-p", "no:cacheprovider"]
+        begun = time.monotonic()
+        noticed = outcome(name, [*command, os.path.join(folder, name)], NETWORK_TIMEOUT_SECONDS, work)
+        if noticed:
+            known.noticed[name] = known.noticed.get(name, 0) + 1
+            return noticed
+        known.passed(name, time.monotonic() - begun)
     return None
 
 
-def prepare(work, jobs, folders):
-    shutil.rmtree(work, ignore_errors=True)
-    shutil.copytree(ROOT, work, ignore=shutil.ignore_patterns("build", ".git", "out"))
+def copy_changed(source, target):
+    """Copies a file unless the target has these bytes already, so that it is not compiled again."""
+    if not os.path.exists(target) or not filecmp.cmp(source, target, shallow=False):
+        shutil.copy(source, target)
+
+
+def prepare(work, jobs, folders, reuse):
+    if not reuse:
+        shutil.rmtree(work, ignore_errors=True)
+    shutil.copytree(ROOT, work, ignore=shutil.ignore_patterns("build", ".git", "out"), copy_function=copy_changed,
+                    dirs_exist_ok=True)
     # Assertions on, and the engine fast enough for many lives.
     subprocess.run(["cmake", "-S", work, "-B", os.path.join(work, "build"), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
                     "-DCMAKE_CXX_FLAGS_DEBUG=-O1", "-DMDNSPROXY_WERROR=OFF"], check=True, stdout=subprocess.DEVNULL)
     result = build(work, jobs, folders)
     if result.returncode != 0:
         sys.exit(result.stdout)
-    failure = run_tests(work, folders)
+    failure = None if reuse else run_tests(work, folders)
     if failure:
         sys.exit(f"the unmutated tree does not pass: {failure}")
 
@@ -225,7 +269,7 @@ def try_mutant(work, mutant, jobs):
         folders = [folder_of(mutant)]
         if build(work, jobs, folders).returncode != 0:
             return "build failed"
-        return run_tests(work, folders)
+        return run_tests(work, folders, mutant.path)
     finally:
         with open(path, "w", encoding="utf-8") as file:
             file.write(original)
@@ -251,6 +295,25 @@ def show(mutant):
         print("    " + line)
 
 
+def place_of(mutant):
+    """Its file and line, and what kind of change it is."""
+    with open(os.path.join(ROOT, mutant.path), encoding="utf-8") as file:
+        line = file.read().count("\n", 0, mutant.start) + 1
+    return f"{mutant.path}:{line} {mutant.kind}"
+
+
+def choose(candidates, seed, folders, count):
+    """The first mutants of the folders in the order that the seed gives to all candidates, each with its number in that
+    order. So a mutant keeps its number whichever folders are asked for and whichever equivalents become known."""
+    order = list(range(len(candidates)))
+    random.Random(seed).shuffle(order)
+    shuffled = [candidates[index] for index in order]
+    kept = set(without_equivalents(candidates))
+    wanted = [(number, mutant) for number, mutant in enumerate(shuffled)
+              if mutant in kept and folder_of(mutant) in folders]
+    return wanted[:count]
+
+
 def without_equivalents(candidates):
     """Leaves out the mutants of EQUIVALENTS; one of those that is none ends the program."""
     with open(os.path.join(ROOT, EQUIVALENTS), encoding="utf-8") as file:
@@ -268,6 +331,13 @@ def without_equivalents(candidates):
     return kept
 
 
+def take_signals():
+    """The tests try what signals do by default; a shell starts what runs in the background with some of them
+    ignored."""
+    signal.signal(signal.SIGINT, signal.default_int_handler)
+    signal.signal(signal.SIGQUIT, signal.SIG_DFL)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--count", type=int, default=200)
@@ -277,26 +347,28 @@ def main():
     parser.add_argument("--jobs", type=int, default=2)
     parser.add_argument("--list", action="store_true", help="print the chosen mutants and stop")
     parser.add_argument("--only", help="try these of the chosen mutants only: numbers, separated by commas")
+    parser.add_argument("--reuse", action="store_true",
+                        help="go on in the work folder of an earlier run; the unmutated tree is not tried again")
     arguments = parser.parse_args()
 
     folders = arguments.folders.split(",")
     only = [int(number) for number in arguments.only.split(",")] if arguments.only else None
-    candidates = without_equivalents(list(all_mutants(ROOT, FOLDERS)))
-    candidates = [mutant for mutant in candidates if folder_of(mutant) in folders]
-    chosen = random.Random(arguments.seed).sample(candidates, min(arguments.count, len(candidates)))
-    print(f"seed {arguments.seed}: {len(chosen)} of {len(candidates)} possible mutants", flush=True)
+    candidates = list(all_mutants(ROOT, FOLDERS))
+    chosen = choose(candidates, arguments.seed, folders, arguments.count)
+    print(f"seed {arguments.seed}: {len(chosen)} mutants", flush=True)
     if arguments.list:
-        for number, mutant in enumerate(chosen):
-            print(f"{number}: {mutant.path} {mutant.kind}")
+        for number, mutant in chosen:
+            print(f"{number}: {place_of(mutant)}")
             show(mutant)
         return 0
-    prepare(arguments.work, arguments.jobs, folders)
+    take_signals()
+    prepare(arguments.work, arguments.jobs, folders, arguments.reuse)
     killed, survivors, invalid = 0, [], 0
-    for number, mutant in enumerate(chosen):
+    for number, mutant in chosen:
         if only is not None and number not in only:
             continue
         noticed = try_mutant(arguments.work, mutant, arguments.jobs)
-        print(f"{number}: {mutant.path} {mutant.kind}: {noticed or 'SURVIVED'}", flush=True)
+        print(f"{number}: {place_of(mutant)}: {noticed or 'SURVIVED'}", flush=True)
         if noticed is None:
             survivors.append(mutant)
             show(mutant)
