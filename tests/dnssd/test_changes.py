@@ -40,7 +40,8 @@ def make_place(link):
             """Browses, resolves once, and releases the resolve, as the daemon does."""
             self.near.browse("br", self.index, "_ipp._tcp")
             wait_until(lambda: self.air.heard(KIND, dns.PTR) or self.asked(KIND), d.DEADLINE, "a question")
-            self.air.say_first(pointer(), server(), text(b"\x03a=1"), address(7, self.address_ttl))
+            self.air.say_first(pointer(), server(), text(b"\x03a=1"), address(7, self.address_ttl),
+                               over=self.over)
             self.near.wait("br")
             self.near.resolve("rs", self.index, "Device", "_ipp._tcp")
             self.near.wait("rs")
@@ -51,7 +52,7 @@ def make_place(link):
                     and not packet.message.is_response
                     and any(dns.same_name(q.name, name) for q in packet.message.questions)]
 
-        address_ttl = 120
+        address_ttl, over = 120, "both"
 
     return Place()
 
@@ -73,6 +74,15 @@ def test_changed_data_is_the_instance_gone_and_found_again(place, change):
 def test_data_that_is_said_again_is_no_change(place):
     place.find()
     place.air.say(server(), text(b"\x03a=1"))
+    place.air.say(dns.Record(KIND, dns.PTR, (b"Marker", *KIND), 4500))
+    place.near.wait("br", 2)
+    assert events(place.near, "br") == [(True, "Device"), (True, "Marker")]
+
+
+def test_other_data_of_another_host_is_no_change(place):
+    place.over = "IPv4"  # so whoever sends over IPv6 is not known to be the same host
+    place.find()
+    place.air.say(text(b"\x03a=2"), over="IPv6")
     place.air.say(dns.Record(KIND, dns.PTR, (b"Marker", *KIND), 4500))
     place.near.wait("br", 2)
     assert events(place.near, "br") == [(True, "Device"), (True, "Marker")]
