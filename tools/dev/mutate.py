@@ -30,7 +30,10 @@ import time
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 EQUIVALENTS = os.path.join("tools", "dev", "equivalent_mutants.txt")
 REQUIRED_SHARE = 0.95
-TEST_TIMEOUT_SECONDS = 300
+# How long a test may take before it counts as hung, in seconds and as a multiple of what it took when it passed.
+TIMEOUT_UNKNOWN = 300
+TIMEOUT_LEAST = 60
+TIMEOUT_FACTOR = 5
 
 # The test programs that can notice a change in a folder of src.
 PROGRAMS = {
@@ -47,12 +50,10 @@ PROGRAMS = {
 # programs.
 NETWORK_FOLDERS = ["dnssd"]
 NETWORK_TARGETS = ["dns_sd", "dns_sd_driver", "dns_sd_set_clock"]
-NETWORK_TIMEOUT_SECONDS = 300
 LIKE_NAME = 4  # so many letters in common: test_links.py tests link_monitor.cpp
 # As many lives as are worth their time: those that notice do so early.
 ENVIRONMENT = {**os.environ, "MDNSPROXY_TEST_LIVES": "100"}
 FOLDERS = list(PROGRAMS)
-NETWORK_TESTS = {}  # what is known of them, by work folder
 
 TOKEN = re.compile(
     r"""(?P<comment>//[^\n]*|/\*.*?\*/)
@@ -164,44 +165,26 @@ def build(work, jobs, folders):
         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
 
 
-def outcome(name, command, timeout, work):
-    """What is wrong with the test; None when it passes."""
-    silent = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
-    with subprocess.Popen(command, **silent, cwd=work, env=ENVIRONMENT, start_new_session=True) as process:
-        try:
-            status = process.wait(timeout)
-        except subprocess.TimeoutExpired:
-            os.killpg(process.pid, signal.SIGKILL)
-            return f"{name} hung"
-    return f"{name} failed" if status != 0 else None
-
-
-def run_tests(work, folders, changed=""):
-    """What noticed the change of this source; None when everything passes. The cheapest tests come first; nothing runs
-    behind one that notices."""
-    programs = dict.fromkeys(program for folder in folders for program in PROGRAMS[folder])
-    for program in programs:
-        command = [os.path.join(work, "build", "tests", program), "--gtest_brief=1", "--gtest_filter=-Growth.*"]
-        noticed = outcome(program, command, TEST_TIMEOUT_SECONDS, work)
-        if noticed:
-            return noticed
-    return run_network_tests(work, changed) if set(folders) & set(NETWORK_FOLDERS) else None
-
-
-class NetworkTests:
-    """What is known of the network tests: how long each file takes, written down for a later run, and how often it
-    noticed a mutant."""
+class Known:
+    """What is known of the tests: how long each took when it passed, written down for a later run in the same work
+    folder, and how many mutants it has noticed."""
 
     def __init__(self, work):
-        self.kept = os.path.join(work, "build", "network_seconds.json")
+        self.file = os.path.join(work, "build", "test_seconds.json")
         self.seconds, self.noticed = {}, {}
-        if os.path.exists(self.kept):
-            with open(self.kept, encoding="utf-8") as file:
+        if os.path.exists(self.file):
+            with open(self.file, encoding="utf-8") as file:
                 self.seconds = json.load(file)
 
-    def passed(self, name, seconds):
+    def timeout(self, name):
+        return max(TIMEOUT_LEAST, TIMEOUT_FACTOR * self.seconds[name]) if name in self.seconds else TIMEOUT_UNKNOWN
+
+    def add(self, name, noticed, seconds):
+        if noticed:
+            self.noticed[name] = self.noticed.get(name, 0) + 1
+            return
         self.seconds[name] = seconds
-        with open(self.kept, "w", encoding="utf-8") as file:
+        with open(self.file, "w", encoding="utf-8") as file:
             json.dump(self.seconds, file)
 
     def ordered(self, names, changed):
@@ -215,23 +198,45 @@ class NetworkTests:
         return sorted(names, key=rank)
 
 
-def run_network_tests(work, changed):
+def outcome(name, command, known, work):
+    """What is wrong with the test; None when it passes."""
+    silent = {"stdin": subprocess.DEVNULL, "stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL}
+    begun = time.monotonic()
+    with subprocess.Popen(command, **silent, cwd=work, env=ENVIRONMENT, start_new_session=True) as process:
+        try:
+            noticed = f"{name} failed" if process.wait(known.timeout(name)) != 0 else None
+        except subprocess.TimeoutExpired:
+            os.killpg(process.pid, signal.SIGKILL)
+            noticed = f"{name} hung"
+    known.add(name, noticed, time.monotonic() - begun)
+    return noticed
+
+
+def run_tests(work, folders, known, changed=""):
+    """What noticed the change of this source; None when everything passes. The cheapest tests come first; nothing runs
+    behind one that notices."""
+    programs = dict.fromkeys(program for folder in folders for program in PROGRAMS[folder])
+    for program in programs:
+        command = [os.path.join(work, "build", "tests", program), "--gtest_brief=1", "--gtest_filter=-Growth.*"]
+        noticed = outcome(program, command, known, work)
+        if noticed:
+            return noticed
+    return run_network_tests(work, known, changed) if set(folders) & set(NETWORK_FOLDERS) else None
+
+
+def run_network_tests(work, known, changed):
     build_directory = os.path.join(work, "build")
     ENVIRONMENT.update(DNS_SD_DRIVER=os.path.join(build_directory, "tests/dns_sd_driver"),
                        DNS_SD_LIBRARY=os.path.join(build_directory, "libdns_sd.so.1.0.0"),
                        DNS_SD_SET_CLOCK=os.path.join(build_directory, "tests/dns_sd_set_clock.so"),
                        PYTHONDONTWRITEBYTECODE="1")
     folder = os.path.join(work, "tests", "dnssd")
-    known = NETWORK_TESTS.setdefault(work, NetworkTests(work))
     names = [name for name in os.listdir(folder) if name.startswith("test_") and name.endswith(".py")]
     for name in known.ordered(names, changed):
         command = ["/usr/bin/python3", "-m", "pytest", "-q", "-x", "-p", "no:cacheprovider"]
-        begun = time.monotonic()
-        noticed = outcome(name, [*command, os.path.join(folder, name)], NETWORK_TIMEOUT_SECONDS, work)
+        noticed = outcome(name, [*command, os.path.join(folder, name)], known, work)
         if noticed:
-            known.noticed[name] = known.noticed.get(name, 0) + 1
             return noticed
-        known.passed(name, time.monotonic() - begun)
     return None
 
 
@@ -242,6 +247,7 @@ def copy_changed(source, target):
 
 
 def prepare(work, jobs, folders, reuse):
+    """Returns what is known of the tests."""
     if not reuse:
         shutil.rmtree(work, ignore_errors=True)
     shutil.copytree(ROOT, work, ignore=shutil.ignore_patterns("build", ".git", "out"), copy_function=copy_changed,
@@ -252,12 +258,14 @@ def prepare(work, jobs, folders, reuse):
     result = build(work, jobs, folders)
     if result.returncode != 0:
         sys.exit(result.stdout)
-    failure = None if reuse else run_tests(work, folders)
+    known = Known(work)
+    failure = None if reuse else run_tests(work, folders, known)
     if failure:
         sys.exit(f"the unmutated tree does not pass: {failure}")
+    return known
 
 
-def try_mutant(work, mutant, jobs):
+def try_mutant(work, mutant, jobs, known):
     """How the mutant was noticed, or None when it survived."""
     path = os.path.join(work, mutant.path)
     with open(path, encoding="utf-8") as file:
@@ -269,7 +277,7 @@ def try_mutant(work, mutant, jobs):
         folders = [folder_of(mutant)]
         if build(work, jobs, folders).returncode != 0:
             return "build failed"
-        return run_tests(work, folders, mutant.path)
+        return run_tests(work, folders, known, mutant.path)
     finally:
         with open(path, "w", encoding="utf-8") as file:
             file.write(original)
@@ -362,12 +370,12 @@ def main():
             show(mutant)
         return 0
     take_signals()
-    prepare(arguments.work, arguments.jobs, folders, arguments.reuse)
+    known = prepare(arguments.work, arguments.jobs, folders, arguments.reuse)
     killed, survivors, invalid = 0, [], 0
     for number, mutant in chosen:
         if only is not None and number not in only:
             continue
-        noticed = try_mutant(arguments.work, mutant, arguments.jobs)
+        noticed = try_mutant(arguments.work, mutant, arguments.jobs, known)
         print(f"{number}: {place_of(mutant)}: {noticed or 'SURVIVED'}", flush=True)
         if noticed is None:
             survivors.append(mutant)
