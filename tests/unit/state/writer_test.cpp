@@ -283,6 +283,17 @@ TEST_F(StateOfInstances, KeepsNamesAsTheyCome) {
               testing::UnorderedElementsAreArray(names));
 }
 
+// So many that some of them share a bucket of the table.
+TEST_F(StateOfInstances, KeepsLongNamesApartThatDifferInTheirLastByteAlone) {
+  std::size_t count = 0;
+  for (char last_but_one = 'a'; last_but_one <= 'z'; ++last_but_one) {
+    for (char last = '0'; last <= 'z'; ++last, ++count) {
+      state_instance_found(rule(), (std::string(61, 'x') + last_but_one + last).c_str());
+    }
+  }
+  EXPECT_THAT(Read().instances, SizeIs(count));
+}
+
 TEST_F(StateOfInstances, TheRingKeepsTheNewestEvents) {
   for (std::uint32_t i = 0; i < kStateEvents; ++i) {
     state_instance_found(rule(), std::to_string(i).c_str());
