@@ -50,6 +50,7 @@ PROGRAMS = {
 # programs.
 NETWORK_FOLDERS = ["dnssd"]
 NETWORK_TARGETS = ["dns_sd", "dns_sd_driver", "dns_sd_set_clock"]
+NOT_BUILT = "did not compile"
 LIKE_NAME = 4  # so many letters in common: test_links.py tests link_monitor.cpp
 # As many lives as are worth their time: those that notice do so early.
 ENVIRONMENT = {**os.environ, "MDNSPROXY_TEST_LIVES": "100"}
@@ -156,10 +157,12 @@ def all_mutants(root, folders):
                     yield mutant
 
 
-def build(work, jobs, folders):
-    targets = sorted({target for folder in folders for target in PROGRAMS[folder]})
-    if set(folders) & set(NETWORK_FOLDERS):
-        targets += NETWORK_TARGETS
+def targets_of(folders):
+    programs = sorted({program for folder in folders for program in PROGRAMS[folder]})
+    return programs + (NETWORK_TARGETS if set(folders) & set(NETWORK_FOLDERS) else [])
+
+
+def build(work, jobs, targets):
     return subprocess.run(
         ["cmake", "--build", os.path.join(work, "build"), "-j", str(jobs), "--target", *targets],
         stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
@@ -212,16 +215,21 @@ def outcome(name, command, known, work):
     return noticed
 
 
-def run_tests(work, folders, known, changed=""):
-    """What noticed the change of this source; None when everything passes. The cheapest tests come first; nothing runs
-    behind one that notices."""
+def run_tests(work, jobs, folders, known, changed=""):
+    """What noticed the change of this source; None when everything passes. The cheapest tests come first; nothing is
+    built or runs behind one that notices."""
     programs = dict.fromkeys(program for folder in folders for program in PROGRAMS[folder])
     for program in programs:
+        if build(work, jobs, [program]).returncode != 0:
+            return NOT_BUILT
         command = [os.path.join(work, "build", "tests", program), "--gtest_brief=1", "--gtest_filter=-Growth.*"]
         noticed = outcome(program, command, known, work)
         if noticed:
             return noticed
-    return run_network_tests(work, known, changed) if set(folders) & set(NETWORK_FOLDERS) else None
+    if not set(folders) & set(NETWORK_FOLDERS):
+        return None
+    built = build(work, jobs, NETWORK_TARGETS).returncode == 0
+    return run_network_tests(work, known, changed) if built else NOT_BUILT
 
 
 def run_network_tests(work, known, changed):
@@ -234,8 +242,9 @@ def run_network_tests(work, known, changed):
     names = [name for name in os.listdir(folder) if name.startswith("test_") and name.endswith(".py")]
     for name in known.ordered(names, changed):
         command = ["/usr/bin/python3", "-m", "pytest", "-q", "-x", "-p", "no:cacheprovider"]
-        noticed = outcome(name, [*command, os.path.join(folder, name)], known, work)
-        if noticed:
+        command.append(os.path.join(folder, name))
+        # Twice, since on a busy machine a test of this kind fails now and then without a reason.
+        if outcome(name, command, known, work) and (noticed := outcome(name, command, known, work)):
             return noticed
     return None
 
@@ -255,11 +264,11 @@ def prepare(work, jobs, folders, reuse):
     # Assertions on, and the engine fast enough for many lives.
     subprocess.run(["cmake", "-S", work, "-B", os.path.join(work, "build"), "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug",
                     "-DCMAKE_CXX_FLAGS_DEBUG=-O1", "-DMDNSPROXY_WERROR=OFF"], check=True, stdout=subprocess.DEVNULL)
-    result = build(work, jobs, folders)
+    result = build(work, jobs, targets_of(folders))
     if result.returncode != 0:
         sys.exit(result.stdout)
     known = Known(work)
-    failure = None if reuse else run_tests(work, folders, known)
+    failure = None if reuse else run_tests(work, jobs, folders, known)
     if failure:
         sys.exit(f"the unmutated tree does not pass: {failure}")
     return known
@@ -274,10 +283,7 @@ def try_mutant(work, mutant, jobs, known):
     try:
         with open(path, "w", encoding="utf-8") as file:
             file.write(mutated)
-        folders = [folder_of(mutant)]
-        if build(work, jobs, folders).returncode != 0:
-            return "build failed"
-        return run_tests(work, folders, known, mutant.path)
+        return run_tests(work, jobs, [folder_of(mutant)], known, mutant.path)
     finally:
         with open(path, "w", encoding="utf-8") as file:
             file.write(original)
@@ -380,7 +386,7 @@ def main():
         if noticed is None:
             survivors.append(mutant)
             show(mutant)
-        elif noticed == "build failed":
+        elif noticed == NOT_BUILT:
             invalid += 1
         else:
             killed += 1
