@@ -88,6 +88,16 @@ TEST_F(Responder, AnswersQueriesWithTheTcBitAfterARandom400To500Ms) {
   EXPECT_THAT(most, Within(480_ms, 500_ms));
 }
 
+TEST_F(Responder, AnswersAtOnceWhatWouldBeThe65thQueryThatWaits) {
+  GivenPublished(Claim::shared, {kPtr});
+  for (unsigned host = 2; host < 66; ++host) {
+    Asks(Query{.questions = {Qm("_http._tcp.local", kTypePtr)}, .is_truncated = true, .from = Host(host)});
+  }
+  Asks(Query{.questions = {Qm("_ipp._tcp.local", kTypePtr)}, .is_truncated = true, .from = Host(66)});
+  After(300_ms);
+  EXPECT_THAT(SentAt(kPtr), ElementsAre(Le(10_ms)));
+}
+
 TEST_F(Responder, AnswersQueriesWithSeveralQuestionsAfter20To120Ms) {
   const auto [least, most] =
       DelaysOf(Claim::unique, {kSrv, kTxt},
