@@ -115,6 +115,15 @@ TEST_F(Yielding, GivesWayToAHostThatSendsOtherAddressesAsItsOwn) {
   EXPECT_THAT(SentRecords(), IsEmpty());
 }
 
+TEST_F(Yielding, GivesWayToAHostThatProbesWithOneOfTheAddressesAlone) {
+  const PublicationId id = Publish(Claim::yielding, {kAddress});
+  Publish(Claim::yielding, {kOtherAddress});
+  After(20_s);
+  Mark();
+  Asks(Probe({kAddress}));
+  EXPECT_THAT(ConflictAt(id), ElementsAre(0_s));
+}
+
 // --- Hosts that are no conflict
 
 TEST_F(Yielding, StaysBesideAnotherGatewayThatKnowsOtherAddresses) {

@@ -96,6 +96,12 @@ TEST_F(SettingsFile, CountsAsMissingWhenItIsMalformedAndIsReportedOnce) {
   EXPECT_THAT(Reports(), ElementsAre(":3: neither a section, a setting nor a comment"));
 }
 
+TEST_F(SettingsFile, MayHaveOneByteOnly) {
+  GivenFile("x");
+  EXPECT_EQ(TheHop(), std::nullopt);
+  EXPECT_THAT(Reports(), ElementsAre(":1: neither a section, a setting nor a comment"));
+}
+
 TEST_F(SettingsFile, IsReportedByTheFirstMalformedLine) {
   GivenFile("\n; comment\n[fencing AirDisk\nwireless_hop = 1\nnonsense\n");
   EXPECT_EQ(TheHop(), std::nullopt);

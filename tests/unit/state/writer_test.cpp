@@ -200,6 +200,14 @@ TEST_F(StateOfInstances, KeepsNothingOfOneThatIsGone) {
   EXPECT_EQ(gStateImage->instances[0].host[0], '\0');
 }
 
+TEST_F(StateOfInstances, GivesThePlaceOfOneThatIsGoneToOneOther) {
+  state_instance_found(rule(), "Gone");
+  state_instance_gone(rule(), "Gone");
+  state_instance_found(rule(), "One");
+  state_instance_found(rule(), "Other");
+  EXPECT_THAT(Read().instances, SizeIs(2));
+}
+
 TEST_F(StateOfInstances, KnowsTheNameThereByTheRegistration) {
   state_instance_found(rule(), "B");
   state_instance_registering(rule(), "B", &directory_);
