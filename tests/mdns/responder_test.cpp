@@ -209,6 +209,17 @@ TEST_F(Responder, DefendsANameInTheSecondAfterAnAnswer) {
   EXPECT_THAT(SentAt(Unique(kSrv)), ElementsAre(0_s, 250_ms));
 }
 
+TEST_F(Responder, DefendsANameWhileAnAnswerWaitsForTheEndOfItsSecond) {
+  GivenPublished(Claim::unique, {kSrv});
+  Asks(Qm("P._ipp._tcp.local", kTypeSrv));
+  After(100_ms);
+  Asks(Qm("P._ipp._tcp.local", kTypeSrv));
+  After(200_ms);
+  Asks(Probe({Srv("P._ipp._tcp.local", "other.local")}));
+  After(500_ms);
+  EXPECT_THAT(SentAt(Unique(kSrv)), ElementsAre(0_s, 300_ms));
+}
+
 // --- 5.4 and 5.5: QU questions and direct queries
 
 TEST_F(Responder, AnswersAQuQuestionByUnicastIfTheRecordWasMulticastWithinAQuarterOfItsTtl) {
