@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 """Interfaces: one protocol only, down and up again, gone; and no privileges."""
 
+import socket
 import time
 
 import pytest
@@ -24,6 +25,22 @@ def test_one_protocol_is_enough(own_link, protocols):
     looker.wait("q")
     publisher.end()
     assert not d.add_flag(looker.wait("br", 2)[1])
+
+
+def test_the_port_of_one_protocol_may_be_taken(link):
+    """By a program that shares it with nobody."""
+    with link.far.entered():
+        ipv4, ipv6 = (socket.socket(family, socket.SOCK_DGRAM) for family in (socket.AF_INET, socket.AF_INET6))
+    ipv6.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 1)
+    with ipv4:
+        ipv4.bind(("", 5353))
+        looker, publisher = link.looker(), link.publisher()
+        with ipv6:
+            ipv6.bind(("", 5353))
+            assert looker.browse("none", link.far_index, "_ipp._tcp") == d.NOT_RUNNING
+        assert looker.browse("br", link.far_index, "_ipp._tcp") == 0
+        publisher.register("reg", link.near_index, "My Printer")
+        looker.wait("br")
 
 
 def test_services_are_announced_again_when_the_link_comes_back(own_link):
