@@ -88,7 +88,7 @@ def test_the_checker_is_content_with_what_an_example_makes(router, number):
     (made.top / "made-services.xml").write_text(made.lists("services", SHIPPED))
     judged = source_tree.run(source_tree.BUILD / "mdnsproxy-check", "--services", made.top / "made-services.xml",
                              "--rules", made.top / "made-rules.xml",
-                             "--settings", source_tree.ROOT / "packaging/etc/mdnsproxy.conf",
+                             "--settings", FILES / "mdnsproxy.conf",
                              "--interfaces", "br10,br20,br30,br40,br-lan,br-guest")
     assert judged.startswith("Will be forwarded:"), "and nothing is wrong"
 
@@ -159,11 +159,21 @@ def test_it_starts_the_daemon_with_both_lists(router):
     assert status == 0, err
     assert out.splitlines() == [
         "procd_open_instance ", "procd_set_param command /usr/sbin/mdnsproxy", "procd_set_param respawn 3600 5 0",
-        "procd_set_param stderr 1", f"procd_set_param file {made.top}/rules.xml {made.top}/services.xml",
+        "procd_set_param stderr 1",
+        f"procd_set_param file {made.top}/rules.xml {made.top}/services.xml /etc/mdnsproxy.conf",
         "procd_set_param netdev br-guest br-lan", "procd_close_instance "]
     assert [each["mdnsservice"] for each in rules_in((made.top / "rules.xml").read_text())] == ["Workshop"]
     assert 'name="Workshop"' in (made.top / "services.xml").read_text()
     assert "log: " in err, "the checker's verdict"
+
+
+def test_the_directory_of_the_state_file_is_made(router):
+    made = router(EXAMPLES[3])
+    assert made.init("start_service")[0] == 0
+    assert (made.top / "run/mdnsproxy").is_dir()
+    settings, script = ((FILES / f"mdnsproxy.{name}").read_text(encoding="utf-8") for name in ("conf", "init"))
+    directory = re.search(r"^STATE_DIRECTORY=(.+)$", script, re.MULTILINE)[1]
+    assert re.search(r"^state_file = (.+)$", settings, re.MULTILINE)[1] == f"{directory}/state"
 
 
 def test_the_list_in_flash_is_written_only_when_it_changes(router):
@@ -201,15 +211,50 @@ def test_it_is_told_of_the_configuration_and_of_the_interfaces_that_rules_name(r
 
 # --- The package's Makefile
 
+PACKAGES = ("mdnsproxy", "mdnsproxy-tools")
+LIBRARIES = {"libstdc++.so.6": "libstdcpp", "libinih.so.1": "libinih"}  # and OpenWrt's packages of them
+OF_EVERY_SYSTEM = re.compile(r"(libc|libm|libgcc_s|ld-linux[\w-]*)\.so\.\d+")
+
+
+def made_of(folder, *names):
+    """What these names stand for in the Makefile, as GNU make reads it with empty makefiles in place of OpenWrt's."""
+    for name in ("rules.mk", "package.mk", "cmake.mk"):
+        (folder / name).write_text("")
+    show = f"show: ; @:$(info {' '.join(f'$({name})' for name in names)})"
+    return source_tree.run("make", "--no-print-directory", "-C", source_tree.ROOT / "packaging/openwrt",
+                           f"TOPDIR={folder}", f"INCLUDE_DIR={folder}", "PKG_INSTALL_DIR=/installed",
+                           "--eval", show, "show")
+
+
+def needed(program):
+    """The shared libraries that a program of this build asks for, but for those that are everywhere."""
+    dynamic = source_tree.run("readelf", "-d", source_tree.BUILD / program)
+    libraries = re.findall(r"\(NEEDED\).*\[(.+)\]", dynamic)
+    return {library for library in libraries if not OF_EVERY_SYSTEM.fullmatch(library)}
+
 
 def test_gnu_make_reads_it(tmp_path):
-    """With empty makefiles in place of OpenWrt's; what it installs of this tree is there."""
-    for name in ("rules.mk", "package.mk", "cmake.mk"):
-        (tmp_path / name).write_text("")
-    show = "show: ; @:$(info $(PKG_VERSION) $(Package/mdnsproxy/install))"
-    shown = source_tree.run("make", "--no-print-directory", "-C", source_tree.ROOT / "packaging/openwrt",
-                            f"TOPDIR={tmp_path}", f"INCLUDE_DIR={tmp_path}", "--eval", show, "show")
-    assert f"{source_tree.version()} " in shown
+    """What it installs of this tree is there."""
+    shown = made_of(tmp_path, "PKG_VERSION", *(f"Package/{package}/install" for package in PACKAGES))
+    assert shown.startswith(f"{source_tree.version()} ")
     named = re.findall(rf"{source_tree.ROOT}\S+", shown)
-    assert len(named) == 4
+    assert len(named) == 5
     assert [path for path in named if not os.path.exists(path)] == []
+
+
+def test_every_program_is_in_one_of_its_packages(tmp_path):
+    installed = tmp_path / "installed"
+    source_tree.run("cmake", "--install", source_tree.BUILD, "--prefix", "/usr",
+                    env={**os.environ, "DESTDIR": str(installed)})
+    programs = [str(path.relative_to(installed)) for folder in ("bin", "sbin")
+                for path in (installed / "usr" / folder).iterdir()]
+    shown = made_of(tmp_path, *(f"Package/{package}/install" for package in PACKAGES))
+    assert sorted(re.findall(r"/installed/(usr/s?bin/\S+)", shown)) == sorted(programs) != []
+
+
+@pytest.mark.parametrize("package", PACKAGES)
+def test_it_depends_on_what_its_programs_are_linked_with(package, tmp_path):
+    programs = re.findall(r"/installed/usr/s?bin/(\S+)", made_of(tmp_path, f"Package/{package}/install"))
+    libraries = set().union(*map(needed, programs)) - {"libdns_sd.so.1"}  # that is its own
+    depends = re.search(r"DEPENDS:=(.*)", made_of(tmp_path, f"Package/{package}"))[1].split()
+    assert sorted(f"+{LIBRARIES[library]}" for library in libraries) == sorted(set(depends) - {"+mdnsproxy"}) != []

@@ -10,5 +10,5 @@ done
 # shellcheck disable=SC2034 # the script's own names
 LISTS="$TOP/mdnsproxy-uci" SHIPPED_SERVICES="$TOP/shipped.xml" CHECKER="$CHECKER_PROGRAM"
 # shellcheck disable=SC2034
-RULES="$TOP/rules.xml" SERVICES="$TOP/services.xml"
+RULES="$TOP/rules.xml" SERVICES="$TOP/services.xml" STATE_DIRECTORY="$TOP/run/mdnsproxy"
 "$1"
