@@ -21,13 +21,15 @@ LINTIAN = ("lintian", "--allow-root", "--fail-on", "none", "--tag-display-limit"
 PARALLEL = f"parallel={os.cpu_count()}"
 
 
-def build(directory=DIRECTORY, **more_environment):
-    """Builds it on this machine, in `directory`. What is left there: the packages, what the compiler said (`log`), and
-    what lintian found (`lintian`)."""
-    tree = new_tree(directory)
+def build(directory=DIRECTORY, source=None, **more_environment):
+    """Builds it on this machine, in `directory`, from the source tree or a copy of that, `source`. What is left there:
+    the packages, what the compiler said (`log`), and what lintian found (`lintian`)."""
+    tree = new_tree(directory, source)
     environment = {**os.environ, "DEB_BUILD_OPTIONS": PARALLEL, "LC_ALL": "C.UTF-8", **more_environment}
     if shutil.which("ccache"):
         environment["CMAKE_CXX_COMPILER_LAUNCHER"] = "ccache"
+        # That of all other builds: debhelper gives each build an empty home, with an empty cache in it.
+        environment["CCACHE_DIR"] = source_tree.run("ccache", "--get-config=cache_dir").strip()
     (directory / "log").write_text(source_tree.run(*COMMAND.split(), cwd=tree, env=environment))
     shutil.rmtree(tree)
     (directory / "lintian").write_text(source_tree.run(*LINTIAN, next(directory.glob("*.changes"))))
@@ -47,12 +49,15 @@ def build_in(debian, directory):
     (directory / "lintian").write_text(found)
 
 
-def new_tree(directory):
-    """A copy of the source tree in `directory`, which holds nothing else."""
+def new_tree(directory, source=None):
+    """A copy of the source tree, or of the folder `source`, in `directory`, which holds nothing else."""
     shutil.rmtree(directory, ignore_errors=True)
     tree = directory / "mdnsproxy"
-    tree.mkdir(parents=True)
-    source_tree.export_to(tree)
+    if source:
+        shutil.copytree(source, tree)
+    else:
+        tree.mkdir(parents=True)
+        source_tree.export_to(tree)
     return tree
 
 
