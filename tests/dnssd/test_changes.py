@@ -40,8 +40,7 @@ def make_place(link):
             """Browses, resolves once, and releases the resolve, as the daemon does."""
             self.near.browse("br", self.index, "_ipp._tcp")
             wait_until(lambda: self.air.heard(KIND, dns.PTR) or self.asked(KIND), d.DEADLINE, "a question")
-            self.air.say_first(pointer(), server(), text(b"\x03a=1"), address(7, self.address_ttl),
-                               over=self.over)
+            self.air.say_first(pointer(), server(), text(b"\x03a=1"), address(7, self.address_ttl), over=self.over)
             self.near.wait("br")
             self.near.resolve("rs", self.index, "Device", "_ipp._tcp")
             self.near.wait("rs")
@@ -52,7 +51,7 @@ def make_place(link):
                     and not packet.message.is_response
                     and any(dns.same_name(q.name, name) for q in packet.message.questions)]
 
-        address_ttl, over = 120, "both"
+        address_ttl, over = 120, None
 
     return Place()
 

@@ -61,7 +61,7 @@ def test_nothing_of_this_machine_is_published(link):
 
 def test_a_machine_without_a_name_is_called_localhost(link):
     without_name = ("unshare", "--uts", "sh", "-c", 'echo >/proc/sys/kernel/hostname; exec "$@"', "sh")
-    looker, publisher = link.looker(), link.publisher(setup=without_name)
+    looker, publisher = link.looker(), link.publisher(prefix=without_name)
     publisher.register("reg", link.near_index, None, host=None)
     assert registered(publisher, "reg") == "localhost"
     looker.resolve("rs", link.far_index, "localhost", "_ipp._tcp")
