@@ -30,9 +30,8 @@ void read_target(std::span<const std::uint8_t> rdata, Target* target) {
   wire_name_to_text(target->text, sizeof target->text, rest);
   rest = rdata;
   const auto first = next_wire_label(rest).value_or(std::span<const std::uint8_t>());
-  char escaped[kLabelMax + 1] = "";
+  char escaped[kLabelMax + 1] = "";  // all zero, so the label ends with one
   std::ranges::copy(first, escaped);
-  escaped[first.size()] = '\0';
   ConvertDomainNameToCString_UnEnsacpe(escaped, target->first_label);
 }
 
