@@ -21,6 +21,7 @@ class Machine:
 
     def __init__(self, link, folder):
         self.link, self.path = link, pathlib.Path(folder, "handover")
+        self.told_to_end = 0.0
         self.air = link.air()
 
     def start(self):
@@ -39,6 +40,7 @@ class Machine:
     def end(self, process):
         """Ends it as a service manager does; the time at which it had ended. Packets have the time of the same
         clock."""
+        self.told_to_end = time.monotonic()
         process.process.terminate()
         process.wait_end()
         return time.monotonic()
@@ -76,9 +78,9 @@ def test_what_is_registered_again_is_neither_taken_back_nor_probed_for_nor_annou
     ended = machine.hand_over("Same", "Left out")
     next_one = machine.start()
     machine.publish(next_one, "Same")
-    wait_until(lambda: goodbyes(machine, ended), OVER, "the goodbye of what was left out")
+    wait_until(lambda: goodbyes(machine, machine.told_to_end), OVER, "the goodbye of what was left out")
     gone = {dns.text(record.name) if record.kind != d.PTR else dns.text(record.data)
-            for record in goodbyes(machine, ended)}
+            for record in goodbyes(machine, machine.told_to_end)}
     assert gone == {instance("Left out").rstrip(".")}
     assert not machine.air.probes(instance("Same"), since=ended) and not machine.air.probes(HOST, since=ended)
     assert not machine.air.said(instance("Same"), d.SRV, since=ended) and not machine.air.said(HOST, d.A, since=ended)
@@ -99,7 +101,7 @@ def test_other_data_is_an_update(machine):
     next_one = machine.start()
     machine.publish(next_one, "Same", txt=b"\x03a=2")
     wait_until(lambda: machine.air.said(instance("Same"), d.TXT, since=ended), d.DEADLINE, "the other data")
-    assert not machine.air.probes(instance("Same"), since=ended) and not goodbyes(machine, ended)
+    assert not machine.air.probes(instance("Same"), since=ended) and not goodbyes(machine, machine.told_to_end)
 
 
 def test_a_host_keeps_the_name_that_it_had_to_take(machine):
@@ -113,7 +115,7 @@ def test_a_host_keeps_the_name_that_it_had_to_take(machine):
     next_one = machine.start()
     machine.publish(next_one, "Same", "Marker")
     wait_until(lambda: machine.air.said(instance("Marker"), d.SRV, since=ended), d.DEADLINE, "the next process")
-    assert not machine.air.probes(HOST, since=ended) and not goodbyes(machine, ended)
+    assert not machine.air.probes(HOST, since=ended) and not goodbyes(machine, machine.told_to_end)
     assert not machine.air.said(instance("Same"), d.SRV, since=ended)
     assert {dns.text(record.data[3]) for _, record in machine.air.said(instance("Marker"), d.SRV, since=ended)} == {
         OTHER_HOST.rstrip(".")}
