@@ -147,7 +147,7 @@ def test_what_is_published_again_at_once_stays_whoever_has_asked(link):
     publisher.record("again", link.near_index, HOST, d.A, v4(7))
     wait_until(lambda: len(addresses(air, since=again)) >= 2, d.DEADLINE, "both announcements")
     stays_true(lambda: [key[2] for key in air.held(air.near)] == [address(7)], again + 1.5 - time.monotonic(),
-                 "it is held")
+               "it is held")
 
 
 def test_what_comes_back_and_goes_again_gets_a_goodbye_each_time(link):
