@@ -62,6 +62,12 @@ bool is_local(const Interface& interface, const mdns::Endpoint& source) {
          });
 }
 
+// The next of the control data; null: there is none. The macro of musl compares a signed number with an unsigned one.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wsign-compare"
+cmsghdr* next_item(msghdr& header, cmsghdr* item) { return CMSG_NXTHDR(&header, item); }
+#pragma GCC diagnostic pop
+
 // Whether the datagram was sent to the group: its destination is in the control data, and how many the system had to
 // drop so far.
 bool read_control(msghdr& header, Socket& socket) {
@@ -69,7 +75,7 @@ bool read_control(msghdr& header, Socket& socket) {
   const std::size_t place = is_ipv4 ? offsetof(in_pktinfo, ipi_addr) : offsetof(in6_pktinfo, ipi6_addr);
   const std::size_t size = is_ipv4 ? sizeof(in_addr) : sizeof(in6_addr);
   bool is_to_group = false;
-  for (cmsghdr* item = CMSG_FIRSTHDR(&header); item != nullptr; item = CMSG_NXTHDR(&header, item)) {
+  for (cmsghdr* item = CMSG_FIRSTHDR(&header); item != nullptr; item = next_item(header, item)) {
     if (item->cmsg_level == SOL_SOCKET && item->cmsg_type == SO_RXQ_OVFL) {
       std::memcpy(&socket.lost, CMSG_DATA(item), sizeof socket.lost);
     } else {
@@ -86,7 +92,13 @@ void receive(void* context) {
     Address address{};
     alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in6_pktinfo)) + CMSG_SPACE(sizeof socket.lost)];
     iovec place{bytes, sizeof bytes};
-    msghdr header{&address, sizeof address, &place, 1, control, sizeof control, 0};
+    msghdr header{};  // by names: each C library has an order of its own, and padding
+    header.msg_name = &address;
+    header.msg_namelen = sizeof address;
+    header.msg_iov = &place;
+    header.msg_iovlen = 1;
+    header.msg_control = control;
+    header.msg_controllen = sizeof control;
     const ssize_t size = recvmsg(socket.watch.fd, &header, MSG_DONTWAIT);
     if (size < 0) {
       return;
