@@ -35,12 +35,11 @@ constexpr std::size_t kReplyQueueMax = 32;
 // other queriers, in bursts that fill packets.
 constexpr Time kPerAnswer = 10 * kMillisecond;
 constexpr Time kFewAnswers = 2 * kPerAnswer;  // SRV and TXT of one service
-constexpr Time kManyAnswers = 100 * kPerAnswer;
+constexpr Time kMostOwed = 100 * kPerAnswer;  // by one querier: what it asks for beyond that costs it nothing more
 constexpr Time kPerLimitedByte = 2;
-constexpr Time kLimitedBurst = 20 * kMillisecond;
-constexpr std::size_t kAnswerBytes = 24;      // of a record besides its rdata
-constexpr std::size_t kAdditionalBytes = 64;  // of the additional addresses of an SRV record
-constexpr Time kBurstsApart = 20 * kMillisecond;
+constexpr std::size_t kAnswerBytes = 24;          // of a record besides its rdata
+constexpr std::size_t kAdditionalBytes = 64;      // of the additional addresses of an SRV record
+constexpr Time kBurstsApart = 20 * kMillisecond;  // the first goes at once
 
 // The query that is being answered.
 struct CurrentQuery {
@@ -168,7 +167,7 @@ void mark_known_answers(Link& link, const Message& message) {
 // case if the record is due already, whose deadline then stays as it is (answer_at).
 Time take_answer_tokens(Link& link, const CurrentQuery& current, const OwnedRecord& record) {
   Time& answers_full_at = current.source.answers_full_at;
-  answers_full_at = std::clamp(answers_full_at, link.now, link.now + kManyAnswers) + kPerAnswer;
+  answers_full_at = std::clamp(answers_full_at, link.now, link.now + kMostOwed) + kPerAnswer;
   if (answers_full_at <= link.now + kFewAnswers) {
     return link.now;
   }
@@ -178,9 +177,6 @@ Time take_answer_tokens(Link& link, const CurrentQuery& current, const OwnedReco
   Time& limited_until = link.responder.limited_until;
   const std::size_t bytes = kAnswerBytes + record.rdata.size() + (record.type == kTypeSrv ? kAdditionalBytes : 0);
   limited_until = std::max(limited_until, link.now) + kPerLimitedByte * static_cast<Time>(bytes);
-  if (answers_full_at <= link.now + kManyAnswers && limited_until <= link.now + kLimitedBurst) {
-    return link.now;
-  }
   return limited_until - (limited_until - link.now) % kBurstsApart;
 }
 
