@@ -17,18 +17,21 @@ template <typename Record>
 class RecordWriting {
  public:
   explicit RecordWriting(Record& record) : sequence_(record.sequence) {
-    sequence_.store(sequence_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    count();
     std::atomic_thread_fence(std::memory_order_release);
   }
   ~RecordWriting() {
     std::atomic_thread_fence(std::memory_order_release);
-    sequence_.store(sequence_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    count();
   }
   RecordWriting(const RecordWriting&) = delete;
   RecordWriting& operator=(const RecordWriting&) = delete;
 
  private:
-  std::atomic_ref<std::uint32_t> sequence_;
+  // Built into the compilers; not every libc++ has std::atomic_ref.
+  void count() { __atomic_store_n(&sequence_, __atomic_load_n(&sequence_, __ATOMIC_RELAXED) + 1, __ATOMIC_RELAXED); }
+
+  std::uint32_t& sequence_;
 };
 
 // Copies a text into its field, cut to fit; the rest of the field becomes zeros, so that nothing of a former text is
