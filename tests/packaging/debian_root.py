@@ -53,9 +53,9 @@ class DebianRoot:
         """Installs packages of Debian and *.deb files (paths as the root sees them) with what they depend on."""
         self._apt("install", *packages)
 
-    def install_build_dependencies(self, tree):
-        """What debian/control in the folder `tree` (as the root sees it) asks for."""
-        self._apt("build-dep", f"{tree}/")
+    def install_build_dependencies(self, tree, *options):
+        """What debian/control in the folder `tree` (as the root sees it) asks for. `options` are those of apt-get."""
+        self._apt("build-dep", *options, f"{tree}/")
 
     def _apt(self, *arguments):
         with kept_archives(self.path):

@@ -35,13 +35,14 @@ def build(directory=DIRECTORY, source=None, **more_environment):
     (directory / "lintian").write_text(source_tree.run(*LINTIAN, next(directory.glob("*.changes"))))
 
 
-def build_in(debian, directory):
-    """Builds it in a Debian root, which gets what that takes, and moves what is left to `directory`."""
+def build_in(debian, directory, *options):
+    """Builds it in a Debian root, which gets what that takes, and moves what is left to `directory`. `options` are
+    those that apt-get and dpkg-buildpackage share: -aARCHITECTURE builds it for another one than the root's."""
     inside = pathlib.Path("/srv/build")
     new_tree(debian.path / inside.relative_to("/"))
     debian.install("build-essential", "lintian")
-    debian.install_build_dependencies(inside / "mdnsproxy")
-    log = debian.run("env", f"--chdir={inside}/mdnsproxy", f"DEB_BUILD_OPTIONS={PARALLEL}", *COMMAND.split())
+    debian.install_build_dependencies(inside / "mdnsproxy", *options)
+    log = debian.run("env", f"--chdir={inside}/mdnsproxy", f"DEB_BUILD_OPTIONS={PARALLEL}", *COMMAND.split(), *options)
     found = debian.run("env", f"--chdir={inside}", "sh", "-c", " ".join([*LINTIAN, "*.changes"]))
     shutil.rmtree(directory, ignore_errors=True)
     shutil.copytree(debian.path / inside.relative_to("/"), directory, ignore=shutil.ignore_patterns("mdnsproxy"))
