@@ -10,6 +10,7 @@
 
 #include "dnssd/base/publishable.h"
 #include "fuzz.h"
+#include "mdns/wire/name.h"
 
 using namespace dnssd;
 
