@@ -166,18 +166,19 @@ void mark_known_answers(Link& link, const Message& message) {
 // answer may be sent: now, or when the limit is exceeded the time that the common bucket gives; kNever in the latter
 // case if the record is due already, whose deadline then stays as it is (answer_at).
 Time take_answer_tokens(Link& link, const CurrentQuery& current, const OwnedRecord& record) {
-  Time& answers_full_at = current.source.answers_full_at;
-  answers_full_at = std::clamp(answers_full_at, link.now, link.now + kMostOwed) + kPerAnswer;
-  if (answers_full_at <= link.now + kFewAnswers) {
+  TokenBucket& answers = current.source.answers;
+  answers.since = std::min(answers.since, link.now + kMostOwed);
+  tokens_take(answers, link.now, 0, kPerAnswer);
+  if (answers.since <= link.now + kFewAnswers) {
     return link.now;
   }
   if (record.answer_over & current.protocol) {
     return kNever;
   }
-  Time& limited_until = link.responder.limited_until;
+  TokenBucket& limited = link.responder.limited;
   const std::size_t bytes = kAnswerBytes + record.rdata.size() + (record.type == kTypeSrv ? kAdditionalBytes : 0);
-  limited_until = std::max(limited_until, link.now) + kPerLimitedByte * static_cast<Time>(bytes);
-  return limited_until - (limited_until - link.now) % kBurstsApart;
+  tokens_take(limited, link.now, 0, kPerLimitedByte * static_cast<Time>(bytes));
+  return limited.since - (limited.since - link.now) % kBurstsApart;
 }
 
 // Plans one record as an answer to a question or probe. It is sent by unicast to a legacy querier, and if the querier

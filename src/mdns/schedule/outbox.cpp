@@ -24,7 +24,7 @@ std::uint64_t datagram_hash(const Link& link, Bytes bytes) {
 
 Time outbox_send_time(const Link& link) {
   const auto waiting = static_cast<Time>(link.outbox.urgent.size() + 1);
-  const Time at = std::max(link.outbox.tokens_since, link.now - kBurst) + 2 * kPerDatagram * waiting;
+  const Time at = tokens_at(link.outbox.tokens, link.now, kBurst, 2 * kPerDatagram * waiting);
   return at <= link.now ? link.now : at + kLateMost;
 }
 
@@ -35,7 +35,7 @@ void outbox_add(Link& link, Writer& writer, Protocols protocols, const Endpoint&
 }
 
 // Two tokens: one for each protocol.
-Time outbox_allowed_at(const Link& link) { return link.outbox.tokens_since + 2 * kPerDatagram; }
+Time outbox_allowed_at(const Link& link) { return link.outbox.tokens.since + 2 * kPerDatagram; }
 
 void outbox_release(Link& link, Datagram&& datagram) {
   const bool is_reply = datagram.to.port != 0;
@@ -45,7 +45,7 @@ void outbox_release(Link& link, Datagram&& datagram) {
     return;
   }
   Outbox& outbox = link.outbox;
-  outbox.tokens_since = std::max(outbox.tokens_since, link.now - kBurst) + count * kPerDatagram;
+  tokens_take(outbox.tokens, link.now, kBurst, count * kPerDatagram);
   for (const Protocols protocol : kEachProtocol) {
     if (datagram.protocols & protocol) {
       std::deque<SentDatagram>& sent = outbox.sent[index_of(protocol)];

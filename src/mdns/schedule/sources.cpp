@@ -39,11 +39,11 @@ Source& source_get(Link& link, Endpoint host) {
 
 bool source_allows(Link& link, Source& source, std::size_t bytes) {
   const Time cost = static_cast<Time>(bytes + kBytesPerDatagram) * kSecond / kBytesPerSecond;
-  const Time tokens_since = std::max(source.tokens_since, link.now - kBurstBytes * kSecond / kBytesPerSecond);
-  if (tokens_since + cost > link.now) {
+  constexpr Time kBurst = kBurstBytes * kSecond / kBytesPerSecond;
+  if (tokens_at(source.datagrams, link.now, kBurst, cost) > link.now) {
     return false;
   }
-  source.tokens_since = tokens_since + cost;
+  tokens_take(source.datagrams, link.now, kBurst, cost);
   return true;
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "mdns/mdns.h"
+#include "mdns/state/token_bucket.h"
 
 namespace mdns {
 
@@ -23,7 +24,7 @@ inline constexpr Time kSentFor = 3 * kSecond;
 struct Outbox {
   std::deque<Datagram> urgent;                   // complete responses and queries, the oldest first
   std::vector<Datagram> ready;                   // to be taken by the caller
-  Time tokens_since = kLongAgo;                  // the token bucket: its tokens are the time since then
+  TokenBucket tokens;                            // of the rate limit
   std::array<std::deque<SentDatagram>, 2> sent;  // by protocol
 };
 

@@ -23,11 +23,11 @@ struct Responder {
   std::multimap<Time, PendingQuery> pending;  // by the time at which they are answered; bounded
   std::size_t pending_records = 0;            // known answers and proposed records in all of them
   Heap<OwnedRecord, &OwnedRecord::answer> due;
-  Time together_at = kLongAgo;    // when the delayed answers are due that a further query may join
-  Time rescue_at = kLongAgo;      // when the records are sent that other hosts have sent goodbyes or low TTLs for
-  Time limited_until = kLongAgo;  // rate limit: when the answers to queriers beyond their limit are sent
-  std::uint32_t queries = 0;      // answered so far; the number of the present one
-  std::uint32_t batches = 0;      // of answers so far; the number of the present one
+  Time together_at = kLongAgo;  // when the delayed answers are due that a further query may join
+  Time rescue_at = kLongAgo;    // when the records are sent that other hosts have sent goodbyes or low TTLs for
+  TokenBucket limited;          // of the answers to all queriers beyond their limit
+  std::uint32_t queries = 0;    // answered so far; the number of the present one
+  std::uint32_t batches = 0;    // of answers so far; the number of the present one
 };
 
 }  // namespace mdns

@@ -6,15 +6,16 @@
 #include <unordered_map>
 
 #include "mdns/state/heap.h"
+#include "mdns/state/token_bucket.h"
 
 namespace mdns {
 
 struct Source {
-  Endpoint endpoint;                // its port is 0: all ports of a host share one source
-  Time tokens_since = kLongAgo;     // the token bucket: its tokens are the time since then, up to the burst
-  std::uint32_t number = 0;         // identifies the host in the cache; 0 only for `overflow`
-  std::uint32_t entries = 0;        // cache entries that were received from it first
-  Time answers_full_at = kLongAgo;  // the token bucket of the answers to its queries: when it is full again
+  Endpoint endpoint;          // its port is 0: all ports of a host share one source
+  TokenBucket datagrams;      // received from it
+  std::uint32_t number = 0;   // identifies the host in the cache; 0 only for `overflow`
+  std::uint32_t entries = 0;  // cache entries that were received from it first
+  TokenBucket answers;        // to its queries
   Deadline idle;
 };
 
