@@ -34,9 +34,12 @@ class Tree:
             self.write(name, text)
         (path / "tools/dev").mkdir(parents=True)
         shutil.copy(ROOT / "tools/dev/lint", path / "tools/dev/lint")
+        self.write_commands()
+
+    def write_commands(self, options=""):
         self.write("build/compile_commands.json", json.dumps([
-            {"directory": str(path / "build"), "file": f"../src/{name}.cpp",
-             "command": f"c++ -o {name}.o -c ../src/{name}.cpp"} for name in ("one", "two")]))
+            {"directory": str(self.path / "build"), "file": f"../src/{name}.cpp",
+             "command": f"c++ {options} -o {name}.o -c ../src/{name}.cpp"} for name in ("one", "two")]))
 
     def write(self, name, text):
         file = self.path / name
@@ -44,11 +47,12 @@ class Tree:
         file.write_text(text, encoding="ascii")
         file.chmod(0o755)
 
-    def lint(self, *options):
+    def lint(self, *options, long=""):
         """Its status, and what it has looked at."""
         looked_at = self.path / "looked-at"
         looked_at.write_text("")
-        environment = {**os.environ, "PATH": f"{self.path / 'bin'}:{os.environ['PATH']}", "LOOKED_AT": str(looked_at)}
+        environment = {**os.environ, "PATH": f"{self.path / 'bin'}:{os.environ['PATH']}", "LOOKED_AT": str(looked_at),
+                       "MDNSPROXY_CHECK_LONG": long}
         done = subprocess.run([self.path / "tools/dev/lint", *options, self.path / "build"], env=environment,
                               check=False, stdin=subprocess.DEVNULL, capture_output=True)
         return done.returncode, sorted(looked_at.read_text().split())
@@ -64,6 +68,20 @@ def tree(tmp_path):
 def test_what_has_not_changed_is_passed_over(tree):
     assert tree.lint() == (0, [])
     assert tree.lint("--all") == (0, ["one.cpp", "two.cpp"])
+
+
+def test_a_copy_of_the_tree_elsewhere_is_passed_over_too(tree, tmp_path_factory):
+    elsewhere = tmp_path_factory.mktemp("elsewhere") / "tree"
+    shutil.copytree(tree.path, elsewhere)
+    tree.path = elsewhere
+    tree.write_commands("-O3")
+    assert tree.lint() == (0, [])
+    tree.write_commands("-DOTHER")
+    assert tree.lint() == (0, ["one.cpp", "two.cpp"])
+
+
+def test_a_long_check_passes_nothing_over(tree):
+    assert tree.lint(long="1") == (0, ["one.cpp", "two.cpp"])
 
 
 @pytest.mark.parametrize("changed, due", [("src/two.cpp", ["two.cpp"]), ("src/one.h", ["one.cpp"]),
