@@ -88,6 +88,16 @@ void replies_deliver() {
   }
 }
 
+// Withdraws everything with its goodbyes, invalidates every reference, frees everything; gEngine is null afterwards.
+void engine_close() {
+  handover_give();
+  interfaces_withdraw();
+  signals_review(gEngine->poll, false);
+  poll_close(gEngine->poll);
+  delete gEngine;
+  gEngine = nullptr;
+}
+
 __attribute__((destructor)) void close_at_exit() {
   const LibraryCall call;
   if (gEngine != nullptr) {
@@ -135,15 +145,6 @@ DNSServiceErrorType engine_open() {
   link_monitor_open();
   inheritance_take();
   return kDNSServiceErr_NoError;
-}
-
-void engine_close() {
-  handover_give();
-  interfaces_withdraw();
-  signals_review(gEngine->poll, false);
-  poll_close(gEngine->poll);
-  delete gEngine;
-  gEngine = nullptr;
 }
 
 DNSServiceErrorType engine_pass() {

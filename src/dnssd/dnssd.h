@@ -93,9 +93,6 @@ struct LibraryCall {
 // Makes gEngine unless there is one. kErrServiceNotRunning when the system refuses the descriptors.
 DNSServiceErrorType engine_open();
 
-// Withdraws everything with its goodbyes, invalidates every reference, frees everything; gEngine is null afterwards.
-void engine_close();
-
 // One pass: serves readable descriptors, due timers and links, then delivers replies. kErrServiceNotRunning when the
 // engine is lost, kDNSServiceErr_BadState inside a callback. The process ends in it if a signal that the library took
 // has arrived.

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <utility>
 
 #include "dnssd/state/engine.h"
 

@@ -10,8 +10,6 @@
 // its last service and address have gone, since these may come back with other data.
 #include "dnssd/operations/hosts.h"
 
-#include <utility>
-
 #include "dnssd/operations/inheritance.h"
 #include "dnssd/operations/operations.h"
 

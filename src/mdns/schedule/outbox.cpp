@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "mdns/schedule/outbox.h"
 
-#include <algorithm>
 #include <bit>
 
 namespace mdns {
