@@ -41,7 +41,7 @@ FilterVerdict judge_multicast(Case& the_case, const MachineLink& link) {
       verdict = {std::nullopt, not_told(judgement), ""};
     }
   }
-  return verdict;
+  return verdict.passes && !reading.unread.empty() ? FilterVerdict{std::nullopt, reading.unread, ""} : verdict;
 }
 
 bool examine_filter(Case& the_case, const std::string& address) {
@@ -69,8 +69,9 @@ bool examine_filter(Case& the_case, const std::string& address) {
     }
     doubt = doubt.fate == FilterFate::passes ? judgement : doubt;
   }
-  const bool passes = doubt.fate == FilterFate::passes;
+  const bool told = doubt.fate == FilterFate::passes;
+  const bool passes = told && reading.unread.empty();
   add_step(the_case, "filter", passes ? std::optional(true) : std::nullopt,
-           passes ? "it lets a client through to " + where : where + ": " + not_told(doubt));
+           passes ? "it lets a client through to " + where : where + ": " + (told ? reading.unread : not_told(doubt)));
   return true;
 }

@@ -30,7 +30,7 @@ void examine_multicast(Examination& examination, Case& filter, const MachineLink
 }
 
 // Whether clients are let through to the services that are forwarded.
-void examine_clients(Examination& examination, const std::vector<FilterChain>& chains) {
+void examine_clients(Examination& examination, const FilterReading& filter) {
   const StateView& view = examination.session.state.view;
   std::set<std::string> said;
   std::size_t judged = 0;
@@ -44,7 +44,7 @@ void examine_clients(Examination& examination, const std::vector<FilterChain>& c
     for (const std::string& address : instance.addresses) {
       for (const FilterPacket& packet :
            client_packets(*clients, rule.from, address, instance.port, rule.type.ends_with("_tcp"))) {
-        const FilterJudgement judgement = judge_packet(chains, packet);
+        const FilterJudgement judgement = judge_packet(filter.chains, packet);
         if (judgement.fate == FilterFate::dropped && said.insert(judgement.place + rule.from + rule.to).second) {
           add_finding(examination, HealthSeverity::error, "packet filter",
                       in_quotes(instance.name) + " at " + address + " port " + std::to_string(instance.port) +
@@ -55,7 +55,7 @@ void examine_clients(Examination& examination, const std::vector<FilterChain>& c
       }
     }
   }
-  if (said.empty() && judged > 0) {
+  if (said.empty() && judged > 0 && filter.unread.empty()) {
     examination.well.push_back({"packet filter", "nothing is known to keep clients from the services"});
   }
 }
@@ -160,7 +160,7 @@ void examine_packet_filter(Examination& examination) {
       examine_multicast(examination, filter, *link);
     }
   }
-  examine_clients(examination, filter.filter->chains);
+  examine_clients(examination, *filter.filter);
 }
 
 void examine_hearing(Examination& examination) {

@@ -37,14 +37,19 @@ struct FilterReading {
   FilterOutcome outcome = FilterOutcome::failed;
   std::string message;  // why the outcome is not `ok`, as a sentence without its full stop
   std::vector<FilterChain> chains;
+  std::string unread;  // rules beside the chains that nothing is known of, likewise; empty: there are none
 };
 
-// Runs nft (program.h) for five seconds at most. Everybody but
-// root gets `needs_root`, and nothing is run.
+// Runs nft (program.h) for five seconds at most, and iptables-legacy-save where such tables are. Everybody but root
+// gets `needs_root`, and nothing is run.
 FilterReading read_filter();
 
 // The chains of what `nft -j list ruleset` writes; nothing when it is not that. What is not understood is left out.
 std::optional<std::vector<FilterChain>> filter_chains(const std::string& text);
+
+// Whether what iptables-legacy-save writes holds a rule, or a policy other than to accept, of a table that does more
+// than translate addresses.
+bool has_saved_rules(const std::string& saved);
 
 struct FilterPacket {
   std::string in_link;   // empty: this machine sends it

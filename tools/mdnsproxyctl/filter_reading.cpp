@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <fstream>
+#include <sstream>
 
 #include "mdnsproxyctl/filter.h"
 #include "mdnsproxyctl/filter_match.h"
@@ -51,15 +52,30 @@ void add_rule(const Json& rule, std::vector<FilterChain>& chains) {
   }
 }
 
-// Whether the older iptables have tables, of which nft says nothing.
-bool has_old_tables() {
-  for (const char* each : {"/proc/net/ip_tables_names", "/proc/net/ip6_tables_names"}) {
-    std::string name;
-    if (std::ifstream(each) >> name) {
-      return true;
-    }
+// The older iptables, of whose rules nft says nothing. Their tables are made when anybody looks at them.
+struct OldFilter {
+  const char* tables;  // lists the names of those that there are
+  const char* name;
+  std::vector<const char*> paths;
+};
+
+bool may_have_rules(const OldFilter& filter) {
+  std::string table;
+  if (!(std::ifstream(filter.tables) >> table)) {
+    return false;
   }
-  return false;
+  const ProgramRun run = run_program(
+      {.paths = filter.paths, .arguments = {filter.name}, .longest = kLongestRun, .most_output = kMostBytes});
+  return run.status != 0 || !run.is_whole || has_saved_rules(run.output);
+}
+
+bool may_have_old_rules() {
+  return may_have_rules({"/proc/net/ip_tables_names",
+                         "iptables-legacy-save",
+                         {"/usr/sbin/iptables-legacy-save", "/sbin/iptables-legacy-save"}}) ||
+         may_have_rules({"/proc/net/ip6_tables_names",
+                         "ip6tables-legacy-save",
+                         {"/usr/sbin/ip6tables-legacy-save", "/sbin/ip6tables-legacy-save"}});
 }
 
 }  // namespace
@@ -84,29 +100,39 @@ std::optional<std::vector<FilterChain>> filter_chains(const std::string& text) {
   return chains;
 }
 
+bool has_saved_rules(const std::string& saved) {
+  std::istringstream lines(saved);
+  bool translates = false;
+  for (std::string line; std::getline(lines, line);) {
+    translates = line.starts_with('*') ? line == "*nat" : translates;
+    const bool drops = line.starts_with(':') && line.find(" DROP ") != std::string::npos;
+    if (!translates && (drops || line.starts_with("-A ") || line.starts_with("["))) {
+      return true;
+    }
+  }
+  return false;
+}
+
 FilterReading read_filter() {
   if (geteuid() != 0) {
-    return {FilterOutcome::needs_root, "not looked at: only root may read the packet filter", {}};
+    return {FilterOutcome::needs_root, "not looked at: only root may read the packet filter", {}, ""};
   }
   const ProgramRun nft = run_program({.paths = {"/usr/sbin/nft", "/sbin/nft", "/usr/bin/nft"},
                                       .arguments = {"nft", "-j", "list", "ruleset"},
                                       .longest = kLongestRun,
                                       .most_output = kMostBytes});
-  const char* const old_tables =
-      "not looked at: its rules are those of iptables-legacy, which iptables-legacy-save shows";
-  if (nft.path == nullptr && has_old_tables()) {
-    return {FilterOutcome::failed, old_tables, {}};
+  const std::string old_rules =
+      may_have_old_rules() ? "not looked at: the rules of iptables-legacy, which iptables-legacy-save shows" : "";
+  if (nft.path == nullptr && !old_rules.empty()) {
+    return {FilterOutcome::failed, old_rules, {}, ""};
   }
   if (nft.path == nullptr) {
-    return {FilterOutcome::no_program, "not looked at: nft is not installed (Debian's package nftables)", {}};
+    return {FilterOutcome::no_program, "not looked at: nft is not installed (Debian's package nftables)", {}, ""};
   }
   const bool is_well = nft.status == 0 && nft.is_whole;
   const std::optional<std::vector<FilterChain>> chains = is_well ? filter_chains(nft.output) : std::nullopt;
   if (!chains) {
-    return {FilterOutcome::failed, "not looked at: " + std::string(nft.path) + " -j list ruleset has failed", {}};
+    return {FilterOutcome::failed, "not looked at: " + std::string(nft.path) + " -j list ruleset has failed", {}, ""};
   }
-  if (chains->empty() && has_old_tables()) {
-    return {FilterOutcome::failed, old_tables, {}};
-  }
-  return {FilterOutcome::ok, "", *chains};
+  return {FilterOutcome::ok, "", *chains, old_rules};
 }

@@ -60,6 +60,17 @@ TEST_F(Filter, WithoutAChainEverythingPasses) {
   EXPECT_FALSE(filter_chains(R"({"nftables":3})"));
 }
 
+TEST_F(Filter, SavedRulesOfTheOlderIptablesAreSeen) {
+  const std::string accepts = "# Generated\n*filter\n:INPUT ACCEPT [12:3456]\n:FORWARD ACCEPT [0:0]\n:own - [0:0]\n";
+  EXPECT_FALSE(has_saved_rules(""));
+  EXPECT_FALSE(has_saved_rules(accepts + "COMMIT\n"));
+  EXPECT_FALSE(has_saved_rules(accepts + "COMMIT\n*nat\n:OUTPUT DROP [0:0]\n-A POSTROUTING -j MASQUERADE\nCOMMIT\n"));
+  EXPECT_TRUE(has_saved_rules(accepts + "-A INPUT -p udp -m udp --dport 5353 -j DROP\nCOMMIT\n"));
+  EXPECT_TRUE(has_saved_rules(accepts + "[3:120] -A INPUT -j DROP\nCOMMIT\n"));
+  EXPECT_TRUE(has_saved_rules("*filter\n:FORWARD DROP [0:0]\nCOMMIT\n"));
+  EXPECT_TRUE(has_saved_rules("*nat\n-A POSTROUTING -j MASQUERADE\nCOMMIT\n*raw\n-A PREROUTING -j DROP\nCOMMIT\n"));
+}
+
 TEST_F(Filter, ADropIsNamedWithItsCounter) {
   Hook("input");
   Rule("input", std::string(kFrom) + "," + kUdp5353 + "," + kDrop);
