@@ -27,6 +27,10 @@ std::string notes_text(const Examination& examination) {
   return table(rows);
 }
 
+void put_in_order(std::vector<HealthFinding>& findings) {
+  std::ranges::stable_sort(findings, std::ranges::greater(), &HealthFinding::severity);
+}
+
 }  // namespace
 
 void add_finding(Examination& examination, HealthSeverity severity, const std::string& subject, const std::string& text,
@@ -34,8 +38,11 @@ void add_finding(Examination& examination, HealthSeverity severity, const std::s
   examination.findings.push_back({severity, subject, text, cure});
 }
 
-int run_doctor(const Session& session) {
-  Examination examination = {session, machine_links(), rules_of(session), {}, {}, {}};
+Examination new_examination(const Session& session) {
+  return {session, machine_links(), rules_of(session), {}, {}, {}};
+}
+
+void examine_machine(Examination& examination) {
   examine_daemon(examination);
   examine_lists(examination);
   examine_port(examination);
@@ -43,9 +50,19 @@ int run_doctor(const Session& session) {
   examine_forwarding(examination);
   examine_routes(examination);
   examine_packet_filter(examination);
+  put_in_order(examination.findings);
+}
+
+void examine_all(Examination& examination) {
+  examine_machine(examination);
   examine_hearing(examination);
   examine_others(examination);
-  std::ranges::stable_sort(examination.findings, std::ranges::greater(), &HealthFinding::severity);
+  put_in_order(examination.findings);
+}
+
+int run_doctor(const Session& session) {
+  Examination examination = new_examination(session);
+  examine_all(examination);
   Json answer = new_answer(session);
   answer["findings"] = findings_json(examination.findings);
   answer["well"] = notes_json(examination.well);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What `doctor` looks at, piece by piece. Each piece adds what it finds wrong, and for each thing that it has found
-// well one line that says so.
+// well one line that says so. `report` shows what `examine_machine` finds.
 #pragma once
 
 #include <string>
@@ -24,6 +24,18 @@ struct Examination {
 
 void add_finding(Examination& examination, HealthSeverity severity, const std::string& subject, const std::string& text,
                  const std::string& cure);
+
+// An examination of this machine as it is, in which nothing has been looked at yet.
+Examination new_examination(const Session& session);
+
+// What can be looked at without a question on the links: all pieces but the last two. The findings are then in order,
+// the worst first.
+void examine_machine(Examination& examination);
+
+// All pieces, and the same order.
+void examine_all(Examination& examination);
+
+// --- The pieces -----------------------------------------------------------------------------------------------------
 
 // The lists and settings, and whether the daemon has the rules that they hold.
 void examine_lists(Examination& examination);

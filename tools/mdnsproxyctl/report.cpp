@@ -141,16 +141,19 @@ std::uint64_t known_from(const Session& session) {
 
 // --- JSON ----------------------------------------------------------------------------------------------------------
 
-Json checks_json(const std::vector<ReportCheck>& checks) {
-  constexpr const char* kWords[] = {"well", "warning", "error"};
-  Json list = Json::array();
+void add_checks(const std::vector<ReportCheck>& checks, Json& answer) {
+  answer["checks"] = Json::array();
+  answer["not_looked_at"] = Json::array();
   for (const ReportCheck& each : checks) {
-    list.push_back({{"result", kWords[static_cast<std::size_t>(each.result)]},
-                    {"subject", each.subject},
-                    {"text", each.text},
-                    {"cure", each.cure.empty() ? Json(nullptr) : Json(each.cure)}});
+    if (each.result == CheckResult::not_seen) {
+      answer["not_looked_at"].push_back({{"subject", each.subject}, {"text", each.text}});
+    } else {
+      answer["checks"].push_back({{"result", check_word(each.result)},
+                                  {"subject", each.subject},
+                                  {"text", each.text},
+                                  {"cure", each.cure.empty() ? Json(nullptr) : Json(each.cure)}});
+    }
   }
-  return list;
 }
 
 template <typename Records, typename ToJson>
@@ -183,10 +186,11 @@ std::string host_name() {
 
 }  // namespace
 
-Report report_of(const Session& session, const std::vector<MachineLink>& machine, const std::string& host) {
-  Report report = {session, host, report_checks(session, machine), {}, {}, {}, 0};
+Report report_of(const Examination& examination, const std::string& host) {
+  const Session& session = examination.session;
+  Report report = {session, host, report_checks(examination), {}, {}, {}, 0};
   if (session.is_running()) {
-    report.links = links_of(session.state.view, machine);
+    report.links = links_of(session.state.view, examination.links);
     report.ways = ways_of(session.state.view);
   }
   if (session.has_state()) {
@@ -204,7 +208,7 @@ Json report_json(const Report& report) {
   answer["state_file"] = session.options.state_file;
   answer["rules_file"] = nullptr;
   answer["limit"] = nullptr;
-  answer["checks"] = checks_json(report.checks);
+  add_checks(report.checks, answer);
   for (const char* list : {"links", "rules", "services"}) {
     answer[list] = Json::array();
   }
@@ -217,8 +221,9 @@ Json report_json(const Report& report) {
 }
 
 int run_report(const Session& session, const std::string& file) {
-  const std::vector<MachineLink> machine = machine_links();
-  const Report report = report_of(session, machine, host_name());
+  Examination examination = new_examination(session);
+  examine_machine(examination);
+  const Report report = report_of(examination, host_name());
   return write_answer(session, file, report_json(report), report_page(report),
-                      overall_status(session, findings_of(session, machine)));
+                      overall_status(session, examination.findings));
 }

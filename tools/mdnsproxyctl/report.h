@@ -13,10 +13,11 @@
 #include <string>
 #include <vector>
 
+#include "mdnsproxyctl/doctor.h"
 #include "mdnsproxyctl/html.h"
 #include "mdnsproxyctl/schema.h"
 
-enum class CheckResult { well, warning, error };
+enum class CheckResult { well, not_seen, warning, error };
 
 // One row of the table of checks. The texts are made by `shown` where they hold a stranger's words.
 struct ReportCheck {
@@ -51,16 +52,16 @@ struct ReportLink {
 struct Report {
   const Session& session;
   std::string host;                      // this machine's name
-  std::vector<ReportCheck> checks;       // the worst first
+  std::vector<ReportCheck> checks;       // as report_checks has them
   std::vector<ReportLink> links;         // this, and what follows up to the events: empty without a running daemon
   std::vector<ReportWay> ways;           // in the order of the rules
   std::vector<const EventView*> events;  // of the last day, the newest first
   std::uint64_t events_from;             // the time from which on none is missing
 };
 
-// What there is to report. `session` and `machine`, the links that there are, must outlive the result, which points
-// into them.
-Report report_of(const Session& session, const std::vector<MachineLink>& machine, const std::string& host);
+// What there is to report, its checks being what the examination has found. The examination must outlive the result,
+// which points into it.
+Report report_of(const Examination& examination, const std::string& host);
 
 // The whole page.
 std::string report_page(const Report& report);
@@ -70,8 +71,12 @@ Json report_json(const Report& report);
 
 // --- Parts of it ----------------------------------------------------------------------------------------------------
 
-// The rows of the table of checks: what is wrong first, the worst before the others, then what is well.
-std::vector<ReportCheck> report_checks(const Session& session, const std::vector<MachineLink>& machine);
+// The rows of the table of checks: what is wrong, in the examination's order, then what could not be looked at, then
+// what is well.
+std::vector<ReportCheck> report_checks(const Examination& examination);
+
+// "well", "not looked at", "warning" or "error".
+const char* check_word(CheckResult result);
 
 // Links, and between them rules and services.
 Html report_map(const Report& report);

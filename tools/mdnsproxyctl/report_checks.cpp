@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-// The page and its JSON show whatever report_checks returns, in its order: further checks are added there.
 #include <algorithm>
 #include <iterator>
 
@@ -7,49 +6,28 @@
 
 namespace {
 
-ReportCheck check_of(const HealthFinding& finding) {
+ReportCheck failed_check(const HealthFinding& finding) {
   const bool error = finding.severity == HealthSeverity::error;
   return {error ? CheckResult::error : CheckResult::warning, finding.subject, finding.text, finding.cure};
 }
 
-void add_well(std::vector<ReportCheck>& checks, const std::string& subject, const std::string& text) {
-  checks.push_back({CheckResult::well, subject, text, ""});
-}
-
-// What is well: each subject that no finding is about.
-void add_what_is_well(const Session& session, const std::vector<MachineLink>& machine,
-                      std::vector<ReportCheck>& checks) {
-  const StateView& view = session.state.view;
-  const std::vector<ReportCheck> findings = checks;
-  const auto is_well = [&](const char* subject) {
-    return !std::ranges::count(findings, subject, &ReportCheck::subject);
-  };
-  if (is_well("daemon")) {
-    add_well(checks, "daemon", "it runs, process " + std::to_string(view.pid));
-  }
-  for (const RuleLink& each : rule_links(view)) {
-    if (link_findings(each.name, each.index, machine).empty()) {
-      add_well(checks, shown(each.name),
-               "it is up, has index " + std::to_string(each.index) +
-                   " as the daemon knows it, an address, and can multicast");
-    }
-  }
-  if (is_well("limit")) {
-    add_well(checks, "limit", std::to_string(count_living(view)) + " of " + std::to_string(view.limit) + " services");
-  }
-  if (is_well("rules")) {
-    add_well(checks, "rules", std::to_string(view.rules.size()) + ", each for one type and one direction");
-  }
+void add_notes(CheckResult result, const std::vector<DoctorNote>& notes, std::vector<ReportCheck>& checks) {
+  std::ranges::transform(notes, std::back_inserter(checks), [&](const DoctorNote& each) {
+    return ReportCheck{result, each.subject, each.text, ""};
+  });
 }
 
 }  // namespace
 
-std::vector<ReportCheck> report_checks(const Session& session, const std::vector<MachineLink>& machine) {
-  if (!session.is_running()) {
-    return {check_of(absence_finding(session))};
-  }
+const char* check_word(CheckResult result) {
+  constexpr const char* kWords[] = {"well", "not looked at", "warning", "error"};
+  return kWords[static_cast<std::size_t>(result)];
+}
+
+std::vector<ReportCheck> report_checks(const Examination& examination) {
   std::vector<ReportCheck> checks;
-  std::ranges::transform(findings_of(session, machine), std::back_inserter(checks), check_of);
-  add_what_is_well(session, machine, checks);
+  std::ranges::transform(examination.findings, std::back_inserter(checks), failed_check);
+  add_notes(CheckResult::not_seen, examination.not_seen, checks);
+  add_notes(CheckResult::well, examination.well, checks);
   return checks;
 }

@@ -90,7 +90,8 @@ Html limit_tile(const StateView& view) {
 Html checks_tile(const std::vector<ReportCheck>& checks) {
   const auto errors = std::ranges::count(checks, CheckResult::error, &ReportCheck::result);
   const auto warnings = std::ranges::count(checks, CheckResult::warning, &ReportCheck::result);
-  const std::ptrdiff_t all = std::ssize(checks);
+  const std::ptrdiff_t all =
+      std::ssize(checks) - std::ranges::count(checks, CheckResult::not_seen, &ReportCheck::result);
   if (errors + warnings == 0) {
     return tile("li class=\"good\"", number(all), all == 1 ? "check is well" : "checks are well", {});
   }
@@ -116,10 +117,9 @@ Html tiles(const Report& report) {
 // --- Checks --------------------------------------------------------------------------------------------------------
 
 Html check_row(const ReportCheck& check) {
-  constexpr HtmlConstant kCells[] = {"td class=\"good\"", "td class=\"open\"", "td class=\"bad\""};
-  constexpr const char* kWords[] = {"well", "warning", "error"};
+  constexpr HtmlConstant kCells[] = {"td class=\"good\"", "td class=\"gone\"", "td class=\"open\"", "td class=\"bad\""};
   const std::size_t result = static_cast<std::size_t>(check.result);
-  return html_element("tr", html_element(kCells[result], html_shown(kWords[result])) +
+  return html_element("tr", html_element(kCells[result], html_shown(check_word(check.result))) +
                                 html_element("td", html_element("bdi", html_shown(check.subject))) +
                                 html_element("td", html_shown(check.text)) +
                                 html_element("td", html_shown(check.cure))) +
@@ -135,18 +135,22 @@ Html checks_table(const Html& rows) {
 
 Html checks_section(const Report& report) {
   Html failed;
-  Html well;
-  std::ptrdiff_t count = 0;
+  Html folded;
+  std::ptrdiff_t well = 0;
+  std::ptrdiff_t not_seen = 0;
   for (const ReportCheck& each : report.checks) {
-    (each.result == CheckResult::well ? well : failed) += check_row(each);
-    count += each.result == CheckResult::well ? 1 : 0;
+    const bool has_failed = each.result == CheckResult::warning || each.result == CheckResult::error;
+    (has_failed ? failed : folded) += check_row(each);
+    well += each.result == CheckResult::well ? 1 : 0;
+    not_seen += each.result == CheckResult::not_seen ? 1 : 0;
   }
   Html section = html_markup("<h2>Checks</h2>");
   section += failed.markup.empty() ? Html() : checks_table(failed);
-  if (count > 0) {
-    const Html summary =
-        number(count) + html_markup(count == 1 ? HtmlConstant(" check is well") : HtmlConstant(" checks are well"));
-    section += html_element("details", html_element("summary", summary) + checks_table(well));
+  if (!folded.markup.empty()) {
+    Html summary =
+        number(well) + html_markup(well == 1 ? HtmlConstant(" check is well") : HtmlConstant(" checks are well"));
+    summary += not_seen > 0 ? html_markup(", not looked at: ") + number(not_seen) : Html();
+    section += html_element("details", html_element("summary", summary) + checks_table(folded));
   }
   return html_element("section", section);
 }
