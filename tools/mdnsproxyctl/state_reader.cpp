@@ -103,7 +103,7 @@ Copy settle(Images& images, std::uint64_t offset, std::uint32_t size) {
       return Copy::torn;
     }
     std::memcpy(&before, number, sizeof before);
-    if (!read_at(images.file, offset, std::span(images.records).subspan(offset, size)) ||
+    if (!read_at(images.file, offset, std::span(images.records).subspan(static_cast<std::size_t>(offset), size)) ||
         !read_at(images.file, offset, number)) {
       return Copy::torn;
     }
@@ -274,7 +274,8 @@ bool has_writer(int file, std::uint32_t pid) {
 }
 
 StateReading read_records(int file, const Places& places) {
-  Images images = {file, false, Bytes(places.end), Bytes(places.end), Bytes(places.end)};
+  const auto size = static_cast<std::size_t>(places.end);  // kLargestFile at most
+  Images images = {file, false, Bytes(size), Bytes(size), Bytes(size)};
   for (Bytes* image : {&images.before, &images.records, &images.after}) {
     if (!read_at(file, 0, *image)) {
       return failed(StateOutcome::unusable, "it is cut short");
