@@ -10,6 +10,8 @@
 // its last service and address have gone, since these may come back with other data.
 #include "dnssd/operations/hosts.h"
 
+#include <algorithm>
+
 #include "dnssd/operations/inheritance.h"
 #include "dnssd/operations/operations.h"
 
@@ -26,20 +28,19 @@ constexpr unsigned kNamesAtOnce = 5;
 // The delayed call of host_review and give_way: ends the host, or gives it another name.
 void review_in_time(Operation& operation);
 
-// The addresses (rdata) that its members have.
-std::set<std::string> member_addresses(const Host& host) {
-  std::set<std::string> addresses;
-  for (const Operation* member : host.members) {
-    if (const auto* record = std::get_if<Record>(&member->part)) {
-      addresses.insert(record->data.rdata);
-    }
-  }
-  return addresses;
+// Whether one of its members is an address; with this rdata, if any is given.
+bool has_address(const Host& host, const std::string* rdata = nullptr) {
+  return std::ranges::any_of(host.members, [&](const Operation* member) {
+    const auto* record = std::get_if<Record>(&member->part);
+    return record != nullptr && (rdata == nullptr || record->data.rdata == *rdata);
+  });
 }
 
 // Whether another host owns the host's own name. A host whose addresses are all among those of the members is the same
 // host, which is on both links.
-bool has_other_owner(const Host& host) { return !std::ranges::includes(member_addresses(host), host.owner_addresses); }
+bool has_other_owner(const Host& host) {
+  return !std::ranges::all_of(host.owner_addresses, [&](const std::string& each) { return has_address(host, &each); });
+}
 
 // Gives the host the first free name from this number on, and publishes or updates its members under it.
 void assign_name(Operation& operation, unsigned number) {
@@ -89,7 +90,7 @@ void review_in_time(Operation& operation) {
     operation_release(operation);
     return;
   }
-  if (host.name_publication == 0 && !member_addresses(host).empty()) {
+  if (host.name_publication == 0 && has_address(host)) {
     assign_name(operation, host.number + 1);
   } else if (is_long) {
     assign_name(operation, 1);
@@ -150,7 +151,7 @@ void operation_event(Operation& operation, Host& host, const mdns::Event& event)
     host.owner_addresses.erase(event.rdata);
   } else if (event.kind == mdns::Event::Kind::conflict && event.id == host.name_publication) {
     host.name_publication = 0;
-    if (!member_addresses(host).empty()) {
+    if (has_address(host)) {
       give_way(operation);
     }
   }
