@@ -4,8 +4,6 @@
 // Claims: nothing is read past the data or written past the text's buffer, and what is turned into text is a whole
 // name.
 
-#include <vector>
-
 #include "fuzz.h"
 #include "proxy/names.h"
 #include "proxy/proxy.h"

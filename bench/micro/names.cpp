@@ -5,8 +5,6 @@
 #include <benchmark/benchmark.h>
 
 #include <array>
-#include <cstring>
-#include <string>
 
 #include "proxy/proxy.h"
 

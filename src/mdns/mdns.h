@@ -30,7 +30,6 @@
 
 #include <array>
 #include <memory>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "simulation/acts.h"
 
-#include <algorithm>
-
 namespace simulation {
 
 bool is_up(const Port& port) { return is_present(port) && port.protocols != mdns::kNoProtocol; }

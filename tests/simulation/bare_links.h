@@ -9,7 +9,6 @@
 #include <memory>
 #include <queue>
 #include <span>
-#include <string>
 #include <unordered_map>
 #include <vector>
 

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "simulation/life.h"
 
-#include <algorithm>
-
 #include "simulation/acts.h"
 #include "simulation/state_rules.h"
 

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <unordered_set>
 
 namespace simulation {
 namespace {

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the packet filter does on a service's way.
 
-#include <algorithm>
-
 #include "mdnsproxyctl/case.h"
 
 namespace {

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iterator>
 #include <set>
 
 #include "dnssd/base/receive_buffer.h"

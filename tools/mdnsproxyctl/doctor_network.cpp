@@ -3,7 +3,6 @@
 // else carries it from link to link.
 
 #include <algorithm>
-#include <future>
 #include <map>
 #include <set>
 

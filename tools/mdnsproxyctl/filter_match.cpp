@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 
 #include "mdnsproxyctl/address.h"
 #include "mdnsproxyctl/json.h"

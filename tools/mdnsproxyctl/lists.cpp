@@ -3,8 +3,6 @@
 
 #include "mdnsproxyctl/lists.h"
 
-#include <algorithm>
-
 #include "mdnsproxyctl/commands.h"
 #include "mdnsproxyctl/json.h"
 #include "mdnsproxyctl/schema.h"

@@ -7,7 +7,6 @@
 #pragma once
 
 #include <functional>
-#include <string>
 #include <vector>
 
 #include "mdnsproxyctl/dns_message.h"

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 #include <future>
 
 #include "mdnsproxyctl/address.h"

@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdio>
 #include <string>
 
 #include "config/config.h"

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "proxy/names.h"
 
-#include <array>
 #include <cstring>
 
 #include "unit/proxy/proxy_test.h"
