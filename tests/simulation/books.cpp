@@ -15,15 +15,31 @@ constexpr Time kRecentlyOwned = kSecond / 2;
 // changes all the time.
 constexpr Time kLastSaidWithin = 2200 * kMillisecond;
 
+bool has_said_since(const Port& port, Hash hash, Time since) {
+  return std::ranges::any_of(port.ledger.multicast, [&](const auto& times) {
+    const auto last = times.find(hash);
+    return last != times.end() && last->second >= since;
+  });
+}
+
+// Whether caches keep the record that the port lets go: it was left in them without a goodbye, and the port, which has
+// not said it yet, sends none either.
+bool stays_left(const Port& port, const Truth& truth) {
+  return truth.was_left && !has_said_since(port, truth.hash, truth.since);
+}
+
 void remove_truth(Port& port, Tag tag, const Publication& publication, std::size_t at, bool without_goodbye) {
   Medium& medium = *port.medium;
   const Hash set_hash = hash_set(publication.name_hash, publication.records[at].type);
   const Hash hash = publication.hashes[at];
   std::vector<Truth>& truths = medium.truth[set_hash];
-  const bool unheard =
+  bool unheard =
       without_goodbye || medium.calm_since == kNever || !is_undisturbed(port, port.world->now, kSettledWithin);
-  std::erase_if(truths,
-                [&](const Truth& truth) { return truth.port == &port && truth.tag == tag && truth.hash == hash; });
+  std::erase_if(truths, [&](const Truth& truth) {
+    const bool is_it = truth.port == &port && truth.tag == tag && truth.hash == hash;
+    unheard |= is_it && stays_left(port, truth);
+    return is_it;
+  });
   if (unheard) {
     medium.left_without_goodbye.insert(hash);
   }
@@ -81,8 +97,10 @@ void add_truth(Port& port, Tag tag, const Publication& publication, std::size_t 
   const mdns::RecordData& record = publication.records[at];
   const Hash set_hash = hash_set(publication.name_hash, record.type);
   const bool unique = is_owning(publication.claim);
-  medium.truth[set_hash].push_back({&port, tag, publication.hashes[at], record.rdata, port.world->now, unique});
-  medium.gone.erase(publication.hashes[at]);
+  const auto gone = medium.gone.extract(publication.hashes[at]);
+  const bool was_left = !gone.empty() && gone.mapped().without_goodbye;
+  medium.truth[set_hash].push_back(
+      {&port, tag, publication.hashes[at], record.rdata, port.world->now, unique, was_left});
   Holding& holding = port.holdings[publication.hashes[at]];
   ++holding.established;
   holding.owes_goodbye = false;

@@ -212,8 +212,12 @@ std::set<Address> settled_addresses(const World& world, const Medium& medium, co
   return addresses;
 }
 
-// Whether a gateway may still know an address that nobody publishes any more.
-bool may_be_left(const Medium& medium, const std::string& name, const Address& address) {
+// Whether a gateway may know an address that nobody has published for a while: somebody has just begun, or left it.
+bool may_be_known(const Medium& medium, const std::string& name, const Address& address) {
+  const std::vector<Truth>* const all = truths(medium, name, address.first);
+  if (all != nullptr && std::ranges::count(*all, address.second, &Truth::rdata) > 0) {
+    return true;
+  }
   const Hash hash = hash_record(hash_set(hash_name(name), address.first), address.first, address.second);
   const auto gone = medium.gone.find(hash);
   return gone != medium.gone.end() &&
@@ -256,7 +260,7 @@ void check_host(World& world, const Browser& browser, const Finding& finding, bo
     }
   }
   for (const Address& address : here) {
-    if (!there.contains(address) && (exactly || !may_be_left(*browser.from->medium, original, address)) &&
+    if (!there.contains(address) && (exactly || !may_be_known(*browser.from->medium, original, address)) &&
         !is_of_two_hosts(*browser.to->medium, name, original, *browser.from->medium)) {
       fail(world, browser.to, "a gateway's service names a host with another's address",
            text_of(finding.instance) + " " + text_of(name));

@@ -74,6 +74,7 @@ struct Truth {
   std::string rdata;
   Time since = 0;
   bool unique = false;
+  bool was_left = false;  // somebody had left it without a goodbye before: caches may have it, whoever says it
 };
 
 // A record that nobody on the medium publishes any more.
