@@ -7,6 +7,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <string>
+
 #include "mdnsproxyctl/neighbours.h"
 
 using testing::IsEmpty;
@@ -56,7 +59,9 @@ TEST(PortHolders, KnowThisProcessAndItsRights) {
   close(opened);
   ASSERT_THAT(holders, SizeIs(1));
   EXPECT_EQ(holders[0].process, static_cast<std::uint32_t>(getpid()));
-  EXPECT_EQ(holders[0].name, "ctl_test");
+  std::string own_name;  // valgrind gives it another
+  ASSERT_TRUE(std::getline(std::ifstream("/proc/self/comm"), own_name));
+  EXPECT_EQ(holders[0].name, own_name);
   EXPECT_EQ(holders[0].sockets, 1U);
   const ProcessRights rights = rights_of(static_cast<std::uint32_t>(getpid()));
   EXPECT_TRUE(rights.known);
