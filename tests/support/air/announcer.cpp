@@ -3,7 +3,7 @@
 // answer what is asked as RFC 6762 says, and say goodbye when told to.
 //
 //   air-announcer --interface NAME [--types _ipp._tcp,_smb._tcp] [--link NUMBER] [--addresses 4|6|46] [--txt BYTES]
-//                 [--rescue 1]
+//                 [--rescue 1] [--hosts COUNT]
 //
 // Device number N is "Device N" of type N modulo the number of types, at port 1000 + N modulo 60000 of host
 // device-N.local, with the addresses 10.LINK.X.Y and fd00:LINK::N. Commands, one a line on standard input:
@@ -16,6 +16,9 @@
 //   move FIRST COUNT SECONDS       another IPv6 address for each host, announced likewise; says
 //                                  "moved FIRST COUNT BEGIN END"
 //   vanish FIRST COUNT             they fall silent; says "vanished FIRST COUNT"
+//
+// With --hosts the devices share so many hosts in turn, device-0 and so on: the first device of a host answers for its
+// addresses, which are never taken back; nothing moves then.
 //
 // With --rescue a device says its records again when somebody else takes one of them back (RFC 6762 sections 6.6 and
 // 10.1).
@@ -77,7 +80,7 @@ void grow_to(Town& town, long count) {
   for (long number = static_cast<long>(town.devices.size()); number < count; ++number) {
     Device device = make_device(town.kind, number);
     town.instance_index[air::folded(device.instance)] = number;
-    town.host_index[air::folded(device.host)] = number;
+    town.host_index.emplace(air::folded(device.host), number);
     town.devices.push_back(std::move(device));
   }
 }
@@ -91,7 +94,8 @@ void send_whole(Town& town, Device& device, bool goodbye, int only) {
   Writer writer(air::kResponse);
   add_pointer(town.kind, writer, device, goodbye);
   add_service(writer, device, &Writer::answer, goodbye);
-  add_addresses(writer, device, &Writer::answer, goodbye);
+  if (!goodbye || has_own_host(town.kind))
+    add_addresses(writer, device, &Writer::answer, goodbye);
   for (std::size_t protocol = 0; protocol < town.sockets.size(); ++protocol) {
     if (only == (protocol == 0 ? 6 : 4))
       continue;
@@ -351,12 +355,13 @@ void obey(Town& town, const std::string& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const air::Options options(argc, argv, {"interface", "types", "link", "addresses", "txt", "rescue"});
+  const air::Options options(argc, argv, {"interface", "types", "link", "addresses", "txt", "rescue", "hosts"});
   Town town;
   town.sockets = air::open_sockets(options.text("interface"));
   town.kind.addresses = options.text("addresses").empty() ? "46" : options.text("addresses");
   town.kind.link = std::to_string(options.number("link", 1));
   town.kind.txt_size = static_cast<std::size_t>(options.number("txt", 64));
+  town.kind.hosts = options.number("hosts", 0);
   town.rescues = options.number("rescue", 0) != 0;
   for (const std::string& type : options.list("types")) {
     town.kind.types.push_back(air::make_dotted_name(type + ".local"));

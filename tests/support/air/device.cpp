@@ -39,14 +39,15 @@ Device make_device(const Kind& kind, long number) {
   device.type = static_cast<std::size_t>(number) % kind.types.size();
   const std::string label = "Device " + std::to_string(number);
   device.instance = static_cast<char>(label.size()) + label + kind.types[device.type];
-  device.host = make_name({"device-" + std::to_string(number), "local"});
+  const long host = has_own_host(kind) ? number : number % kind.hosts;
+  device.host = make_name({"device-" + std::to_string(host), "local"});
   device.srv = u16_text(0) + u16_text(0) + u16_text(static_cast<unsigned>(1000 + number % 60000)) + device.host;
   device.txt = txt_rdata(number, kind.txt_size);
-  const std::string low = std::to_string(16 + number / 250) + "." + std::to_string(1 + number % 250);
+  const std::string low = std::to_string(16 + host / 250) + "." + std::to_string(1 + host % 250);
   if (kind.addresses.find('4') != std::string::npos)
     device.a = packed_address(AF_INET, "10." + kind.link + "." + low);
   char six[64];
-  std::snprintf(six, sizeof six, "fd00:%s::1:%lx", kind.link.c_str(), number + 1);
+  std::snprintf(six, sizeof six, "fd00:%s::1:%lx", kind.link.c_str(), host + 1);
   if (kind.addresses.find('6') != std::string::npos)
     device.aaaa = packed_address(AF_INET6, six);
   return device;

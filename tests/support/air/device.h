@@ -16,6 +16,7 @@ struct Kind {
   std::string addresses = {};           // "4", "6" or "46": the families of which each host has an address
   std::string link = {};                // its number, for the addresses
   std::size_t txt_size = 0;
+  long hosts = 0;  // that they share in turn; 0: each is a host of its own
 };
 
 struct Device {
@@ -25,6 +26,9 @@ struct Device {
   bool live = false;
   double service_sent_at[2] = {0, 0}, host_sent_at[2] = {0, 0};  // when its records last went out, by protocol
 };
+
+// Whether it is the only service of its host.
+inline bool has_own_host(const Kind& kind) { return kind.hosts == 0; }
 
 // Device number `number`.
 Device make_device(const Kind& kind, long number);

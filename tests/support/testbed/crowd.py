@@ -29,11 +29,12 @@ class _Program(Dialogue):
 
 class Crowd(_Program):
     """`kinds`: the devices' service types in turn. `addresses`: 4, 6 or 46, which families each host has one of. `txt`:
-    bytes of TXT data. `rescue`: they say again what somebody else takes back."""
+    bytes of TXT data. `rescue`: they say again what somebody else takes back. `hosts`: so many that they share in turn;
+    0: each has its own."""
 
-    def __init__(self, link, kinds=("_ipp._tcp",), addresses=46, txt=64, rescue=False):
+    def __init__(self, link, kinds=("_ipp._tcp",), addresses=46, txt=64, rescue=False, hosts=0):
         super().__init__("air-announcer", link, "--types", ",".join(kinds), "--link", link.number, "--addresses",
-                         addresses, "--txt", txt, "--rescue", int(rescue))
+                         addresses, "--txt", txt, "--rescue", int(rescue), "--hosts", hosts)
 
     def announce(self, first, count, seconds=0.0):
         """Devices first .. first + count - 1 announce themselves within `seconds`. Returns when the first and the last
