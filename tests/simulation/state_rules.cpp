@@ -10,6 +10,9 @@ namespace {
 // A goodbye may be repeated, over the other protocol or by another port; the second after the first one counts.
 constexpr Time kGoodbyesApart = 200 * kMillisecond;
 
+// From its last probe for a name on, a host announces it within this time.
+constexpr Time kProbedLately = 300 * kMillisecond;
+
 bool is_calm(const World& world, const Medium& medium, Time needed) {
   return !world.is_hostile && medium.calm_since != kNever && world.now - medium.calm_since >= needed;
 }
@@ -70,6 +73,13 @@ void check_nothing_else(World& world, Port& port, const Query& query, bool exact
   }
 }
 
+// Whether the port probes for the name, anew after a conflict for instance (section 9): it defends nothing meanwhile.
+bool is_probing(const Port& port, const std::string& name) {
+  const auto claimed = port.claimed.find(hash_name(name));
+  return claimed != port.claimed.end() && !claimed->second.is_announced &&
+         port.world->now - claimed->second.probed_at < kProbedLately;
+}
+
 void fail_missing(World& world, Port& port, const Query& query, const Truth& truth) {
   fail(world, &port, "published, and not known to who asks",
        subject_of(query, truth.rdata) + " of " + truth.port->host->label);
@@ -121,7 +131,7 @@ void check_removal(Port& port, const Query& query, const Known& known) {
   for (const Truth& truth : truths_of(*port.medium, query.set_hash)) {
     const bool is_old = world.now - truth.since >= kKnownWithin || known.since > truth.since;
     if (truth.hash == known.hash && is_old && is_undisturbed(*truth.port, world.now, kSettledWithin) &&
-        reaches(*truth.port, port)) {
+        reaches(*truth.port, port) && !is_probing(*truth.port, query.name)) {
       fail(world, &port, "a published record is reported removed",
            subject_of(query, truth.rdata) + " of " + truth.port->host->label);
     }
@@ -129,7 +139,7 @@ void check_removal(Port& port, const Query& query, const Known& known) {
   const auto goodbye = port.ledger.goodbyes_received.find(known.hash);
   const auto flush = port.ledger.flushes_received.find(query.set_hash);
   const bool was_flushed = flush != port.ledger.flushes_received.end() &&
-                           world.now - flush->second >= kSecond - kGoodbyesApart && flush->second > known.since;
+                           world.now - flush->second >= kSecond - kGoodbyesApart && flush->second >= known.since;
   const auto received = port.ledger.received.find(known.hash);
   const bool is_over = received != port.ledger.received.end() && received->second.until <= world.now;
   if (!was_flushed && !is_over && goodbye != port.ledger.goodbyes_received.end() && goodbye->second > known.since &&
