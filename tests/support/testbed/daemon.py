@@ -77,7 +77,11 @@ class Daemon(Closing):
         return self
 
     def start_and_wait(self, *options, within=20, **how):
-        """Starts the program and waits until its status file says that it is running."""
+        """Starts the program and waits until its status file says that it is running. What a former run has left there
+        is removed before: it would say so at once."""
+        status_file = self.box.path(STATUS_FILE)
+        if status_file.is_file() and not status_file.is_symlink():
+            status_file.unlink()
         self.start(*options, **how)
         self.wait_until_running(within)
         return self
